@@ -1,0 +1,49 @@
+# The short way to everything; the build itself is CMakeLists.txt with the presets of CMakePresets.json.
+
+JOBS := $(shell nproc)
+BUILD := build/release
+
+.PHONY: all deps configure build test demo bench format format-check tidy update-examples install clean
+
+all: build
+
+# Debian packages that are missing, if any.
+deps:
+	tools/install-deps.sh
+
+configure: deps
+	cmake --preset release
+
+# The library, the driver, tests, examples and benchmarks, into build/release; the driver is build/release/bin/orvo.
+build: configure
+	cmake --build --preset release -j$(JOBS)
+
+test: build
+	tools/run-tests.sh release
+
+# Needs the driver alone, so that a first look does not wait for the tests.
+demo: configure
+	cmake --build --preset release -j$(JOBS) --target orvo_driver
+	tools/demo.sh
+
+bench: build
+	tools/bench.sh $(BUILD)
+
+format:
+	tools/format.sh
+
+format-check:
+	tools/format.sh --check
+
+tidy: configure
+	tools/tidy.sh $(BUILD)
+
+update-examples: build
+	cmake --build --preset release --target update-examples
+
+# make install PREFIX=/somewhere
+install: build
+	cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
+
+clean:
+	rm -rf build

@@ -1,0 +1,306 @@
+// The ordered map under every node: names and parameter keys are interned, so a look-up is a comparison of pointers, and
+// only an insertion asks for the order by content. Most nodes carry a handful of entries, some a million.
+#pragma once
+
+#include <orvo/value.h>
+
+#include <cstdlib>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <new>
+#include <vector>
+
+namespace orvo::internal {
+
+/// Maps `PureValueRef` to `T`, iterated in `DeepValueCmp` order. Up to `kFlatMax` entries stand in one sorted array;
+/// beyond, in a tree beside a hash index by pointer, and it stays so. Iterators of the array form end with any insertion
+/// or removal, those of the tree form with the removal of their entry only. Null keys are not allowed.
+template <class T> class KeyedMap {
+    static constexpr std::uint32_t kFlatMax = 24;
+    static constexpr std::uint32_t kTreeForm = 0xffffffffU;
+    struct Slot {
+        PureValueRef key;
+        T value;
+    };
+    using Tree = std::map<PureValueRef, T, DeepValueCmp>;
+    using TreeIt = typename Tree::iterator;
+
+    /// Key to tree position by the key's address: open addressing, at most two thirds full.
+    class Index {
+      public:
+        TreeIt *find(const Value *key) {
+            if (mSlots.empty()) {
+                return nullptr;
+            }
+            for (std::size_t i = home(key);; i = next(i)) {
+                if (mSlots[i].key == key) {
+                    return &mSlots[i].at;
+                }
+                if (mSlots[i].key == nullptr) {
+                    return nullptr;
+                }
+            }
+        }
+        void insert(const Value *key, TreeIt at) {
+            if ((mCount + 1) * 3 > mSlots.size() * 2) {
+                rehash(mSlots.empty() ? 64 : mSlots.size() * 2);
+            }
+            put(key, at);
+            ++mCount;
+        }
+        void erase(const Value *key) {
+            std::size_t hole = home(key);
+            while (mSlots[hole].key != key) {
+                hole = next(hole);
+            }
+            for (std::size_t i = next(hole); mSlots[i].key != nullptr; i = next(i)) {
+                std::size_t want = home(mSlots[i].key);
+                if (((i - want) & (mSlots.size() - 1)) >= ((i - hole) & (mSlots.size() - 1))) {
+                    mSlots[hole] = mSlots[i];
+                    hole = i;
+                }
+            }
+            mSlots[hole] = {};
+            --mCount;
+        }
+
+      private:
+        struct IndexSlot {
+            const Value *key = nullptr;
+            TreeIt at{};
+        };
+        std::size_t home(const Value *key) const {
+            auto bits = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(key));
+            return static_cast<std::size_t>(((bits >> 4) * 0x9e3779b97f4a7c15ULL) >> 20) & (mSlots.size() - 1);
+        }
+        std::size_t next(std::size_t i) const { return (i + 1) & (mSlots.size() - 1); }
+        void put(const Value *key, TreeIt at) {
+            std::size_t i = home(key);
+            while (mSlots[i].key != nullptr) {
+                i = next(i);
+            }
+            mSlots[i] = {key, at};
+        }
+        void rehash(std::size_t size) {
+            std::vector<IndexSlot> old(size);
+            old.swap(mSlots);
+            for (const IndexSlot &slot : old) {
+                if (slot.key != nullptr) {
+                    put(slot.key, slot.at);
+                }
+            }
+        }
+
+        std::vector<IndexSlot> mSlots;
+        std::size_t mCount = 0;
+    };
+    struct Big {
+        Tree tree;
+        Index index;
+    };
+
+  public:
+    /// What an iterator gives: the key and the value, as members of a pair would.
+    struct Entry {
+        const PureValueRef &first;
+        T &second;
+        Entry *operator->() { return this; }
+    };
+
+    class iterator {
+      public:
+        using iterator_category = std::input_iterator_tag;
+        using value_type = Entry;
+        using difference_type = std::ptrdiff_t;
+        using pointer = Entry;
+        using reference = Entry;
+
+        iterator() = default;
+        Entry operator*() const {
+            return mSlot != nullptr ? Entry{mSlot->key, mSlot->value} : Entry{mTreeIt->first, mTreeIt->second};
+        }
+        Entry operator->() const { return **this; }
+        iterator &operator++() {
+            if (mSlot != nullptr) {
+                ++mSlot;
+            } else {
+                ++mTreeIt;
+            }
+            return *this;
+        }
+        iterator operator++(int) {
+            iterator old = *this;
+            ++*this;
+            return old;
+        }
+        bool operator==(const iterator &other) const { return mSlot == other.mSlot && mTreeIt == other.mTreeIt; }
+        bool operator!=(const iterator &other) const { return !(*this == other); }
+
+      private:
+        friend class KeyedMap;
+        explicit iterator(Slot *slot) : mSlot(slot) {}
+        explicit iterator(TreeIt it) : mTreeIt(it) {}
+        Slot *mSlot = nullptr;
+        TreeIt mTreeIt{};
+    };
+
+    KeyedMap() = default;
+    KeyedMap(const KeyedMap &) = delete;
+    KeyedMap &operator=(const KeyedMap &) = delete;
+    ~KeyedMap() { clear(); }
+
+    std::size_t size() const { return isBig() ? big().tree.size() : mSize; }
+    bool empty() const { return size() == 0; }
+    iterator begin() const { return isBig() ? iterator(big().tree.begin()) : iterator(slots()); }
+    iterator end() const { return isBig() ? iterator(big().tree.end()) : iterator(slots() + mSize); }
+
+    /// The value at a key, null if there is none.
+    T *find(const Value *key) const {
+        if (isBig()) {
+            TreeIt *hit = big().index.find(key);
+            return hit == nullptr ? nullptr : &(*hit)->second;
+        }
+        Slot *all = slots();
+        for (std::uint32_t i = 0; i < mSize; ++i) {
+            if (all[i].key.get_ptr() == key) {
+                return &all[i].value;
+            }
+        }
+        return nullptr;
+    }
+
+    /// The entry at a key, `end()` if there is none.
+    iterator iteratorAt(const Value *key) const {
+        if (isBig()) {
+            TreeIt *hit = big().index.find(key);
+            return hit == nullptr ? end() : iterator(*hit);
+        }
+        Slot *all = slots();
+        for (std::uint32_t i = 0; i < mSize; ++i) {
+            if (all[i].key.get_ptr() == key) {
+                return iterator(all + i);
+            }
+        }
+        return end();
+    }
+
+    /// The key must not be there.
+    void insert(const PureValueRef &key, T value) {
+        if (!isBig() && mSize == kFlatMax) {
+            grow();
+        }
+        if (isBig()) {
+            insertIntoTree(key, std::move(value));
+            return;
+        }
+        reserveOneMore();
+        Slot *all = slots();
+        std::uint32_t at = mSize;
+        while (at > 0 && DeepValueCmp()(key, all[at - 1].key)) {
+            --at;
+        }
+        if (at == mSize) {
+            new (all + mSize) Slot{key, std::move(value)};
+        } else {
+            new (all + mSize) Slot(std::move(all[mSize - 1]));
+            for (std::uint32_t i = mSize - 1; i > at; --i) {
+                all[i] = std::move(all[i - 1]);
+            }
+            all[at] = Slot{key, std::move(value)};
+        }
+        ++mSize;
+    }
+
+    /// Whether the key was there.
+    bool erase(const Value *key) {
+        if (isBig()) {
+            TreeIt *hit = big().index.find(key);
+            if (hit == nullptr) {
+                return false;
+            }
+            TreeIt at = *hit;
+            big().index.erase(key);
+            big().tree.erase(at);
+            return true;
+        }
+        Slot *all = slots();
+        for (std::uint32_t i = 0; i < mSize; ++i) {
+            if (all[i].key.get_ptr() == key) {
+                Slot gone = std::move(all[i]);
+                for (std::uint32_t j = i + 1; j < mSize; ++j) {
+                    all[j - 1] = std::move(all[j]);
+                }
+                all[mSize - 1].~Slot();
+                --mSize;
+                return true;
+            }
+        }
+        return false;
+    }
+
+    void clear() {
+        if (isBig()) {
+            delete static_cast<Big *>(mData);
+        } else {
+            Slot *all = slots();
+            for (std::uint32_t i = 0; i < mSize; ++i) {
+                all[i].~Slot();
+            }
+            std::free(mData);
+        }
+        mData = nullptr;
+        mSize = 0;
+        mCapacity = 0;
+    }
+
+  private:
+    bool isBig() const { return mSize == kTreeForm; }
+    Slot *slots() const { return static_cast<Slot *>(mData); }
+    Big &big() const { return *static_cast<Big *>(mData); }
+
+    void insertIntoTree(const PureValueRef &key, T value) {
+        // A front end that delivers its nodes in order, as design XML does, appends each time.
+        Tree &tree = big().tree;
+        TreeIt at = tree.emplace_hint(tree.end(), key, std::move(value));
+        big().index.insert(key.get_ptr(), at);
+    }
+
+    void grow() {
+        auto fresh = std::make_unique<Big>();
+        Slot *all = slots();
+        std::uint32_t count = mSize;
+        for (std::uint32_t i = 0; i < count; ++i) {
+            TreeIt at = fresh->tree.emplace_hint(fresh->tree.end(), all[i].key, std::move(all[i].value));
+            fresh->index.insert(at->first.get_ptr(), at);
+        }
+        clear();
+        mData = fresh.release();
+        mSize = kTreeForm;
+    }
+
+    void reserveOneMore() {
+        if (mSize < mCapacity) {
+            return;
+        }
+        std::uint32_t capacity = mCapacity == 0 ? 1 : mCapacity < 4 ? mCapacity + 1 : mCapacity + mCapacity / 2;
+        auto *fresh = static_cast<Slot *>(std::malloc(capacity * sizeof(Slot)));
+        if (fresh == nullptr) {
+            throw std::bad_alloc();
+        }
+        Slot *all = slots();
+        for (std::uint32_t i = 0; i < mSize; ++i) {
+            new (fresh + i) Slot(std::move(all[i]));
+            all[i].~Slot();
+        }
+        std::free(mData);
+        mData = fresh;
+        mCapacity = capacity;
+    }
+
+    void *mData = nullptr;
+    std::uint32_t mSize = 0;
+    std::uint32_t mCapacity = 0;
+};
+
+} // namespace orvo::internal

@@ -1,0 +1,34 @@
+// The bounds that readers of untrusted text hold, so that time and memory stay proportional to the text. What is beyond
+// one of them ends as the reader's normal failure. docs/limits.md tells them to users.
+#pragma once
+
+#include <cstddef>
+
+namespace orvo::limits {
+
+/// Nesting of tuples in a value's text.
+inline constexpr std::size_t kTupleDepth = 1000;
+/// The count of one repeat `^n` in a tuple's text. A longer run is written as several.
+inline constexpr std::size_t kRepeatCount = std::size_t{1} << 20;
+/// Elements that the repeats of one value's text may make together.
+inline constexpr std::size_t kRepeatedElements = std::size_t{1} << 22;
+/// Elements that the repeats of one document may make together.
+inline constexpr std::size_t kDocumentRepeatedElements = std::size_t{1} << 24;
+/// Digits of one number's text.
+inline constexpr std::size_t kNumberDigits = std::size_t{1} << 16;
+/// Magnitude of the binary exponent of one number's text.
+inline constexpr long kNumberExponent = 1L << 20;
+/// Bytes of one attribute in design XML.
+inline constexpr std::size_t kXmlAttributeBytes = std::size_t{1} << 20;
+/// Bytes of the text of one "param" in design XML.
+inline constexpr std::size_t kXmlTextBytes = std::size_t{1} << 26;
+/// Nesting of elements in design XML, unknown ones included.
+inline constexpr std::size_t kXmlDepth = 256;
+/// Attributes of one element in design XML.
+inline constexpr std::size_t kXmlAttributes = 64;
+/// Bytes of one line in the block catalogue.
+inline constexpr std::size_t kCatalogueLineBytes = std::size_t{1} << 16;
+/// Bytes of a pass list's text.
+inline constexpr std::size_t kPassTextBytes = std::size_t{1} << 20;
+
+} // namespace orvo::limits

@@ -1,0 +1,462 @@
+// Strings and tuples, the text form of values and its reader. Numbers and nodes stand in files of their own.
+#include <orvo/corevalues.h>
+
+#include <orvo/limits.h>
+#include <orvo/logging.h>
+
+#include "orvo/contextimpl.h"
+#include "orvo/valuetext.h"
+
+#include <algorithm>
+#include <ostream>
+
+namespace orvo {
+
+namespace {
+
+using internal::implOf;
+
+// What the readers of nested tuples of one text share. The elements of all open tuples stand in one vector, each tuple's
+// behind those of the one around it, so that a short tuple costs no memory of its own.
+struct TupleReaderState {
+    std::size_t depth = 0;
+    std::size_t repeated = 0;
+    std::vector<ValueRef> elements;
+};
+
+thread_local TupleReaderState tl_tuple_reader;
+
+class TupleReaderScope {
+  public:
+    explicit TupleReaderScope(TupleReaderState &state) : mState(state), mBase(state.elements.size()) {
+        if (mState.depth++ == 0) {
+            mState.repeated = 0;
+        }
+    }
+    ~TupleReaderScope() {
+        --mState.depth;
+        mState.elements.resize(mBase);
+    }
+    TupleReaderScope(const TupleReaderScope &) = delete;
+    TupleReaderScope &operator=(const TupleReaderScope &) = delete;
+
+    std::size_t base() const { return mBase; }
+
+  private:
+    TupleReaderState &mState;
+    std::size_t mBase;
+};
+
+// The count behind a "^", 0 if there is none that the limits allow.
+std::size_t readRepeatCount(std::streambuf &in) {
+    int c = internal::skipSpace(in);
+    if (c == '+') {
+        c = in.snextc();
+    }
+    std::size_t count = 0;
+    for (; internal::isDigitChar(c); c = in.snextc()) {
+        count = std::min(count * 10 + static_cast<std::size_t>(c - '0'), limits::kRepeatCount + 1);
+    }
+    return count <= limits::kRepeatCount ? count : 0;
+}
+
+bool readRepeat(std::streambuf &in, TupleReaderState &state, std::size_t base) {
+    const std::size_t count = readRepeatCount(in);
+    if (count == 0 || state.elements.size() == base || state.repeated + (count - 1) > limits::kRepeatedElements) {
+        return false;
+    }
+    state.repeated += count - 1;
+    const ValueRef last = state.elements.back();
+    state.elements.insert(state.elements.end(), count - 1, last);
+    return true;
+}
+
+// Reads up to and with the ")". False for bad text.
+bool readElements(Context *context, std::istream &in, TupleReaderState &state, std::size_t base) {
+    std::streambuf &buffer = *in.rdbuf();
+    for (;;) {
+        const int c = internal::skipSpace(buffer);
+        if (c == ')') {
+            buffer.sbumpc();
+            return true;
+        }
+        if (c == '^') {
+            buffer.sbumpc();
+            if (!readRepeat(buffer, state, base)) {
+                return false;
+            }
+            continue;
+        }
+        ValueRef element = Value::parse(in, context);
+        if (!element) {
+            return false;
+        }
+        state.elements.push_back(std::move(element));
+    }
+}
+
+std::uint32_t hashElements(CoreType kind, const ValueRef *elements, std::size_t count) {
+    std::uint64_t hash = static_cast<std::uint64_t>(kind) + (count << 8);
+    for (std::size_t i = 0; i < count; ++i) {
+        hash = internal::mixHash(hash, elements[i] ? elements[i]->hash() : 0);
+    }
+    return internal::finishHash(hash);
+}
+
+bool sameElements(const TupleValue &tuple, const ValueRef *elements, std::size_t count) {
+    return tuple.size() == count && std::equal(elements, elements + count, tuple.begin());
+}
+
+// `repeatsLeft` is what a reader allows one text to repeat; beyond it, elements are written one by one.
+void appendTuple(std::string &out, const TupleValue &tuple, std::size_t &repeatsLeft);
+
+void appendElement(std::string &out, const Value *element, std::size_t &repeatsLeft) {
+    if (element == nullptr) {
+        out += "*INVALID*";
+    } else if (internal::isKindOf<TupleValue>(element->kind())) {
+        appendTuple(out, *static_cast<const TupleValue *>(element), repeatsLeft);
+    } else {
+        internal::appendText(out, *element);
+    }
+}
+
+void appendTuple(std::string &out, const TupleValue &tuple, std::size_t &repeatsLeft) {
+    constexpr std::size_t kShortestRun = 4;
+    out += '(';
+    auto at = tuple.begin();
+    while (at != tuple.end()) {
+        if (at != tuple.begin()) {
+            out += ' ';
+        }
+        const auto runEnd = std::find_if(at, tuple.end(), [&](const ValueRef &other) { return !(other == *at); });
+        std::size_t run = std::min(static_cast<std::size_t>(runEnd - at), limits::kRepeatCount);
+        appendElement(out, at->get_ptr(), repeatsLeft);
+        run = std::min(run, repeatsLeft + 1);
+        if (run >= kShortestRun) {
+            repeatsLeft -= run - 1;
+            out += " ^" + std::to_string(run);
+            at += static_cast<std::ptrdiff_t>(run);
+        } else {
+            ++at;
+        }
+    }
+    out += ')';
+}
+
+void writeText(std::ostream &out, const Value &value) {
+    std::string text;
+    internal::appendText(text, value);
+    out.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+} // namespace
+
+namespace internal {
+
+void appendText(std::string &out, const Value &value) {
+    switch (value.kind()) {
+    case CoreType::String: {
+        const std::string &text = static_cast<const StringValue &>(value).str();
+        if (isNakedWord(text)) {
+            out += text;
+        } else {
+            out += '"';
+            appendWithDelim(out, '"', text);
+        }
+        return;
+    }
+    case CoreType::Number:
+        out += static_cast<const NumberValue &>(value).toString(16, 0);
+        return;
+    case CoreType::Tuple:
+    case CoreType::PureTuple: {
+        std::size_t repeatsLeft = limits::kRepeatedElements;
+        appendTuple(out, static_cast<const TupleValue &>(value), repeatsLeft);
+        return;
+    }
+    case CoreType::Node:
+        out += '[';
+        appendWithDelim(out, ']', static_cast<const NodeValue &>(value).getPath());
+        return;
+    }
+}
+
+} // namespace internal
+
+ValueRef Value::parse(std::istream &in, Context *context) {
+    ORVO_ASSERT(context != nullptr, "a value is read into a context");
+    if (in.fail()) {
+        return {};
+    }
+    internal::skipSpace(*in.rdbuf());
+    const internal::ValueParser parser = internal::findValueParser(*in.rdbuf());
+    if (parser == nullptr) {
+        in.setstate(std::ios::failbit);
+        return {};
+    }
+    ValueRef value = parser(context, in);
+    return in.fail() ? ValueRef() : value;
+}
+
+ValueRef Value::parse(const std::string &text, Context *context) { return ValueTextReader(context).parse(text); }
+
+// Strings.
+
+StringValue::StringValue(std::string text, Context *context, std::uint32_t hash, bool refCounted)
+    : PureValue(CoreType::String, context, hash, refCounted), mText(std::move(text)) {}
+
+StringValueRef StringValue::get(std::string_view text, Context *context) {
+    ORVO_ASSERT(context != nullptr, "a value is made in a context");
+    return FromPtr<StringValue>(implOf(*context).internText(text));
+}
+
+StringValueRef StringValue::get(const std::string &text, Context *context) {
+    return get(std::string_view(text), context);
+}
+
+StringValueRef StringValue::get(const char *text, Context *context) { return get(std::string_view(text), context); }
+
+const ValueMetaData &StringValue::getMetaData() const { return internal::stringMetaData(); }
+
+bool StringValue::deepBefore(const Value *other) const { return before(other); }
+
+void StringValue::print(std::ostream &out) const { writeText(out, *this); }
+
+bool StringValue::before(const Value *other) const {
+    // The traits of char compare as bytes without sign.
+    return mText < static_cast<const StringValue *>(other)->mText;
+}
+
+Value *StringValue::createOnHeap() { return new StringValue(std::move(mText), context(), hash(), isRefCounted()); }
+
+ValueRef StringValue::parse(Context *context, std::istream &in) {
+    std::streambuf &buffer = *in.rdbuf();
+    const int first = internal::skipSpace(buffer);
+    if (internal::isLetterChar(first)) {
+        internal::WordBuffer word;
+        internal::readWord(buffer, word);
+        return get(word.view(), context);
+    }
+    std::string text;
+    if (first != '"') {
+        in.setstate(std::ios::failbit);
+        return {};
+    }
+    buffer.sbumpc();
+    if (!internal::readWithDelim(buffer, '"', text)) {
+        in.setstate(std::ios::failbit);
+        return {};
+    }
+    return get(text, context);
+}
+
+// Tuples.
+
+TupleValue::TupleValue(CoreType kind, std::vector<ValueRef> &&elements, Context *context, std::uint32_t hash)
+    : Value(kind, context, hash), mElements(std::move(elements)) {}
+
+PureTupleValue::PureTupleValue(std::vector<ValueRef> &&elements, Context *context, std::uint32_t hash)
+    : TupleValue(CoreType::PureTuple, std::move(elements), context, hash) {}
+
+TupleValueRef TupleValue::intern(const ValueRef *elements, std::size_t count, Context *context) {
+    ORVO_ASSERT(context != nullptr, "a value is made in a context");
+    CoreType kind = CoreType::PureTuple;
+    for (std::size_t i = 0; i < count && kind == CoreType::PureTuple; ++i) {
+        if (!elements[i]) {
+            return {};
+        }
+        if (!elements[i]->isPure()) {
+            kind = CoreType::Tuple;
+        }
+    }
+    const std::uint32_t hash = hashElements(kind, elements, count);
+    const auto isSame = [=](const Value *other) {
+        return other->kind() == kind && sameElements(*static_cast<const TupleValue *>(other), elements, count);
+    };
+    const auto make = [=]() -> Value * {
+        std::vector<ValueRef> copy(elements, elements + count);
+        if (kind == CoreType::PureTuple) {
+            return new PureTupleValue(std::move(copy), context, hash);
+        }
+        return new TupleValue(kind, std::move(copy), context, hash);
+    };
+    return FromPtr<TupleValue>(static_cast<TupleValue *>(implOf(*context).internBy(hash, isSame, make)));
+}
+
+TupleValueRef TupleValue::get(const std::vector<ValueRef> &elements, Context *context) {
+    return intern(elements.data(), elements.size(), context);
+}
+
+TupleValueRef TupleValue::get(std::vector<ValueRef> &&elements, Context *context) {
+    return intern(elements.data(), elements.size(), context);
+}
+
+TupleValueRef TupleValue::get(const std::vector<ValueRefBase<const Value>> &elements, Context *context) {
+    std::vector<ValueRef> plain;
+    plain.reserve(elements.size());
+    for (const ValueRefBase<const Value> &element : elements) {
+        plain.push_back(FromPtr<Value>(const_cast<Value *>(element.get_ptr())));
+    }
+    return intern(plain.data(), plain.size(), context);
+}
+
+TupleValueRef TupleValue::get(Context *context) { return intern(nullptr, 0, context); }
+
+TupleValueRef TupleValue::get(const ValueRef &a, Context *context) { return intern(&a, 1, context); }
+
+TupleValueRef TupleValue::get(const ValueRef &a, const ValueRef &b, Context *context) {
+    const ValueRef elements[] = {a, b};
+    return intern(elements, std::size(elements), context);
+}
+
+TupleValueRef TupleValue::get(const ValueRef &a, const ValueRef &b, const ValueRef &c, Context *context) {
+    const ValueRef elements[] = {a, b, c};
+    return intern(elements, std::size(elements), context);
+}
+
+TupleValueRef TupleValue::get(const ValueRef &a, const ValueRef &b, const ValueRef &c, const ValueRef &d,
+                              Context *context) {
+    const ValueRef elements[] = {a, b, c, d};
+    return intern(elements, std::size(elements), context);
+}
+
+TupleValueRef TupleValue::get(const ValueRef &a, const ValueRef &b, const ValueRef &c, const ValueRef &d,
+                              const ValueRef &e, Context *context) {
+    const ValueRef elements[] = {a, b, c, d, e};
+    return intern(elements, std::size(elements), context);
+}
+
+ValueRef TupleValue::resolve(Design *design) {
+    std::vector<ValueRef> resolved;
+    resolved.reserve(mElements.size());
+    for (const ValueRef &element : mElements) {
+        resolved.push_back(element ? element->resolve(design) : ValueRef());
+    }
+    return get(resolved, context());
+}
+
+const ValueMetaData &TupleValue::getMetaData() const { return internal::tupleMetaData(); }
+
+bool TupleValue::deepBefore(const Value *other) const {
+    const std::vector<ValueRef> &theirs = static_cast<const TupleValue *>(other)->mElements;
+    const std::size_t shared = std::min(mElements.size(), theirs.size());
+    for (std::size_t i = 0; i < shared; ++i) {
+        if (mElements[i] == theirs[i]) {
+            continue;
+        }
+        if (!mElements[i] || !theirs[i]) {
+            return !mElements[i];
+        }
+        return DeepValueCmp()(mElements[i], theirs[i]);
+    }
+    return mElements.size() < theirs.size();
+}
+
+void TupleValue::print(std::ostream &out) const { writeText(out, *this); }
+
+bool TupleValue::before(const Value *other) const {
+    const std::vector<ValueRef> &theirs = static_cast<const TupleValue *>(other)->mElements;
+    if (mElements.size() != theirs.size()) {
+        return mElements.size() < theirs.size();
+    }
+    const auto differ = std::mismatch(mElements.begin(), mElements.end(), theirs.begin());
+    return differ.first != mElements.end() && *differ.first < *differ.second;
+}
+
+Value *TupleValue::createOnHeap() { return new TupleValue(CoreType::Tuple, std::move(mElements), context(), hash()); }
+
+ValueRef TupleValue::parse(Context *context, std::istream &in) {
+    TupleReaderState &state = tl_tuple_reader;
+    std::streambuf &buffer = *in.rdbuf();
+    if (internal::skipSpace(buffer) != '(' || state.depth >= limits::kTupleDepth) {
+        in.setstate(std::ios::failbit);
+        return {};
+    }
+    buffer.sbumpc();
+    const TupleReaderScope scope(state);
+    if (!readElements(context, in, state, scope.base())) {
+        in.setstate(std::ios::failbit);
+        return {};
+    }
+    return intern(state.elements.data() + scope.base(), state.elements.size() - scope.base(), context);
+}
+
+PureTupleValueRef PureTupleValue::get(const PureValueRef &a, Context *context) {
+    const ValueRef elements[] = {a};
+    return static_ref_cast<PureTupleValue>(intern(elements, std::size(elements), context));
+}
+
+PureTupleValueRef PureTupleValue::get(const PureValueRef &a, const PureValueRef &b, Context *context) {
+    const ValueRef elements[] = {a, b};
+    return static_ref_cast<PureTupleValue>(intern(elements, std::size(elements), context));
+}
+
+PureTupleValueRef PureTupleValue::get(const PureValueRef &a, const PureValueRef &b, const PureValueRef &c,
+                                      Context *context) {
+    const ValueRef elements[] = {a, b, c};
+    return static_ref_cast<PureTupleValue>(intern(elements, std::size(elements), context));
+}
+
+PureTupleValueRef PureTupleValue::get(const PureValueRef &a, const PureValueRef &b, const PureValueRef &c,
+                                      const PureValueRef &d, Context *context) {
+    const ValueRef elements[] = {a, b, c, d};
+    return static_ref_cast<PureTupleValue>(intern(elements, std::size(elements), context));
+}
+
+PureTupleValueRef PureTupleValue::get(const PureValueRef &a, const PureValueRef &b, const PureValueRef &c,
+                                      const PureValueRef &d, const PureValueRef &e, Context *context) {
+    const ValueRef elements[] = {a, b, c, d, e};
+    return static_ref_cast<PureTupleValue>(intern(elements, std::size(elements), context));
+}
+
+PureTupleValueRef PureTupleValue::get(const std::vector<PureValueRef> &elements, Context *context) {
+    const std::vector<ValueRef> plain(elements.begin(), elements.end());
+    return static_ref_cast<PureTupleValue>(intern(plain.data(), plain.size(), context));
+}
+
+PureTupleValueRef PureTupleValue::get(const std::map<PureValueRef, PureValueRef> &entries, Context *context) {
+    std::vector<std::pair<PureValueRef, PureValueRef>> sorted(entries.begin(), entries.end());
+    for (const auto &[key, value] : sorted) {
+        if (!key || !value) {
+            return {};
+        }
+    }
+    std::sort(sorted.begin(), sorted.end(),
+              [](const auto &a, const auto &b) { return DeepValueCmp()(a.first, b.first); });
+    std::vector<PureValueRef> pairs;
+    pairs.reserve(sorted.size());
+    for (const auto &[key, value] : sorted) {
+        pairs.push_back(get(key, value, context));
+    }
+    return get(pairs, context);
+}
+
+ValueRef PureTupleValue::resolve(Design *) { return FromPtr<Value>(this); }
+
+Value *PureTupleValue::createOnHeap() { return new PureTupleValue(std::move(mElements), context(), hash()); }
+
+// The reader of many short texts.
+
+struct ValueTextReader::Impl {
+    explicit Impl(Context *owner) : context(owner), in(&buffer) {}
+    Context *context;
+    internal::TextViewBuffer buffer;
+    std::istream in;
+    std::size_t repeated = 0;
+};
+
+ValueTextReader::ValueTextReader(Context *context) : mImpl(new Impl(context)) {}
+ValueTextReader::~ValueTextReader() { delete mImpl; }
+
+ValueRef ValueTextReader::parse(std::string_view text) {
+    mImpl->buffer.reset(text);
+    mImpl->in.clear();
+    tl_tuple_reader.repeated = 0;
+    ValueRef value = Value::parse(mImpl->in, mImpl->context);
+    mImpl->repeated += tl_tuple_reader.repeated;
+    return value;
+}
+
+std::size_t ValueTextReader::repeatedElements() const { return mImpl->repeated; }
+
+} // namespace orvo

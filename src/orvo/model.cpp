@@ -1,0 +1,71 @@
+// A level of hierarchy: its blocks, and who instantiates it.
+#include <orvo/model.h>
+
+#include <orvo/block.h>
+#include <orvo/design.h>
+#include <orvo/logging.h>
+#include <orvo/staticstrings.h>
+
+namespace orvo {
+
+Model::Model(Design &design, const PureValueRef &name) : Node(NodeKind::Model, name, &design) {
+    design.registerModel(this);
+    design.events().modelBorn.fire(*this);
+}
+
+Model *Model::create(Design &design, const PureValueRef &name) { return new Model(design, name); }
+
+Model *Model::create(Design &design, const std::string &name) {
+    return new Model(design, StringValue::get(name, design.getContext()));
+}
+
+Model::~Model() {
+    cleanup();
+    getDesign().unregisterModel(this);
+}
+
+void Model::setName(const PureValueRef &name) {
+    getDesign().unregisterModel(this);
+    rename(name);
+    getDesign().registerModel(this);
+}
+
+void Model::sendChangedEvent() { getDesign().events().modelChanged.fire(*this); }
+
+void Model::sendDyingEvent() { getDesign().events().modelDying.fire(*this); }
+
+Design &Model::getDesign() const { return *static_cast<Design *>(getParent()); }
+
+Block *Model::getBlock(const PureValueRef &name) const { return static_cast<Block *>(getChild(name)); }
+
+Block *Model::getInputBlock() const { return getBlockByPrefix(nullptr, A_INPUT_BLOCK); }
+
+Block *Model::getOutputBlock() const { return getBlockByPrefix(nullptr, A_OUTPUT_BLOCK); }
+
+Block *Model::getBlockByPrefix(const PureValueRef &prefix, const ValueRefBase<const Value> &type) const {
+    for (Block &block : *this) {
+        if ((!type || block.type() == type.get_ptr()) && (!prefix || getPreUnrolledPrefix(block.getName()) == prefix)) {
+            return &block;
+        }
+    }
+    return nullptr;
+}
+
+void Model::registerBlock(Block *block) { addChild(block); }
+
+void Model::unregisterBlock(Block *block) { removeChild(block); }
+
+void Model::registerParent(Block *block) {
+    mParents.push_back(block);
+    bool isNew = mParentAt.emplace(block, std::prev(mParents.end())).second;
+    ORVO_ASSERT(isNew, "a model block registers twice with its model");
+}
+
+void Model::unregisterParent(Block *block) {
+    auto at = mParentAt.find(block);
+    ORVO_ASSERT(at != mParentAt.end(), "a model does not know the model block that leaves it");
+    mParents.erase(at->second);
+    mParentAt.erase(at);
+}
+
+} // namespace orvo

@@ -1,0 +1,168 @@
+// Copies and deletes models with all that hangs on them.
+#include <orvo/orvoutils.h>
+
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/design.h>
+#include <orvo/model.h>
+#include <orvo/logging.h>
+#include <orvo/staticstrings.h>
+#include <orvo/wire.h>
+
+#include <atomic>
+#include <set>
+#include <unordered_map>
+#include <vector>
+
+namespace orvo {
+
+namespace {
+
+std::atomic<OrvoUtils::CloneHook> gCloneHook{nullptr};
+
+/// From the models of a source to their copies.
+using ModelMap = std::unordered_map<const Model *, Model *>;
+
+Model *instantiatedModel(const Block &block) {
+    return block.type() == A_MODEL_BLOCK.get_ptr() ? Node::from<Model>(block[A_MODEL_NODE]) : nullptr;
+}
+
+/// The models that the blocks of `root` refer to, at any depth, `root` first, each once, in the order of meeting them.
+std::vector<Model *> modelsBelow(Model *root) {
+    std::vector<Model *> found{root};
+    std::set<const Model *> known{root};
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        for (Block &block : *found[i]) {
+            Model *model = instantiatedModel(block);
+            if (model != nullptr && known.insert(model).second) {
+                found.push_back(model);
+            }
+        }
+    }
+    return found;
+}
+
+void pointAtClones(Model &clone, const ModelMap &clones) {
+    for (Block &block : clone) {
+        Model *model = instantiatedModel(block);
+        auto hit = model == nullptr ? clones.end() : clones.find(model);
+        if (hit != clones.end()) {
+            block.setParam(A_MODEL_NODE, *hit->second);
+        }
+    }
+}
+
+ModelMap cloneAll(Design &destination, const std::vector<Model *> &sources) {
+    ModelMap clones;
+    for (Model *source : sources) {
+        clones.emplace(source, OrvoUtils::cloneModel(destination, *source));
+    }
+    return clones;
+}
+
+std::vector<Model *> modelsOf(const Design &design) {
+    std::vector<Model *> models;
+    for (Model &model : design) {
+        models.push_back(&model);
+    }
+    return models;
+}
+
+using BlockPairs = std::vector<std::pair<const Block *, Block *>>;
+
+/// The copies of the wires of one model, in which its ports are looked up again.
+using WireMap = std::unordered_map<const Wire *, Wire *>;
+
+void copyParamsButPorts(Block &destination, const Block &source) {
+    for (auto param : Params(source)) {
+        if (Node::from<Wire>(param.second) == nullptr) {
+            destination.setParam(param.first, param.second);
+        }
+    }
+}
+
+/// Connects the copies as their sources are, wire by wire and reader by reader, so that a wire's list of readers keeps
+/// its order. A connection to a wire outside the model stays on that wire.
+void connectClones(const BlockPairs &blocks, const WireMap &wires,
+                   const std::unordered_map<const Block *, Block *> &clones) {
+    for (const auto &[source, clone] : blocks) {
+        for (const Wire &wire : *source) {
+            Wire *copy = wires.at(&wire);
+            for (const Port &port : wire.ports()) {
+                if (auto reader = clones.find(&port.getBlock()); reader != clones.end()) {
+                    reader->second->setParam(port.getName(), *copy);
+                }
+            }
+        }
+        for (const Port &port : source->ports()) {
+            if (wires.count(port.peekWire()) == 0) {
+                clone->setParam(port.getName(), *port.peekWire());
+            }
+        }
+    }
+}
+
+} // namespace
+
+void OrvoUtils::copyParams(Node &destination, const Node &source) {
+    for (auto param : Params(source)) {
+        destination.setParam(param.first, param.second);
+    }
+}
+
+Model *OrvoUtils::cloneModel(Design &design, const Model &source, NodeMap *nodes) {
+    ORVO_ASSERT(design.getContext() == source.getContext(), "a model is cloned into a design of another context");
+    NodeMap own;
+    NodeMap &map = nodes == nullptr ? own : *nodes;
+    Model *clone = Model::create(design, source.getName());
+    map[&source] = clone;
+    copyParams(*clone, source);
+    BlockPairs blocks;
+    WireMap wires;
+    std::unordered_map<const Block *, Block *> clones;
+    for (const Block &block : source) {
+        Block *copy = Block::create(*clone, block.getName());
+        map[&block] = copy;
+        clones.emplace(&block, copy);
+        blocks.emplace_back(&block, copy);
+        copyParamsButPorts(*copy, block);
+        for (const Wire &wire : block) {
+            Wire *wireCopy = Wire::create(*copy, wire.getName());
+            map[&wire] = wireCopy;
+            wires.emplace(&wire, wireCopy);
+            copyParams(*wireCopy, wire);
+        }
+    }
+    connectClones(blocks, wires, clones);
+    if (CloneHook hook = gCloneHook.load(); hook != nullptr) {
+        hook(source, *clone, map);
+    }
+    return clone;
+}
+
+Model *OrvoUtils::deepCloneModel(Design &design, const Model &source) {
+    ModelMap clones = cloneAll(design, modelsBelow(const_cast<Model *>(&source)));
+    for (const auto &clone : clones) {
+        pointAtClones(*clone.second, clones);
+    }
+    return clones.at(&source);
+}
+
+void OrvoUtils::cloneDesign(Design &destination, const Design &source) { cloneAll(destination, modelsOf(source)); }
+
+void OrvoUtils::deepCloneDesign(Design &destination, const Design &source) {
+    ModelMap clones = cloneAll(destination, modelsOf(source));
+    for (const auto &clone : clones) {
+        pointAtClones(*clone.second, clones);
+    }
+}
+
+void OrvoUtils::deepDeleteModel(Model *model) {
+    for (Model *below : modelsBelow(model)) {
+        delete below;
+    }
+}
+
+OrvoUtils::CloneHook OrvoUtils::setCloneHook(CloneHook hook) { return gCloneHook.exchange(hook); }
+
+} // namespace orvo
