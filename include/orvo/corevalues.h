@@ -107,12 +107,15 @@ class ORVO_API NumberValue final : public PureValue {
 
   private:
     friend class internal::NumberInterner;
-    /// Takes the state out of `number`, which must be initialised and must not be cleared by the caller afterwards.
-    NumberValue(bool special, mpf_t number, Context *context, std::uint32_t hash);
+    /// Copies `number`; at least `precision` bits are kept, more if it has more.
+    NumberValue(bool special, mpf_srcptr number, std::size_t precision, Context *context, std::uint32_t hash);
+
+    /// Enough for all that has the precision of a machine word: a float keeps one limb beyond its precision.
+    static constexpr std::size_t kShortLimbs = 3;
 
     mpf_t mNumber;
+    mp_limb_t mShortLimbs[kShortLimbs];
     bool mSpecial;
-    bool mOwned = true;
 };
 
 /// A sequence of values. One that holds only pure elements is a `PureTupleValue`.
@@ -188,8 +191,7 @@ class ORVO_API PureTupleValue final : public TupleValue {
     /// Null if an element is null.
     static PureTupleValueRef get(const PureValueRef &a, Context *context);
     static PureTupleValueRef get(const PureValueRef &a, const PureValueRef &b, Context *context);
-    static PureTupleValueRef get(const PureValueRef &a, const PureValueRef &b, const PureValueRef &c,
-                                 Context *context);
+    static PureTupleValueRef get(const PureValueRef &a, const PureValueRef &b, const PureValueRef &c, Context *context);
     static PureTupleValueRef get(const PureValueRef &a, const PureValueRef &b, const PureValueRef &c,
                                  const PureValueRef &d, Context *context);
     static PureTupleValueRef get(const PureValueRef &a, const PureValueRef &b, const PureValueRef &c,

@@ -67,7 +67,7 @@ class ORVO_API ParamContext {
 class ORVO_API WithParam final : public ParamContext {
   public:
     WithParam(const std::string &name, const PureValueRef &value);
-    explicit WithParam(ModelGenerationHelper helper);
+    explicit WithParam(ModelGenerationHelper generator);
 };
 
 /// A pass by name with its parameters: the identity of a pass instance. Helper and return map take no part in it.

@@ -50,6 +50,7 @@ template <class Blk> class ORVO_API WorkQueueImpl {
   private:
     void hook(Design &design);
     void onBlockDying(Block &block);
+    void onDesignDying(Design &design);
 
     bool mFirstSweep = false;
     bool mSweepStarted = false;

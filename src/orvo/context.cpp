@@ -56,9 +56,7 @@ std::uint32_t hashText(std::string_view text) {
     return finishHash(mixHash(hash, readTail(at, left)));
 }
 
-bool sameContent(const Value *a, const Value *b) {
-    return a->kind() == b->kind() && !a->before(b) && !b->before(a);
-}
+bool sameContent(const Value *a, const Value *b) { return a->kind() == b->kind() && !a->before(b) && !b->before(a); }
 
 namespace {
 constexpr std::size_t kFirstCapacity = 4096;
@@ -130,8 +128,8 @@ bool InternTable::erase(const Value *value) {
     return true;
 }
 
-// Values of StaticStrings. The lock has work to do only while libraries load; it retries and throws as the reader-writer
-// lock under it reports.
+// Values of StaticStrings. The lock has work to do only while libraries load; it retries and throws as the
+// reader-writer lock under it reports.
 struct ContextImpl::StaticValues {
     StaticValues() = default;
     StaticValues(const StaticValues &) = delete;
@@ -263,8 +261,7 @@ std::size_t Context::valueCount() const { return mImpl->valueCount(); }
 ContextMgr::ContextMgr() : ContextMgr(Context::create(), true) {}
 ContextMgr::ContextMgr(Context *context) : ContextMgr(context, false) {}
 
-ContextMgr::ContextMgr(Context *context, bool owned)
-    : mContext(context), mPrevious(getThreadContext()), mOwned(owned) {
+ContextMgr::ContextMgr(Context *context, bool owned) : mContext(context), mPrevious(getThreadContext()), mOwned(owned) {
     setThreadContext(context);
 }
 

@@ -40,8 +40,8 @@ struct ValueCmpLt {
 /// The equality that `ValueCmpLt` tells: neither is before the other.
 bool sameContent(const Value *a, const Value *b);
 
-/// A hash table of values, none counted by it: open addressing with linear probing, the hashes beside the slots, so that
-/// a miss reads no value. A deletion shifts the rest of its run back, so that there are no tombstones.
+/// A hash table of values, none counted by it: open addressing with linear probing, the hashes beside the slots, so
+/// that a miss reads no value. A deletion shifts the rest of its run back, so that there are no tombstones.
 class InternTable {
   public:
     InternTable();

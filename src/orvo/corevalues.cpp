@@ -16,8 +16,8 @@ namespace {
 
 using internal::implOf;
 
-// What the readers of nested tuples of one text share. The elements of all open tuples stand in one vector, each tuple's
-// behind those of the one around it, so that a short tuple costs no memory of its own.
+// What the readers of nested tuples of one text share. The elements of all open tuples stand in one vector, each
+// tuple's behind those of the one around it, so that a short tuple costs no memory of its own.
 struct TupleReaderState {
     std::size_t depth = 0;
     std::size_t repeated = 0;
@@ -36,6 +36,9 @@ class TupleReaderScope {
     ~TupleReaderScope() {
         --mState.depth;
         mState.elements.resize(mBase);
+        if (mBase == 0 && mState.elements.capacity() > kKeptCapacity) {
+            mState.elements = {};
+        }
     }
     TupleReaderScope(const TupleReaderScope &) = delete;
     TupleReaderScope &operator=(const TupleReaderScope &) = delete;
@@ -43,6 +46,9 @@ class TupleReaderScope {
     std::size_t base() const { return mBase; }
 
   private:
+    // What one huge tuple took is not kept for the life of the thread.
+    static constexpr std::size_t kKeptCapacity = 4096;
+
     TupleReaderState &mState;
     std::size_t mBase;
 };
@@ -128,8 +134,12 @@ void appendTuple(std::string &out, const TupleValue &tuple, std::size_t &repeats
         if (at != tuple.begin()) {
             out += ' ';
         }
-        const auto runEnd = std::find_if(at, tuple.end(), [&](const ValueRef &other) { return !(other == *at); });
-        std::size_t run = std::min(static_cast<std::size_t>(runEnd - at), limits::kRepeatCount);
+        const std::size_t longest =
+            std::min({static_cast<std::size_t>(tuple.end() - at), limits::kRepeatCount, repeatsLeft + 1});
+        std::size_t run = 1;
+        while (run < longest && at[static_cast<std::ptrdiff_t>(run)] == *at) {
+            ++run;
+        }
         appendElement(out, at->get_ptr(), repeatsLeft);
         run = std::min(run, repeatsLeft + 1);
         if (run >= kShortestRun) {
@@ -198,7 +208,11 @@ ValueRef Value::parse(std::istream &in, Context *context) {
     return in.fail() ? ValueRef() : value;
 }
 
-ValueRef Value::parse(const std::string &text, Context *context) { return ValueTextReader(context).parse(text); }
+ValueRef Value::parse(const std::string &text, Context *context) {
+    internal::TextViewBuffer buffer(text);
+    std::istream in(&buffer);
+    return parse(in, context);
+}
 
 // Strings.
 
@@ -449,6 +463,11 @@ ValueTextReader::ValueTextReader(Context *context) : mImpl(new Impl(context)) {}
 ValueTextReader::~ValueTextReader() { delete mImpl; }
 
 ValueRef ValueTextReader::parse(std::string_view text) {
+    // The most frequent text, a plain word, needs no stream.
+    const std::string_view word = internal::wordPrefix(text);
+    if (!word.empty()) {
+        return StringValue::get(word, mImpl->context);
+    }
     mImpl->buffer.reset(text);
     mImpl->in.clear();
     tl_tuple_reader.repeated = 0;

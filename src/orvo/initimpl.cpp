@@ -5,11 +5,11 @@
 #include "orvo/deadblockhandlers.h"
 #include "orvo/passtable.h"
 #include "orvo/portordering.h"
-#include "orvo/valueparsers.h"
+#include "orvo/valuetext.h"
 
 #include <orvo/blocksinfo.h>
 #include <orvo/context.h>
-#include <orvo/corevalues.h>
+#include <orvo/handlers.h>
 #include <orvo/nonsblocks.h>
 
 #include <mutex>
@@ -38,6 +38,13 @@ void initialiseORVO_PortOrderingHandlers(Context *context) {
     registerPortOrderingHandlers(context);
 }
 
+/// Variants for regions without scheduling behave as their plain types do.
+void initialiseNONSBlocks(Context *context) {
+    HandlerLinker linker(context, {&typeid(AggregateUnrollHandler), &typeid(ComplexUnrollHandler),
+                                   &typeid(VectorUnrollHandler), &typeid(TypeInferHandler), &typeid(TypeInferHandler2)});
+    mapNONSBlocks(linker);
+}
+
 constexpr Module kModules[] = {
     initialiseModule<BlockModule::Common>, initialiseModule<BlockModule::IP>,     initialiseModule<BlockModule::Prim>,
     initialiseModule<BlockModule::Pipe>,   initialiseModule<BlockModule::Bus>,    initialiseModule<BlockModule::Sarnet>,
@@ -52,7 +59,7 @@ void initialiseORVO_Global() {
     if (gOrvoInitialised) {
         return;
     }
-    registerValueParsers();
+    registerCoreValues();
     registerAllPasses();
     gOrvoInitialised = true;
 }

@@ -113,9 +113,7 @@ LogParams p(const char *name, const NodeParamRef &value) { return valueParam(nam
 LogParams p(const char *name, const ConstNodeParamRef &value) { return valueParam(name, value.get_ptr()); }
 LogParams p(const char *name, const NodeValueRef &value) { return p(name, ConstNodeValueRef(value)); }
 
-LogParams p(const char *name, const ConstNodeValueRef &value) {
-    return {name, value ? value->getPath() : "*INVALID*"};
-}
+LogParams p(const char *name, const ConstNodeValueRef &value) { return {name, value ? value->getPath() : "*INVALID*"}; }
 
 void msg(orvo::msg::Error tag, const LogParams &params) { send(Severity::Error, tag.text, params); }
 void msg(orvo::msg::Warning tag, const LogParams &params) { send(Severity::Warning, tag.text, params); }

@@ -8,8 +8,8 @@
 #include "orvo/contextimpl.h"
 #include "orvo/valuetext.h"
 
-#include <algorithm>
-#include <optional>
+#include <istream>
+#include <vector>
 
 namespace orvo {
 
@@ -45,7 +45,12 @@ class PathCursor {
         if (mRest.empty()) {
             return {};
         }
-        return internal::isLetterChar(mRest[0]) ? nextWord() : nextValue();
+        const std::string_view word = internal::wordPrefix(mRest);
+        if (word.empty()) {
+            return nextValue();
+        }
+        mRest.remove_prefix(word.size());
+        return StringValue::get(word, mContext);
     }
 
   private:
@@ -53,13 +58,6 @@ class PathCursor {
         while (!mRest.empty() && internal::isSpaceChar(mRest[0])) {
             mRest.remove_prefix(1);
         }
-    }
-    PureValueRef nextWord() {
-        const auto *end = std::find_if_not(mRest.begin(), mRest.end(), [](char c) { return internal::isWordChar(c); });
-        const auto size = static_cast<std::size_t>(end - mRest.begin());
-        PureValueRef word = StringValue::get(mRest.substr(0, size), mContext);
-        mRest.remove_prefix(size);
-        return word;
     }
     PureValueRef nextValue() {
         internal::TextViewBuffer buffer(mRest);

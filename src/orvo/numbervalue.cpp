@@ -1,6 +1,6 @@
-// Numbers: exact integers and binary fractions over GMP's floats. GMP ends the process on overflow, so that every width,
-// shift and exponent is looked at here before a call that could reach it; results are made from the limbs where that is
-// simpler than a call that may round.
+// Numbers: exact integers and binary fractions over GMP's floats. GMP ends the process on overflow, so that every
+// width, shift and exponent is looked at here before a call that could reach it; results are made from the limbs where
+// that is simpler than a call that may round.
 #include <orvo/corevalues.h>
 
 #include <orvo/limits.h>
@@ -24,12 +24,12 @@ namespace orvo {
 namespace internal {
 
 namespace {
-thread_local const struct MpfrCacheGuard {
+struct MpfrCacheGuard {
     ~MpfrCacheGuard() { mpfr_free_cache(); }
-} tl_mpfr_guard;
+};
 } // namespace
 
-void useMpfrOnThisThread() { static_cast<void>(&tl_mpfr_guard); }
+void useMpfrOnThisThread() { static thread_local const MpfrCacheGuard guard; }
 
 } // namespace internal
 
@@ -41,8 +41,8 @@ constexpr long kLimbBits = 64;
 // In limbs: far beyond all that memory can hold as an integer, and far from the ends of the exponent's type.
 constexpr long kLargestExponent = 1L << 40;
 
-// A non-zero magnitude read from elsewhere: limbs from the least significant one, times 2^(64 * (exponent - count)), with
-// the first and the last limb not zero. Zero has no limbs.
+// A non-zero magnitude read from elsewhere: limbs from the least significant one, times 2^(64 * (exponent - count)),
+// with the first and the last limb not zero. Zero has no limbs.
 struct LimbView {
     LimbView(const mp_limb_t *data, std::size_t size, long limbExponent, bool isNegative)
         : limbs(data), count(size), exponent(limbExponent), negative(isNegative) {
@@ -205,12 +205,7 @@ class NumberInterner {
             const auto *value = static_cast<const NumberValue *>(other);
             return value->mSpecial == special && mpf_cmp(value->mNumber, &number) == 0;
         };
-        const auto make = [&]() -> Value * {
-            mpf_t copy;
-            mpf_init2(copy, std::max(precision, view.count * kLimbBits));
-            mpf_set(copy, &number);
-            return new NumberValue(special, copy, context, hash);
-        };
+        const auto make = [&]() -> Value * { return new NumberValue(special, &number, precision, context, hash); };
         return FromPtr<NumberValue>(static_cast<NumberValue *>(implOf(*context).internBy(hash, isSame, make)));
     }
     /// magnitude * 2^shift
@@ -257,10 +252,10 @@ struct SpecialWord {
 };
 
 constexpr SpecialWord kSpecialWords[] = {
-    {"+nan",  kNaN          },
-    {"+inf",  kPlusInfinity },
-    {"-inf",  kMinusInfinity},
-    {"-zero", kMinusZero    },
+    {"+nan", kNaN},
+    {"+inf", kPlusInfinity},
+    {"-inf", kMinusInfinity},
+    {"-zero", kMinusZero},
 };
 
 // Takes a number's text apart, character by character.
@@ -383,9 +378,8 @@ class NumberReader {
                 magnitude = magnitude * static_cast<unsigned>(mBase) + static_cast<unsigned>(digitOf(c));
             }
             const ShortNumber number(magnitude, mShift, mSign == '-');
-            return canBePrinted(number.view())
-                       ? NumberInterner::internShort(magnitude, mShift, mSign == '-', mContext)
-                       : NumberValueRef();
+            return canBePrinted(number.view()) ? NumberInterner::internShort(magnitude, mShift, mSign == '-', mContext)
+                                               : NumberValueRef();
         }
         return makeLong(std::string(digits));
     }
@@ -425,13 +419,21 @@ class NumberReader {
 
 } // namespace
 
-NumberValue::NumberValue(bool special, mpf_t number, Context *context, std::uint32_t hash)
+NumberValue::NumberValue(bool special, mpf_srcptr number, std::size_t precision, Context *context, std::uint32_t hash)
     : PureValue(CoreType::Number, context, hash), mSpecial(special) {
-    *mNumber = *number;
+    const auto limbs = static_cast<std::size_t>(std::abs(number->_mp_size));
+    if (precision <= kLimbBits && limbs < kShortLimbs) {
+        // GMP never moves the limbs of a float, so that short ones may stand in the object.
+        mNumber->_mp_prec = kShortLimbs - 1;
+        mNumber->_mp_d = mShortLimbs;
+    } else {
+        mpf_init2(mNumber, std::max(precision, limbs * kLimbBits));
+    }
+    mpf_set(mNumber, number);
 }
 
 NumberValue::~NumberValue() {
-    if (mOwned) {
+    if (mNumber->_mp_d != mShortLimbs) {
         mpf_clear(mNumber);
     }
 }
@@ -589,8 +591,8 @@ std::string NumberValue::toString(int base, int digits) const {
     }
     const LimbView view(mNumber);
     long exponent = 0;
-    const std::string all = base == 16 && digits == 0 ? hexDigits(view, exponent)
-                                                       : digitsOf(mNumber, base, digits, exponent);
+    const std::string all =
+        base == 16 && digits == 0 ? hexDigits(view, exponent) : digitsOf(mNumber, base, digits, exponent);
     return floatingText(view.negative, all, exponent, base);
 }
 
@@ -611,8 +613,7 @@ bool NumberValue::before(const Value *other) const {
 }
 
 Value *NumberValue::createOnHeap() {
-    mOwned = false;
-    return new NumberValue(mSpecial, mNumber, context(), hash());
+    return new NumberValue(mSpecial, mNumber, mpf_get_prec(mNumber), context(), hash());
 }
 
 ValueRef NumberValue::parse(Context *context, std::istream &in) {

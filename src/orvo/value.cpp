@@ -48,7 +48,7 @@ std::ostream &operator<<(std::ostream &out, const Value &value) {
 }
 
 StaticString::StaticString(const char *text) {
-    StringValue probe(text, nullptr, false);
+    StringValue probe(text, nullptr, internal::hashText(text), false);
     mValue = static_ref_cast<StringValue>(Context::internStaticValue(&probe));
 }
 

@@ -3,7 +3,6 @@
 
 #include <orvo/logging.h>
 
-#include <algorithm>
 #include <array>
 #include <iterator>
 
@@ -42,10 +41,18 @@ const std::string *stringPrefixes() {
 
 } // namespace
 
-bool isNakedWord(std::string_view text) {
-    return !text.empty() && isLetterChar(static_cast<unsigned char>(text[0])) &&
-           std::all_of(text.begin() + 1, text.end(), [](char c) { return isWordChar(static_cast<unsigned char>(c)); });
+std::string_view wordPrefix(std::string_view text) {
+    if (text.empty() || !isLetterChar(text[0])) {
+        return {};
+    }
+    std::size_t size = 1;
+    while (size < text.size() && isWordChar(text[size])) {
+        ++size;
+    }
+    return text.substr(0, size);
 }
+
+bool isNakedWord(std::string_view text) { return !text.empty() && wordPrefix(text).size() == text.size(); }
 
 void appendWithDelim(std::string &out, char delim, std::string_view text) {
     for (const char c : text) {

@@ -54,6 +54,8 @@ constexpr bool isWordChar(int c) { return isLetterChar(c) || isDigitChar(c) || c
 
 /// Whether a string is written without quotes.
 ORVO_API bool isNakedWord(std::string_view text);
+/// The word that `text` starts with: a letter, then letters, digits and "_". Empty if it starts with no letter.
+std::string_view wordPrefix(std::string_view text);
 /// Appends the text form.
 ORVO_API void appendText(std::string &out, const Value &value);
 void appendWithDelim(std::string &out, char delim, std::string_view text);

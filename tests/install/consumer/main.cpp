@@ -3,6 +3,7 @@
 
 #include <orvo/block.h>
 #include <orvo/context.h>
+#include <orvo/corevalues.h>
 #include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
@@ -16,13 +17,16 @@ int main() {
     orvo::Design design(manager.context());
     orvo::Model *model = orvo::Model::create(design, "top");
 
+    const auto zero = orvo::NumberValue::get(0, manager.context());
+
     orvo::Block *source = orvo::Block::create(*model, "source");
     source->setParam(orvo::A_BLOCK_TYPE, orvo::A_CONST_BLOCK);
+    source->setParam(orvo::A_CONST_VALUE, zero);
     orvo::Wire *wire = orvo::Wire::create(*source, orvo::A_PRIM_WIRE_OUT);
 
     orvo::Block *sink = orvo::Block::create(*model, "sink");
     sink->setParam(orvo::A_BLOCK_TYPE, orvo::A_OUTPUT_BLOCK);
-    sink->setParam(orvo::A_PRIM_PORT_IN, *wire);
+    sink->setParam(zero, *wire);
 
     orvo::XMLServices xml;
     xml.toXML(std::cout, design);

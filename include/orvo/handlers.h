@@ -1,0 +1,17 @@
+// The handler interfaces by which passes ask a block type for its behaviour. What stands here is their identity, which
+// the start-up needs to hand the handlers of one type to another; the passes add the operations.
+#pragma once
+
+#include <orvo/blockclass.h>
+
+namespace orvo {
+
+/// The type rule of a block type.
+class ORVO_API TypeInferHandler : public BlockHandler {};
+class ORVO_API TypeInferHandler2 : public BlockHandler {};
+/// How a block of compound signals becomes blocks of their parts.
+class ORVO_API AggregateUnrollHandler : public BlockHandler {};
+class ORVO_API ComplexUnrollHandler : public BlockHandler {};
+class ORVO_API VectorUnrollHandler : public BlockHandler {};
+
+} // namespace orvo

@@ -1,0 +1,83 @@
+// The findings of the library's verifier, told with tags and parameters.
+#include "driver/catalogue.h"
+
+#include "driver/message_texts.h"
+
+#include <orvo/block.h>
+#include <orvo/design.h>
+#include <orvo/model.h>
+#include <orvo/netlistverification.h>
+
+namespace orvo::driver {
+
+namespace {
+
+using Kind = CatalogueFinding::Kind;
+
+/// The tag of a kind, and the message's name for the subject.
+struct KindText {
+    const char *tag;
+    const char *subject;
+};
+
+KindText textOf(Kind kind) {
+    switch (kind) {
+    case Kind::UnknownBlockType:
+        return {"DRIVER_CHECK_UNKNOWN_BLOCK", "type"};
+    case Kind::UnknownConnectionKind:
+        return {"DRIVER_CHECK_UNKNOWN_KIND", "kind"};
+    case Kind::MissingParam:
+        return {"DRIVER_CHECK_MISSING_PARAM", "param"};
+    case Kind::MissingPort:
+        return {"DRIVER_CHECK_MISSING_PORT", "port"};
+    case Kind::MissingWire:
+        return {"DRIVER_CHECK_MISSING_WIRE", "wire"};
+    case Kind::BadValue:
+        return {"DRIVER_CHECK_BAD_VALUE", "param"};
+    case Kind::Extra:
+        return {"DRIVER_CHECK_EXTRA_PARAM", "param"};
+    }
+    return {"DRIVER_CHECK_UNKNOWN_KIND", "kind"};
+}
+
+Finding toFinding(const CatalogueFinding &found) {
+    const KindText text = textOf(found.kind);
+    const Block &block = *found.block;
+    Finding finding{text.tag, {{text.subject, found.subject}}};
+    finding.params["block"] = block.getName()->toString();
+    finding.params["model"] = block.getModel().getName()->toString();
+    if (found.kind == Kind::BadValue) {
+        const ValueRef value = block.getParam(PureValueRef(Value::parse(found.subject, block.getContext())));
+        if (value) {
+            finding.params["value"] = value->toString();
+        }
+    }
+    return finding;
+}
+
+} // namespace
+
+std::vector<Finding> checkDesign(const Design &design, const BlocksInfo &catalogue) {
+    CatalogueVerifier verifier(catalogue, design.getContext());
+    std::vector<Finding> findings;
+    for (const Model &model : design) {
+        for (const Block &block : model) {
+            for (const CatalogueFinding &found : verifier.verify(block)) {
+                findings.push_back(toFinding(found));
+            }
+        }
+    }
+    return findings;
+}
+
+Json toJson(const Finding &finding) {
+    Json json;
+    json["tag"] = finding.tag;
+    json["text"] = renderMessage(finding.tag, finding.params);
+    for (const auto &[name, value] : finding.params) {
+        json[name] = value;
+    }
+    return json;
+}
+
+} // namespace orvo::driver

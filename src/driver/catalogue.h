@@ -1,0 +1,27 @@
+// Blocks against the catalogue, for the verb "check" and for --verify-each: the findings as messages of the driver.
+#pragma once
+
+#include "driver/console.h"
+#include "driver/jsontext.h"
+
+#include <vector>
+
+namespace orvo {
+class BlocksInfo;
+class Design;
+} // namespace orvo
+
+namespace orvo::driver {
+
+/// One finding as a message.
+struct Finding {
+    const char *tag;
+    Console::Params params;
+};
+
+/// All findings of all models, in the order of the design.
+std::vector<Finding> checkDesign(const Design &design, const BlocksInfo &catalogue);
+
+Json toJson(const Finding &finding);
+
+} // namespace orvo::driver

@@ -1,0 +1,146 @@
+// The driver's work around each pass. A snapshot for the reproducer is taken only when the design has changed since the
+// last one, and the first is the input file itself.
+#include "driver/instrumentation.h"
+
+#include "driver/catalogue.h"
+#include "driver/files.h"
+#include "driver/invariants.h"
+#include "driver/message_texts.h"
+#include "driver/statistics.h"
+
+#include <orvo/blocksinfo.h>
+#include <orvo/design.h>
+#include <util/profiling.h>
+
+#include <cstdio>
+
+namespace orvo::driver {
+
+namespace {
+
+std::string dumpName(const PassRecord &record) {
+    char number[32];
+    std::snprintf(number, sizeof(number), "%03zu", record.number);
+    return std::string(number) + "-" + record.name + ".xml";
+}
+
+} // namespace
+
+std::string printExecution(const PassExecution &execution) {
+    PassText text;
+    text.name = execution.name;
+    for (const auto &[name, value] : execution.params->settings()) {
+        text.params.emplace_back(name, value);
+    }
+    return printPassText(text);
+}
+
+DriverInstrumentation::DriverInstrumentation(RunOptions options, const std::vector<PassText> &passes, Console &console,
+                                             Progress &progress)
+    : mOptions(std::move(options)), mPasses(passes), mConsole(console), mProgress(progress) {}
+
+bool DriverInstrumentation::shouldRun(const PassExecution &execution, Design &design) {
+    PassRecord record;
+    record.number = execution.index + 1;
+    record.name = execution.name;
+    record.text = printExecution(execution);
+    record.requested = execution.requested;
+    // After an error of the design, the passes that follow could only stumble over it.
+    record.ran = !mOptions.list && mConsole.errors() == 0 && mOptions.skip.count(record.number) == 0 &&
+                 (!mOptions.stopAfter || record.number <= *mOptions.stopAfter);
+    if (mOptions.stats) {
+        const bool unchanged = !mRecords.empty();
+        record.blocksBefore = unchanged ? mRecords.back().blocksAfter : countBlocks(design);
+        record.blocksAfter = record.blocksBefore;
+    }
+    mRecords.push_back(record);
+    if (!record.ran && record.requested) {
+        ++mRequestsDone;
+        mCommandsBeforeRequest = record.number;
+    }
+    return record.ran;
+}
+
+void DriverInstrumentation::beforePass(const PassExecution &execution, Design &design) {
+    const PassRecord &record = mRecords.back();
+    mProgress.phase("pass " + std::to_string(record.number) + ": " + execution.name);
+    if (!mOptions.reproducerPath.empty()) {
+        armFor(record, design);
+    }
+    util::ProfilingLog::begin({execution.name, "pass " + std::to_string(record.number)});
+}
+
+void DriverInstrumentation::armFor(const PassRecord &record, const Design &design) {
+    const std::uint64_t edits = design.editCount();
+    if (!mSnapshotEdits && mOptions.inputDescriptor >= 0) {
+        mSnapshot = mOptions.inputDescriptor;
+    } else if (mSnapshotEdits != edits) {
+        util::ProfilingSection section("snapshot", "for the reproducer");
+        if (mSnapshots == nullptr) {
+            mSnapshots = std::make_unique<DesignSnapshots>();
+        }
+        mSnapshot = mSnapshots->take(design);
+    }
+    mSnapshotEdits = edits;
+    armFaults({record.number, record.name, mOptions.reproducerPath, reproducerHeader(record), mSnapshot});
+}
+
+std::string DriverInstrumentation::reproducerHeader(const PassRecord &record) const {
+    Reproducer reproducer;
+    reproducer.version = ORVO_VERSION;
+    reproducer.pass = std::to_string(record.number) + " " + record.name;
+    reproducer.verifyEach = mOptions.verifyEach;
+    reproducer.features = mOptions.features;
+    // The replay counts from the first command of the pass that is now due.
+    for (const std::size_t skipped : mOptions.skip) {
+        if (skipped > mCommandsBeforeRequest) {
+            reproducer.skip.push_back(skipped - mCommandsBeforeRequest);
+        }
+    }
+    if (mOptions.stopAfter) {
+        reproducer.stopAfter = *mOptions.stopAfter - mCommandsBeforeRequest;
+    }
+    const auto due = mPasses.begin() + static_cast<std::ptrdiff_t>(mRequestsDone);
+    reproducer.passes = printPassTexts(std::vector<PassText>(due, mPasses.end()));
+    return printReproducerHeader(reproducer);
+}
+
+void DriverInstrumentation::afterPass(const PassExecution &, Design &design, bool changed) {
+    util::ProfilingLog::end();
+    PassRecord &record = mRecords.back();
+    record.changed = changed;
+    if (changed && mOptions.verifyEach) {
+        verify(record, design);
+    }
+    if (changed && mOptions.stats) {
+        record.blocksAfter = countBlocks(design);
+    }
+    if (record.requested) {
+        ++mRequestsDone;
+        mCommandsBeforeRequest = record.number;
+    }
+    disarmFaults();
+    if (changed && !mOptions.dumpFolder.empty()) {
+        dump(record, design);
+    }
+}
+
+void DriverInstrumentation::verify(const PassRecord &record, const Design &design) {
+    util::ProfilingSection section("verify", record.name);
+    for (const std::string &fault : findBrokenLinks(design, 1)) {
+        reportFault("the pass left the netlist broken: " + fault);
+        throw VerbFailure{kInternalFault};
+    }
+    for (const Finding &finding : checkDesign(design, getBlocksInfo())) {
+        reportFault("the pass left a block that breaks the catalogue: " + renderMessage(finding.tag, finding.params));
+        throw VerbFailure{kInternalFault};
+    }
+}
+
+void DriverInstrumentation::dump(PassRecord &record, const Design &design) {
+    util::ProfilingSection section("dump", record.name);
+    record.dump = mOptions.dumpFolder + "/" + dumpName(record);
+    writeDesign(design, record.dump, mConsole);
+}
+
+} // namespace orvo::driver

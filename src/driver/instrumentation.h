@@ -1,0 +1,89 @@
+// What the driver does around each pass: numbering, bisecting, dumps, timing, counting, verification, and keeping what a
+// reproducer needs.
+#pragma once
+
+#include "driver/console.h"
+#include "driver/faults.h"
+#include "driver/passtext.h"
+#include "driver/progress.h"
+#include "driver/reproducer.h"
+
+#include <orvo/pass.h>
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace orvo::driver {
+
+/// What the options of "orvo opt" say about a run.
+struct RunOptions {
+    bool verifyEach = false;
+    /// Count blocks after each pass.
+    bool stats = false;
+    /// Run nothing, only number.
+    bool list = false;
+    /// Empty for no dumps.
+    std::string dumpFolder;
+    /// Commands are numbered from 1.
+    std::optional<std::size_t> stopAfter;
+    std::set<std::size_t> skip;
+    std::vector<std::pair<std::string, std::string>> features;
+    /// Where a reproducer goes; empty for none.
+    std::string reproducerPath;
+    /// A file with the design as it was read; -1 if there is none.
+    int inputDescriptor = -1;
+};
+
+/// One command of a run: a pass that was asked for, or one that it requires.
+struct PassRecord {
+    std::size_t number = 0;
+    std::string name;
+    std::string text;
+    bool requested = false;
+    bool ran = false;
+    bool changed = false;
+    /// The file of its dump; empty for none.
+    std::string dump;
+    /// Only with statistics.
+    std::size_t blocksBefore = 0;
+    std::size_t blocksAfter = 0;
+};
+
+class DriverInstrumentation final : public PassInstrumentation {
+  public:
+    /// `passes` are those of the run, in order. All arguments but the options live longer than this.
+    DriverInstrumentation(RunOptions options, const std::vector<PassText> &passes, Console &console,
+                          Progress &progress);
+
+    bool shouldRun(const PassExecution &execution, Design &design) override;
+    void beforePass(const PassExecution &execution, Design &design) override;
+    void afterPass(const PassExecution &execution, Design &design, bool changed) override;
+
+    const std::vector<PassRecord> &records() const { return mRecords; }
+
+  private:
+    void armFor(const PassRecord &record, const Design &design);
+    std::string reproducerHeader(const PassRecord &record) const;
+    void verify(const PassRecord &record, const Design &design);
+    void dump(PassRecord &record, const Design &design);
+
+    RunOptions mOptions;
+    const std::vector<PassText> &mPasses;
+    Console &mConsole;
+    Progress &mProgress;
+    std::vector<PassRecord> mRecords;
+    /// How many of `mPasses` are done, and how many commands stood before the one now due.
+    std::size_t mRequestsDone = 0;
+    std::size_t mCommandsBeforeRequest = 0;
+    std::unique_ptr<DesignSnapshots> mSnapshots;
+    int mSnapshot = -1;
+    std::optional<std::uint64_t> mSnapshotEdits;
+};
+
+/// Text of a command's parameters as in a list of passes.
+std::string printExecution(const PassExecution &execution);
+
+} // namespace orvo::driver

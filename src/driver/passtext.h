@@ -1,0 +1,64 @@
+// The text form of a list of passes, as the option --passes and pass files have it:
+//
+//     ElideTerminalPass, DumpXMLPass{P_FILENAME="out.xml", P_CLOBBER=A_TRUE}   # a comment
+//
+// Passes stand apart by commas or new lines. Reading tells where a text is wrong; whether the passes exist and know
+// their parameters is a second step, so that a text can be read without a library that knows them.
+#pragma once
+
+#include <orvo/value.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace orvo::driver {
+
+/// Where something stands in a text, both counted from 1; columns count bytes.
+struct TextPosition {
+    int line = 1;
+    int column = 1;
+    bool operator==(const TextPosition &other) const { return line == other.line && column == other.column; }
+};
+
+/// One pass of a list.
+struct PassText {
+    std::string name;
+    /// In the order of the text; no name comes twice.
+    std::vector<std::pair<std::string, PureValueRef>> params;
+    TextPosition position;
+    /// Where each parameter's name stands, in the order of `params`.
+    std::vector<TextPosition> paramPositions;
+};
+
+/// What is wrong with a text, and where.
+struct PassTextError {
+    TextPosition position;
+    std::string reason;
+};
+
+/// Reads a whole list, which may be empty, and appends it to `passes`; what stood there stays. Names are letters, digits
+/// and "_" and begin with a letter or "_". Values are in their text form and refer to no node. A text beyond
+/// `limits::kPassTextBytes` is an error like any other.
+std::optional<PassTextError> parsePassText(std::string_view text, Context *context, std::vector<PassText> &passes);
+
+/// One pass or a whole list on one line, which `parsePassText` reads back to the same list.
+std::string printPassText(const PassText &pass);
+std::string printPassTexts(const std::vector<PassText> &passes);
+
+/// A pass or a parameter that does not exist.
+struct UnknownInPassText {
+    TextPosition position;
+    std::string pass;
+    /// Empty if the pass itself is unknown.
+    std::string param;
+    /// The nearest known name; empty if none is near.
+    std::string suggestion;
+};
+
+/// The first thing in the list that the registered passes do not know.
+std::optional<UnknownInPassText> findUnknown(const std::vector<PassText> &passes);
+
+} // namespace orvo::driver

@@ -1,0 +1,106 @@
+// Removal of dead blocks: from the ends of chains, or by marking what lives.
+#include "orvo/deadblockpass.h"
+
+#include "orvo/deadblockhandlers.h"
+
+#include <orvo/block.h>
+#include <orvo/model.h>
+#include <orvo/wire.h>
+#include <orvo/workqueue.h>
+
+#include <deque>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace orvo {
+
+ORVO_DEFINE_PASS(DeadBlockPass, "Deletes each block whose wires nobody reads, then those that only it read, up the "
+                                "chain. Blocks that a host, a pin or another model needs stay.")
+ORVO_DEFINE_PASS(DeadBlockLatePass, "As DeadBlockPass, near the end of a pipeline: terminals, boundaries and the like "
+                                    "may go, too, and type pins that still read something stay.")
+ORVO_DEFINE_PASS(AggressiveDeadBlockPass, "Keeps what blocks that must live depend on and deletes all else, loops that "
+                                          "feed nothing included.")
+ORVO_DEFINE_PASS(AggressiveDeadBlockLatePass,
+                 "As AggressiveDeadBlockPass, with the late pass's view of what must live.")
+
+namespace {
+
+/// Asks the handlers of blocks, looking each class up once.
+class Immortality {
+  public:
+    explicit Immortality(bool late) : mLate(late), mQuery(late) {}
+    bool operator()(const Block &block) {
+        auto [hit, isNew] = mHandlers.try_emplace(block.getClass(), nullptr);
+        if (isNew) {
+            hit->second = block.getClass()->get<DeadBlockHandler>();
+        }
+        return hit->second != nullptr && hit->second->isImmortalQuery(block, mLate, mQuery);
+    }
+
+  private:
+    bool mLate;
+    ImmortalModelQuery mQuery;
+    std::unordered_map<const BlockClass *, const DeadBlockHandler *> mHandlers;
+};
+
+bool hasReader(const Block &block) {
+    for (const Wire &wire : block) {
+        if (wire.port_size() != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+bool DeadBlockPass::isLate() const { return false; }
+
+bool DeadBlockLatePass::isLate() const { return true; }
+
+bool AggressiveDeadBlockLatePass::isLate() const { return true; }
+
+void DeadBlockPass::apply(ModelPassContext &context) {
+    Immortality isImmortal(isLate());
+    WorkQueue queue(context.getModel());
+    while (queue.next()) {
+        Block &block = *queue.block();
+        if (hasReader(block) || isImmortal(block)) {
+            continue;
+        }
+        for (const Port &port : block.ports()) {
+            queue.enqueue(port.getWire()->getBlock());
+        }
+        queue.deleteBlock();
+    }
+}
+
+void AggressiveDeadBlockPass::apply(ModelPassContext &context) {
+    Immortality isImmortal(isLate());
+    std::deque<const Block *> pending;
+    std::unordered_set<const Block *> live;
+    for (const Block &block : context.getModel()) {
+        if (isImmortal(block)) {
+            pending.push_back(&block);
+            live.insert(&block);
+        }
+    }
+    while (!pending.empty()) {
+        const Block *block = pending.front();
+        pending.pop_front();
+        for (const Port &port : block->ports()) {
+            const Block *driver = &port.getWire()->getBlock();
+            if (driver != block && live.insert(driver).second) {
+                pending.push_back(driver);
+            }
+        }
+    }
+    WorkQueue queue(context.getModel());
+    while (queue.next()) {
+        if (live.count(queue.block()) == 0) {
+            queue.deleteBlock();
+        }
+    }
+}
+
+} // namespace orvo

@@ -1,0 +1,48 @@
+// The passes that delete what nothing reads.
+#pragma once
+
+#include <orvo/pass.h>
+
+namespace orvo {
+
+/// Deletes each block whose wires nobody reads, then those that only it read, up the chain. Blocks that a host, a pin or
+/// another model needs stay.
+///     a -> b -> c,  a -> out        c is read by nobody
+///     a -> out                      b and c are gone
+class DeadBlockPass : public ModelPass {
+    ORVO_PASS(DeadBlockPass)
+    using ModelPass::apply;
+    void apply(ModelPassContext &context) override;
+
+  protected:
+    /// Whether blocks that only an early pass must keep may go.
+    virtual bool isLate() const;
+};
+
+/// As DeadBlockPass, near the end of a pipeline: terminals, boundaries and the like may go, too, and type pins that
+/// still read something stay.
+class DeadBlockLatePass final : public DeadBlockPass {
+    ORVO_PASS(DeadBlockLatePass)
+
+  protected:
+    bool isLate() const override;
+};
+
+/// Keeps what blocks that must live depend on and deletes all else, loops that feed nothing included.
+///     r1 -> r2 -> r1,  a -> out     the loop drives nothing
+///     a -> out                      the loop is gone
+class AggressiveDeadBlockPass : public DeadBlockPass {
+    ORVO_PASS(AggressiveDeadBlockPass)
+    using ModelPass::apply;
+    void apply(ModelPassContext &context) override;
+};
+
+/// As AggressiveDeadBlockPass, with the late pass's view of what must live.
+class AggressiveDeadBlockLatePass final : public AggressiveDeadBlockPass {
+    ORVO_PASS(AggressiveDeadBlockLatePass)
+
+  protected:
+    bool isLate() const override;
+};
+
+} // namespace orvo

@@ -1,0 +1,46 @@
+// The table of passes, in the order of their registration. A pass stands here from the day that it does its work.
+#include "orvo/passtable.h"
+
+#include "orvo/deadblockpass.h"
+#include "orvo/deadmodelpass.h"
+#include "orvo/dumpxmlpass.h"
+#include "orvo/elideterminalpass.h"
+#include "orvo/elideunpackpass.h"
+#include "orvo/netlistverificationpass.h"
+
+#include <orvo/modeltreepass.h>
+
+namespace orvo::internal {
+
+namespace {
+
+struct Row {
+    const char *name;
+    PassFactory create;
+    const DefaultParamSettings &(*settings)();
+};
+
+#define ORVO_PASS_ROW(PASS) {#PASS, &PASS::create, &PASS::defaultParamSettings}
+constexpr Row kPasses[] = {
+    ORVO_PASS_ROW(DeadBlockPass),
+    ORVO_PASS_ROW(DeadBlockLatePass),
+    ORVO_PASS_ROW(AggressiveDeadBlockPass),
+    ORVO_PASS_ROW(AggressiveDeadBlockLatePass),
+    ORVO_PASS_ROW(DumpXMLPass),
+    ORVO_PASS_ROW(ElideTerminalPass),
+    ORVO_PASS_ROW(ElideUnpackPass),
+    ORVO_PASS_ROW(ModelTreePass),
+    ORVO_PASS_ROW(DeadModelPass),
+    ORVO_PASS_ROW(NetlistVerificationPass),
+};
+#undef ORVO_PASS_ROW
+
+} // namespace
+
+void registerAllPasses() {
+    for (const Row &row : kPasses) {
+        registerPass(row.name, row.create, &row.settings());
+    }
+}
+
+} // namespace orvo::internal

@@ -1,0 +1,94 @@
+// The table of handlers of a block type.
+#include <orvo/blockclass.h>
+
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/design.h>
+#include <orvo/handlers.h>
+#include <orvo/model.h>
+#include <orvo/staticstrings.h>
+
+#include <gtest/gtest.h>
+
+namespace orvo {
+namespace {
+
+/// Counts the handlers that were deleted.
+template <class Interface> class Counted final : public Interface {
+  public:
+    explicit Counted(int &deleted) : mDeleted(deleted) {}
+    ~Counted() override { ++mDeleted; }
+
+  private:
+    int &mDeleted;
+};
+
+class BlockClassTest : public ::testing::Test {
+  protected:
+    using Types = Counted<TypeInferHandler>;
+    using Vectors = Counted<VectorUnrollHandler>;
+    int deleted = 0;
+};
+
+TEST_F(BlockClassTest, findsAHandlerByItsInterface) {
+    BlockClass blockClass;
+    auto *handler = new Types(deleted);
+    blockClass.registerHandler<TypeInferHandler>(handler);
+    EXPECT_EQ(blockClass.get<TypeInferHandler>(), handler);
+    EXPECT_EQ(blockClass.lookupHandler(typeid(TypeInferHandler)), handler);
+    EXPECT_EQ(blockClass.get<VectorUnrollHandler>(), nullptr);
+}
+
+TEST_F(BlockClassTest, deletesOnlyTheLastOfTwoOwnedHandlers) {
+    auto first = std::make_unique<Types>(deleted);
+    {
+        BlockClass blockClass;
+        blockClass.registerHandler<TypeInferHandler>(first.get(), true);
+        blockClass.registerHandler<TypeInferHandler>(new Types(deleted), true);
+        EXPECT_EQ(deleted, 0);
+    }
+    EXPECT_EQ(deleted, 1);
+}
+
+TEST_F(BlockClassTest, deletesASharedHandlerOnce) {
+    {
+        BlockClass owner;
+        BlockClass copy;
+        owner.registerHandler<TypeInferHandler>(new Types(deleted), true);
+        owner.registerHandler<VectorUnrollHandler>(new Vectors(deleted), true);
+        copy.copyHandlersFrom({&typeid(TypeInferHandler), &typeid(ComplexUnrollHandler)}, owner);
+        EXPECT_EQ(copy.get<TypeInferHandler>(), owner.get<TypeInferHandler>());
+        EXPECT_EQ(copy.get<VectorUnrollHandler>(), nullptr);
+    }
+    EXPECT_EQ(deleted, 2);
+}
+
+TEST_F(BlockClassTest, keepsOwnershipWhenItCopiesFromItself) {
+    {
+        BlockClass blockClass;
+        blockClass.registerHandler<TypeInferHandler>(new Types(deleted), true);
+        blockClass.copyHandlersFrom({&typeid(TypeInferHandler)}, blockClass);
+    }
+    EXPECT_EQ(deleted, 1);
+}
+
+TEST_F(BlockClassTest, hasNothingToSayForAnUntypedBlock) {
+    ContextMgr mgr;
+    Design design(mgr.context());
+    Block &block = *Block::create(*Model::create(design, "m"), "b");
+    for (const std::type_info *interface : {&typeid(TypeInferHandler), &typeid(TypeInferHandler2),
+                                            &typeid(VectorUnrollHandler), &typeid(PortOrderingHandler)}) {
+        EXPECT_EQ(block.getClass()->lookupHandler(*interface), nullptr);
+    }
+}
+
+TEST_F(BlockClassTest, belongsToOneContext) {
+    ContextMgr first;
+    BlockClass *inFirst = first.context()->getBlockClass(A_ADD_BLOCK);
+    EXPECT_EQ(inFirst, first.context()->getBlockClass(A_ADD_BLOCK));
+    ContextMgr second;
+    EXPECT_NE(inFirst, second.context()->getBlockClass(A_ADD_BLOCK));
+}
+
+} // namespace
+} // namespace orvo

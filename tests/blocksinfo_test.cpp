@@ -1,0 +1,198 @@
+// The reader of the block catalogue, and the catalogue that is shipped.
+#include <orvo/blocksinfo.h>
+
+#include <orvo/context.h>
+#include <orvo/staticstrings.h>
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace orvo {
+namespace {
+
+const char *const kHead = "MAPPINGSSECTION\n"
+                          "<---------->\n"
+                          "Block:(A_BLOCK_TYPE) A_X_BLOCK xBlock\n"
+                          "<---------->\n"
+                          "Wire: A_X_WIRE xWire\n"
+                          "<---------->\n"
+                          "BLOCKSSECTION\n"
+                          "<---------->\n";
+
+class BlocksInfoTest : public ::testing::Test {
+  protected:
+    /// Reads a catalogue and gives what was reported.
+    std::string read(const std::string &text) {
+        ::testing::internal::CaptureStderr();
+        std::istringstream in(text);
+        info.genBlocksInfo(in, "cat.csv");
+        return ::testing::internal::GetCapturedStderr();
+    }
+    const BlockConnection &connection(std::size_t i) { return info.getBlockInfo("A_X_BLOCK").connections.at(i); }
+    BlocksInfo info;
+};
+
+TEST_F(BlocksInfoTest, readsBlocksWithTheirConnections) {
+    EXPECT_EQ(read(std::string(kHead) + "A_X_BLOCK\n"
+                                        "Description: Does x\n"
+                                        "  and more.\n"
+                                        "Connections:\n"
+                                        "Port | 0 | ... (optional) | The input, with a blank.\n"
+                                        "Param | A_MODE | A_ONE | Two values.\n"
+                                        "A_TWO (default)\n"
+                                        "<---------->\n"),
+              "");
+    EXPECT_EQ(info.getBlockInfo("A_X_BLOCK").description, "Does x and more.");
+    EXPECT_EQ(connection(0).kind, "Port");
+    EXPECT_EQ(connection(0).name, "0");
+    EXPECT_TRUE(connection(0).optional);
+    EXPECT_TRUE(connection(0).isOpen());
+    EXPECT_EQ(connection(0).description, "The input, with a blank.");
+    EXPECT_EQ(connection(0).defaultValue, "NONE");
+    EXPECT_EQ(connection(1).values, (std::vector<std::string>{"A_ONE", "A_TWO"}));
+    EXPECT_EQ(connection(1).defaultValue, "A_TWO");
+    EXPECT_FALSE(connection(1).optional);
+    EXPECT_FALSE(connection(1).isOpen());
+}
+
+TEST_F(BlocksInfoTest, comparesKeywordsWithoutRegardToCase) {
+    EXPECT_EQ(read("mappingsSection\n<---------->\nwire: A_X_WIRE xWire\n<---------->\nblockssection\n<---------->\n"
+                   "A_X_BLOCK\ndescription: d\nconnections:\nPort | 0 | ... | in\n<---------->\n"),
+              "");
+    EXPECT_EQ(info.get_mapping("A_X_WIRE"), "xWire");
+    EXPECT_EQ(connection(0).name, "0");
+}
+
+TEST_F(BlocksInfoTest, takesThreeBarsAndReportsAndSkipsTwo) {
+    EXPECT_EQ(read(std::string(kHead) + "A_X_BLOCK\nDescription: d\nConnections:\n"
+                                        "Port | 0 | the input\n"
+                                        "A_LOST_VALUE\n"
+                                        "Port | 1 | ... | good\n"
+                                        "<---------->\n"),
+              "Error: The following connection is not well formed for the A_X_BLOCK block at line 12 in file cat.csv:\n"
+              " Port | 0 | the input\n"
+              "Error: The following connection is not well formed for the A_X_BLOCK block at line 13 in file cat.csv:\n"
+              " A_LOST_VALUE\n");
+    ASSERT_EQ(info.getBlockInfo("A_X_BLOCK").connections.size(), 1U);
+    EXPECT_EQ(connection(0).name, "1");
+}
+
+TEST_F(BlocksInfoTest, reportsAFileThatEndsInsideAnEntry) {
+    EXPECT_NE(read(std::string(kHead) + "A_X_BLOCK\nDescription: d\n").find("Unexpected EOF at line at 10 in file cat.csv\n"),
+              std::string::npos);
+    EXPECT_TRUE(info.blockExists("A_X_BLOCK"));
+}
+
+TEST_F(BlocksInfoTest, warnsOfMissingDescriptionsAndConnections) {
+    std::string heard = read(std::string(kHead) + "A_X_BLOCK\nConnections:\nPort | 0 | ... | in\n<---------->\n"
+                                                  "A_Y_BLOCK\nDescription: d\n<---------->\n"
+                                                  "Genericparameter: A_G\n<---------->\n");
+    EXPECT_NE(heard.find("No block description was given at line 10 in file cat.csv\n"), std::string::npos);
+    EXPECT_NE(heard.find("No connections given for block A_Y_BLOCK at line 15 in file cat.csv.\n"), std::string::npos);
+    EXPECT_NE(heard.find("No generic parameter description was given at line 16 in file cat.csv\n"), std::string::npos);
+    EXPECT_EQ(connection(0).name, "0");
+}
+
+TEST_F(BlocksInfoTest, reportsAnEntryOfAnUnknownKind) {
+    EXPECT_EQ(read("MAPPINGSSECTION\n<---------->\nOdd: A_B b\nmore\n<---------->\nTag: A_T t\n<---------->\n"),
+              "could not parse Odd: A_B b at line 3 in file cat.csv\n");
+    EXPECT_EQ(info.get_mapping("A_T"), "t");
+}
+
+TEST_F(BlocksInfoTest, knowsEveryKeywordOfTheMappingSection) {
+    const char *keywords[] = {"Block:(A_BLOCK_TYPE)", "Genericparameter:",     "Wire:",
+                              "Port:",                "Blockparameter:",       "Modelparameter:",
+                              "Designparameter:",     "Blockparametervalue:",  "Modelparametervalue:",
+                              "Designparametervalue:", "Tag:"};
+    std::string text = "MAPPINGSSECTION\n<---------->\n";
+    int count = 0;
+    for (const char *keyword : keywords) {
+        std::string n = std::to_string(count++);
+        text += std::string(keyword) + " A_" + n + " a" + n + "\n<---------->\n";
+    }
+    EXPECT_EQ(read(text), "");
+    for (int i = 0; i < count; ++i) {
+        EXPECT_EQ(info.get_mapping("A_" + std::to_string(i)), "a" + std::to_string(i));
+        EXPECT_EQ(info.get_reversed_mapping("a" + std::to_string(i)), "A_" + std::to_string(i));
+    }
+}
+
+TEST_F(BlocksInfoTest, addsGenericParametersToTheReservedBlock) {
+    read(std::string(kHead) + "Genericparameter: A_META\nDescription: on any block\n<---------->\n");
+    const BlockInfo &generic = info.getBlockInfo("DUMMY_GENERIC_BLOCK");
+    EXPECT_EQ(generic.description,
+              "Dummy block for storing the generic parameters that can be applied to any block");
+    ASSERT_EQ(generic.connections.size(), 1U);
+    EXPECT_EQ(generic.connections[0].name, "A_META");
+    EXPECT_EQ(generic.connections[0].kind, "Param");
+    EXPECT_EQ(generic.connections[0].description, "on any block");
+}
+
+TEST_F(BlocksInfoTest, givesEmptyForAnUnknownKey) {
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(info.get_mapping("A_NONE"), "EMPTY");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Key A_NONE not found in BlocksInfo map!\n");
+}
+
+TEST_F(BlocksInfoTest, findsDefaultsByAPartOfTheName) {
+    read(std::string(kHead) + "A_X_BLOCK\nDescription: d\nConnections:\n"
+                              "Param | A_MODE_A | ... | no default\n"
+                              "Param | A_MODE_B | 5 (default) | one\n<---------->\n");
+    EXPECT_EQ(info.getDefaultParamValue("A_X_BLOCK", "A_MODE"), "5");
+    EXPECT_EQ(info.getDefaultParamValue("A_X_BLOCK", "A_MODE_A"), "NOT FOUND!");
+    EXPECT_EQ(info.getDefaultParamValue("A_X_BLOCK", "A_OTHER"), "NOT FOUND!");
+    EXPECT_EXIT(info.getBlockInfo("A_Z_BLOCK"), ::testing::ExitedWithCode(1), "no such block");
+}
+
+TEST_F(BlocksInfoTest, refusesAFileWithoutItsFirstSection) {
+    std::istringstream in("BLOCKSSECTION\n");
+    EXPECT_EXIT(info.genBlocksInfo(in, "cat.csv"), ::testing::ExitedWithCode(1), "section of mappings");
+}
+
+TEST_F(BlocksInfoTest, dumpsBlocksWithTheirConnections) {
+    read(std::string(kHead) + "A_X_BLOCK\nDescription: d\nConnections:\nPort | 0 | ... | in\n<---------->\n");
+    std::ostringstream out;
+    info.dump(out);
+    EXPECT_NE(out.str().find("A_X_BLOCK\n0: Port - in - Default: NONE\n"), std::string::npos);
+}
+
+TEST(ShippedCatalogue, hasAnEntryForEveryBlockTypeAndAMappingForEveryString) {
+    ContextMgr mgr;
+    const BlocksInfo &catalogue = getBlocksInfo();
+    for (const StaticStringEntry &string : staticStrings()) {
+        const std::string name = string.name;
+        const std::string *text = catalogue.findMapping(name);
+        ASSERT_NE(text, nullptr) << name;
+        EXPECT_EQ(*text, string.string->text()) << name;
+        if (name.size() > 6 && name.compare(name.size() - 6, 6, "_BLOCK") == 0) {
+            EXPECT_TRUE(catalogue.blockExists(name)) << name;
+            const std::string *back = catalogue.findReversedMapping(*text);
+            ASSERT_NE(back, nullptr);
+            EXPECT_TRUE(catalogue.blockExists(*back)) << *back;
+        }
+    }
+}
+
+TEST(ShippedCatalogue, mapsEveryNameThatItsConnectionsUse) {
+    ContextMgr mgr;
+    const BlocksInfo &catalogue = getBlocksInfo();
+    for (const auto &[block, info] : catalogue.blocks()) {
+        EXPECT_FALSE(info.description.empty()) << block;
+        for (const BlockConnection &connection : info.connections) {
+            EXPECT_NE(catalogue.findMapping(connection.name), nullptr) << block << " " << connection.name;
+            EXPECT_TRUE(connection.kind == "Param" || connection.kind == "Port" || connection.kind == "Wire") << block;
+            EXPECT_FALSE(connection.description.empty()) << block << " " << connection.name;
+            EXPECT_FALSE(connection.values.empty()) << block << " " << connection.name;
+        }
+    }
+}
+
+TEST(ShippedCatalogue, prefersThePlainTypeWhereAVariantSharesItsText) {
+    ContextMgr mgr;
+    EXPECT_EQ(getBlocksInfo().get_reversed_mapping("lutBlock"), "A_LUT_BLOCK");
+    EXPECT_EQ(getBlocksInfo().get_reversed_mapping("forLoopBlock"), "A_FOR_LOOP_BLOCK");
+}
+
+} // namespace
+} // namespace orvo
