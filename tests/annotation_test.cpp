@@ -15,8 +15,8 @@ namespace {
 class MetadataTest : public ::testing::Test {
   protected:
     PureValueRef value(const std::string &text) { return pureVR(Value::parse(text, mgr.context())); }
-    std::string metadata(const Block &block) {
-        ValueRef tuple = block.getParam(A_METADATA);
+    std::string metadata(const Block &of) {
+        ValueRef tuple = of.getParam(A_METADATA);
         return tuple ? tuple->toString() : "none";
     }
     ContextMgr mgr;

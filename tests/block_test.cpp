@@ -33,11 +33,22 @@ struct DrivenLog {
 
 using Lines = std::vector<std::string>;
 
+/// Sees the life state of a block at its birth and its end.
+struct LifeLog {
+    void onBorn(Block &block) { born = !block.newBorn() && !block.dying(); }
+    void onDying(Block &block) { dying = block.dying(); }
+    bool born = false;
+    bool dying = false;
+};
+
 class BlockTest : public ::testing::Test {
   protected:
     PureValueRef number(int n) { return NumberValue::get(n, mgr.context()); }
 
     ContextMgr mgr;
+    /// Before the design, whose end it still hears.
+    DrivenLog log;
+    LifeLog life;
     Design design{mgr.context()};
     Model &model = *Model::create(design, "m");
     Model &below = *Model::create(design, "below");
@@ -115,7 +126,6 @@ TEST_F(BlockTest, readsItsOwnWire) {
 TEST_F(BlockTest, hearsOfAParameterThatIsSetToItsPresentValue) {
     reader.setParam(number(0), wire);
     reader.setParam(number(1), wire);
-    DrivenLog log;
     log.attach(design);
     reader.setParam(number(0), wire);
     EXPECT_EQ(log.take(), (Lines{"w<reader:0", "w<reader:1"}));
@@ -124,7 +134,6 @@ TEST_F(BlockTest, hearsOfAParameterThatIsSetToItsPresentValue) {
 }
 
 TEST_F(BlockTest, firesDrivenEventsAsEdgesComeAndGo) {
-    DrivenLog log;
     log.attach(design);
     Wire &other = *Wire::create(source, "other");
     EXPECT_EQ(log.take(), (Lines{"source>other:2"}));
@@ -140,7 +149,6 @@ TEST_F(BlockTest, firesDrivenEventsAsEdgesComeAndGo) {
 
 TEST_F(BlockTest, firesOneEventWhenAWireWithoutReadersIsReplaced) {
     Wire &other = *Wire::create(source, "other");
-    DrivenLog log;
     log.attach(design);
     wire.replace(other);
     EXPECT_EQ(log.take(), (Lines{"source>w:0"}));
@@ -162,7 +170,6 @@ TEST_F(BlockTest, movesAllReadersInOrderOnReplace) {
 
 TEST_F(BlockTest, changesNothingWhenAWireIsReplacedByItself) {
     reader.setParam(number(0), wire);
-    DrivenLog log;
     log.attach(design);
     wire.replace(wire);
     EXPECT_EQ(log.take(), (Lines{}));
@@ -217,21 +224,12 @@ TEST_F(BlockTest, changesItsClassWithItsType) {
     EXPECT_EQ(source.getClass(), mgr.context()->getBlockClass(nullptr));
 }
 
-/// Sees the life state of a block at its birth and its end.
-struct LifeLog {
-    void onBorn(Block &block) { born = !block.newBorn() && !block.dying(); }
-    void onDying(Block &block) { dying = block.dying(); }
-    bool born = false;
-    bool dying = false;
-};
-
 TEST_F(BlockTest, isAliveAtItsBirthEventAndDyingAtItsLast) {
-    LifeLog log;
-    design.events().blockBorn.add(util::Function<void(Block &)>::bind<&LifeLog::onBorn>(&log));
-    design.events().blockDying.add(util::Function<void(Block &)>::bind<&LifeLog::onDying>(&log));
+    design.events().blockBorn.add(util::Function<void(Block &)>::bind<&LifeLog::onBorn>(&life));
+    design.events().blockDying.add(util::Function<void(Block &)>::bind<&LifeLog::onDying>(&life));
     delete Block::create(model, "x");
-    EXPECT_TRUE(log.born);
-    EXPECT_TRUE(log.dying);
+    EXPECT_TRUE(life.born);
+    EXPECT_TRUE(life.dying);
 }
 
 TEST_F(BlockTest, dropsAHundredThousandPortsInLinearTime) {

@@ -165,7 +165,9 @@ TEST(ShippedCatalogue, hasAnEntryForEveryBlockTypeAndAMappingForEveryString) {
         const std::string *text = catalogue.findMapping(name);
         ASSERT_NE(text, nullptr) << name;
         EXPECT_EQ(*text, string.string->text()) << name;
-        if (name.size() > 6 && name.compare(name.size() - 6, 6, "_BLOCK") == 0) {
+        // One parameter of models is named like a block type.
+        const bool isType = name.size() > 6 && name.compare(name.size() - 6, 6, "_BLOCK") == 0;
+        if (isType && name != "A_IS_DECODE_MAGIC_BLOCK") {
             EXPECT_TRUE(catalogue.blockExists(name)) << name;
             const std::string *back = catalogue.findReversedMapping(*text);
             ASSERT_NE(back, nullptr);

@@ -83,12 +83,14 @@ struct LifeLog {
 };
 
 TEST_F(ModelTest, announcesBirthsAndEachDeathOnceFromTheChildrenUp) {
-    LifeLog log(design);
-    Model *other = Model::create(design, "o");
+    auto watched = std::make_unique<Design>(mgr.context());
+    LifeLog log(*watched);
+    Model *other = Model::create(*watched, "o");
     Block *block = Block::create(*other, "b");
     Wire::create(*block, "w");
     delete other;
     EXPECT_EQ(log.lines, (std::vector<std::string>{"+/o", "+/o/b", "+/o/b/w", "-/o/b", "-/o", "-/o/b/w"}));
+    watched.reset();
 }
 
 TEST_F(ModelTest, deletesADesignWithAllThatIsInIt) {

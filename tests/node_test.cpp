@@ -17,12 +17,24 @@
 namespace orvo {
 namespace {
 
+/// Counts the changed events of one kind.
+struct Counter {
+    void onDesign(Design &) { ++designs; }
+    void onModel(Model &) { ++models; }
+    void onBlock(Block &) { ++blocks; }
+    int designs = 0;
+    int models = 0;
+    int blocks = 0;
+};
+
 class NodeTest : public ::testing::Test {
   protected:
     PureValueRef name(const std::string &text) { return pureVR(Value::parse(text, mgr.context())); }
     ValueRef value(const std::string &text) { return Value::parse(text, mgr.context()); }
 
     ContextMgr mgr;
+    /// Before the design, whose end it still hears.
+    Counter counter;
     Design design{mgr.context()};
     Model &model = *Model::create(design, "m");
 };
@@ -137,16 +149,6 @@ TEST_F(NodeTest, takesThePrefixOfUnrolledNames) {
     EXPECT_EQ(getPreUnrolledPrefix(name("((dupName 1 a) 3)"))->toString(), "(dupName 1 a)");
 }
 
-/// Counts the changed events of one kind.
-struct Counter {
-    void onDesign(Design &) { ++designs; }
-    void onModel(Model &) { ++models; }
-    void onBlock(Block &) { ++blocks; }
-    int designs = 0;
-    int models = 0;
-    int blocks = 0;
-};
-
 class ChangeTest : public NodeTest {
   protected:
     ChangeTest() {
@@ -154,7 +156,6 @@ class ChangeTest : public NodeTest {
         design.events().modelChanged.add(util::Function<void(Model &)>::bind<&Counter::onModel>(&counter));
         design.events().blockChanged.add(util::Function<void(Block &)>::bind<&Counter::onBlock>(&counter));
     }
-    Counter counter;
     Block &block = *Block::create(model, "b");
 };
 

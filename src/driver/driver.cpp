@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <exception>
 
@@ -104,7 +105,8 @@ bool asksForJson(int argc, char **argv) {
 CLI::App *addVerb(CLI::App &app, const char *name, const char *description) {
     CLI::App *verb = app.add_subcommand(name, description);
     verb->allow_extras();
-    verb->add_flag("--json", "Data and messages as JSON");
+    // Whether it is given is known before the parser runs; here it only has its place.
+    verb->add_flag_function("--json", [](std::int64_t) {}, "Data and messages as JSON");
     return verb;
 }
 

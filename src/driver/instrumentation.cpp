@@ -49,8 +49,7 @@ bool DriverInstrumentation::shouldRun(const PassExecution &execution, Design &de
     record.ran = !mOptions.list && mConsole.errors() == 0 && mOptions.skip.count(record.number) == 0 &&
                  (!mOptions.stopAfter || record.number <= *mOptions.stopAfter);
     if (mOptions.stats) {
-        const bool unchanged = !mRecords.empty();
-        record.blocksBefore = unchanged ? mRecords.back().blocksAfter : countBlocks(design);
+        record.blocksBefore = mRecords.empty() ? countBlocks(design) : mRecords.back().blocksAfter;
         record.blocksAfter = record.blocksBefore;
     }
     mRecords.push_back(record);

@@ -18,6 +18,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <memory>
+#include <optional>
 #include <sstream>
 
 namespace orvo::driver {
@@ -89,6 +92,9 @@ class OptRun {
   public:
     OptRun(OptArguments arguments, Console &console)
         : mArguments(std::move(arguments)), mConsole(console), mProgress(console) {}
+    ~OptRun() { disarmFaults(); }
+    OptRun(const OptRun &) = delete;
+    OptRun &operator=(const OptRun &) = delete;
 
     int run() {
         checkArguments();
@@ -100,10 +106,17 @@ class OptRun {
         if (mArguments.wantsTiming()) {
             util::ProfilingLog::enable();
         }
-        ContextMgr guard;
-        guard.context()->setListener(&mConsole);
-        readPasses(guard.context());
-        return runOn(guard.context());
+        mContext.emplace();
+        Context *context = mContext->context();
+        context->setListener(&mConsole);
+        readPasses(context);
+        try {
+            return runOn(context);
+        } catch (const std::exception &exception) {
+            // Told here, while the files that a reproducer is copied from are still open.
+            reportFault(std::string("exception: ") + exception.what());
+            return kInternalFault;
+        }
     }
 
   private:
@@ -398,6 +411,8 @@ class OptRun {
     Progress mProgress;
     Reproducer mReplay;
     std::vector<std::pair<std::string, std::string>> mFeatures;
+    /// Before all that holds its values.
+    std::optional<ContextMgr> mContext;
     std::vector<PassText> mPasses;
     std::unique_ptr<InputFile> mInput;
     std::unique_ptr<DriverInstrumentation> mInstrumentation;

@@ -1,0 +1,83 @@
+// The verb "stat": what a design holds, in figures.
+#include "driver/verbs.h"
+
+#include "driver/files.h"
+#include "driver/progress.h"
+#include "driver/statistics.h"
+
+#include <orvo/context.h>
+#include <orvo/design.h>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <memory>
+
+namespace orvo::driver {
+
+namespace {
+
+std::string text(const DesignStatistics &statistics) {
+    const std::pair<const char *, std::size_t> rows[] = {
+        {"models", statistics.models}, {"blocks", statistics.blocks},     {"wires", statistics.wires},
+        {"ports", statistics.ports},   {"parameters", statistics.params}, {"hierarchy depth", statistics.depth},
+    };
+    std::string out;
+    for (const auto &[name, count] : rows) {
+        out += fmt::format("{:<52} {:>10}\n", name, count);
+    }
+    out += statistics.recursive ? "a model instantiates itself\n" : "";
+    out += "\ntop models\n";
+    for (const std::string &model : statistics.topModels) {
+        out += "  " + model + "\n";
+    }
+    out += "\nblocks by type\n";
+    for (const auto &[type, count] : statistics.blocksByType) {
+        out += fmt::format("  {:<50} {:>10}\n", typeLabel(type), count);
+    }
+    return out;
+}
+
+Json toJson(const DesignStatistics &statistics, const std::string &input) {
+    Json json;
+    json["schema"] = "orvo.stat/1";
+    json["input"] = input;
+    json["models"] = statistics.models;
+    json["blocks"] = statistics.blocks;
+    json["wires"] = statistics.wires;
+    json["ports"] = statistics.ports;
+    json["params"] = statistics.params;
+    json["depth"] = statistics.depth;
+    json["recursive"] = statistics.recursive;
+    json["top_models"] = statistics.topModels;
+    json["blocks_by_type"] = driver::toJson(statistics.blocksByType);
+    return json;
+}
+
+int stat(const std::string &input, Console &console) {
+    if (input.empty()) {
+        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
+    }
+    Progress progress(console);
+    ContextMgr guard;
+    guard.context()->setListener(&console);
+    InputFile file(input, console);
+    progress.phase("reading");
+    const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
+    progress.phase("counting");
+    const DesignStatistics statistics = countDesign(*design);
+    progress.hide();
+    console.emit(console.json() ? documentText(toJson(statistics, input)) : text(statistics));
+    return kFine;
+}
+
+} // namespace
+
+void addStatVerb(CLI::App &app, VerbHost &host) {
+    CLI::App *verb = addVerb(app, "stat", "Count what a design holds");
+    auto input = std::make_shared<std::string>();
+    verb->add_option("IN", *input, "Design XML to read; - is standard input")->type_name("FILE");
+    verb->callback([&host, input] { host.action = [&host, input] { return stat(*input, host.console); }; });
+}
+
+} // namespace orvo::driver
