@@ -67,6 +67,7 @@ void refuseLeftovers(const CLI::App &app, bool isRoot, Console &console) {
 int parseAndRun(int argc, char **argv, Console &console) {
     CLI::App app("orvo: a middle end that turns signal-processing designs into FPGA logic", "orvo");
     app.footer(kFooter);
+    app.get_formatter()->label("SUBCOMMAND", "VERB");
     app.allow_extras();
     bool version = false;
     app.add_flag("--version", version, "Print the version and end");
@@ -105,6 +106,7 @@ bool asksForJson(int argc, char **argv) {
 CLI::App *addVerb(CLI::App &app, const char *name, const char *description) {
     CLI::App *verb = app.add_subcommand(name, description);
     verb->allow_extras();
+    verb->group("Verbs");
     // Whether it is given is known before the parser runs; here it only has its place.
     verb->add_flag_function("--json", [](std::int64_t) {}, "Data and messages as JSON");
     return verb;

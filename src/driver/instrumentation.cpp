@@ -63,13 +63,15 @@ bool DriverInstrumentation::shouldRun(const PassExecution &execution, Design &de
 void DriverInstrumentation::beforePass(const PassExecution &execution, Design &design) {
     const PassRecord &record = mRecords.back();
     mProgress.phase("pass " + std::to_string(record.number) + ": " + execution.name);
-    if (!mOptions.reproducerPath.empty()) {
-        armFor(record, design);
-    }
+    armFor(record, design);
     util::ProfilingLog::begin({execution.name, "pass " + std::to_string(record.number)});
 }
 
 void DriverInstrumentation::armFor(const PassRecord &record, const Design &design) {
+    if (mOptions.reproducerPath.empty()) {
+        armFaults({record.number, record.name, "", "", -1});
+        return;
+    }
     const std::uint64_t edits = design.editCount();
     if (!mSnapshotEdits && mOptions.inputDescriptor >= 0) {
         mSnapshot = mOptions.inputDescriptor;

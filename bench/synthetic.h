@@ -1,0 +1,28 @@
+// Synthetic designs for measurements: the same design for the same options, on every machine.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace orvo {
+class Design;
+}
+
+namespace orvo::bench {
+
+struct SyntheticOptions {
+    std::uint64_t seed = 1;
+    /// Blocks in the whole design. Each has one wire and four parameters, two of them connections.
+    std::size_t blocks = 1000;
+    /// Models below the top one, each of which the top instantiates once; 0 gives a flat design.
+    std::size_t models = 0;
+    /// How far back, in blocks, a connection may reach: small values make chains, large ones wide fan-out.
+    std::size_t reach = 64;
+    /// Half of the blocks feed nothing that lives.
+    bool halfDead = false;
+};
+
+/// Fills an empty design.
+void makeSynthetic(Design &design, const SyntheticOptions &options);
+
+} // namespace orvo::bench

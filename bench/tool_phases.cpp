@@ -1,0 +1,265 @@
+// Measures each phase of the core on synthetic designs of growing size and prints the figures, their ratios to a bare
+// equivalent and how they grow. One phase runs in one process, so that peaks of memory are its own.
+#include "synthetic.h"
+
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/design.h>
+#include <orvo/model.h>
+#include <orvo/pass.h>
+#include <orvo/xmlservices.h>
+
+#include <xercesc/framework/LocalFileInputSource.hpp>
+#include <xercesc/sax2/DefaultHandler.hpp>
+#include <xercesc/sax2/SAX2XMLReader.hpp>
+#include <xercesc/sax2/XMLReaderFactory.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLString.hpp>
+
+#include <malloc.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace orvo;
+
+/// What one phase of one size took.
+struct Figures {
+    double cpuSeconds = 0;
+    /// Bytes: of the heap for what the phase leaves, and of the process at its peak beside that.
+    double heldBytes = 0;
+    double peakBytes = 0;
+};
+
+double cpuNow() {
+    timespec now{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+double residentBytes() {
+    std::ifstream in("/proc/self/statm");
+    double pages = 0;
+    double resident = 0;
+    in >> pages >> resident;
+    return resident * 4096;
+}
+
+double peakBytes() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_maxrss) * 1024;
+}
+
+/// Runs a phase in a process of its own.
+Figures inChild(const std::function<Figures()> &phase) {
+    int ends[2];
+    if (::pipe(ends) != 0) {
+        std::abort();
+    }
+    if (::fork() == 0) {
+        Figures figures = phase();
+        if (::write(ends[1], &figures, sizeof figures) != sizeof figures) {
+            std::abort();
+        }
+        ::_exit(0);
+    }
+    Figures figures;
+    if (::read(ends[0], &figures, sizeof figures) != sizeof figures) {
+        std::fprintf(stderr, "a phase ended before its time\n");
+        std::exit(1);
+    }
+    ::wait(nullptr);
+    ::close(ends[0]);
+    ::close(ends[1]);
+    return figures;
+}
+
+Figures measure(const std::function<void()> &work, const std::function<void()> &settle = [] {}) {
+    Figures figures;
+    const double before = residentBytes();
+    const double start = cpuNow();
+    work();
+    figures.cpuSeconds = cpuNow() - start;
+    settle();
+    figures.heldBytes = residentBytes() - before;
+    figures.peakBytes = peakBytes() - residentBytes();
+    return figures;
+}
+
+Figures startUp() {
+    return measure([] {
+        ContextMgr context;
+        Design design(context.context());
+    });
+}
+
+Figures load(const std::string &file) {
+    ContextMgr context;
+    XMLServices xml;
+    auto design = std::make_unique<Design>(context.context());
+    Figures figures = measure(
+        [&] {
+            std::ifstream in(file, std::ios::binary);
+            if (!xml.fromXML(in, *design, XMLServices::defaultErrorFunc)) {
+                std::exit(1);
+            }
+        },
+        [] { ::malloc_trim(0); });
+    return figures;
+}
+
+Figures parseOnly(const std::string &file) {
+    xercesc::XMLPlatformUtils::Initialize();
+    return measure([&] {
+        std::unique_ptr<xercesc::SAX2XMLReader> parser(xercesc::XMLReaderFactory::createXMLReader());
+        parser->setFeature(xercesc::XMLUni::fgSAX2CoreValidation, false);
+        parser->setFeature(xercesc::XMLUni::fgXercesLoadExternalDTD, false);
+        xercesc::DefaultHandler nothing;
+        parser->setContentHandler(&nothing);
+        XMLCh *name = xercesc::XMLString::transcode(file.c_str());
+        parser->parse(xercesc::LocalFileInputSource(name));
+    });
+}
+
+Figures write(std::size_t blocks, const std::string &file) {
+    ContextMgr context;
+    XMLServices xml;
+    Design design(context.context());
+    bench::SyntheticOptions options;
+    options.blocks = blocks;
+    bench::makeSynthetic(design, options);
+    return measure([&] {
+        std::ofstream out(file, std::ios::binary);
+        xml.toXML(out, design);
+    });
+}
+
+Figures writeBytes(const std::string &from, const std::string &to) {
+    std::ifstream in(from, std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    return measure([&] {
+        std::ofstream out(to, std::ios::binary);
+        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    });
+}
+
+Figures deadBlocks(std::size_t blocks) {
+    ContextMgr context;
+    Design design(context.context());
+    bench::SyntheticOptions options;
+    options.blocks = blocks;
+    options.halfDead = true;
+    bench::makeSynthetic(design, options);
+    PassScheduler scheduler;
+    scheduler.addPass("DeadBlockPass");
+    return measure([&] { scheduler.apply(design); });
+}
+
+/// The same work on a netlist of bare maps: names to blocks, and for each block its readers and drivers.
+Figures bareDeadBlocks(std::size_t blocks) {
+    struct Bare {
+        std::vector<std::string> drivers;
+        std::size_t readers = 0;
+    };
+    std::map<std::string, Bare> netlist;
+    std::string last;
+    for (std::size_t i = 0; i < blocks; ++i) {
+        char name[32];
+        std::snprintf(name, sizeof name, "block%07zu", i);
+        Bare &block = netlist[name];
+        if (!last.empty()) {
+            block.drivers = {last, last};
+            netlist[last].readers += 2;
+        }
+        if (i % 2 == 0) {
+            last = name;
+        }
+    }
+    netlist[last].readers = 1;
+    return measure([&] {
+        for (auto at = netlist.begin(); at != netlist.end();) {
+            if (at->second.readers != 0) {
+                ++at;
+                continue;
+            }
+            for (const std::string &driver : at->second.drivers) {
+                --netlist[driver].readers;
+            }
+            at = netlist.erase(at);
+        }
+    });
+}
+
+double exponent(double small, double large, double factor) {
+    return small > 0 && large > 0 ? std::log(large / small) / std::log(factor) : 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    const std::size_t most = argc > 1 ? static_cast<std::size_t>(std::atol(argv[1])) : 1000000;
+    const std::string folder = argc > 2 ? argv[2] : "/tmp";
+    const std::string file = folder + "/orvo-bench-" + std::to_string(::getpid()) + ".xml";
+    const std::string scratch = file + ".copy";
+    struct Sized {
+        std::size_t blocks;
+        Figures load, parse, write, bytes, dead, bare;
+        double fileBytes;
+    };
+    std::vector<Sized> all;
+    for (std::size_t blocks = most / 100; blocks <= most; blocks *= 10) {
+        Sized at{};
+        at.blocks = blocks;
+        at.write = inChild([&] { return write(blocks, file); });
+        struct stat info {};
+        ::stat(file.c_str(), &info);
+        at.fileBytes = static_cast<double>(info.st_size);
+        at.bytes = inChild([&] { return writeBytes(file, scratch); });
+        at.parse = inChild([&] { return parseOnly(file); });
+        at.load = inChild([&] { return load(file); });
+        at.dead = inChild([&] { return deadBlocks(blocks); });
+        at.bare = inChild([&] { return bareDeadBlocks(blocks); });
+        all.push_back(at);
+    }
+    std::remove(file.c_str());
+    std::remove(scratch.c_str());
+    const Figures start = inChild(startUp);
+
+    std::printf("start-up and shut-down with an empty design: %.1f ms CPU, %.1f MiB peak\n", start.cpuSeconds * 1e3,
+                (start.peakBytes + start.heldBytes) / 1048576);
+    std::printf("%10s %10s %12s %12s %12s %12s %12s %12s %12s\n", "blocks", "bytes/blk", "load us/blk", "load/parse",
+                "KiB/blk", "peak+ MiB", "write us/blk", "write/bytes", "dead us/blk");
+    for (const Sized &at : all) {
+        const auto n = static_cast<double>(at.blocks);
+        std::printf("%10zu %10.0f %12.3f %12.2f %12.3f %12.1f %12.3f %12.2f %7.3f/%.3f\n", at.blocks, at.fileBytes / n,
+                    at.load.cpuSeconds * 1e6 / n, at.load.cpuSeconds / at.parse.cpuSeconds, at.load.heldBytes / n / 1024,
+                    at.load.peakBytes / 1048576, at.write.cpuSeconds * 1e6 / n,
+                    at.write.cpuSeconds / at.bytes.cpuSeconds, at.dead.cpuSeconds * 1e6 / n,
+                    at.bare.cpuSeconds * 1e6 / n);
+    }
+    const Sized &small = all.front();
+    const Sized &large = all.back();
+    const double factor = static_cast<double>(large.blocks) / static_cast<double>(small.blocks);
+    std::printf("growth exponents from %zu to %zu blocks: load %.3f, memory %.3f, write %.3f, dead blocks %.3f\n",
+                small.blocks, large.blocks, exponent(small.load.cpuSeconds, large.load.cpuSeconds, factor),
+                exponent(small.load.heldBytes, large.load.heldBytes, factor),
+                exponent(small.write.cpuSeconds, large.write.cpuSeconds, factor),
+                exponent(small.dead.cpuSeconds, large.dead.cpuSeconds, factor));
+    return 0;
+}

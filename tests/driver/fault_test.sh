@@ -1,0 +1,109 @@
+#!/bin/bash
+# Faults of the program: exit code 3, one reproducer file, and a replay that shows the same fault.
+. "$ORVO_SRC/tests/driver/lib.sh"
+
+write_bad_design bad.xml
+write_design d.xml
+feature=USE_NETLIST_VERIFICATION_PASS=true
+
+only_file() {
+    set -- *.orvo
+    [ $# -eq 1 ] && [ -e "$1" ] || die "not one reproducer: $*"
+    echo "$1"
+}
+
+# An assertion in the second of three passes.
+echo old >o.xml
+run 3 opt bad.xml -o o.xml --feature $feature -p 'ModelTreePass, NetlistVerificationPass, DeadModelPass'
+has err 'internal fault in pass 2, NetlistVerificationPass: assertion'
+has err '[DRIVER_INTERNAL_FAULT]'
+[ "$(cat o.xml)" = old ] || die "the output was touched"
+file=$(only_file)
+has err "reproducer in '$file'"
+[ "$(head -n 1 "$file")" = 'orvo-reproducer 1' ] || die "$(head -n 1 "$file")"
+has "$file" 'pass: 2 NetlistVerificationPass'
+has "$file" "feature: $feature"
+has "$file" 'passes: NetlistVerificationPass, DeadModelPass'
+has "$file" 'version: '
+sed '1,/^design:$/d' "$file" >inside.xml
+same inside.xml bad.xml
+mv "$file" first.repro
+
+# The same run leaves the same bytes: nothing in the file is of the moment.
+run 3 opt bad.xml --feature $feature -p 'ModelTreePass, NetlistVerificationPass, DeadModelPass'
+mv "$(only_file)" second.repro
+same first.repro second.repro
+
+# The replay shows the fault, and leaves no file of its own unless asked to.
+run 3 opt --replay first.repro -o o.xml
+has err 'internal fault in pass 1, NetlistVerificationPass: assertion'
+[ -z "$(ls ./*.orvo 2>/dev/null)" ] || die "a replay left a reproducer"
+run 3 opt --replay first.repro --crash-dir crashes
+[ "$(ls crashes | wc -l)" -eq 1 ] || die "no reproducer in --crash-dir"
+run 0 opt --replay first.repro --skip 1 -o replayed.xml
+has replayed.xml '<kelmar'
+run 0 opt --replay first.repro --feature USE_NETLIST_VERIFICATION_PASS=false --json
+json out 'd["input"] == "first.repro" and [p["name"] for p in d["passes"]] == ["NetlistVerificationPass", "DeadModelPass"]'
+
+# What is before the failing pass is what that pass saw, also when passes have changed the design.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block in inputBlock '<wire name="0"/>'
+    block dead addBlock "$(param 0 '[/top/in/0]')<wire name=\"primWireOut\"/>"
+    block odd addBlock "$(param 0 '[/top/in/0]')$(param nonsense 1)<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param 0 '[/top/odd/primWireOut]')"
+    printf '</model></design></kelmar>\n'
+} >changed.xml
+run 0 opt changed.xml -o after.xml -p DeadBlockPass
+run 3 opt changed.xml --feature $feature --skip 3 -p 'DeadBlockPass, NetlistVerificationPass, DeadModelPass'
+file=$(only_file)
+sed '1,/^design:$/d' "$file" >inside.xml
+same inside.xml after.xml
+has "$file" 'skip: 2'
+run 3 opt --replay "$file"
+rm "$file"
+
+# From a pipe the design is kept, too.
+run 3 opt - --feature $feature -p NetlistVerificationPass <bad.xml
+file=$(only_file)
+run 3 opt --replay "$file"
+rm "$file"
+
+# None is written if none is wanted; JSON tells the same.
+run 3 opt bad.xml --no-reproducer --feature $feature -p NetlistVerificationPass
+lacks err 'reproducer in'
+run 3 opt bad.xml --json --crash-dir deep/er --feature $feature -p NetlistVerificationPass
+grep '^{' err >err.json
+json_lines err.json 'd[0]["tag"] == "DRIVER_INTERNAL_FAULT" and d[0]["params"]["pass"] == "NetlistVerificationPass"'
+json_lines err.json 'd[0]["params"]["reproducer"].startswith("deep/er/orvo-crash-")'
+
+# A crash in a pass: one that waits for the reader of a pipe gets the signal from outside.
+for signal in SEGV ABRT FPE BUS ILL; do
+    rm -f fifo ./*.orvo
+    mkfifo fifo
+    code=0
+    "$orvo" opt d.xml -p 'DeadBlockPass, DumpXMLPass{P_FILENAME="fifo", P_CLOBBER=true}' >out 2>err &
+    pid=$!
+    sleep 1
+    kill -$signal $pid
+    wait $pid || code=$?
+    [ "$code" -eq 3 ] || die "exit code $code after SIG$signal"
+    has err "internal fault in pass 2, DumpXMLPass: signal SIG$signal"
+    file=$(only_file)
+    has err "reproducer in '$file'"
+    has "$file" "reason: signal SIG$signal"
+    has "$file" 'passes: DumpXMLPass{P_FILENAME=fifo, P_CLOBBER=true}'
+    sed '1,/^design:$/d' "$file" >inside.xml
+    lacks inside.xml dead1
+done
+rm -f fifo
+run 0 opt --replay "$file" --no-reproducer
+has fifo '<kelmar'
+rm -f ./*.orvo
+
+# Files that are no reproducers.
+for text in '' 'orvo-reproducer 2' "$(printf 'orvo-reproducer 1\nnonsense\ndesign:\n')" "$(printf 'orvo-reproducer 1\nskip: 1')"; do
+    printf '%s' "$text" >wrong.repro
+    run 2 opt --replay wrong.repro
+    has err '[DRIVER_BAD_REPRODUCER]'
+done
