@@ -8,7 +8,6 @@
 #include <rapidcheck.h>
 #include <rapidcheck/gtest.h>
 
-#include <cctype>
 #include <set>
 #include <string>
 #include <vector>

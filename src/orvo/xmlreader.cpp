@@ -261,6 +261,9 @@ class DesignHandler final : public xercesc::DefaultHandler {
     std::size_t mSkipDepth = 0;
     /// Elements open inside a "param", whose text counts as the param's.
     std::size_t mInnerDepth = 0;
+    /// The end of the document, for errors that only it tells: the locator is gone by then.
+    int mEndRow = -1;
+    int mEndColumn = -1;
     bool mTextTooLong = false;
     bool mDesignSeen = false;
     bool mDesignSkipped = false;
@@ -315,7 +318,10 @@ void DesignHandler::startElement(const XMLCh *const uri, const XMLCh *const loca
 }
 
 void DesignHandler::endElement(const XMLCh *const, const XMLCh *const, const XMLCh *const) {
-    --mDepth;
+    if (--mDepth == 0) {
+        mEndRow = static_cast<int>(mLocator->getLineNumber());
+        mEndColumn = static_cast<int>(mLocator->getColumnNumber());
+    }
     if (mSkipDepth != 0) {
         --mSkipDepth;
     } else if (mInnerDepth != 0) {
@@ -445,7 +451,8 @@ void DesignHandler::endParam() {
 
 void DesignHandler::finish() {
     if (!mDesignSeen) {
-        reportHere(mDesignSkipped ? XMLServices::ERR_NO_COMPATIBLE_DESIGN_ELEMENT : XMLServices::ERR_NO_DESIGN_ELEMENT);
+        report(mDesignSkipped ? XMLServices::ERR_NO_COMPATIBLE_DESIGN_ELEMENT : XMLServices::ERR_NO_DESIGN_ELEMENT,
+               mEndRow, mEndColumn);
     }
     if (!mFailed) {
         resolveNode(mDesign);

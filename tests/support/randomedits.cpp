@@ -71,7 +71,7 @@ class Editor {
             break;
         case 7:
         case 8:
-            onBlock([&](Block &block) { onWire([&](Wire &wire) { block.setParam(name(), wire); }); });
+            onBlock([&](Block &block) { onWireOf(block.getModel(), [&](Wire &wire) { block.setParam(name(), wire); }); });
             break;
         case 9:
             onBlock([&](Block &block) { block.setParam(name(), mDraw.below(4) == 0 ? ValueRef() : ValueRef(name())); });
@@ -85,7 +85,9 @@ class Editor {
             onBlock([&](Block &block) { onModel([&](Model &model) { block.setParam(A_MODEL_NODE, model); }); });
             break;
         case 12:
-            onWire([&](Wire &wire) { onWire([&](Wire &other) { wire.replace(other); }); });
+            onWire([&](Wire &wire) {
+                onWireOf(wire.getBlock().getModel(), [&](Wire &other) { wire.replace(other); });
+            });
             break;
         default:
             editWhole();
@@ -126,19 +128,24 @@ class Editor {
             edit(*std::next(mDesign.begin(), static_cast<std::ptrdiff_t>(mDraw.below(mDesign.size()))));
         }
     }
-    template <class Edit> void onBlock(Edit edit) {
-        onModel([&](Model &model) {
-            if (model.size() != 0) {
-                edit(*std::next(model.begin(), static_cast<std::ptrdiff_t>(mDraw.below(model.size()))));
-            }
-        });
+    template <class Edit> void onBlockOf(Model &model, Edit edit) {
+        if (model.size() != 0) {
+            edit(*std::next(model.begin(), static_cast<std::ptrdiff_t>(mDraw.below(model.size()))));
+        }
     }
-    template <class Edit> void onWire(Edit edit) {
-        onBlock([&](Block &block) {
+    template <class Edit> void onBlock(Edit edit) {
+        onModel([&](Model &model) { onBlockOf(model, edit); });
+    }
+    /// Connections stay inside a model, as those of a design do.
+    template <class Edit> void onWireOf(Model &model, Edit edit) {
+        onBlockOf(model, [&](Block &block) {
             if (block.getWireCount() != 0) {
                 edit(*std::next(block.begin(), static_cast<std::ptrdiff_t>(mDraw.below(block.getWireCount()))));
             }
         });
+    }
+    template <class Edit> void onWire(Edit edit) {
+        onModel([&](Model &model) { onWireOf(model, edit); });
     }
 
     Design &mDesign;
