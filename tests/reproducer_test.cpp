@@ -14,8 +14,9 @@ std::string print(const Reproducer &reproducer) {
     return printReproducerStart(reproducer.reason) + printReproducerHeader(reproducer) + reproducer.design;
 }
 
-RC_GTEST_PROP(Reproducer, readsBackWhatItPrints, (const std::string &reason, const std::string &passes,
-                                                  const std::string &value, const std::string &design)) {
+RC_GTEST_PROP(Reproducer, readsBackWhatItPrints,
+              (const std::string &reason, const std::string &passes, const std::string &value,
+               const std::string &design)) {
     Reproducer written;
     written.reason = reason;
     written.version = "1.2.3";

@@ -28,8 +28,8 @@ struct ValueKind {
 };
 
 constexpr ValueKind kValueKinds[] = {
-    {"PASSES", &passNames, true},      {"PASS", &passNames, false},    {"BLOCK", &blockNames, false},
-    {"TAG", &messageTags, false},      {"SHELL", &shellNames, false},  {"NAME=VALUE", &featureNames, false},
+    {"PASSES", &passNames, true}, {"PASS", &passNames, false},   {"BLOCK", &blockNames, false},
+    {"TAG", &messageTags, false}, {"SHELL", &shellNames, false}, {"NAME=VALUE", &featureNames, false},
 };
 
 std::string joined(const std::vector<std::string> &words) { return fmt::format("{}", fmt::join(words, " ")); }

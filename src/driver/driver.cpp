@@ -16,9 +16,8 @@ namespace orvo::driver {
 
 namespace {
 
-constexpr const char *kFooter =
-    "Exit codes: 0 fine, 1 errors in the design, 2 wrong usage, 3 an internal fault.\n"
-    "Run a verb with --help for its options.";
+constexpr const char *kFooter = "Exit codes: 0 fine, 1 errors in the design, 2 wrong usage, 3 an internal fault.\n"
+                                "Run a verb with --help for its options.";
 
 std::vector<std::string> optionNames(const CLI::App &app) {
     std::vector<std::string> names;
@@ -108,7 +107,8 @@ CLI::App *addVerb(CLI::App &app, const char *name, const char *description) {
     verb->allow_extras();
     verb->group("Verbs");
     // Whether it is given is known before the parser runs; here it only has its place.
-    verb->add_flag_function("--json", [](std::int64_t) {}, "Data and messages as JSON");
+    verb->add_flag_function(
+        "--json", [](std::int64_t) {}, "Data and messages as JSON");
     return verb;
 }
 

@@ -1,5 +1,5 @@
-// Faults of the program itself: assertions, crash signals and exceptions that nobody expected. Each ends the process with
-// the exit code for internal faults, after a message and, while a pass runs, a reproducer file.
+// Faults of the program itself: assertions, crash signals and exceptions that nobody expected. Each ends the process
+// with the exit code for internal faults, after a message and, while a pass runs, a reproducer file.
 #pragma once
 
 #include "driver/console.h"

@@ -36,8 +36,7 @@ void writeStandardOutput(Console &console, const std::function<void(std::ostream
     write(out);
     out.flush();
     if (buffer.error() != 0) {
-        console.fail(kWrongUsage, "DRIVER_UNWRITABLE_FILE",
-                     {{"file", "-"}, {"reason", std::strerror(buffer.error())}});
+        console.fail(kWrongUsage, "DRIVER_UNWRITABLE_FILE", {{"file", "-"}, {"reason", std::strerror(buffer.error())}});
     }
 }
 

@@ -1,5 +1,5 @@
-// What the driver does around each pass: numbering, bisecting, dumps, timing, counting, verification, and keeping what a
-// reproducer needs.
+// What the driver does around each pass: numbering, bisecting, dumps, timing, counting, verification, and keeping what
+// a reproducer needs.
 #pragma once
 
 #include "driver/console.h"

@@ -96,7 +96,8 @@ class Walk {
         for (const Port &port : wire.ports()) {
             ++readers;
             expect(port.peekWire() == &wire, wire, "lists a reader that reads another wire");
-            expect(port.getBlock().getPort(port.getName()) == &port, wire, "lists a reader that its block does not have");
+            expect(port.getBlock().getPort(port.getName()) == &port, wire,
+                   "lists a reader that its block does not have");
             if (readers > wire.port_size()) {
                 break;
             }

@@ -1,5 +1,5 @@
-// JSON as the driver writes it: members in the order in which they were set, two blanks of indent, and bytes that are no
-// UTF-8 replaced, since names in a design may be any bytes.
+// JSON as the driver writes it: members in the order in which they were set, two blanks of indent, and bytes that are
+// no UTF-8 replaced, since names in a design may be any bytes.
 #pragma once
 
 #include <nlohmann/json.hpp>

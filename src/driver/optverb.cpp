@@ -55,9 +55,8 @@ void fold(util::ProfilingNode &node) {
     for (auto &child : node.children) {
         fold(*child);
         const bool perModel = !child->label.empty() && child->label.front() == '[';
-        const auto same = std::find_if(kept.begin(), kept.end(), [&](const auto &other) {
-            return perModel && other->label == child->label;
-        });
+        const auto same = std::find_if(kept.begin(), kept.end(),
+                                       [&](const auto &other) { return perModel && other->label == child->label; });
         if (same == kept.end()) {
             child->detail = perModel ? "" : child->detail;
             kept.push_back(std::move(child));
@@ -320,8 +319,7 @@ class OptRun {
     }
 
     void report(const Design &design, const BlockCounts &before, bool written) {
-        std::unique_ptr<util::ProfilingNode> times =
-            mArguments.wantsTiming() ? util::ProfilingLog::take() : nullptr;
+        std::unique_ptr<util::ProfilingNode> times = mArguments.wantsTiming() ? util::ProfilingLog::take() : nullptr;
         if (!mArguments.timeJson.empty()) {
             writeOutput(mArguments.timeJson, util::profilingJson(*times) + "\n", mConsole);
         }
@@ -398,7 +396,8 @@ class OptRun {
         text += fmt::format("{:<52} {:>10} {:>10}\n\n", "all", totalBefore, totalAfter);
         text += fmt::format("{:>5}  {:<45} {:>10} {:>10} {:>10}\n", "", "pass", "before", "after", "growth");
         for (const PassRecord &record : mInstrumentation->records()) {
-            const auto growth = static_cast<long long>(record.blocksAfter) - static_cast<long long>(record.blocksBefore);
+            const auto growth =
+                static_cast<long long>(record.blocksAfter) - static_cast<long long>(record.blocksBefore);
             text += fmt::format("{:>5}  {:<45} {:>10} {:>10} {:>+10}\n", record.number,
                                 record.name + (record.ran ? "" : " (not run)"), record.blocksBefore, record.blocksAfter,
                                 growth);
@@ -424,9 +423,7 @@ void addRunOptions(CLI::App &verb, OptArguments &arguments) {
     verb.add_option("-p,--passes", arguments.passes, "Passes to run, or @FILE with them; lists follow each other")
         ->type_name("PASSES")
         ->allow_extra_args(false);
-    verb.add_option("--feature", arguments.features, "Set a feature")
-        ->type_name("NAME=VALUE")
-        ->allow_extra_args(false);
+    verb.add_option("--feature", arguments.features, "Set a feature")->type_name("NAME=VALUE")->allow_extra_args(false);
     verb.add_flag("--verify-each", arguments.verifyEach, "Check the netlist before the first pass and after each");
     verb.add_flag("--list", arguments.list, "Print the numbered passes that would run, and run none");
     verb.add_option("--stop-after", arguments.stopAfter, "Run no pass beyond this number")->type_name("N");
@@ -444,7 +441,8 @@ void addReportOptions(CLI::App &verb, OptArguments &arguments) {
         ->type_name("DIR");
     verb.add_option("--crash-dir", arguments.crashFolder, "Where a reproducer goes; the current folder if not given")
         ->type_name("DIR");
-    verb.add_flag("--no-reproducer", arguments.noReproducer, "Write no reproducer at a fault, and keep nothing for one");
+    verb.add_flag("--no-reproducer", arguments.noReproducer,
+                  "Write no reproducer at a fault, and keep nothing for one");
     verb.add_option("--replay", arguments.replay, "Run a reproducer")->type_name("FILE");
 }
 
@@ -455,9 +453,8 @@ void addOptVerb(CLI::App &app, VerbHost &host) {
     auto arguments = std::make_shared<OptArguments>();
     addRunOptions(*verb, *arguments);
     addReportOptions(*verb, *arguments);
-    verb->callback([&host, arguments] {
-        host.action = [&host, arguments] { return OptRun(*arguments, host.console).run(); };
-    });
+    verb->callback(
+        [&host, arguments] { host.action = [&host, arguments] { return OptRun(*arguments, host.console).run(); }; });
 }
 
 } // namespace orvo::driver

@@ -39,8 +39,8 @@ struct PassTextError {
     std::string reason;
 };
 
-/// Reads a whole list, which may be empty, and appends it to `passes`; what stood there stays. Names are letters, digits
-/// and "_" and begin with a letter or "_". Values are in their text form and refer to no node. A text beyond
+/// Reads a whole list, which may be empty, and appends it to `passes`; what stood there stays. Names are letters,
+/// digits and "_" and begin with a letter or "_". Values are in their text form and refer to no node. A text beyond
 /// `limits::kPassTextBytes` is an error like any other.
 std::optional<PassTextError> parsePassText(std::string_view text, Context *context, std::vector<PassText> &passes);
 

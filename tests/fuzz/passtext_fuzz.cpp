@@ -19,7 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     }
     driver::findUnknown(passes);
     std::vector<driver::PassText> again;
-    if (driver::parsePassText(driver::printPassTexts(passes), guard.context(), again) || again.size() != passes.size()) {
+    if (driver::parsePassText(driver::printPassTexts(passes), guard.context(), again) ||
+        again.size() != passes.size()) {
         std::abort();
     }
     for (std::size_t i = 0; i < passes.size(); ++i) {
