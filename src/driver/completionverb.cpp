@@ -118,8 +118,8 @@ std::string script(const CLI::App &app) {
 
 std::string completion(const CLI::App &app, const std::string &shell) {
     if (shell == "zsh") {
-        return "#compdef orvo\n# Completion of orvo for zsh, through its support for scripts of bash.\n"
-               "autoload -U +X compinit && compinit -u\nautoload -U +X bashcompinit && bashcompinit\n" +
+        return "# Completion of orvo for zsh, through its support for scripts of bash. Source it behind compinit.\n"
+               "autoload -U +X bashcompinit && bashcompinit\n" +
                script(app) + "complete -F _orvo orvo\n";
     }
     return "# Completion of orvo for bash.\n" + script(app) + "complete -o filenames -F _orvo orvo\n";

@@ -27,6 +27,9 @@ namespace orvo::driver {
 
 namespace {
 
+/// No run has so many passes; larger numbers could not be told from overflow.
+constexpr int kLargestNumber = 1000000000;
+
 /// The command line of the verb, as it stands there.
 struct OptArguments {
     std::string input;
@@ -426,9 +429,12 @@ void addRunOptions(CLI::App &verb, OptArguments &arguments) {
     verb.add_option("--feature", arguments.features, "Set a feature")->type_name("NAME=VALUE")->allow_extra_args(false);
     verb.add_flag("--verify-each", arguments.verifyEach, "Check the netlist before the first pass and after each");
     verb.add_flag("--list", arguments.list, "Print the numbered passes that would run, and run none");
-    verb.add_option("--stop-after", arguments.stopAfter, "Run no pass beyond this number")->type_name("N");
+    verb.add_option("--stop-after", arguments.stopAfter, "Run no pass beyond this number")
+        ->type_name("N")
+        ->check(CLI::Range(0, kLargestNumber));
     verb.add_option("--skip", arguments.skip, "Leave out the pass of this number")
         ->type_name("N")
+        ->check(CLI::Range(1, kLargestNumber))
         ->allow_extra_args(false);
 }
 

@@ -75,6 +75,9 @@ has err "did you mean '--version'?"
 run 2 opt d.xml --skip x
 has err '[DRIVER_BAD_USAGE]'
 run 2 opt d.xml --stop-after -1
+run 2 opt d.xml --stop-after 1x
+run 2 opt d.xml --skip 0
+run 2 opt d.xml --skip 99999999999999999999999
 run 2 opt d.xml -o
 run 2 opt d.xml extra
 has err "nothing is expected at 'extra'"

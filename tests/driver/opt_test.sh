@@ -94,6 +94,13 @@ run 0 opt d.xml -o - --json -p DeadBlockPass
 has out '<kelmar'
 json_lines err 'd[-1]["schema"] == "orvo.opt/1"'
 
+# A pass that reports an error is the last one, and nothing is written.
+rm -f one.xml
+run 1 opt d.xml -o one.xml --json -p 'DumpXMLPass{P_FILENAME="no/such/folder.xml"}, DeadBlockPass'
+json_lines err 'd[0]["severity"] == "error" and len(d) == 1'
+json out '[p["ran"] for p in d["passes"]] == [True, False] and d["errors"] == 1 and d["written"] is False'
+[ ! -e one.xml ] || die "a design with errors was written"
+
 # Verification after each pass; a design that is wrong to begin with is the design's error.
 run 0 opt d.xml -o one.xml --verify-each -p 'DeadBlockPass, ElideTerminalPass, DeadModelPass'
 write_bad_design bad.xml

@@ -56,8 +56,8 @@ run 0 completion bash
 cp out completion.bash
 bash -n completion.bash
 run 0 completion zsh
-has out '#compdef orvo'
-tail -n +4 out | bash -n
+has out bashcompinit
+grep -v bashcompinit out | bash -n
 run 0 completion bash --json
 json out 'd["schema"] == "orvo.completion/1" and d["shell"] == "bash" and "_orvo" in d["script"]'
 # complete_line WORDS...: the answers for the last word.
