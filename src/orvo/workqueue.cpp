@@ -18,7 +18,7 @@ Block *siblingOf(const Block &block) { return static_cast<Block *>(block.getNext
 
 } // namespace
 
-template <class Blk> WorkQueueImpl<Blk>::WorkQueueImpl() = default;
+template <class Blk> WorkQueueImpl<Blk>::WorkQueueImpl() {}
 
 template <class Blk>
 WorkQueueImpl<Blk>::WorkQueueImpl(std::conditional_t<std::is_const_v<Blk>, const Model, Model> &model)

@@ -1,0 +1,342 @@
+// What the passes for dead logic delete, and what they leave.
+#include "orvo/deadblockpass.h"
+
+#include "support/invariants.h"
+
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/corevalues.h>
+#include <orvo/deadblock.h>
+#include <orvo/blockclass.h>
+#include <orvo/design.h>
+#include <orvo/logging.h>
+#include <orvo/model.h>
+#include <orvo/staticstrings.h>
+#include <orvo/wire.h>
+
+#include <gtest/gtest.h>
+
+namespace orvo {
+namespace {
+
+class DeadLogicTest : public ::testing::Test {
+  protected:
+    PureValueRef value(const std::string &text) { return pureVR(Value::parse(text, mgr.context())); }
+    PureValueRef number(int n) { return NumberValue::get(n, mgr.context()); }
+    Block *block(Model &in, const std::string &name, const StaticString &type, std::initializer_list<Block *> drivers = {}) {
+        Block *made = Block::create(in, name);
+        made->setParam(A_BLOCK_TYPE, type);
+        Wire::create(*made, A_PRIM_WIRE_OUT);
+        int port = 0;
+        for (Block *driver : drivers) {
+            made->setParam(number(port++), *driver->begin());
+        }
+        return made;
+    }
+    Block *block(const std::string &name, const StaticString &type, std::initializer_list<Block *> drivers = {}) {
+        return block(model, name, type, drivers);
+    }
+    void run(const std::string &pass, const ParamContext &params = ParamContext()) {
+        PassScheduler scheduler;
+        scheduler.addPass(pass, params);
+        scheduler.apply(design);
+        EXPECT_TRUE(test::checkInvariants(design));
+    }
+    std::string left() { return left(model); }
+    std::string left(const Model &in) {
+        std::string names;
+        for (const Block &one : in) {
+            names += (names.empty() ? "" : " ") + one.getName()->toString();
+        }
+        return names;
+    }
+
+    ContextMgr mgr;
+    Design design{mgr.context()};
+    Model &model = *Model::create(design, "m");
+};
+
+TEST_F(DeadLogicTest, deletesADeadChainInOneSweepAndKeepsWhatLives) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    Block *z = block("z", A_ADD_BLOCK, {in, in});
+    Block *y = block("y", A_ADD_BLOCK, {z, in});
+    block("a", A_ADD_BLOCK, {y, z});
+    block("out", A_OUTPUT_BLOCK, {in});
+    run("DeadBlockPass");
+    EXPECT_EQ(left(), "in out");
+}
+
+TEST_F(DeadLogicTest, leavesALoopToTheAggressivePass) {
+    Block *first = block("r1", A_REGISTER_BLOCK);
+    Block *second = block("r2", A_REGISTER_BLOCK, {first});
+    first->setParam(number(0), *second->begin());
+    run("DeadBlockPass");
+    EXPECT_EQ(left(), "r1 r2");
+    run("AggressiveDeadBlockPass");
+    EXPECT_EQ(left(), "");
+}
+
+TEST_F(DeadLogicTest, deletesABlockThatOnlyFeedsItselfAggressively) {
+    Block *self = block("self", A_REGISTER_BLOCK);
+    self->setParam(number(0), *self->begin());
+    run("DeadBlockPass");
+    EXPECT_EQ(left(), "self");
+    run("AggressiveDeadBlockPass");
+    EXPECT_EQ(left(), "");
+}
+
+TEST_F(DeadLogicTest, keepsATypePinThatReadsSomethingOnlyInLatePasses) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    block("pin", A_TYPE_PIN_BLOCK, {in});
+    run("DeadBlockLatePass");
+    EXPECT_EQ(left(), "in pin");
+    run("DeadBlockPass");
+    EXPECT_EQ(left(), "in");
+    block("free", A_TYPE_PIN_BLOCK);
+    run("AggressiveDeadBlockLatePass");
+    EXPECT_EQ(left(), "in");
+}
+
+TEST_F(DeadLogicTest, deletesAChainOfManyBlocksWithoutNesting) {
+    Block *last = block("in", A_INPUT_BLOCK);
+    for (int i = 0; i < 200000; ++i) {
+        last = block("b" + std::to_string(1000000 + i), A_ADD_BLOCK, {last});
+    }
+    run("DeadBlockPass");
+    EXPECT_EQ(left(), "in");
+}
+
+/// Whether a block of a type lives without readers, in early and in late passes.
+struct Life {
+    const StaticString *type;
+    bool early;
+    bool late;
+};
+
+TEST_F(DeadLogicTest, knowsTheTypesThatMustLive) {
+    const Life lives[] = {
+        {&A_INPUT_BLOCK, true, true},
+        {&A_OUTPUT_BLOCK, true, true},
+        {&A_CHANNEL_IN_BLOCK, true, true},
+        {&A_CHANNEL_OUT_BLOCK, true, true},
+        {&A_SIGNAL_IN_BLOCK, true, true},
+        {&A_SIGNAL_OUT_BLOCK, true, true},
+        {&A_BUS_IN_BLOCK, true, true},
+        {&A_BUS_OUT_BLOCK, true, true},
+        {&A_SARNET_MM_SLAVE_IN_BLOCK, true, true},
+        {&A_SARNET_MM_SLAVE_OUT_BLOCK, true, true},
+        {&A_SARNET_MM_MASTER_IN_BLOCK, true, true},
+        {&A_SARNET_MM_MASTER_OUT_BLOCK, true, true},
+        {&A_TERMINAL_BLOCK, true, false},
+        {&A_UNSCHED_BLOCK, true, false},
+        {&A_BOUNDARY_BLOCK, true, false},
+        {&A_FOLDING_KERNEL_BOUNDARY_BLOCK, true, false},
+        {&A_GOTO_BLOCK, true, false},
+        {&A_STALLENTER_BLOCK, true, false},
+        {&A_STALLEXIT_BLOCK, true, false},
+        {&A_STALLREG_BLOCK, true, false},
+        {&A_STALLENABLE_BLOCK, true, false},
+        {&A_STALLVALID_CONNECTOR_BLOCK, true, true},
+        {&A_SARNET_ST_SINK_BLOCK, true, true},
+        {&A_SARNET_ST_SOURCE_BLOCK, true, true},
+        {&A_SARNET_ST_SINK_IN_BLOCK, true, true},
+        {&A_SARNET_ST_SINK_OUT_BLOCK, true, true},
+        {&A_SARNET_ST_SOURCE_IN_BLOCK, true, true},
+        {&A_SARNET_ST_SOURCE_OUT_BLOCK, true, true},
+        {&A_AXI4_STREAM_RECEIVER_BLOCK, true, true},
+        {&A_AXI4_STREAM_TRANSMITTER_BLOCK, true, true},
+        {&A_EXTMEM_READ_BLOCK, true, true},
+        {&A_EXTMEM_WRITE_BLOCK, true, true},
+        {&A_MM_REGISTER_BLOCK, true, true},
+        {&A_SHARED_MEM_BLOCK, true, true},
+        {&A_EXT_IFACE_BLOCK, true, true},
+        {&A_HIDDEN_IFACE_BLOCK, true, true},
+        {&A_ENABLE_SINK_BLOCK, false, false},
+        {&A_ECC_SINK_BLOCK, false, false},
+        {&A_MODEL_BLOCK, false, false},
+        {&A_ADD_BLOCK, false, false},
+    };
+    for (const Life &life : lives) {
+        for (const auto &[pass, lasts] : {std::make_pair("DeadBlockPass", life.early),
+                                          std::make_pair("AggressiveDeadBlockPass", life.early),
+                                          std::make_pair("DeadBlockLatePass", life.late),
+                                          std::make_pair("AggressiveDeadBlockLatePass", life.late)}) {
+            block("b", *life.type);
+            run(pass);
+            EXPECT_EQ(left(), lasts ? "b" : "") << life.type->text() << " " << pass;
+            while (model.size() != 0) {
+                delete &*model.begin();
+            }
+        }
+    }
+}
+
+TEST_F(DeadLogicTest, letsParametersAndPortsDecide) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    block("iface", A_EXT_IFACE_BLOCK)->setParam(A_EXT_IFACE_NO_SIDE_EFFECTS, A_TRUE);
+    block("reg", A_MM_REGISTER_BLOCK)->setParam(A_BUS_ACCESS_MODE, A_BUS_ACCESS_CONSTANT);
+    block("reg2", A_MM_REGISTER_BLOCK)->setParam(A_BUS_ACCESS_MODE, A_BUS_ACCESS_READ);
+    block("enable", A_ENABLE_SINK_BLOCK, {in});
+    block("ecc", A_ECC_SINK_BLOCK, {in});
+    run("DeadBlockPass");
+    EXPECT_EQ(left(), "ecc enable in reg2");
+}
+
+TEST_F(DeadLogicTest, keepsAModelBlockWhoseModelHoldsWhatMustLive) {
+    Model &plain = *Model::create(design, "plain");
+    block(plain, "in", A_INPUT_BLOCK);
+    block(plain, "out", A_OUTPUT_BLOCK);
+    Model &busy = *Model::create(design, "busy");
+    Model &outer = *Model::create(design, "outer");
+    block(busy, "mem", A_EXTMEM_WRITE_BLOCK);
+    block(outer, "inner", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, busy);
+    block("usePlain", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, plain);
+    block("useBusy", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, busy);
+    block("useOuter", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, outer);
+    run("DeadBlockPass");
+    EXPECT_EQ(left(), "useBusy useOuter");
+    EXPECT_EQ(left(outer), "inner");
+}
+
+TEST_F(DeadLogicTest, asksDeepAndCircularHierarchiesWithoutEnd) {
+    Model *above = &model;
+    for (int i = 0; i < 5000; ++i) {
+        Model *below = Model::create(design, "level" + std::to_string(i));
+        block(*above, "use", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, *below);
+        above = below;
+    }
+    Block *back = block(*above, "back", A_MODEL_BLOCK);
+    back->setParam(A_MODEL_NODE, *Node::from<Model>((*model.begin())[A_MODEL_NODE]));
+    run("DeadBlockPass");
+    EXPECT_EQ(left(), "");
+}
+
+TEST(DeadBlockHandlerBase, answersEachQuestionThroughTheOneBefore) {
+    class Plain final : public DeadBlockHandler {
+      public:
+        using DeadBlockHandler::isImmortal;
+    };
+    ContextMgr mgr;
+    Design design(mgr.context());
+    const Block &block = *Block::create(*Model::create(design, "m"), "b");
+    EXPECT_FALSE(Plain().isImmortal(block));
+    EXPECT_FALSE(Plain().isImmortal(block, true));
+}
+
+TEST_F(DeadLogicTest, keepsTheModelsThatAnOutputNeeds) {
+    Model &used = *Model::create(design, "used");
+    Model &deep = *Model::create(design, "deep");
+    Model::create(design, "old");
+    block("use", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, used);
+    block(used, "use", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, deep);
+    model.setParam(A_SYNTH_OUTPUT_MODE, A_TRUE);
+    run("DeadModelPass");
+    EXPECT_EQ(design.size(), 3U);
+    EXPECT_EQ(design.getModel(value("old")), nullptr);
+}
+
+TEST_F(DeadLogicTest, warnsOfAModelBlockWithoutAModel) {
+    block("use", A_MODEL_BLOCK);
+    model.setParam(A_SYNTH_OUTPUT_MODE, A_TRUE);
+    ::testing::internal::CaptureStderr();
+    run("DeadModelPass");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "ORVO Warning: MODEL_BLOCK_WITHOUT_MODEL_NODE: block='/m/use'.\n");
+}
+
+TEST_F(DeadLogicTest, takesOutADrivenTerminal) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    Block *terminal = block("terminal", A_TERMINAL_BLOCK, {in});
+    Block *reader = block("reader", A_OUTPUT_BLOCK, {terminal});
+    block("dangling", A_TERMINAL_BLOCK);
+    run("ElideTerminalPass");
+    EXPECT_EQ(left(), "dangling in reader");
+    EXPECT_EQ(&reader->getPort(number(0))->peekWire()->getBlock(), in);
+}
+
+TEST_F(DeadLogicTest, takesOutATerminalWithoutAWireAndChainsOfThem) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    Block *first = block("t2", A_TERMINAL_BLOCK, {in});
+    Block *second = block("t1", A_TERMINAL_BLOCK, {first});
+    delete &*second->begin();
+    run("ElideTerminalPass");
+    EXPECT_EQ(left(), "in");
+}
+
+class ElideUnpackTest : public DeadLogicTest {
+  protected:
+    ElideUnpackTest() {
+        pack = Block::create(model, "pack");
+        pack->setParam(A_BLOCK_TYPE, A_CPACK_BLOCK);
+        pack->setParam(A_CPACK_PORT_REAL, *re->begin());
+        pack->setParam(A_CPACK_PORT_IMAG, *im->begin());
+        unpack = Block::create(model, "unpack");
+        unpack->setParam(A_BLOCK_TYPE, A_CUNPACK_BLOCK);
+        unpack->setParam(A_CUNPACK_PORT_IN, *Wire::create(*pack, A_CPACK_WIRE_OUT));
+        out->setParam(number(0), *Wire::create(*unpack, A_CUNPACK_WIRE_IMAG));
+        out->setParam(number(1), *Wire::create(*unpack, A_CUNPACK_WIRE_REAL));
+    }
+    Block *driver(int port) { return &out->getPort(number(port))->peekWire()->getBlock(); }
+    Block *re = block("re", A_INPUT_BLOCK);
+    Block *im = block("im", A_INPUT_BLOCK);
+    Block *out = block("out", A_OUTPUT_BLOCK);
+    Block *pack = nullptr;
+    Block *unpack = nullptr;
+};
+
+TEST_F(ElideUnpackTest, joinsRealAndImaginaryPartsAcrossThePair) {
+    run("ElideUnpackPass");
+    EXPECT_EQ(left(), "im out re");
+    EXPECT_EQ(driver(0), im);
+    EXPECT_EQ(driver(1), re);
+}
+
+TEST_F(ElideUnpackTest, keepsAPackThatSomethingElseReads) {
+    out->setParam(number(2), *pack->begin());
+    run("ElideUnpackPass");
+    EXPECT_EQ(left(), "im out pack re");
+}
+
+TEST_F(ElideUnpackTest, leavesAPackAndAnUnpackOfDifferentKinds) {
+    unpack->setParam(A_BLOCK_TYPE, A_VUNPACK_BLOCK);
+    run("ElideUnpackPass");
+    EXPECT_EQ(left(), "im out pack re unpack");
+}
+
+TEST_F(ElideUnpackTest, leavesAPairWhoseMetadataDifferUnlessTold) {
+    unpack->setParam(A_METADATA, value("(x)"));
+    run("ElideUnpackPass");
+    EXPECT_EQ(left(), "im out pack re unpack");
+    run("ElideUnpackPass", WithParam("P_IGNORE_METADATA", A_TRUE));
+    EXPECT_EQ(left(), "im out re");
+    EXPECT_EQ(re->getParam(A_METADATA), ValueRef(value("(x)")));
+    EXPECT_EQ(im->getParam(A_METADATA), ValueRef(value("(x)")));
+}
+
+TEST_F(ElideUnpackTest, takesOutAPairOfEqualMetadata) {
+    pack->setParam(A_METADATA, value("(x)"));
+    unpack->setParam(A_METADATA, value("(x)"));
+    run("ElideUnpackPass");
+    EXPECT_EQ(left(), "im out re");
+}
+
+TEST_F(DeadLogicTest, joinsNumberedElementsAcrossVectorAndRecordPairs) {
+    const StaticString *pairs[][2] = {{&A_VPACK_BLOCK, &A_VUNPACK_BLOCK}, {&A_APACK_BLOCK, &A_AUNPACK_BLOCK}};
+    for (const auto &pair : pairs) {
+        Block *a = block("a", A_INPUT_BLOCK);
+        Block *b = block("b", A_INPUT_BLOCK);
+        Block *pack = block("pack", *pair[0], {a, b});
+        Block *unpack = block("unpack", *pair[1], {pack});
+        Block *out = block("out", A_OUTPUT_BLOCK);
+        out->setParam(number(0), *Wire::create(*unpack, number(1)));
+        run("ElideUnpackPass");
+        EXPECT_EQ(left(), "a b out");
+        EXPECT_EQ(&out->getPort(number(0))->peekWire()->getBlock(), b);
+        while (model.size() != 0) {
+            delete &*model.begin();
+        }
+    }
+}
+
+} // namespace
+} // namespace orvo
