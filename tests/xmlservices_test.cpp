@@ -209,6 +209,7 @@ TEST_F(XmlTest, refusesADocumentTypeAndOpensNothing) {
     for (const std::string &type : types) {
         EXPECT_EQ(errorsOf(type + document("<param name=\"k\">&e;</param>")), Errors{"ERR_MALFORMED_XML"}) << type;
         EXPECT_EQ(design->param_size(), 0U);
+        EXPECT_EQ(errorsOf(type + document("")), Errors{"ERR_MALFORMED_XML"}) << type;
     }
     std::filesystem::remove(secret);
 }

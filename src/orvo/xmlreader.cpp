@@ -13,13 +13,12 @@
 #include <orvo/wire.h>
 
 #include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/parsers/SAX2XMLReaderImpl.hpp>
 #include <xercesc/sax/InputSource.hpp>
 #include <xercesc/sax/Locator.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/sax2/Attributes.hpp>
 #include <xercesc/sax2/DefaultHandler.hpp>
-#include <xercesc/sax2/SAX2XMLReader.hpp>
-#include <xercesc/sax2/XMLReaderFactory.hpp>
 #include <xercesc/util/BinInputStream.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/XMLException.hpp>
@@ -200,7 +199,7 @@ class DesignHandler final : public xercesc::DefaultHandler {
     void report(ErrorType type, int row, int column) { mFailed = mErrorFunc(type, row, column) || mFailed; }
 
     void setDocumentLocator(const xercesc::Locator *const locator) override { mLocator = locator; }
-    void startDTD(const XMLCh *const, const XMLCh *const, const XMLCh *const) override { malformed(); }
+    void refuseDocumentType() { malformed(); }
     void startElement(const XMLCh *const uri, const XMLCh *const localName, const XMLCh *const,
                       const xercesc::Attributes &attributes) override;
     void endElement(const XMLCh *const, const XMLCh *const, const XMLCh *const) override;
@@ -481,8 +480,21 @@ void DesignHandler::resolveNode(Node &node) {
     }
 }
 
+/// A parser that stops at a document type, before anything in it or behind it is read.
+class Parser final : public xercesc::SAX2XMLReaderImpl {
+  public:
+    explicit Parser(DesignHandler &handler) : mHandler(handler) {}
+    void doctypeDecl(const xercesc::DTDElementDecl &, const XMLCh *const, const XMLCh *const, const bool,
+                     const bool) override {
+        mHandler.refuseDocumentType();
+    }
+
+  private:
+    DesignHandler &mHandler;
+};
+
 /// Features that keep the parser at its text: no validation, no grammar of any kind, no other file.
-void configure(xercesc::SAX2XMLReader &parser) {
+void configure(Parser &parser) {
     using xercesc::XMLUni;
     parser.setFeature(XMLUni::fgSAX2CoreNameSpaces, true);
     parser.setFeature(XMLUni::fgSAX2CoreNameSpacePrefixes, false);
@@ -500,13 +512,14 @@ void configure(xercesc::SAX2XMLReader &parser) {
 bool readDesign(std::istream &in, Design &design, const XMLServices::ErrorFunc &errorFunc) {
     DesignHandler handler(design, errorFunc);
     try {
-        std::unique_ptr<xercesc::SAX2XMLReader> parser(xercesc::XMLReaderFactory::createXMLReader());
-        configure(*parser);
-        parser->setContentHandler(&handler);
-        parser->setErrorHandler(&handler);
-        parser->setLexicalHandler(&handler);
-        parser->setEntityResolver(&handler);
-        parser->parse(IStreamSourceAdaptor(in));
+        Parser parser(handler);
+        configure(parser);
+        parser.setContentHandler(&handler);
+        parser.setErrorHandler(&handler);
+        // Without a lexical handler the parser tells nobody of a document type.
+        parser.setLexicalHandler(&handler);
+        parser.setEntityResolver(&handler);
+        parser.parse(IStreamSourceAdaptor(in));
         handler.finish();
     } catch (const StopReading &) {
         // The error was heard where it arose; what was not read cannot be let pass.
