@@ -101,6 +101,9 @@ template <class T> class KeyedMap {
     };
 
   public:
+    /// Where an entry stands in the tree form: valid until the entry goes.
+    using Position = TreeIt;
+
     /// What an iterator gives: the key and the value, as members of a pair would.
     struct Entry {
         const PureValueRef &first;
@@ -149,6 +152,12 @@ template <class T> class KeyedMap {
     KeyedMap(const KeyedMap &) = delete;
     KeyedMap &operator=(const KeyedMap &) = delete;
     ~KeyedMap() { clear(); }
+
+    /// Whether the map has its tree form, in which iterators and positions last.
+    bool isTree() const { return isBig(); }
+    /// In the tree form only.
+    Position positionOf(const Value *key) const { return *big().index.find(key); }
+    iterator behind(Position position) const { return iterator(std::next(position)); }
 
     std::size_t size() const { return isBig() ? big().tree.size() : mSize; }
     bool empty() const { return size() == 0; }

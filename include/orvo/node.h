@@ -136,10 +136,13 @@ class ORVO_API Node {
     using NameCounters = std::map<PureValueRef, int>;
 
     PureValueRef uniqueNameFor(const PureValueRef &name);
+    void insertChild(Node *child);
 
     PureValueRef mName;
     Node *mParent;
     NodeValue *mValue = nullptr;
+    /// In the parent's children, while those have their tree form.
+    ChildMap::Position mPlace{};
     ChildMap mChildren;
     ParamMap mParams;
     mutable ProcessFlags mFlags = 0;

@@ -11,6 +11,7 @@
 #include <deque>
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 namespace orvo {
 
@@ -62,16 +63,24 @@ bool AggressiveDeadBlockLatePass::isLate() const { return true; }
 
 void DeadBlockPass::apply(ModelPassContext &context) {
     Immortality isImmortal(isLate());
+    std::vector<Block *> drivers;
     WorkQueue queue(context.getModel());
     while (queue.next()) {
         Block &block = *queue.block();
         if (hasReader(block) || isImmortal(block)) {
             continue;
         }
+        drivers.clear();
         for (const Port &port : block.ports()) {
-            queue.enqueue(port.getWire()->getBlock());
+            drivers.push_back(&port.getWire()->getBlock());
         }
         queue.deleteBlock();
+        // Most drivers have other readers: only those that have lost their last deserve another look.
+        for (Block *driver : drivers) {
+            if (!hasReader(*driver)) {
+                queue.enqueue(*driver);
+            }
+        }
     }
 }
 

@@ -87,9 +87,12 @@ Node *Node::getChild(const PureValueRef &name) const {
 }
 
 Node *Node::getNextSibling() const {
-    auto at = mParent->mChildren.iteratorAt(mName.get_ptr());
-    ORVO_ASSERT(at != mParent->mChildren.end(), "a node is not among its parent's children");
-    ++at;
+    const ChildMap &siblings = mParent->mChildren;
+    auto at = siblings.isTree() ? siblings.behind(mPlace) : siblings.iteratorAt(mName.get_ptr());
+    if (!siblings.isTree()) {
+        ORVO_ASSERT(at != siblings.end(), "a node is not among its parent's children");
+        ++at;
+    }
     return at == mParent->mChildren.end() ? nullptr : (*at).second;
 }
 
@@ -212,9 +215,21 @@ PureValueRef Node::uniqueNameFor(const PureValueRef &name) {
     return candidate;
 }
 
+void Node::insertChild(Node *child) {
+    const bool wasTree = mChildren.isTree();
+    mChildren.insert(child->mName, child);
+    if (wasTree) {
+        child->mPlace = mChildren.positionOf(child->mName.get_ptr());
+    } else if (mChildren.isTree()) {
+        for (auto entry : mChildren) {
+            entry.second->mPlace = mChildren.positionOf(entry.first.get_ptr());
+        }
+    }
+}
+
 void Node::addChild(Node *child) {
     child->mName = uniqueNameFor(child->mName);
-    mChildren.insert(child->mName, child);
+    insertChild(child);
     if ((mFlags & kBirth) != 0) {
         mFlags &= ~kBirth;
         child->mFlags |= kBirth;
