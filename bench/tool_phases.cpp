@@ -90,7 +90,8 @@ Figures inChild(const std::function<Figures()> &phase) {
     return figures;
 }
 
-Figures measure(const std::function<void()> &work, const std::function<void()> &settle = [] {}) {
+Figures measure(
+    const std::function<void()> &work, const std::function<void()> &settle = [] {}) {
     Figures figures;
     const double before = residentBytes();
     const double start = cpuNow();
@@ -248,8 +249,8 @@ int main(int argc, char **argv) {
     for (const Sized &at : all) {
         const auto n = static_cast<double>(at.blocks);
         std::printf("%10zu %10.0f %12.3f %12.2f %12.3f %12.1f %12.3f %12.2f %7.3f/%.3f\n", at.blocks, at.fileBytes / n,
-                    at.load.cpuSeconds * 1e6 / n, at.load.cpuSeconds / at.parse.cpuSeconds, at.load.heldBytes / n / 1024,
-                    at.load.peakBytes / 1048576, at.write.cpuSeconds * 1e6 / n,
+                    at.load.cpuSeconds * 1e6 / n, at.load.cpuSeconds / at.parse.cpuSeconds,
+                    at.load.heldBytes / n / 1024, at.load.peakBytes / 1048576, at.write.cpuSeconds * 1e6 / n,
                     at.write.cpuSeconds / at.bytes.cpuSeconds, at.dead.cpuSeconds * 1e6 / n,
                     at.bare.cpuSeconds * 1e6 / n);
     }

@@ -30,13 +30,13 @@ int main() {
     Wire &y1 = delay(top, "y1", y0, 1);
     Wire &y2 = delay(top, "y2", y1, 1);
 
-    Wire &forward = out(block(top, "forward", A_ADD_BLOCK,
-                              {product("b0x0", x0, coefficient("b0", 0.2066)),
-                               product("b1x1", x1, coefficient("b1", 0.4131)),
-                               product("b2x2", x2, coefficient("b2", 0.2066))}));
-    Wire &backward = out(block(top, "backward", A_ADD_BLOCK,
-                               {product("a1y1", y1, coefficient("a1", -0.3695)),
-                                product("a2y2", y2, coefficient("a2", 0.1958))}));
+    Wire &forward =
+        out(block(top, "forward", A_ADD_BLOCK,
+                  {product("b0x0", x0, coefficient("b0", 0.2066)), product("b1x1", x1, coefficient("b1", 0.4131)),
+                   product("b2x2", x2, coefficient("b2", 0.2066))}));
+    Wire &backward =
+        out(block(top, "backward", A_ADD_BLOCK,
+                  {product("a1y1", y1, coefficient("a1", -0.3695)), product("a2y2", y2, coefficient("a2", 0.1958))}));
     Wire &wide = out(block(top, "difference", A_SUB_BLOCK, {&forward, &backward}));
     Block &rounded = block(top, "round", A_CAST_BLOCK, {&wide});
     rounded.setParam(A_CAST_OUTPUT_TYPE, sample);

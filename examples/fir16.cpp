@@ -25,7 +25,8 @@ int main() {
         coefficients += " " + NumberValue::fromInt64(coefficient, 15, context.context())->toString();
     }
     Wire &taps = *Wire::create(line, A_VPACK_WIRE_OUT);
-    Wire &weights = constant(top, "coefficients", value(coefficients + ")"), value("(typeVector 16 (typeSFixed 1 15))"));
+    Wire &weights =
+        constant(top, "coefficients", value(coefficients + ")"), value("(typeVector 16 (typeSFixed 1 15))"));
     Wire &products = out(block(top, "products", A_MULT_BLOCK, {&taps, &weights}));
     Wire &sum = out(block(top, "sum", A_ADD_REDUCE_BLOCK, {&products}));
     Block &output = block(top, "out", A_OUTPUT_BLOCK);

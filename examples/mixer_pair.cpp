@@ -1,5 +1,5 @@
-// Two levels of hierarchy: one model of a complex mixer, drawn once and instantiated twice, each instance on a vector of
-// four complex signals. The same oscillator moves both up and, conjugated, down.
+// Two levels of hierarchy: one model of a complex mixer, drawn once and instantiated twice, each instance on a vector
+// of four complex signals. The same oscillator moves both up and, conjugated, down.
 #include "netlist.h"
 
 using namespace example;

@@ -1,6 +1,6 @@
-// A companding table behind a range selection, as a first draft often looks: a debug path that ends nowhere, a loop that
-// feeds nothing, a terminal on a signal, a pack that is unpacked at once, and a model that nobody refers to. The passes
-// for dead logic leave the part that matters.
+// A companding table behind a range selection, as a first draft often looks: a debug path that ends nowhere, a loop
+// that feeds nothing, a terminal on a signal, a pack that is unpacked at once, and a model that nobody refers to. The
+// passes for dead logic leave the part that matters.
 #include "netlist.h"
 
 using namespace example;

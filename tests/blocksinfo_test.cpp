@@ -79,8 +79,9 @@ TEST_F(BlocksInfoTest, takesThreeBarsAndReportsAndSkipsTwo) {
 }
 
 TEST_F(BlocksInfoTest, reportsAFileThatEndsInsideAnEntry) {
-    EXPECT_NE(read(std::string(kHead) + "A_X_BLOCK\nDescription: d\n").find("Unexpected EOF at line at 10 in file cat.csv\n"),
-              std::string::npos);
+    EXPECT_NE(
+        read(std::string(kHead) + "A_X_BLOCK\nDescription: d\n").find("Unexpected EOF at line at 10 in file cat.csv\n"),
+        std::string::npos);
     EXPECT_TRUE(info.blockExists("A_X_BLOCK"));
 }
 
@@ -101,10 +102,17 @@ TEST_F(BlocksInfoTest, reportsAnEntryOfAnUnknownKind) {
 }
 
 TEST_F(BlocksInfoTest, knowsEveryKeywordOfTheMappingSection) {
-    const char *keywords[] = {"Block:(A_BLOCK_TYPE)", "Genericparameter:",     "Wire:",
-                              "Port:",                "Blockparameter:",       "Modelparameter:",
-                              "Designparameter:",     "Blockparametervalue:",  "Modelparametervalue:",
-                              "Designparametervalue:", "Tag:"};
+    const char *keywords[] = {"Block:(A_BLOCK_TYPE)",
+                              "Genericparameter:",
+                              "Wire:",
+                              "Port:",
+                              "Blockparameter:",
+                              "Modelparameter:",
+                              "Designparameter:",
+                              "Blockparametervalue:",
+                              "Modelparametervalue:",
+                              "Designparametervalue:",
+                              "Tag:"};
     std::string text = "MAPPINGSSECTION\n<---------->\n";
     int count = 0;
     for (const char *keyword : keywords) {
@@ -121,8 +129,7 @@ TEST_F(BlocksInfoTest, knowsEveryKeywordOfTheMappingSection) {
 TEST_F(BlocksInfoTest, addsGenericParametersToTheReservedBlock) {
     read(std::string(kHead) + "Genericparameter: A_META\nDescription: on any block\n<---------->\n");
     const BlockInfo &generic = info.getBlockInfo("DUMMY_GENERIC_BLOCK");
-    EXPECT_EQ(generic.description,
-              "Dummy block for storing the generic parameters that can be applied to any block");
+    EXPECT_EQ(generic.description, "Dummy block for storing the generic parameters that can be applied to any block");
     ASSERT_EQ(generic.connections.size(), 1U);
     EXPECT_EQ(generic.connections[0].name, "A_META");
     EXPECT_EQ(generic.connections[0].kind, "Param");

@@ -4,10 +4,10 @@
 #include "support/invariants.h"
 
 #include <orvo/block.h>
+#include <orvo/blockclass.h>
 #include <orvo/context.h>
 #include <orvo/corevalues.h>
 #include <orvo/deadblock.h>
-#include <orvo/blockclass.h>
 #include <orvo/design.h>
 #include <orvo/logging.h>
 #include <orvo/model.h>
@@ -23,7 +23,8 @@ class DeadLogicTest : public ::testing::Test {
   protected:
     PureValueRef value(const std::string &text) { return pureVR(Value::parse(text, mgr.context())); }
     PureValueRef number(int n) { return NumberValue::get(n, mgr.context()); }
-    Block *block(Model &in, const std::string &name, const StaticString &type, std::initializer_list<Block *> drivers = {}) {
+    Block *block(Model &in, const std::string &name, const StaticString &type,
+                 std::initializer_list<Block *> drivers = {}) {
         Block *made = Block::create(in, name);
         made->setParam(A_BLOCK_TYPE, type);
         Wire::create(*made, A_PRIM_WIRE_OUT);
@@ -157,10 +158,10 @@ TEST_F(DeadLogicTest, knowsTheTypesThatMustLive) {
         {&A_ADD_BLOCK, false, false},
     };
     for (const Life &life : lives) {
-        for (const auto &[pass, lasts] : {std::make_pair("DeadBlockPass", life.early),
-                                          std::make_pair("AggressiveDeadBlockPass", life.early),
-                                          std::make_pair("DeadBlockLatePass", life.late),
-                                          std::make_pair("AggressiveDeadBlockLatePass", life.late)}) {
+        for (const auto &[pass, lasts] :
+             {std::make_pair("DeadBlockPass", life.early), std::make_pair("AggressiveDeadBlockPass", life.early),
+              std::make_pair("DeadBlockLatePass", life.late),
+              std::make_pair("AggressiveDeadBlockLatePass", life.late)}) {
             block("b", *life.type);
             run(pass);
             EXPECT_EQ(left(), lasts ? "b" : "") << life.type->text() << " " << pass;

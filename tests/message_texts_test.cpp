@@ -16,9 +16,9 @@
 namespace orvo {
 
 struct MessageInfo {
-    const char* severity;
-    const char* tag;
-    const char* params;
+    const char *severity;
+    const char *tag;
+    const char *params;
 };
 
 namespace {
@@ -29,7 +29,7 @@ constexpr MessageInfo kMessages[] = {
 #undef ORVO_MESSAGE
 };
 
-constexpr const char* kXmlErrors[] = {
+constexpr const char *kXmlErrors[] = {
     "ERR_MALFORMED_XML",
     "ERR_BAD_TOPLEVEL_NAMESPACE",
     "ERR_BAD_TOPLEVEL_ELEMENT",
@@ -86,8 +86,8 @@ bool isWellFormed(std::string_view text) {
     return !inPart && !inName;
 }
 
-const MessageInfo* findMessage(std::string_view tag) {
-    for (const MessageInfo& message : kMessages) {
+const MessageInfo *findMessage(std::string_view tag) {
+    for (const MessageInfo &message : kMessages) {
         if (tag == message.tag)
             return &message;
     }
@@ -100,18 +100,18 @@ bool isXmlError(std::string_view tag) {
 
 TEST(MessageList, isSortedByTagWithErrorsBeforeWarnings) {
     for (std::size_t i = 1; i < std::size(kMessages); ++i) {
-        const auto& previous = kMessages[i - 1];
-        const auto& current = kMessages[i];
+        const auto &previous = kMessages[i - 1];
+        const auto &current = kMessages[i];
         const int severities = std::strcmp(previous.severity, current.severity);
         EXPECT_TRUE(severities < 0 || (severities == 0 && std::strcmp(previous.tag, current.tag) < 0)) << current.tag;
     }
 }
 
 TEST(MessageList, namesEachParameterOnce) {
-    for (const MessageInfo& message : kMessages) {
+    for (const MessageInfo &message : kMessages) {
         const auto names = parameterNames(message.params);
         EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size()) << message.tag;
-        for (const auto& name : names)
+        for (const auto &name : names)
             EXPECT_EQ(name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"),
                       std::string::npos)
                 << message.tag << ": " << name;
@@ -119,18 +119,18 @@ TEST(MessageList, namesEachParameterOnce) {
 }
 
 TEST(MessageTexts, hasAnEntryForEachMessage) {
-    for (const MessageInfo& message : kMessages)
+    for (const MessageInfo &message : kMessages)
         EXPECT_NE(driver::findMessageText(message.tag), nullptr)
             << message.tag << ": add it to src/driver/message_texts.def";
 }
 
 TEST(MessageTexts, hasAnEntryForEachErrorOfTheXmlReader) {
-    for (const char* const tag : kXmlErrors)
+    for (const char *const tag : kXmlErrors)
         EXPECT_NE(driver::findMessageText(tag), nullptr) << tag;
 }
 
 TEST(MessageTexts, hasNoEntryForAnUnknownTag) {
-    for (const driver::MessageText* entry : driver::allMessageTexts()) {
+    for (const driver::MessageText *entry : driver::allMessageTexts()) {
         const bool known =
             findMessage(entry->tag) != nullptr || isXmlError(entry->tag) || entry->tag.substr(0, 7) == "DRIVER_";
         EXPECT_TRUE(known) << entry->tag;
@@ -142,7 +142,7 @@ TEST(MessageTexts, hasNoEntryForAnUnknownTag) {
 
 TEST(MessageTexts, hasOneEntryForATag) {
     std::set<std::string_view> tags;
-    for (const driver::MessageText* entry : driver::allMessageTexts()) {
+    for (const driver::MessageText *entry : driver::allMessageTexts()) {
         EXPECT_TRUE(tags.insert(entry->tag).second) << entry->tag;
         EXPECT_EQ(driver::findMessageText(entry->tag), entry);
     }
@@ -151,7 +151,7 @@ TEST(MessageTexts, hasOneEntryForATag) {
 TEST(MessageTexts, saysTextMeaningAndCureInDifferentWords) {
     std::set<std::string_view> texts;
     std::set<std::string_view> meanings;
-    for (const driver::MessageText* entry : driver::allMessageTexts()) {
+    for (const driver::MessageText *entry : driver::allMessageTexts()) {
         EXPECT_FALSE(entry->text.empty()) << entry->tag;
         EXPECT_FALSE(entry->meaning.empty()) << entry->tag;
         EXPECT_FALSE(entry->cure.empty()) << entry->tag;
@@ -164,7 +164,7 @@ TEST(MessageTexts, saysTextMeaningAndCureInDifferentWords) {
 }
 
 TEST(MessageTexts, writesMeaningAndCureAsSentencesAndTextsAsLines) {
-    for (const driver::MessageText* entry : driver::allMessageTexts()) {
+    for (const driver::MessageText *entry : driver::allMessageTexts()) {
         ASSERT_FALSE(entry->text.empty() || entry->meaning.empty() || entry->cure.empty()) << entry->tag;
         EXPECT_NE(entry->text.back(), '.') << entry->tag;
         EXPECT_EQ(entry->meaning.back(), '.') << entry->tag;
@@ -177,13 +177,13 @@ TEST(MessageTexts, writesMeaningAndCureAsSentencesAndTextsAsLines) {
 }
 
 TEST(MessageTexts, hasWellFormedTemplates) {
-    for (const driver::MessageText* entry : driver::allMessageTexts())
+    for (const driver::MessageText *entry : driver::allMessageTexts())
         EXPECT_TRUE(isWellFormed(entry->text)) << entry->tag << ": " << entry->text;
 }
 
 TEST(MessageTexts, hasAPlaceholderForEachParameterAndNoOther) {
-    for (const MessageInfo& message : kMessages) {
-        const driver::MessageText* const entry = driver::findMessageText(message.tag);
+    for (const MessageInfo &message : kMessages) {
+        const driver::MessageText *const entry = driver::findMessageText(message.tag);
         ASSERT_NE(entry, nullptr) << message.tag;
         const auto names = parameterNames(message.params);
         EXPECT_EQ(placeholders(entry->text), std::set<std::string>(names.begin(), names.end())) << message.tag;
@@ -191,19 +191,19 @@ TEST(MessageTexts, hasAPlaceholderForEachParameterAndNoOther) {
 }
 
 TEST(MessageTexts, rendersEveryMessageWithAllParametersWithoutLeftovers) {
-    for (const MessageInfo& message : kMessages) {
+    for (const MessageInfo &message : kMessages) {
         std::map<std::string, std::string> params;
-        for (const auto& name : parameterNames(message.params))
+        for (const auto &name : parameterNames(message.params))
             params[name] = "<" + name + ">";
         const std::string text = driver::renderMessage(message.tag, params);
         EXPECT_EQ(text.find_first_of("{}[]="), std::string::npos) << text;
-        for (const auto& [name, value] : params)
+        for (const auto &[name, value] : params)
             EXPECT_NE(text.find(value), std::string::npos) << text << " lacks " << name;
     }
 }
 
 TEST(MessageTexts, rendersEveryMessageWithoutParametersWithoutGaps) {
-    for (const driver::MessageText* entry : driver::allMessageTexts()) {
+    for (const driver::MessageText *entry : driver::allMessageTexts()) {
         const std::string text = driver::renderMessage(entry->tag, {});
         EXPECT_FALSE(text.empty()) << entry->tag;
         EXPECT_EQ(text.find_first_of("{}[]"), std::string::npos) << text;
@@ -215,9 +215,9 @@ TEST(MessageTexts, rendersEveryMessageWithoutParametersWithoutGaps) {
 }
 
 /// Renders with parameters written as name=value.
-std::string render(const char* tag, const std::vector<std::string>& assignments) {
+std::string render(const char *tag, const std::vector<std::string> &assignments) {
     std::map<std::string, std::string> params;
-    for (const auto& assignment : assignments) {
+    for (const auto &assignment : assignments) {
         const auto equals = assignment.find('=');
         params[assignment.substr(0, equals)] = assignment.substr(equals + 1);
     }

@@ -109,9 +109,8 @@ TEST_F(CloneTest, survivesAModelThatInstantiatesItself) {
 int gHookCalls = 0;
 
 TEST_F(CloneTest, runsTheHookThatRenumbersWhatAClonedModelMustNotShare) {
-    auto before = OrvoUtils::setCloneHook([](const Model &, Model &, const OrvoUtils::NodeMap &nodes) {
-        gHookCalls += static_cast<int>(nodes.size());
-    });
+    auto before = OrvoUtils::setCloneHook(
+        [](const Model &, Model &, const OrvoUtils::NodeMap &nodes) { gHookCalls += static_cast<int>(nodes.size()); });
     OrvoUtils::cloneModel(design, below);
     OrvoUtils::setCloneHook(before);
     EXPECT_EQ(gHookCalls, 1);

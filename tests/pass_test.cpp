@@ -386,7 +386,8 @@ TEST_F(PhaseTest, analyzesAndAppliesUntilNoWorkIsLeft) {
     PhasePass<TwoPhaseModelPass> pass;
     pass.enqueue = true;
     run(pass);
-    EXPECT_EQ(pass.lines, (Lines{"before", "setup m", "setup n", "analyze m", "analyze n", "apply m", "apply n", "after"}));
+    EXPECT_EQ(pass.lines,
+              (Lines{"before", "setup m", "setup n", "analyze m", "analyze n", "apply m", "apply n", "after"}));
     EXPECT_EQ(pass.dequeued, 2);
 }
 

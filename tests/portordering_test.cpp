@@ -32,16 +32,14 @@ class PortOrderingTest : public ::testing::Test {
     static Names inputs(const Block &block) {
         Names names;
         for (int i = 0; i < static_cast<int>(block.port_size()); ++i) {
-            names.push_back(
-                internal::portOrderingOf(block).getInputPortByNumber(block, i)->getName()->toString());
+            names.push_back(internal::portOrderingOf(block).getInputPortByNumber(block, i)->getName()->toString());
         }
         return names;
     }
     static Names outputs(const Block &block) {
         Names names;
         for (int i = 0; i < static_cast<int>(block.getWireCount()); ++i) {
-            names.push_back(
-                internal::portOrderingOf(block).getOutputWireByNumber(block, i)->getName()->toString());
+            names.push_back(internal::portOrderingOf(block).getOutputWireByNumber(block, i)->getName()->toString());
         }
         return names;
     }
@@ -104,7 +102,8 @@ TEST_F(PortOrderingTest, refusesANumberBeyondTheEnd) {
 
 TEST_F(PortOrderingTest, refusesABlockThatLacksAWellKnownPortOrWire) {
     Block &mux = make(A_MUX_BLOCK, {"0"}, {"odd"});
-    EXPECT_EXIT(internal::portOrderingOf(mux).getInputPortByNumber(mux, 0), ::testing::ExitedWithCode(1), "lacks a port");
+    EXPECT_EXIT(internal::portOrderingOf(mux).getInputPortByNumber(mux, 0), ::testing::ExitedWithCode(1),
+                "lacks a port");
     EXPECT_EXIT(internal::portOrderingOf(mux).getOutputWireByNumber(mux, 0), ::testing::ExitedWithCode(1),
                 "lacks a wire");
     Block &channel = make(A_CHANNEL_IN_BLOCK, {"0"}, {"0"});

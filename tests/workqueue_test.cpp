@@ -170,7 +170,8 @@ TEST_F(WorkQueueTest, mayOutliveItsDesign) {
     queue.reset();
 }
 
-RC_GTEST_FIXTURE_PROP(WorkQueueTest, visitsWhatLivesHoweverTheModelIsEdited, (const std::vector<std::uint16_t> &edits)) {
+RC_GTEST_FIXTURE_PROP(WorkQueueTest, visitsWhatLivesHoweverTheModelIsEdited,
+                      (const std::vector<std::uint16_t> &edits)) {
     for (int i = 0; i < 40; ++i) {
         make("b" + std::to_string(100 + 2 * i));
     }

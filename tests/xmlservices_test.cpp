@@ -111,15 +111,17 @@ TEST_F(XmlTest, refusesADesignOfAnotherVersion) {
 }
 
 TEST_F(XmlTest, keepsTheSecondBlockOfANameUnderADuplicateName) {
-    EXPECT_EQ(errorsOf(document("<model name=\"m\"><block name=\"b\"/><block name=\"b\"><wire name=\"w\"/></block></model>")),
-              Errors{"ERR_BAD_BLOCK_NAME"});
+    EXPECT_EQ(
+        errorsOf(document("<model name=\"m\"><block name=\"b\"/><block name=\"b\"><wire name=\"w\"/></block></model>")),
+        Errors{"ERR_BAD_BLOCK_NAME"});
     ASSERT_NE(model("m")->getBlock(name("(dupName 0 b)")), nullptr);
     EXPECT_EQ(model("m")->getBlock(name("(dupName 0 b)"))->getWireCount(), 1U);
 }
 
 TEST_F(XmlTest, reportsAPathToAMissingNodeWithItsPlace) {
-    EXPECT_EQ(read(document("<model name=\"m\"><block name=\"b\">\n<param name=\"0\">[/m/c/w]</param></block></model>")),
-              Errors{"ERR_VALUE_RESOLUTION_FAILED 2:33"});
+    EXPECT_EQ(
+        read(document("<model name=\"m\"><block name=\"b\">\n<param name=\"0\">[/m/c/w]</param></block></model>")),
+        Errors{"ERR_VALUE_RESOLUTION_FAILED 2:33"});
     EXPECT_TRUE(failed);
 }
 
@@ -179,7 +181,8 @@ TEST_F(XmlTest, goesOnWhereTheErrorFunctionLetsAnErrorPass) {
     EXPECT_EQ(errorsOf("<other><design version=\"1.2\"/></other>", false),
               (Errors{"ERR_BAD_TOPLEVEL_NAMESPACE", "ERR_BAD_TOPLEVEL_ELEMENT", "ERR_NO_DESIGN_ELEMENT"}));
     EXPECT_FALSE(failed);
-    EXPECT_EQ(errorsOf(document("<param name=\"k\">)</param><model name=\"m\"/>"), false), Errors{"ERR_BAD_PARAM_VALUE"});
+    EXPECT_EQ(errorsOf(document("<param name=\"k\">)</param><model name=\"m\"/>"), false),
+              Errors{"ERR_BAD_PARAM_VALUE"});
     EXPECT_FALSE(failed);
     EXPECT_NE(model("m"), nullptr);
 }
@@ -260,9 +263,10 @@ TEST_F(XmlTest, boundsTheElementsThatRepeatsMake) {
 }
 
 TEST_F(XmlTest, survivesEveryTruncationAndManyMutations) {
-    const std::string whole = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" +
-                              document("<model name=\"m\"><block name=\"b\"><param name=\"0\">[/m/b/w]</param>"
-                                       "<param name=\"t\">(a \"&lt;\xc3\xa9\" ^3)</param><wire name=\"w\"/></block></model>");
+    const std::string whole =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" +
+        document("<model name=\"m\"><block name=\"b\"><param name=\"0\">[/m/b/w]</param>"
+                 "<param name=\"t\">(a \"&lt;\xc3\xa9\" ^3)</param><wire name=\"w\"/></block></model>");
     EXPECT_EQ(errorsOf(whole), Errors{});
     for (std::size_t length = 0; length < whole.size(); ++length) {
         EXPECT_FALSE(errorsOf(whole.substr(0, length)).empty()) << length;

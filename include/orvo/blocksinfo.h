@@ -55,8 +55,8 @@ class ORVO_API BlocksInfo {
     std::string getDefaultParamValue(const std::string &blockType, const std::string &paramName) const;
     /// From a catalogue name to the text of the constant. An unknown one gives "EMPTY" and a line on standard error.
     std::string get_mapping(const std::string &key) const;
-    /// From the text of a constant to its catalogue name; a text that several share gives the block type's name, or else
-    /// the first.
+    /// From the text of a constant to its catalogue name; a text that several share gives the block type's name, or
+    /// else the first.
     std::string get_reversed_mapping(const std::string &text) const;
     /// The same without a message: null for an unknown key.
     const std::string *findMapping(const std::string &key) const;

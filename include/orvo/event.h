@@ -13,7 +13,8 @@ class Design;
 class Model;
 class Wire;
 
-/// What a driven event tells of an edge between a wire and a block: 0 it goes, 1 it is there now, 2 it was made just now.
+/// What a driven event tells of an edge between a wire and a block: 0 it goes, 1 it is there now, 2 it was made just
+/// now.
 using GraphState = int;
 inline constexpr GraphState kGraphStateGone = 0;
 inline constexpr GraphState kGraphStatePresent = 1;

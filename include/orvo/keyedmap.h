@@ -1,5 +1,5 @@
-// The ordered map under every node: names and parameter keys are interned, so a look-up is a comparison of pointers, and
-// only an insertion asks for the order by content. Most nodes carry a handful of entries, some a million.
+// The ordered map under every node: names and parameter keys are interned, so a look-up is a comparison of pointers,
+// and only an insertion asks for the order by content. Most nodes carry a handful of entries, some a million.
 #pragma once
 
 #include <orvo/value.h>
@@ -14,8 +14,8 @@
 namespace orvo::internal {
 
 /// Maps `PureValueRef` to `T`, iterated in `DeepValueCmp` order. Up to `kFlatMax` entries stand in one sorted array;
-/// beyond, in a tree beside a hash index by pointer, and it stays so. Iterators of the array form end with any insertion
-/// or removal, those of the tree form with the removal of their entry only. Null keys are not allowed.
+/// beyond, in a tree beside a hash index by pointer, and it stays so. Iterators of the array form end with any
+/// insertion or removal, those of the tree form with the removal of their entry only. Null keys are not allowed.
 template <class T> class KeyedMap {
     static constexpr std::uint32_t kFlatMax = 24;
     static constexpr std::uint32_t kTreeForm = 0xffffffffU;

@@ -36,7 +36,8 @@ class ORVO_API Model final : public Node, public GenericModel {
     /// The first block of type `A_INPUT_BLOCK`, null if there is none.
     Block *getInputBlock() const;
     Block *getOutputBlock() const;
-    /// The first block whose name has this prefix and whose type is this one, each test only if the argument is not null.
+    /// The first block whose name has this prefix and whose type is this one, each test only if the argument is not
+    /// null.
     Block *getBlockByPrefix(const PureValueRef &prefix, const ValueRefBase<const Value> &type) const;
     void registerBlock(Block *block);
     void unregisterBlock(Block *block);

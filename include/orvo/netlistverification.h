@@ -15,7 +15,15 @@ class Context;
 
 /// One thing in which a block differs from its entry in the catalogue.
 struct CatalogueFinding {
-    enum class Kind { UnknownBlockType, UnknownConnectionKind, MissingParam, MissingPort, MissingWire, BadValue, Extra };
+    enum class Kind {
+        UnknownBlockType,
+        UnknownConnectionKind,
+        MissingParam,
+        MissingPort,
+        MissingWire,
+        BadValue,
+        Extra
+    };
     Kind kind;
     const Block *block;
     /// The parameter, port or wire as it stands on the block; for an unknown type, the type.

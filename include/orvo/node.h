@@ -15,8 +15,8 @@ class Model;
 class Node;
 class Wire;
 
-/// Levels of change, as bits: 1 this node changed, 2 its set of children changed, 4 the set of children of a direct child
-/// changed, 8 something below changed at any depth, 16 a child was born.
+/// Levels of change, as bits: 1 this node changed, 2 its set of children changed, 4 the set of children of a direct
+/// child changed, 8 something below changed at any depth, 16 a child was born.
 using ProcessFlags = std::uint32_t;
 
 enum class NodeKind : std::uint8_t { Design, Model, Block, Wire };
@@ -94,8 +94,8 @@ class ORVO_API Node {
     Value *findParam(const StaticString &key) const { return findParam(key.get_ptr()); }
     NodeParamRef operator[](const PureValueRef &key) { return {this, key}; }
     ConstNodeParamRef operator[](const PureValueRef &key) const { return ConstNodeParamRef(findParam(key.get_ptr())); }
-    /// The parameters in `DeepValueCmp` order of their keys, as pairs of key and value. A change of any parameter of this
-    /// node ends the iterators.
+    /// The parameters in `DeepValueCmp` order of their keys, as pairs of key and value. A change of any parameter of
+    /// this node ends the iterators.
     param_iterator param_begin() const { return mParams.begin(); }
     param_iterator param_end() const { return mParams.end(); }
     std::size_t param_size() const { return mParams.size(); }

@@ -345,8 +345,8 @@ struct PassExecution {
     bool requested = false;
 };
 
-/// Watches a scheduler run from outside: for dumps, timing, statistics, verification and bisection, which no pass should
-/// have to know about.
+/// Watches a scheduler run from outside: for dumps, timing, statistics, verification and bisection, which no pass
+/// should have to know about.
 class ORVO_API PassInstrumentation {
   public:
     virtual ~PassInstrumentation();

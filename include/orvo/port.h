@@ -12,8 +12,8 @@ class Block;
 class Port;
 class Wire;
 
-/// Walks the ports on a wire in the order in which they were connected. Taking a port off the wire ends an iterator that
-/// stands on it, no other.
+/// Walks the ports on a wire in the order in which they were connected. Taking a port off the wire ends an iterator
+/// that stands on it, no other.
 class PortIterator {
   public:
     using iterator_category = std::forward_iterator_tag;

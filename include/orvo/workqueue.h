@@ -22,8 +22,8 @@ template <class Blk> class WorkingSubset {
     virtual Blk *nextBlock() = 0;
 };
 
-/// Each block of a model once, in order, then those enqueued meanwhile, each at most once a request. `Blk` is `Block` or
-/// `const Block`. Any block may be deleted at any time: one that dies is neither visited nor current any more.
+/// Each block of a model once, in order, then those enqueued meanwhile, each at most once a request. `Blk` is `Block`
+/// or `const Block`. Any block may be deleted at any time: one that dies is neither visited nor current any more.
 template <class Blk> class ORVO_API WorkQueueImpl {
   public:
     /// No first sweep: a plain queue.

@@ -32,7 +32,8 @@ class ORVO_API XMLServices {
         ERR_NO_COMPATIBLE_DESIGN_ELEMENT,
         ERR_VALUE_RESOLUTION_FAILED
     };
-    /// Hears of an error; true counts it as a failure, false lets it pass. Row and column count from 1; -1 when unknown.
+    /// Hears of an error; true counts it as a failure, false lets it pass. Row and column count from 1; -1 when
+    /// unknown.
     using ErrorFunc = std::function<bool(ErrorType type, int row, int column)>;
 
     XMLServices();

@@ -1,5 +1,5 @@
-// A callable of two words: an object and the function that calls it. Copying it never allocates, and two of them compare
-// equal when they call the same function of the same object, so that a callback can be taken off a list again.
+// A callable of two words: an object and the function that calls it. Copying it never allocates, and two of them
+// compare equal when they call the same function of the same object, so that a callback can be taken off a list again.
 #pragma once
 
 #include <type_traits>
@@ -25,9 +25,7 @@ template <class Result, class... Args> class Function<Result(Args...)> {
     }
 
     constexpr explicit operator bool() const { return mCall != nullptr; }
-    constexpr bool operator==(const Function &other) const {
-        return mObject == other.mObject && mCall == other.mCall;
-    }
+    constexpr bool operator==(const Function &other) const { return mObject == other.mObject && mCall == other.mCall; }
     constexpr bool operator!=(const Function &other) const { return !(*this == other); }
     /// The function must not be null.
     Result operator()(Args... args) const { return mCall(mObject, std::forward<Args>(args)...); }

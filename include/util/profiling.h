@@ -1,5 +1,5 @@
-// ProfilingLog: sections of work that nest, and the tree of what each one took. Off unless a thread turns it on, and then
-// it costs a test.
+// ProfilingLog: sections of work that nest, and the tree of what each one took. Off unless a thread turns it on, and
+// then it costs a test.
 #pragma once
 
 #include <orvo/api.h>

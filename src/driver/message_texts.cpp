@@ -20,8 +20,8 @@ constexpr MessageText kMessageTexts[] = {
 
 /// A text with its parameters filled in so far, and the names of those that have found a place.
 class Rendering {
-public:
-    explicit Rendering(const Parameters& params) : mParams(params) {}
+  public:
+    explicit Rendering(const Parameters &params) : mParams(params) {}
 
     /// Fills in a whole template, with its parts in square brackets.
     void addTemplate(std::string_view text) {
@@ -40,8 +40,8 @@ public:
 
     /// Appends the parameters that have found no place in the text.
     void addUnusedParameters() {
-        const char* separator = " (";
-        for (const auto& [name, value] : mParams) {
+        const char *separator = " (";
+        for (const auto &[name, value] : mParams) {
             if (mUsed.count(name) != 0)
                 continue;
             mOut.append(separator).append(name).append("=").append(value);
@@ -51,12 +51,12 @@ public:
             mOut += ')';
     }
 
-    const std::string& text() const { return mOut; }
+    const std::string &text() const { return mOut; }
 
-private:
+  private:
     /// The name inside the first placeholder of `text`, which is cut down to what follows it; `before` gets what stands
     /// in front. False when there is no placeholder, with all of the text in `before`.
-    static bool nextPlaceholder(std::string_view& text, std::string_view& before, std::string_view& name) {
+    static bool nextPlaceholder(std::string_view &text, std::string_view &before, std::string_view &name) {
         const auto open = text.find('{');
         const auto close = open == std::string_view::npos ? open : text.find('}', open);
         if (close == std::string_view::npos) {
@@ -97,7 +97,7 @@ private:
     }
 
     /// Takes away what would be left around an absent parameter: a pair of quotes and one blank.
-    void dropQuotesAndBlank(std::string_view before, std::string_view& after) {
+    void dropQuotesAndBlank(std::string_view before, std::string_view &after) {
         if (!before.empty() && before.back() == '\'' && !after.empty() && after.front() == '\'') {
             mOut.pop_back();
             before.remove_suffix(1);
@@ -109,29 +109,29 @@ private:
             after.remove_prefix(1);
     }
 
-    const Parameters& mParams;
+    const Parameters &mParams;
     std::set<std::string> mUsed;
     std::string mOut;
 };
 
 } // namespace
 
-const MessageText* findMessageText(std::string_view tag) {
-    const auto* const found = std::find_if(std::begin(kMessageTexts), std::end(kMessageTexts),
-                                           [tag](const MessageText& entry) { return entry.tag == tag; });
+const MessageText *findMessageText(std::string_view tag) {
+    const auto *const found = std::find_if(std::begin(kMessageTexts), std::end(kMessageTexts),
+                                           [tag](const MessageText &entry) { return entry.tag == tag; });
     return found == std::end(kMessageTexts) ? nullptr : found;
 }
 
-std::vector<const MessageText*> allMessageTexts() {
-    std::vector<const MessageText*> all;
+std::vector<const MessageText *> allMessageTexts() {
+    std::vector<const MessageText *> all;
     all.reserve(std::size(kMessageTexts));
-    for (const MessageText& entry : kMessageTexts)
+    for (const MessageText &entry : kMessageTexts)
         all.push_back(&entry);
     return all;
 }
 
-std::string renderMessage(std::string_view tag, const std::map<std::string, std::string>& params) {
-    const MessageText* const entry = findMessageText(tag);
+std::string renderMessage(std::string_view tag, const std::map<std::string, std::string> &params) {
+    const MessageText *const entry = findMessageText(tag);
     Rendering rendering(params);
     rendering.addTemplate(entry != nullptr ? entry->text : tag);
     rendering.addUnusedParameters();

@@ -23,14 +23,14 @@ struct MessageText {
 };
 
 /// The entry of `tag`, or null if there is none. Tags are compared letter by letter.
-const MessageText* findMessageText(std::string_view tag);
+const MessageText *findMessageText(std::string_view tag);
 
 /// All entries: errors, warnings, errors of the XML reader and the driver's own, each group in order of the tag.
-std::vector<const MessageText*> allMessageTexts();
+std::vector<const MessageText *> allMessageTexts();
 
 /// The text of `tag` with its parameters filled in. A placeholder whose parameter is absent is left out together with
 /// its quotes and the blank before it. Parameters that found no place in the text follow as " (name=value, ...)". A tag
 /// without an entry stands for its own text.
-std::string renderMessage(std::string_view tag, const std::map<std::string, std::string>& params);
+std::string renderMessage(std::string_view tag, const std::map<std::string, std::string> &params);
 
 } // namespace orvo::driver

@@ -24,9 +24,17 @@ constexpr const char *kSeparator = "<---------->";
 
 /// The entries of the mapping section, by what their names are.
 constexpr const char *kMappingKeywords[] = {
-    "Block:(A_BLOCK_TYPE)", "Genericparameter:", "Wire:",           "Port:",
-    "Blockparameter:",      "Modelparameter:",   "Designparameter:", "Blockparametervalue:",
-    "Modelparametervalue:", "Designparametervalue:", "Tag:",
+    "Block:(A_BLOCK_TYPE)",
+    "Genericparameter:",
+    "Wire:",
+    "Port:",
+    "Blockparameter:",
+    "Modelparameter:",
+    "Designparameter:",
+    "Blockparametervalue:",
+    "Modelparametervalue:",
+    "Designparametervalue:",
+    "Tag:",
 };
 
 std::string remove_blanks(const std::string &text) {
@@ -43,8 +51,7 @@ bool beginsWith(const std::string &packedLine, const std::string &keyword) {
 
 std::string trim(const std::string &text) {
     std::size_t first = text.find_first_not_of(" \t\r");
-    return first == std::string::npos ? std::string()
-                                      : text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
+    return first == std::string::npos ? std::string() : text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
 }
 
 /// Takes a mark out of a field, if it is there.
@@ -226,8 +233,9 @@ class CatalogueReader {
         // The values of a connection that was skipped are skipped with it.
         mValueLinesAllowed = bars == 3;
         if (bars != 3) {
-            brenn_error_printf("The following connection is not well formed for the %s block at line %d in file %s:\n %s\n",
-                               block.c_str(), mNumber, mFile.c_str(), mLine.c_str());
+            brenn_error_printf(
+                "The following connection is not well formed for the %s block at line %d in file %s:\n %s\n",
+                block.c_str(), mNumber, mFile.c_str(), mLine.c_str());
             return;
         }
         std::istringstream fields(mLine);
@@ -258,9 +266,7 @@ class CatalogueReader {
 
 } // namespace
 
-bool BlockConnection::isOpen() const {
-    return std::find(values.begin(), values.end(), kOpenList) != values.end();
-}
+bool BlockConnection::isOpen() const { return std::find(values.begin(), values.end(), kOpenList) != values.end(); }
 
 BlocksInfo::BlocksInfo() {
     mBlocks[kGenericBlock].description =

@@ -75,9 +75,7 @@ bool ModelDeadBlockHandler::isImmortalQuery(const Block &block, bool late, Immor
     return model != nullptr ? query.isModelImmortal(*model) : DeadBlockHandler::isImmortalQuery(block, late, query);
 }
 
-bool TypePinDeadBlockHandler::isImmortal(const Block &block, bool late) const {
-    return late && block.port_size() != 0;
-}
+bool TypePinDeadBlockHandler::isImmortal(const Block &block, bool late) const { return late && block.port_size() != 0; }
 
 bool IfaceDeadBlockHandler::isImmortal(const Block &block) const {
     return !(block[A_EXT_IFACE_NO_SIDE_EFFECTS] == A_TRUE);

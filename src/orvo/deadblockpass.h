@@ -5,8 +5,8 @@
 
 namespace orvo {
 
-/// Deletes each block whose wires nobody reads, then those that only it read, up the chain. Blocks that a host, a pin or
-/// another model needs stay.
+/// Deletes each block whose wires nobody reads, then those that only it read, up the chain. Blocks that a host, a pin
+/// or another model needs stay.
 ///     a -> b -> c,  a -> out        c is read by nobody
 ///     a -> out                      b and c are gone
 class DeadBlockPass : public ModelPass {

@@ -12,8 +12,9 @@
 
 namespace orvo {
 
-ORVO_DEFINE_PASS(DeadModelPass, "Keeps the models that say how they are to be written out (A_SYNTH_OUTPUT_MODE), and all "
-                                "that they instantiate at any depth; deletes every other model.")
+ORVO_DEFINE_PASS(DeadModelPass,
+                 "Keeps the models that say how they are to be written out (A_SYNTH_OUTPUT_MODE), and all "
+                 "that they instantiate at any depth; deletes every other model.")
 
 namespace {
 

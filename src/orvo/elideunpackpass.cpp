@@ -12,11 +12,12 @@
 
 namespace orvo {
 
-ORVO_DEFINE_PASS(ElideUnpackPass,
-                 "Where a pack of a vector, a complex number or a record feeds an unpack of the same kind, the readers of "
-                 "the unpack read what went into the pack. The pack goes, too, when nothing else reads it.",
-                 {{"P_IGNORE_METADATA", nullptr,
-                   "A_TRUE also takes out pairs whose metadata differ; otherwise they stay, so that none are lost."}})
+ORVO_DEFINE_PASS(
+    ElideUnpackPass,
+    "Where a pack of a vector, a complex number or a record feeds an unpack of the same kind, the readers of "
+    "the unpack read what went into the pack. The pack goes, too, when nothing else reads it.",
+    {{"P_IGNORE_METADATA", nullptr,
+      "A_TRUE also takes out pairs whose metadata differ; otherwise they stay, so that none are lost."}})
 
 namespace {
 
@@ -102,8 +103,8 @@ void elide(Block &pack, const Kind &kind, bool ignoreMetadata) {
     const std::vector<Block *> unpacks = unpacksOf(pack, kind);
     bool elided = false;
     for (Block *unpack : unpacks) {
-        const bool metadataAgree = ignoreMetadata || MetadataManipulator(pack).getTuple() ==
-                                                         MetadataManipulator(*unpack).getTuple();
+        const bool metadataAgree =
+            ignoreMetadata || MetadataManipulator(pack).getTuple() == MetadataManipulator(*unpack).getTuple();
         if (!metadataAgree || !allWiresHaveSources(pack, *unpack)) {
             continue;
         }

@@ -70,8 +70,7 @@ void printOpenFailure(const util::io::Path &path, const char *action, int error)
     }
 }
 
-template <class StandardStream>
-bool openPlain(StandardStream &stream, const util::io::Path &path, const char *action) {
+template <class StandardStream> bool openPlain(StandardStream &stream, const util::io::Path &path, const char *action) {
     errno = 0;
     stream.open(path.str());
     if (!stream) {
@@ -146,8 +145,7 @@ FileSystem::Stream FileSystem::open(const util::io::Path &path, FileWriteMode mo
     return FileSystemImpl::track(mImpl, FileSystemImpl::openFileInternalAsStream(path, mode));
 }
 
-FileSystem::Stream FileSystem::open(const char *directory, const char *name, FileWriteMode mode,
-                                    bool createDirectory) {
+FileSystem::Stream FileSystem::open(const char *directory, const char *name, FileWriteMode mode, bool createDirectory) {
     return open(util::io::Path(directory) / name, mode, createDirectory);
 }
 

@@ -40,15 +40,16 @@ void initialiseORVO_PortOrderingHandlers(Context *context) {
 
 /// Variants for regions without scheduling behave as their plain types do.
 void initialiseNONSBlocks(Context *context) {
-    HandlerLinker linker(context, {&typeid(AggregateUnrollHandler), &typeid(ComplexUnrollHandler),
-                                   &typeid(VectorUnrollHandler), &typeid(TypeInferHandler), &typeid(TypeInferHandler2)});
+    HandlerLinker linker(context,
+                         {&typeid(AggregateUnrollHandler), &typeid(ComplexUnrollHandler), &typeid(VectorUnrollHandler),
+                          &typeid(TypeInferHandler), &typeid(TypeInferHandler2)});
     mapNONSBlocks(linker);
 }
 
 constexpr Module kModules[] = {
-    initialiseModule<BlockModule::Common>, initialiseModule<BlockModule::IP>,     initialiseModule<BlockModule::Prim>,
-    initialiseModule<BlockModule::Pipe>,   initialiseModule<BlockModule::Bus>,    initialiseModule<BlockModule::Sarnet>,
-    initialiseModule<BlockModule::ExtMem>, initialiseModule<BlockModule::Misc>,   initialiseORVO_PortOrderingHandlers,
+    initialiseModule<BlockModule::Common>, initialiseModule<BlockModule::IP>,   initialiseModule<BlockModule::Prim>,
+    initialiseModule<BlockModule::Pipe>,   initialiseModule<BlockModule::Bus>,  initialiseModule<BlockModule::Sarnet>,
+    initialiseModule<BlockModule::ExtMem>, initialiseModule<BlockModule::Misc>, initialiseORVO_PortOrderingHandlers,
     initialiseModule<BlockModule::FFT>,
 };
 

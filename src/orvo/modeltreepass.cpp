@@ -1,5 +1,5 @@
-// Who instantiates whom. The models know the blocks that instantiate them, always; what is kept here, per model that was
-// asked about, is what its own model blocks refer to, and events make it forgotten.
+// Who instantiates whom. The models know the blocks that instantiate them, always; what is kept here, per model that
+// was asked about, is what its own model blocks refer to, and events make it forgotten.
 #include <orvo/modeltreepass.h>
 
 #include <orvo/block.h>
@@ -11,8 +11,9 @@
 
 namespace orvo {
 
-ORVO_DEFINE_PASS(ModelTreePass, "Answers which blocks instantiate a model and which models it refers to, for the passes "
-                                "that require it. Changes nothing.")
+ORVO_DEFINE_PASS(ModelTreePass,
+                 "Answers which blocks instantiate a model and which models it refers to, for the passes "
+                 "that require it. Changes nothing.")
 
 struct ModelTreePass::ModelTreeImpl {
     using ModelCallback = util::Function<void(Model &)>;

@@ -136,8 +136,8 @@ void CatalogueVerifier::Impl::checkEntry(const Block &block, const Entry &entry,
     Kind missing = Kind::MissingParam;
     bool present = true;
     // A pattern asks for its first member: the number that it begins with, or nothing of a family of tuples.
-    const Value *key = entry.pattern == Pattern::Exact || entry.pattern == Pattern::NumbersFrom ? entry.key.get_ptr()
-                                                                                                : nullptr;
+    const Value *key =
+        entry.pattern == Pattern::Exact || entry.pattern == Pattern::NumbersFrom ? entry.key.get_ptr() : nullptr;
     if (connection.kind == "Param") {
         const Value *value = key == nullptr ? nullptr : block.findParam(key);
         if (value != nullptr) {
@@ -156,9 +156,11 @@ void CatalogueVerifier::Impl::checkEntry(const Block &block, const Entry &entry,
         return;
     }
     if (!present && !connection.optional && key != nullptr) {
-        const char *word = missing == Kind::MissingParam ? "Parameter " : missing == Kind::MissingPort ? "Port " : "Wire ";
-        findings.push_back(
-            {missing, &block, entry.key->toString(), word + connection.name + " is not set on block: " + describe(block)});
+        const char *word = missing == Kind::MissingParam  ? "Parameter "
+                           : missing == Kind::MissingPort ? "Port "
+                                                          : "Wire ";
+        findings.push_back({missing, &block, entry.key->toString(),
+                            word + connection.name + " is not set on block: " + describe(block)});
     }
 }
 
@@ -175,10 +177,10 @@ std::vector<CatalogueFinding> CatalogueVerifier::verify(const Block &block) {
         mImpl->checkEntry(block, entry, findings);
     }
     for (auto param : Params(block)) {
-        bool accounted = param.first == A_BLOCK_TYPE ||
-                         std::any_of(entries->begin(), entries->end(), [&](const Entry &entry) {
-                             return entry.connection->kind != "Wire" && matches(entry, param.first);
-                         });
+        bool accounted =
+            param.first == A_BLOCK_TYPE || std::any_of(entries->begin(), entries->end(), [&](const Entry &entry) {
+                return entry.connection->kind != "Wire" && matches(entry, param.first);
+            });
         if (!accounted) {
             findings.push_back({Kind::Extra, &block, param.first->toString(),
                                 "Extra parameter to " + describe(block) + ": " + param.first->toString()});

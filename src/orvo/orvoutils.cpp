@@ -4,8 +4,8 @@
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/design.h>
-#include <orvo/model.h>
 #include <orvo/logging.h>
+#include <orvo/model.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 

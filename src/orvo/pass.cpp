@@ -55,7 +55,9 @@ class ModelRound {
   private:
     using Callback = util::Function<void(Model &)>;
     Callback callback() { return Callback::bind<&ModelRound::onModelDying>(this); }
-    void onModelDying(Model &model) { std::replace(mModels.begin(), mModels.end(), &model, static_cast<Model *>(nullptr)); }
+    void onModelDying(Model &model) {
+        std::replace(mModels.begin(), mModels.end(), &model, static_cast<Model *>(nullptr));
+    }
 
     Design &mDesign;
     std::vector<Model *> mModels;
@@ -106,8 +108,8 @@ void ModelPass::apply(PassContext &context) {
             }
             ModelPassContext modelContext(*model, context);
             const bool profiled = util::ProfilingLog::enabled();
-            util::ProfilingSection section(labelOf(action), profiled ? getName() + " " + model->getName()->toString()
-                                                                     : std::string());
+            util::ProfilingSection section(labelOf(action),
+                                           profiled ? getName() + " " + model->getName()->toString() : std::string());
             if (action == ACTION_SETUP) {
                 setup(modelContext);
             } else if (action == ACTION_ANALYZE) {

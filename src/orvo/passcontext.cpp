@@ -29,10 +29,9 @@ ParamContext ParamContext::operator&(Settings *returned) const {
 }
 
 bool ParamContext::operator<(const ParamContext &other) const {
-    return std::lexicographical_compare(mSettings.begin(), mSettings.end(), other.mSettings.begin(),
-                                        other.mSettings.end(), [](const auto &a, const auto &b) {
-                                            return a.first != b.first ? a.first < b.first : a.second < b.second;
-                                        });
+    return std::lexicographical_compare(
+        mSettings.begin(), mSettings.end(), other.mSettings.begin(), other.mSettings.end(),
+        [](const auto &a, const auto &b) { return a.first != b.first ? a.first < b.first : a.second < b.second; });
 }
 
 bool ParamContext::operator==(const ParamContext &other) const {

@@ -20,7 +20,8 @@ struct Row {
     const DefaultParamSettings &(*settings)();
 };
 
-#define ORVO_PASS_ROW(PASS) {#PASS, &PASS::create, &PASS::defaultParamSettings}
+#define ORVO_PASS_ROW(PASS)                                                                                            \
+    { #PASS, &PASS::create, &PASS::defaultParamSettings }
 constexpr Row kPasses[] = {
     ORVO_PASS_ROW(DeadBlockPass),
     ORVO_PASS_ROW(DeadBlockLatePass),

@@ -1,5 +1,5 @@
-// The order of ports and wires is a table: a block type, its inputs and its outputs by well-known name. What a row leaves
-// open is taken in the order of the names.
+// The order of ports and wires is a table: a block type, its inputs and its outputs by well-known name. What a row
+// leaves open is taken in the order of the names.
 #include "orvo/portordering.h"
 
 #include <orvo/block.h>
@@ -177,8 +177,8 @@ std::vector<Row> placeRows() {
 
 void registerPortOrderingHandlers(Context *context) {
     for (Row &row : placeRows()) {
-        context->getBlockClass(*row.type)
-            ->registerHandler<PortOrderingHandler>(new PlacesHandler(std::move(row.inputs), std::move(row.outputs)));
+        context->getBlockClass(*row.type)->registerHandler<PortOrderingHandler>(
+            new PlacesHandler(std::move(row.inputs), std::move(row.outputs)));
     }
     context->getBlockClass(A_MUX_BLOCK)->registerHandler<PortOrderingHandler>(new MuxHandler);
     for (const StaticString *type : {&A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK}) {

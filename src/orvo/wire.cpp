@@ -7,8 +7,7 @@
 
 namespace orvo {
 
-Wire::Wire(Block &block, const PureValueRef &name)
-    : Node(NodeKind::Wire, name, &block), mDesign(&block.getDesign()) {
+Wire::Wire(Block &block, const PureValueRef &name) : Node(NodeKind::Wire, name, &block), mDesign(&block.getDesign()) {
     block.registerWire(this);
     mDesign->events().wireBorn.fire(*this);
 }

@@ -1,5 +1,5 @@
-// The walk over a model's blocks. The next block of the sweep is found when it is asked for, from the current one, or, if
-// that has died, from where it stood; so a block may be made or deleted anywhere in the model meanwhile.
+// The walk over a model's blocks. The next block of the sweep is found when it is asked for, from the current one, or,
+// if that has died, from where it stood; so a block may be made or deleted anywhere in the model meanwhile.
 #include <orvo/workqueue.h>
 
 #include <orvo/block.h>

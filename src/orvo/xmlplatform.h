@@ -3,8 +3,8 @@
 
 namespace orvo::internal {
 
-/// Keeps the XML platform up for its lifetime. Xerces-C counts its users without a lock, and contexts on several threads
-/// read and write at once, so the counting is locked here.
+/// Keeps the XML platform up for its lifetime. Xerces-C counts its users without a lock, and contexts on several
+/// threads read and write at once, so the counting is locked here.
 class XMLPlatform {
   public:
     XMLPlatform();

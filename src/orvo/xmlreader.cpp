@@ -1,5 +1,5 @@
-// The reader of design XML: a SAX2 handler that builds the nodes as their elements come, so that no image of the document
-// is ever held. Node paths in values are bound at the end, when all nodes are there.
+// The reader of design XML: a SAX2 handler that builds the nodes as their elements come, so that no image of the
+// document is ever held. Node paths in values are bound at the end, when all nodes are there.
 #include "orvo/xmlreader.h"
 
 #include "orvo/xmlform.h"
@@ -153,8 +153,8 @@ class CachedValueReader {
     std::vector<Slot> mSlots;
 };
 
-/// Where the values stand that are still to be bound, to tell the place of one that cannot be. Bounded: what comes beyond
-/// the bound is bound all the same, and its errors have no place.
+/// Where the values stand that are still to be bound, to tell the place of one that cannot be. Bounded: what comes
+/// beyond the bound is bound all the same, and its errors have no place.
 class PendingPlaces {
   public:
     struct Place {

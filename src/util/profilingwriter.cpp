@@ -63,10 +63,10 @@ void appendJson(std::string &out, const ProfilingNode &node) {
 
 void appendTrace(std::string &out, const ProfilingNode &node, const char *&between) {
     out += between;
-    out += "\n{\"name\":" + escaped(node.label) + ",\"cat\":\"orvo\",\"ph\":\"X\",\"pid\":1,\"tid\":1,\"ts\":" +
-           thousandths(node.startNs, 3) + ",\"dur\":" + thousandths(node.wallNs, 3) +
-           ",\"args\":{\"detail\":" + escaped(node.detail) + ",\"cpu_us\":" + thousandths(node.cpuNs, 3) +
-           ",\"peak_kib\":" + std::to_string(node.peakMemoryKiB) + "}}";
+    out += "\n{\"name\":" + escaped(node.label) +
+           ",\"cat\":\"orvo\",\"ph\":\"X\",\"pid\":1,\"tid\":1,\"ts\":" + thousandths(node.startNs, 3) +
+           ",\"dur\":" + thousandths(node.wallNs, 3) + ",\"args\":{\"detail\":" + escaped(node.detail) +
+           ",\"cpu_us\":" + thousandths(node.cpuNs, 3) + ",\"peak_kib\":" + std::to_string(node.peakMemoryKiB) + "}}";
     between = ",";
     for (const auto &child : node.children) {
         appendTrace(out, *child, between);

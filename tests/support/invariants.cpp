@@ -2,8 +2,8 @@
 #include "support/invariants.h"
 
 #include <orvo/block.h>
-#include <orvo/context.h>
 #include <orvo/blockclass.h>
+#include <orvo/context.h>
 #include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
@@ -95,8 +95,8 @@ class Checker {
             require((wire != nullptr) == (port != nullptr), block, "ports and parameters disagree");
             if (wire != nullptr && port != nullptr) {
                 ++connections;
-                require(port->peekWire() == wire && &port->getBlock() == &block && port->getName() == param.first, block,
-                        "a port is not what its parameter says");
+                require(port->peekWire() == wire && &port->getBlock() == &block && port->getName() == param.first,
+                        block, "a port is not what its parameter says");
                 require(port->getBackReference() == PortIterator(const_cast<Port *>(port)), block,
                         "a port does not know its place");
                 mReaders[wire].insert(port);

@@ -71,7 +71,8 @@ class Editor {
             break;
         case 7:
         case 8:
-            onBlock([&](Block &block) { onWireOf(block.getModel(), [&](Wire &wire) { block.setParam(name(), wire); }); });
+            onBlock(
+                [&](Block &block) { onWireOf(block.getModel(), [&](Wire &wire) { block.setParam(name(), wire); }); });
             break;
         case 9:
             onBlock([&](Block &block) { block.setParam(name(), mDraw.below(4) == 0 ? ValueRef() : ValueRef(name())); });
@@ -85,9 +86,8 @@ class Editor {
             onBlock([&](Block &block) { onModel([&](Model &model) { block.setParam(A_MODEL_NODE, model); }); });
             break;
         case 12:
-            onWire([&](Wire &wire) {
-                onWireOf(wire.getBlock().getModel(), [&](Wire &other) { wire.replace(other); });
-            });
+            onWire(
+                [&](Wire &wire) { onWireOf(wire.getBlock().getModel(), [&](Wire &other) { wire.replace(other); }); });
             break;
         default:
             editWhole();
@@ -120,9 +120,7 @@ class Editor {
         });
     }
 
-    PureValueRef name() {
-        return pureVR(Value::parse(kTexts[mDraw.below(std::size(kTexts))], mDesign.getContext()));
-    }
+    PureValueRef name() { return pureVR(Value::parse(kTexts[mDraw.below(std::size(kTexts))], mDesign.getContext())); }
     template <class Edit> void onModel(Edit edit) {
         if (mDesign.size() != 0) {
             edit(*std::next(mDesign.begin(), static_cast<std::ptrdiff_t>(mDraw.below(mDesign.size()))));

@@ -11,7 +11,8 @@ class Design;
 namespace orvo::test {
 
 /// Applies one edit for each number: making, deleting and renaming of nodes, parameters of all kinds, connections,
-/// references to models, replaced wires, clones. Names come from a small set, so that they clash, and hold odd characters.
+/// references to models, replaced wires, clones. Names come from a small set, so that they clash, and hold odd
+/// characters.
 void applyEdits(Design &design, const std::vector<std::uint32_t> &edits);
 
 } // namespace orvo::test

@@ -1,0 +1,57 @@
+// What the documents say of the code is so.
+#include <orvo/limits.h>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace orvo {
+namespace {
+
+std::string fileText(const std::string &path) {
+    std::ifstream in(std::string(ORVO_TEST_SOURCE_DIR) + "/" + path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+TEST(Documents, tellEveryBoundOnWhatIsRead) {
+    const std::pair<const char *, std::size_t> bounds[] = {
+        {"kTupleDepth", limits::kTupleDepth},
+        {"kRepeatCount", limits::kRepeatCount},
+        {"kRepeatedElements", limits::kRepeatedElements},
+        {"kDocumentRepeatedElements", limits::kDocumentRepeatedElements},
+        {"kNumberDigits", limits::kNumberDigits},
+        {"kNumberExponent", static_cast<std::size_t>(limits::kNumberExponent)},
+        {"kXmlAttributeBytes", limits::kXmlAttributeBytes},
+        {"kXmlTextBytes", limits::kXmlTextBytes},
+        {"kXmlDepth", limits::kXmlDepth},
+        {"kXmlAttributes", limits::kXmlAttributes},
+        {"kCatalogueLineBytes", limits::kCatalogueLineBytes},
+        {"kPassTextBytes", limits::kPassTextBytes},
+    };
+    const std::string page = fileText("docs/limits.md");
+    const std::string header = fileText("include/orvo/limits.h");
+    std::size_t inHeader = 0;
+    for (std::size_t at = 0; (at = header.find("inline constexpr", at)) != std::string::npos; ++at) {
+        ++inHeader;
+    }
+    EXPECT_EQ(inHeader, std::size(bounds)) << "a bound of limits.h is missing in this test and in docs/limits.md";
+    for (const auto &[name, value] : bounds) {
+        const std::string row = "| `" + std::string(name) + "` | " + std::to_string(value) + " |";
+        EXPECT_NE(page.find(row), std::string::npos) << "docs/limits.md lacks the row " << row;
+    }
+}
+
+TEST(Documents, showAProgramThatIsAnExample) {
+    const std::string readme = fileText("README.md");
+    const std::string example = fileText("examples/first_design.cpp");
+    ASSERT_FALSE(example.empty());
+    EXPECT_NE(readme.find("```cpp\n" + example + "```"), std::string::npos)
+        << "copy examples/first_design.cpp into README.md";
+}
+
+} // namespace
+} // namespace orvo

@@ -1,0 +1,120 @@
+// The floors of the library: a file includes only from its own floor or a lower one.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <string>
+
+namespace orvo {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::map<std::string, int> &floors() {
+    static const std::map<std::string, int> table = {
+        {"api", 0},
+        {"value", 1},
+        {"corevalues", 1},
+        {"numbervalue", 1},
+        {"valuetext", 1},
+        {"context", 1},
+        {"contextimpl", 1},
+        {"mpfrthread", 1},
+        {"staticstrings", 1},
+        {"messages", 1},
+        {"logging", 1},
+        {"filesystem", 1},
+        {"limits", 1},
+        {"keyedmap", 1},
+        // Interfaces through which a lower floor is served by a higher one, and the classes that it only holds.
+        {"blockclass", 1},
+        {"initimpl.h", 1},
+        {"node.h", 1},
+        {"nodevalue", 2},
+        {"node", 2},
+        {"design", 2},
+        {"model", 2},
+        {"block", 2},
+        {"port", 2},
+        {"wire", 2},
+        {"event", 2},
+        {"generic", 2},
+        {"blocksinfo", 2},
+        {"handlers", 2},
+        {"nonsblocks", 2},
+        {"portordering", 2},
+        {"annotation", 2},
+        {"orvoutils", 2},
+        {"xmlservices", 2},
+        {"xmlreader", 2},
+        {"xmlwriter", 2},
+        {"xmlplatform", 2},
+        {"xmlform", 2},
+        {"deadblock", 2},
+        {"pass", 3},
+        {"passcontext", 3},
+        {"passregistry", 3},
+        {"passscheduler", 3},
+        {"workqueue", 3},
+        {"modeltreepass", 3},
+        {"netlistverification", 3},
+        {"netlistverificationpass", 3},
+        {"dumpxmlpass", 3},
+        {"deadblockpass", 5},
+        {"deadblockhandlers", 5},
+        {"deadmodelpass", 5},
+        {"elideterminalpass", 5},
+        {"elideunpackpass", 5},
+        {"initimpl", 7},
+        {"passtable", 7},
+        {"orvo", 7},
+    };
+    return table;
+}
+
+int floorOf(const fs::path &file) {
+    const std::string folder = file.parent_path().filename().string();
+    if (folder == "util") {
+        return 0;
+    }
+    if (folder == "driver") {
+        return 8;
+    }
+    auto exact = floors().find(file.filename().string());
+    if (exact != floors().end()) {
+        return exact->second;
+    }
+    auto hit = floors().find(file.stem().string());
+    return hit == floors().end() ? -1 : hit->second;
+}
+
+TEST(Layering, includesOnlyFromTheOwnFloorOrALowerOne) {
+    const fs::path root = ORVO_TEST_SOURCE_DIR;
+    const std::regex include("^#include [<\"]((orvo|util|driver)/[a-z_]+\\.(h|def))[>\"]");
+    int files = 0;
+    for (const char *folder : {"include/orvo", "include/util", "src/orvo", "src/util", "src/driver"}) {
+        for (const auto &entry : fs::directory_iterator(root / folder)) {
+            const std::string ending = entry.path().extension().string();
+            if (ending != ".h" && ending != ".cpp") {
+                continue;
+            }
+            ++files;
+            const int own = floorOf(entry.path());
+            EXPECT_GE(own, 0) << entry.path().filename() << " has no floor: add it to the table of this test";
+            std::ifstream in(entry.path());
+            for (std::string line; std::getline(in, line);) {
+                std::smatch match;
+                if (std::regex_search(line, match, include)) {
+                    const int other = floorOf(fs::path(match[1].str()));
+                    EXPECT_LE(other, own) << entry.path().filename() << " includes " << match[1];
+                }
+            }
+        }
+    }
+    EXPECT_GT(files, 80);
+}
+
+} // namespace
+} // namespace orvo
