@@ -8,6 +8,7 @@
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <vector>

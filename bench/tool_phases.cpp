@@ -1,5 +1,5 @@
-// Measures each phase of the core on synthetic designs of growing size and prints the figures, their ratios to a bare
-// equivalent and how they grow. One phase runs in one process, so that peaks of memory are its own.
+// Measures each phase of the core on synthetic designs of growing size and prints the figures, their ratios to the same
+// work without a netlist, and how they grow. One phase runs in one process, so that peaks of memory are its own.
 #include "synthetic.h"
 
 #include <orvo/block.h>
@@ -29,7 +29,6 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -172,41 +171,6 @@ Figures deadBlocks(std::size_t blocks) {
     return measure([&] { scheduler.apply(design); });
 }
 
-/// The same work on a netlist of bare maps: names to blocks, and for each block its readers and drivers.
-Figures bareDeadBlocks(std::size_t blocks) {
-    struct Bare {
-        std::vector<std::string> drivers;
-        std::size_t readers = 0;
-    };
-    std::map<std::string, Bare> netlist;
-    std::string last;
-    for (std::size_t i = 0; i < blocks; ++i) {
-        char name[32];
-        std::snprintf(name, sizeof name, "block%07zu", i);
-        Bare &block = netlist[name];
-        if (!last.empty()) {
-            block.drivers = {last, last};
-            netlist[last].readers += 2;
-        }
-        if (i % 2 == 0) {
-            last = name;
-        }
-    }
-    netlist[last].readers = 1;
-    return measure([&] {
-        for (auto at = netlist.begin(); at != netlist.end();) {
-            if (at->second.readers != 0) {
-                ++at;
-                continue;
-            }
-            for (const std::string &driver : at->second.drivers) {
-                --netlist[driver].readers;
-            }
-            at = netlist.erase(at);
-        }
-    });
-}
-
 double exponent(double small, double large, double factor) {
     return small > 0 && large > 0 ? std::log(large / small) / std::log(factor) : 0;
 }
@@ -220,7 +184,7 @@ int main(int argc, char **argv) {
     const std::string scratch = file + ".copy";
     struct Sized {
         std::size_t blocks;
-        Figures load, parse, write, bytes, dead, bare;
+        Figures load, parse, write, bytes, dead;
         double fileBytes;
     };
     std::vector<Sized> all;
@@ -235,7 +199,6 @@ int main(int argc, char **argv) {
         at.parse = inChild([&] { return parseOnly(file); });
         at.load = inChild([&] { return load(file); });
         at.dead = inChild([&] { return deadBlocks(blocks); });
-        at.bare = inChild([&] { return bareDeadBlocks(blocks); });
         all.push_back(at);
     }
     std::remove(file.c_str());
@@ -248,11 +211,10 @@ int main(int argc, char **argv) {
                 "KiB/blk", "peak+ MiB", "write us/blk", "write/bytes", "dead us/blk");
     for (const Sized &at : all) {
         const auto n = static_cast<double>(at.blocks);
-        std::printf("%10zu %10.0f %12.3f %12.2f %12.3f %12.1f %12.3f %12.2f %7.3f/%.3f\n", at.blocks, at.fileBytes / n,
+        std::printf("%10zu %10.0f %12.3f %12.2f %12.3f %12.1f %12.3f %12.2f %12.3f\n", at.blocks, at.fileBytes / n,
                     at.load.cpuSeconds * 1e6 / n, at.load.cpuSeconds / at.parse.cpuSeconds,
                     at.load.heldBytes / n / 1024, at.load.peakBytes / 1048576, at.write.cpuSeconds * 1e6 / n,
-                    at.write.cpuSeconds / at.bytes.cpuSeconds, at.dead.cpuSeconds * 1e6 / n,
-                    at.bare.cpuSeconds * 1e6 / n);
+                    at.write.cpuSeconds / at.bytes.cpuSeconds, at.dead.cpuSeconds * 1e6 / n);
     }
     const Sized &small = all.front();
     const Sized &large = all.back();

@@ -1,0 +1,6 @@
+#!/bin/bash
+# The figures of docs/performance.md as a table: every phase at three sizes, up to a million blocks.
+set -euo pipefail
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+"$ORVO_BIN_DIR/tool_phases" "${1:-1000000}" "$scratch"
