@@ -1,0 +1,74 @@
+// The store of process-wide switches.
+#include <util/features.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace util {
+namespace {
+
+class FeaturesTest : public ::testing::Test {
+  protected:
+    ~FeaturesTest() override { ClearFeatures(); }
+};
+
+TEST_F(FeaturesTest, givesTheDefaultUntilAFeatureIsSet) {
+    EXPECT_FALSE(GetFeature("x").has_value());
+    EXPECT_TRUE(GetFeatureBooleanWithDefault("x", true));
+    EXPECT_EQ(GetFeatureIntegerWithDefault("x", -3), -3);
+    EXPECT_EQ(GetFeatureStringWithDefault("x", "d"), "d");
+    SetFeatureBoolean("x", false);
+    EXPECT_FALSE(GetFeatureBooleanWithDefault("x", true));
+    SetFeatureInteger("x", 12);
+    EXPECT_EQ(GetFeatureIntegerWithDefault("x", -3), 12);
+    SetFeatureString("x", "text");
+    EXPECT_EQ(GetFeatureStringWithDefault("x", "d"), "text");
+    ClearFeature("x");
+    ClearFeature("x");
+    EXPECT_FALSE(GetFeature("x").has_value());
+}
+
+TEST_F(FeaturesTest, givesTheDefaultForATextThatIsNotOfTheKind) {
+    SetFeatureString("x", "maybe");
+    EXPECT_TRUE(GetFeatureBooleanWithDefault("x", true));
+    SetFeatureString("x", "12x");
+    EXPECT_EQ(GetFeatureIntegerWithDefault("x", 7), 7);
+}
+
+TEST_F(FeaturesTest, readsBooleansAndIntegersInTheirForms) {
+    for (const char *yes : {"true", "ON", "Yes", "1"}) {
+        EXPECT_EQ(parseBoolean(yes), true) << yes;
+    }
+    for (const char *no : {"false", "Off", "no", "0"}) {
+        EXPECT_EQ(parseBoolean(no), false) << no;
+    }
+    EXPECT_FALSE(parseBoolean("2").has_value());
+    EXPECT_EQ(parseInteger("-12"), -12);
+    EXPECT_FALSE(parseInteger("").has_value());
+    EXPECT_FALSE(parseInteger("99999999999").has_value());
+}
+
+TEST_F(FeaturesTest, knowsItsObjectsByNameKindAndDefault) {
+    EXPECT_EQ(GetFeatureInteger(Features::TYPEINFERPASS_WARNING_LEVEL), 0);
+    SetFeatureInteger(Features::TYPEINFERPASS_WARNING_LEVEL, 2);
+    EXPECT_EQ(GetFeatureInteger(Features::TYPEINFERPASS_WARNING_LEVEL), 2);
+    EXPECT_FALSE(GetFeatureBoolean(Features::USE_NETLIST_VERIFICATION_PASS));
+    EXPECT_EQ(GetFeature(Features::DISABLED_OPTIMISATIONS), "");
+    EXPECT_TRUE(std::is_sorted(KnownFeatures().begin(), KnownFeatures().end(),
+                               [](const auto &a, const auto &b) { return a.name < b.name; }));
+    EXPECT_EQ(KnownFeatures().size(), 15U);
+}
+
+TEST_F(FeaturesTest, refusesAUsersTextOfTheWrongKind) {
+    EXPECT_FALSE(SetFeatureText("TYPEINFERPASS_WARNING_LEVEL", "high"));
+    EXPECT_FALSE(SetFeatureText("USE_NETLIST_VERIFICATION_PASS", "5"));
+    EXPECT_TRUE(SetFeatures().empty());
+    EXPECT_TRUE(SetFeatureText("USE_NETLIST_VERIFICATION_PASS", "on"));
+    EXPECT_TRUE(SetFeatureText("a new one", "anything"));
+    EXPECT_EQ(SetFeatures().size(), 2U);
+    EXPECT_EQ(SetFeatures().front().first, "USE_NETLIST_VERIFICATION_PASS");
+}
+
+} // namespace
+} // namespace util

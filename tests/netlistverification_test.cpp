@@ -1,0 +1,136 @@
+// Blocks against the catalogue, and the pass that insists on it.
+#include <orvo/netlistverification.h>
+
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/corevalues.h>
+#include <orvo/design.h>
+#include <orvo/model.h>
+#include <orvo/pass.h>
+#include <orvo/staticstrings.h>
+#include <orvo/wire.h>
+
+#include <util/features.h>
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace orvo {
+namespace {
+
+using Kind = CatalogueFinding::Kind;
+
+class VerificationTest : public ::testing::Test {
+  protected:
+    ~VerificationTest() override { util::ClearFeatures(); }
+    PureValueRef value(const std::string &text) { return pureVR(Value::parse(text, mgr.context())); }
+    Block &typed(const ValueRef &type) {
+        Block *block = Block::create(model, "b");
+        block->setParam(A_BLOCK_TYPE, type);
+        return *block;
+    }
+    /// A counter block as the catalogue wants it.
+    Block &goodAdd() {
+        Block &block = typed(A_ADD_BLOCK);
+        block.setParam(value("0"), source);
+        block.setParam(value("1"), source);
+        Wire::create(block, A_PRIM_WIRE_OUT);
+        return block;
+    }
+    std::vector<CatalogueFinding> verify(const Block &block) {
+        return CatalogueVerifier(getBlocksInfo(), mgr.context()).verify(block);
+    }
+    void run() {
+        PassScheduler scheduler;
+        scheduler.addPass("NetlistVerificationPass");
+        scheduler.apply(design);
+    }
+    ContextMgr mgr;
+    Design design{mgr.context()};
+    Model &model = *Model::create(design, "m");
+    Model &other = *Model::create(design, "other");
+    Wire &source = *Wire::create(*Block::create(other, "source"), "w");
+};
+
+TEST_F(VerificationTest, findsNothingOnABlockThatAgrees) {
+    Block &block = goodAdd();
+    block.setParam(A_ADD_NO_GROWTH, A_TRUE);
+    block.setParam(A_METADATA, value("(x)"));
+    block.setParam(value("7"), source);
+    EXPECT_TRUE(verify(block).empty());
+}
+
+TEST_F(VerificationTest, findsUnknownTypesMissingPartsBadValuesAndExtras) {
+    EXPECT_EQ(verify(typed(value("oddBlock"))).at(0).kind, Kind::UnknownBlockType);
+    EXPECT_EQ(verify(typed(nullptr)).at(0).text, "Unrecognized block: (none)");
+    Block &bare = typed(A_DELAY_BLOCK);
+    std::vector<Kind> kinds;
+    for (const CatalogueFinding &finding : verify(bare)) {
+        kinds.push_back(finding.kind);
+    }
+    EXPECT_EQ(kinds, (std::vector<Kind>{Kind::MissingPort, Kind::MissingWire, Kind::MissingParam}));
+    Block &bad = goodAdd();
+    bad.setParam(A_ADD_NO_GROWTH, value("5"));
+    ASSERT_EQ(verify(bad).size(), 1U);
+    EXPECT_EQ(verify(bad)[0].kind, Kind::BadValue);
+    EXPECT_EQ(verify(bad)[0].subject, "addNoGrowth");
+    Block &extra = goodAdd();
+    extra.setParam(value("odd"), value("5"));
+    ASSERT_EQ(verify(extra).size(), 1U);
+    EXPECT_EQ(verify(extra)[0].kind, Kind::Extra);
+    EXPECT_EQ(verify(extra)[0].subject, "odd");
+}
+
+TEST_F(VerificationTest, matchesKeysByPattern) {
+    Block &select = typed(A_SELECT_BLOCK);
+    select.setParam(A_SELECT_PORT_DEFAULT_DATA, source);
+    select.setParam(value("(selectPortkeyCtrl 3)"), source);
+    Wire::create(select, A_PRIM_WIRE_OUT);
+    EXPECT_TRUE(verify(select).empty());
+    select.setParam(value("(otherKey 3)"), source);
+    EXPECT_EQ(verify(select).size(), 1U);
+    Block &add = goodAdd();
+    add.setParam(value("-1"), source);
+    EXPECT_EQ(verify(add).size(), 1U);
+}
+
+TEST_F(VerificationTest, leavesOutConnectionsWithoutAMapping) {
+    BlocksInfo info;
+    info.insertMapping("A_X_BLOCK", "xBlock", true);
+    info.insert("A_X_BLOCK", {"d",
+                              {{"Param", "A_UNMAPPED", {"..."}, "d", false, "NONE"},
+                               {"Odd", "A_X_BLOCK", {"..."}, "d", false, "NONE"}}});
+    CatalogueVerifier verifier(info, mgr.context());
+    auto findings = verifier.verify(typed(value("xBlock")));
+    ASSERT_EQ(findings.size(), 1U);
+    EXPECT_EQ(findings[0].text, "Unrecognized block connection type: Odd");
+    EXPECT_EQ(verifier.unmappedConnections(), (std::vector<std::string>{"A_UNMAPPED"}));
+}
+
+TEST_F(VerificationTest, runsOnlyWithItsFeature) {
+    typed(value("oddBlock"));
+    run();
+    util::SetFeatureBoolean("USE_NETLIST_VERIFICATION_PASS", true);
+    EXPECT_EXIT(run(), ::testing::ExitedWithCode(1), "Unrecognized block: oddBlock\n.*Unrecognized block: oddBlock");
+}
+
+TEST_F(VerificationTest, endsOnTheFirstBlockThatDiffers) {
+    util::SetFeatureBoolean("USE_NETLIST_VERIFICATION_PASS", true);
+    delete &source.getBlock();
+    run();
+    Block &extra = typed(A_OUTPUT_BLOCK);
+    extra.setParam(A_FORWARDING_PORT, A_TRUE);
+    run();
+    Block &delay = typed(A_CONST_BLOCK);
+    Wire::create(delay, A_PRIM_WIRE_OUT);
+    EXPECT_EXIT(run(), ::testing::ExitedWithCode(1), "Parameter A_CONST_VALUE is not set on block: ");
+    delay.setParam(A_CONST_VALUE, value("1"));
+    delay.setParam(value("odd"), value("1"));
+    EXPECT_EXIT(run(), ::testing::ExitedWithCode(1),
+                "Extra parameter to /m/\\(dupName 0 b\\): odd\n.*See above the extra parameters that were given to the "
+                "constBlock block");
+}
+
+} // namespace
+} // namespace orvo

@@ -1,0 +1,58 @@
+// The passes that the start-up registers, and the start-up itself.
+#include <orvo/context.h>
+#include <orvo/pass.h>
+#include <orvo/staticstrings.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace orvo {
+namespace {
+
+TEST(PassTable, registersThePassesInItsOrder) {
+    ContextMgr mgr;
+    const std::vector<std::string> expected = {
+        "DeadBlockPass", "DeadBlockLatePass",      "AggressiveDeadBlockPass", "AggressiveDeadBlockLatePass",
+        "DumpXMLPass",   "ElideTerminalPass",      "ElideUnpackPass",         "ModelTreePass",
+        "DeadModelPass", "NetlistVerificationPass"};
+    std::vector<std::string> registered = internal::registeredPasses();
+    registered.resize(expected.size());
+    EXPECT_EQ(registered, expected);
+}
+
+TEST(PassTable, tellsWhatEachPassDoesAndItsName) {
+    ContextMgr mgr;
+    for (const std::string &name : internal::registeredPasses()) {
+        EXPECT_FALSE(internal::findPassSettings(name)->description().empty()) << name;
+        std::unique_ptr<Pass> pass(internal::findPassFactory(name)());
+        EXPECT_EQ(pass->getName(), name);
+        if (name == "ElideUnpackPass") {
+            EXPECT_FALSE(pass->useMetadataTransferListener());
+        } else if (name.find("TestPass") == std::string::npos) {
+            EXPECT_TRUE(pass->useMetadataTransferListener()) << name;
+        }
+    }
+    EXPECT_EQ(internal::findPassSettings("NoSuchPass"), nullptr);
+    EXPECT_EQ(internal::findPassFactory("NoSuchPass"), nullptr);
+}
+
+TEST(PassTable, declaresParametersWithTheirDefaults) {
+    ContextMgr mgr;
+    const internal::DefaultParamSettings &dump = *internal::findPassSettings("DumpXMLPass");
+    EXPECT_TRUE(dump.find("P_CLOBBER")->getDefaultValue() == A_FALSE);
+    EXPECT_FALSE(dump.find("P_FILENAME")->getDefaultValue());
+    EXPECT_FALSE(internal::findPassSettings("ElideUnpackPass")->find("P_IGNORE_METADATA")->getDefaultValue());
+    EXPECT_EQ(dump.find("P_OTHER"), nullptr);
+}
+
+TEST(StartUp, registersOnceAndGivesEachContextItsOwnClasses) {
+    ContextMgr first;
+    const std::size_t passes = internal::registeredPasses().size();
+    ContextMgr second;
+    EXPECT_EQ(internal::registeredPasses().size(), passes);
+    EXPECT_NE(first.context()->getBlockClass(A_INPUT_BLOCK), second.context()->getBlockClass(A_INPUT_BLOCK));
+}
+
+} // namespace
+} // namespace orvo

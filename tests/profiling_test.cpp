@@ -1,0 +1,85 @@
+// The log of timings: it nests, it can be read back, and it costs nothing while it is off.
+#include <util/profiling.h>
+
+#include <gtest/gtest.h>
+
+namespace util {
+namespace {
+
+class ProfilingTest : public ::testing::Test {
+  protected:
+    ~ProfilingTest() override { ProfilingLog::disable(); }
+};
+
+TEST_F(ProfilingTest, keepsNothingWhileItIsOff) {
+    EXPECT_FALSE(ProfilingLog::enabled());
+    ProfilingLog::begin({"a", ""});
+    ProfilingLog::end();
+    EXPECT_EQ(ProfilingLog::take(), nullptr);
+}
+
+TEST_F(ProfilingTest, nestsSections) {
+    ProfilingLog::enable();
+    {
+        ProfilingSection outer("outer", "x");
+        ProfilingSection inner("inner", "y");
+    }
+    ProfilingLog::begin({"second", ""});
+    ProfilingLog::end();
+    ProfilingLog::end();
+    auto root = ProfilingLog::take();
+    ASSERT_EQ(root->children.size(), 2U);
+    EXPECT_EQ(root->children[0]->label, "outer");
+    EXPECT_EQ(root->children[0]->detail, "x");
+    ASSERT_EQ(root->children[0]->children.size(), 1U);
+    EXPECT_EQ(root->children[0]->children[0]->label, "inner");
+    EXPECT_GE(root->children[0]->wallNs, root->children[0]->children[0]->wallNs);
+    EXPECT_GE(root->children[1]->startNs, root->children[0]->startNs);
+    EXPECT_GT(root->peakMemoryKiB, 0);
+    EXPECT_TRUE(ProfilingLog::enabled());
+    EXPECT_TRUE(ProfilingLog::take()->children.empty());
+}
+
+TEST_F(ProfilingTest, endsSectionsThatAreOpenWhenItIsRead) {
+    ProfilingLog::enable();
+    ProfilingLog::begin({"a", ""});
+    ProfilingLog::begin({"b", ""});
+    auto root = ProfilingLog::take();
+    EXPECT_EQ(root->children[0]->children[0]->label, "b");
+    ProfilingLog::end();
+}
+
+TEST_F(ProfilingTest, sumsUpSectionsBeyondItsBound) {
+    ProfilingLog::enable();
+    for (std::size_t i = 0; i < ProfilingLog::kMaxNodes + 500; ++i) {
+        ProfilingLog::begin({"same", ""});
+        ProfilingLog::end();
+    }
+    auto root = ProfilingLog::take();
+    EXPECT_EQ(root->children.size(), ProfilingLog::kMaxNodes);
+    EXPECT_EQ(root->children.back()->count, 501);
+}
+
+TEST_F(ProfilingTest, writesTextJsonAndTraceEvents) {
+    ProfilingNode root;
+    root.children.push_back(std::make_unique<ProfilingNode>());
+    ProfilingNode &node = *root.children.back();
+    node.label = "a \"quoted\"\n";
+    node.detail = "\\";
+    node.startNs = 1500;
+    node.wallNs = 2000000;
+    node.cpuNs = 1000000;
+    node.peakMemoryKiB = 7;
+    node.count = 2;
+    EXPECT_EQ(profilingText(root), "     wall ms       cpu ms     peak KiB\n"
+                                   "       2.000        1.000            7  a \"quoted\"\n \\ (2 times)\n");
+    EXPECT_NE(profilingJson(root).find("{\"label\":\"a \\\"quoted\\\"\\u000a\",\"detail\":\"\\\\\",\"start_ns\":1500,"
+                                       "\"wall_ns\":2000000,\"cpu_ns\":1000000,\"peak_kib\":7,\"count\":2,"
+                                       "\"children\":[]}"),
+              std::string::npos);
+    EXPECT_NE(profilingChromeTrace(root).find("\"ph\":\"X\",\"pid\":1,\"tid\":1,\"ts\":1.500,\"dur\":2000.000"),
+              std::string::npos);
+}
+
+} // namespace
+} // namespace util
