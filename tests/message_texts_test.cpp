@@ -15,13 +15,13 @@
 
 namespace orvo {
 
+namespace {
+
 struct MessageInfo {
     const char *severity;
     const char *tag;
     const char *params;
 };
-
-namespace {
 
 constexpr MessageInfo kMessages[] = {
 #define ORVO_MESSAGE(severity, tag, params) {#severity, #tag, params},

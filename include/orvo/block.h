@@ -86,6 +86,8 @@ class ORVO_API Block final : public Node {
     BlockPorts ports() const { return {port_begin(), port_end()}; }
     void registerWire(Wire *wire);
     void unregisterWire(Wire *wire);
+    /// Whether any port reads a wire of this block.
+    bool hasReader() const;
     bool newBorn() const { return mLife == Life::NewBorn; }
     bool dying() const { return mLife == Life::Dying; }
 

@@ -9,6 +9,8 @@
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
+#include <algorithm>
+
 namespace orvo {
 
 namespace {
@@ -69,6 +71,10 @@ Wire *Block::getWire(const PureValueRef &name) const { return static_cast<Wire *
 MaybePort Block::getPort(const PureValueRef &name) const {
     Port *const *port = name ? mPortMap.find(name.get_ptr()) : nullptr;
     return port == nullptr ? nullptr : *port;
+}
+
+bool Block::hasReader() const {
+    return std::any_of(begin(), end(), [](const Wire &wire) { return wire.port_size() != 0; });
 }
 
 void Block::registerWire(Wire *wire) { addChild(wire); }

@@ -44,15 +44,6 @@ class Immortality {
     std::unordered_map<const BlockClass *, const DeadBlockHandler *> mHandlers;
 };
 
-bool hasReader(const Block &block) {
-    for (const Wire &wire : block) {
-        if (wire.port_size() != 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
 } // namespace
 
 bool DeadBlockPass::isLate() const { return false; }
@@ -67,7 +58,7 @@ void DeadBlockPass::apply(ModelPassContext &context) {
     WorkQueue queue(context.getModel());
     while (queue.next()) {
         Block &block = *queue.block();
-        if (hasReader(block) || isImmortal(block)) {
+        if (block.hasReader() || isImmortal(block)) {
             continue;
         }
         drivers.clear();
@@ -77,7 +68,7 @@ void DeadBlockPass::apply(ModelPassContext &context) {
         queue.deleteBlock();
         // Most drivers have other readers: only those that have lost their last deserve another look.
         for (Block *driver : drivers) {
-            if (!hasReader(*driver)) {
+            if (!driver->hasReader()) {
                 queue.enqueue(*driver);
             }
         }

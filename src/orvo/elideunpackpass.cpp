@@ -89,15 +89,6 @@ void carryMetadata(const Block &pack, Block &unpack) {
     }
 }
 
-bool hasReader(const Block &block) {
-    for (const Wire &wire : block) {
-        if (wire.port_size() != 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
 /// Takes out the unpacks behind a pack, and the pack if nothing reads it then.
 void elide(Block &pack, const Kind &kind, bool ignoreMetadata) {
     const std::vector<Block *> unpacks = unpacksOf(pack, kind);
@@ -117,7 +108,7 @@ void elide(Block &pack, const Kind &kind, bool ignoreMetadata) {
         delete unpack;
         elided = true;
     }
-    if (elided && !hasReader(pack)) {
+    if (elided && !pack.hasReader()) {
         delete &pack;
     }
 }

@@ -1,8 +1,9 @@
 // Plain warnings and errors.
 #include <util/diagnostics.h>
 
+#include <util/strings.h>
+
 #include <cstdarg>
-#include <cstdio>
 #include <iostream>
 
 namespace util {
@@ -12,12 +13,7 @@ namespace {
 thread_local DiagnosticSink *tl_sink = nullptr;
 
 void print(bool isError, const char *format, std::va_list arguments) {
-    std::va_list again;
-    va_copy(again, arguments);
-    int length = std::vsnprintf(nullptr, 0, format, arguments);
-    std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, again);
-    va_end(again);
+    const std::string text = formatted(format, arguments);
     if (tl_sink != nullptr) {
         tl_sink->onDiagnostic(isError, text);
     } else {

@@ -1,6 +1,8 @@
 // Paths, and tests of files and folders.
 #include <util/io.h>
 
+#include <util/strings.h>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -64,12 +66,7 @@ void OutputStream::write(std::string_view text) {
 void OutputStream::printf(const char *format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    std::va_list again;
-    va_copy(again, arguments);
-    int length = std::vsnprintf(nullptr, 0, format, arguments);
-    std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, again);
-    va_end(again);
+    const std::string text = formatted(format, arguments);
     va_end(arguments);
     write(text);
 }
