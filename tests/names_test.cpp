@@ -1,0 +1,74 @@
+// Every source has its test under its name, or stands here with the test that covers it.
+#include <orvo/context.h>
+#include <orvo/pass.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <string>
+
+namespace orvo {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::map<std::string, std::string> &coveredBy() {
+    static const std::map<std::string, std::string> table = {
+        {"deadblockhandlers", "deadblockpass"},
+        {"deadmodelpass", "deadblockpass"},
+        {"design", "model"},
+        {"diagnostics", "utilsmall"},
+        {"elideterminalpass", "deadblockpass"},
+        {"elideunpackpass", "deadblockpass"},
+        {"initimpl", "passtable"},
+        {"netlistverificationpass", "netlistverification"},
+        {"passcontext", "pass"},
+        {"passregistry", "pass"},
+        {"passscheduler", "pass"},
+        {"port", "block"},
+        {"profilingwriter", "profiling"},
+        {"root", "utilsmall"},
+        {"strings", "utilsmall"},
+        {"wire", "block"},
+        {"xmlplatform", "xmlservices"},
+        {"xmlreader", "xmlservices"},
+        {"xmlwriter", "xmlservices"},
+    };
+    return table;
+}
+
+TEST(Names, giveEverySourceATest) {
+    const fs::path root = ORVO_TEST_SOURCE_DIR;
+    for (const char *folder : {"src/orvo", "src/util"}) {
+        for (const auto &entry : fs::directory_iterator(root / folder)) {
+            if (entry.path().extension() != ".cpp") {
+                continue;
+            }
+            const std::string name = entry.path().stem().string();
+            auto covered = coveredBy().find(name);
+            const std::string test = covered == coveredBy().end() ? name : covered->second;
+            EXPECT_TRUE(fs::exists(root / "tests" / (test + "_test.cpp")))
+                << name << ".cpp has no test: write tests/" << name << "_test.cpp";
+        }
+    }
+}
+
+TEST(Names, giveEveryPassASourceOfItsName) {
+    ContextMgr mgr;
+    const fs::path sources = fs::path(ORVO_TEST_SOURCE_DIR) / "src/orvo";
+    for (std::string name : internal::registeredPasses()) {
+        if (name.find("TestPass") == 0) {
+            continue;
+        }
+        std::transform(name.begin(), name.end(), name.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        // The dead-block passes are one family.
+        const bool family = name.find("deadblock") != std::string::npos;
+        EXPECT_TRUE(fs::exists(sources / ((family ? "deadblockpass" : name) + ".cpp"))) << name;
+    }
+}
+
+} // namespace
+} // namespace orvo
