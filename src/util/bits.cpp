@@ -5,7 +5,7 @@
 
 namespace util {
 
-int bitsForValue(std::uint64_t value) { return value == 0 ? 1 : std::bit_width(value); }
+int bitsForValue(std::uint64_t value) { return value == 0 ? 1 : static_cast<int>(std::bit_width(value)); }
 
 int bitsForAddr(std::uint64_t places) { return places < 2 ? 1 : bitsForValue(places - 1); }
 
