@@ -65,7 +65,9 @@ TEST(CheckedCopy, copiesWhatFitsAndRefusesTheRest) {
     EXPECT_EQ(to[2], 'c');
     EXPECT_EQ(memcpy_s(to, sizeof to, nullptr, 1), EINVAL);
     EXPECT_EQ(memcpy_s(nullptr, 4, from, 1), EINVAL);
-    EXPECT_EQ(memcpy_s(to, 4, to + 1, 3), EINVAL);
+    // Where the ranges lie is kept from the compiler, which warns of what is tested here.
+    char *volatile inside = to + 1;
+    EXPECT_EQ(memcpy_s(to, 4, inside, 3), EINVAL);
 }
 
 } // namespace
