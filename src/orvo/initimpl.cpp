@@ -25,12 +25,25 @@ bool gOrvoInitialised = false;
 std::once_flag gCatalogueRead;
 BlocksInfo *gCatalogue = nullptr;
 
-/// A module of block families: opens the context and registers what its families have to say.
-using Module = void (*)(Context *);
+/// Each module opens the context and registers what its families have to say.
+#define ORVO_MODULE(NAME)                                                                                              \
+    void initialiseORVO_##NAME##Blocks(Context *context) {                                                             \
+        ContextMgr guard(context);                                                                                     \
+        registerDeadBlockHandlers(context, BlockModule::NAME);                                                         \
+    }
+ORVO_MODULE(Common)
+ORVO_MODULE(IP)
+ORVO_MODULE(Prim)
+ORVO_MODULE(Bus)
+ORVO_MODULE(Sarnet)
+ORVO_MODULE(ExtMem)
+ORVO_MODULE(Misc)
+ORVO_MODULE(FFT)
+#undef ORVO_MODULE
 
-template <BlockModule kModule> void initialiseModule(Context *context) {
+void initialiseORVO_PipeBlock(Context *context) {
     ContextMgr guard(context);
-    registerDeadBlockHandlers(context, kModule);
+    registerDeadBlockHandlers(context, BlockModule::Pipe);
 }
 
 void initialiseORVO_PortOrderingHandlers(Context *context) {
@@ -46,11 +59,12 @@ void initialiseNONSBlocks(Context *context) {
     mapNONSBlocks(linker);
 }
 
+using Module = void (*)(Context *);
 constexpr Module kModules[] = {
-    initialiseModule<BlockModule::Common>, initialiseModule<BlockModule::IP>,   initialiseModule<BlockModule::Prim>,
-    initialiseModule<BlockModule::Pipe>,   initialiseModule<BlockModule::Bus>,  initialiseModule<BlockModule::Sarnet>,
-    initialiseModule<BlockModule::ExtMem>, initialiseModule<BlockModule::Misc>, initialiseORVO_PortOrderingHandlers,
-    initialiseModule<BlockModule::FFT>,
+    initialiseORVO_CommonBlocks, initialiseORVO_IPBlocks,   initialiseORVO_PrimBlocks,
+    initialiseORVO_PipeBlock,    initialiseORVO_BusBlocks,  initialiseORVO_SarnetBlocks,
+    initialiseORVO_ExtMemBlocks, initialiseORVO_MiscBlocks, initialiseORVO_PortOrderingHandlers,
+    initialiseORVO_FFTBlocks,
 };
 
 } // namespace
