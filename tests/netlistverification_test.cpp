@@ -30,7 +30,7 @@ class VerificationTest : public ::testing::Test {
         block->setParam(A_BLOCK_TYPE, type);
         return *block;
     }
-    /// A counter block as the catalogue wants it.
+    /// An add block as the catalogue wants it.
     Block &goodAdd() {
         Block &block = typed(A_ADD_BLOCK);
         block.setParam(value("0"), source);
