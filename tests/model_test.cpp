@@ -147,6 +147,35 @@ TEST_F(ModelTest, letsACallbackRemoveItselfWithoutSkippingTheNext) {
     EXPECT_EQ(second.calls, 1);
 }
 
+/// Fires the list again from inside, and takes the first callback off there.
+struct Nesting {
+    void first(Model &) { ++firstCalls; }
+    void second(Model &) {
+        if (!nested) {
+            nested = true;
+            design->events().modelBorn.remove(util::Function<void(Model &)>::bind<&Nesting::first>(this));
+            Model::create(*design, "inner");
+        }
+    }
+    void third(Model &) { ++thirdCalls; }
+    Design *design = nullptr;
+    bool nested = false;
+    int firstCalls = 0;
+    int thirdCalls = 0;
+};
+
+TEST_F(ModelTest, callsEachCallbackOnceThoughWalksNestAndTheListShrinks) {
+    Nesting nesting;
+    nesting.design = &design;
+    auto &born = design.events().modelBorn;
+    born.add(util::Function<void(Model &)>::bind<&Nesting::first>(&nesting));
+    born.add(util::Function<void(Model &)>::bind<&Nesting::second>(&nesting));
+    born.add(util::Function<void(Model &)>::bind<&Nesting::third>(&nesting));
+    Model::create(design, "outer");
+    EXPECT_EQ(nesting.firstCalls, 1);
+    EXPECT_EQ(nesting.thirdCalls, 2);
+}
+
 TEST_F(ModelTest, refusesANullCallback) {
     design.events().modelBorn.add({});
     EXPECT_EXIT(Model::create(design, "x"), ::testing::ExitedWithCode(1), "null callback");

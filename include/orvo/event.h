@@ -31,8 +31,8 @@ template <class... Args> class EventList {
         for (std::size_t i = 0; i < mCallbacks.size(); ++i) {
             if (mCallbacks[i] == callback) {
                 mCallbacks.erase(mCallbacks.begin() + static_cast<std::ptrdiff_t>(i));
-                if (i < mNext) {
-                    --mNext;
+                for (Walk *walk = mWalks; walk != nullptr; walk = walk->outer) {
+                    walk->next -= i < walk->next ? 1 : 0;
                 }
                 return;
             }
@@ -44,20 +44,28 @@ template <class... Args> class EventList {
         if (mCallbacks.empty()) {
             return;
         }
-        // Events nest: a callback may edit the design and so fire this list again.
-        std::size_t outer = mNext;
-        for (mNext = 0; mNext < mCallbacks.size();) {
-            Callback callback = mCallbacks[mNext++];
+        Walk walk(*this);
+        while (walk.next < mCallbacks.size()) {
+            Callback callback = mCallbacks[walk.next++];
             checkCallback(static_cast<bool>(callback));
             callback(args...);
         }
-        mNext = outer;
     }
 
   private:
+    /// One walk over the list. A callback may edit the design and so fire the list again: walks nest.
+    struct Walk {
+        explicit Walk(EventList &events) : list(events), outer(events.mWalks) { events.mWalks = this; }
+        ~Walk() { list.mWalks = outer; }
+        Walk(const Walk &) = delete;
+        Walk &operator=(const Walk &) = delete;
+        EventList &list;
+        Walk *outer;
+        std::size_t next = 0;
+    };
     static void checkCallback(bool present);
     std::vector<Callback> mCallbacks;
-    std::size_t mNext = 0;
+    Walk *mWalks = nullptr;
 };
 
 namespace internal {
