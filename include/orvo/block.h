@@ -63,7 +63,7 @@ class ORVO_API Block final : public Node {
     Context *getContext() const override { return getParent()->getContext(); }
     void setName(const PureValueRef &name) override;
     /// Keeps ports, class and the instantiated model's list of parents true to the parameters.
-    void onParamChanging(PureValueRef key, ValueRef oldValue, ValueRef newValue) override;
+    void onParamChanging(const PureValueRef &key, const ValueRef &oldValue, const ValueRef &newValue) override;
     void sendChangedEvent() override;
     void sendDyingEvent() override;
 

@@ -68,7 +68,7 @@ class ORVO_API Node {
     virtual void setName(const PureValueRef &name) = 0;
     virtual ~Node();
     /// Runs before a parameter changes, so that `getParam` still gives the old value. Either value may be null.
-    virtual void onParamChanging(PureValueRef key, ValueRef oldValue, ValueRef newValue);
+    virtual void onParamChanging(const PureValueRef &key, const ValueRef &oldValue, const ValueRef &newValue);
     virtual void sendChangedEvent() = 0;
     virtual void sendDyingEvent() = 0;
 

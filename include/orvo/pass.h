@@ -164,6 +164,8 @@ class ORVO_API Pass {
     Pass(const Pass &) = delete;
     Pass &operator=(const Pass &) = delete;
 
+    /// The name is part of the interface that clients implement.
+    // NOLINTNEXTLINE(bugprone-reserved-identifier)
     virtual const internal::DefaultParamSettings &__get_class_default_param_settings() const = 0;
     virtual std::string getName() const = 0;
     /// Hooks the events of a design, and takes them off again. A pass may outlive its design; its destructor must

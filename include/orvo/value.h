@@ -128,7 +128,9 @@ template <class T, class V = Value> class RefBase {
     RefBase(RefBase &&other) noexcept : mPtr(other.mPtr) { other.mPtr = nullptr; }
     ~RefBase() { drop(); }
     RefBase &operator=(const RefBase &other) {
-        reset(other.mPtr);
+        if (this != &other) {
+            reset(other.mPtr);
+        }
         return *this;
     }
     RefBase &operator=(RefBase &&other) noexcept {

@@ -27,7 +27,7 @@ class ORVO_API Path {
     /// From the current folder, without "." and ".." where they can be taken out.
     Path absolute() const;
     Path operator/(const std::string &name) const;
-    auto operator<=>(const Path &other) const = default;
+    auto operator<=>(const Path &other) const = default; // NOLINT(modernize-use-nullptr)
 
   private:
     std::string mText;

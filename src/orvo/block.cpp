@@ -81,7 +81,7 @@ void Block::registerWire(Wire *wire) { addChild(wire); }
 
 void Block::unregisterWire(Wire *wire) { removeChild(wire); }
 
-void Block::onParamChanging(PureValueRef key, ValueRef oldValue, ValueRef newValue) {
+void Block::onParamChanging(const PureValueRef &key, const ValueRef &oldValue, const ValueRef &newValue) {
     if (key == A_BLOCK_TYPE) {
         onTypeChanging(oldValue, newValue);
     }

@@ -54,6 +54,8 @@ NodeParamRef &NodeParamRef::operator=(Node &node) {
     return *this;
 }
 
+// Assigns a parameter, of which this object is only the place.
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
 NodeParamRef &NodeParamRef::operator=(const NodeParamRef &other) {
     mNode->setParam(mKey, ValueRef(other));
     return *this;
@@ -69,7 +71,7 @@ Node::~Node() {
     ORVO_ASSERT(mChildren.empty(), "a node goes before its children");
 }
 
-void Node::onParamChanging(PureValueRef, ValueRef, ValueRef) {}
+void Node::onParamChanging(const PureValueRef &, const ValueRef &, const ValueRef &) {}
 
 Node *Node::getRoot() {
     Node *node = this;
@@ -111,7 +113,7 @@ void Node::setParam(const PureValueRef &key, const ValueRef &value) {
         return;
     }
     // Held by value: the caller may hand in a reference to the very entry that changes.
-    const PureValueRef heldKey = key;
+    const PureValueRef heldKey = key; // NOLINT(performance-unnecessary-copy-initialization)
     ValueRef newValue = value;
     if (mKind == NodeKind::Block) {
         onParamChanging(heldKey, getParam(heldKey), newValue);

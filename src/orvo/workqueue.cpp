@@ -18,6 +18,8 @@ Block *siblingOf(const Block &block) { return static_cast<Block *>(block.getNext
 
 } // namespace
 
+// A defaulted one is not part of an explicit instantiation.
+// NOLINTNEXTLINE(modernize-use-equals-default)
 template <class Blk> WorkQueueImpl<Blk>::WorkQueueImpl() {}
 
 template <class Blk>

@@ -2,9 +2,9 @@
 #include <util/profiling.h>
 
 #include <sys/resource.h>
-#include <time.h>
 
 #include <algorithm>
+#include <ctime>
 
 namespace util {
 
