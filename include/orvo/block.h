@@ -8,6 +8,7 @@
 namespace orvo {
 
 class BlockClass;
+template <class Blk> class WorkQueueImpl;
 
 /// Walks the ports of a block in `DeepValueCmp` order of their names.
 class BlockPortIterator {
@@ -92,6 +93,7 @@ class ORVO_API Block final : public Node {
     bool dying() const { return mLife == Life::Dying; }
 
   private:
+    template <class Blk> friend class WorkQueueImpl;
     enum class Life : std::uint8_t { NewBorn = 0, Alive = 1, Dying = 2 };
 
     Block(Model &model, const PureValueRef &name);
@@ -102,6 +104,8 @@ class ORVO_API Block final : public Node {
     BlockClass *mClass;
     internal::KeyedMap<Port *> mPortMap;
     Life mLife = Life::NewBorn;
+    /// How many work queues hold this block: the end of a block that none holds costs them nothing.
+    mutable std::uint32_t mQueues = 0;
 };
 
 } // namespace orvo

@@ -243,10 +243,12 @@ class ORVO_API NodeValue final : public Value {
 
   private:
     explicit NodeValue(Node *node);
-    NodeValue(std::string path, Context *context);
+    /// Pooled: the paths of a design that is being read are as many as its connections, and go when they are bound.
+    using PathText = std::basic_string<char, std::char_traits<char>, util::PoolAllocator<char>>;
+    NodeValue(PathText path, Context *context);
 
     Node *mNode = nullptr;
-    std::string mPath;
+    PathText mPath;
 };
 
 /// Reads a value from a text again and again without making a stream each time; for readers of many short texts.

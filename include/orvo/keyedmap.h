@@ -3,12 +3,11 @@
 #pragma once
 
 #include <orvo/value.h>
+#include <util/pool.h>
 
-#include <cstdlib>
 #include <iterator>
 #include <map>
 #include <memory>
-#include <new>
 #include <vector>
 
 namespace orvo::internal {
@@ -23,7 +22,7 @@ template <class T> class KeyedMap {
         PureValueRef key;
         T value;
     };
-    using Tree = std::map<PureValueRef, T, DeepValueCmp>;
+    using Tree = std::map<PureValueRef, T, DeepValueCmp, util::PoolAllocator<std::pair<const PureValueRef, T>>>;
     using TreeIt = typename Tree::iterator;
 
     /// Key to tree position by the key's address: open addressing, at most two thirds full.
@@ -42,6 +41,7 @@ template <class T> class KeyedMap {
                 }
             }
         }
+        const void *placeOf(const Value *key) const { return mSlots.data() + home(key); }
         void insert(const Value *key, TreeIt at) {
             if ((mCount + 1) * 3 > mSlots.size() * 2) {
                 rehash(mSlots.empty() ? 64 : mSlots.size() * 2);
@@ -70,6 +70,7 @@ template <class T> class KeyedMap {
             const Value *key = nullptr;
             TreeIt at{};
         };
+        using Slots = std::vector<IndexSlot, util::PoolAllocator<IndexSlot>>;
         std::size_t home(const Value *key) const {
             auto bits = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(key));
             return static_cast<std::size_t>(((bits >> 4) * 0x9e3779b97f4a7c15ULL) >> 20) & (mSlots.size() - 1);
@@ -83,7 +84,7 @@ template <class T> class KeyedMap {
             mSlots[i] = {key, at};
         }
         void rehash(std::size_t size) {
-            std::vector<IndexSlot> old(size);
+            Slots old(size);
             old.swap(mSlots);
             for (const IndexSlot &slot : old) {
                 if (slot.key != nullptr) {
@@ -92,7 +93,7 @@ template <class T> class KeyedMap {
             }
         }
 
-        std::vector<IndexSlot> mSlots;
+        Slots mSlots;
         std::size_t mCount = 0;
     };
     struct Big {
@@ -179,6 +180,9 @@ template <class T> class KeyedMap {
         return nullptr;
     }
 
+    /// Where a look-up of the key will begin to read: worth fetching ahead, for in a large map that is a wait.
+    const void *placeOf(const Value *key) const { return isBig() ? big().index.placeOf(key) : mData; }
+
     /// The entry at a key, `end()` if there is none.
     iterator iteratorAt(const Value *key) const {
         if (isBig()) {
@@ -256,7 +260,7 @@ template <class T> class KeyedMap {
             for (std::uint32_t i = 0; i < mSize; ++i) {
                 all[i].~Slot();
             }
-            std::free(mData);
+            util::poolRelease(mData, mCapacity * sizeof(Slot));
         }
         mData = nullptr;
         mSize = 0;
@@ -293,16 +297,13 @@ template <class T> class KeyedMap {
             return;
         }
         std::uint32_t capacity = mCapacity == 0 ? 1 : mCapacity < 4 ? mCapacity + 1 : mCapacity + mCapacity / 2;
-        auto *fresh = static_cast<Slot *>(std::malloc(capacity * sizeof(Slot)));
-        if (fresh == nullptr) {
-            throw std::bad_alloc();
-        }
+        auto *fresh = static_cast<Slot *>(util::poolAllocate(capacity * sizeof(Slot)));
         Slot *all = slots();
         for (std::uint32_t i = 0; i < mSize; ++i) {
             new (fresh + i) Slot(std::move(all[i]));
             all[i].~Slot();
         }
-        std::free(mData);
+        util::poolRelease(mData, mCapacity * sizeof(Slot));
         mData = fresh;
         mCapacity = capacity;
     }

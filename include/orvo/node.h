@@ -53,7 +53,7 @@ class ORVO_API ConstNodeParamRef {
     const Value *mValue;
 };
 
-class ORVO_API Node {
+class ORVO_API Node : public util::Pooled {
   public:
     using ChildMap = internal::KeyedMap<Node *>;
     using ParamMap = internal::KeyedMap<ValueRef>;
@@ -127,6 +127,8 @@ class ORVO_API Node {
   protected:
     Node(NodeKind kind, const PureValueRef &name, Node *parent);
     void cleanup();
+    /// Fetches ahead what the end of this node will need of large tables.
+    void prefetchEnd() const;
     void addChild(Node *child);
     void removeChild(Node *child);
     void rename(const PureValueRef &name) { mName = name; }

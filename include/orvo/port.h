@@ -39,7 +39,7 @@ class PortIterator {
 };
 
 /// A block's input. Owned by its block; made and ended by the parameter that names a wire.
-class ORVO_API Port {
+class ORVO_API Port : public util::Pooled {
   public:
     Port(Block *block, PureValueRef name, Wire *wire) : mBlock(block), mName(std::move(name)), mWire(wire) {}
     Port(const Port &) = delete;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <orvo/api.h>
+#include <util/pool.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -40,7 +41,7 @@ template <class T, class V> class RefBase;
 
 /// An immutable value. Values are made by the static `get` functions of the kinds, live in the intern table of one
 /// `Context`, and are reference counted, but for the values of `StaticString`s, which live as long as the process.
-class ORVO_API Value {
+class ORVO_API Value : public util::Pooled {
   public:
     Value(const Value &) = delete;
     Value &operator=(const Value &) = delete;

@@ -41,6 +41,7 @@ Block *Block::create(Model &model, const std::string &name) {
 
 Block::~Block() {
     mLife = Life::Dying;
+    prefetchEnd();
     while (!mPortMap.empty()) {
         PureValueRef key = (*mPortMap.begin()).first;
         setParam(key, nullptr);

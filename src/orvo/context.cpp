@@ -62,8 +62,7 @@ namespace {
 constexpr std::size_t kFirstCapacity = 4096;
 } // namespace
 
-InternTable::InternTable()
-    : mSlots(new Value *[kFirstCapacity]), mHashes(new std::uint32_t[kFirstCapacity]()), mMask(kFirstCapacity - 1) {}
+InternTable::InternTable() : mSlots(kFirstCapacity), mHashes(kFirstCapacity), mMask(kFirstCapacity - 1) {}
 
 InternTable::~InternTable() = default;
 
@@ -88,10 +87,10 @@ void InternTable::place(Value *value, std::uint32_t hash) {
 
 void InternTable::resize(std::size_t capacity) {
     const std::size_t oldCapacity = mMask + 1;
-    const std::unique_ptr<Value *[]> oldSlots = std::move(mSlots);
-    const std::unique_ptr<std::uint32_t[]> oldHashes = std::move(mHashes);
-    mSlots.reset(new Value *[capacity]);
-    mHashes.reset(new std::uint32_t[capacity]());
+    Table<Value *> oldSlots(capacity);
+    Table<std::uint32_t> oldHashes(capacity);
+    oldSlots.swap(mSlots);
+    oldHashes.swap(mHashes);
     mMask = capacity - 1;
     for (std::size_t i = 0; i < oldCapacity; ++i) {
         if (oldHashes[i] != 0) {

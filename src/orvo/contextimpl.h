@@ -65,6 +65,10 @@ class InternTable {
     void insert(Value *value);
     /// False if this very object was not there.
     bool erase(const Value *value);
+    void prefetch(std::uint32_t hash) const {
+        __builtin_prefetch(&mHashes[hash & mMask]);
+        __builtin_prefetch(&mSlots[hash & mMask]);
+    }
     template <class Visit> void forEach(Visit visit) const {
         for (std::size_t i = 0; i <= mMask; ++i) {
             if (mHashes[i] != 0) {
@@ -77,8 +81,10 @@ class InternTable {
     void resize(std::size_t capacity);
     void place(Value *value, std::uint32_t hash);
 
-    std::unique_ptr<Value *[]> mSlots;
-    std::unique_ptr<std::uint32_t[]> mHashes;
+    template <class T> using Table = std::vector<T, util::PoolAllocator<T>>;
+
+    Table<Value *> mSlots;
+    Table<std::uint32_t> mHashes;
     std::size_t mMask;
     std::size_t mSize = 0;
 };
@@ -105,6 +111,8 @@ class ContextImpl {
         mTable.insert(made);
         return made;
     }
+    /// Says that the value will be released soon.
+    void prefetch(const Value &value) const { mTable.prefetch(value.hash()); }
     void releaseValue(const Value *value);
 
     BlockClass *getBlockClass(const ValueRef &type);

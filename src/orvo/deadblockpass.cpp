@@ -54,22 +54,23 @@ bool AggressiveDeadBlockLatePass::isLate() const { return true; }
 
 void DeadBlockPass::apply(ModelPassContext &context) {
     Immortality isImmortal(isLate());
-    std::vector<Block *> drivers;
+    std::vector<Wire *> read;
     WorkQueue queue(context.getModel());
     while (queue.next()) {
         Block &block = *queue.block();
         if (block.hasReader() || isImmortal(block)) {
             continue;
         }
-        drivers.clear();
+        // Nobody reads the block, so none of these wires is its own.
+        read.clear();
         for (const Port &port : block.ports()) {
-            drivers.push_back(&port.getWire()->getBlock());
+            read.push_back(port.getWire());
         }
         queue.deleteBlock();
         // Most drivers have other readers: only those that have lost their last deserve another look.
-        for (Block *driver : drivers) {
-            if (!driver->hasReader()) {
-                queue.enqueue(*driver);
+        for (const Wire *wire : read) {
+            if (wire->port_size() == 0 && !wire->getBlock().hasReader()) {
+                queue.enqueue(wire->getBlock());
             }
         }
     }

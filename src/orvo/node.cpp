@@ -6,6 +6,8 @@
 #include <orvo/logging.h>
 #include <orvo/staticstrings.h>
 
+#include "orvo/contextimpl.h"
+
 #include <cctype>
 
 namespace orvo {
@@ -199,6 +201,11 @@ void Node::cleanup() {
     while (!mChildren.empty()) {
         delete (*mChildren.begin()).second;
     }
+}
+
+void Node::prefetchEnd() const {
+    __builtin_prefetch(mParent->mChildren.placeOf(mName.get_ptr()));
+    internal::implOf(*getContext()).prefetch(*mName);
 }
 
 PureValueRef Node::uniqueNameFor(const PureValueRef &name) {

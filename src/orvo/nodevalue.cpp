@@ -88,7 +88,7 @@ std::string pathOf(const Node *node) {
 
 NodeValue::NodeValue(Node *node) : Value(CoreType::Node, nullptr, hashNode(node)), mNode(node) {}
 
-NodeValue::NodeValue(std::string path, Context *context)
+NodeValue::NodeValue(PathText path, Context *context)
     : Value(CoreType::Node, context, hashPath(path)), mPath(std::move(path)) {}
 
 NodeValue::~NodeValue() {
@@ -111,15 +111,16 @@ ConstNodeValueRef NodeValue::get(const Node *node) { return get(const_cast<Node 
 
 NodeValueRef NodeValue::get(const std::string &path, Context *context) {
     ORVO_ASSERT(context != nullptr, "a value is made in a context");
-    NodeValue probe(path, context);
+    NodeValue probe(PathText(path), context);
     return static_ref_cast<NodeValue>(context->internValue(&probe));
 }
 
-std::string NodeValue::getPath() const { return mNode != nullptr ? pathOf(mNode) : mPath; }
+std::string NodeValue::getPath() const { return mNode != nullptr ? pathOf(mNode) : std::string(mPath); }
 
 void NodeValue::invalidate() {
     if (mNode != nullptr) {
-        mPath = pathOf(mNode);
+        const std::string path = pathOf(mNode);
+        mPath.assign(path.data(), path.size());
         mNode->mValue = nullptr;
         mNode = nullptr;
     }

@@ -34,6 +34,9 @@ WorkQueueImpl<Blk>::WorkQueueImpl(WorkingSubset<Blk> *subset) : mFirstSweep(true
 
 template <class Blk> WorkQueueImpl<Blk>::~WorkQueueImpl() {
     if (mDesign != nullptr) {
+        for (Blk *block : mQueue) {
+            --block->mQueues;
+        }
         mDesign->events().blockDying.remove(DyingCallback::bind<&WorkQueueImpl::onBlockDying>(this));
         mDesign->events().designDying.remove(DesignCallback::bind<&WorkQueueImpl::onDesignDying>(this));
     }
@@ -58,9 +61,13 @@ template <class Blk> void WorkQueueImpl<Blk>::onBlockDying(Block &block) {
     } else if (&block == mUpcoming) {
         mUpcoming = siblingOf(block);
     }
+    if (block.mQueues == 0) {
+        return;
+    }
     if (auto queued = mQueued.find(&block); queued != mQueued.end()) {
         mQueue.erase(queued->second);
         mQueued.erase(queued);
+        --block.mQueues;
     }
 }
 
@@ -92,6 +99,7 @@ template <class Blk> bool WorkQueueImpl<Blk>::next() {
     mCurr = mQueue.front();
     mQueued.erase(mCurr);
     mQueue.pop_front();
+    --mCurr->mQueues;
     return true;
 }
 
@@ -117,12 +125,13 @@ template <class Blk> void WorkQueueImpl<Blk>::enqueue(Blk &block) {
     if (mSubset != nullptr && !mSubset->isMember(block)) {
         return;
     }
-    if (mQueued.count(&block) != 0) {
+    if (block.mQueues != 0 && mQueued.count(&block) != 0) {
         return;
     }
     hook(block.getDesign());
     mQueue.push_back(&block);
     mQueued.emplace(&block, std::prev(mQueue.end()));
+    ++block.mQueues;
 }
 
 template class WorkQueueImpl<Block>;

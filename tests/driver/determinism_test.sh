@@ -1,5 +1,6 @@
 #!/bin/bash
-# The same input gives the same bytes: under randomised addresses, other locales and other folders.
+# The same input gives the same bytes: under randomised addresses (of the pooled objects and of all others), other
+# locales and other folders.
 . "$ORVO_SRC/tests/driver/lib.sh"
 
 # The hardened allocator cannot stand beside a sanitizer's.
@@ -22,7 +23,8 @@ for round in $(seq 20); do
         (
             cd "folder$round"
             LD_PRELOAD=$allocator SCUDO_OPTIONS=delete_size_mismatch=0 LC_ALL=$locale \
-                "$orvo" opt "../$example" -o "$example" --passes "$passes" >out 2>err
+                "$orvo" opt "../$example" -o "$example" --passes "$passes" \
+                --feature SHUFFLE_ADDRESSES="$round" >out 2>err
         ) || die "round $round with locale $locale failed on $example"
         same "folder$round/$example" "$example.first"
     done
