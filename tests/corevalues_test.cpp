@@ -205,6 +205,23 @@ TEST_F(CoreValues, limitsWhatAllRepeatsOfOneTextMake) {
     EXPECT_FALSE(value(text + "(9 ^" + rest + " ^2))"));
 }
 
+TEST_F(CoreValues, chargesShortRunsWithAllThatTheyStandFor) {
+    // Runs of two and three are written in full, so that sixteen levels of them would make 43 million elements.
+    std::string text = "0";
+    for (int level = 0; level < 16; ++level) {
+        text = "(" + text + " ^3)";
+    }
+    EXPECT_FALSE(Value::parse(text, ctx));
+    std::string fewer = "0";
+    for (int level = 0; level < 8; ++level) {
+        fewer = "(" + fewer + " ^3)";
+    }
+    const ValueRef value = Value::parse(fewer, ctx);
+    ASSERT_TRUE(value);
+    EXPECT_EQ(Value::parse(value->toString(), ctx), value);
+    EXPECT_TRUE(Value::parse("((0 ^4096) ^4096)", ctx));
+}
+
 TEST_F(CoreValues, printsMoreEqualElementsThanRepeatsMayMakeSoThatTheyReadBack) {
     const TupleValueRef inner = TupleValue::get(std::vector<ValueRef>(limits::kRepeatedElements, value("7")), ctx);
     // The second mention finds nothing left to repeat, but for the few elements that stand for the runs themselves.

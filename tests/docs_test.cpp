@@ -23,6 +23,7 @@ TEST(Documents, tellEveryBoundOnWhatIsRead) {
         {"kRepeatCount", limits::kRepeatCount},
         {"kRepeatedElements", limits::kRepeatedElements},
         {"kDocumentRepeatedElements", limits::kDocumentRepeatedElements},
+        {"kDocumentRepeatedElementsPerByte", limits::kDocumentRepeatedElementsPerByte},
         {"kNumberDigits", limits::kNumberDigits},
         {"kNumberExponent", static_cast<std::size_t>(limits::kNumberExponent)},
         {"kXmlAttributeBytes", limits::kXmlAttributeBytes},

@@ -53,6 +53,7 @@ const std::map<std::string, int> &floors() {
         {"xmlplatform", 2},
         {"xmlform", 2},
         {"deadblock", 2},
+        {"types", 3},
         {"pass", 3},
         {"passcontext", 3},
         {"passregistry", 3},

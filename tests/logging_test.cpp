@@ -282,7 +282,40 @@ TEST(Assertion, mayBeLeftByAnExceptionOfItsHandlerAgainAndAgain) {
         EXPECT_THROW(ORVO_ASSERT(false, "thrown"), std::runtime_error);
     }
     UnreachableHandler::setUnreachableHandler(nullptr);
-    EXPECT_EQ(unreachableMessage.load(), nullptr);
+    EXPECT_NE(unreachableMessage.load(), nullptr);
+    EXPECT_NE(unreachableMessage.load(), &handler);
+}
+
+TEST(AssertionDeathTest, letsAHandlerChainToTheOneBeforeIt) {
+    struct Chaining final : UnreachableHandler {
+        explicit Chaining(UnreachableHandler *handler) : before(handler) {}
+        void operator()(const char *expression, const char *file, unsigned int line, const char *function,
+                        const char *message) override {
+            (*before)(expression, file, line, function, message);
+        }
+        UnreachableHandler *before;
+    };
+    EXPECT_EXIT(
+        {
+            Chaining handler(unreachableMessage.load());
+            UnreachableHandler::setUnreachableHandler(&handler);
+            ORVO_ASSERT(false, "chained");
+        },
+        ExitedWithCode(1), "ORVO restriction: 'false'. chained in ");
+}
+
+struct AssertsAtExit {
+    ~AssertsAtExit() { ORVO_ASSERT(armed, "again"); }
+    bool armed = false;
+};
+
+TEST(AssertionDeathTest, keepsTheStatusOfTheDefaultHandlerWhenTheEndAssertsAgain) {
+    EXPECT_EXIT(
+        {
+            static AssertsAtExit object;
+            ORVO_ASSERT(object.armed, "first");
+        },
+        ExitedWithCode(1), "first");
 }
 
 } // namespace

@@ -263,6 +263,8 @@ TEST_F(NumberValueTest, holdsFractionsOfThirtyTwoBitLength) {
 }
 
 TEST_F(NumberValueTest, roundsScaledIntegersHalvesAwayFromZero) {
+    EXPECT_EQ(NumberValue::fromUInt64(UINT64_MAX, 0, ctx)->toInt64(0), -1); // the low 64 bits
+    EXPECT_EQ(NumberValue::fromInt64(INT64_MIN, 0, ctx)->toInt64(0), INT64_MIN);
     EXPECT_EQ(NumberValue::get(2.5, ctx)->toInt64(0), 3);
     EXPECT_EQ(NumberValue::get(-2.5, ctx)->toInt64(0), -3);
     EXPECT_EQ(NumberValue::get(2.25, ctx)->toInt64(0), 2);

@@ -67,6 +67,20 @@ TEST_F(ValueTest, countsCopiesAndMovesOfReferences) {
     EXPECT_EQ(a->refCount(), 1);
 }
 
+TEST_F(ValueTest, letsGoOfTheOldValueOnMoveAssignment) {
+    StringValueRef a = StringValue::get("first", ctx);
+    StringValueRef b = StringValue::get("second", ctx);
+    const std::size_t values = ctx->valueCount();
+    a = std::move(b);
+    EXPECT_EQ(b.get_ptr(), nullptr); // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(a->str(), "second");
+    EXPECT_EQ(ctx->valueCount(), values - 1);
+    StringValueRef &same = a;
+    a = std::move(same);
+    EXPECT_EQ(a->str(), "second");
+    EXPECT_EQ(a->refCount(), 1);
+}
+
 TEST_F(ValueTest, neverCountsAStaticValue) {
     const int before = A_ADD_BLOCK.get_ptr()->refCount();
     {

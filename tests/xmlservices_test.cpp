@@ -262,6 +262,43 @@ TEST_F(XmlTest, boundsTheElementsThatRepeatsMake) {
     EXPECT_EQ(errorsOf(document(params)), Errors{"ERR_BAD_PARAM_VALUE"});
 }
 
+TEST_F(XmlTest, boundsTheElementsThatRepeatsMakeInNamesAndKeys) {
+    std::string blocks;
+    std::string keys;
+    for (int i = 0; i < 40; ++i) {
+        const std::string name = "\"(" + std::to_string(i) + " ^1048576)\"";
+        blocks += "<block name=" + name + "/>";
+        keys += "<param name=" + name + ">a</param>";
+    }
+    EXPECT_EQ(errorsOf(document("<model name=\"m\">" + blocks + "</model>")), Errors{"ERR_BAD_BLOCK_NAME"});
+    EXPECT_EQ(errorsOf(document(keys)), Errors{"ERR_BAD_PARAM_NAME"});
+}
+
+TEST_F(XmlTest, boundsTheElementsThatRepeatsMakeInPaths) {
+    std::string params;
+    for (int i = 0; i < 40; ++i) {
+        params += "<param name=\"" + std::to_string(i) + "\">[/m/(" + std::to_string(i) + " ^1048576)]</param>";
+    }
+    const Errors errors = errorsOf(document("<model name=\"m\"/>" + params));
+    EXPECT_EQ(errors.size(), 17U);
+    EXPECT_EQ(errors.back(), "ERR_VALUE_RESOLUTION_FAILED");
+}
+
+TEST_F(XmlTest, readsManyLargeZeroedMemories) {
+    // More elements than a short document may make, for this one is long enough.
+    std::string blocks;
+    for (int i = 0; i < 4200; ++i) {
+        const std::string number = std::to_string(i);
+        blocks += "<block name=\"memory" + number + "\"><param name=\"data\">(" + number +
+                  " 0 ^4095)</param></block>\n" + std::string(40, ' ');
+    }
+    EXPECT_EQ(errorsOf(document("<model name=\"m\">" + blocks + "</model>")), Errors{});
+}
+
+TEST_F(XmlTest, bindsATupleThatOccursVeryOftenOnce) {
+    EXPECT_EQ(errorsOf(document("<model name=\"m\"/><param name=\"k\">(([/m] ^1000000) ^1000000)</param>")), Errors{});
+}
+
 TEST_F(XmlTest, survivesEveryTruncationAndManyMutations) {
     const std::string whole =
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" +

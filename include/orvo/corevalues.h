@@ -8,6 +8,7 @@
 #include <mpfr.h>
 
 #include <map>
+#include <unordered_map>
 #include <vector>
 
 namespace orvo {
@@ -157,6 +158,10 @@ class ORVO_API TupleValue : public Value {
     TupleValue(CoreType kind, std::vector<ValueRef> &&elements, Context *context, std::uint32_t hash);
     static TupleValueRef intern(const ValueRef *elements, std::size_t count, Context *context);
     std::vector<ValueRef> mElements;
+
+  private:
+    using ResolvedTuples = std::unordered_map<const Value *, ValueRef>;
+    ValueRef resolveIn(Design *design, ResolvedTuples &known) const;
 };
 
 /// A tuple whose elements are all pure, which makes it usable as a name, a key and a type.
@@ -260,7 +265,8 @@ class ORVO_API ValueTextReader {
     ValueTextReader &operator=(const ValueTextReader &) = delete;
     /// As `Value::parse`; null for bad text. Trailing text is not looked at.
     ValueRef parse(std::string_view text);
-    /// How many tuple elements were made by repeat counts (`^n`) so far, for a reader that limits a whole document.
+    /// How many tuple elements repeat counts (`^n`) have made on this thread since this reader began, paths that were
+    /// bound meanwhile included: for a reader that limits a whole document.
     std::size_t repeatedElements() const;
 
   private:

@@ -10,10 +10,13 @@ namespace orvo::limits {
 inline constexpr std::size_t kTupleDepth = 1000;
 /// The count of one repeat `^n` in a tuple's text. A longer run is written as several.
 inline constexpr std::size_t kRepeatCount = std::size_t{1} << 20;
-/// Elements that the repeats of one value's text may make together.
+/// Elements that the repeats of one value's text may make together; a repeat of two or three counts with all that its
+/// element holds.
 inline constexpr std::size_t kRepeatedElements = std::size_t{1} << 22;
-/// Elements that the repeats of one document may make together.
+/// Elements that the repeats of one document may make together, in values, names and paths.
 inline constexpr std::size_t kDocumentRepeatedElements = std::size_t{1} << 24;
+/// The same for each byte of the document, where that is more.
+inline constexpr std::size_t kDocumentRepeatedElementsPerByte = 64;
 /// Digits of one number's text.
 inline constexpr std::size_t kNumberDigits = std::size_t{1} << 16;
 /// Magnitude of the binary exponent of one number's text.

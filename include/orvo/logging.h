@@ -133,7 +133,7 @@ class ORVO_API UnreachableHandler {
     static void setUnreachableHandler(UnreachableHandler *handler);
 };
 
-/// The active handler, null while it is the default one.
+/// The active handler, the default one included.
 extern ORVO_API std::atomic<UnreachableHandler *> unreachableMessage;
 
 /// Calls the active handler and, should that return, exits with status 100. Null strings count as empty.

@@ -135,7 +135,11 @@ template <class T, class V = Value> class RefBase {
         return *this;
     }
     RefBase &operator=(RefBase &&other) noexcept {
-        std::swap(mPtr, other.mPtr);
+        if (this != &other) {
+            const RefBase old(std::move(*this));
+            mPtr = other.mPtr;
+            other.mPtr = nullptr;
+        }
         return *this;
     }
     void reset(T *pointer) {

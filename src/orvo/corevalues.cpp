@@ -8,6 +8,7 @@
 #include "orvo/valuetext.h"
 
 #include <algorithm>
+#include <numeric>
 #include <ostream>
 
 namespace orvo {
@@ -21,10 +22,18 @@ using internal::implOf;
 struct TupleReaderState {
     std::size_t depth = 0;
     std::size_t repeated = 0;
+    /// What all texts of this thread have repeated.
+    std::size_t repeatedEver = 0;
+    /// Elements that the text of the last value stands for when it is written again.
+    std::size_t weight = 1;
     std::vector<ValueRef> elements;
+    std::vector<std::size_t> weights;
 };
 
 thread_local TupleReaderState tl_tuple_reader;
+
+/// From this length on, equal elements are written as one with a count.
+constexpr std::size_t kShortestRun = 4;
 
 class TupleReaderScope {
   public:
@@ -36,8 +45,14 @@ class TupleReaderScope {
     ~TupleReaderScope() {
         --mState.depth;
         mState.elements.resize(mBase);
-        if (mBase == 0 && mState.elements.capacity() > kKeptCapacity) {
+        mState.weights.resize(mBase);
+        if (mState.depth != 0) {
+            return;
+        }
+        mState.repeatedEver += mState.repeated;
+        if (mState.elements.capacity() > kKeptCapacity) {
             mState.elements = {};
+            mState.weights = {};
         }
     }
     TupleReaderScope(const TupleReaderScope &) = delete;
@@ -68,12 +83,19 @@ std::size_t readRepeatCount(std::streambuf &in) {
 
 bool readRepeat(std::streambuf &in, TupleReaderState &state, std::size_t base) {
     const std::size_t count = readRepeatCount(in);
-    if (count == 0 || state.elements.size() == base || state.repeated + (count - 1) > limits::kRepeatedElements) {
+    if (count == 0 || state.elements.size() == base) {
         return false;
     }
-    state.repeated += count - 1;
+    // A short run is written in full, so that nested ones would multiply: it is charged with all that it stands for.
+    const bool inFull = count < kShortestRun;
+    const std::size_t weight = inFull ? state.weights.back() : 0;
+    state.repeated += (count - 1) * std::max<std::size_t>(weight, 1);
+    if (state.repeated > limits::kRepeatedElements) {
+        return false;
+    }
     const ValueRef last = state.elements.back();
     state.elements.insert(state.elements.end(), count - 1, last);
+    state.weights.insert(state.weights.end(), count - 1, weight);
     return true;
 }
 
@@ -93,11 +115,13 @@ bool readElements(Context *context, std::istream &in, TupleReaderState &state, s
             }
             continue;
         }
+        state.weight = 1;
         ValueRef element = Value::parse(in, context);
         if (!element) {
             return false;
         }
         state.elements.push_back(std::move(element));
+        state.weights.push_back(state.weight);
     }
 }
 
@@ -127,7 +151,6 @@ void appendElement(std::string &out, const Value *element, std::size_t &repeatsL
 }
 
 void appendTuple(std::string &out, const TupleValue &tuple, std::size_t &repeatsLeft) {
-    constexpr std::size_t kShortestRun = 4;
     out += '(';
     auto at = tuple.begin();
     while (at != tuple.end()) {
@@ -340,13 +363,36 @@ TupleValueRef TupleValue::get(const ValueRef &a, const ValueRef &b, const ValueR
     return intern(elements, std::size(elements), context);
 }
 
-ValueRef TupleValue::resolve(Design *design) {
+// A short text may stand for a value in which one tuple occurs very often, at many levels: each is bound once.
+ValueRef TupleValue::resolveIn(Design *design, ResolvedTuples &known) const {
     std::vector<ValueRef> resolved;
     resolved.reserve(mElements.size());
+    const Value *last = nullptr;
     for (const ValueRef &element : mElements) {
-        resolved.push_back(element ? element->resolve(design) : ValueRef());
+        if (element.get_ptr() == last && last != nullptr) {
+            resolved.push_back(ValueRef(resolved.back()));
+            continue;
+        }
+        last = element.get_ptr();
+        if (last == nullptr || last->isPure()) {
+            resolved.push_back(element);
+        } else if (last->kind() == CoreType::Tuple) {
+            auto at = known.find(last);
+            if (at == known.end()) {
+                ValueRef made = static_cast<const TupleValue *>(last)->resolveIn(design, known);
+                at = known.emplace(last, std::move(made)).first;
+            }
+            resolved.push_back(at->second);
+        } else {
+            resolved.push_back(element->resolve(design));
+        }
     }
-    return get(resolved, context());
+    return get(std::move(resolved), context());
+}
+
+ValueRef TupleValue::resolve(Design *design) {
+    ResolvedTuples known;
+    return resolveIn(design, known);
 }
 
 const ValueMetaData &TupleValue::getMetaData() const { return internal::tupleMetaData(); }
@@ -392,6 +438,8 @@ ValueRef TupleValue::parse(Context *context, std::istream &in) {
         in.setstate(std::ios::failbit);
         return {};
     }
+    state.weight = std::accumulate(state.weights.begin() + static_cast<std::ptrdiff_t>(scope.base()),
+                                   state.weights.end(), std::size_t{1});
     return intern(state.elements.data() + scope.base(), state.elements.size() - scope.base(), context);
 }
 
@@ -456,7 +504,7 @@ struct ValueTextReader::Impl {
     Context *context;
     internal::TextViewBuffer buffer;
     std::istream in;
-    std::size_t repeated = 0;
+    std::size_t repeatedBefore = tl_tuple_reader.repeatedEver;
 };
 
 ValueTextReader::ValueTextReader(Context *context) : mImpl(new Impl(context)) {}
@@ -470,12 +518,9 @@ ValueRef ValueTextReader::parse(std::string_view text) {
     }
     mImpl->buffer.reset(text);
     mImpl->in.clear();
-    tl_tuple_reader.repeated = 0;
-    ValueRef value = Value::parse(mImpl->in, mImpl->context);
-    mImpl->repeated += tl_tuple_reader.repeated;
-    return value;
+    return Value::parse(mImpl->in, mImpl->context);
 }
 
-std::size_t ValueTextReader::repeatedElements() const { return mImpl->repeated; }
+std::size_t ValueTextReader::repeatedElements() const { return tl_tuple_reader.repeatedEver - mImpl->repeatedBefore; }
 
 } // namespace orvo

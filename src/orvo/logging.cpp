@@ -125,9 +125,34 @@ void msg(orvo::msg::Debug tag, const LogParams &params) { send(Severity::Debug, 
 ContextListener::~ContextListener() = default;
 UnreachableHandler::~UnreachableHandler() = default;
 
-constinit std::atomic<UnreachableHandler *> unreachableMessage{nullptr};
+namespace {
 
-void UnreachableHandler::setUnreachableHandler(UnreachableHandler *handler) { unreachableMessage = handler; }
+/// Writes a line to standard error and exits.
+class DefaultHandler final : public UnreachableHandler {
+  public:
+    void operator()(const char *expression, const char *file, unsigned int line, const char *function,
+                    const char *message) override {
+        reportAndExit(expression, file, line, function, message);
+    }
+};
+
+/// Never destroyed: what runs while the process ends may assert.
+union HandlerStorage {
+    constexpr HandlerStorage() : handler() {}
+    ~HandlerStorage() {}
+    HandlerStorage(const HandlerStorage &) = delete;
+    HandlerStorage &operator=(const HandlerStorage &) = delete;
+    DefaultHandler handler;
+};
+constinit HandlerStorage gDefault;
+
+} // namespace
+
+constinit std::atomic<UnreachableHandler *> unreachableMessage{&gDefault.handler};
+
+void UnreachableHandler::setUnreachableHandler(UnreachableHandler *handler) {
+    unreachableMessage = handler != nullptr ? handler : &gDefault.handler;
+}
 
 void orvoAssertHandler(const char *expression, const char *file, unsigned int line, const char *function,
                        const char *message) {
@@ -135,8 +160,9 @@ void orvoAssertHandler(const char *expression, const char *file, unsigned int li
     // failure on this thread ends the process at once, one on another thread waits for the end. A handler of a test may
     // leave by an exception.
     thread_local bool inside = false;
+    thread_local bool byDefault = false;
     if (inside) {
-        std::_Exit(100);
+        std::_Exit(byDefault ? 1 : 100);
     }
     struct Scope {
         explicit Scope(bool &flag) : mFlag(flag) { mFlag = true; }
@@ -146,9 +172,7 @@ void orvoAssertHandler(const char *expression, const char *file, unsigned int li
     static std::mutex oneAtATime;
     const std::lock_guard<std::mutex> lock(oneAtATime);
     UnreachableHandler *handler = unreachableMessage;
-    if (handler == nullptr) {
-        reportAndExit(expression, file, line, function, message);
-    }
+    byDefault = handler == &gDefault.handler;
     (*handler)(orEmpty(expression), orEmpty(file), line, orEmpty(function), orEmpty(message));
     std::exit(100);
 }

@@ -10,6 +10,8 @@
 #include "orvo/mpfrthread.h"
 #include "orvo/valuetext.h"
 
+#include <util/bits.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -504,7 +506,7 @@ std::int64_t NumberValue::toInt64(int scale) const {
     mpz_t scaled;
     mpz_init(scaled);
     toScaledMPZ(scaled, scale);
-    const std::int64_t result = mpz_get_si(scaled);
+    const std::int64_t result = util::mpzToSINT(scaled);
     mpz_clear(scaled);
     return result;
 }

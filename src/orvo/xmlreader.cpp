@@ -46,7 +46,7 @@ struct StopReading {};
 /// Gives the parser the bytes of a standard stream.
 class IStreamBinAdaptor final : public xercesc::BinInputStream {
   public:
-    explicit IStreamBinAdaptor(std::istream &in) : mIn(in) {}
+    IStreamBinAdaptor(std::istream &in, std::size_t &bytes) : mIn(in), mBytes(bytes) {}
     XMLFilePos curPos() const override { return mPosition; }
     XMLSize_t readBytes(XMLByte *const to, const XMLSize_t most) override {
         if (!mIn.good() || mIn.rdbuf() == nullptr) {
@@ -57,22 +57,25 @@ class IStreamBinAdaptor final : public xercesc::BinInputStream {
             mIn.setstate(std::ios::eofbit);
         }
         mPosition += static_cast<XMLFilePos>(count);
+        mBytes += static_cast<std::size_t>(count);
         return static_cast<XMLSize_t>(count);
     }
     const XMLCh *getContentType() const override { return nullptr; }
 
   private:
     std::istream &mIn;
+    std::size_t &mBytes;
     XMLFilePos mPosition = 0;
 };
 
 class IStreamSourceAdaptor final : public xercesc::InputSource {
   public:
-    explicit IStreamSourceAdaptor(std::istream &in) : mIn(in) {}
-    xercesc::BinInputStream *makeStream() const override { return new IStreamBinAdaptor(mIn); }
+    IStreamSourceAdaptor(std::istream &in, std::size_t &bytes) : mIn(in), mBytes(bytes) {}
+    xercesc::BinInputStream *makeStream() const override { return new IStreamBinAdaptor(mIn, mBytes); }
 
   private:
     std::istream &mIn;
+    std::size_t &mBytes;
 };
 
 bool equals(const XMLCh *text, const char *ascii) {
@@ -140,7 +143,7 @@ class CachedValueReader {
         return slot.value;
     }
     ValueRef parseOnce(const std::string &text) { return mReader.parse(text); }
-    bool tooManyRepeats() const { return mReader.repeatedElements() > limits::kDocumentRepeatedElements; }
+    std::size_t repeatedElements() const { return mReader.repeatedElements(); }
 
   private:
     static constexpr std::size_t kSlots = 512;
@@ -193,6 +196,8 @@ class DesignHandler final : public xercesc::DefaultHandler {
     DesignHandler(Design &design, const XMLServices::ErrorFunc &errorFunc)
         : mDesign(design), mErrorFunc(errorFunc), mReader(design.getContext()) {}
 
+    /// Of the document, so far.
+    std::size_t bytesRead = 0;
     bool failed() const { return mFailed; }
     /// Reports what only the end of the document tells, and binds the node paths.
     void finish();
@@ -241,6 +246,11 @@ class DesignHandler final : public xercesc::DefaultHandler {
     void startChild(Node &node, const xercesc::Attributes &attributes, ErrorType unexpected, ErrorType badName);
     bool readAttribute(const xercesc::Attributes &attributes, const char *name, std::string &text);
     bool isOurs(const XMLCh *uri);
+    bool tooManyRepeats() const {
+        const std::size_t bound =
+            std::max(limits::kDocumentRepeatedElements, bytesRead * limits::kDocumentRepeatedElementsPerByte);
+        return mReader.repeatedElements() > bound;
+    }
     void skip() { mSkipDepth = 1; }
     void resolveNode(Node &node);
 
@@ -409,6 +419,10 @@ void DesignHandler::startChild(Node &node, const xercesc::Attributes &attributes
         // Blocks have names of their own; wires share a handful.
         name = PureValueRef(Child::kKind == NodeKind::Wire ? mReader.parse(mText) : mReader.parseOnce(mText));
     }
+    if (tooManyRepeats()) {
+        reportHere(badName);
+        throw StopReading();
+    }
     Node *child = Child::create(static_cast<Parent &>(node), name);
     if (!(child->getName() == name)) {
         reportHere(badName);
@@ -418,6 +432,10 @@ void DesignHandler::startChild(Node &node, const xercesc::Attributes &attributes
 
 void DesignHandler::startParam(Node &node, const xercesc::Attributes &attributes) {
     mKey = readAttribute(attributes, "name", mText) ? PureValueRef(mReader.parse(mText)) : PureValueRef();
+    if (tooManyRepeats()) {
+        reportHere(XMLServices::ERR_BAD_PARAM_NAME);
+        throw StopReading();
+    }
     if (!mKey) {
         reportHere(XMLServices::ERR_BAD_PARAM_NAME);
         skip();
@@ -433,7 +451,7 @@ void DesignHandler::startParam(Node &node, const xercesc::Attributes &attributes
 
 void DesignHandler::endParam() {
     ValueRef value = mTextTooLong ? ValueRef() : mReader.parse(mText);
-    if (!value || mReader.tooManyRepeats()) {
+    if (!value || tooManyRepeats()) {
         reportHere(XMLServices::ERR_BAD_PARAM_VALUE);
         if (value) {
             throw StopReading();
@@ -468,9 +486,14 @@ void DesignHandler::resolveNode(Node &node) {
     for (const PureValueRef &key : mKeys) {
         const ValueRef value = node.getParam(key);
         const ValueRef resolved = value->resolve(&mDesign);
-        if (!resolved) {
+        // The names in a path are read only now.
+        const bool tooMany = tooManyRepeats();
+        if (!resolved || tooMany) {
             const PendingPlaces::Place place = mPending.find(&node, key.get_ptr());
             report(XMLServices::ERR_VALUE_RESOLUTION_FAILED, place.row, place.column);
+            if (tooMany) {
+                throw StopReading();
+            }
         } else if (!(resolved == value)) {
             node.setParam(key, resolved);
         }
@@ -519,7 +542,7 @@ bool readDesign(std::istream &in, Design &design, const XMLServices::ErrorFunc &
         // Without a lexical handler the parser tells nobody of a document type.
         parser.setLexicalHandler(&handler);
         parser.setEntityResolver(&handler);
-        parser.parse(IStreamSourceAdaptor(in));
+        parser.parse(IStreamSourceAdaptor(in, handler.bytesRead));
         handler.finish();
     } catch (const StopReading &) {
         // The error was heard where it arose; what was not read cannot be let pass.
