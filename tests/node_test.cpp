@@ -39,6 +39,127 @@ class NodeTest : public ::testing::Test {
     Model &model = *Model::create(design, "m");
 };
 
+TEST_F(NodeTest, replacesANullNameByTheInvalidOne) {
+    for (int siblings : {0, 5, 60}) {
+        Model &m = *Model::create(design, "siblings" + std::to_string(siblings));
+        for (int i = 0; i < siblings; ++i) {
+            Block::create(m, "b" + std::to_string(i));
+        }
+        Block *block = Block::create(m, "x");
+        block->setName(nullptr);
+        EXPECT_EQ(block->getName(), A_INVALID_NAME) << siblings;
+        Wire *wire = Wire::create(*block, "w");
+        wire->setName(nullptr);
+        EXPECT_EQ(wire->getName(), A_INVALID_NAME);
+        EXPECT_EQ(m.getBlock(PureValueRef()), nullptr);
+        EXPECT_EQ(m.getBlock(A_INVALID_NAME), block);
+    }
+    model.setName(nullptr);
+    EXPECT_EQ(model.getName(), A_INVALID_NAME);
+}
+
+TEST_F(NodeTest, countsOnFromAnyDuplicateNumber) {
+    const std::pair<const char *, const char *> cases[] = {
+        {"(dupName 2147483647 a)", "(dupName 0x80000000p+0 a)"},
+        {"(dupName -1 d)", "(dupName 0 d)"},
+        // No clash makes these, so they are names like any other.
+        {"(dupName 0x18p-4 b)", "(dupName 0 (dupName 0x18p-4 b))"},
+        {"(dupName 0x1p+200 c)", "(dupName 0 (dupName 0x1p+200 c))"},
+    };
+    for (const auto &[given, next] : cases) {
+        Block::create(model, name(given));
+        Block *clash = Block::create(model, name(given));
+        EXPECT_EQ(clash->getName(), name(next)) << given << " gave " << clash->getName()->toString();
+    }
+}
+
+/// Deletes blocks, or makes some, when a block dies.
+struct Meddler {
+    void onDying(Block &block) {
+        if (block.getName()->toString() != at) {
+            return;
+        }
+        for (int i = 0; i < makes; ++i) {
+            Block::create(*static_cast<Model *>(block.getParent()), "made" + std::to_string(i));
+        }
+        if (victim != nullptr) {
+            delete std::exchange(victim, nullptr);
+        }
+    }
+    std::string at;
+    int makes = 0;
+    Block *victim = nullptr;
+};
+
+TEST_F(NodeTest, letsListenersEditSiblingsWhileAModelDies) {
+    Meddler meddler;
+    design.events().blockDying.add(util::Function<void(Block &)>::bind<&Meddler::onDying>(&meddler));
+    for (int makes : {0, 3, 40}) {
+        Model &m = *Model::create(design, "dying");
+        for (const char *block : {"a", "b", "c", "d", "e", "f"}) {
+            Block::create(m, block);
+        }
+        meddler.at = "b";
+        meddler.makes = makes;
+        meddler.victim = m.getBlock(name("d"));
+        delete &m;
+        EXPECT_EQ(meddler.victim, nullptr);
+    }
+}
+
+TEST_F(NodeTest, walksOnWhenEntriesBesideComeAndGo) {
+    for (int count : {5, 40}) {
+        Model &m = *Model::create(design, "walked");
+        for (int i = 10; i < 10 + count; ++i) {
+            Block::create(m, "b" + std::to_string(i));
+        }
+        int visited = 0;
+        Block *before = nullptr;
+        for (Block &block : m) {
+            ++visited;
+            delete std::exchange(before, &block);
+            if (visited == 3) {
+                Block::create(m, "a" + std::to_string(count)); // in front
+            }
+        }
+        EXPECT_EQ(visited, count);
+        EXPECT_EQ(m.size(), 2U);
+        delete &m;
+    }
+}
+
+TEST_F(NodeTest, walksOnWhenTheMapTakesItsTreeForm) {
+    for (int i = 10; i < 20; ++i) {
+        Block::create(model, "b" + std::to_string(i));
+    }
+    std::string seen;
+    for (Block &block : model) {
+        seen += block.getName()->toString() + " ";
+        if (seen == "b10 b11 ") {
+            for (int i = 0; i < 40; ++i) {
+                Block::create(model, "a" + std::to_string(i));
+            }
+        }
+    }
+    EXPECT_EQ(seen, "b10 b11 b12 b13 b14 b15 b16 b17 b18 b19 ");
+}
+
+TEST_F(NodeTest, countsEveryEdit) {
+    Block *block = Block::create(model, "b");
+    const auto counts = [this](auto edit) {
+        const std::uint64_t before = design.editCount();
+        edit();
+        return design.editCount() != before;
+    };
+    EXPECT_TRUE(counts([&] { block->setParam(A_SYNTH_SCHEDULE_CONSTRAINTS, A_TRUE); }));
+    EXPECT_TRUE(counts([&] { block->setParam(A_BLOCK_TYPE, A_ADD_BLOCK); }));
+    block->process(16);
+    EXPECT_TRUE(counts([&] { Wire::create(*block, "w"); }));
+    EXPECT_TRUE(counts([&] { block->setName(name("c")); }));
+    EXPECT_TRUE(counts([&] { delete block; }));
+    EXPECT_FALSE(counts([&] { static_cast<void>(model.getParam(A_BLOCK_TYPE)); }));
+}
+
 TEST_F(NodeTest, resolvesClashesByCountingDuplicateNames) {
     Block *first = Block::create(model, "a");
     Block *second = Block::create(model, "a");

@@ -116,5 +116,36 @@ TEST_F(CloneTest, runsTheHookThatRenumbersWhatAClonedModelMustNotShare) {
     EXPECT_EQ(gHookCalls, 1);
 }
 
+TEST_F(CloneTest, givesTheParentsOfACopyTheOrderOfTheSource) {
+    // Many models, so that an order by address would show.
+    for (int i = 0; i < 12; ++i) {
+        Model &middle = *Model::create(design, "k" + std::to_string(i));
+        Block *leaf = Block::create(middle, "leaf");
+        leaf->setParam(A_BLOCK_TYPE, A_MODEL_BLOCK);
+        leaf->setParam(A_MODEL_NODE, below);
+    }
+    Design copy(mgr.context());
+    OrvoUtils::deepCloneDesign(copy, design);
+    std::string parents;
+    for (const Block *parent : copy.getModel(name("below"))->getParentBlocks()) {
+        parents += parent->getModel().getName()->toString() + " ";
+    }
+    EXPECT_EQ(parents, "k0 k1 k10 k11 k2 k3 k4 k5 k6 k7 k8 k9 top top ");
+}
+
+struct ModelDeaths {
+    void onDying(Model &model) { names += model.getName()->toString() + " "; }
+    std::string names;
+};
+
+TEST_F(CloneTest, deletesAModelAfterThoseBelowIt) {
+    ModelDeaths deaths;
+    using Callback = util::Function<void(Model &)>;
+    design.events().modelDying.add(Callback::bind<&ModelDeaths::onDying>(&deaths));
+    OrvoUtils::deepDeleteModel(&top);
+    EXPECT_EQ(deaths.names, "below top ");
+    design.events().modelDying.remove(Callback::bind<&ModelDeaths::onDying>(&deaths));
+}
+
 } // namespace
 } // namespace orvo

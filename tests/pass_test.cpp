@@ -11,6 +11,8 @@
 #include <orvo/modeltreepass.h>
 #include <orvo/staticstrings.h>
 
+#include <util/profiling.h>
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -444,6 +446,65 @@ TEST_F(PhaseTest, takesABlockThatDiesOutOfItsQueue) {
     again.enqueueApplicable(second);
     delete &model;
     EXPECT_EQ(context.totalQueueSize(), 0U);
+}
+
+TEST_F(PhaseTest, keepsABlockQueuedUnderAModelWhenAnotherOneDies) {
+    const PassContext::PassMap passes;
+    const PassContext::ParamsMap params;
+    PassContext context(design, passes, params, nullptr);
+    Model &model = *design.getModel(value("m"));
+    Model &other = *Model::create(design, "other");
+    Block *block = &*model.begin();
+    ModelPassContext(model, context).enqueueApplicable(block);
+    ModelPassContext(other, context).enqueueApplicable(block);
+    delete &other;
+    EXPECT_EQ(context.totalQueueSize(), 1U);
+    delete block;
+    EXPECT_EQ(context.totalQueueSize(), 0U);
+}
+
+TEST_F(PhaseTest, sharesItsQueueWithAViewOverAView) {
+    const PassContext::PassMap passes;
+    const PassContext::ParamsMap params;
+    PassContext context(design, passes, params, nullptr);
+    Model &model = *design.getModel(value("m"));
+    ModelPassContext view(model, context);
+    ModelPassContext(model, view).enqueueApplicable(&*model.begin());
+    EXPECT_EQ(context.totalQueueSize(), 1U);
+    EXPECT_TRUE(view.moreApplicable());
+}
+
+TEST_F(PassTest, keepsAnItemOfStateThatIsSetAgain) {
+    struct Item final : PassSchedulerStateItem {
+        int number = 7;
+    };
+    PassSchedulerState state;
+    auto *item = new Item;
+    state.setItemOfState(A_TRUE, item);
+    state.setItemOfState(A_TRUE, state.getItemOfState(A_TRUE));
+    EXPECT_EQ(static_cast<Item *>(state.getItemOfState(A_TRUE))->number, 7);
+}
+
+TEST_F(PassTest, leavesNothingOpenBehindAnException) {
+    gRequires["TestPassB"] = {"TestPassA"};
+    gBodies["TestPassB"] = [](PassContext &, const Pass &) { throw std::runtime_error("stop"); };
+    util::ProfilingLog::enable();
+    PassResults results(design);
+    EXPECT_THROW(results.run({{"TestPassB", {}}}, {}), std::runtime_error);
+    EXPECT_EQ(util::ProfilingLog::depth(), 0U);
+    EXPECT_EQ(results.size(), 0U);
+    util::ProfilingLog::disable();
+    gBodies["TestPassB"] = [](PassContext &, const Pass &) {};
+    results.run({{"TestPassB", {}}}, {});
+    EXPECT_EQ(results.size(), 0U);
+}
+
+TEST_F(PassTest, refusesToChooseAmongSeveralInstancesKept) {
+    PassResults results(design);
+    const ParamContext one = WithParam("P_X", A_TRUE);
+    results.run({}, {{"TestPassA", {}}, {"TestPassA", one}});
+    EXPECT_EXIT(results.getPass("TestPassA"), ::testing::ExitedWithCode(1), "several passes");
+    EXPECT_NE(results.getPass("TestPassA", one), nullptr);
 }
 
 TEST_F(PhaseTest, givesALocalViewItsOwnQueues) {

@@ -13,8 +13,8 @@
 namespace orvo::internal {
 
 /// Maps `PureValueRef` to `T`, iterated in `DeepValueCmp` order. Up to `kFlatMax` entries stand in one sorted array;
-/// beyond, in a tree beside a hash index by pointer, and it stays so. Iterators of the array form end with any
-/// insertion or removal, those of the tree form with the removal of their entry only. Null keys are not allowed.
+/// beyond, in a tree beside a hash index by pointer, and it stays so. In both forms an iterator lasts until its own
+/// entry goes. Null keys are not allowed.
 template <class T> class KeyedMap {
     static constexpr std::uint32_t kFlatMax = 24;
     static constexpr std::uint32_t kTreeForm = 0xffffffffU;
@@ -112,6 +112,8 @@ template <class T> class KeyedMap {
         Entry *operator->() { return this; }
     };
 
+    /// Stands on an entry by its key: entries before and behind it may come and go, and the map may take its tree form.
+    /// Ends with the removal of its own entry.
     class iterator {
       public:
         using iterator_category = std::input_iterator_tag;
@@ -122,14 +124,22 @@ template <class T> class KeyedMap {
 
         iterator() = default;
         Entry operator*() const {
-            return mSlot != nullptr ? Entry{mSlot->key, mSlot->value} : Entry{mTreeIt->first, mTreeIt->second};
+            settle();
+            if (mInTree) {
+                return {mTreeIt->first, mTreeIt->second};
+            }
+            Slot &slot = mMap->slots()[mAt];
+            return {slot.key, slot.value};
         }
         Entry operator->() const { return **this; }
         iterator &operator++() {
-            if (mSlot != nullptr) {
-                ++mSlot;
-            } else {
+            settle();
+            if (mInTree) {
                 ++mTreeIt;
+                mKey = mTreeIt == mMap->big().tree.end() ? nullptr : mTreeIt->first.get_ptr();
+            } else {
+                ++mAt;
+                mKey = mAt == mMap->mSize ? nullptr : mMap->slots()[mAt].key.get_ptr();
             }
             return *this;
         }
@@ -138,15 +148,36 @@ template <class T> class KeyedMap {
             ++*this;
             return old;
         }
-        bool operator==(const iterator &other) const { return mSlot == other.mSlot && mTreeIt == other.mTreeIt; }
-        bool operator!=(const iterator &other) const { return !(*this == other); }
+        bool operator==(const iterator &other) const { return mKey == other.mKey; }
+        bool operator!=(const iterator &other) const { return mKey != other.mKey; }
 
       private:
         friend class KeyedMap;
-        explicit iterator(Slot *slot) : mSlot(slot) {}
-        explicit iterator(TreeIt it) : mTreeIt(it) {}
-        Slot *mSlot = nullptr;
-        TreeIt mTreeIt{};
+        iterator(const KeyedMap *map, std::uint32_t at)
+            : mMap(map), mKey(at == map->mSize ? nullptr : map->slots()[at].key.get_ptr()), mAt(at) {}
+        iterator(const KeyedMap *map, TreeIt it)
+            : mMap(map), mKey(it == map->big().tree.end() ? nullptr : it->first.get_ptr()), mTreeIt(it), mInTree(true) {
+        }
+        /// Finds the entry again if the map was edited.
+        void settle() const {
+            if (mInTree) {
+                return;
+            }
+            if (mMap->isBig()) {
+                mTreeIt = *mMap->big().index.find(mKey);
+                mInTree = true;
+                return;
+            }
+            if (mAt >= mMap->mSize || mMap->slots()[mAt].key.get_ptr() != mKey) {
+                mAt = mMap->placeInFlat(mKey);
+            }
+        }
+
+        const KeyedMap *mMap = nullptr;
+        const Value *mKey = nullptr;
+        mutable std::uint32_t mAt = 0;
+        mutable TreeIt mTreeIt{};
+        mutable bool mInTree = false;
     };
 
     KeyedMap() = default;
@@ -158,12 +189,12 @@ template <class T> class KeyedMap {
     bool isTree() const { return isBig(); }
     /// In the tree form only.
     Position positionOf(const Value *key) const { return *big().index.find(key); }
-    iterator behind(Position position) const { return iterator(std::next(position)); }
+    iterator behind(Position position) const { return iterator(this, std::next(position)); }
 
     std::size_t size() const { return isBig() ? big().tree.size() : mSize; }
     bool empty() const { return size() == 0; }
-    iterator begin() const { return isBig() ? iterator(big().tree.begin()) : iterator(slots()); }
-    iterator end() const { return isBig() ? iterator(big().tree.end()) : iterator(slots() + mSize); }
+    iterator begin() const { return isBig() ? iterator(this, big().tree.begin()) : iterator(this, 0U); }
+    iterator end() const { return iterator(); }
 
     /// The value at a key, null if there is none.
     T *find(const Value *key) const {
@@ -187,15 +218,9 @@ template <class T> class KeyedMap {
     iterator iteratorAt(const Value *key) const {
         if (isBig()) {
             TreeIt *hit = big().index.find(key);
-            return hit == nullptr ? end() : iterator(*hit);
+            return hit == nullptr ? end() : iterator(this, *hit);
         }
-        Slot *all = slots();
-        for (std::uint32_t i = 0; i < mSize; ++i) {
-            if (all[i].key.get_ptr() == key) {
-                return iterator(all + i);
-            }
-        }
-        return end();
+        return iterator(this, placeInFlat(key));
     }
 
     /// The key must not be there.
@@ -269,6 +294,14 @@ template <class T> class KeyedMap {
 
   private:
     bool isBig() const { return mSize == kTreeForm; }
+    /// The number of the key's slot; of all slots if it is not there.
+    std::uint32_t placeInFlat(const Value *key) const {
+        std::uint32_t at = 0;
+        while (at < mSize && slots()[at].key.get_ptr() != key) {
+            ++at;
+        }
+        return at;
+    }
     Slot *slots() const { return static_cast<Slot *>(mData); }
     Big &big() const { return *static_cast<Big *>(mData); }
 

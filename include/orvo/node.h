@@ -94,8 +94,8 @@ class ORVO_API Node : public util::Pooled {
     Value *findParam(const StaticString &key) const { return findParam(key.get_ptr()); }
     NodeParamRef operator[](const PureValueRef &key) { return {this, key}; }
     ConstNodeParamRef operator[](const PureValueRef &key) const { return ConstNodeParamRef(findParam(key.get_ptr())); }
-    /// The parameters in `DeepValueCmp` order of their keys, as pairs of key and value. A change of any parameter of
-    /// this node ends the iterators.
+    /// The parameters in `DeepValueCmp` order of their keys, as pairs of key and value. An iterator lasts until
+    /// its own parameter is removed.
     param_iterator param_begin() const { return mParams.begin(); }
     param_iterator param_end() const { return mParams.end(); }
     std::size_t param_size() const { return mParams.size(); }
@@ -107,7 +107,8 @@ class ORVO_API Node : public util::Pooled {
     NodeValueRef value();
     ConstNodeValueRef value() const;
 
-    /// Arms this node: its changed event fires at the next change of one of these levels.
+    /// Arms this node: its changed event fires at the next change of one of these levels. A handler of that event
+    /// cannot arm the node again, since the levels are cleared behind it.
     void process(ProcessFlags flags) const { mFlags |= flags; }
     ProcessFlags armedFlags() const { return mFlags; }
     /// Tells this node and the nodes above it of a change.
@@ -131,14 +132,16 @@ class ORVO_API Node : public util::Pooled {
     void prefetchEnd() const;
     void addChild(Node *child);
     void removeChild(Node *child);
-    void rename(const PureValueRef &name) { mName = name; }
+    /// A null name becomes `A_INVALID_NAME`.
+    void rename(const PureValueRef &name);
 
   private:
     friend class NodeValue;
-    using NameCounters = std::map<PureValueRef, int>;
+    using NameCounters = std::map<PureValueRef, std::int64_t>;
 
     PureValueRef uniqueNameFor(const PureValueRef &name);
     void insertChild(Node *child);
+    void countEdit();
 
     PureValueRef mName;
     Node *mParent;

@@ -259,7 +259,8 @@ class ORVO_API ApplicableQueues {
     ~ApplicableQueues();
     ApplicableQueues(const ApplicableQueues &) = delete;
     ApplicableQueues &operator=(const ApplicableQueues &) = delete;
-    std::list<Block *> &of(const Model &model);
+    /// To look at; blocks come and go by the operations below, which know where each one stands.
+    const std::list<Block *> &of(const Model &model);
     void enqueue(const Model &model, Block *block);
     Block *dequeue(const Model &model);
     std::size_t totalSize() const;
@@ -285,7 +286,8 @@ class ORVO_API PassContext {
     PassContext(const PassContext &) = delete;
     PassContext &operator=(const PassContext &) = delete;
 
-    virtual std::list<Block *> &getApplicableQueue(const Model &model);
+    /// To look at: blocks come and go through the views on their models.
+    virtual const std::list<Block *> &getApplicableQueue(const Model &model);
     virtual std::size_t totalQueueSize() const;
 
     Design &getDesign() const { return mDesign; }
@@ -304,6 +306,8 @@ class ORVO_API PassContext {
   protected:
     friend class ModelPassContext;
     const ParamContext &paramsOf(const Pass *pass) const;
+    /// Where a view over this context takes its queue from.
+    virtual ApplicableQueues *queueSource() { return mQueues.get(); }
     Design &mDesign;
     const PassMap &mPasses;
     const ParamsMap &mParams;
@@ -320,7 +324,7 @@ class ORVO_API ModelPassContext final : public PassContext {
                      PassSchedulerState *state);
 
     /// Not allowed on a view that shares its parent's queues.
-    std::list<Block *> &getApplicableQueue(const Model &model) override;
+    const std::list<Block *> &getApplicableQueue(const Model &model) override;
     std::size_t totalQueueSize() const override;
 
     Model &getModel() const { return mModel; }
@@ -330,9 +334,11 @@ class ORVO_API ModelPassContext final : public PassContext {
     Block *dequeueApplicable();
 
   private:
+    ApplicableQueues *queueSource() override { return mQueueSource; }
+
     Model &mModel;
     ApplicableQueues *mQueueSource;
-    std::list<Block *> *mQueue;
+    const std::list<Block *> *mQueue;
     bool mUsingLocalQueue;
 };
 
@@ -368,7 +374,7 @@ class ORVO_API PassResults {
     PassResults &operator=(PassResults &&) = default;
     ~PassResults();
 
-    /// The live instance, which must exist.
+    /// The one live instance of that name; none or several is an assertion.
     Pass *getPass(const std::string &name) const;
     Pass *getPass(const std::string &name, const ParamContext &params) const;
     template <class T> T *getPass() const { return static_cast<T *>(getPass(T::sName)); }

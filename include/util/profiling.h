@@ -46,6 +46,10 @@ class ORVO_API ProfilingLog {
     /// Opens and closes a section. Nothing happens while the log is off, or when no section is open.
     static void begin(const ProfilingInfo &info);
     static void end();
+    /// Sections that are open; 0 while the log is off.
+    static std::size_t depth();
+    /// Closes sections until no more than `depth` are open: for a way out that is not the end of the section.
+    static void unwindTo(std::size_t depth);
     /// The root of the tree, whose children are the outermost sections; open sections end now. Leaves the log empty and
     /// as on as it was. Null if the log was off.
     static std::unique_ptr<ProfilingNode> take();

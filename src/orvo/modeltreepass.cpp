@@ -35,11 +35,8 @@ struct ModelTreePass::ModelTreeImpl {
         }
     }
     void onBlockChange(Block &block) {
-        const bool known = records.erase(&block.getModel()) != 0;
-        // A block that has no type yet, or one whose model is asked about, may still come to instantiate a model.
-        if (known || block.type() == nullptr || block.type() == A_MODEL_BLOCK.get_ptr()) {
-            block.process(1);
-        }
+        // The blocks are armed again when somebody asks about the model.
+        records.erase(&block.getModel());
     }
     void onDesignDying(Design &) {
         records.clear();

@@ -9,6 +9,7 @@
 #include "orvo/contextimpl.h"
 
 #include <cctype>
+#include <cmath>
 
 namespace orvo {
 
@@ -22,7 +23,7 @@ bool structuralParam(const Value *key) {
 
 /// The number and the base of a name that a clash made; a null base for any other name.
 struct DuplicateName {
-    int number = 0;
+    std::int64_t number = 0;
     PureValueRef base;
 };
 
@@ -31,11 +32,13 @@ DuplicateName splitDuplicateName(const PureValueRef &name) {
     if (!tuple || tuple->size() != 3 || !(tuple->at(0) == A_DUPLICATE_NAME)) {
         return {};
     }
+    // A number that a clash cannot have made, or cannot count on from, is part of a name like any other.
+    constexpr double kMost = 1e15;
     NumberValueRef number = numberVR(tuple->at(1));
-    if (!number) {
+    if (!number || !number->isInteger() || !(std::abs(number->toDouble()) <= kMost)) {
         return {};
     }
-    return {number->isInt() ? number->toInt() : 0, tuple->at(2)};
+    return {number->toInt64(0), tuple->at(2)};
 }
 
 constexpr ProcessFlags kSelf = 1;
@@ -86,8 +89,8 @@ Node *Node::getRoot() {
 const Node *Node::getRoot() const { return const_cast<Node *>(this)->getRoot(); }
 
 Node *Node::getChild(const PureValueRef &name) const {
-    Node *const *child = mChildren.find(name.get_ptr());
-    return name && child != nullptr ? *child : nullptr;
+    Node *const *child = name ? mChildren.find(name.get_ptr()) : nullptr;
+    return child != nullptr ? *child : nullptr;
 }
 
 Node *Node::getNextSibling() const {
@@ -129,6 +132,7 @@ void Node::setParam(const PureValueRef &key, const ValueRef &value) {
     } else {
         mParams.erase(heldKey.get_ptr());
     }
+    countEdit();
     if (structuralParam(heldKey.get_ptr())) {
         fireChanged(kSelf);
     }
@@ -172,7 +176,6 @@ void Node::fireChanged(ProcessFlags flags) {
             above = (above & ~kBirth) | kChildren;
         }
         if (node->mParent == nullptr) {
-            static_cast<Design *>(node)->mEditCount++;
             return;
         }
         node = node->mParent;
@@ -187,9 +190,21 @@ void Node::fireDeath() {
     }
 }
 
+void Node::rename(const PureValueRef &name) { mName = name ? name : PureValueRef(A_INVALID_NAME); }
+
+void Node::countEdit() {
+    Node *root = getRoot();
+    if (root->mKind == NodeKind::Design) {
+        ++static_cast<Design *>(root)->mEditCount;
+    }
+}
+
 void Node::cleanup() {
-    for (auto child : mChildren) {
-        child.second->fireDeath();
+    // Listeners may make or delete siblings meanwhile.
+    Node *child = mChildren.empty() ? nullptr : (*mChildren.begin()).second;
+    while (child != nullptr) {
+        child->fireDeath();
+        child = child->getNextSibling();
     }
     fireDeath();
     fireChanged(kChildren);
@@ -217,7 +232,7 @@ PureValueRef Node::uniqueNameFor(const PureValueRef &name) {
         DuplicateName duplicate = splitDuplicateName(candidate);
         PureValueRef base = duplicate.base ? duplicate.base : candidate;
         auto [counter, isNew] = mNameCounters->try_emplace(base, duplicate.base ? duplicate.number + 1 : 0);
-        int number = counter->second++;
+        const std::int64_t number = counter->second++;
         Context *context = getContext();
         candidate = PureTupleValue::get(A_DUPLICATE_NAME, NumberValue::get(number, context), base, context);
     }
@@ -239,6 +254,7 @@ void Node::insertChild(Node *child) {
 void Node::addChild(Node *child) {
     child->mName = uniqueNameFor(child->mName);
     insertChild(child);
+    countEdit();
     if ((mFlags & kBirth) != 0) {
         mFlags &= ~kBirth;
         child->mFlags |= kBirth;
@@ -249,6 +265,7 @@ void Node::addChild(Node *child) {
 }
 
 void Node::removeChild(Node *child) {
+    countEdit();
     [[maybe_unused]] std::size_t before = mChildren.size();
     mChildren.erase(child->mName.get_ptr());
     ORVO_ASSERT(mChildren.size() + 1 == before, "a node is not among its parent's children");

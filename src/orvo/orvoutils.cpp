@@ -60,6 +60,16 @@ ModelMap cloneAll(Design &destination, const std::vector<Model *> &sources) {
     return clones;
 }
 
+/// The same, and model blocks of copies instantiate copies. In the order of the sources, which the parents of each copy
+/// follow.
+ModelMap cloneAllDeep(Design &destination, const std::vector<Model *> &sources) {
+    ModelMap clones = cloneAll(destination, sources);
+    for (const Model *source : sources) {
+        pointAtClones(*clones.at(source), clones);
+    }
+    return clones;
+}
+
 std::vector<Model *> modelsOf(const Design &design) {
     std::vector<Model *> models;
     for (Model &model : design) {
@@ -141,26 +151,23 @@ Model *OrvoUtils::cloneModel(Design &design, const Model &source, NodeMap *nodes
 }
 
 Model *OrvoUtils::deepCloneModel(Design &design, const Model &source) {
-    ModelMap clones = cloneAll(design, modelsBelow(const_cast<Model *>(&source)));
-    for (const auto &clone : clones) {
-        pointAtClones(*clone.second, clones);
-    }
+    const ModelMap clones = cloneAllDeep(design, modelsBelow(const_cast<Model *>(&source)));
     return clones.at(&source);
 }
 
 void OrvoUtils::cloneDesign(Design &destination, const Design &source) { cloneAll(destination, modelsOf(source)); }
 
 void OrvoUtils::deepCloneDesign(Design &destination, const Design &source) {
-    ModelMap clones = cloneAll(destination, modelsOf(source));
-    for (const auto &clone : clones) {
-        pointAtClones(*clone.second, clones);
-    }
+    cloneAllDeep(destination, modelsOf(source));
 }
 
 void OrvoUtils::deepDeleteModel(Model *model) {
-    for (Model *below : modelsBelow(model)) {
-        delete below;
+    // The model itself comes first in the list and goes last.
+    const std::vector<Model *> all = modelsBelow(model);
+    for (std::size_t i = 1; i < all.size(); ++i) {
+        delete all[i];
     }
+    delete model;
 }
 
 OrvoUtils::CloneHook OrvoUtils::setCloneHook(CloneHook hook) { return gCloneHook.exchange(hook); }

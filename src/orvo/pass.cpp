@@ -10,6 +10,7 @@
 #include <util/profiling.h>
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace orvo {
 
@@ -50,17 +51,17 @@ class ModelRound {
 
     std::size_t size() const { return mModels.size(); }
     /// Null for a model that has died.
-    Model *at(std::size_t index) const { return mModels[index]; }
+    Model *at(std::size_t index) const { return mDead.count(mModels[index]) != 0 ? nullptr : mModels[index]; }
 
   private:
     using Callback = util::Function<void(Model &)>;
     Callback callback() { return Callback::bind<&ModelRound::onModelDying>(this); }
-    void onModelDying(Model &model) {
-        std::replace(mModels.begin(), mModels.end(), &model, static_cast<Model *>(nullptr));
-    }
+    void onModelDying(Model &model) { mDead.insert(&model); }
 
     Design &mDesign;
     std::vector<Model *> mModels;
+    /// A new model may come to stand where a dead one stood; it is not of this round either way.
+    std::unordered_set<const Model *> mDead;
 };
 
 const char *labelOf(unsigned int action) {

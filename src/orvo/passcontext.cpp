@@ -84,7 +84,10 @@ PassSchedulerStateItem *PassSchedulerState::getItemOfState(const PureValueRef &k
 }
 
 void PassSchedulerState::setItemOfState(const PureValueRef &key, PassSchedulerStateItem *item) {
-    mItems[key].reset(item);
+    std::unique_ptr<PassSchedulerStateItem> &held = mItems[key];
+    if (held.get() != item) {
+        held.reset(item);
+    }
 }
 
 namespace {
@@ -111,7 +114,7 @@ void ApplicableQueues::hook() {
     }
 }
 
-std::list<Block *> &ApplicableQueues::of(const Model &model) { return mQueues[&model]; }
+const std::list<Block *> &ApplicableQueues::of(const Model &model) { return mQueues[&model]; }
 
 void ApplicableQueues::enqueue(const Model &model, Block *block) {
     hook();
@@ -154,9 +157,8 @@ void ApplicableQueues::onBlockDying(Block &block) {
 }
 
 void ApplicableQueues::onModelDying(Model &model) {
-    // Views on the model may hold its list, which therefore stays, empty: the blocks leave it as they die.
-    for (Block *block : std::list<Block *>(of(model))) {
-        onBlockDying(*block);
+    // Views on the model may hold its list, which therefore stays, empty. Blocks may wait under other models, too.
+    while (dequeue(model) != nullptr) {
     }
 }
 
@@ -166,7 +168,7 @@ PassContext::PassContext(Design &design, const PassMap &passes, const ParamsMap 
 
 PassContext::~PassContext() = default;
 
-std::list<Block *> &PassContext::getApplicableQueue(const Model &model) { return mQueues->of(model); }
+const std::list<Block *> &PassContext::getApplicableQueue(const Model &model) { return mQueues->of(model); }
 
 std::size_t PassContext::totalQueueSize() const { return mQueues->totalSize(); }
 
@@ -218,14 +220,14 @@ ModelGenerationHelper PassContext::getRunModelGenerationHelperPointer(const Pass
 
 ModelPassContext::ModelPassContext(Model &model, PassContext &parent)
     : PassContext(parent.getDesign(), parent.mPasses, parent.mParams, parent.mState), mModel(model),
-      mQueueSource(parent.mQueues.get()), mQueue(&mQueueSource->of(model)), mUsingLocalQueue(false) {}
+      mQueueSource(parent.queueSource()), mQueue(&mQueueSource->of(model)), mUsingLocalQueue(false) {}
 
 ModelPassContext::ModelPassContext(Model &model, Design &design, const PassMap &passes, const ParamsMap &params,
                                    PassSchedulerState *state)
     : PassContext(design, passes, params, state), mModel(model), mQueueSource(mQueues.get()),
       mQueue(&mQueueSource->of(model)), mUsingLocalQueue(true) {}
 
-std::list<Block *> &ModelPassContext::getApplicableQueue(const Model &model) {
+const std::list<Block *> &ModelPassContext::getApplicableQueue(const Model &model) {
     ORVO_ASSERT(mUsingLocalQueue, "a view on one model is asked for the queues of its parent");
     return PassContext::getApplicableQueue(model);
 }

@@ -6,6 +6,8 @@
 #include <orvo/logging.h>
 #include <orvo/pass.h>
 
+#include <util/profiling.h>
+
 #include <algorithm>
 
 namespace orvo {
@@ -29,6 +31,18 @@ namespace internal {
 namespace {
 
 enum PassCmdKind { PASSCMD_APPLY = 0, PASSCMD_DELETE = 1 };
+
+/// Closes the sections of the profiling log that an exception leaves open.
+class SectionUnwinder {
+  public:
+    SectionUnwinder() : mDepth(util::ProfilingLog::depth()) {}
+    ~SectionUnwinder() { util::ProfilingLog::unwindTo(mDepth); }
+    SectionUnwinder(const SectionUnwinder &) = delete;
+    SectionUnwinder &operator=(const SectionUnwinder &) = delete;
+
+  private:
+    std::size_t mDepth;
+};
 
 struct PassCmd {
     PassCmdKind kind;
@@ -144,6 +158,7 @@ void PassResultsImpl::applyPass(const PassCmd &command, std::size_t index, PassI
     if (instrumentation != nullptr && !instrumentation->shouldRun(execution, *mDesign)) {
         return;
     }
+    const SectionUnwinder unwinder;
     const std::uint64_t before = mDesign->editCount();
     if (instrumentation != nullptr) {
         instrumentation->beforePass(execution, *mDesign);
@@ -187,11 +202,21 @@ void PassResultsImpl::run(const std::vector<PassRequest> &requests, const std::s
     }
     mTemporary.clear();
     std::size_t index = 0;
-    for (const PassCmd &command : commands) {
-        if (command.kind == PASSCMD_APPLY) {
-            applyPass(command, index++, instrumentation);
-        } else {
-            deletePass(command.pass);
+    for (auto command = commands.begin(); command != commands.end(); ++command) {
+        if (command->kind == PASSCMD_DELETE) {
+            deletePass(command->pass);
+            continue;
+        }
+        try {
+            applyPass(*command, index++, instrumentation);
+        } catch (...) {
+            // What only this run needed goes with it.
+            for (; command != commands.end(); ++command) {
+                if (command->kind == PASSCMD_DELETE) {
+                    deletePass(command->pass);
+                }
+            }
+            throw;
         }
     }
 }
@@ -206,6 +231,8 @@ PassResults::~PassResults() = default;
 Pass *PassResults::getPass(const std::string &name) const {
     auto hit = mImpl->passes().lower_bound(PassRequest{name, {}});
     ORVO_ASSERT(hit != mImpl->passes().end() && hit->first.name == name, "no pass of this name was kept");
+    [[maybe_unused]] const auto next = std::next(hit);
+    ORVO_ASSERT(next == mImpl->passes().end() || next->first.name != name, "several passes of this name were kept");
     return hit->second;
 }
 

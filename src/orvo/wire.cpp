@@ -63,7 +63,8 @@ void Wire::registerPort(Port *port) {
 }
 
 void Wire::unregisterPort(Port *port) {
-    ORVO_ASSERT(port->getBackReference() == PortIterator(port) && mPortCount > 0, "a wire does not know its port");
+    ORVO_ASSERT(port->mWire == this && port->getBackReference() == PortIterator(port) && mPortCount > 0,
+                "a wire does not know its port");
     (port->mPrevious == nullptr ? mFirst : port->mPrevious->mNext) = port->mNext;
     (port->mNext == nullptr ? mLast : port->mNext->mPrevious) = port->mPrevious;
     port->mPrevious = nullptr;

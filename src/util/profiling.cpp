@@ -86,6 +86,14 @@ void ProfilingLog::end() {
     }
 }
 
+std::size_t ProfilingLog::depth() { return tl_log ? tl_log->open.size() : 0; }
+
+void ProfilingLog::unwindTo(std::size_t depth) {
+    while (tl_log && tl_log->open.size() > depth) {
+        tl_log->close();
+    }
+}
+
 std::unique_ptr<ProfilingNode> ProfilingLog::take() {
     if (!tl_log) {
         return nullptr;
