@@ -20,7 +20,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class AtomicFileTest : public ::testing::TestWithParam<bool> {
+enum class Way { Unnamed, Named, Copied };
+
+class AtomicFileTest : public ::testing::TestWithParam<Way> {
   protected:
     AtomicFileTest() {
         folder = ::testing::TempDir() + "orvo-atomic-" + std::to_string(::getpid());
@@ -31,7 +33,8 @@ class AtomicFileTest : public ::testing::TestWithParam<bool> {
     ~AtomicFileTest() override { fs::remove_all(folder); }
     AtomicFile::Options options() const {
         AtomicFile::Options chosen;
-        chosen.forceNamed = GetParam();
+        chosen.forceNamed = GetParam() == Way::Named;
+        chosen.forbidLink = GetParam() == Way::Copied;
         return chosen;
     }
     void put(const std::string &text) { std::ofstream(target) << text; }
@@ -96,6 +99,18 @@ TEST_P(AtomicFileTest, writesThroughASymbolicLink) {
     EXPECT_TRUE(fs::exists(folder + "/made"));
 }
 
+TEST_P(AtomicFileTest, writesToTheEndOfAChainOfLinksThatIsStillToBeMade) {
+    fs::create_symlink("second", folder + "/first");
+    fs::create_symlink("target", folder + "/second");
+    AtomicFile file(folder + "/first", options());
+    file.stream() << "new";
+    ASSERT_TRUE(file.commit());
+    EXPECT_EQ(content(), "new");
+    EXPECT_TRUE(fs::is_symlink(folder + "/first"));
+    EXPECT_TRUE(fs::is_symlink(folder + "/second"));
+    EXPECT_FALSE(fs::is_symlink(target));
+}
+
 TEST_P(AtomicFileTest, reportsFoldersThatDoNotTakeAFile) {
     std::string error;
     AtomicFile missing(folder + "/none/x", options());
@@ -148,7 +163,7 @@ TEST_P(AtomicFileTest, leavesAWholeTargetWhenItsWriterIsKilled) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(UnnamedAndNamed, AtomicFileTest, ::testing::Bool());
+INSTANTIATE_TEST_SUITE_P(Ways, AtomicFileTest, ::testing::Values(Way::Unnamed, Way::Named, Way::Copied));
 
 TEST(AtomicFileDirect, writesWhatIsNoRegularFileDirectly) {
     AtomicFile nothing("/dev/null");

@@ -262,6 +262,19 @@ TEST_F(XmlTest, boundsTheElementsThatRepeatsMake) {
     EXPECT_EQ(errorsOf(document(params)), Errors{"ERR_BAD_PARAM_VALUE"});
 }
 
+TEST_F(XmlTest, tellsThePlaceOfAByteThatIsNoCharacter) {
+    std::string lines;
+    for (int i = 0; i < 5000; ++i) {
+        lines += "<model name=\"m" + std::to_string(i) + "\"/>\n";
+    }
+    for (const char *bad : {"\xff", "\xc3(", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xe0\x80\x80"}) {
+        const std::string text = document(lines + "<!-- \xc3\xa9" + bad + " -->");
+        const auto row =
+            static_cast<int>(std::count(text.begin(), text.begin() + static_cast<long>(text.find("<!--")), '\n')) + 1;
+        EXPECT_EQ(read(text), Errors{"ERR_MALFORMED_XML " + std::to_string(row) + ":7"}) << bad;
+    }
+}
+
 TEST_F(XmlTest, boundsTheElementsThatRepeatsMakeInNamesAndKeys) {
     std::string blocks;
     std::string keys;

@@ -18,6 +18,8 @@ class ORVO_API AtomicFile {
     struct Options {
         /// Uses a temporary name even where a file without a name could be had.
         bool forceNamed = false;
+        /// Does as if a file without a name could not be given one.
+        bool forbidLink = false;
     };
 
     explicit AtomicFile(const std::string &path);

@@ -19,6 +19,9 @@ class ORVO_API DiagnosticSink {
 /// sink before.
 ORVO_API DiagnosticSink *setDiagnosticSink(DiagnosticSink *sink);
 
+/// Gives a line to the sink or, where there is none, to standard error as it stands.
+ORVO_API void reportDiagnostic(bool isError, const std::string &text);
+
 } // namespace util
 
 /// Print by printf rules; the text ends its own line.

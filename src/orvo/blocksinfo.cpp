@@ -127,7 +127,8 @@ class CatalogueReader {
     }
 
     void failEntry() {
-        std::cerr << "could not parse " << mLine << " at line " << mNumber << " in file " << mFile << '\n';
+        util::reportDiagnostic(false, "could not parse " + mLine + " at line " + std::to_string(mNumber) + " in file " +
+                                          mFile);
         skipEntry();
     }
 
@@ -328,7 +329,7 @@ namespace {
 
 std::string foundOrEmpty(const std::string *found, const std::string &key) {
     if (found == nullptr) {
-        std::cerr << "Key " << key << " not found in BlocksInfo map!\n";
+        util::reportDiagnostic(false, "Key " + key + " not found in BlocksInfo map!");
         return "EMPTY";
     }
     return *found;

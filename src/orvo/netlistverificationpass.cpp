@@ -7,9 +7,8 @@
 #include <orvo/model.h>
 #include <orvo/netlistverification.h>
 
+#include <util/diagnostics.h>
 #include <util/features.h>
-
-#include <iostream>
 
 namespace orvo {
 
@@ -29,12 +28,12 @@ void failOn(const std::vector<CatalogueFinding> &findings) {
     bool extra = false;
     for (const CatalogueFinding &finding : findings) {
         if (finding.kind == CatalogueFinding::Kind::Extra) {
-            std::cerr << finding.text << '\n';
+            util::reportDiagnostic(true, finding.text);
             extra = true;
             continue;
         }
         if (finding.kind == CatalogueFinding::Kind::UnknownBlockType) {
-            std::cerr << "Unrecognized block: " << finding.subject << '\n';
+            util::reportDiagnostic(true, "Unrecognized block: " + finding.subject);
         }
         fail(finding.text);
     }
@@ -55,8 +54,8 @@ void NetlistVerificationPass::apply(ModelPassContext &context) {
     for (const Block &block : context.getModel()) {
         std::vector<CatalogueFinding> findings = verifier.verify(block);
         for (; reported < verifier.unmappedConnections().size(); ++reported) {
-            std::cerr << "Connection " << verifier.unmappedConnections()[reported]
-                      << " is ignored as it doesn't have a mapping\n";
+            util::reportDiagnostic(false, "Connection " + verifier.unmappedConnections()[reported] +
+                                              " is ignored as it doesn't have a mapping");
         }
         failOn(findings);
     }

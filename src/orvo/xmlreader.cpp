@@ -43,10 +43,62 @@ using ErrorType = XMLServices::ErrorType;
 /// Ends the parser's work from inside a handler.
 struct StopReading {};
 
+/// Finds the first byte that is no UTF-8: the parser tells only where the block of bytes begins that it was decoding.
+class Utf8Checker {
+  public:
+    void feed(const unsigned char *bytes, std::size_t count) {
+        for (std::size_t i = 0; i < count && !mBad; ++i) {
+            const unsigned char byte = bytes[i];
+            if (mMissing == 0) {
+                start(byte);
+            } else {
+                mBad = byte < mLow || byte > mHigh;
+                mLow = 0x80;
+                mHigh = 0xbf;
+                --mMissing;
+            }
+        }
+    }
+    bool bad() const { return mBad; }
+    int row() const { return mRow; }
+    int column() const { return mColumn; }
+
+  private:
+    /// The first byte of a character tells how many follow, and bounds the second one.
+    void start(unsigned char byte) {
+        if (byte == '\n') {
+            ++mRow;
+            mColumn = 0;
+            return;
+        }
+        ++mColumn;
+        if (byte < 0x80) {
+            return;
+        }
+        mBad = byte < 0xc2 || byte > 0xf4;
+        mMissing = byte < 0xe0 ? 1 : byte < 0xf0 ? 2 : 3;
+        mLow = byte == 0xe0 ? 0xa0 : byte == 0xf0 ? 0x90 : 0x80;
+        mHigh = byte == 0xed ? 0x9f : byte == 0xf4 ? 0x8f : 0xbf;
+    }
+
+    int mRow = 1;
+    int mColumn = 0;
+    int mMissing = 0;
+    unsigned char mLow = 0x80;
+    unsigned char mHigh = 0xbf;
+    bool mBad = false;
+};
+
+/// What is known of the document's bytes so far.
+struct SourceState {
+    std::size_t bytes = 0;
+    Utf8Checker utf8;
+};
+
 /// Gives the parser the bytes of a standard stream.
 class IStreamBinAdaptor final : public xercesc::BinInputStream {
   public:
-    IStreamBinAdaptor(std::istream &in, std::size_t &bytes) : mIn(in), mBytes(bytes) {}
+    IStreamBinAdaptor(std::istream &in, SourceState &state) : mIn(in), mState(state) {}
     XMLFilePos curPos() const override { return mPosition; }
     XMLSize_t readBytes(XMLByte *const to, const XMLSize_t most) override {
         if (!mIn.good() || mIn.rdbuf() == nullptr) {
@@ -57,25 +109,26 @@ class IStreamBinAdaptor final : public xercesc::BinInputStream {
             mIn.setstate(std::ios::eofbit);
         }
         mPosition += static_cast<XMLFilePos>(count);
-        mBytes += static_cast<std::size_t>(count);
+        mState.bytes += static_cast<std::size_t>(count);
+        mState.utf8.feed(to, static_cast<std::size_t>(count));
         return static_cast<XMLSize_t>(count);
     }
     const XMLCh *getContentType() const override { return nullptr; }
 
   private:
     std::istream &mIn;
-    std::size_t &mBytes;
+    SourceState &mState;
     XMLFilePos mPosition = 0;
 };
 
 class IStreamSourceAdaptor final : public xercesc::InputSource {
   public:
-    IStreamSourceAdaptor(std::istream &in, std::size_t &bytes) : mIn(in), mBytes(bytes) {}
-    xercesc::BinInputStream *makeStream() const override { return new IStreamBinAdaptor(mIn, mBytes); }
+    IStreamSourceAdaptor(std::istream &in, SourceState &state) : mIn(in), mState(state) {}
+    xercesc::BinInputStream *makeStream() const override { return new IStreamBinAdaptor(mIn, mState); }
 
   private:
     std::istream &mIn;
-    std::size_t &mBytes;
+    SourceState &mState;
 };
 
 bool equals(const XMLCh *text, const char *ascii) {
@@ -197,11 +250,20 @@ class DesignHandler final : public xercesc::DefaultHandler {
         : mDesign(design), mErrorFunc(errorFunc), mReader(design.getContext()) {}
 
     /// Of the document, so far.
-    std::size_t bytesRead = 0;
+    SourceState source;
     bool failed() const { return mFailed; }
     /// Reports what only the end of the document tells, and binds the node paths.
     void finish();
     void report(ErrorType type, int row, int column) { mFailed = mErrorFunc(type, row, column) || mFailed; }
+
+    /// With the place of the byte where the parser met one that is no character.
+    void reportMalformed(int row, int column, const XMLCh *message) {
+        static const XMLCh about[] = {'b', 'y', 't', 'e', 0};
+        const bool isEncoding =
+            source.utf8.bad() && message != nullptr && xercesc::XMLString::patternMatch(message, about) >= 0;
+        report(XMLServices::ERR_MALFORMED_XML, isEncoding ? source.utf8.row() : row,
+               isEncoding ? source.utf8.column() : column);
+    }
 
     void setDocumentLocator(const xercesc::Locator *const locator) override { mLocator = locator; }
     void refuseDocumentType() { malformed(); }
@@ -211,8 +273,8 @@ class DesignHandler final : public xercesc::DefaultHandler {
     void characters(const XMLCh *const text, const XMLSize_t length) override;
     void ignorableWhitespace(const XMLCh *const text, const XMLSize_t length) override { characters(text, length); }
     void fatalError(const xercesc::SAXParseException &exception) override {
-        report(XMLServices::ERR_MALFORMED_XML, static_cast<int>(exception.getLineNumber()),
-               static_cast<int>(exception.getColumnNumber()));
+        reportMalformed(static_cast<int>(exception.getLineNumber()), static_cast<int>(exception.getColumnNumber()),
+                        exception.getMessage());
         throw StopReading();
     }
     xercesc::InputSource *resolveEntity(const XMLCh *const, const XMLCh *const) override {
@@ -248,7 +310,7 @@ class DesignHandler final : public xercesc::DefaultHandler {
     bool isOurs(const XMLCh *uri);
     bool tooManyRepeats() const {
         const std::size_t bound =
-            std::max(limits::kDocumentRepeatedElements, bytesRead * limits::kDocumentRepeatedElementsPerByte);
+            std::max(limits::kDocumentRepeatedElements, source.bytes * limits::kDocumentRepeatedElementsPerByte);
         return mReader.repeatedElements() > bound;
     }
     void skip() { mSkipDepth = 1; }
@@ -542,13 +604,13 @@ bool readDesign(std::istream &in, Design &design, const XMLServices::ErrorFunc &
         // Without a lexical handler the parser tells nobody of a document type.
         parser.setLexicalHandler(&handler);
         parser.setEntityResolver(&handler);
-        parser.parse(IStreamSourceAdaptor(in, handler.bytesRead));
+        parser.parse(IStreamSourceAdaptor(in, handler.source));
         handler.finish();
     } catch (const StopReading &) {
         // The error was heard where it arose; what was not read cannot be let pass.
         return false;
     } catch (const xercesc::XMLException &exception) {
-        handler.report(XMLServices::ERR_MALFORMED_XML, static_cast<int>(exception.getSrcLine()), -1);
+        handler.reportMalformed(-1, -1, exception.getMessage());
         return false;
     } catch (const xercesc::SAXException &) {
         handler.report(XMLServices::ERR_MALFORMED_XML, -1, -1);

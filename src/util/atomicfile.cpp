@@ -11,6 +11,8 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <mutex>
 #include <streambuf>
 #include <vector>
 
@@ -83,15 +85,20 @@ std::string resolved(const std::string &path) {
         std::free(real);
         return text;
     }
-    // A link to a file that is still to be made.
-    char target[PATH_MAX];
-    ssize_t length = ::readlink(path.c_str(), target, sizeof target);
-    if (length <= 0 || length == static_cast<ssize_t>(sizeof target)) {
-        return path;
+    // A chain of links to a file that is still to be made.
+    constexpr int kMostLinks = 40;
+    std::string at = path;
+    for (int link = 0; link < kMostLinks; ++link) {
+        char target[PATH_MAX];
+        const ssize_t length = ::readlink(at.c_str(), target, sizeof target);
+        if (length <= 0 || length == static_cast<ssize_t>(sizeof target)) {
+            return at;
+        }
+        const std::string to(target, static_cast<std::size_t>(length));
+        const std::size_t slash = at.rfind('/');
+        at = to.front() == '/' || slash == std::string::npos ? to : at.substr(0, slash + 1) + to;
     }
-    std::string to(target, static_cast<std::size_t>(length));
-    std::size_t slash = path.rfind('/');
-    return to.front() == '/' || slash == std::string::npos ? to : path.substr(0, slash + 1) + to;
+    return path;
 }
 
 std::string folderOf(const std::string &path) {
@@ -106,13 +113,27 @@ std::string temporaryName(const std::string &target) {
     return folder + ".orvo-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".tmp";
 }
 
+/// The process's mask, without setting it for a moment, in which another thread could make a file.
+mode_t fileModeMask() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.rfind("Umask:", 0) == 0) {
+            return static_cast<mode_t>(std::strtoul(line.c_str() + 6, nullptr, 8));
+        }
+    }
+    static std::mutex oneAtATime;
+    const std::lock_guard<std::mutex> lock(oneAtATime);
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    return mask;
+}
+
 mode_t modeFor(const struct stat *present) {
     if (present != nullptr) {
         return present->st_mode & 07777;
     }
-    mode_t mask = ::umask(0);
-    ::umask(mask);
-    return kDefaultMode & ~mask;
+    return kDefaultMode & ~fileModeMask();
 }
 
 } // namespace
@@ -126,6 +147,7 @@ struct AtomicFile::Impl {
     std::ostream stream{&buffer};
     mode_t mode = kDefaultMode;
     bool direct = false;
+    bool linkable = true;
     bool done = false;
 
     void fail(int number) {
@@ -138,6 +160,7 @@ struct AtomicFile::Impl {
     bool openUnnamed();
     void openNamed();
     bool nameIt();
+    bool copyToNamed();
     bool commit();
     void close() {
         if (buffer.fd() >= 0) {
@@ -174,6 +197,7 @@ void AtomicFile::Impl::open(const Options &options) {
         return;
     }
     mode = modeFor(exists ? &info : nullptr);
+    linkable = !options.forbidLink;
     if (options.forceNamed || !openUnnamed()) {
         openNamed();
     }
@@ -181,7 +205,7 @@ void AtomicFile::Impl::open(const Options &options) {
 
 bool AtomicFile::Impl::openUnnamed() {
 #ifdef O_TMPFILE
-    int fd = ::open(folderOf(target).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+    int fd = ::open(folderOf(target).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
     if (fd >= 0) {
         buffer.open(fd);
         return true;
@@ -212,17 +236,41 @@ bool AtomicFile::Impl::nameIt() {
         return true;
     }
     std::string self = "/proc/self/fd/" + std::to_string(buffer.fd());
-    for (int attempt = 0; attempt < 100; ++attempt) {
+    for (int attempt = 0; linkable && attempt < 100; ++attempt) {
         std::string name = temporaryName(target);
-        if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        // The first way needs a right that few processes have, the second a mounted /proc.
+        if (::linkat(buffer.fd(), "", AT_FDCWD, name.c_str(), AT_EMPTY_PATH) == 0 ||
+            (errno != EEXIST && ::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0)) {
             temporary = name;
             return true;
         }
-        if (errno != EEXIST) {
-            return false;
-        }
+        linkable = errno == EEXIST;
     }
-    return false;
+    return copyToNamed();
+}
+
+/// For a file without a name that cannot be given one.
+bool AtomicFile::Impl::copyToNamed() {
+    const int from = buffer.fd();
+    openNamed();
+    bool good = error.empty();
+    std::vector<char> bytes(kBufferBytes);
+    for (off_t at = 0; good;) {
+        const ssize_t count = ::pread(from, bytes.data(), bytes.size(), at);
+        if (count == 0) {
+            break;
+        }
+        if (count > 0) {
+            at += count;
+            std::ostream(&buffer).write(bytes.data(), count).flush();
+        }
+        good = (count > 0 || errno == EINTR) && buffer.errorNumber() == 0;
+    }
+    const int reason = buffer.errorNumber() != 0 ? buffer.errorNumber() : errno;
+    good = good && ::fchmod(buffer.fd(), mode) == 0 && ::fsync(buffer.fd()) == 0;
+    ::close(from);
+    errno = reason;
+    return good;
 }
 
 bool AtomicFile::Impl::commit() {

@@ -31,6 +31,14 @@ DiagnosticSink *setDiagnosticSink(DiagnosticSink *sink) {
     return before;
 }
 
+void reportDiagnostic(bool isError, const std::string &text) {
+    if (tl_sink != nullptr) {
+        tl_sink->onDiagnostic(isError, text + "\n");
+    } else {
+        std::cerr << text + "\n" << std::flush;
+    }
+}
+
 } // namespace util
 
 void brenn_warning_printf(const char *format, ...) {
