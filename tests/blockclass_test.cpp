@@ -7,6 +7,7 @@
 #include <orvo/handlers.h>
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
+#include <orvo/typeinfer.h>
 
 #include <gtest/gtest.h>
 

@@ -8,6 +8,7 @@
 #include <orvo/handlers.h>
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
+#include <orvo/typeinfer.h>
 
 #include <gtest/gtest.h>
 

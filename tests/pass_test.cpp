@@ -348,7 +348,7 @@ template <class Base> class PhasePass final : public Base {
     void note(const char *what, ModelPassContext &context) {
         lines.push_back(std::string(what) + " " + context.getModel().getName()->toString());
     }
-    void useCache(GlobalTypeCache *cache) { this->mTypeCache = cache; }
+    void useCache(FreezableTypes *cache) { this->mTypeCache = cache; }
 
     bool enqueue = false;
     int dequeued = 0;
@@ -410,7 +410,7 @@ TEST_F(PhaseTest, skipsAModelThatIsNotToBeOptimised) {
     EXPECT_EQ(plain.lines, (Lines{"before", "apply m", "apply n", "after"}));
 }
 
-struct CacheLog final : GlobalTypeCache {
+struct CacheLog final : FreezableTypes {
     void freeze() override { lines.push_back("freeze"); }
     void thaw() override { lines.push_back("thaw"); }
     Lines lines;

@@ -13,9 +13,9 @@ namespace {
 TEST(PassTable, registersThePassesInItsOrder) {
     ContextMgr mgr;
     const std::vector<std::string> expected = {
-        "DeadBlockPass", "DeadBlockLatePass",      "AggressiveDeadBlockPass", "AggressiveDeadBlockLatePass",
-        "DumpXMLPass",   "ElideTerminalPass",      "ElideUnpackPass",         "ModelTreePass",
-        "DeadModelPass", "NetlistVerificationPass"};
+        "DeadBlockPass",   "DeadBlockLatePass", "AggressiveDeadBlockPass", "AggressiveDeadBlockLatePass",
+        "DumpTypesPass",   "DumpXMLPass",       "GlobalTypePass",          "ElideTerminalPass",
+        "ElideUnpackPass", "ModelTreePass",     "DeadModelPass",           "NetlistVerificationPass"};
     std::vector<std::string> registered = internal::registeredPasses();
     registered.resize(expected.size());
     EXPECT_EQ(registered, expected);

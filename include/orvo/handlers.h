@@ -6,9 +6,6 @@
 
 namespace orvo {
 
-/// The type rule of a block type.
-class ORVO_API TypeInferHandler : public BlockHandler {};
-class ORVO_API TypeInferHandler2 : public BlockHandler {};
 /// How a block of compound signals becomes blocks of their parts.
 class ORVO_API AggregateUnrollHandler : public BlockHandler {};
 class ORVO_API ComplexUnrollHandler : public BlockHandler {};

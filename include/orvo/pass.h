@@ -16,7 +16,7 @@ namespace orvo {
 
 class Block;
 class Design;
-class GlobalTypeCache;
+class FreezableTypes;
 class Model;
 class ModelPassContext;
 class Pass;
@@ -233,7 +233,8 @@ class ORVO_API TwoPhaseModelPass : public OptimizeModelPass {
     virtual unsigned int lookupActionFor(PassContext &context, unsigned int iteration);
 
   protected:
-    GlobalTypeCache *mTypeCache = nullptr;
+    /// Not owned; null for a pass that looks at no types.
+    FreezableTypes *mTypeCache = nullptr;
 };
 
 /// One round of gathering and doing.
@@ -243,9 +244,9 @@ class ORVO_API TwoPhaseOnceModelPass : public TwoPhaseModelPass {
 };
 
 /// The answers about types that stay as they are while a pass rewrites blocks.
-class ORVO_API GlobalTypeCache {
+class ORVO_API FreezableTypes {
   public:
-    virtual ~GlobalTypeCache();
+    virtual ~FreezableTypes();
     /// From here on the cached answers are given, whatever the netlist has become.
     virtual void freeze() = 0;
     /// From here on the answers follow the netlist again.

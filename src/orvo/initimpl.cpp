@@ -5,12 +5,14 @@
 #include "orvo/deadblockhandlers.h"
 #include "orvo/passtable.h"
 #include "orvo/portordering.h"
+#include "orvo/typerules.h"
 #include "orvo/valuetext.h"
 
 #include <orvo/blocksinfo.h>
 #include <orvo/context.h>
 #include <orvo/handlers.h>
 #include <orvo/nonsblocks.h>
+#include <orvo/typeinfer.h>
 
 #include <mutex>
 
@@ -26,25 +28,27 @@ std::once_flag gCatalogueRead;
 BlocksInfo *gCatalogue = nullptr;
 
 /// Each module opens the context and registers what its families have to say.
-#define ORVO_MODULE(NAME)                                                                                              \
-    void initialiseORVO_##NAME##Blocks(Context *context) {                                                             \
-        ContextMgr guard(context);                                                                                     \
-        registerDeadBlockHandlers(context, BlockModule::NAME);                                                         \
-    }
-ORVO_MODULE(Common)
-ORVO_MODULE(IP)
-ORVO_MODULE(Prim)
-ORVO_MODULE(Bus)
-ORVO_MODULE(Sarnet)
-ORVO_MODULE(ExtMem)
-ORVO_MODULE(Misc)
-ORVO_MODULE(FFT)
-#undef ORVO_MODULE
-
-void initialiseORVO_PipeBlock(Context *context) {
+void initialiseModule(Context *context, BlockModule module, std::initializer_list<std::span<const TypeRuleRow>> rules) {
     ContextMgr guard(context);
-    registerDeadBlockHandlers(context, BlockModule::Pipe);
+    registerDeadBlockHandlers(context, module);
+    for (const std::span<const TypeRuleRow> rows : rules) {
+        registerTypeRules(context, rows);
+    }
 }
+
+void initialiseORVO_CommonBlocks(Context *context) {
+    initialiseModule(context, BlockModule::Common, {commonTypeRules()});
+}
+void initialiseORVO_IPBlocks(Context *context) { initialiseModule(context, BlockModule::IP, {ipTypeRules()}); }
+void initialiseORVO_PrimBlocks(Context *context) {
+    initialiseModule(context, BlockModule::Prim, {primTypeRules(), mathTypeRules(), memoryTypeRules()});
+}
+void initialiseORVO_PipeBlock(Context *context) { initialiseModule(context, BlockModule::Pipe, {}); }
+void initialiseORVO_BusBlocks(Context *context) { initialiseModule(context, BlockModule::Bus, {}); }
+void initialiseORVO_SarnetBlocks(Context *context) { initialiseModule(context, BlockModule::Sarnet, {}); }
+void initialiseORVO_ExtMemBlocks(Context *context) { initialiseModule(context, BlockModule::ExtMem, {}); }
+void initialiseORVO_MiscBlocks(Context *context) { initialiseModule(context, BlockModule::Misc, {miscTypeRules()}); }
+void initialiseORVO_FFTBlocks(Context *context) { initialiseModule(context, BlockModule::FFT, {}); }
 
 void initialiseORVO_PortOrderingHandlers(Context *context) {
     ContextMgr guard(context);

@@ -167,6 +167,6 @@ unsigned int TwoPhaseOnceModelPass::lookupActionFor(PassContext &, unsigned int 
     return iteration == 0 ? ACTION_ANALYZE : iteration == 1 ? ACTION_APPLY : ACTION_DONE;
 }
 
-GlobalTypeCache::~GlobalTypeCache() = default;
+FreezableTypes::~FreezableTypes() = default;
 
 } // namespace orvo

@@ -3,12 +3,14 @@
 
 #include "orvo/deadblockpass.h"
 #include "orvo/deadmodelpass.h"
+#include "orvo/dumptypespass.h"
 #include "orvo/dumpxmlpass.h"
 #include "orvo/elideterminalpass.h"
 #include "orvo/elideunpackpass.h"
 #include "orvo/netlistverificationpass.h"
 
 #include <orvo/modeltreepass.h>
+#include <orvo/typeinferpass.h>
 
 namespace orvo::internal {
 
@@ -23,16 +25,12 @@ struct Row {
 #define ORVO_PASS_ROW(PASS)                                                                                            \
     { #PASS, &PASS::create, &PASS::defaultParamSettings }
 constexpr Row kPasses[] = {
-    ORVO_PASS_ROW(DeadBlockPass),
-    ORVO_PASS_ROW(DeadBlockLatePass),
-    ORVO_PASS_ROW(AggressiveDeadBlockPass),
-    ORVO_PASS_ROW(AggressiveDeadBlockLatePass),
-    ORVO_PASS_ROW(DumpXMLPass),
-    ORVO_PASS_ROW(ElideTerminalPass),
-    ORVO_PASS_ROW(ElideUnpackPass),
-    ORVO_PASS_ROW(ModelTreePass),
-    ORVO_PASS_ROW(DeadModelPass),
-    ORVO_PASS_ROW(NetlistVerificationPass),
+    ORVO_PASS_ROW(DeadBlockPass),           ORVO_PASS_ROW(DeadBlockLatePass),
+    ORVO_PASS_ROW(AggressiveDeadBlockPass), ORVO_PASS_ROW(AggressiveDeadBlockLatePass),
+    ORVO_PASS_ROW(DumpTypesPass),           ORVO_PASS_ROW(DumpXMLPass),
+    ORVO_PASS_ROW(GlobalTypePass),          ORVO_PASS_ROW(ElideTerminalPass),
+    ORVO_PASS_ROW(ElideUnpackPass),         ORVO_PASS_ROW(ModelTreePass),
+    ORVO_PASS_ROW(DeadModelPass),           ORVO_PASS_ROW(NetlistVerificationPass),
 };
 #undef ORVO_PASS_ROW
 

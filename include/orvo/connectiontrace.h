@@ -1,0 +1,109 @@
+// ConnectionTrace, the walker along connections: from wires to the ports that they drive, through blocks, into the
+// models that model blocks instantiate and out of them. A subclass says at each step what to record and where to stop.
+#pragma once
+
+#include <orvo/model.h>
+#include <orvo/wire.h>
+
+#include <memory>
+#include <unordered_set>
+#include <vector>
+
+namespace orvo {
+
+class ModelTreePass;
+
+/// What a step of a trace does with what it has met.
+enum TraceAction : unsigned int {
+    /// Not recorded; the trace goes on.
+    TRACE_PASS = 0,
+    /// Not recorded; this branch ends.
+    TRACE_STOP = 1,
+    TRACE_KEEP = 2,
+    TRACE_KEEP_STOP = 3,
+};
+
+/// Each pair of a block and a name is visited once an instance. Model blocks are stepped into and out of; they, and the
+/// edges of models, are shown to `keep` only when asked for. Results stand in the order in which they were met.
+class ORVO_API ConnectionTrace {
+  public:
+    /// Hands out the ports by which a backward trace goes on from a block.
+    class ORVO_API PortIterator {
+      public:
+        virtual ~PortIterator();
+        virtual bool hasNext() const = 0;
+        virtual const Port &next() = 0;
+    };
+    /// Hands out the wires by which a forward trace goes on from a block.
+    class ORVO_API WireIterator {
+      public:
+        virtual ~WireIterator();
+        virtual bool hasNext() const = 0;
+        virtual const Wire &next() = 0;
+    };
+
+    /// A trace that leaves a model only by the chain that led into it.
+    ConnectionTrace();
+    /// One that leaves a model at the start of its chain by every block that instantiates it. The pass must outlive it.
+    explicit ConnectionTrace(ModelTreePass &tree);
+    virtual ~ConnectionTrace();
+    ConnectionTrace(const ConnectionTrace &) = delete;
+    ConnectionTrace &operator=(const ConnectionTrace &) = delete;
+
+    /// Forgets what was visited and found.
+    virtual void reset();
+    virtual TraceAction keep(const Block &block, const RefChain &refChain);
+    /// With the wire through which a backward trace came; asks `keep(block, refChain)` unless overridden.
+    virtual TraceAction keep(const Block &block, const RefChain &refChain, const Wire *wire);
+    /// With the port through which a forward trace came.
+    virtual TraceAction keep(const Block &block, const RefChain &refChain, const Port *port);
+    virtual TraceAction keep(const Wire &wire, const RefChain &refChain);
+    virtual TraceAction keep(const Port &port, const RefChain &refChain);
+    /// What tells one visit of a block from another, beside block and chain: by default nothing, so that a block is
+    /// passed once however many of its wires or ports lead to it.
+    virtual PureValueRef keyForWireName(const Block &block, const PureValueRef &name);
+    virtual PureValueRef keyForPortName(const Block &block, const PureValueRef &name);
+    /// The ways on from a block that was reached by the wire or port of that name; all of them unless overridden.
+    virtual std::unique_ptr<PortIterator> portIterator(Block &block, const PureValueRef &wireName);
+    virtual std::unique_ptr<WireIterator> wireIterator(Block &block, const PureValueRef &portName);
+
+    /// Whether a model block is shown to `keep` when the trace leaves its model.
+    void traceModelBlocksWhenAscending(bool on) { mTraceModelBlocks = on; }
+    /// Whether input and output blocks are shown to `keep` on the way through.
+    void traceInputOutputBlocks(bool on) { mTraceEdges = on; }
+    /// The instance in which the next trace starts.
+    void startRefChain(const RefChain &refChain) { mStart = refChain; }
+
+    void traceForward(const Block &block);
+    void traceForward(const Wire &wire);
+    void traceForward(const Port &port);
+    void traceBackward(const Block &block);
+    void traceBackward(const Wire &wire);
+    void traceBackward(const Port &port);
+
+    using BlockList = std::vector<const Block *>;
+    using PortList = std::vector<const Port *>;
+    BlockList::const_iterator block_begin() const { return mBlocks.begin(); }
+    BlockList::const_iterator block_end() const { return mBlocks.end(); }
+    std::size_t block_size() const { return mBlocks.size(); }
+    PortList::const_iterator port_begin() const { return mPorts.begin(); }
+    PortList::const_iterator port_end() const { return mPorts.end(); }
+    std::size_t port_size() const { return mPorts.size(); }
+
+  private:
+    struct Walk;
+    bool goesOn(TraceAction action, const Block &block);
+    bool goesOn(TraceAction action, const Port &port);
+
+    ModelTreePass *mTree;
+    bool mTraceModelBlocks = false;
+    bool mTraceEdges = false;
+    RefChain mStart;
+    BlockList mBlocks;
+    PortList mPorts;
+    std::unordered_set<const Block *> mRecordedBlocks;
+    std::unordered_set<const Port *> mRecordedPorts;
+    std::unique_ptr<Walk> mWalk;
+};
+
+} // namespace orvo

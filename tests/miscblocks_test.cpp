@@ -1,0 +1,112 @@
+// The type rules of interfaces, scheduled models, stall regions and enables, row by row.
+#include "support/typetable.h"
+
+#include <gtest/gtest.h>
+
+namespace orvo::testing {
+namespace {
+
+const char *const kOut = "primWireOut";
+
+TEST(MiscTypes, passByName) {
+    for (const char *block : {"unschedBlock", "boundaryBlock"}) {
+        checkTypes({{block, block, {{"a", "s8.0"}, {"b", ""}}, {}, {{"a", "s8.0"}, {"b", ""}}}});
+    }
+    checkTypes({{"pipe", "pipeBlock", {{"0", "u1.0"}}, {}, {{kOut, "u1.0"}}}});
+}
+
+TEST(MiscTypes, declareInterfaces) {
+    for (const char *block : {"extIfaceBlock", "hiddenIfaceBlock"}) {
+        checkTypes({{block,
+                     block,
+                     {{"a", "s8.0"}, {"go", ""}},
+                     {{"extIfaceBooleanDeclPorts", "(go absent)"}, {"extIfaceBooleanDeclWires", "(done)"}},
+                     {{"a", "s8.0"}, {"done", "u1.0"}, {"go", "u1.0"}}}});
+    }
+    checkTypes({{"placeholder",
+                 "latencyPlaceholderBlock",
+                 {{"a", "s8.0"}},
+                 {{"latencyPlaceholderTypemap", "((b (typeSFixed 2 2)))"}},
+                 {{"a", ""}, {"b", "s2.2"}}},
+                {"placeholder without a map", "latencyPlaceholderBlock", {{"a", "s8.0"}}, {}, {{"a", "s8.0"}}},
+                {"unsupported",
+                 "unsupportedBlock",
+                 {{"a", ""}},
+                 {{"(unsupportedWirekey w)", "(typeSFixed 2 2)"}},
+                 {{"w", "s2.2"}, {"v", ""}}}});
+}
+
+TEST(MiscTypes, readScheduledModels) {
+    const char *const handle =
+        "(scheduledModelHandleTag info ports (scheduledModelTypesTag ((a (typeSFixed 8 0))) ((y (typeSFixed 9 0)))) "
+        "d t i o s scheduledModelHandleOriginaltypesTag (scheduledModelTypesTag () ((y (typeSFixed 5 5)))))";
+    checkTypes({{"as it is", "scheduledModelBlock", {{"a", ""}}, {{"scheduledModelValue", handle}}, {{"y", "s9.0"}}},
+                {"as it was",
+                 "scheduledModelBlock",
+                 {{"a", ""}},
+                 {{"scheduledModelValue", handle}, {"scheduledModelOriginalTypes", "true"}},
+                 {{"y", "s5.5"}}},
+                {"no handle", "scheduledModelBlock", {}, {{"scheduledModelValue", "(a b c)"}}, {{"y", ""}}}});
+}
+
+TEST(MiscTypes, passThroughStallRegions) {
+    checkTypes({
+        {"enter",
+         "stallenterBlock",
+         {{"stallenterPortStallFront", ""}, {"(stallenterPortkeyDataBack 0)", "s8.0"}},
+         {},
+         {{"(stallenterWirekeyDataFront 0)", "s8.0"},
+          {"stallenterWireStallBack", "u1.0"},
+          {"stallenterWireValidFront", "u1.0"},
+          {"stallenterWireEmptyFront", "u1.0"},
+          {"stallenterWireAlmostEmptyFront", "u1.0"}}},
+        {"exit",
+         "stallexitBlock",
+         {{"(stallexitPortkeyDataBack 1)", "{u1.0}"}},
+         {},
+         {{"(stallexitWirekeyDataFront 1)", "{u1.0}"}, {"stallexitWireStallBack", "u1.0"}}},
+        {"register",
+         "stallregBlock",
+         {{"(stallregPortkeyValidBack 0)", "u1.0"}, {"(stallregPortkeyDataBack 0)", "s8.0"}},
+         {},
+         {{"(stallregWirekeyValidFront 0)", "u1.0"},
+          {"(stallregWirekeyDataFront 0)", "s8.0"},
+          {"stallregWireStallBack", "u1.0"}}},
+        {"enable",
+         "stallenableBlock",
+         {{"(stallenablePortkeyValidBack 0)", "u1.0"}},
+         {},
+         {{"stallenableWireEnable", "u1.0"},
+          {"stallenableWireStallBack", "u1.0"},
+          {"(stallenableWirekeyValidFront 0)", "u1.0"}}},
+        {"connector", "stallvalidConnectorBlock", {{"a", ""}}, {}, {{"w", "u1.0"}}},
+    });
+}
+
+TEST(MiscTypes, areBooleans) {
+    for (const char *block : {"enableSinkBlock", "enableSrcBlock", "readyBlock"}) {
+        checkTypes({{block, block, {}, {}, {{kOut, "u1.0"}}}});
+    }
+    checkTypes({{"error correction", "eccSrcBlock", {}, {}, {{kOut, "u2.0"}}}});
+}
+
+TEST(MiscTypes, uniteThreeOperands) {
+    checkTypes({{"fixed",
+                 "fixedMfuncBlock",
+                 {{"0", "s8.0"}, {"1", "u8.2"}, {"2", "[2] u1.0"}},
+                 {},
+                 {{kOut, "[2] s9.2"}, {"primWireAux", "[2] u1.0"}}},
+                {"fixed of a float",
+                 "fixedMfuncBlock",
+                 {{"0", "float(23,8)"}, {"1", "float(23,8)"}, {"2", "float(23,8)"}},
+                 {},
+                 {{kOut, ""}}},
+                {"float",
+                 "floatMfuncBlock",
+                 {{"0", "float(23,8)"}, {"1", "float(10,5)"}, {"2", "float(23,8)"}},
+                 {},
+                 {{kOut, "float(23,8)"}}}});
+}
+
+} // namespace
+} // namespace orvo::testing

@@ -1,0 +1,341 @@
+// The type rules of arithmetic, logic and bit-level blocks, row by row.
+#include "support/typetable.h"
+
+#include <gtest/gtest.h>
+
+namespace orvo::testing {
+namespace {
+
+const char *const kOut = "primWireOut";
+const char *const kAux = "primWireAux";
+
+TEST(PrimTypes, addInATreeNarrowOnesFirst) {
+    checkTypes({
+        {"two", "addBlock", {{"0", "s8.4"}, {"1", "s6.6"}}, {}, {{kOut, "s9.6"}}},
+        {"narrow ones meet first", "addBlock", {{"0", "u4.0"}, {"1", "u8.0"}, {"2", "u4.0"}}, {}, {{kOut, "u9.0"}}},
+        {"four", "addBlock", {{"0", "u4.0"}, {"1", "u4.0"}, {"2", "u4.0"}, {"3", "u4.0"}}, {}, {{kOut, "u6.0"}}},
+        {"one", "addBlock", {{"0", "s8.4"}}, {}, {{kOut, "s8.4"}}},
+        {"mixed signs", "addBlock", {{"0", "u8.0"}, {"1", "s8.0"}}, {}, {{kOut, "s10.0"}}},
+        {"negative fraction", "addBlock", {{"0", "s8.-2"}, {"1", "s4.-3"}}, {}, {{kOut, "s9.-2"}}},
+        {"no growth", "addBlock", {{"0", "s8.4"}, {"1", "s6.6"}}, {{"addNoGrowth", "true"}}, {{kOut, "s8.6"}}},
+        {"floats", "addBlock", {{"0", "float(23,8)"}, {"1", "float(10,5)"}}, {}, {{kOut, "float(23,8)"}}},
+        {"a float and a fixed", "addBlock", {{"0", "float(23,8)"}, {"1", "s8.0"}}, {}, {{kOut, ""}}},
+        {"a scalar and a vector", "addBlock", {{"0", "s8.0"}, {"1", "[4] s8.0"}}, {}, {{kOut, "[4] s9.0"}}},
+        {"vectors that disagree", "addBlock", {{"0", "[3] s8.0"}, {"1", "[4] s8.0"}}, {}, {{kOut, ""}}},
+        {"a real and a complex", "addBlock", {{"0", "s8.0"}, {"1", "c s8.0"}}, {}, {{kOut, "c s9.0"}}},
+        {"a missing input", "addBlock", {{"0", "s8.0"}, {"1", ""}}, {}, {{kOut, ""}}},
+        {"given type on the data's decorations",
+         "addBlock",
+         {{"0", "[4] s8.0"}, {"1", "c s8.0"}},
+         {{"addType", "(typeSFixed 12 2)"}},
+         {{kOut, "[4] c s12.2"}}},
+        {"many", "monsterAddBlock", {{"0", "u1.0"}, {"1", "u1.0"}, {"2", "u1.0"}}, {}, {{kOut, "u3.0"}}},
+    });
+}
+
+TEST(PrimTypes, subtractSigned) {
+    checkTypes({
+        {"unsigned", "subBlock", {{"0", "u8.0"}, {"1", "u8.0"}}, {}, {{kOut, "s9.0"}}},
+        {"signed", "subBlock", {{"0", "s8.2"}, {"1", "s8.4"}}, {}, {{kOut, "s9.4"}}},
+        {"no growth", "subBlock", {{"0", "u8.0"}, {"1", "u6.1"}}, {{"addNoGrowth", "true"}}, {{kOut, "u8.1"}}},
+        {"floats", "subBlock", {{"0", "fplib(23,8)"}, {"1", "fplib(10,5)"}}, {}, {{kOut, "fplib(23,8)"}}},
+        {"given type", "subBlock", {{"0", "u8.0"}, {"1", "u8.0"}}, {{"addType", "(typeSFixed 4 0)"}}, {{kOut, "s4.0"}}},
+        {"a missing input", "subBlock", {{"0", ""}, {"1", "u8.0"}}, {}, {{kOut, ""}}},
+    });
+}
+
+TEST(PrimTypes, multiplyInFull) {
+    checkTypes({
+        {"mixed", "multBlock", {{"0", "s8.4"}, {"1", "u3.2"}}, {}, {{kOut, "s11.6"}}},
+        {"three", "multBlock", {{"0", "u2.0"}, {"1", "u3.0"}, {"2", "u4.1"}}, {}, {{kOut, "u9.1"}}},
+        {"given type",
+         "multBlock",
+         {{"0", "c s8.4"}, {"1", "s3.2"}},
+         {{"multType", "(typeSFixed 5 5)"}},
+         {{kOut, "c s5.5"}}},
+        {"float", "multBlock", {{"0", "float(10,5)"}, {"1", "float(23,8)"}}, {}, {{kOut, "float(23,8)"}}},
+        {"monster", "monsterMultBlock", {{"0", "u8.4"}, {"1", "s3.2"}}, {}, {{kOut, "s11.6"}}},
+        {"monster of floats", "monsterMultBlock", {{"0", "float(10,5)"}, {"1", "float(10,5)"}}, {}, {{kOut, ""}}},
+    });
+}
+
+TEST(PrimTypes, sumOverADimension) {
+    checkTypes({
+        {"four lanes", "addReduceBlock", {{"0", "[4] s8.0"}}, {}, {{kOut, "s11.0"}}},
+        {"three lanes", "addReduceBlock", {{"0", "[3] s8.0"}}, {}, {{kOut, "s10.0"}}},
+        {"the outermost of two", "addReduceBlock", {{"0", "[4][3] s8.0"}}, {}, {{kOut, "[3] s11.0"}}},
+        {"a scalar", "addReduceBlock", {{"0", "s8.0"}}, {}, {{kOut, "s8.0"}}},
+        {"no growth", "addReduceBlock", {{"0", "[4] s8.0"}}, {{"addNoGrowth", "true"}}, {{kOut, "s8.0"}}},
+        {"several ports", "addReduceBlock", {{"0", "s8.0"}, {"1", "u3.2"}, {"2", "s4.0"}}, {}, {{kOut, "s10.2"}}},
+        {"floats", "addReduceBlock", {{"0", "[4] float(23,8)"}}, {}, {{kOut, "float(23,8)"}}},
+    });
+}
+
+TEST(PrimTypes, sumProductsOfPairs) {
+    checkTypes({
+        {"one pair", "scalarProductBlock", {{"0", "s8.0"}, {"1", "s8.0"}}, {}, {{kOut, "s16.0"}}},
+        {"two pairs",
+         "scalarProductBlock",
+         {{"0", "s8.0"}, {"1", "s8.0"}, {"2", "s4.0"}, {"3", "s4.0"}},
+         {},
+         {{kOut, "s17.0"}}},
+        {"vectors", "scalarProductBlock", {{"0", "[4] s8.0"}, {"1", "[4] s8.0"}}, {}, {{kOut, "s18.0"}}},
+        {"odd ports", "scalarProductBlock", {{"0", "s8.0"}}, {}, {{kOut, ""}}},
+        {"chain",
+         "scalarProductBlock",
+         {{"0", "s8.0"}, {"1", "s8.0"}, {"scalarProductPortChainin", "s20.0"}},
+         {},
+         {{kOut, "s21.0"}}},
+        {"a chain of lanes",
+         "scalarProductBlock",
+         {{"0", "s8.0"}, {"1", "s8.0"}, {"scalarProductPortChainin", "[2] s20.0"}},
+         {},
+         {{kOut, ""}}},
+    });
+}
+
+TEST(PrimTypes, holdEveryInput) {
+    for (const char *block : {"minBlock", "maxBlock", "saturateBlock", "dimBlock", "magminBlock", "magmaxBlock"}) {
+        checkTypes({{block, block, {{"0", "s8.0"}, {"1", "u8.2"}}, {}, {{kOut, "s9.2"}}},
+                    {block, block, {{"0", "s8.0"}, {"1", "float(23,8)"}}, {}, {{kOut, ""}}}});
+    }
+}
+
+TEST(PrimTypes, takeTheBitsOfBoth) {
+    for (const char *block : {"andBlock", "nandBlock", "orBlock", "norBlock", "xorBlock", "xnorBlock"}) {
+        checkTypes({{block, block, {{"0", "s4.2"}, {"1", "u3.5"}}, {}, {{kOut, "u4.5"}}},
+                    {block, block, {{"0", "s4.2"}, {"1", "s3.5"}}, {}, {{kOut, "s4.5"}}}});
+    }
+    for (const char *block : {"andReduceBlock", "nandReduceBlock", "orReduceBlock", "norReduceBlock", "xorReduceBlock",
+                              "xnorReduceBlock"}) {
+        checkTypes({{block, block, {{"0", "[3] s4.2"}}, {}, {{kOut, "[3] s1.0"}}},
+                    {block, block, {{"0", "float(23,8)"}}, {}, {{kOut, ""}}}});
+    }
+}
+
+TEST(PrimTypes, joinBits) {
+    checkTypes({
+        {"integers", "bitJoinBlock", {{"0", "u4.0"}, {"1", "s3.0"}}, {}, {{kOut, "s7.0"}}},
+        {"a low fraction", "bitJoinBlock", {{"0", "u4.4"}, {"1", "u3.0"}}, {}, {{kOut, "u7.4"}}},
+        {"a high fraction", "bitJoinBlock", {{"0", "u4.4"}, {"1", "s3.2"}}, {}, {{kOut, "s3.10"}}},
+        {"a float", "bitJoinBlock", {{"0", "u4.4"}, {"1", "float(23,8)"}}, {}, {{kOut, ""}}},
+        {"lanes", "bitJoinReduceBlock", {{"0", "[4] s3.1"}}, {}, {{kOut, "s16.0"}}},
+        {"lanes of lanes", "bitJoinReduceBlock", {{"0", "[4][2] u3.0"}}, {}, {{kOut, "u24.0"}}},
+        {"a scalar", "bitJoinReduceBlock", {{"0", "s3.1"}}, {}, {{kOut, "s3.1"}}},
+    });
+}
+
+TEST(PrimTypes, keepTheInputsType) {
+    for (const char *block : {"notBlock", "reverseBlock", "delayBlock", "reciprocalBlock", "recipSqrtBlock",
+                              "sqrtBlock", "registerBlock"}) {
+        checkTypes({{block, block, {{"0", "[2] c s4.2"}}, {}, {{kOut, "[2] c s4.2"}}},
+                    {block, block, {{"0", "{s4.2,u1.0}"}}, {}, {{kOut, "{s4.2,u1.0}"}}},
+                    {block, block, {{"0", ""}}, {}, {{kOut, ""}}}});
+    }
+}
+
+TEST(PrimTypes, negateWithABitMore) {
+    for (const char *block : {"negBlock", "complexConjugateBlock"}) {
+        checkTypes({{block, block, {{"0", "s8.2"}}, {}, {{kOut, "s9.2"}}},
+                    {block, block, {{"0", "u8.2"}}, {}, {{kOut, "u9.2"}}},
+                    {block, block, {{"0", "c s8.2"}}, {}, {{kOut, "c s9.2"}}},
+                    {block, block, {{"0", "float(23,8)"}}, {}, {{kOut, "float(23,8)"}}}});
+    }
+    checkTypes({{"magnitude", "absBlock", {{"0", "s8.2"}}, {}, {{kOut, "s9.2"}}},
+                {"magnitude of a float", "absBlock", {{"0", "float(23,8)"}}, {}, {{kOut, "float(23,8)"}}}});
+}
+
+TEST(PrimTypes, compareToABoolean) {
+    for (const char *block : {"cmpEqBlock", "cmpNeBlock"}) {
+        checkTypes({{block, block, {{"0", "[4] c s8.2"}, {"1", "u3.0"}}, {}, {{kOut, "[4] u1.0"}}},
+                    {block, block, {{"0", "[4] s8.2"}, {"1", "[3] s8.2"}}, {}, {{kOut, ""}}}});
+    }
+    for (const char *block : {"cmpGeBlock", "cmpLtBlock"}) {
+        checkTypes({{block, block, {{"0", "[4] s8.2"}, {"1", "u3.0"}}, {}, {{kOut, "[4] u1.0"}}},
+                    {block, block, {{"0", "c s8.2"}, {"1", "u3.0"}}, {}, {{kOut, ""}}}});
+    }
+}
+
+TEST(PrimTypes, roundFractionsAway) {
+    const TypeCase::Texts three{{"roundBits", "3"}};
+    checkTypes({
+        {"truncate", "truncateBlock", {{"0", "s8.8"}}, three, {{kOut, "s8.5"}}},
+        {"to zero", "truncateToZeroBlock", {{"0", "s8.8"}}, three, {{kOut, "s9.5"}}},
+        {"biased", "biasedRoundBlock", {{"0", "s8.8"}}, three, {{kOut, "s9.5"}}},
+        {"unbiased", "unbiasedRoundBlock", {{"0", "[2] u8.8"}}, three, {{kOut, "[2] u9.5"}}},
+        {"no bits", "biasedRoundBlock", {{"0", "s8.8"}}, {{"roundBits", "0"}}, {{kOut, "s8.8"}}},
+        {"a float", "truncateBlock", {{"0", "float(23,8)"}}, three, {{kOut, ""}}},
+    });
+}
+
+TEST(PrimTypes, findConstants) {
+    checkTypes({
+        {"a type", "constBlock", {}, {{"constValue", "3"}, {"constType", "(typeSFixed 8 4)"}}, {{kOut, "s8.4"}}},
+        {"a scalar type on a vector",
+         "constBlock",
+         {},
+         {{"constValue", "(vectorRollTag 1 2)"}, {"constType", "(typeSFixed 8 4)"}},
+         {{kOut, "[2] s8.4"}}},
+        {"an eighth", "constBlock", {}, {{"constValue", "0x2p-4"}}, {{kOut, "u0.3"}}},
+        {"minus one", "constBlock", {}, {{"constValue", "-1"}}, {{kOut, "s2.0"}}},
+        {"nothing", "constBlock", {}, {}, {{kOut, ""}}},
+    });
+}
+
+TEST(PrimTypes, divide) {
+    checkTypes({
+        {"unsigned", "divideBlock", {{"0", "u8.2"}, {"1", "u4.1"}}, {}, {{kOut, "u9.6"}}},
+        {"signed", "divideBlock", {{"0", "s8.2"}, {"1", "u4.1"}}, {}, {{kOut, "s10.6"}}},
+        {"integers", "divideBlock", {{"0", "s8.0"}, {"1", "s8.0"}}, {{"intDivider", "true"}}, {{kOut, "s8.0"}}},
+        {"integers that differ", "divideBlock", {{"0", "s8.0"}, {"1", "s7.0"}}, {{"intDivider", "true"}}, {{kOut, ""}}},
+        {"given",
+         "divideBlock",
+         {{"0", "[2] s8.0"}, {"1", "s7.0"}},
+         {{"divideType", "(typeSFixed 4 4)"}},
+         {{kOut, "[2] s4.4"}}},
+        {"floats", "divideBlock", {{"0", "float(23,8)"}, {"1", "float(10,5)"}}, {}, {{kOut, "float(23,8)"}}},
+    });
+}
+
+TEST(PrimTypes, multiplyByConstants) {
+    checkTypes({
+        {"full", "constmultBlock", {{"0", "s8.0"}}, {{"constValue", "3"}}, {{kOut, "s10.0"}}},
+        {"float", "constmultBlock", {{"0", "float(23,8)"}}, {{"constValue", "3"}}, {{kOut, "float(23,8)"}}},
+        {"type",
+         "constmultBlock",
+         {{"0", "[2] s8.0"}},
+         {{"constValue", "3"}, {"outputPrecision", "(typeSpecified (typeSFixed 5 1))"}},
+         {{kOut, "[2] s5.1"}}},
+        {"fraction",
+         "constmultBlock",
+         {{"0", "s8.2"}},
+         {{"constValue", "3"}, {"outputPrecision", "(fractionSpecified (typeSFixed 5 1))"}},
+         {{kOut, "s11.1"}}},
+        {"quotient", "constdivBlock", {{"0", "u8.0"}}, {{"constValue", "3"}}, {{kOut, "u8.0"}}},
+        {"a fraction", "constdivBlock", {{"0", "u8.1"}}, {{"constValue", "3"}}, {{kOut, ""}}},
+        {"modulus", "modMultBlock", {{"0", "u8.0"}, {"1", "u4.0"}}, {{"modMultModulusValue", "17"}}, {{kOut, "u5.0"}}},
+        {"signed modulus",
+         "modMultBlock",
+         {{"0", "s8.0"}, {"1", "u4.0"}},
+         {{"modMultModulusValue", "17"}},
+         {{kOut, ""}}},
+    });
+}
+
+TEST(PrimTypes, shiftAndSelectBits) {
+    checkTypes({
+        {"point", "rawShiftBlock", {{"0", "s8.4"}}, {{"rawShiftValue", "3"}}, {{kOut, "s11.1"}}},
+        {"point beyond the top", "rawShiftBlock", {{"0", "s8.4"}}, {{"rawShiftValue", "-9"}}, {{kOut, "s0.12"}}},
+        {"special right",
+         "rawShiftBlock",
+         {{"0", "s8.4"}},
+         {{"rawShiftValue", "3"}, {"rawShiftMode", "rawShiftModeSpecialRight"}},
+         {{kOut, "s8.7"}}},
+        {"barrel",
+         "barrelLeftBlock",
+         {{"0", "[2] s8.4"}, {"barrelPortShift", "u3.0"}},
+         {{"barrelOutputType", "(typeSFixed 9 1)"}},
+         {{kOut, "[2] s9.1"}}},
+        {"a signed shift",
+         "barrelRightBlock",
+         {{"0", "s8.4"}, {"barrelPortShift", "s3.0"}},
+         {{"barrelOutputType", "(typeSFixed 9 1)"}},
+         {{kOut, ""}}},
+        {"leading zeros", "barrelRightLzcBlock", {{"0", "[2] u8.4"}}, {}, {{kOut, "[2] u8.4"}, {kAux, "[2] u4.0"}}},
+        {"bits from an offset", "bitSelectBlock", {{"0", "s8.4"}}, {{"bitSelectBitOffset", "2"}}, {{kOut, "s8.2"}}},
+        {"bits from the top", "bitSelectBlock", {{"0", "s8.4"}}, {{"bitSelectBitOffset", "-1"}}, {{kOut, "s1.0"}}},
+        {"given bits",
+         "bitSelectBlock",
+         {{"0", "[3] s8.4"}},
+         {{"bitSelectBitOffset", "2"}, {"bitSelectOutputType", "(typeUFixed 2 0)"}},
+         {{kOut, "[3] u2.0"}}},
+        {"chosen bits",
+         "chooseBitsBlock",
+         {{"0", "[3] s8.4"}},
+         {{"chooseBitsOutputType", "(typeUFixed 2 0)"}},
+         {{kOut, "[3] u2.0"}}},
+        {"count", "bitCountBlock", {{"0", "[3] s8.4"}}, {}, {{kOut, "[3] u4.0"}}},
+        {"population", "ctpopBlock", {{"0", "u7.0"}}, {}, {{kOut, "u3.0"}}},
+        {"complex count", "bitCountBlock", {{"0", "c s8.4"}}, {}, {{kOut, ""}}},
+    });
+}
+
+TEST(PrimTypes, cast) {
+    const TypeCase::Texts given{{"castOutputType", "(typeSFixed 4 1)"}};
+    checkTypes({
+        {"to a type", "castBlock", {{"0", "s8.4"}}, given, {{kOut, "s4.1"}, {"castWireClip", "u1.0"}}},
+        {"from the unknown", "castBlock", {{"0", ""}}, given, {{kOut, "s4.1"}, {"castWireClip", "u1.0"}}},
+        {"to nothing", "castBlock", {{"0", "[2] s8.4"}}, {}, {{kOut, "[2] s8.4"}, {"castWireClip", "[2] u1.0"}}},
+    });
+}
+
+TEST(PrimTypes, chooseAmongInputs) {
+    checkTypes({
+        {"mux", "muxBlock", {{"muxPortSelect", "u1.0"}, {"0", "s8.0"}, {"1", "u8.2"}}, {}, {{kOut, "s9.2"}}},
+        {"mux by lanes",
+         "muxBlock",
+         {{"muxPortSelect", "[4] u1.0"}, {"0", "s8.0"}, {"1", "s8.0"}},
+         {},
+         {{kOut, "[4] s8.0"}}},
+        {"mux of records",
+         "muxBlock",
+         {{"muxPortSelect", "u1.0"}, {"0", "{s8.0,u1.0}"}, {"1", "{s8.0,u1.0}"}},
+         {},
+         {{kOut, "{s8.0,u1.0}"}}},
+        {"mux of two records",
+         "muxBlock",
+         {{"muxPortSelect", "u1.0"}, {"0", "{s8.0,u1.0}"}, {"1", "{s8.0,u2.0}"}},
+         {},
+         {{kOut, ""}}},
+        {"a float select",
+         "muxBlock",
+         {{"muxPortSelect", "float(23,8)"}, {"0", "s8.0"}, {"1", "s8.0"}},
+         {},
+         {{kOut, ""}}},
+        {"select",
+         "selectBlock",
+         {{"(selectPortkeyCtrl 0)", "u1.0"}, {"(selectPortkeyData 0)", "s8.0"}, {"selectPortDefaultData", "u4.2"}},
+         {},
+         {{kOut, "s8.2"}, {"selectWireValid", "u1.0"}}},
+        {"a wide control",
+         "selectBlock",
+         {{"(selectPortkeyCtrl 0)", "u2.0"}, {"(selectPortkeyData 0)", "s8.0"}},
+         {},
+         {{kOut, ""}, {"selectWireValid", ""}}},
+        {"a wide control that may be",
+         "selectBlock",
+         {{"(selectPortkeyCtrl 0)", "[3] u2.0"}, {"(selectPortkeyData 0)", "s8.0"}},
+         {{"primRelaxBools", "true"}},
+         {{kOut, "[3] s8.0"}, {"selectWireValid", "[3] u1.0"}}},
+    });
+}
+
+TEST(PrimTypes, steerSums) {
+    checkTypes({
+        {"addsub",
+         "addsubBlock",
+         {{"0", "u8.0"}, {"1", "u8.0"}, {"addsubPortSelect", "[2] u1.0"}},
+         {},
+         {{kOut, "[2] s10.0"}}},
+        {"fused", "addsubfusedBlock", {{"0", "u8.0"}, {"1", "u8.0"}}, {}, {{kOut, "s9.0"}, {kAux, "s9.0"}}},
+        {"fused floats",
+         "addsubfusedBlock",
+         {{"0", "float(23,8)"}, {"1", "float(23,8)"}},
+         {},
+         {{kOut, "float(23,8)"}, {kAux, "float(23,8)"}}},
+        {"load",
+         "addSloadBlock",
+         {{"0", "s8.0"}, {"1", "s8.0"}, {"addSloadPortLoadCtrl", "u1.0"}, {"addSloadPortLoadValue", "s12.2"}},
+         {},
+         {{kOut, "s12.2"}}},
+        {"minmax", "minmaxBlock", {{"0", "s8.0"}, {"1", "s8.0"}, {"minmaxPortSelect", "u1.0"}}, {}, {{kOut, "s9.0"}}},
+        {"comparison by choice",
+         "comparectrlBlock",
+         {{"0", "s8.0"}, {"1", "s8.0"}, {"comparePortSelect", "[2] u2.0"}},
+         {},
+         {{kOut, "[2] u1.0"}}},
+    });
+}
+
+} // namespace
+} // namespace orvo::testing
