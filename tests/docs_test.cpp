@@ -31,6 +31,7 @@ TEST(Documents, tellEveryBoundOnWhatIsRead) {
         {"kXmlDepth", limits::kXmlDepth},
         {"kXmlAttributes", limits::kXmlAttributes},
         {"kCatalogueLineBytes", limits::kCatalogueLineBytes},
+        {"kTypeInstances", limits::kTypeInstances},
         {"kPassTextBytes", limits::kPassTextBytes},
     };
     const std::string page = fileText("docs/limits.md");

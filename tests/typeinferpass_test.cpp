@@ -187,6 +187,15 @@ TEST_F(TypeInfer, goesThroughAThousandLevels) {
     EXPECT_LT(types.statistics().steps, 20000U);
 }
 
+TEST_F(TypeInfer, endsOnAModelInsideItself) {
+    Model &below = negator("below");
+    Block &call = instance(below, "call", below, below.getBlock(value("in"))->getWire(value("x")));
+    Block &outer = instance(top, "outer", below, &source(top, "s", "s8.0"));
+    GlobalTypePass types;
+    EXPECT_EQ(typeOf(types, *outer.getWire(value("y"))), "s9.0");
+    EXPECT_EQ(typeOf(types, *call.getWire(value("y")), {&outer}), "?");
+}
+
 TEST_F(TypeInfer, settlesALargeRing) {
     constexpr int kCount = 20000;
     std::vector<Block *> ring;

@@ -6,6 +6,8 @@
 
 #include <orvo/blocksinfo.h>
 #include <orvo/context.h>
+#include <orvo/corevalues.h>
+#include <orvo/typeinfer.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -36,12 +38,20 @@ std::string catalogueName(const std::string &name) {
     return reversed != nullptr && catalogue.blockExists(*reversed) ? *reversed : std::string();
 }
 
+/// The type rule in a line; null if the type has none.
+const char *typeRule(const std::string &name) {
+    const StringValueRef type = StringValue::get(textOf(name), ContextMgr::get());
+    return typeRuleSummary(type.get_ptr());
+}
+
 Json toJson(const std::string &name) {
     const BlockInfo &info = getBlocksInfo().getBlockInfo(name);
     Json json;
     json["name"] = name;
     json["text"] = textOf(name);
     json["description"] = info.description;
+    const char *rule = typeRule(name);
+    json["type_rule"] = rule != nullptr ? Json(rule) : Json();
     json["connections"] = Json::array();
     for (const BlockConnection &connection : info.connections) {
         Json entry;
@@ -61,6 +71,9 @@ Json toJson(const std::string &name) {
 std::string describe(const std::string &name) {
     const BlockInfo &info = getBlocksInfo().getBlockInfo(name);
     std::string text = name + " (" + textOf(name) + ")\n\n" + info.description + "\n";
+    if (const char *rule = typeRule(name); rule != nullptr) {
+        text += std::string("\nOutput type: ") + rule + "\n";
+    }
     for (const BlockConnection &connection : info.connections) {
         text += fmt::format("\n{} {} ({}){}\n", connection.kind, connection.name, textOf(connection.name),
                             connection.optional ? ", optional" : "");

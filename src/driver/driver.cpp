@@ -116,6 +116,7 @@ void addVerbs(CLI::App &app, VerbHost &host) {
     addOptVerb(app, host);
     addCheckVerb(app, host);
     addStatVerb(app, host);
+    addTypesVerb(app, host);
     addPassesVerb(app, host);
     addBlocksVerb(app, host);
     addExplainVerb(app, host);

@@ -125,6 +125,7 @@ PureValueRef GlobalTypeImpl::evaluateType(const End &end, const Block &block, co
 
 void GlobalTypeImpl::forget() {
     roots.clear();
+    instances = 0;
     subsets.clear();
     rules.clear();
     lastClass = nullptr;

@@ -3,6 +3,7 @@
 #include "orvo/typeinferstate.h"
 
 #include <orvo/design.h>
+#include <orvo/limits.h>
 #include <orvo/logging.h>
 #include <orvo/staticstrings.h>
 
@@ -419,6 +420,15 @@ bool ChainTypeInfo::newlyInitialized(ChainTypeInfo &chain, const Model &model, B
     return true;
 }
 
+bool ChainTypeInfo::isInside(const Model &model) const {
+    for (const ChainTypeInfo *at = this; at != nullptr; at = at->mParentChain) {
+        if (at->mModel == &model) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// Finds the edges of the model and the instances below; whether one of those is new in this run.
 bool ChainTypeInfo::scanModel() {
     mVisitedRun = mImpl.visitedRun;
@@ -431,11 +441,16 @@ bool ChainTypeInfo::scanModel() {
             mOutputBlock = &block;
         } else if (type == A_MODEL_BLOCK.get_ptr() && inSubset(block)) {
             const Model *model = Node::from<Model>(block[A_MODEL_NODE]);
-            if (model == nullptr) {
+            if (model == nullptr || isInside(*model)) {
                 continue;
             }
             const auto [at, isNew] = mChildAt.try_emplace(&block, mChildren.size());
             if (isNew) {
+                if (mImpl.instances >= limits::kTypeInstances) {
+                    mChildAt.erase(at);
+                    continue;
+                }
+                ++mImpl.instances;
                 mChildren.push_back(std::make_unique<ChainTypeInfo>(mImpl, this));
             }
             if (newlyInitialized(*mChildren[at->second], *model, &getBlockInfo(block))) {

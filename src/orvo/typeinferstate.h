@@ -196,6 +196,8 @@ class ChainTypeInfo final : public ModelTypeInfo {
   private:
     std::uint32_t inferInstance();
     bool scanModel();
+    /// Whether this is an instance of the model, or below one: such a model has no end.
+    bool isInside(const Model &model) const;
     void carryParentTypes();
 
     ChainTypeInfo *mParentChain;
@@ -218,6 +220,8 @@ struct GlobalTypeImpl {
         EvalState state = EvalState::None;
     };
     std::unordered_map<const Model *, Root> roots;
+    /// Made for all roots together.
+    std::size_t instances = 0;
     bool frozen = false;
     bool dirty = false;
     bool minimalSetEnabled = false;

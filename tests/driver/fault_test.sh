@@ -74,7 +74,7 @@ run 3 opt bad.xml --no-reproducer --feature $feature -p NetlistVerificationPass
 lacks err 'reproducer in'
 run 3 opt bad.xml --json --crash-dir deep/er --feature $feature -p NetlistVerificationPass
 grep '^{' err >err.json
-json_lines err.json 'd[0]["tag"] == "DRIVER_INTERNAL_FAULT" and d[0]["params"]["pass"] == "NetlistVerificationPass"'
+json_lines err.json 'd[-1]["tag"] == "DRIVER_INTERNAL_FAULT" and d[-1]["params"]["pass"] == "NetlistVerificationPass"'
 json_lines err.json 'd[0]["params"]["reproducer"].startswith("deep/er/orvo-crash-")'
 
 # A crash in a pass: one that waits for the reader of a pipe gets the signal from outside.
