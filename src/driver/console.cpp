@@ -4,6 +4,7 @@
 #include "driver/jsontext.h"
 #include "driver/message_texts.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -63,6 +64,22 @@ std::string jsonLine(Severity severity, std::string_view tag, const Console::Par
     return lineText(line) + "\n";
 }
 
+/// A message is one line, whatever the names in it: control characters are shown by their codes.
+std::string printable(const std::string &text) {
+    std::string shown;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7f) {
+            shown += c;
+        } else if (c == '\n') {
+            shown += "\\n";
+        } else {
+            shown += fmt::format("\\x{:02x}", byte);
+        }
+    }
+    return shown;
+}
+
 std::string textLine(Severity severity, std::string_view tag, const Console::Params &params,
                      const FilePosition &position, bool colour) {
     std::string text = position.file.empty() ? "orvo" : position.file;
@@ -75,7 +92,7 @@ std::string textLine(Severity severity, std::string_view tag, const Console::Par
     text += colour ? style.colour : "";
     text += std::string(style.word) + ":";
     text += colour ? "\033[0m " : " ";
-    text += renderMessage(tag, params);
+    text += printable(renderMessage(tag, params));
     return text + " [" + std::string(tag) + "]\n";
 }
 

@@ -46,7 +46,8 @@ Console::Params withSuggestion(Console::Params params, const std::string &sugges
 
 /// Tells the first word that neither the parser nor a verb has taken, if there is one.
 void refuseLeftovers(const CLI::App &app, bool isRoot, Console &console) {
-    const std::vector<std::string> left = app.remaining();
+    std::vector<std::string> left = app.remaining();
+    left.erase(std::remove(left.begin(), left.end(), "--"), left.end());
     if (left.empty()) {
         return;
     }
@@ -68,6 +69,8 @@ int parseAndRun(int argc, char **argv, Console &console) {
     app.footer(kFooter);
     app.get_formatter()->label("SUBCOMMAND", "VERB");
     app.allow_extras();
+    // Behind a verb, the name of a verb is a word like any other.
+    app.require_subcommand(0, 1);
     bool version = false;
     app.add_flag("--version", version, "Print the version and end");
     VerbHost host{console, &app, nullptr};

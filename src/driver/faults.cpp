@@ -116,6 +116,8 @@ Console::Params messageParams(const FaultContext &context, const std::string &re
     }
     if (reproducer) {
         params["reproducer"] = context.reproducerPath;
+    } else if (!context.reproducerPath.empty()) {
+        params["unwritten"] = context.reproducerPath;
     }
     return params;
 }
@@ -123,10 +125,11 @@ Console::Params messageParams(const FaultContext &context, const std::string &re
 std::string preparedMessage(const FaultContext &context, bool reproducer) {
     std::string line = gConsole->messageLine(Severity::Error, "DRIVER_INTERNAL_FAULT",
                                              messageParams(context, kReasonMark, reproducer));
-    // JSON escapes the mark; a handler looks for the bare one.
-    const std::string escapedMark = "\\u0002";
-    for (std::size_t at = line.find(escapedMark); at != std::string::npos; at = line.find(escapedMark)) {
-        line.replace(at, escapedMark.size(), kReasonMark);
+    // JSON and text escape the mark, each in its way; a handler looks for the bare one.
+    for (const std::string escapedMark : {"\\u0002", "\\x02"}) {
+        for (std::size_t at = line.find(escapedMark); at != std::string::npos; at = line.find(escapedMark)) {
+            line.replace(at, escapedMark.size(), kReasonMark);
+        }
     }
     return line;
 }

@@ -35,18 +35,18 @@ void writeStandardOutput(Console &console, const std::function<void(std::ostream
     std::ostream out(&buffer);
     write(out);
     out.flush();
-    if (buffer.error() != 0) {
-        console.fail(kWrongUsage, "DRIVER_UNWRITABLE_FILE", {{"file", "-"}, {"reason", std::strerror(buffer.error())}});
+    if (buffer.error() != 0 || out.fail()) {
+        console.fail(kWrongUsage, "DRIVER_UNWRITABLE_FILE",
+                     {{"file", "-"}, {"reason", std::strerror(buffer.error() != 0 ? buffer.error() : EIO)}});
     }
 }
 
-/// The reason in a text of the form "path: reason".
+} // namespace
+
 std::string reasonOf(const std::string &error, const std::string &path) {
     const bool named = error.compare(0, path.size() + 2, path + ": ") == 0;
     return named ? error.substr(path.size() + 2) : error;
 }
-
-} // namespace
 
 DescriptorBuffer::DescriptorBuffer(int descriptor) : mBuffer(kBufferBytes), mDescriptor(descriptor) {}
 
@@ -160,10 +160,14 @@ void writeOutput(const std::string &path, std::string_view content, Console &con
     });
 }
 
+namespace {
+
+/// `beforeError` may end the verb with a better reason than that a document is cut short.
 std::unique_ptr<Design> readDesign(std::istream &in, const std::string &name, int lines, Context *context,
-                                   Console &console) {
+                                   Console &console, const std::function<void()> &beforeError) {
     auto design = std::make_unique<Design>(context);
     const auto onError = [&](XMLServices::ErrorType type, int row, int column) {
+        beforeError();
         console.report(Severity::Error, XMLServices::ErrorTypeToString(type), {},
                        {name, row > 0 ? row + lines : 0, column});
         return true;
@@ -181,19 +185,32 @@ std::unique_ptr<Design> readDesign(std::istream &in, const std::string &name, in
     return design;
 }
 
+} // namespace
+
+std::unique_ptr<Design> readDesign(std::istream &in, const std::string &name, int lines, Context *context,
+                                   Console &console) {
+    return readDesign(in, name, lines, context, console, [] {});
+}
+
 std::unique_ptr<Design> readDesign(InputFile &file, Context *context, Console &console) {
-    try {
-        std::unique_ptr<Design> design = readDesign(file.stream(), file.name(), 0, context, console);
-        file.checkRead();
-        return design;
-    } catch (const VerbFailure &) {
-        file.checkRead();
-        throw;
-    }
+    std::unique_ptr<Design> design =
+        readDesign(file.stream(), file.name(), 0, context, console, [&file] { file.checkRead(); });
+    file.checkRead();
+    return design;
 }
 
 void writeDesign(const Design &design, const std::string &path, Console &console) {
-    writeOutput(path, console, [&design](std::ostream &out) { XMLServices().toXML(out, design); });
+    writeOutput(path, console, [&](std::ostream &out) {
+        XMLServices().toXML(out, design);
+        if (!out.fail()) {
+            return;
+        }
+        // A stream that takes bytes again had nothing against them: the design has a text that is none in XML.
+        out.clear();
+        if (out.flush().good()) {
+            console.fail(kDesignErrors, "DRIVER_UNWRITABLE_TEXT", {{"file", path}});
+        }
+    });
 }
 
 } // namespace orvo::driver

@@ -69,6 +69,9 @@ class InputFile {
     std::istream mStream{nullptr};
 };
 
+/// The reason in a text of the form "path: reason".
+std::string reasonOf(const std::string &error, const std::string &path);
+
 /// The whole content of a file.
 std::string readWhole(const std::string &path, Console &console);
 

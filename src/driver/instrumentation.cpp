@@ -46,8 +46,9 @@ bool DriverInstrumentation::shouldRun(const PassExecution &execution, Design &de
     record.text = printExecution(execution);
     record.requested = execution.requested;
     // After an error of the design, the passes that follow could only stumble over it.
-    record.ran = !mOptions.list && mConsole.errors() == 0 && mOptions.skip.count(record.number) == 0 &&
-                 (!mOptions.stopAfter || record.number <= *mOptions.stopAfter);
+    record.wouldRun =
+        mOptions.skip.count(record.number) == 0 && (!mOptions.stopAfter || record.number <= *mOptions.stopAfter);
+    record.ran = !mOptions.list && mConsole.errors() == 0 && record.wouldRun;
     if (mOptions.stats) {
         record.blocksBefore = mRecords.empty() ? countBlocks(design) : mRecords.back().blocksAfter;
         record.blocksAfter = record.blocksBefore;

@@ -44,6 +44,8 @@ struct PassRecord {
     std::string text;
     bool requested = false;
     bool ran = false;
+    /// Whether neither --skip nor --stop-after leaves it out.
+    bool wouldRun = false;
     bool changed = false;
     /// The file of its dump; empty for none.
     std::string dump;

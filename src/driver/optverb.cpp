@@ -80,6 +80,7 @@ Json toJson(const PassRecord &record, bool stats) {
     json["text"] = record.text;
     json["requested"] = record.requested;
     json["ran"] = record.ran;
+    json["would_run"] = record.wouldRun;
     json["changed"] = record.changed;
     json["dump"] = record.dump.empty() ? Json() : Json(record.dump);
     if (stats) {
@@ -134,6 +135,10 @@ class OptRun {
         if (replays && (!mArguments.input.empty() || !mArguments.passes.empty())) {
             wrongUsage("--replay has its design and its passes with it, so neither can be given");
         }
+        const auto inputs = std::count(mArguments.passes.begin(), mArguments.passes.end(), "@-");
+        if (inputs + (mArguments.input == "-") + (mArguments.replay == "-") > 1) {
+            wrongUsage("only one input can come from standard input");
+        }
         const std::string &output = mArguments.output;
         if ((output == "-") + (mArguments.timeJson == "-") + (mArguments.timeTrace == "-") > 1) {
             wrongUsage("only one output can go to standard output");
@@ -148,9 +153,11 @@ class OptRun {
         mArguments.verifyEach = mArguments.verifyEach || mReplay.verifyEach;
         mArguments.skip.insert(mArguments.skip.end(), mReplay.skip.begin(), mReplay.skip.end());
         mArguments.stopAfter = mArguments.stopAfter ? mArguments.stopAfter : mReplay.stopAfter;
+        std::vector<std::string> features;
         for (const auto &[name, value] : mReplay.features) {
-            mArguments.features.insert(mArguments.features.begin(), name + "=" + value);
+            features.push_back(name + "=" + value);
         }
+        mArguments.features.insert(mArguments.features.begin(), features.begin(), features.end());
         if (mReplay.version != ORVO_VERSION) {
             mConsole.hint("orvo: the reproducer was written by version " + mReplay.version);
         }
@@ -187,11 +194,18 @@ class OptRun {
         for (const std::string &argument : mArguments.passes) {
             const bool isFile = !argument.empty() && argument.front() == '@';
             const std::string name = isFile ? argument.substr(1) : "--passes";
-            addPasses(isFile ? readWhole(name, mConsole) : argument, name, context);
+            addPasses(isFile ? readList(name) : argument, name == "-" ? "<stdin>" : name, context);
         }
         if (!mArguments.replay.empty()) {
             addPasses(mReplay.passes, mArguments.replay, context);
         }
+    }
+
+    /// Without the mark that some editors put before a text.
+    std::string readList(const std::string &name) {
+        static constexpr std::string_view mark = "\xef\xbb\xbf";
+        const std::string text = readWhole(name, mConsole);
+        return text.compare(0, mark.size(), mark) == 0 ? text.substr(mark.size()) : text;
     }
 
     void addPasses(const std::string &text, const std::string &name, Context *context) {
@@ -229,6 +243,9 @@ class OptRun {
             reproducer.pass = "0 reading";
             reproducer.features = mFeatures;
             reproducer.passes = printPassTexts(mPasses);
+            reproducer.verifyEach = mArguments.verifyEach;
+            reproducer.skip = mArguments.skip;
+            reproducer.stopAfter = mArguments.stopAfter;
             armFaults({0, "", reproducerPath(), printReproducerHeader(reproducer), mInput->descriptor()});
         }
         std::unique_ptr<Design> design = readDesign(*mInput, context, mConsole);
@@ -261,7 +278,8 @@ class OptRun {
     void makeFolder(const std::string &folder) {
         std::string error;
         if (!folder.empty() && !util::io::CreateAndValidateOutputDirectory(folder, &error)) {
-            mConsole.fail(kWrongUsage, "DRIVER_UNWRITABLE_FILE", {{"file", folder}, {"reason", error}});
+            mConsole.fail(kWrongUsage, "DRIVER_UNWRITABLE_FILE",
+                          {{"file", folder}, {"reason", reasonOf(error, folder)}});
         }
     }
 
@@ -371,7 +389,8 @@ class OptRun {
         std::string text;
         if (mArguments.list) {
             for (const PassRecord &record : mInstrumentation->records()) {
-                text += fmt::format("{:>5}  {}{}\n", record.number, record.text, record.requested ? "" : " (required)");
+                text += fmt::format("{:>5}  {}{}{}\n", record.number, record.text,
+                                    record.requested ? "" : " (required)", record.wouldRun ? "" : " (skipped)");
             }
         }
         if (mArguments.stats) {

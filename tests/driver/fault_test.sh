@@ -73,9 +73,9 @@ rm "$file"
 run 3 opt bad.xml --no-reproducer --feature $feature -p NetlistVerificationPass
 lacks err 'reproducer in'
 run 3 opt bad.xml --json --crash-dir deep/er --feature $feature -p NetlistVerificationPass
-grep '^{' err >err.json
+cp err err.json
 json_lines err.json 'd[-1]["tag"] == "DRIVER_INTERNAL_FAULT" and d[-1]["params"]["pass"] == "NetlistVerificationPass"'
-json_lines err.json 'd[0]["params"]["reproducer"].startswith("deep/er/orvo-crash-")'
+json_lines err.json 'd[-1]["params"]["reproducer"].startswith("deep/er/orvo-crash-")'
 
 # A crash in a pass: one that waits for the reader of a pipe gets the signal from outside.
 for signal in SEGV ABRT FPE BUS ILL; do
@@ -107,3 +107,7 @@ for text in '' 'orvo-reproducer 2' "$(printf 'orvo-reproducer 1\nnonsense\ndesig
     run 2 opt --replay wrong.repro
     has err '[DRIVER_BAD_REPRODUCER]'
 done
+
+# Features are set in their order, in a replay too.
+run 3 opt bad.xml --crash-dir twice --feature USE_NETLIST_VERIFICATION_PASS=false --feature $feature -p NetlistVerificationPass
+run 3 opt --replay twice/*.orvo

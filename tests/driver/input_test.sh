@@ -103,3 +103,49 @@ for verb in '' opt check stat passes blocks explain version completion; do
     has out 'Usage: orvo'
     empty err
 done
+
+# A design read from XML 1.1 may hold a text that XML 1.0 has no form for: writing it is an error of the design.
+printf '<?xml version="1.1"?>\n<kelmar xmlns="%s"><design version="1.2"><model name="m"><block name="&quot;e&#27;x&quot;"/></model></design></kelmar>\n' "$namespace" >control.xml
+run 1 opt control.xml -o -
+has err '[DRIVER_UNWRITABLE_TEXT]'
+echo old >kept.xml
+run 1 opt control.xml -o kept.xml
+has err '[DRIVER_UNWRITABLE_TEXT]'
+[ "$(cat kept.xml)" = old ] || die "the output was touched"
+run 1 opt control.xml -o kept.xml --json
+lacks out '"written":true'
+
+# A folder cannot be read, and that is all that is told.
+run 2 check .
+has err '[DRIVER_UNREADABLE_FILE]'
+lacks err 'ERR_MALFORMED_XML'
+
+# A message is one line, whatever the names in it.
+printf '<kelmar xmlns="%s"><design version="1.2"><model name="&quot;m&#10;error: forged&quot;"><block name="b"><param name="blockType">noSuchBlock</param></block></model></design></kelmar>\n' "$namespace" >forged.xml
+"$orvo" check forged.xml >out 2>err || true
+[ "$(grep -c '^error: forged' err)" -eq 0 ] || die "a name made a line of its own"
+
+# Names of verbs behind a verb are words like any other, and so is what stands behind "--".
+write_design d.xml
+cp d.xml check
+run 0 stat check
+cp d.xml ./-d.xml
+run 0 stat -- -d.xml
+run 2 opt d.xml -o o.xml -p DeadBlockPass stat d.xml
+has err "nothing is expected at 'stat'"
+run 2 explain version
+has err '[DRIVER_UNKNOWN_MESSAGE]'
+
+# Standard input is read once; a list may begin with the mark of an editor.
+run 2 opt - --passes @- <d.xml
+has err 'only one input can come from standard input'
+printf '\357\273\277DeadBlockPass' >marked.txt
+run 0 opt d.xml --passes @marked.txt -o o.xml
+echo 'NoSuchPass' | run 2 opt d.xml --passes @-
+has err '<stdin>:1:1'
+
+# A list tells what would not run.
+run 0 opt d.xml --list --skip 1 --stop-after 2 -p 'DeadBlockPass, ElideTerminalPass, DeadModelPass'
+has out '1  DeadBlockPass (skipped)'
+lacks out 'ElideTerminalPass (skipped)'
+has out 'DeadModelPass (skipped)'
