@@ -57,7 +57,7 @@ TEST_F(FeaturesTest, knowsItsObjectsByNameKindAndDefault) {
     EXPECT_EQ(GetFeature(Features::DISABLED_OPTIMISATIONS), "");
     EXPECT_TRUE(std::is_sorted(KnownFeatures().begin(), KnownFeatures().end(),
                                [](const auto &a, const auto &b) { return a.name < b.name; }));
-    EXPECT_EQ(KnownFeatures().size(), 16U);
+    EXPECT_EQ(KnownFeatures().size(), 17U);
 }
 
 TEST_F(FeaturesTest, refusesAUsersTextOfTheWrongKind) {

@@ -14,6 +14,9 @@ ORVO_API void *poolAllocate(std::size_t size);
 /// Gives back what `poolAllocate(size)` gave, on any thread. Null does nothing.
 ORVO_API void poolRelease(void *cell, std::size_t size) noexcept;
 
+/// Whether cells come from pools; under a sanitizer each is an allocation of its own.
+ORVO_API bool poolIsOn();
+
 /// What the pools of all threads hold from the system, in bytes: grows with what is allocated and shrinks as whole
 /// regions become empty.
 ORVO_API std::size_t poolHeldBytes();

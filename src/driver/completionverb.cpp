@@ -5,6 +5,7 @@
 #include "driver/jsontext.h"
 #include "driver/suggest.h"
 
+#include <orvo/blocksinfo.h>
 #include <orvo/context.h>
 
 #include <CLI/CLI.hpp>
@@ -23,31 +24,53 @@ std::vector<std::string> shellNames() { return {"bash", "zsh"}; }
 struct ValueKind {
     const char *typeName;
     std::vector<std::string> (*names)();
-    /// For lists: words end at these, too.
-    bool isList;
+    const char *function;
 };
 
+/// A block type may be named by its constant or by its text.
+std::vector<std::string> blockNamesAndTexts() {
+    std::vector<std::string> names = blockNames();
+    const std::size_t count = names.size();
+    for (std::size_t i = 0; i < count; ++i) {
+        if (const std::string *text = getBlocksInfo().findMapping(names[i]); text != nullptr) {
+            names.push_back(*text);
+        }
+    }
+    return names;
+}
+
 constexpr ValueKind kValueKinds[] = {
-    {"PASSES", &passNames, true}, {"PASS", &passNames, false},   {"BLOCK", &blockNames, false},
-    {"TAG", &messageTags, false}, {"SHELL", &shellNames, false}, {"NAME=VALUE", &featureNames, false},
+    {"PASSES", &passNames, "_orvo_list"},          {"PASS", &passNames, "_orvo_words"},
+    {"BLOCK", &blockNamesAndTexts, "_orvo_words"}, {"TAG", &messageTags, "_orvo_words"},
+    {"SHELL", &shellNames, "_orvo_words"},         {"NAME=VALUE", &featureNames, "_orvo_settings"},
+    {"FEATURE", &featureNames, "_orvo_words"},
 };
 
 std::string joined(const std::vector<std::string> &words) { return fmt::format("{}", fmt::join(words, " ")); }
 
-/// The shell command that fills in the answers for a value of a type.
-std::string completeValue(const std::string &typeName) {
+/// What completes a value of a type: a function of the script, and the words that it chooses from.
+struct Completer {
+    std::string function;
+    std::string words;
+};
+
+Completer completerOf(const std::string &typeName) {
     if (typeName == "FILE") {
-        return "COMPREPLY=($(compgen -f -- \"$cur\"))";
+        return {"_orvo_files", ""};
     }
     if (typeName == "DIR") {
-        return "COMPREPLY=($(compgen -d -- \"$cur\"))";
+        return {"_orvo_folders", ""};
     }
     for (const ValueKind &kind : kValueKinds) {
         if (typeName == kind.typeName) {
-            return std::string(kind.isList ? "_orvo_list" : "_orvo_words") + " \"" + joined(kind.names()) + "\"";
+            return {kind.function, joined(kind.names())};
         }
     }
-    return "COMPREPLY=()";
+    return {"_orvo_nothing", ""};
+}
+
+std::string call(const Completer &completer) {
+    return completer.words.empty() ? completer.function : completer.function + " \"" + completer.words + "\"";
 }
 
 std::vector<std::string> namesOf(const CLI::Option &option) {
@@ -65,64 +88,91 @@ std::vector<const CLI::App *> verbsOf(const CLI::App &app) {
     return app.get_subcommands([](const CLI::App *) { return true; });
 }
 
-/// The branch of the script for one verb.
+/// The branch of the script for one verb. `prev`, `cur` and the functions are the same in both shells.
 std::string verbBranch(const CLI::App &verb) {
     std::string options;
     std::string values;
-    std::string positional = "COMPREPLY=()";
+    std::string positional = "_orvo_nothing";
     for (const CLI::Option *option : verb.get_options()) {
         if (option->get_positional()) {
-            positional = completeValue(option->get_type_name());
+            positional = call(completerOf(option->get_type_name()));
             continue;
         }
         const std::vector<std::string> names = namesOf(*option);
         options += (options.empty() ? "" : " ") + joined(names);
         if (option->get_items_expected_max() > 0) {
             values += fmt::format("        {}) {}; return ;;\n", fmt::join(names, "|"),
-                                  completeValue(option->get_type_name()));
+                                  call(completerOf(option->get_type_name())));
         }
     }
     std::string text = "    " + verb.get_name() + ")\n";
     if (!values.empty()) {
         text += "        case \"$prev\" in\n" + values + "        esac\n";
     }
-    text += "        case \"$cur\" in\n        -?*) _orvo_words \"" + options + "\" ;;\n        *) " + positional +
+    text += "        case \"$cur\" in\n        -*) _orvo_words \"" + options + "\" ;;\n        *) " + positional +
             " ;;\n        esac ;;\n";
     return text;
 }
 
-std::string script(const CLI::App &app) {
-    std::vector<std::string> verbs;
-    std::string branches;
-    for (const CLI::App *verb : verbsOf(app)) {
-        verbs.push_back(verb->get_name());
-        branches += verbBranch(*verb);
-    }
-    return "_orvo_words() { COMPREPLY=($(compgen -W \"$1\" -- \"$cur\")); }\n"
-           "# The last name of a list in which names stand apart by commas.\n"
-           "_orvo_list() {\n"
-           "    local before=\"\" last=\"$cur\"\n"
-           "    if [[ \"$cur\" == @* ]]; then COMPREPLY=($(compgen -f -P @ -- \"${cur#@}\")); return; fi\n"
-           "    if [[ \"$cur\" == *,* ]]; then before=\"${cur%,*},\"; last=\"${cur##*,}\"; fi\n"
-           "    COMPREPLY=($(compgen -W \"$1\" -P \"$before\" -- \"$last\"))\n"
-           "}\n"
-           "_orvo() {\n"
-           "    local cur=\"${COMP_WORDS[COMP_CWORD]}\" prev=\"${COMP_WORDS[COMP_CWORD-1]}\"\n"
-           "    COMPREPLY=()\n"
-           "    if [ \"$COMP_CWORD\" -eq 1 ]; then _orvo_words \"" +
-           joined(verbs) +
-           " --help --version\"; return; fi\n"
-           "    case \"${COMP_WORDS[1]}\" in\n" +
-           branches + "    esac\n}\n";
+constexpr const char *kBashFunctions = R"(# Completion of orvo for bash.
+# A list of passes may begin with @, which must not end a word.
+COMP_WORDBREAKS=${COMP_WORDBREAKS//@}
+_orvo_nothing() { COMPREPLY=(); }
+_orvo_words() { mapfile -t COMPREPLY < <(compgen -W "$1" -- "$cur"); }
+_orvo_files() { mapfile -t COMPREPLY < <(compgen -f -- "$cur"); }
+_orvo_folders() { mapfile -t COMPREPLY < <(compgen -d -- "$cur"); }
+_orvo_settings() { compopt -o nospace 2>/dev/null; mapfile -t COMPREPLY < <(compgen -W "$1" -S = -- "$cur"); }
+# The last name of a list in which names stand apart by commas and blanks.
+_orvo_list() {
+    local last before
+    if [[ "$cur" == @* ]]; then mapfile -t COMPREPLY < <(compgen -f -P @ -- "${cur#@}"); return; fi
+    last="${cur##*[, ]}"
+    before="${cur%"$last"}"
+    compopt +o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen -W "$1" -P "$before" -- "$last")
 }
+_orvo() {
+    local cur="${COMP_WORDS[COMP_CWORD]}" prev="${COMP_WORDS[COMP_CWORD-1]}" verb="${COMP_WORDS[1]}"
+    # --option=value comes as three words.
+    if [ "$cur" = = ]; then cur=""; elif [ "$prev" = = ]; then prev="${COMP_WORDS[COMP_CWORD-2]}"; fi
+    cur="${cur#[\"\']}"
+    COMPREPLY=()
+    if [ "$COMP_CWORD" -eq 1 ]; then _orvo_words "@VERBS@"; return; fi
+)";
+
+constexpr const char *kZshFunctions = R"(#compdef orvo
+# Completion of orvo for zsh: a function for a folder of fpath, or to be sourced behind compinit.
+_orvo_nothing() { return 1; }
+_orvo_words() { compadd -- ${=1}; }
+_orvo_files() { _files; }
+_orvo_folders() { _files -/; }
+_orvo_settings() { compadd -S = -- ${=1}; }
+# The last name of a list in which names stand apart by commas and blanks.
+_orvo_list() {
+    if compset -P @; then _files; return; fi
+    compset -P '*[, ]'
+    compadd -S '' -- ${=1}
+}
+_orvo() {
+    local cur="${words[CURRENT]}" prev="${words[CURRENT-1]}" verb="${words[2]}"
+    if (( CURRENT == 2 )); then _orvo_words "@VERBS@"; return; fi
+    if [[ "$cur" == --*=* ]]; then prev="${cur%%=*}"; compset -P '*='; cur="${cur#*=}"; fi
+)";
 
 std::string completion(const CLI::App &app, const std::string &shell) {
-    if (shell == "zsh") {
-        return "# Completion of orvo for zsh, through its support for scripts of bash. Source it behind compinit.\n"
-               "autoload -U +X bashcompinit && bashcompinit\n" +
-               script(app) + "complete -F _orvo orvo\n";
+    std::string verbs;
+    std::string branches;
+    for (const CLI::App *verb : verbsOf(app)) {
+        verbs += verb->get_name() + " ";
+        branches += verbBranch(*verb);
     }
-    return "# Completion of orvo for bash.\n" + script(app) + "complete -o filenames -F _orvo orvo\n";
+    std::string text = shell == "zsh" ? kZshFunctions : kBashFunctions;
+    const std::string mark = "@VERBS@";
+    text.replace(text.find(mark), mark.size(), verbs + "--help --version");
+    text += "    case \"$verb\" in\n" + branches + "    esac\n}\n";
+    return text + (shell == "zsh"
+                       ? "if [[ \"${funcstack[1]}\" == _orvo ]]; then _orvo \"$@\"; else compdef _orvo orvo; fi\n"
+                       : "complete -o filenames -F _orvo orvo\n");
 }
 
 int printCompletion(const CLI::App &app, const std::string &shell, Console &console) {

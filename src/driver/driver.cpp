@@ -122,6 +122,7 @@ void addVerbs(CLI::App &app, VerbHost &host) {
     addTypesVerb(app, host);
     addPassesVerb(app, host);
     addBlocksVerb(app, host);
+    addFeaturesVerb(app, host);
     addExplainVerb(app, host);
     addVersionVerb(app, host);
     addCompletionVerb(app, host);

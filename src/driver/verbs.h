@@ -29,6 +29,7 @@ void addStatVerb(CLI::App &app, VerbHost &host);
 void addTypesVerb(CLI::App &app, VerbHost &host);
 void addPassesVerb(CLI::App &app, VerbHost &host);
 void addBlocksVerb(CLI::App &app, VerbHost &host);
+void addFeaturesVerb(CLI::App &app, VerbHost &host);
 void addExplainVerb(CLI::App &app, VerbHost &host);
 void addVersionVerb(CLI::App &app, VerbHost &host);
 void addCompletionVerb(CLI::App &app, VerbHost &host);

@@ -122,7 +122,7 @@ struct FileSystem::FileSystemImpl {
                                                                             FileWriteMode mode) {
         const std::ios::openmode flags = toStdOpenMode(mode);
         auto file = std::make_unique<DiskFile>(path, false, flags);
-        if ((flags & std::ios::trunc) != 0 && util::GetFeatureBooleanWithDefault("multipleFileWriteWarning", false) &&
+        if ((flags & std::ios::trunc) != 0 && util::GetFeatureBoolean(Features::multipleFileWriteWarning) &&
             countWrite(path)) {
             brenn_warning_printf("File %s was already written to earlier.\n", path.str().c_str());
         }

@@ -340,6 +340,8 @@ Pool &acquirePool() {
 
 } // namespace
 
+bool poolIsOn() { return UTIL_POOL_OFF == 0; }
+
 void *poolAllocate(std::size_t size) {
     if (UTIL_POOL_OFF != 0 || size > kMaxCell || size == 0) {
         return UTIL_POOL_OFF != 0 || size < kMinTable ? ::operator new(size) : mapRegions(wholeRegions(size), true);

@@ -99,3 +99,28 @@ cp out version.json
 run 0 --version
 python3 -c 'import json; print("orvo", json.load(open("version.json"))["version"])' >wanted
 same out wanted
+
+# Features, all or one.
+run 0 features
+has out 'USE_NETLIST_VERIFICATION_PASS'
+run 0 features LUT4S_WEIGHT --json
+json out 'd["features"] == [{"name": "LUT4S_WEIGHT", "kind": "integer", "default": "1", "description": d["features"][0]["description"]}]'
+run 2 features LUT4_WEIGHT
+has err "did you mean 'LUT4S_WEIGHT'?"
+
+# The type rule of a block in a line.
+run 0 blocks addBlock
+has out 'Output type: '
+
+# Types of a design, and those that are missing.
+cp "$ORVO_SRC/examples/fir16.xml" .
+run 0 types fir16.xml
+has out '[16] s1.15'
+run 0 types fir16.xml --missing
+empty out
+run 0 types fir16.xml --json
+json out 'all(t["type"] and t["value"] for t in d["types"]) and d["types"][0]["instance"] == "fir16"'
+run 2 types fir16.xml --model fir17
+has err "did you mean 'fir16'?"
+run 2 types fir16.xml --instance nowhere/at/all
+run 2 types

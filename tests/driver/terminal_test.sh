@@ -56,8 +56,7 @@ run 0 completion bash
 cp out completion.bash
 bash -n completion.bash
 run 0 completion zsh
-has out bashcompinit
-grep -v bashcompinit out | bash -n
+has out '#compdef orvo'
 run 0 completion bash --json
 json out 'd["schema"] == "orvo.completion/1" and d["shell"] == "bash" and "_orvo" in d["script"]'
 # complete_line WORDS...: the answers for the last word.
