@@ -54,6 +54,7 @@ const std::map<std::string, int> &floors() {
         {"xmlform", 2},
         {"deadblock", 2},
         {"types", 3},
+        {"wordsize", 3},
         {"pass", 3},
         {"passcontext", 3},
         {"passregistry", 3},
