@@ -6,10 +6,11 @@ int main() {
     ContextMgr context;
     Design design(context.context());
     Model &top = *Model::create(design, "top");
-    Block &input = *Block::create(top, "in");
-    input.setParam(A_BLOCK_TYPE, A_INPUT_BLOCK);
-    Block &output = *Block::create(top, "out");
-    output.setParam(A_BLOCK_TYPE, A_OUTPUT_BLOCK);
-    output.setParam(StringValue::get("y", context.context()), *Wire::create(input, "x"));
+    Block &input = *Block::create(top, "in", A_INPUT_BLOCK);
+    Block &pin = *Block::create(top, "xType", A_TYPE_PIN_BLOCK);
+    pin.setParam(A_TYPE_PIN_TYPE, Value::parse("(typeSFixed 1 15)", context.context()));
+    pin.setParam(Value::parse("0", context.context()), *Wire::create(input, "x"));
+    Block &output = *Block::create(top, "out", A_OUTPUT_BLOCK);
+    output.setParam(Value::parse("y", context.context()), *Wire::create(pin, Value::parse("0", context.context())));
     XMLServices().toXML(std::cout, design);
 }

@@ -16,7 +16,7 @@ Model &drawMixer(Design &design) {
     Wire &oscillator = *Wire::create(input, "oscillator");
     Wire &product = out(block(mixer, "product", A_MULT_BLOCK, {&signals, &oscillator}));
     Block &rounded = block(mixer, "round", A_CAST_BLOCK, {&product});
-    rounded.setParam(A_CAST_OUTPUT_TYPE, value("(typeSFixed 1 15)"));
+    rounded.setParam(A_CAST_OUTPUT_TYPE, value(kFourComplex));
     rounded.setParam(A_CAST_ROUNDING_MODE, A_ROUNDING_BIASED);
     rounded.setParam(A_CAST_SATURATE_MODE, A_SATURATE_SYM);
     block(mixer, "out", A_OUTPUT_BLOCK).setParam(value("mixed"), out(rounded));

@@ -31,8 +31,7 @@ inline ValueRef sfixed(int intBits, int fracBits) {
 /// A block of a type whose numbered inputs are the given wires.
 inline Block &block(Model &model, const std::string &name, const StaticString &type,
                     std::initializer_list<Wire *> inputs = {}) {
-    Block *made = Block::create(model, name);
-    made->setParam(A_BLOCK_TYPE, type);
+    Block *made = Block::create(model, name, type);
     int number = 0;
     for (Wire *wire : inputs) {
         made->setParam(key(number++), *wire);

@@ -11,7 +11,7 @@ namespace {
 void drawForgottenModel(Design &design) {
     Model &model = *Model::create(design, "oldLimiter");
     Block &input = block(model, "in", A_INPUT_BLOCK);
-    Wire &sample = *Wire::create(input, "sample");
+    Wire &sample = pinned(model, "sampleType", *Wire::create(input, "sample"), value("(typeUFixed 8 0)"));
     block(model, "out", A_OUTPUT_BLOCK).setParam(value("limited"), sample);
 }
 
@@ -20,8 +20,8 @@ void drawDeadLogic(Model &top, Wire &sample) {
     Wire &squared = out(block(top, "debugSquare", A_MULT_BLOCK, {&sample, &sample}));
     out(block(top, "debugSum", A_ADD_BLOCK, {&squared, &sample}));
     Block &first = block(top, "loopFirst", A_REGISTER_BLOCK);
-    Block &second = block(top, "loopSecond", A_REGISTER_BLOCK, {&out(first)});
-    first.setParam(key(0), out(second));
+    Wire &looped = pinned(top, "loopType", out(first), value("(typeUFixed 8 0)"));
+    first.setParam(key(0), out(block(top, "loopSecond", A_REGISTER_BLOCK, {&looped})));
 }
 
 } // namespace

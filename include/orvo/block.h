@@ -59,6 +59,8 @@ class ORVO_API Block final : public Node {
     /// Makes a block that the model owns; `delete` ends it. Its class follows from `A_BLOCK_TYPE`, set next.
     static Block *create(Model &model, const PureValueRef &name);
     static Block *create(Model &model, const std::string &name);
+    /// The same with `A_BLOCK_TYPE` set to `type`.
+    static Block *create(Model &model, const std::string &name, const PureValueRef &type);
     ~Block() override;
 
     Context *getContext() const override { return getParent()->getContext(); }

@@ -6,6 +6,7 @@
 #include "driver/instrumentation.h"
 #include "driver/statistics.h"
 #include "driver/suggest.h"
+#include "driver/typetable.h"
 
 #include <orvo/blocksinfo.h>
 #include <orvo/context.h>
@@ -48,6 +49,7 @@ struct OptArguments {
     bool time = false;
     bool list = false;
     bool noReproducer = false;
+    bool types = false;
 
     bool wantsTiming() const { return time || !timeJson.empty() || !timeTrace.empty(); }
 };
@@ -294,6 +296,7 @@ class OptRun {
         if (mArguments.stats) {
             before = countBlocksByType(*design);
         }
+        collectWireTypes(*design, mTypesBefore);
         const RunOptions options = runOptions();
         mInstrumentation = std::make_unique<DriverInstrumentation>(options, mPasses, mConsole, mProgress);
         runPasses(*design);
@@ -303,8 +306,19 @@ class OptRun {
             mProgress.phase("writing");
             writeDesign(*design, mArguments.output, mConsole);
         }
+        collectWireTypes(*design, mTypesAfter);
         report(*design, before, writes);
         return mConsole.errors() == 0 ? kFine : kDesignErrors;
+    }
+
+    void collectWireTypes(const Design &design, TypeTable &table) {
+        if (mArguments.types) {
+            util::ProfilingSection section("types", "");
+            mProgress.phase("inferring types");
+            TypeFilter filter;
+            filter.ports = false;
+            table = collectTypes(design, filter);
+        }
     }
 
     /// What a pass leaves broken is only its fault if it was whole before.
@@ -379,6 +393,9 @@ class OptRun {
         if (mArguments.stats) {
             json["stats"] = {{"before", driver::toJson(before)}, {"after", driver::toJson(after)}};
         }
+        if (mArguments.types) {
+            json["types"] = typesJson();
+        }
         if (mArguments.time && times != nullptr) {
             json["time"] = Json::parse(util::profilingJson(*times), nullptr, false);
         }
@@ -396,11 +413,40 @@ class OptRun {
         if (mArguments.stats) {
             text += statsText(before, after);
         }
+        if (mArguments.types) {
+            text += typesText();
+        }
         if (mArguments.time && times != nullptr) {
             fold(*times);
             text += util::profilingText(*times);
         }
         return text;
+    }
+
+    Json typesJson() const {
+        const TypeComparison comparison = compareTypes(mTypesBefore, mTypesAfter);
+        Json json = {
+            {"same", comparison.same}, {"gone", comparison.gone}, {"new", comparison.made}, {"changed", Json::array()}};
+        for (const TypeChange &change : comparison.changed) {
+            json["changed"].push_back({{"instance", change.row->instance},
+                                       {"block", change.row->block},
+                                       {"wire", change.row->name},
+                                       {"before", typeJson(change.before)},
+                                       {"after", typeJson(change.row->type)}});
+        }
+        return json;
+    }
+
+    std::string typesText() const {
+        const TypeComparison comparison = compareTypes(mTypesBefore, mTypesAfter);
+        std::string text = fmt::format("types of wires: {} changed, {} unchanged, {} gone, {} new\n",
+                                       comparison.changed.size(), comparison.same, comparison.gone, comparison.made);
+        for (const TypeChange &change : comparison.changed) {
+            const TypeRow &row = *change.row;
+            text += fmt::format("  {}/{} {}\n    before {}\n    after  {}\n", row.instance, row.block, row.name,
+                                typeText(change.before), typeText(row.type));
+        }
+        return text + "\n";
     }
 
     std::string statsText(BlockCounts before, BlockCounts after) {
@@ -435,6 +481,8 @@ class OptRun {
     /// Before all that holds its values.
     std::optional<ContextMgr> mContext;
     std::vector<PassText> mPasses;
+    TypeTable mTypesBefore;
+    TypeTable mTypesAfter;
     std::unique_ptr<InputFile> mInput;
     std::unique_ptr<DriverInstrumentation> mInstrumentation;
 };
@@ -459,6 +507,7 @@ void addRunOptions(CLI::App &verb, OptArguments &arguments) {
 
 void addReportOptions(CLI::App &verb, OptArguments &arguments) {
     verb.add_flag("--stats", arguments.stats, "Print blocks by type before and after, and the growth of each pass");
+    verb.add_flag("--types-before-after", arguments.types, "Print the wires whose type the passes changed");
     verb.add_flag("--time", arguments.time, "Print where time and memory went");
     verb.add_option("--time-json", arguments.timeJson, "Write the same as JSON")->type_name("FILE");
     verb.add_option("--time-trace", arguments.timeTrace, "Write the same as a Chrome trace")->type_name("FILE");

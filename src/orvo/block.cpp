@@ -39,6 +39,12 @@ Block *Block::create(Model &model, const std::string &name) {
     return new Block(model, StringValue::get(name, model.getContext()));
 }
 
+Block *Block::create(Model &model, const std::string &name, const PureValueRef &type) {
+    Block *made = create(model, name);
+    made->setParam(A_BLOCK_TYPE, type);
+    return made;
+}
+
 Block::~Block() {
     mLife = Life::Dying;
     prefetchEnd();

@@ -111,16 +111,3 @@ has err "did you mean 'LUT4S_WEIGHT'?"
 # The type rule of a block in a line.
 run 0 blocks addBlock
 has out 'Output type: '
-
-# Types of a design, and those that are missing.
-cp "$ORVO_SRC/examples/fir16.xml" .
-run 0 types fir16.xml
-has out '[16] s1.15'
-run 0 types fir16.xml --missing
-empty out
-run 0 types fir16.xml --json
-json out 'all(t["type"] and t["value"] for t in d["types"]) and d["types"][0]["instance"] == "fir16"'
-run 2 types fir16.xml --model fir17
-has err "did you mean 'fir16'?"
-run 2 types fir16.xml --instance nowhere/at/all
-run 2 types
