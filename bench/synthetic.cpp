@@ -6,6 +6,7 @@
 #include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
+#include <orvo/types.h>
 #include <orvo/wire.h>
 
 #include <algorithm>
@@ -39,51 +40,89 @@ std::string numbered(const char *stem, std::size_t number) {
     return text;
 }
 
-void fillModel(Model &model, std::size_t blocks, const SyntheticOptions &options, Random &random) {
+/// The input of a model, pinned to a type where types are wanted.
+Wire &inputOf(Model &model, const SyntheticOptions &options) {
+    Context *context = model.getContext();
+    const PureValueRef port0 = NumberValue::get(0, context);
+    Wire *input = Wire::create(*Block::create(model, "in", A_INPUT_BLOCK), port0);
+    if (!options.typed) {
+        return *input;
+    }
+    Block *pin = Block::create(model, "inType", A_TYPE_PIN_BLOCK);
+    pin->setParam(A_TYPE_PIN_TYPE, NumTypeSpec::sfixed(16, 4).toValue(context));
+    pin->setParam(port0, *input);
+    return *Wire::create(*pin, port0);
+}
+
+Wire &fillModel(Model &model, std::size_t blocks, Wire &first, const SyntheticOptions &options, Random &random) {
     Context *context = model.getContext();
     const PureValueRef port0 = NumberValue::get(0, context);
     const PureValueRef port1 = NumberValue::get(1, context);
-    const StaticString *types[] = {&A_ADD_BLOCK, &A_SUB_BLOCK, &A_MULT_BLOCK, &A_AND_BLOCK};
-    Block *input = Block::create(model, "in");
-    input->setParam(A_BLOCK_TYPE, A_INPUT_BLOCK);
-    std::vector<Wire *> wires{Wire::create(*input, port0)};
+    // Products have no width that stays.
+    const StaticString *types[] = {&A_ADD_BLOCK, &A_SUB_BLOCK, options.typed ? &A_OR_BLOCK : &A_MULT_BLOCK,
+                                   &A_AND_BLOCK};
+    std::vector<Wire *> wires{&first};
     for (std::size_t i = 0; i < blocks; ++i) {
         Block *block = Block::create(model, numbered("block", i));
         block->setParam(A_BLOCK_TYPE, *types[random.below(4)]);
         const std::size_t reach = std::min(options.reach, wires.size());
         block->setParam(port0, *wires[wires.size() - 1 - random.below(reach)]);
         block->setParam(port1, *wires[wires.size() - 1 - random.below(reach)]);
-        block->setParam(A_ADD_NO_GROWTH, random.below(2) == 0 ? A_TRUE : A_FALSE);
+        const bool noGrowth = random.below(2) == 0 || options.typed;
+        block->setParam(A_ADD_NO_GROWTH, noGrowth ? A_TRUE : A_FALSE);
         Wire *wire = Wire::create(*block, A_PRIM_WIRE_OUT);
         // What lives hangs on one chain; dead blocks read it and are read by nobody that lives.
         if (!options.halfDead || i % 2 == 0) {
             wires.push_back(wire);
         }
     }
-    Block *output = Block::create(model, "out");
-    output->setParam(A_BLOCK_TYPE, A_OUTPUT_BLOCK);
+    Block *output = Block::create(model, "out", A_OUTPUT_BLOCK);
     for (std::size_t i = 0; i < wires.size(); ++i) {
-        if (wires[i]->port_size() == 0 || i + 1 == wires.size()) {
+        // An output of a million ports would be what a query near it costs.
+        if ((wires[i]->port_size() == 0 && !options.typed) || i + 1 == wires.size()) {
             output->setParam(NumberValue::get(static_cast<long>(i), context), *wires[i]);
         }
     }
+    return *wires.back();
+}
+
+/// A chain of instances of one model that has the blocks of one instance.
+Wire &makeInstances(Design &design, Model &top, const SyntheticOptions &options, Random &random) {
+    const PureValueRef port0 = NumberValue::get(0, design.getContext());
+    Model &model = *Model::create(design, "shared");
+    const std::size_t share = std::max<std::size_t>(options.blocks / options.instances, 4);
+    // The model block, the input and the output count, too.
+    Wire &input = *Wire::create(*Block::create(model, "in", A_INPUT_BLOCK), port0);
+    Wire &last = fillModel(model, share - 3, input, options, random);
+    const PureValueRef result = last.ports().begin()->getName();
+    Wire *wire = &inputOf(top, options);
+    for (std::size_t i = 0; i < options.instances; ++i) {
+        Block *instance = Block::create(top, numbered("instance", i), A_MODEL_BLOCK);
+        instance->setParam(A_MODEL_NODE, model);
+        instance->setParam(port0, *wire);
+        wire = Wire::create(*instance, result);
+    }
+    Block::create(top, "out", A_OUTPUT_BLOCK)->setParam(port0, *wire);
+    return *wire;
 }
 
 } // namespace
 
-void makeSynthetic(Design &design, const SyntheticOptions &options) {
+Wire &makeSynthetic(Design &design, const SyntheticOptions &options) {
     Random random(options.seed);
     Model &top = *Model::create(design, "top");
     top.setParam(A_SYNTH_OUTPUT_MODE, A_TRUE);
+    if (options.instances != 0) {
+        return makeInstances(design, top, options, random);
+    }
     const std::size_t share = options.blocks / (options.models + 1);
     for (std::size_t i = 0; i < options.models; ++i) {
         Model &model = *Model::create(design, numbered("model", i));
-        fillModel(model, share, options, random);
-        Block *instance = Block::create(top, numbered("instance", i));
-        instance->setParam(A_BLOCK_TYPE, A_MODEL_BLOCK);
+        fillModel(model, share, inputOf(model, options), options, random);
+        Block *instance = Block::create(top, numbered("instance", i), A_MODEL_BLOCK);
         instance->setParam(A_MODEL_NODE, model);
     }
-    fillModel(top, options.blocks - share * options.models, options, random);
+    return fillModel(top, options.blocks - share * options.models, inputOf(top, options), options, random);
 }
 
 } // namespace orvo::bench

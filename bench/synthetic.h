@@ -6,7 +6,8 @@
 
 namespace orvo {
 class Design;
-}
+class Wire;
+} // namespace orvo
 
 namespace orvo::bench {
 
@@ -20,9 +21,13 @@ struct SyntheticOptions {
     std::size_t reach = 64;
     /// Half of the blocks feed nothing that lives.
     bool halfDead = false;
+    /// The inputs have types and no operation grows, so that every signal has one.
+    bool typed = false;
+    /// Not 0: the blocks are those of this many instances of one model, one behind the other.
+    std::size_t instances = 0;
 };
 
-/// Fills an empty design.
-void makeSynthetic(Design &design, const SyntheticOptions &options);
+/// Fills an empty design. Gives the last wire of the top model.
+Wire &makeSynthetic(Design &design, const SyntheticOptions &options);
 
 } // namespace orvo::bench

@@ -1,5 +1,6 @@
 // Measures each phase of the core on synthetic designs of growing size and prints the figures, their ratios to the same
 // work without a netlist, and how they grow. One phase runs in one process, so that peaks of memory are its own.
+#include "measure.h"
 #include "synthetic.h"
 
 #include <orvo/block.h>
@@ -17,20 +18,13 @@
 #include <xercesc/util/XMLString.hpp>
 
 #include <malloc.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,81 +32,7 @@
 namespace {
 
 using namespace orvo;
-
-/// What one phase of one size took.
-struct Figures {
-    double cpuSeconds = 0;
-    /// Bytes: of the heap for what the phase leaves, and of the process at its peak beside that.
-    double heldBytes = 0;
-    double peakBytes = 0;
-};
-
-double cpuNow() {
-    timespec now{};
-    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
-double residentBytes() {
-    std::ifstream in("/proc/self/statm");
-    double pages = 0;
-    double resident = 0;
-    in >> pages >> resident;
-    return resident * 4096;
-}
-
-double peakBytes() {
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_maxrss) * 1024;
-}
-
-/// Runs a phase once, in a process of its own.
-Figures onceInChild(const std::function<Figures()> &phase) {
-    int ends[2];
-    if (::pipe(ends) != 0) {
-        std::abort();
-    }
-    if (::fork() == 0) {
-        Figures figures = phase();
-        if (::write(ends[1], &figures, sizeof figures) != sizeof figures) {
-            std::abort();
-        }
-        ::_exit(0);
-    }
-    Figures figures;
-    if (::read(ends[0], &figures, sizeof figures) != sizeof figures) {
-        std::fprintf(stderr, "a phase ended before its time\n");
-        std::exit(1);
-    }
-    ::wait(nullptr);
-    ::close(ends[0]);
-    ::close(ends[1]);
-    return figures;
-}
-
-/// The median of three runs by their time: the machine has other users.
-Figures inChild(const std::function<Figures()> &phase) {
-    std::array<Figures, 3> runs;
-    for (Figures &run : runs) {
-        run = onceInChild(phase);
-    }
-    std::sort(runs.begin(), runs.end(), [](const Figures &a, const Figures &b) { return a.cpuSeconds < b.cpuSeconds; });
-    return runs[1];
-}
-
-Figures measure(
-    const std::function<void()> &work, const std::function<void()> &settle = [] {}) {
-    Figures figures;
-    const double before = residentBytes();
-    const double start = cpuNow();
-    work();
-    figures.cpuSeconds = cpuNow() - start;
-    settle();
-    figures.heldBytes = residentBytes() - before;
-    figures.peakBytes = peakBytes() - residentBytes();
-    return figures;
-}
+using namespace orvo::bench;
 
 Figures startUp() {
     return measure([] {
@@ -153,9 +73,9 @@ Figures write(std::size_t blocks, const std::string &file) {
     ContextMgr context;
     XMLServices xml;
     Design design(context.context());
-    bench::SyntheticOptions options;
+    SyntheticOptions options;
     options.blocks = blocks;
-    bench::makeSynthetic(design, options);
+    makeSynthetic(design, options);
     return measure([&] {
         std::ofstream out(file, std::ios::binary);
         xml.toXML(out, design);
@@ -179,17 +99,13 @@ Figures writeBytes(const std::string &from, const std::string &to) {
 Figures deadBlocks(std::size_t blocks) {
     ContextMgr context;
     Design design(context.context());
-    bench::SyntheticOptions options;
+    SyntheticOptions options;
     options.blocks = blocks;
     options.halfDead = true;
-    bench::makeSynthetic(design, options);
+    makeSynthetic(design, options);
     PassScheduler scheduler;
     scheduler.addPass("DeadBlockPass");
     return measure([&] { scheduler.apply(design); });
-}
-
-double exponent(double small, double large, double factor) {
-    return small > 0 && large > 0 ? std::log(large / small) / std::log(factor) : 0;
 }
 
 } // namespace

@@ -181,5 +181,31 @@ TEST_F(ModelTest, refusesANullCallback) {
     EXPECT_EXIT(Model::create(design, "x"), ::testing::ExitedWithCode(1), "null callback");
 }
 
+TEST(Model, keepsItsEdgesInTheOrderOfNames) {
+    ContextMgr context;
+    Design design(context.context());
+    Model &model = *Model::create(design, "m");
+    const auto named = [&](const char *name) { return StringValue::get(name, context.context()); };
+    EXPECT_EQ(model.getInputBlock(), nullptr);
+    Block *b = Block::create(model, "b", A_INPUT_BLOCK);
+    Block *a = Block::create(model, "a", A_INPUT_BLOCK);
+    Block *out = Block::create(model, "out", A_OUTPUT_BLOCK);
+    EXPECT_EQ(model.getInputBlock(), a);
+    EXPECT_EQ(model.getOutputBlock(), out);
+    a->setName(named("c"));
+    EXPECT_EQ(model.getInputBlock(), b);
+    EXPECT_EQ(*model.getInputBlocks().rbegin(), a);
+    b->setParam(A_BLOCK_TYPE, A_OUTPUT_BLOCK);
+    EXPECT_EQ(model.getInputBlock(), a);
+    EXPECT_EQ(model.getOutputBlock(), b);
+    EXPECT_EQ(model.getOutputBlocks().size(), 2U);
+    delete b;
+    EXPECT_EQ(model.getOutputBlock(), out);
+    a->setParam(A_BLOCK_TYPE, nullptr);
+    EXPECT_EQ(model.getInputBlock(), nullptr);
+    delete out;
+    EXPECT_EQ(model.getOutputBlock(), nullptr);
+}
+
 } // namespace
 } // namespace orvo

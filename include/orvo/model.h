@@ -5,6 +5,7 @@
 #include <orvo/node.h>
 
 #include <list>
+#include <set>
 #include <unordered_map>
 #include <vector>
 
@@ -17,6 +18,10 @@ class ORVO_API Model final : public Node, public GenericModel {
   public:
     static constexpr NodeKind kKind = NodeKind::Model;
     using iterator = ChildIterator<Block>;
+    struct ByName {
+        ORVO_API bool operator()(const Block *a, const Block *b) const;
+    };
+    using BlockSet = std::set<Block *, ByName>;
 
     /// Makes a model that the design owns; `delete` ends it. A clash of names gives a (dupName k name) tuple.
     static Model *create(Design &design, const PureValueRef &name);
@@ -36,11 +41,16 @@ class ORVO_API Model final : public Node, public GenericModel {
     /// The first block of type `A_INPUT_BLOCK`, null if there is none.
     Block *getInputBlock() const;
     Block *getOutputBlock() const;
+    /// All blocks of these types, in the order of the model.
+    const BlockSet &getInputBlocks() const { return mInputs; }
+    const BlockSet &getOutputBlocks() const { return mOutputs; }
     /// The first block whose name has this prefix and whose type is this one, each test only if the argument is not
     /// null.
     Block *getBlockByPrefix(const PureValueRef &prefix, const ValueRefBase<const Value> &type) const;
     void registerBlock(Block *block);
     void unregisterBlock(Block *block);
+    /// Called by a block of this model before its type changes.
+    void retypeBlock(Block *block, const Value *oldType, const Value *newType);
     /// Called by the model blocks that instantiate this model.
     void registerParent(Block *block);
     void unregisterParent(Block *block);
@@ -49,6 +59,10 @@ class ORVO_API Model final : public Node, public GenericModel {
 
   private:
     Model(Design &design, const PureValueRef &name);
+    BlockSet *endsOfType(const Value *type);
+
+    BlockSet mInputs;
+    BlockSet mOutputs;
     std::list<Block *> mParents;
     std::unordered_map<Block *, std::list<Block *>::iterator> mParentAt;
 };

@@ -107,6 +107,7 @@ void Block::onParamChanging(const PureValueRef &key, const ValueRef &oldValue, c
 
 void Block::onTypeChanging(const ValueRef &oldType, const ValueRef &newType) {
     mClass = getContext()->getBlockClass(newType);
+    getModel().retypeBlock(this, oldType.get_ptr(), newType.get_ptr());
     if (isModelBlockType(oldType) == isModelBlockType(newType)) {
         return;
     }

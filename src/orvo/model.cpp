@@ -38,9 +38,9 @@ Design &Model::getDesign() const { return *static_cast<Design *>(getParent()); }
 
 Block *Model::getBlock(const PureValueRef &name) const { return static_cast<Block *>(getChild(name)); }
 
-Block *Model::getInputBlock() const { return getBlockByPrefix(nullptr, A_INPUT_BLOCK); }
+Block *Model::getInputBlock() const { return mInputs.empty() ? nullptr : *mInputs.begin(); }
 
-Block *Model::getOutputBlock() const { return getBlockByPrefix(nullptr, A_OUTPUT_BLOCK); }
+Block *Model::getOutputBlock() const { return mOutputs.empty() ? nullptr : *mOutputs.begin(); }
 
 Block *Model::getBlockByPrefix(const PureValueRef &prefix, const ValueRefBase<const Value> &type) const {
     for (Block &block : *this) {
@@ -51,9 +51,35 @@ Block *Model::getBlockByPrefix(const PureValueRef &prefix, const ValueRefBase<co
     return nullptr;
 }
 
-void Model::registerBlock(Block *block) { addChild(block); }
+bool Model::ByName::operator()(const Block *a, const Block *b) const {
+    return DeepValueCmp()(a->getName(), b->getName());
+}
 
-void Model::unregisterBlock(Block *block) { removeChild(block); }
+Model::BlockSet *Model::endsOfType(const Value *type) {
+    if (type == A_INPUT_BLOCK.get_ptr()) {
+        return &mInputs;
+    }
+    return type == A_OUTPUT_BLOCK.get_ptr() ? &mOutputs : nullptr;
+}
+
+void Model::registerBlock(Block *block) {
+    addChild(block);
+    retypeBlock(block, nullptr, block->type());
+}
+
+void Model::unregisterBlock(Block *block) {
+    retypeBlock(block, block->type(), nullptr);
+    removeChild(block);
+}
+
+void Model::retypeBlock(Block *block, const Value *oldType, const Value *newType) {
+    if (BlockSet *ends = endsOfType(oldType)) {
+        ends->erase(block);
+    }
+    if (BlockSet *ends = endsOfType(newType)) {
+        ends->insert(block);
+    }
+}
 
 void Model::registerParent(Block *block) {
     mParents.push_back(block);

@@ -432,34 +432,43 @@ bool ChainTypeInfo::isInside(const Model &model) const {
 /// Finds the edges of the model and the instances below; whether one of those is new in this run.
 bool ChainTypeInfo::scanModel() {
     mVisitedRun = mImpl.visitedRun;
+    const Model::BlockSet &inputs = mModel->getInputBlocks();
+    const Model::BlockSet &outputs = mModel->getOutputBlocks();
+    mInputBlock = inputs.empty() ? nullptr : *inputs.rbegin();
+    mOutputBlock = outputs.empty() ? nullptr : *outputs.rbegin();
     bool anyNew = false;
-    for (const Block &block : *mModel) {
-        const Value *type = block.type();
-        if (type == A_INPUT_BLOCK.get_ptr()) {
-            mInputBlock = &block;
-        } else if (type == A_OUTPUT_BLOCK.get_ptr()) {
-            mOutputBlock = &block;
-        } else if (type == A_MODEL_BLOCK.get_ptr() && inSubset(block)) {
-            const Model *model = Node::from<Model>(block[A_MODEL_NODE]);
-            if (model == nullptr || isInside(*model)) {
-                continue;
-            }
-            const auto [at, isNew] = mChildAt.try_emplace(&block, mChildren.size());
-            if (isNew) {
-                if (mImpl.instances >= limits::kTypeInstances) {
-                    mChildAt.erase(at);
-                    continue;
-                }
-                ++mImpl.instances;
-                mChildren.push_back(std::make_unique<ChainTypeInfo>(mImpl, this));
-            }
-            if (newlyInitialized(*mChildren[at->second], *model, &getBlockInfo(block))) {
-                addChildToRun(&block);
-                anyNew = true;
-            }
+    if (hasSubset()) {
+        for (const Block *block : subset()) {
+            anyNew = scanBlock(*block) || anyNew;
+        }
+    } else {
+        for (const Block &block : *mModel) {
+            anyNew = scanBlock(block) || anyNew;
         }
     }
     return anyNew;
+}
+
+/// Makes the instance below a model block known; whether it is new in this run.
+bool ChainTypeInfo::scanBlock(const Block &block) {
+    const Model *model = block.type() == A_MODEL_BLOCK.get_ptr() ? Node::from<Model>(block[A_MODEL_NODE]) : nullptr;
+    if (model == nullptr || isInside(*model)) {
+        return false;
+    }
+    const auto [at, isNew] = mChildAt.try_emplace(&block, mChildren.size());
+    if (isNew) {
+        if (mImpl.instances >= limits::kTypeInstances) {
+            mChildAt.erase(at);
+            return false;
+        }
+        ++mImpl.instances;
+        mChildren.push_back(std::make_unique<ChainTypeInfo>(mImpl, this));
+    }
+    if (!newlyInitialized(*mChildren[at->second], *model, &getBlockInfo(block))) {
+        return false;
+    }
+    addChildToRun(&block);
+    return true;
 }
 
 /// Takes over what the block that instantiates this model has learned at its ports and wires.

@@ -168,6 +168,8 @@ class ModelTypeInfo {
             mChildrenToRun.push_back(block);
         }
     }
+    bool hasSubset() const { return mHasSubset; }
+    const std::vector<const Block *> &subset() const { return mSubset; }
     bool inSubset(const Block &block) const { return !mHasSubset || mSubsetSet.count(&block) != 0; }
 
   private:
@@ -196,6 +198,7 @@ class ChainTypeInfo final : public ModelTypeInfo {
   private:
     std::uint32_t inferInstance();
     bool scanModel();
+    bool scanBlock(const Block &block);
     /// Whether this is an instance of the model, or below one: such a model has no end.
     bool isInside(const Model &model) const;
     void carryParentTypes();
