@@ -18,8 +18,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 namespace orvo {
 namespace {
 
@@ -197,10 +195,10 @@ TEST_F(TypeInfer, endsOnAModelInsideItself) {
 }
 
 TEST_F(TypeInfer, settlesALargeRing) {
-    constexpr int kCount = 20000;
+    constexpr int kCount = 100000;
     std::vector<Block *> ring;
     for (int i = 0; i < kCount; ++i) {
-        ring.push_back(&make(top, "d" + std::to_string(100000 + i), A_DELAY_BLOCK));
+        ring.push_back(&make(top, "d" + std::to_string(1000000 + i), A_DELAY_BLOCK));
         wireOf(*ring.back(), "primWireOut");
     }
     for (std::size_t i = 0; i < ring.size(); ++i) {
@@ -216,9 +214,10 @@ TEST_F(TypeInfer, settlesALargeRing) {
 }
 
 TEST_F(TypeInfer, staysLinearInTheReadersOfAWire) {
+    constexpr int kCount = 100000;
     Wire &wire = source(top, "a", "u8.0");
     Block *last = nullptr;
-    for (int i = 0; i < 20000; ++i) {
+    for (int i = 0; i < kCount; ++i) {
         // Each pins the net as well.
         last = &make(top, "p" + std::to_string(i), A_TYPE_PIN_BLOCK);
         last->setParam(A_TYPE_PIN_TYPE, type("u8.0"));
@@ -227,7 +226,7 @@ TEST_F(TypeInfer, staysLinearInTheReadersOfAWire) {
     }
     GlobalTypePass types;
     EXPECT_EQ(typeOf(types, *last->getWire(value("0"))), "u8.0");
-    EXPECT_LT(types.statistics().steps, 100000U);
+    EXPECT_LT(types.statistics().steps, 5U * kCount);
 }
 
 TEST_F(TypeInfer, forgetsWhenTheDesignChanges) {
@@ -360,89 +359,6 @@ TEST_F(MinimalSets, findTypesThroughInstancesAndPins) {
     EXPECT_EQ(types.statistics().fullEvaluations, 0U);
     EXPECT_EQ(typeOf(types, *b.getWire(value("y"))), "?");
     static_cast<void>(pin);
-}
-
-/// A design of every kind of way, with names that a seed decides.
-class TypeProperty : public TypeInfer {
-  protected:
-    std::vector<std::pair<Wire *, RefChain>> build(unsigned seed) {
-        std::mt19937 random(seed);
-        const auto name = [&](int i) { return "b" + std::to_string(random() % 100000) + "_" + std::to_string(i); };
-        std::vector<Wire *> wires{&source(top, name(0), "s8.4"), &source(top, name(1), "u3.0"),
-                                  &source(top, name(2), "[4] s2.0")};
-        Model &below = negator("below" + std::to_string(seed));
-        std::vector<std::pair<Wire *, RefChain>> all;
-        std::mt19937 shape(99);
-        for (int i = 3; i < 60; ++i) {
-            Wire *a = wires[shape() % wires.size()];
-            Wire *b = wires[shape() % wires.size()];
-            switch (shape() % 5) {
-            case 0: {
-                Block &block = make(top, name(i), A_ADD_BLOCK);
-                block.setParam(value("0"), *a);
-                block.setParam(value("1"), *b);
-                wires.push_back(&wireOf(block, "primWireOut"));
-                break;
-            }
-            case 1:
-                wires.push_back(&unary(top, name(i), A_DELAY_BLOCK, *a));
-                break;
-            case 2: {
-                Block &block = instance(top, name(i), below, a);
-                all.emplace_back(below.getBlock(value("neg"))->getWire(A_PRIM_WIRE_OUT), RefChain{&block});
-                wires.push_back(block.getWire(value("y")));
-                break;
-            }
-            case 3: {
-                Block &block = make(top, name(i), A_CPACK_BLOCK);
-                block.setParam(A_CPACK_PORT_REAL, *a);
-                block.setParam(A_CPACK_PORT_IMAG, *b);
-                wires.push_back(&wireOf(block, "cpackWireOut"));
-                break;
-            }
-            default: {
-                Block &block = make(top, name(i), A_CMP_EQ_BLOCK);
-                block.setParam(value("0"), *a);
-                block.setParam(value("1"), *b);
-                wires.push_back(&wireOf(block, "primWireOut"));
-            }
-            }
-        }
-        for (Wire *wire : wires) {
-            all.emplace_back(wire, RefChain{});
-        }
-        return all;
-    }
-    static std::vector<std::string> answers(TypeProperty &test, GlobalTypePass &types,
-                                            const std::vector<std::pair<Wire *, RefChain>> &ends, bool backward) {
-        std::vector<std::string> found(ends.size());
-        for (std::size_t i = 0; i < ends.size(); ++i) {
-            const std::size_t at = backward ? ends.size() - 1 - i : i;
-            found[at] = test.typeOf(types, *ends[at].first, ends[at].second);
-        }
-        return found;
-    }
-};
-
-TEST_F(TypeProperty, dependsOnNeitherOrderNorNamesNorMinimalSets) {
-    const auto ends = build(1);
-    ModelTreePass tree;
-    tree.bindEvents(design);
-    GlobalTypePass forward;
-    GlobalTypePass backward;
-    GlobalTypePass minimal;
-    minimal.enableMinimalSet(&tree);
-    minimal.limitMinimalSetSize(15);
-    const auto expected = answers(*this, forward, ends, false);
-    EXPECT_EQ(answers(*this, backward, ends, true), expected);
-    EXPECT_EQ(answers(*this, minimal, ends, true), expected);
-    tree.unbindEvents();
-    for (unsigned seed = 2; seed < 8; ++seed) {
-        GlobalTypePass types;
-        const auto renamed = build(seed);
-        EXPECT_EQ(answers(*this, types, renamed, seed % 2 == 0), expected);
-    }
-    EXPECT_TRUE(messages.lines.empty());
 }
 
 TEST(TypeRules, areTheSameForVariantsWithoutScheduling) {
