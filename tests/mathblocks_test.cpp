@@ -32,13 +32,17 @@ TEST(MathTypes, holdEveryFloatInput) {
                      {},
                      {{kOut, "float(23,8)"}, {kAux, "float(23,8)"}}},
                     {block, block, {{"0", "float(10,5)"}, {"1", "s8.0"}}, {}, {{kOut, ""}}},
+                    {block, block, {{"0", "float(10,5)"}, {"1", "float(10,5)"}, {"2", ""}}, {}, {{kOut, ""}}},
                     {block, block, {{"0", "s8.0"}}, {}, {{kOut, ""}}}});
     }
 }
 
 TEST(MathTypes, scaleAndTakeExponents) {
     for (const char *block : {"pownBlock", "multPow2Block"}) {
-        checkTypes({{block, block, {{"0", "float(23,8)"}, {"1", "[2] s8.0"}}, {}, {{kOut, "[2] float(23,8)"}}},
+        checkTypes({{block, block, {{"0", "float(23,8)"}, {"1", "[2] s8.0"}}, {}, {{kOut, "float(23,8)"}}},
+                    {block, block, {{"0", "[3] float(23,8)"}, {"1", "s8.0"}}, {}, {{kOut, "[3] float(23,8)"}}},
+                    {block, block, {{"0", "s8.4"}, {"1", "s8.0"}}, {}, {{kOut, "s8.4"}}},
+                    {block, block, {{"0", "float(23,8)"}, {"1", ""}}, {}, {{kOut, ""}}},
                     {block, block, {{"0", "float(23,8)"}, {"1", "float(23,8)"}}, {}, {{kOut, ""}}}});
     }
     checkTypes({{"exponent", "ilogbBlock", {{"0", "[2] float(23,8)"}}, {}, {{kOut, "[2] s32.0"}}},
@@ -66,6 +70,14 @@ TEST(MathTypes, rotateVectors) {
           {{"cordicPortX", "s4.8"}, {"cordicPortY", "s6.2"}, {"cordicPortAngle", "u3.9"}, {"cordicPortMode", "u1.0"}},
           {},
           {{"cordicWireX", "s8.8"}, {"cordicWireY", "s8.8"}, {"cordicWireAngle", "s4.9"}}},
+         {"cordic by a float",
+          "cordicBlock",
+          {{"cordicPortX", "s4.8"},
+           {"cordicPortY", "s6.2"},
+           {"cordicPortAngle", "u3.9"},
+           {"cordicPortMode", "float(23,8)"}},
+          {},
+          {{"cordicWireX", ""}, {"cordicWireAngle", ""}}},
          {"cordic of a float",
           "cordicBlock",
           {{"cordicPortX", "float(23,8)"},
@@ -87,6 +99,11 @@ TEST(MathTypes, areFixedWhereTheHardwareIs) {
                   {"fpclassWireSign", "[2] u1.0"},
                   {"fpclassWireInf", "[2] u1.0"},
                   {"fpclassWireNan", "[2] u1.0"}}},
+                {"classes of the library's floats",
+                 "floatClassBlock",
+                 {{"0", "fplib(23,8)"}},
+                 {},
+                 {{"fpclassWireZero", "u1.0"}}},
                 {"classes of a fixed", "floatClassBlock", {{"0", "s8.0"}}, {}, {{"fpclassWireZero", ""}}}});
 }
 

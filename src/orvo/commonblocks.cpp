@@ -258,6 +258,9 @@ class VecSplitTypeHandler final : public TypeInferHandler {
             return;
         }
         const TupleValueRef layout = tupleVR(api.getParam(A_VSPLIT_LAYOUT));
+        if (layout && sumOf(layout) > vector.length) {
+            return;
+        }
         forNumberedWires(api.getBlock(), [&](int number, const Wire &wire) {
             const int length =
                 layout ? givenLength(layout, number) : vector.length / parts + (number < vector.length % parts ? 1 : 0);
@@ -266,6 +269,13 @@ class VecSplitTypeHandler final : public TypeInferHandler {
     }
 
   private:
+    static std::int64_t sumOf(const TupleValueRef &layout) {
+        std::int64_t sum = 0;
+        for (std::size_t i = 0; i < layout->size(); ++i) {
+            sum += givenLength(layout, static_cast<int>(i));
+        }
+        return sum;
+    }
     static int givenLength(const TupleValueRef &layout, int number) {
         const NumberValueRef length =
             number < 0 ? NumberValueRef() : numberVR(layout->maybeAt(static_cast<std::size_t>(number)));

@@ -48,11 +48,9 @@ class NAryFloatTypeHandler final : public AbstractPrimTypeHandler {
 class LdExpFloatTypeHandler final : public TypeInferHandler {
   public:
     void inferTypes(TypeInferAPI &api) const override {
-        NumTypeSpec exponent = portSpec(api, numberKey(api, 1));
-        exponent.requireFixed();
-        NumTypeSpec type = portSpec(api, numberKey(api, 0));
-        type.mergeVectors(exponent);
-        setOut(api, type);
+        if (portSpec(api, numberKey(api, 1)).isFixed()) {
+            setOut(api, portSpec(api, numberKey(api, 0)));
+        }
     }
 };
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 
 namespace orvo::internal {
 
@@ -194,28 +195,32 @@ class SequenceTypeHandler final : public TypeInferHandler {
     }
 };
 
-/// The width of a counter that stays below each limit; a tuple of limits makes lanes.
+/// The width of a counter that stays below each limit; a tuple of limits, rolled or not, makes lanes.
 NumTypeSpec counterType(const ValueRef &limit) {
     const TupleValueRef lanes = tupleVR(limit);
-    std::int64_t largest = 1;
+    std::optional<std::int64_t> largest;
     const auto look = [&largest](const ValueRef &value) {
         const NumberValueRef number = numberVR(value);
         if (!number || !number->isInteger() || number->isSpecial() || number->getBitWidths().first > 62) {
             return false;
         }
-        largest = std::max(largest, number->toInt64(0));
+        const std::int64_t count = number->toInt64(0);
+        largest = largest ? std::max(*largest, count) : count;
         return true;
     };
+    std::size_t count = 0;
     if (lanes) {
-        if (lanes->size() == 0 || !std::all_of(lanes->begin(), lanes->end(), look)) {
+        const auto first = lanes->begin() + (lanes->size() != 0 && lanes->at(0) == A_VECTOR_ROLL_TAG ? 1 : 0);
+        count = static_cast<std::size_t>(lanes->end() - first);
+        if (count == 0 || !std::all_of(first, lanes->end(), look)) {
             return {};
         }
     } else if (!look(limit)) {
         return {};
     }
-    NumTypeSpec type = NumTypeSpec::ufixed(bitWidth(static_cast<long>(largest - 1)), 0);
+    NumTypeSpec type = NumTypeSpec::ufixed(bitWidth(static_cast<long>(*largest - 1)), 0);
     if (lanes) {
-        type.addVector(static_cast<int>(lanes->size()));
+        type.addVector(static_cast<int>(count));
     }
     return type;
 }
@@ -281,10 +286,10 @@ class LoopTypeHandler final : public TypeInferHandler {
 
 class ForLoopTypeHandler final : public TypeInferHandler2 {
   public:
+    /// The flags are there before the inputs, which often come out of a loop that they steer.
     void inferStatic(TypeInferAPI2 &api) const override {
-        // Vectors come from the ports, if there are any.
-        if (api.getBlock().port_size() == 0) {
-            setFlags(api, NumTypeSpec::boolean());
+        for (const StaticString *wire : {&A_LOOP_WIRE_VALID, &A_LOOP_WIRE_FIRST_ITER, &A_LOOP_WIRE_LAST_ITER}) {
+            setWire(api, *wire, NumTypeSpec::boolean());
         }
     }
     void inferForward(TypeInferAPI2 &api) const override {
@@ -302,17 +307,8 @@ class ForLoopTypeHandler final : public TypeInferHandler2 {
                 isFirst = false;
             }
         }
-        flags.mergeVectors(count);
         count.mergeVectors(flags);
-        setFlags(api, flags);
         setWire(api, A_FOR_LOOP_WIRE_COUNT, count);
-    }
-
-  private:
-    static void setFlags(TypeInferAPI2 &api, const NumTypeSpec &type) {
-        for (const StaticString *wire : {&A_LOOP_WIRE_VALID, &A_LOOP_WIRE_FIRST_ITER, &A_LOOP_WIRE_LAST_ITER}) {
-            setWire(api, *wire, type);
-        }
     }
 };
 

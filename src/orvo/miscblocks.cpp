@@ -65,7 +65,7 @@ class IfaceTypeHandler final : public ByNameTypeHandler {
     }
 };
 
-class LatencyPlaceholderTypeHandler final : public ByNameTypeHandler {
+class LatencyPlaceholderTypeHandler final : public TypeInferHandler2 {
   public:
     void inferStatic(TypeInferAPI2 &api) const override {
         forPairsIn(api.getParam(A_LATENCY_PLACEHOLDER_TYPEMAP),
@@ -73,11 +73,6 @@ class LatencyPlaceholderTypeHandler final : public ByNameTypeHandler {
                        api.setPortType(name, type);
                        api.setWireType(name, type);
                    });
-    }
-    void inferForward(TypeInferAPI2 &api) const override {
-        if (!tupleVR(api.getParam(A_LATENCY_PLACEHOLDER_TYPEMAP))) {
-            ByNameTypeHandler::inferForward(api);
-        }
     }
 };
 
@@ -275,8 +270,7 @@ const TypeRuleRow kRules[] = {
     ORVO_TYPE_RULE(A_BOUNDARY_BLOCK, BoundaryTypeHandler, "each output has the like-named input's type"),
     ORVO_TYPE_RULE(A_HIDDEN_IFACE_BLOCK, IfaceTypeHandler, "booleans as declared, else the like-named input's type"),
     ORVO_TYPE_RULE(A_EXT_IFACE_BLOCK, IfaceTypeHandler, "booleans as declared, else the like-named input's type"),
-    ORVO_TYPE_RULE(A_LATENCY_PLACEHOLDER_BLOCK, LatencyPlaceholderTypeHandler,
-                   "as the type map tells; without one, the like-named input's type"),
+    ORVO_TYPE_RULE(A_LATENCY_PLACEHOLDER_BLOCK, LatencyPlaceholderTypeHandler, "as the type map tells"),
     ORVO_TYPE_RULE(A_SCHEDULED_MODEL_BLOCK, ScheduledModelTypeHandler, "the boundary types of the scheduled model"),
     ORVO_TYPE_RULE(A_UNSUPPORTED_BLOCK, UnsupportedTypeHandler, "the types that the front end stored on the block"),
     ORVO_TYPE_RULE(A_STALLREG_BLOCK, StallRegTypeHandler, "data by number; valid and stall are booleans"),

@@ -295,10 +295,9 @@ class MinMaxTypeHandler final : public TypeInferHandler {
     }
 };
 
-/// Of a real fixed-point input, an unsigned integer that counts up to its bits.
-void setBitCount(TypeInferAPI &api) {
-    NumTypeSpec type = realFixedPort(api, numberKey(api, 0));
-    if (type.valid() && type.fixedBits() >= 0) {
+/// An unsigned integer that counts up to the bits of a fixed-point input.
+void setBitCount(TypeInferAPI &api, NumTypeSpec type) {
+    if (type.isFixed() && type.fixedBits() >= 0) {
         type.setToFixed(false, bitWidthU(static_cast<unsigned int>(type.fixedBits())), 0);
         setOut(api, type);
     }
@@ -306,13 +305,13 @@ void setBitCount(TypeInferAPI &api) {
 
 class BitCountTypeHandler final : public TypeInferHandler {
   public:
-    void inferTypes(TypeInferAPI &api) const override { setBitCount(api); }
+    void inferTypes(TypeInferAPI &api) const override { setBitCount(api, realFixedPort(api, numberKey(api, 0))); }
 };
 
 /// The ceiling of the logarithm of a width plus one is the bit length of the width.
 class UnaryCTPOPTypeHandler final : public TypeInferHandler {
   public:
-    void inferTypes(TypeInferAPI &api) const override { setBitCount(api); }
+    void inferTypes(TypeInferAPI &api) const override { setBitCount(api, portSpec(api, numberKey(api, 0))); }
 };
 
 class RoundTypeHandler final : public TypeInferHandler {
@@ -376,11 +375,10 @@ class DivideTypeHandler final : public TypeInferHandler {
     }
 
   private:
-    /// Without decorations.
+    /// Without vectors, but for those of the dividend of integers.
     static NumTypeSpec quotient(TypeInferAPI &api, const NumTypeSpec &a, const NumTypeSpec &b) {
         if (isParamTrue(api, A_INT_DIVIDER)) {
-            return a.scalarEquals(b) && a.fracBits() == 0 ? NumTypeSpec::fixed(a.isSigned(), a.intBits(), 0)
-                                                          : NumTypeSpec();
+            return a.scalarEquals(b) && a.fracBits() == 0 ? a : NumTypeSpec();
         }
         const bool isSigned = a.isSigned() || b.isSigned();
         const std::int64_t total = std::int64_t{a.fixedBits()} + b.fixedBits() + (isSigned ? 1 : 0);
@@ -443,11 +441,12 @@ class UnaryConstDivTypeHandler final : public TypeInferHandler2 {
   public:
     void inferForward(TypeInferAPI2 &api) const override {
         NumTypeSpec type = portSpec(api, numberKey(api, 0));
-        if (type.isFloat()) {
+        const NumTypeSpec divisor = NumTypeSpec::fromFixedValue(api.getParam(A_CONST_VALUE));
+        if (type.isFloat() && divisor.valid()) {
+            type.mergeDecors(divisor);
             setWire(api, A_PRIM_WIRE_OUT, type);
             return;
         }
-        const NumTypeSpec divisor = NumTypeSpec::fromFixedValue(api.getParam(A_CONST_VALUE));
         if (!type.isFixed() || type.fracBits() != 0 || !divisor.isFixed() || divisor.fracBits() > 0) {
             return;
         }
@@ -533,6 +532,10 @@ class MonsterMultTypeHandler final : public TypeInferHandler2 {
 
 class BitSelectTypeHandler final : public TypeInferHandler2 {
   public:
+    /// As a cast: a given type stands before anything is known of the input, so that a loop through the block settles.
+    void inferStatic(TypeInferAPI2 &api) const override {
+        setWire(api, A_PRIM_WIRE_OUT, paramType(api, A_BIT_SELECT_OUTPUT_TYPE));
+    }
     void inferForward(TypeInferAPI2 &api) const override {
         const NumTypeSpec input = portSpec(api, numberKey(api, 0));
         NumTypeSpec type = paramType(api, A_BIT_SELECT_OUTPUT_TYPE);
@@ -740,7 +743,7 @@ const TypeRuleRow kRules[] = {
     ORVO_TYPE_RULE(A_DIVIDE_BLOCK, DivideTypeHandler, "the full quotient; integer division: the operands' type"),
     ORVO_TYPE_RULE(A_MOD_MULT_BLOCK, ModMultTypeHandler, "an unsigned integer as wide as the modulus"),
     ORVO_TYPE_RULE(A_CONSTMULT_BLOCK, UnaryConstMultTypeHandler, "the full product, or what the precision tells"),
-    ORVO_TYPE_RULE(A_CONSTDIV_BLOCK, UnaryConstDivTypeHandler, "an integer as wide as the input"),
+    ORVO_TYPE_RULE(A_CONSTDIV_BLOCK, UnaryConstDivTypeHandler, "a float as it is; an integer as wide as the input"),
     ORVO_TYPE_RULE(A_RAW_SHIFT_BLOCK, RawShiftTypeHandler, "the input's bits with the binary point moved"),
     ORVO_TYPE_RULE(A_BARREL_LEFT_BLOCK, BarrelTypeHandler, "the output type parameter on the inputs' decorations"),
     ORVO_TYPE_RULE(A_BARREL_RIGHT_BLOCK, BarrelTypeHandler, "the output type parameter on the inputs' decorations"),

@@ -5,6 +5,7 @@
 #include <orvo/context.h>
 #include <orvo/corevalues.h>
 #include <orvo/design.h>
+#include <orvo/logging.h>
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
 #include <orvo/typeinferpass.h>
@@ -86,9 +87,16 @@ class ShortForm {
     std::size_t mAt = 0;
 };
 
+struct Listener final : ContextListener {
+    void onMessage(int, const char *tag, const log::LogParams &) override { tags += std::string(" ") + tag; }
+    std::string tags;
+};
+
 void checkCase(const TypeCase &row) {
     ContextMgr guard;
     Context *context = guard.context();
+    Listener listener;
+    context->setListener(&listener);
     const auto value = [context](const std::string &text) {
         ValueRef read = Value::parse(text, context);
         EXPECT_TRUE(read) << "not a value: " << text;
@@ -113,13 +121,27 @@ void checkCase(const TypeCase &row) {
     for (const auto &[key, type] : row.outputs) {
         Wire::create(block, PureValueRef(value(key)));
     }
-    GlobalTypePass types;
-    for (const auto &[key, type] : row.outputs) {
-        const PureValueRef found = types.getType(block.getWire(PureValueRef(value(key))), {});
-        const PureValueRef wanted = *type == '\0' ? PureValueRef() : PureValueRef(value(typeText(type)));
-        EXPECT_TRUE(found == wanted) << row.name << ", wire " << key << ": " << readableType(found.get_ptr())
-                                     << " in place of " << (*type == '\0' ? "?" : type);
+    for (const auto &[key, type] : row.pinned) {
+        const PureValueRef name(value(key));
+        Wire *wire = block.getWire(name) != nullptr ? block.getWire(name) : Wire::create(block, name);
+        Block &pin = *Block::create(model, "pin" + std::to_string(number++), A_TYPE_PIN_BLOCK);
+        pin.setParam(A_TYPE_PIN_TYPE, value(typeText(type)));
+        pin.setParam(PureValueRef(value("0")), *wire);
     }
+    GlobalTypePass types;
+    const auto check = [&](const char *what, const char *key, const PureValueRef &found, const char *type) {
+        const PureValueRef wanted = *type == '\0' ? PureValueRef() : PureValueRef(value(typeText(type)));
+        EXPECT_TRUE(found == wanted) << row.name << ", " << what << " " << key << ": " << readableType(found.get_ptr())
+                                     << " in place of " << (*type == '\0' ? "?" : type);
+    };
+    for (const auto &[key, type] : row.outputs) {
+        check("wire", key, types.getType(block.getWire(PureValueRef(value(key))), {}), type);
+    }
+    for (const auto &[key, type] : row.ports) {
+        check("port", key, types.getType(block.getPort(PureValueRef(value(key))), {}), type);
+    }
+    EXPECT_EQ(!listener.tags.empty(), row.conflicts) << row.name << ":" << listener.tags;
+    context->setListener(nullptr);
 }
 
 } // namespace

@@ -18,6 +18,12 @@ struct TypeCase {
     Texts inputs;
     Texts params;
     Texts outputs;
+    /// Outputs that are connected to a type pin of this type.
+    Texts pinned = {};
+    /// What ports must come to.
+    Texts ports = {};
+    /// Whether the rule contradicts what stands around the block, which is reported; otherwise no message may come.
+    bool conflicts = false;
 };
 
 /// Builds each block with its inputs driven from the model's edge, asks for the types of its outputs and compares.
