@@ -3,7 +3,7 @@
 JOBS := $(shell nproc)
 BUILD := build/release
 
-.PHONY: all deps configure build test demo bench format format-check tidy update-examples install clean
+.PHONY: all deps configure build test demo bench format format-check tidy update-examples update-docs install clean
 
 all: build
 
@@ -40,6 +40,9 @@ tidy: configure
 
 update-examples: build
 	cmake --build --preset release --target update-examples
+
+update-docs: build
+	tools/reference.py $(BUILD)/bin/orvo docs/reference
 
 # make install PREFIX=/somewhere
 install: build

@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace orvo {
 namespace {
@@ -53,6 +56,38 @@ TEST(Documents, showAProgramThatIsAnExample) {
     ASSERT_FALSE(example.empty());
     EXPECT_NE(readme.find("```cpp\n" + example + "```"), std::string::npos)
         << "copy examples/first_design.cpp into README.md";
+}
+
+// Notes of the kind that a reader of a clone can do nothing with: unfinished work, and places of one machine.
+TEST(Documents, holdNoNotesForTheirAuthorsOnly) {
+    namespace fs = std::filesystem;
+    const std::regex note("\\b(TO"
+                          "DO|FIX"
+                          "ME|XX"
+                          "X)\\b|(^|[^a-z./])/(work|home|root)/|\\bPart [0-9]+\\.[0-9]");
+    const std::vector<std::string> folders = {"bench", "cmake", "docs",  "examples", "include",
+                                              "src",   "tests", "tools", ".ci"};
+    const auto look = [&note](const fs::path &file) {
+        std::ifstream in(file);
+        int number = 0;
+        for (std::string line; std::getline(in, line);) {
+            ++number;
+            EXPECT_FALSE(std::regex_search(line.substr(0, 400), note))
+                << file.string() << ":" << number << ": " << line;
+        }
+    };
+    for (const std::string &folder : folders) {
+        for (const auto &entry : fs::recursive_directory_iterator(fs::path(ORVO_TEST_SOURCE_DIR) / folder)) {
+            const std::string kind = entry.path().extension().string();
+            if (entry.is_regular_file() && kind != ".xml" && kind != ".csv" &&
+                entry.path().string().find("/corpus") == std::string::npos) {
+                look(entry.path());
+            }
+        }
+    }
+    for (const char *file : {"README.md", "CONTRIBUTING.md", "CMakeLists.txt", "Makefile"}) {
+        look(fs::path(ORVO_TEST_SOURCE_DIR) / file);
+    }
 }
 
 } // namespace
