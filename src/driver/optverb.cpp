@@ -239,20 +239,25 @@ class OptRun {
             return readDesign(in, mArguments.replay, mReplay.designLine, context, mConsole);
         }
         mInput = std::make_unique<InputFile>(mArguments.input, mConsole);
-        if (mInput->isRegular() && !reproducerPath().empty()) {
-            Reproducer reproducer;
-            reproducer.version = ORVO_VERSION;
-            reproducer.pass = "0 reading";
-            reproducer.features = mFeatures;
-            reproducer.passes = printPassTexts(mPasses);
-            reproducer.verifyEach = mArguments.verifyEach;
-            reproducer.skip = mArguments.skip;
-            reproducer.stopAfter = mArguments.stopAfter;
-            armFaults({0, "", reproducerPath(), printReproducerHeader(reproducer), mInput->descriptor()});
+        armOutsidePasses("reading");
+        return readDesign(*mInput, context, mConsole);
+    }
+
+    /// From here on a fault leaves the input with all passes; one inside a pass leaves what that pass saw.
+    void armOutsidePasses(const char *phase) {
+        if (mInput == nullptr || !mInput->isRegular() || reproducerPath().empty()) {
+            disarmFaults();
+            return;
         }
-        std::unique_ptr<Design> design = readDesign(*mInput, context, mConsole);
-        disarmFaults();
-        return design;
+        Reproducer reproducer;
+        reproducer.version = ORVO_VERSION;
+        reproducer.pass = std::string("0 ") + phase;
+        reproducer.features = mFeatures;
+        reproducer.passes = printPassTexts(mPasses);
+        reproducer.verifyEach = mArguments.verifyEach;
+        reproducer.skip = mArguments.skip;
+        reproducer.stopAfter = mArguments.stopAfter;
+        armFaults({0, "", reproducerPath(), printReproducerHeader(reproducer), mInput->descriptor()});
     }
 
     std::string reproducerPath() const {
@@ -289,6 +294,7 @@ class OptRun {
         makeFolder(mArguments.dumpFolder);
         makeFolder(mArguments.crashFolder);
         const std::unique_ptr<Design> design = readInput(context);
+        armOutsidePasses("before the first pass");
         if (mArguments.verifyEach) {
             verifyInput(*design);
         }
@@ -300,6 +306,7 @@ class OptRun {
         const RunOptions options = runOptions();
         mInstrumentation = std::make_unique<DriverInstrumentation>(options, mPasses, mConsole, mProgress);
         runPasses(*design);
+        armOutsidePasses("behind the last pass");
         const bool writes = mConsole.errors() == 0 && !mArguments.list && !mArguments.output.empty();
         if (writes) {
             util::ProfilingSection section("write", mArguments.output);

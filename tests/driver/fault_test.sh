@@ -101,6 +101,23 @@ run 0 opt --replay "$file" --no-reproducer
 has fifo '<kelmar'
 rm -f ./*.orvo
 
+# A crash behind the passes: the input and all passes are there.
+mkfifo result
+code=0
+"$orvo" opt d.xml -o result -p DeadBlockPass >out 2>err &
+pid=$!
+sleep 1
+kill -SEGV $pid
+wait $pid || code=$?
+[ "$code" -eq 3 ] || die "exit code $code"
+file=$(only_file)
+has "$file" 'pass: 0 behind the last pass'
+has "$file" 'passes: DeadBlockPass'
+run 0 opt --replay "$file" -o replayed.xml
+run 0 opt d.xml -o plain.xml -p DeadBlockPass
+same replayed.xml plain.xml
+rm -f result ./*.orvo
+
 # Files that are no reproducers.
 for text in '' 'orvo-reproducer 2' "$(printf 'orvo-reproducer 1\nnonsense\ndesign:\n')" "$(printf 'orvo-reproducer 1\nskip: 1')"; do
     printf '%s' "$text" >wrong.repro
