@@ -6,8 +6,11 @@
 #include <orvo/design.h>
 #include <orvo/handlers.h>
 #include <orvo/model.h>
+#include <orvo/nonsblocks.h>
 #include <orvo/staticstrings.h>
 #include <orvo/typeinfer.h>
+
+#include "support/localinterface.h"
 
 #include <gtest/gtest.h>
 
@@ -62,6 +65,43 @@ TEST_F(BlockClassTest, deletesASharedHandlerOnce) {
         EXPECT_EQ(copy.get<VectorUnrollHandler>(), nullptr);
     }
     EXPECT_EQ(deleted, 2);
+}
+
+TEST_F(BlockClassTest, leavesAHandlerAloneThatReplacedAnOwnedOne) {
+    Types shared(deleted);
+    {
+        BlockClass blockClass;
+        auto first = std::make_unique<Types>(deleted);
+        blockClass.registerHandler<TypeInferHandler>(first.get(), true);
+        blockClass.registerHandler<TypeInferHandler>(&shared, false);
+        EXPECT_EQ(deleted, 0);
+    }
+    EXPECT_EQ(deleted, 1); // the one that was replaced, by the test itself
+}
+
+TEST_F(BlockClassTest, isDeletedWithItsContextAndDeletesEachHandlerOnce) {
+    {
+        ContextMgr mgr;
+        mgr.context()->getBlockClass(A_ADD_BLOCK)->registerHandler<VectorUnrollHandler>(new Vectors(deleted), true);
+        HandlerLinker linker(mgr.context(), {&typeid(VectorUnrollHandler)});
+        mapNONSBlocks(linker);
+        EXPECT_NE(mgr.context()->getBlockClass(U_ADD_BLOCK)->get<VectorUnrollHandler>(), nullptr);
+        EXPECT_EQ(deleted, 0);
+    }
+    EXPECT_EQ(deleted, 1);
+}
+
+/// As the interface of the same name in tests/support/localinterface.cpp.
+class LocalInterface : public BlockHandler {};
+
+TEST_F(BlockClassTest, tellsInterfacesApartThatShareALocalName) {
+    Counted<LocalInterface> mine(deleted);
+    Counted<BlockHandler> theirs(deleted);
+    BlockClass blockClass;
+    blockClass.registerHandler(typeid(LocalInterface), &mine, false);
+    blockClass.registerHandler(test::otherLocalInterface(), &theirs, false);
+    EXPECT_EQ(blockClass.lookupHandler(typeid(LocalInterface)), &mine);
+    EXPECT_EQ(blockClass.lookupHandler(test::otherLocalInterface()), &theirs);
 }
 
 TEST_F(BlockClassTest, keepsOwnershipWhenItCopiesFromItself) {

@@ -4,7 +4,12 @@
 #include <orvo/context.h>
 #include <orvo/staticstrings.h>
 
+#include <util/features.h>
+
 #include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
 
 #include <sstream>
 
@@ -79,10 +84,15 @@ TEST_F(BlocksInfoTest, takesThreeBarsAndReportsAndSkipsTwo) {
 }
 
 TEST_F(BlocksInfoTest, reportsAFileThatEndsInsideAnEntry) {
-    EXPECT_NE(
-        read(std::string(kHead) + "A_X_BLOCK\nDescription: d\n").find("Unexpected EOF at line at 10 in file cat.csv\n"),
-        std::string::npos);
+    const std::string end = "Error: Unexpected EOF at line at 10 in file cat.csv\n";
+    EXPECT_EQ(read(std::string(kHead) + "A_X_BLOCK\nDescription: d\n"),
+              end + "Warning: No connections given for block A_X_BLOCK at line 10 in file cat.csv.\n");
     EXPECT_TRUE(info.blockExists("A_X_BLOCK"));
+    EXPECT_EQ(read(std::string(kHead) + "Genericparameter: A_G\nDescription: d\n"), end);
+    EXPECT_EQ(read(std::string(kHead) + "A_Y_BLOCK\n"),
+              "Error: Unexpected EOF at line at 9 in file cat.csv\n"
+              "Warning: No block description was given at line 9 in file cat.csv\n"
+              "Warning: No connections given for block A_Y_BLOCK at line 9 in file cat.csv.\n");
 }
 
 TEST_F(BlocksInfoTest, warnsOfMissingDescriptionsAndConnections) {
@@ -99,6 +109,57 @@ TEST_F(BlocksInfoTest, reportsAnEntryOfAnUnknownKind) {
     EXPECT_EQ(read("MAPPINGSSECTION\n<---------->\nOdd: A_B b\nmore\n<---------->\nTag: A_T t\n<---------->\n"),
               "could not parse Odd: A_B b at line 3 in file cat.csv\n");
     EXPECT_EQ(info.get_mapping("A_T"), "t");
+}
+
+TEST_F(BlocksInfoTest, beginsTheBlocksInsideAnEntryThatHasNoEnd) {
+    EXPECT_EQ(read("MAPPINGSSECTION\n<---------->\nTag: A_T t\nBLOCKSSECTION\n<---------->\n"
+                   "A_X_BLOCK\nDescription: d\nConnections:\nPort | 0 | ... | in\n<---------->\n"),
+              "");
+    EXPECT_TRUE(info.blockExists("A_X_BLOCK"));
+    EXPECT_EQ(info.get_mapping("A_T"), "t");
+}
+
+TEST_F(BlocksInfoTest, takesTheFirstWordOfALineForTheBlocksName) {
+    EXPECT_EQ(
+        read(std::string(kHead) +
+             "A_X_BLOCK a block: words | more\nDescription: d\nConnections:\nPort | 0 | ... | in\n<---------->\n"),
+        "");
+    EXPECT_TRUE(info.blockExists("A_X_BLOCK"));
+}
+
+TEST_F(BlocksInfoTest, takesBothMarksOfOneValueAndAMarkOfAValueLine) {
+    read(std::string(kHead) + "A_X_BLOCK\nDescription: d\nConnections:\nParam | A_P | A_V (default)(optional) | p\n"
+                              "Param | A_Q | A_V | q\nA_W (optional)\n<---------->\n");
+    EXPECT_TRUE(connection(0).optional);
+    EXPECT_EQ(connection(0).defaultValue, "A_V");
+    EXPECT_EQ(connection(0).values, (std::vector<std::string>{"A_V"}));
+    EXPECT_TRUE(connection(1).optional);
+    EXPECT_EQ(connection(1).values, (std::vector<std::string>{"A_V", "A_W"}));
+}
+
+TEST(Catalogue, isAWarningWhenItsFileIsMissing) {
+    util::SetFeatureString("rootDirectory", "/nowhere");
+    BlocksInfo info;
+    ::testing::internal::CaptureStderr();
+    info.genBlocksInfo();
+    const std::string heard = ::testing::internal::GetCapturedStderr();
+    util::ClearFeature("rootDirectory");
+    EXPECT_NE(heard.find("The block catalogue "), std::string::npos);
+    EXPECT_NE(heard.find(" could not be opened\n"), std::string::npos);
+    EXPECT_EQ(info.size(), 1U);
+    EXPECT_EQ(info.getBlockInfo("DUMMY_GENERIC_BLOCK").connections.size(), 0U);
+}
+
+TEST(Catalogue, outlivesTheDestructorsOfGlobalObjects) {
+    const auto readAtTheEnd = [] {
+        std::atexit([] {
+            const bool there = getBlocksInfo().blockExists("A_ADD_BLOCK");
+            std::fputs(there ? "still there" : "gone", stderr);
+        });
+        { ContextMgr first; }
+        std::exit(0);
+    };
+    EXPECT_EXIT(readAtTheEnd(), ::testing::ExitedWithCode(0), "still there");
 }
 
 TEST_F(BlocksInfoTest, knowsEveryKeywordOfTheMappingSection) {

@@ -10,6 +10,8 @@
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
+#include "orvo/netlistverificationpass.h"
+
 #include <util/features.h>
 
 #include <gtest/gtest.h>
@@ -82,6 +84,19 @@ TEST_F(VerificationTest, findsUnknownTypesMissingPartsBadValuesAndExtras) {
     EXPECT_EQ(verify(extra)[0].subject, "odd");
 }
 
+TEST_F(VerificationTest, takesNoPlainParameterForAPort) {
+    Block &output = typed(A_OUTPUT_BLOCK);
+    output.setParam(value("odd"), source);
+    EXPECT_TRUE(verify(output).empty());
+    output.setParam(value("odd"), value("5"));
+    ASSERT_EQ(verify(output).size(), 1U);
+    EXPECT_EQ(verify(output)[0].kind, Kind::Extra);
+    Block &add = goodAdd();
+    add.setParam(value("7"), value("5"));
+    ASSERT_EQ(verify(add).size(), 1U);
+    EXPECT_EQ(verify(add)[0].subject, "7");
+}
+
 TEST_F(VerificationTest, matchesKeysByPattern) {
     Block &select = typed(A_SELECT_BLOCK);
     select.setParam(A_SELECT_PORT_DEFAULT_DATA, source);
@@ -106,6 +121,12 @@ TEST_F(VerificationTest, leavesOutConnectionsWithoutAMapping) {
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_EQ(findings[0].text, "Unrecognized block connection type: Odd");
     EXPECT_EQ(verifier.unmappedConnections(), (std::vector<std::string>{"A_UNMAPPED"}));
+    std::size_t reported = 0;
+    ::testing::internal::CaptureStderr();
+    internal::warnOfUnmapped(verifier, reported);
+    internal::warnOfUnmapped(verifier, reported);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "Connection A_UNMAPPED is ignored as it doesn't have a mapping\n");
 }
 
 TEST_F(VerificationTest, runsOnlyWithItsFeature) {
@@ -122,6 +143,16 @@ TEST_F(VerificationTest, endsOnTheFirstBlockThatDiffers) {
     Block &extra = typed(A_OUTPUT_BLOCK);
     extra.setParam(A_FORWARDING_PORT, A_TRUE);
     run();
+    Block *bare = Block::create(model, "bare", A_NOT_BLOCK);
+    EXPECT_EXIT(run(), ::testing::ExitedWithCode(1), "Port 0 is not set on block: ");
+    bare->setParam(value("0"), *Wire::create(*Block::create(model, "in", A_INPUT_BLOCK), "w"));
+    EXPECT_EXIT(run(), ::testing::ExitedWithCode(1), "Wire A_PRIM_WIRE_OUT is not set on block: ");
+    Wire::create(*bare, A_PRIM_WIRE_OUT);
+    run();
+    extra.setParam(A_FORWARDING_PORT, value("5"));
+    EXPECT_EXIT(run(), ::testing::ExitedWithCode(1),
+                "Parameter A_FORWARDING_PORT has the value 5, which is not in its list, on block: ");
+    extra.setParam(A_FORWARDING_PORT, A_TRUE);
     Block &delay = typed(A_CONST_BLOCK);
     Wire::create(delay, A_PRIM_WIRE_OUT);
     EXPECT_EXIT(run(), ::testing::ExitedWithCode(1), "Parameter A_CONST_VALUE is not set on block: ");

@@ -39,9 +39,38 @@ class NonsTest : public ::testing::Test {
 TEST_F(NonsTest, pairsTwentySixTypesVariantFirst) {
     CountingLinker linker;
     mapNONSBlocks(linker);
-    ASSERT_EQ(linker.lines.size(), 26U);
-    EXPECT_EQ(linker.lines.front(), "registerNONSBlock=registerBlock");
-    EXPECT_EQ(linker.lines.back(), "forLoopBlock=forLoopBlock");
+    const std::vector<const StaticString *> pairs[] = {
+        {&U_REGISTER_BLOCK, &A_REGISTER_BLOCK},
+        {&U_ADD_BLOCK, &A_ADD_BLOCK},
+        {&U_SUB_BLOCK, &A_SUB_BLOCK},
+        {&U_AND_BLOCK, &A_AND_BLOCK},
+        {&U_OR_BLOCK, &A_OR_BLOCK},
+        {&U_NOT_BLOCK, &A_NOT_BLOCK},
+        {&U_XOR_BLOCK, &A_XOR_BLOCK},
+        {&U_NAND_BLOCK, &A_NAND_BLOCK},
+        {&U_NOR_BLOCK, &A_NOR_BLOCK},
+        {&U_XNOR_BLOCK, &A_XNOR_BLOCK},
+        {&U_AND_REDUCE_BLOCK, &A_AND_REDUCE_BLOCK},
+        {&U_OR_REDUCE_BLOCK, &A_OR_REDUCE_BLOCK},
+        {&U_XOR_REDUCE_BLOCK, &A_XOR_REDUCE_BLOCK},
+        {&U_NAND_REDUCE_BLOCK, &A_NAND_REDUCE_BLOCK},
+        {&U_NOR_REDUCE_BLOCK, &A_NOR_REDUCE_BLOCK},
+        {&U_XNOR_REDUCE_BLOCK, &A_XNOR_REDUCE_BLOCK},
+        {&U_CAST_BLOCK, &A_CAST_BLOCK},
+        {&U_CMP_EQ_BLOCK, &A_CMP_EQ_BLOCK},
+        {&U_CMP_NE_BLOCK, &A_CMP_NE_BLOCK},
+        {&U_CMP_LT_BLOCK, &A_CMP_LT_BLOCK},
+        {&U_CMP_GE_BLOCK, &A_CMP_GE_BLOCK},
+        {&U_MUX_BLOCK, &A_MUX_BLOCK},
+        {&U_BIT_SELECT_BLOCK, &A_BIT_SELECT_BLOCK},
+        {&U_BIT_JOIN_BLOCK, &A_BIT_JOIN_BLOCK},
+        {&U_LUT_BLOCK, &A_LUT_BLOCK},
+        {&U_FOR_LOOP_BLOCK, &A_FOR_LOOP_BLOCK},
+    };
+    ASSERT_EQ(linker.lines.size(), std::size(pairs));
+    for (std::size_t i = 0; i < std::size(pairs); ++i) {
+        EXPECT_EQ(linker.lines[i], std::string(pairs[i][0]->text()) + "=" + pairs[i][1]->text());
+    }
 }
 
 TEST_F(NonsTest, knowsPartnersInBothDirections) {
@@ -69,6 +98,8 @@ TEST_F(NonsTest, acceptsTypesWithAPartnerAndTypesThatDoNoWork) {
         EXPECT_FALSE(map.blockSupportsNONS(typed(*type), true)) << type->text();
     }
     EXPECT_FALSE(map.blockSupportsNONS(typed(A_FIR_BLOCK)));
+    EXPECT_FALSE(map.blockSupportsNONS(*Block::create(model, "untyped")));
+    EXPECT_TRUE(map.blockSupportsNONS(typed(U_CAST_BLOCK)));
 }
 
 TEST_F(NonsTest, acceptsOnlyCastsThatMoveBits) {
@@ -87,6 +118,9 @@ TEST_F(NonsTest, acceptsOnlyCastsThatMoveBits) {
 TEST_F(NonsTest, countsOneCycleForARegister) {
     EXPECT_EQ(map.latencyOfNONSBlock(typed(U_REGISTER_BLOCK)), 1);
     EXPECT_EQ(map.latencyOfNONSBlock(typed(U_ADD_BLOCK)), 0);
+    // Its partner is the variant.
+    EXPECT_EQ(map.latencyOfNONSBlock(typed(A_REGISTER_BLOCK)), 0);
+    EXPECT_EQ(map.latencyOfNONSBlock(*Block::create(model, "untyped")), 0);
 }
 
 } // namespace

@@ -32,14 +32,14 @@ class PortOrderingTest : public ::testing::Test {
     static Names inputs(const Block &block) {
         Names names;
         for (int i = 0; i < static_cast<int>(block.port_size()); ++i) {
-            names.push_back(internal::portOrderingOf(block).getInputPortByNumber(block, i)->getName()->toString());
+            names.push_back(portOrderingOf(block).getInputPortByNumber(block, i)->getName()->toString());
         }
         return names;
     }
     static Names outputs(const Block &block) {
         Names names;
         for (int i = 0; i < static_cast<int>(block.getWireCount()); ++i) {
-            names.push_back(internal::portOrderingOf(block).getOutputWireByNumber(block, i)->getName()->toString());
+            names.push_back(portOrderingOf(block).getOutputWireByNumber(block, i)->getName()->toString());
         }
         return names;
     }
@@ -83,6 +83,9 @@ TEST_F(PortOrderingTest, takesTheOrderOfTheTypeWhereNamesHaveNone) {
         {&A_CHANNEL_OUT_BLOCK,
          {"portValid", "portChannel", "portPacketBegin", "0"},
          {"wireValid", "wireChannel", "wirePacketBegin", "0"}},
+        // Only the condition of the input must be there.
+        {&A_CHANNEL_IN_BLOCK, {"portValid", "0"}, {"0"}},
+        {&A_CHANNEL_OUT_BLOCK, {"portValid", "portPacketBegin", "0", "1"}, {"wireValid", "0", "1"}},
     };
     for (const Order &order : orders) {
         Block &block = make(*order.type, order.inputs, order.outputs);
@@ -93,22 +96,25 @@ TEST_F(PortOrderingTest, takesTheOrderOfTheTypeWhereNamesHaveNone) {
 
 TEST_F(PortOrderingTest, refusesANumberBeyondTheEnd) {
     Block &add = make(A_ADD_BLOCK, {"0"}, {"primWireOut"});
-    EXPECT_EXIT(internal::portOrderingOf(add).getInputPortByNumber(add, 1), ::testing::ExitedWithCode(1), "number");
-    EXPECT_EXIT(internal::portOrderingOf(add).getInputPortByNumber(add, -1), ::testing::ExitedWithCode(1), "number");
-    EXPECT_EXIT(internal::portOrderingOf(add).getOutputWireByNumber(add, 1), ::testing::ExitedWithCode(1), "number");
+    EXPECT_EXIT(portOrderingOf(add).getInputPortByNumber(add, 1), ::testing::ExitedWithCode(1), "number");
+    EXPECT_EXIT(portOrderingOf(add).getInputPortByNumber(add, -1), ::testing::ExitedWithCode(1), "number");
+    EXPECT_EXIT(portOrderingOf(add).getOutputWireByNumber(add, 1), ::testing::ExitedWithCode(1), "number");
+    Block &memory = make(A_DUAL_MEM_BLOCK, {}, {"dualMemWireData1", "dualMemWireData2"});
+    EXPECT_EXIT(portOrderingOf(memory).getOutputWireByNumber(memory, 2), ::testing::ExitedWithCode(1), "number");
+    Block &select = make(A_SELECT_BLOCK, {}, {"primWireOut"});
+    EXPECT_EXIT(portOrderingOf(select).getOutputWireByNumber(select, 1), ::testing::ExitedWithCode(1), "number");
+    Block &minmax = make(A_MINMAX_BLOCK, {"0", "1", "minmaxPortSelect"}, {});
+    EXPECT_EXIT(portOrderingOf(minmax).getInputPortByNumber(minmax, 3), ::testing::ExitedWithCode(1), "number");
     Block &mux = make(A_MUX_BLOCK, {"muxPortSelect"}, {"primWireOut"});
-    EXPECT_EXIT(internal::portOrderingOf(mux).getOutputWireByNumber(mux, 1), ::testing::ExitedWithCode(1), "number");
+    EXPECT_EXIT(portOrderingOf(mux).getOutputWireByNumber(mux, 1), ::testing::ExitedWithCode(1), "number");
 }
 
 TEST_F(PortOrderingTest, refusesABlockThatLacksAWellKnownPortOrWire) {
     Block &mux = make(A_MUX_BLOCK, {"0"}, {"odd"});
-    EXPECT_EXIT(internal::portOrderingOf(mux).getInputPortByNumber(mux, 0), ::testing::ExitedWithCode(1),
-                "lacks a port");
-    EXPECT_EXIT(internal::portOrderingOf(mux).getOutputWireByNumber(mux, 0), ::testing::ExitedWithCode(1),
-                "lacks a wire");
+    EXPECT_EXIT(portOrderingOf(mux).getInputPortByNumber(mux, 0), ::testing::ExitedWithCode(1), "lacks a port");
+    EXPECT_EXIT(portOrderingOf(mux).getOutputWireByNumber(mux, 0), ::testing::ExitedWithCode(1), "lacks a wire");
     Block &channel = make(A_CHANNEL_IN_BLOCK, {"0"}, {"0"});
-    EXPECT_EXIT(internal::portOrderingOf(channel).getInputPortByNumber(channel, 0), ::testing::ExitedWithCode(1),
-                "lacks a port");
+    EXPECT_EXIT(portOrderingOf(channel).getInputPortByNumber(channel, 0), ::testing::ExitedWithCode(1), "lacks a port");
 }
 
 } // namespace

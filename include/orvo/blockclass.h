@@ -64,4 +64,8 @@ class ORVO_API PortOrderingHandler : public BlockHandler {
     virtual const Wire *getOutputWireByNumber(const Block &block, int number) const;
 };
 
+/// The handler of the block's type or, for a type without one, that which numbers ports and wires in the order of their
+/// names.
+ORVO_API const PortOrderingHandler &portOrderingOf(const Block &block);
+
 } // namespace orvo

@@ -1,21 +1,14 @@
 // The table of handlers of a block type.
 #include <orvo/blockclass.h>
 
-#include <cstring>
-#include <functional>
-
 namespace orvo {
 
 BlockHandler::~BlockHandler() = default;
 
 bool TypeInfoCmpLt::operator()(const std::type_info *a, const std::type_info *b) const {
-    const char *nameA = a->name();
-    const char *nameB = b->name();
-    if (nameA[0] == '*' && nameB[0] == '*') {
-        // Names that are local to a translation unit: equal texts may be two types.
-        return std::less<const char *>()(nameA, nameB);
-    }
-    return std::strcmp(nameA, nameB) < 0;
+    // By the mangled names; names that are local to a translation unit, of which equal texts may be two types, by
+    // address.
+    return a->before(*b);
 }
 
 BlockClass::~BlockClass() {

@@ -115,6 +115,7 @@ class CatalogueReader {
             return true;
         }
         brenn_error_printf("Unexpected EOF at line at %d in file %s\n", mNumber, mFile.c_str());
+        mEnded = true;
         return false;
     }
 
@@ -122,7 +123,11 @@ class CatalogueReader {
     bool nextOfEntry() { return nextline() && mPacked != kSeparator; }
 
     void skipEntry() {
-        while (mPacked != kSeparator && nextline()) {
+        while (!mEnded && mPacked != kSeparator && nextline()) {
+            if (!mInBlocks && beginsWith(mPacked, "BLOCKSSECTION")) {
+                mInBlocks = true;
+                return;
+            }
         }
     }
 
@@ -143,7 +148,9 @@ class CatalogueReader {
                 return;
             }
         }
-        bool isName = mInBlocks && mPacked.find(':') == std::string::npos && mPacked.find('|') == std::string::npos;
+        std::string first;
+        std::istringstream(mLine) >> first;
+        const bool isName = mInBlocks && first.find_first_of(":|") == std::string::npos;
         if (isName) {
             readBlock();
         } else {
@@ -206,7 +213,7 @@ class CatalogueReader {
         bool more = nextOfEntry();
         if (more && beginsWith(mPacked, "Description:")) {
             info.description = readDescription();
-            more = mPacked != kSeparator && !mIn.fail();
+            more = mPacked != kSeparator && !mEnded;
         } else {
             brenn_warning_printf("No block description was given at line %d in file %s\n", mNumber, mFile.c_str());
         }
@@ -262,6 +269,7 @@ class CatalogueReader {
     std::string mPacked;
     int mNumber = 0;
     bool mInBlocks = false;
+    bool mEnded = false;
     bool mValueLinesAllowed = false;
 };
 

@@ -100,10 +100,10 @@ void initialiseORVO(Context *context) {
 
 const BlocksInfo &getBlocksInfo() {
     std::call_once(internal::gCatalogueRead, [] {
-        // Lives as long as the process: contexts on other threads may still read it at exit.
-        static BlocksInfo catalogue;
-        catalogue.genBlocksInfo();
-        internal::gCatalogue = &catalogue;
+        // Never destroyed: other threads, and the destructors of global objects, may still read it at exit.
+        auto *catalogue = new BlocksInfo;
+        catalogue->genBlocksInfo();
+        internal::gCatalogue = catalogue;
     });
     return *internal::gCatalogue;
 }

@@ -177,9 +177,11 @@ std::vector<CatalogueFinding> CatalogueVerifier::verify(const Block &block) {
         mImpl->checkEntry(block, entry, findings);
     }
     for (auto param : Params(block)) {
+        // A connection is accounted for as a port, all else as a parameter.
+        const char *kind = block.getPort(param.first) != nullptr ? "Port" : "Param";
         bool accounted =
             param.first == A_BLOCK_TYPE || std::any_of(entries->begin(), entries->end(), [&](const Entry &entry) {
-                return entry.connection->kind != "Wire" && matches(entry, param.first);
+                return entry.connection->kind == kind && matches(entry, param.first);
             });
         if (!accounted) {
             findings.push_back({Kind::Extra, &block, param.first->toString(),

@@ -45,6 +45,13 @@ void failOn(const std::vector<CatalogueFinding> &findings) {
 
 } // namespace
 
+void internal::warnOfUnmapped(const CatalogueVerifier &verifier, std::size_t &reported) {
+    for (; reported < verifier.unmappedConnections().size(); ++reported) {
+        util::reportDiagnostic(false, "Connection " + verifier.unmappedConnections()[reported] +
+                                          " is ignored as it doesn't have a mapping");
+    }
+}
+
 void NetlistVerificationPass::apply(ModelPassContext &context) {
     if (!util::GetFeatureBooleanWithDefault("USE_NETLIST_VERIFICATION_PASS", false)) {
         return;
@@ -53,10 +60,7 @@ void NetlistVerificationPass::apply(ModelPassContext &context) {
     std::size_t reported = 0;
     for (const Block &block : context.getModel()) {
         std::vector<CatalogueFinding> findings = verifier.verify(block);
-        for (; reported < verifier.unmappedConnections().size(); ++reported) {
-            util::reportDiagnostic(false, "Connection " + verifier.unmappedConnections()[reported] +
-                                              " is ignored as it doesn't have a mapping");
-        }
+        internal::warnOfUnmapped(verifier, reported);
         failOn(findings);
     }
 }

@@ -103,16 +103,16 @@ class MuxHandler final : public PlacesHandler {
     }
 };
 
-/// Valid, channel, the packet's begin where the block has one, then the data by key.
+/// Valid, the channel and the packet's begin where the block has them, then the data by key.
 class ChannelInAndOutHandler final : public DefaultPortOrderingHandler {
   public:
     using PortOrderingHandler::getInputPortByNumber;
     using PortOrderingHandler::getOutputWireByNumber;
     Port *getInputPortByNumber(Block &block, int number) const override {
-        std::vector<Port *> ports;
-        for (const StaticString *name : {&A_PORT_VALID, &A_PORT_CHANNEL, &A_PORT_PACKET_BEGIN}) {
-            if (Port *port = block.getPort(*name); port != nullptr || name != &A_PORT_PACKET_BEGIN) {
-                ports.push_back(requiredPort(block, *name));
+        std::vector<Port *> ports = {requiredPort(block, A_PORT_VALID)};
+        for (const StaticString *name : {&A_PORT_CHANNEL, &A_PORT_PACKET_BEGIN}) {
+            if (Port *port = block.getPort(*name); port != nullptr) {
+                ports.push_back(port);
             }
         }
         appendRest(block.ports(), ports);
@@ -121,8 +121,8 @@ class ChannelInAndOutHandler final : public DefaultPortOrderingHandler {
     Wire *getOutputWireByNumber(Block &block, int number) const override {
         std::vector<Wire *> wires;
         for (const StaticString *name : {&A_WIRE_VALID, &A_WIRE_CHANNEL, &A_WIRE_PACKET_BEGIN}) {
-            if (Wire *wire = block.getWire(*name); wire != nullptr || name != &A_WIRE_PACKET_BEGIN) {
-                wires.push_back(requiredWire(block, *name));
+            if (Wire *wire = block.getWire(*name); wire != nullptr) {
+                wires.push_back(wire);
             }
         }
         appendRest(block, wires);
@@ -186,11 +186,12 @@ void registerPortOrderingHandlers(Context *context) {
     }
 }
 
+} // namespace internal
+
 const PortOrderingHandler &portOrderingOf(const Block &block) {
-    static const DefaultPortOrderingHandler byName;
+    static const internal::DefaultPortOrderingHandler byName;
     const auto *handler = block.getClass()->get<PortOrderingHandler>();
     return handler == nullptr ? byName : *handler;
 }
 
-} // namespace internal
 } // namespace orvo

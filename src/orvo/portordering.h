@@ -12,7 +12,4 @@ namespace orvo::internal {
 /// Registers the handlers of the types whose ports are not in the order of their names.
 void registerPortOrderingHandlers(Context *context);
 
-/// The handler of the block's type, or the one that takes names in order.
-ORVO_API const PortOrderingHandler &portOrderingOf(const Block &block);
-
 } // namespace orvo::internal
