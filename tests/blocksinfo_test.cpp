@@ -2,6 +2,7 @@
 #include <orvo/blocksinfo.h>
 
 #include <orvo/context.h>
+#include <orvo/limits.h>
 #include <orvo/staticstrings.h>
 
 #include <util/features.h>
@@ -117,6 +118,19 @@ TEST_F(BlocksInfoTest, beginsTheBlocksInsideAnEntryThatHasNoEnd) {
               "");
     EXPECT_TRUE(info.blockExists("A_X_BLOCK"));
     EXPECT_EQ(info.get_mapping("A_T"), "t");
+}
+
+TEST_F(BlocksInfoTest, takesALineUpToItsLimitAndCutsALongerOne) {
+    const std::string most(limits::kCatalogueLineBytes - std::string("Description: ").size(), 'd');
+    const auto entry = [](const std::string &words) {
+        return std::string(kHead) + "A_X_BLOCK\nDescription: " + words +
+               "\nConnections:\nPort | 0 | ... | in\n<---------->\n";
+    };
+    EXPECT_EQ(read(entry(most)), "");
+    EXPECT_EQ(info.getBlockInfo("A_X_BLOCK").description, most);
+    EXPECT_EQ(read(entry(most + "d")), "Error: Line 10 in file cat.csv is longer than " +
+                                           std::to_string(limits::kCatalogueLineBytes) + " bytes and is cut\n");
+    EXPECT_EQ(info.getBlockInfo("A_X_BLOCK").description, most);
 }
 
 TEST_F(BlocksInfoTest, takesTheFirstWordOfALineForTheBlocksName) {

@@ -7,6 +7,7 @@
 #include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
+#include <orvo/wire.h>
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
@@ -110,6 +111,87 @@ TEST_F(WorkQueueTest, reachesABlockThatIsMadeAheadOfTheSweep) {
     EXPECT_EQ(rest(queue), "bc");
 }
 
+TEST_F(WorkQueueTest, goesOnBehindABlockThatIsRenamed) {
+    Block *a = make("a");
+    make("b");
+    make("c");
+    WorkQueue queue(model);
+    queue.next();
+    a->setName(StringValue::get("z", mgr.context()));
+    EXPECT_EQ(rest(queue), "bcz");
+}
+
+TEST_F(WorkQueueTest, visitsNoBlockTwiceThatMovesBackward) {
+    make("x");
+    make("y");
+    WorkQueue queue(model);
+    int visits = 0;
+    while (queue.next() && visits < 10) {
+        queue.block()->setName(StringValue::get("a" + std::to_string(900 - visits), mgr.context()));
+        ++visits;
+    }
+    EXPECT_EQ(visits, 2);
+}
+
+TEST_F(WorkQueueTest, goesOnRightWhenTheNextBlockIsRenamedOrAnotherIsMadeBeforeIt) {
+    for (int i = 100; i < 140; ++i) {
+        make("b" + std::to_string(i));
+    }
+    WorkQueue queue(model);
+    queue.next();
+    queue.deleteBlock();
+    make("b1005");
+    EXPECT_TRUE(queue.next());
+    EXPECT_EQ(queue.block()->getName()->toString(), "b1005");
+    queue.deleteBlock();
+    model.getBlock(StringValue::get("b101", mgr.context()))->setName(StringValue::get("a", mgr.context()));
+    EXPECT_TRUE(queue.next());
+    EXPECT_EQ(queue.block()->getName()->toString(), "b102");
+}
+
+TEST_F(WorkQueueTest, endsWithItsModel) {
+    Model *other = Model::create(design, "other");
+    Block::create(*other, "x");
+    Block::create(*other, "y");
+    WorkQueue queue(*other);
+    queue.next();
+    delete other;
+    EXPECT_FALSE(queue.next());
+}
+
+TEST_F(WorkQueueTest, takesNoBlockBackThatIsDying) {
+    Block *x = make("x");
+    Block *y = make("y");
+    y->setParam(NumberValue::get(0, mgr.context()), *Wire::create(*x, "w"));
+    WorkQueue queue;
+    struct Listener {
+        void onDriven(const Wire &wire, const Block &, GraphState) { queue.enqueue(wire.getBlock()); }
+        WorkQueue &queue;
+    } listener{queue};
+    const auto callback =
+        util::Function<void(const Wire &, const Block &, GraphState)>::bind<&Listener::onDriven>(&listener);
+    design.events().blockDriven.add(callback);
+    delete x;
+    design.events().blockDriven.remove(callback);
+    EXPECT_EQ(queue.size(), 0U);
+    EXPECT_EQ(rest(queue), "");
+}
+
+TEST_F(WorkQueueTest, deletesABlockThatCameOutOfTheQueue) {
+    Block *a = make("a");
+    make("b");
+    WorkQueue queue(model);
+    queue.next();
+    queue.next();
+    queue.enqueue(*a);
+    queue.deleteBlock();
+    queue.enqueue(*a);
+    EXPECT_TRUE(queue.next());
+    queue.deleteBlock();
+    EXPECT_EQ(rest(queue), "");
+    EXPECT_EQ(model.size(), 0U);
+}
+
 TEST_F(WorkQueueTest, queuesBlocksOfAnEmptySweep) {
     Model &other = *Model::create(design, "other");
     Block *block = Block::create(other, "x");
@@ -150,6 +232,19 @@ TEST_F(WorkQueueTest, walksASubsetAndQueuesItsMembersOnly) {
     queue.enqueue(*a);
     EXPECT_EQ(queue.size(), 1U);
     EXPECT_EQ(rest(queue), "aa");
+}
+
+TEST_F(WorkQueueTest, queuesNoMemberOfASubsetThatIsStillToCome) {
+    Block *a = make("a");
+    Block *b = make("b");
+    Block *c = make("c");
+    ListSubset subset({a, b, c});
+    WorkQueue queue(&subset);
+    queue.next();
+    queue.deleteBlock();
+    queue.enqueue(*c);
+    EXPECT_EQ(queue.size(), 0U);
+    EXPECT_EQ(rest(queue), "bc");
 }
 
 TEST_F(WorkQueueTest, walksAConstModel) {

@@ -262,6 +262,22 @@ TEST_F(XmlTest, boundsTheElementsThatRepeatsMake) {
     EXPECT_EQ(errorsOf(document(params)), Errors{"ERR_BAD_PARAM_VALUE"});
 }
 
+TEST_F(XmlTest, letsALongDocumentRepeatMore) {
+    // Beyond the bound of a short document, below and above that of this one.
+    const std::string padding(limits::kDocumentRepeatedElements * 3 / limits::kDocumentRepeatedElementsPerByte, ' ');
+    const auto repeats = [](std::size_t count) {
+        std::string params;
+        for (std::size_t i = 0; i < count; ++i) {
+            params += "<param name=\"k" + std::to_string(i) + "\">(" + std::to_string(i) + " ^" +
+                      std::to_string(limits::kRepeatCount) + ")</param>";
+        }
+        return params;
+    };
+    const std::size_t most = limits::kDocumentRepeatedElements / limits::kRepeatCount;
+    EXPECT_EQ(errorsOf(document(padding + repeats(most * 2))), Errors{});
+    EXPECT_EQ(errorsOf(document(padding + repeats(most * 4))), Errors{"ERR_BAD_PARAM_VALUE"});
+}
+
 TEST_F(XmlTest, tellsThePlaceOfAByteThatIsNoCharacter) {
     std::string lines;
     for (int i = 0; i < 5000; ++i) {
@@ -442,6 +458,24 @@ TEST_F(XmlTest, writesTheBytesOfThePrettyPrintingTreeForEveryExample) {
         }
     }
     EXPECT_GE(examples, 4);
+}
+
+TEST_F(XmlTest, writesOddCharactersAsTheTreeDoes) {
+    design = std::make_unique<Design>(mgr.context());
+    const auto text = [&](const std::string &content) { return StringValue::get(content, mgr.context()); };
+    int number = 0;
+    // Line ends of several kinds, deletes, separators, ends of sections, and characters beyond the first plane.
+    for (const char *odd : {"\r", "a\r\nb", "\n", "\t", "\x7f", "\xc2\x85", "\xe2\x80\xa8", "]]>", "<&>\"'", "\xc2\xa0",
+                            "\xef\xbf\xbd", "\xf0\x9f\x98\x80", " lead", "trail ", "  ", "\xee\x80\x80"}) {
+        design->setParam(text("k" + std::to_string(number++)), text(odd));
+        design->setParam(text(std::string("key ") + odd), text("v"));
+        Model::create(*design, text(std::string("model ") + odd));
+    }
+    const std::string first = write();
+    EXPECT_EQ(first, DomWriter().write(*design));
+    EXPECT_EQ(errorsOf(first), Errors{});
+    EXPECT_EQ(write(), first);
+    EXPECT_EQ(design->size(), 16U);
 }
 
 RC_GTEST_FIXTURE_PROP(XmlTest, writesTheBytesOfThePrettyPrintingTree, (const std::vector<std::uint32_t> &edits)) {

@@ -223,6 +223,23 @@ template <class T> class KeyedMap {
         return iterator(this, placeInFlat(key));
     }
 
+    /// The first entry behind a key, which need not be there.
+    iterator upperBound(const PureValueRef &key) const {
+        if (isBig()) {
+            return iterator(this, big().tree.upper_bound(key));
+        }
+        std::uint32_t at = 0;
+        while (at < mSize && !DeepValueCmp()(key, slots()[at].key)) {
+            ++at;
+        }
+        return iterator(this, at);
+    }
+    /// Whether the entry at a place of the tree form is the first one behind a key.
+    bool isUpperBound(Position position, const PureValueRef &key) const {
+        return DeepValueCmp()(key, position->first) &&
+               (position == big().tree.begin() || !DeepValueCmp()(key, std::prev(position)->first));
+    }
+
     /// The key must not be there.
     void insert(const PureValueRef &key, T value) {
         if (!isBig() && mSize == kFlatMax) {

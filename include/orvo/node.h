@@ -86,6 +86,9 @@ class ORVO_API Node : public util::Pooled {
     std::size_t size() const { return mChildren.size(); }
     /// The sibling behind this node in the order of the parent, null behind the last.
     Node *getNextSibling() const;
+    /// The first child whose name is behind this one, null if there is none. `likely` (a child, or null) is looked at
+    /// first.
+    Node *getChildBehind(const PureValueRef &name, const Node *likely) const;
 
     /// Null for an absent or null key.
     ValueRef getParam(const PureValueRef &key) const;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <orvo/api.h>
+#include <orvo/value.h>
 
 #include <list>
 #include <type_traits>
@@ -23,7 +24,8 @@ template <class Blk> class WorkingSubset {
 };
 
 /// Each block of a model once, in order, then those enqueued meanwhile, each at most once a request. `Blk` is `Block`
-/// or `const Block`. Any block may be deleted at any time: one that dies is neither visited nor current any more.
+/// or `const Block`. Any block may be deleted or renamed at any time: one that dies is neither visited nor current any
+/// more, and one that is renamed is met where it stands when the sweep gets there.
 template <class Blk> class ORVO_API WorkQueueImpl {
   public:
     /// No first sweep: a plain queue.
@@ -50,11 +52,17 @@ template <class Blk> class ORVO_API WorkQueueImpl {
   private:
     void hook(Design &design);
     void onBlockDying(Block &block);
+    void onModelDying(Model &model);
     void onDesignDying(Design &design);
+    Blk *nextOfSweep();
 
     bool mFirstSweep = false;
-    bool mSweepStarted = false;
-    Blk *mUpcoming = nullptr;
+    /// The model of the sweep, null with a subset.
+    const Model *mModel = nullptr;
+    /// The name under which the sweep visited its latest block, null before the first.
+    PureValueRef mVisited;
+    /// Where the sweep most likely goes on when the current block has died.
+    const Block *mUpcoming = nullptr;
     WorkingSubset<Blk> *mSubset = nullptr;
     std::list<Blk *> mQueue;
     std::unordered_map<const Block *, typename std::list<Blk *>::iterator> mQueued;

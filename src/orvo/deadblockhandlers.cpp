@@ -7,6 +7,7 @@
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
 
+#include <unordered_map>
 #include <vector>
 
 namespace orvo {
@@ -30,33 +31,47 @@ bool isEdge(const Block &block) {
 } // namespace
 
 bool ImmortalModelQuery::isModelImmortal(const Model &model) {
-    // Deep hierarchies must not nest as deep here: the models below are answered first, from a stack.
-    std::vector<const Model *> stack{&model};
-    while (!stack.empty()) {
-        const Model *at = stack.back();
-        if (mKnown.count(at) != 0 && mKnown.at(at)) {
-            stack.pop_back();
-            continue;
-        }
-        bool immortal = false;
-        std::vector<const Model *> unanswered;
-        mKnown.emplace(at, false);
+    if (const auto known = mKnown.find(&model); known != mKnown.end()) {
+        return known->second;
+    }
+    // The models below, each once, whatever the depth and whatever instantiates itself.
+    std::vector<const Model *> order{&model};
+    std::unordered_map<const Model *, std::vector<const Model *>> parents;
+    std::vector<const Model *> immortal;
+    mKnown.emplace(&model, false);
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        const Model *at = order[i];
+        bool lives = false;
         for (const Block &block : *at) {
-            const auto *handler = isEdge(block) ? nullptr : block.getClass()->get<DeadBlockHandler>();
             const Model *below = block.type() == A_MODEL_BLOCK.get_ptr() ? instantiatedModel(block) : nullptr;
-            if (below != nullptr && mKnown.count(below) == 0) {
-                unanswered.push_back(below);
-            } else if (below != nullptr) {
-                immortal = immortal || mKnown.at(below);
-            } else {
-                immortal = immortal || (handler != nullptr && handler->isImmortal(block, mLate));
+            if (below == nullptr) {
+                const auto *handler = isEdge(block) ? nullptr : block.getClass()->get<DeadBlockHandler>();
+                lives = lives || (handler != nullptr && handler->isImmortal(block, mLate));
+                continue;
+            }
+            const auto [known, isNew] = mKnown.emplace(below, false);
+            if (isNew) {
+                order.push_back(below);
+            }
+            lives = lives || known->second;
+            std::vector<const Model *> &above = parents[below];
+            if (above.empty() || above.back() != at) {
+                above.push_back(at);
             }
         }
-        if (immortal || unanswered.empty()) {
-            mKnown[at] = immortal;
-            stack.pop_back();
-        } else {
-            stack.insert(stack.end(), unanswered.begin(), unanswered.end());
+        if (lives) {
+            mKnown[at] = true;
+            immortal.push_back(at);
+        }
+    }
+    while (!immortal.empty()) {
+        const Model *at = immortal.back();
+        immortal.pop_back();
+        for (const Model *above : parents[at]) {
+            if (bool &lives = mKnown[above]; !lives) {
+                lives = true;
+                immortal.push_back(above);
+            }
         }
     }
     return mKnown.at(&model);
@@ -118,6 +133,7 @@ constexpr Row kRows[] = {
     {&A_TYPE_PIN_BLOCK,                  BlockModule::Prim,   make<TypePinDeadBlockHandler>},
     {&A_BUS_IN_BLOCK,                    BlockModule::Bus,    make<VeryUnDeadBlockHandler>},
     {&A_BUS_OUT_BLOCK,                   BlockModule::Bus,    make<VeryUnDeadBlockHandler>},
+    {&A_BUS_SIGNALS_BLOCK,               BlockModule::Bus,    make<VeryUnDeadBlockHandler>},
     {&A_MM_REGISTER_BLOCK,               BlockModule::Bus,    make<BusDeadBlockHandler>},
     {&A_SHARED_MEM_BLOCK,                BlockModule::Bus,    make<BusDeadBlockHandler>},
     {&A_SARNET_MM_MASTER_IN_BLOCK,       BlockModule::Sarnet, make<VeryUnDeadBlockHandler>},

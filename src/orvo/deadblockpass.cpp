@@ -24,10 +24,9 @@ ORVO_DEFINE_PASS(AggressiveDeadBlockPass, "Keeps what blocks that must live depe
 ORVO_DEFINE_PASS(AggressiveDeadBlockLatePass,
                  "As AggressiveDeadBlockPass, with the late pass's view of what must live.")
 
-namespace {
-
-/// Asks the handlers of blocks, looking each class up once.
-class Immortality {
+/// Asks the handlers of blocks, looking each class up once. What lives is never deleted and what does not never comes
+/// to life, so that an answer holds for the whole run.
+class DeadBlockPass::Immortality {
   public:
     explicit Immortality(bool late) : mLate(late), mQuery(late) {}
     bool operator()(const Block &block) {
@@ -44,7 +43,19 @@ class Immortality {
     std::unordered_map<const BlockClass *, const DeadBlockHandler *> mHandlers;
 };
 
-} // namespace
+DeadBlockPass::DeadBlockPass() = default;
+
+DeadBlockPass::~DeadBlockPass() = default;
+
+void DeadBlockPass::before(PassContext &context) {
+    ModelPass::before(context);
+    mImmortality = std::make_unique<Immortality>(isLate());
+}
+
+void DeadBlockPass::after(PassContext &context) {
+    mImmortality.reset();
+    ModelPass::after(context);
+}
 
 bool DeadBlockPass::isLate() const { return false; }
 
@@ -53,7 +64,7 @@ bool DeadBlockLatePass::isLate() const { return true; }
 bool AggressiveDeadBlockLatePass::isLate() const { return true; }
 
 void DeadBlockPass::apply(ModelPassContext &context) {
-    Immortality isImmortal(isLate());
+    Immortality &isImmortal = *mImmortality;
     std::vector<Wire *> read;
     WorkQueue queue(context.getModel());
     while (queue.next()) {
@@ -77,7 +88,7 @@ void DeadBlockPass::apply(ModelPassContext &context) {
 }
 
 void AggressiveDeadBlockPass::apply(ModelPassContext &context) {
-    Immortality isImmortal(isLate());
+    Immortality &isImmortal = immortality();
     std::deque<const Block *> pending;
     std::unordered_set<const Block *> live;
     for (const Block &block : context.getModel()) {

@@ -3,6 +3,8 @@
 
 #include <orvo/pass.h>
 
+#include <memory>
+
 namespace orvo {
 
 /// Deletes each block whose wires nobody reads, then those that only it read, up the chain. Blocks that a host, a pin
@@ -11,12 +13,21 @@ namespace orvo {
 ///     a -> out                      b and c are gone
 class DeadBlockPass : public ModelPass {
     ORVO_PASS(DeadBlockPass)
+    DeadBlockPass();
+    ~DeadBlockPass() override;
     using ModelPass::apply;
+    void before(PassContext &context) override;
     void apply(ModelPassContext &context) override;
+    void after(PassContext &context) override;
 
   protected:
+    class Immortality;
+    Immortality &immortality() { return *mImmortality; }
     /// Whether blocks that only an early pass must keep may go.
     virtual bool isLate() const;
+
+  private:
+    std::unique_ptr<Immortality> mImmortality;
 };
 
 /// As DeadBlockPass, near the end of a pipeline: terminals, boundaries and the like may go, too, and type pins that

@@ -8,6 +8,8 @@
 #include <orvo/wire.h>
 #include <orvo/workqueue.h>
 
+#include <algorithm>
+#include <unordered_set>
 #include <vector>
 
 namespace orvo {
@@ -62,54 +64,81 @@ bool allWiresHaveSources(const Block &pack, const Block &unpack) {
     return true;
 }
 
-/// The unpacks that read the pack, in connection order.
+/// The unpacks that read the pack, in connection order, each once.
 std::vector<Block *> unpacksOf(const Block &pack, const Kind &kind) {
     std::vector<Block *> unpacks;
+    std::unordered_set<const Block *> known;
     for (const Wire &wire : pack) {
         for (const Port &port : wire.ports()) {
-            if (port.getBlock().type() == kind.unpack->get_ptr()) {
-                unpacks.push_back(&port.getBlock());
+            Block &reader = port.getBlock();
+            if (reader.type() == kind.unpack->get_ptr() && known.insert(&reader).second) {
+                unpacks.push_back(&reader);
             }
         }
     }
     return unpacks;
 }
 
-/// What the unpack carried goes to the blocks that drive its readers now.
-void carryMetadata(const Block &pack, Block &unpack) {
-    MetadataManipulator gone(unpack);
-    if (!gone.getTuple()) {
-        return;
-    }
+/// The blocks that drive the readers of an unpack once it is gone. An element may go through the pair several times
+/// before it leaves.
+std::vector<Block *> driversBehind(const Block &pack, const Block &unpack) {
+    std::vector<Block *> drivers;
     for (const Wire &wire : unpack) {
-        const Port *port = portFor(pack, wire);
-        if (wire.port_size() != 0 && port != nullptr) {
-            MetadataManipulator(port->peekWire()->getBlock()).appendFrom(gone);
+        const Wire *source = wire.port_size() == 0 ? nullptr : &wire;
+        for (std::size_t steps = 0; source != nullptr && &source->getBlock() == &unpack; ++steps) {
+            const Port *port = steps <= pack.port_size() ? portFor(pack, *source) : nullptr;
+            source = port == nullptr ? nullptr : port->peekWire();
+        }
+        if (source != nullptr && std::find(drivers.begin(), drivers.end(), &source->getBlock()) == drivers.end()) {
+            drivers.push_back(&source->getBlock());
+        }
+    }
+    return drivers;
+}
+
+/// What a block that goes carried is on each of the others.
+void handOver(const Block &gone, const std::vector<Block *> &survivors) {
+    const PureTupleValueRef entries = MetadataManipulator(const_cast<Block &>(gone)).getTuple();
+    for (Block *survivor : survivors) {
+        if (survivor != &gone) {
+            MetadataManipulator(*survivor).appendFrom(entries, true);
         }
     }
 }
 
-/// Takes out the unpacks behind a pack, and the pack if nothing reads it then.
-void elide(Block &pack, const Kind &kind, bool ignoreMetadata) {
-    const std::vector<Block *> unpacks = unpacksOf(pack, kind);
+/// Takes out the unpacks behind a pack, and the pack if nothing reads it then. Packs that another look may now take out
+/// are enqueued.
+void elide(WorkQueue &queue, const Kind &kind, bool ignoreMetadata) {
+    Block &pack = *queue.block();
     bool elided = false;
-    for (Block *unpack : unpacks) {
+    for (Block *unpack : unpacksOf(pack, kind)) {
         const bool metadataAgree =
             ignoreMetadata || MetadataManipulator(pack).getTuple() == MetadataManipulator(*unpack).getTuple();
         if (!metadataAgree || !allWiresHaveSources(pack, *unpack)) {
             continue;
         }
-        carryMetadata(pack, *unpack);
+        const std::vector<Block *> drivers = driversBehind(pack, *unpack);
         for (Wire &wire : *unpack) {
             if (Port *port = portFor(pack, wire); port != nullptr) {
                 wire.replace(*port->getWire());
             }
         }
+        handOver(*unpack, drivers);
         delete unpack;
         elided = true;
+        for (Block *driver : drivers) {
+            if (kindOfPack(*driver) != nullptr) {
+                queue.enqueue(*driver);
+            }
+        }
     }
     if (elided && !pack.hasReader()) {
-        delete &pack;
+        std::vector<Block *> drivers;
+        for (const Port &port : pack.ports()) {
+            drivers.push_back(&port.peekWire()->getBlock());
+        }
+        handOver(pack, drivers);
+        queue.deleteBlock();
     }
 }
 
@@ -122,7 +151,7 @@ void ElideUnpackPass::apply(ModelPassContext &context) {
     WorkQueue queue(context.getModel());
     while (queue.next()) {
         if (const Kind *kind = kindOfPack(*queue.block()); kind != nullptr) {
-            elide(*queue.block(), *kind, ignoreMetadata);
+            elide(queue, *kind, ignoreMetadata);
         }
     }
 }

@@ -103,6 +103,14 @@ Node *Node::getNextSibling() const {
     return at == mParent->mChildren.end() ? nullptr : (*at).second;
 }
 
+Node *Node::getChildBehind(const PureValueRef &name, const Node *likely) const {
+    if (likely != nullptr && mChildren.isTree() && mChildren.isUpperBound(likely->mPlace, name)) {
+        return const_cast<Node *>(likely);
+    }
+    auto at = mChildren.upperBound(name);
+    return at == mChildren.end() ? nullptr : (*at).second;
+}
+
 ValueRef Node::getParam(const PureValueRef &key) const {
     Value *value = findParam(key.get_ptr());
     return value == nullptr ? ValueRef() : ValueRef(FromPtr<Value>(value));

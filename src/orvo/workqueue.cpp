@@ -1,5 +1,5 @@
-// The walk over a model's blocks. The next block of the sweep is found when it is asked for, from the current one, or,
-// if that has died, from where it stood; so a block may be made or deleted anywhere in the model meanwhile.
+// The walk over a model's blocks. The next block of the sweep is the first behind the name under which the latest was
+// visited, found when it is asked for; so blocks may be made, deleted and renamed anywhere in the model meanwhile.
 #include <orvo/workqueue.h>
 
 #include <orvo/block.h>
@@ -12,6 +12,7 @@ namespace orvo {
 namespace {
 
 using DyingCallback = util::Function<void(Block &)>;
+using ModelCallback = util::Function<void(Model &)>;
 using DesignCallback = util::Function<void(Design &)>;
 
 Block *siblingOf(const Block &block) { return static_cast<Block *>(block.getNextSibling()); }
@@ -24,9 +25,8 @@ template <class Blk> WorkQueueImpl<Blk>::WorkQueueImpl() {}
 
 template <class Blk>
 WorkQueueImpl<Blk>::WorkQueueImpl(std::conditional_t<std::is_const_v<Blk>, const Model, Model> &model)
-    : mFirstSweep(true) {
+    : mFirstSweep(true), mModel(&model) {
     hook(model.getDesign());
-    mUpcoming = model.size() == 0 ? nullptr : &*model.begin();
 }
 
 template <class Blk>
@@ -37,24 +37,36 @@ template <class Blk> WorkQueueImpl<Blk>::~WorkQueueImpl() {
         for (Blk *block : mQueue) {
             --block->mQueues;
         }
-        mDesign->events().blockDying.remove(DyingCallback::bind<&WorkQueueImpl::onBlockDying>(this));
-        mDesign->events().designDying.remove(DesignCallback::bind<&WorkQueueImpl::onDesignDying>(this));
+        EventManager &events = mDesign->events();
+        events.blockDying.remove(DyingCallback::bind<&WorkQueueImpl::onBlockDying>(this));
+        events.modelDying.remove(ModelCallback::bind<&WorkQueueImpl::onModelDying>(this));
+        events.designDying.remove(DesignCallback::bind<&WorkQueueImpl::onDesignDying>(this));
     }
 }
 
 template <class Blk> void WorkQueueImpl<Blk>::hook(Design &design) {
     if (mDesign == nullptr) {
         mDesign = &design;
-        mDesign->events().blockDying.add(DyingCallback::bind<&WorkQueueImpl::onBlockDying>(this));
-        mDesign->events().designDying.add(DesignCallback::bind<&WorkQueueImpl::onDesignDying>(this));
+        EventManager &events = design.events();
+        events.blockDying.add(DyingCallback::bind<&WorkQueueImpl::onBlockDying>(this));
+        events.modelDying.add(ModelCallback::bind<&WorkQueueImpl::onModelDying>(this));
+        events.designDying.add(DesignCallback::bind<&WorkQueueImpl::onDesignDying>(this));
     }
 }
 
 template <class Blk> void WorkQueueImpl<Blk>::onDesignDying(Design &) { mDesign = nullptr; }
 
+template <class Blk> void WorkQueueImpl<Blk>::onModelDying(Model &model) {
+    if (&model == mModel) {
+        mModel = nullptr;
+        mCurr = nullptr;
+        mUpcoming = nullptr;
+    }
+}
+
 template <class Blk> void WorkQueueImpl<Blk>::onBlockDying(Block &block) {
     if (&block == mCurr) {
-        if (mFirstSweep && mSubset == nullptr) {
+        if (mFirstSweep && mModel != nullptr) {
             mUpcoming = siblingOf(block);
         }
         mCurr = nullptr;
@@ -71,23 +83,29 @@ template <class Blk> void WorkQueueImpl<Blk>::onBlockDying(Block &block) {
     }
 }
 
+template <class Blk> Blk *WorkQueueImpl<Blk>::nextOfSweep() {
+    if (mSubset != nullptr) {
+        return mSubset->hasNext() ? mSubset->nextBlock() : nullptr;
+    }
+    if (mModel == nullptr || mModel->size() == 0) {
+        return nullptr;
+    }
+    if (!mVisited) {
+        return &*mModel->begin();
+    }
+    if (mCurr != nullptr && mCurr->getName().get_ptr() == mVisited.get_ptr()) {
+        return siblingOf(*mCurr);
+    }
+    return static_cast<Block *>(mModel->getChildBehind(mVisited, mUpcoming));
+}
+
 template <class Blk> bool WorkQueueImpl<Blk>::next() {
-    if (mFirstSweep && mSubset != nullptr) {
-        if (mSubset->hasNext()) {
-            mCurr = mSubset->nextBlock();
-            mSweepStarted = true;
-            hook(mCurr->getDesign());
-            return true;
-        }
-        mFirstSweep = false;
-    } else if (mFirstSweep) {
-        if (mCurr != nullptr) {
-            mUpcoming = siblingOf(*mCurr);
-        }
-        mCurr = mUpcoming;
+    if (mFirstSweep) {
+        mCurr = nextOfSweep();
         mUpcoming = nullptr;
         if (mCurr != nullptr) {
-            mSweepStarted = true;
+            mVisited = mCurr->getName();
+            hook(mCurr->getDesign());
             return true;
         }
         mFirstSweep = false;
@@ -115,12 +133,13 @@ template <class Blk> void WorkQueueImpl<Blk>::deleteBlock() {
 }
 
 template <class Blk> void WorkQueueImpl<Blk>::enqueue(Blk &block) {
-    if (mFirstSweep) {
-        // Of a block that has died in the sweep, its successor tells how far the sweep has come.
-        const Block *position = mCurr != nullptr ? mCurr : mUpcoming;
-        if (!mSweepStarted || (position != nullptr && !DeepValueCmp()(block.getName(), position->getName()))) {
-            return;
-        }
+    // A dying block still hears its wires let go of their readers; nobody may look at it again.
+    if (block.dying()) {
+        return;
+    }
+    // The sweep will still come to what is not before its place.
+    if (mFirstSweep && (!mVisited || !DeepValueCmp()(block.getName(), mVisited))) {
+        return;
     }
     if (mSubset != nullptr && !mSubset->isMember(block)) {
         return;
