@@ -124,6 +124,7 @@ TEST_F(DeadLogicTest, knowsTheTypesThatMustLive) {
         {&A_SIGNAL_OUT_BLOCK, true, true},
         {&A_BUS_IN_BLOCK, true, true},
         {&A_BUS_OUT_BLOCK, true, true},
+        {&A_BUS_SIGNALS_BLOCK, true, true},
         {&A_SARNET_MM_SLAVE_IN_BLOCK, true, true},
         {&A_SARNET_MM_SLAVE_OUT_BLOCK, true, true},
         {&A_SARNET_MM_MASTER_IN_BLOCK, true, true},
@@ -199,6 +200,54 @@ TEST_F(DeadLogicTest, keepsAModelBlockWhoseModelHoldsWhatMustLive) {
     EXPECT_EQ(left(outer), "inner");
 }
 
+TEST_F(DeadLogicTest, keepsAModelBlockWithATerminalInsideOnlyInEarlyPasses) {
+    Model &watched = *Model::create(design, "watched");
+    block(watched, "watch", A_TERMINAL_BLOCK, {block(watched, "in", A_INPUT_BLOCK)});
+    block("use", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, watched);
+    run("DeadBlockPass");
+    EXPECT_EQ(left(), "use");
+    run("AggressiveDeadBlockPass");
+    EXPECT_EQ(left(), "use");
+    run("DeadBlockLatePass");
+    EXPECT_EQ(left(), "");
+}
+
+TEST_F(DeadLogicTest, deletesAModelBlockWithoutAModelWhateverItReads) {
+    for (const char *pass :
+         {"DeadBlockPass", "DeadBlockLatePass", "AggressiveDeadBlockPass", "AggressiveDeadBlockLatePass"}) {
+        block("use", A_MODEL_BLOCK, {block("in", A_INPUT_BLOCK)});
+        run(pass);
+        EXPECT_EQ(left(), "in") << pass;
+        delete &*model.begin();
+    }
+}
+
+TEST_F(DeadLogicTest, answersForModelsThatInstantiateEachOther) {
+    Model &a = *Model::create(design, "a");
+    Model &b = *Model::create(design, "b");
+    Model &c = *Model::create(design, "c");
+    block(a, "b", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, b);
+    block(b, "a", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, a);
+    block(b, "c", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, c);
+    block("use", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, a);
+    block(c, "mem", A_EXTMEM_WRITE_BLOCK);
+    run("DeadBlockPass");
+    EXPECT_EQ(left(), "use");
+    EXPECT_EQ(left(a), "b");
+    EXPECT_EQ(left(b), "a c");
+}
+
+TEST_F(DeadLogicTest, looksOnceAtAModelThatIsUsedOften) {
+    Model &often = *Model::create(design, "often");
+    for (int i = 0; i < 3000; ++i) {
+        block(often, "add" + std::to_string(i), A_ADD_BLOCK);
+        block("use" + std::to_string(i), A_MODEL_BLOCK)->setParam(A_MODEL_NODE, often);
+    }
+    run("DeadBlockPass");
+    EXPECT_EQ(left(), "");
+    EXPECT_EQ(left(often), "");
+}
+
 TEST_F(DeadLogicTest, asksDeepAndCircularHierarchiesWithoutEnd) {
     Model *above = &model;
     for (int i = 0; i < 5000; ++i) {
@@ -243,6 +292,56 @@ TEST_F(DeadLogicTest, warnsOfAModelBlockWithoutAModel) {
     run("DeadModelPass");
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
               "ORVO Warning: MODEL_BLOCK_WITHOUT_MODEL_NODE: block='/m/use'.\n");
+}
+
+TEST_F(DeadLogicTest, doesNotWarnOfAModelBlockInAModelThatGoes) {
+    model.setParam(A_SYNTH_OUTPUT_MODE, A_TRUE);
+    block(*Model::create(design, "old"), "use", A_MODEL_BLOCK);
+    ::testing::internal::CaptureStderr();
+    run("DeadModelPass");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(design.size(), 1U);
+}
+
+TEST_F(DeadLogicTest, deletesAllModelsWhenNoneIsAnOutput) {
+    Model::create(design, "other");
+    run("DeadModelPass");
+    EXPECT_EQ(design.size(), 0U);
+}
+
+TEST_F(DeadLogicTest, forgetsTheDeadModelsThatInstantiateALivingOne) {
+    model.setParam(A_SYNTH_OUTPUT_MODE, A_TRUE);
+    Model &used = *Model::create(design, "used");
+    Block *use = block("use", A_MODEL_BLOCK);
+    use->setParam(A_MODEL_NODE, used);
+    Model &old = *Model::create(design, "old");
+    Model &older = *Model::create(design, "older");
+    block(old, "use", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, used);
+    block(old, "older", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, older);
+    block(older, "old", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, old);
+    run("DeadModelPass");
+    EXPECT_EQ(design.size(), 2U);
+    EXPECT_EQ(used.getParentBlocks(), (std::list<Block *>{use}));
+}
+
+TEST_F(DeadLogicTest, takesOutATerminalThatReadsItself) {
+    Block *terminal = block("terminal", A_TERMINAL_BLOCK);
+    terminal->setParam(number(0), *terminal->begin());
+    Block *reader = block("reader", A_OUTPUT_BLOCK, {terminal});
+    run("ElideTerminalPass");
+    EXPECT_EQ(left(), "reader");
+    EXPECT_EQ(reader->port_size(), 0U);
+}
+
+TEST_F(DeadLogicTest, replacesAWireOfATerminalThatHasSeveral) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    Block *terminal = block("terminal", A_TERMINAL_BLOCK, {in});
+    Wire::create(*terminal, number(0));
+    Block *reader = block("reader", A_OUTPUT_BLOCK);
+    reader->setParam(number(0), *terminal->begin());
+    run("ElideTerminalPass");
+    EXPECT_EQ(left(), "in reader");
+    EXPECT_EQ(&reader->getPort(number(0))->peekWire()->getBlock(), in);
 }
 
 TEST_F(DeadLogicTest, takesOutADrivenTerminal) {
@@ -319,6 +418,83 @@ TEST_F(ElideUnpackTest, takesOutAPairOfEqualMetadata) {
     unpack->setParam(A_METADATA, value("(x)"));
     run("ElideUnpackPass");
     EXPECT_EQ(left(), "im out re");
+    EXPECT_EQ(re->getParam(A_METADATA), ValueRef(value("(x)")));
+    EXPECT_EQ(im->getParam(A_METADATA), ValueRef(value("(x)")));
+}
+
+TEST_F(ElideUnpackTest, givesTheDriversWhatBothBlocksOfThePairCarried) {
+    pack->setParam(A_METADATA, value("(p)"));
+    unpack->setParam(A_METADATA, value("(u)"));
+    re->setParam(A_METADATA, value("(r)"));
+    run("ElideUnpackPass", WithParam("P_IGNORE_METADATA", A_TRUE));
+    EXPECT_EQ(re->getParam(A_METADATA), ValueRef(value("(r u p)")));
+    EXPECT_EQ(im->getParam(A_METADATA), ValueRef(value("(u p)")));
+}
+
+TEST_F(ElideUnpackTest, takesOutEveryUnpackBehindAPack) {
+    Block *second = Block::create(model, "second", A_CUNPACK_BLOCK);
+    second->setParam(A_CUNPACK_PORT_IN, *pack->begin());
+    out->setParam(number(2), *Wire::create(*second, A_CUNPACK_WIRE_REAL));
+    run("ElideUnpackPass");
+    EXPECT_EQ(left(), "im out re");
+    EXPECT_EQ(driver(2), re);
+}
+
+TEST_F(ElideUnpackTest, takesAnUnpackThatReadsThePackTwiceForOne) {
+    unpack->setParam(value("other"), *pack->begin());
+    run("ElideUnpackPass");
+    EXPECT_EQ(left(), "im out re");
+    EXPECT_EQ(driver(0), im);
+}
+
+TEST_F(ElideUnpackTest, leavesAPairThatReadsWhatWasNotPacked) {
+    pack->setParam(A_CPACK_PORT_IMAG, nullptr);
+    run("ElideUnpackPass");
+    EXPECT_EQ(left(), "im out pack re unpack");
+}
+
+TEST_F(DeadLogicTest, takesOutAVectorPairThroughWhichAnElementGoesTwice) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    Block *pack = block("pack", A_VPACK_BLOCK);
+    Block *unpack = block("unpack", A_VUNPACK_BLOCK, {pack});
+    pack->setParam(number(0), *Wire::create(*unpack, number(1)));
+    pack->setParam(number(1), *in->begin());
+    unpack->setParam(A_METADATA, value("(u)"));
+    pack->setParam(A_METADATA, value("(u)"));
+    Block *out = block("out", A_OUTPUT_BLOCK);
+    out->setParam(number(0), *Wire::create(*unpack, number(0)));
+    run("ElideUnpackPass");
+    EXPECT_EQ(left(), "in out");
+    EXPECT_EQ(&out->getPort(number(0))->peekWire()->getBlock(), in);
+    EXPECT_EQ(in->getParam(A_METADATA), ValueRef(value("(u)")));
+}
+
+TEST_F(DeadLogicTest, keepsAVectorPackThatAnotherBlockReads) {
+    Block *a = block("a", A_INPUT_BLOCK);
+    Block *pack = block("pack", A_VPACK_BLOCK, {a});
+    Block *unpack = block("unpack", A_VUNPACK_BLOCK, {pack});
+    Block *out = block("out", A_OUTPUT_BLOCK);
+    out->setParam(number(0), *Wire::create(*unpack, number(0)));
+    out->setParam(number(1), *pack->begin());
+    run("ElideUnpackPass");
+    EXPECT_EQ(left(), "a out pack");
+}
+
+TEST_F(DeadLogicTest, takesOutNestedPairsInOneRunWhateverTheirNames) {
+    for (const auto &[inner, outer] : {std::make_pair("a", "b"), std::make_pair("b", "a")}) {
+        Block *in = block("in", A_INPUT_BLOCK);
+        Block *innerPack = block(inner, A_VPACK_BLOCK, {in});
+        Block *outerPack = block(outer, A_VPACK_BLOCK, {innerPack});
+        Block *outerUnpack = block("u", A_VUNPACK_BLOCK, {outerPack});
+        Block *innerUnpack = block("v", A_VUNPACK_BLOCK);
+        innerUnpack->setParam(number(0), *Wire::create(*outerUnpack, number(0)));
+        block("out", A_OUTPUT_BLOCK)->setParam(number(0), *Wire::create(*innerUnpack, number(0)));
+        run("ElideUnpackPass");
+        EXPECT_EQ(left(), "in out") << inner;
+        while (model.size() != 0) {
+            delete &*model.begin();
+        }
+    }
 }
 
 TEST_F(DeadLogicTest, joinsNumberedElementsAcrossVectorAndRecordPairs) {

@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 namespace orvo {
 namespace {
 
@@ -112,6 +114,34 @@ TEST_F(ModelTreeTest, endsOnAModelThatInstantiatesItself) {
     use(b, a);
     RefChain chain;
     EXPECT_FALSE(tree->getRefChain(a, chain));
+}
+
+TEST_F(ModelTreeTest, turnsToAnotherDesign) {
+    Model &top = model("top");
+    use(top, model("below"));
+    EXPECT_EQ(tree->getReferredModels(top).size(), 1U);
+    Design other(mgr.context());
+    Model &otherTop = *Model::create(other, "top");
+    PassScheduler scheduler;
+    scheduler.requirePass("ModelTreePass");
+    PassResults later = scheduler.apply(other);
+    EXPECT_TRUE(later.getPass<ModelTreePass>()->getReferredModels(otherTop).empty());
+}
+
+TEST_F(ModelTreeTest, answersWithoutEventsAndAfterItsDesign) {
+    auto shortLived = std::make_unique<Design>(mgr.context());
+    Model &top = *Model::create(*shortLived, "top");
+    Model &below = *Model::create(*shortLived, "below");
+    ModelTreePass unbound;
+    unbound.bindEvents(*shortLived);
+    use(top, below);
+    EXPECT_EQ(unbound.getReferredModels(top).size(), 1U);
+    unbound.unbindEvents();
+    EXPECT_EQ(unbound.getReferredModels(top).size(), 1U);
+    EXPECT_EQ(unbound.getSingleParent(below), &top);
+    unbound.bindEvents(*shortLived);
+    shortLived.reset();
+    unbound.unbindEvents();
 }
 
 TEST_F(ModelTreeTest, forgetsAllWhenAModelDies) {

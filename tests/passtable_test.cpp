@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 
 namespace orvo {
@@ -44,6 +45,28 @@ TEST(PassTable, declaresParametersWithTheirDefaults) {
     EXPECT_FALSE(dump.find("P_FILENAME")->getDefaultValue());
     EXPECT_FALSE(internal::findPassSettings("ElideUnpackPass")->find("P_IGNORE_METADATA")->getDefaultValue());
     EXPECT_EQ(dump.find("P_OTHER"), nullptr);
+    ASSERT_NE(internal::findPassSettings("DumpTypesPass")->find("P_MODEL"), nullptr);
+    EXPECT_FALSE(internal::findPassSettings("DumpTypesPass")->find("P_MODEL")->getDefaultValue());
+}
+
+TEST(PassTable, requiresWhatEachPassNeeds) {
+    ContextMgr mgr;
+    const auto required = [](const std::string &name) {
+        std::unique_ptr<Pass> pass(internal::findPassFactory(name)());
+        PassDeclarations declarations;
+        pass->declare(declarations);
+        std::vector<std::string> names;
+        for (const PassRequest &request : declarations.getRequiredPasses()) {
+            names.push_back(request.name);
+        }
+        return names;
+    };
+    const std::map<std::string, std::vector<std::string>> some = {{"DumpTypesPass", {"GlobalTypePass"}}};
+    for (const std::string &name : internal::registeredPasses()) {
+        if (name.find("TestPass") == std::string::npos) {
+            EXPECT_EQ(required(name), some.count(name) != 0 ? some.at(name) : std::vector<std::string>()) << name;
+        }
+    }
 }
 
 TEST(StartUp, registersOnceAndGivesEachContextItsOwnClasses) {
