@@ -157,7 +157,7 @@ class OptRun {
         mArguments.stopAfter = mArguments.stopAfter ? mArguments.stopAfter : mReplay.stopAfter;
         std::vector<std::string> features;
         for (const auto &[name, value] : mReplay.features) {
-            features.push_back(name + "=" + value);
+            features.push_back(fmt::format("{}={}", name, value));
         }
         mArguments.features.insert(mArguments.features.begin(), features.begin(), features.end());
         if (mReplay.version != ORVO_VERSION) {

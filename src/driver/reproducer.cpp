@@ -1,6 +1,8 @@
 // Printing and reading reproducer files.
 #include "driver/reproducer.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
 
 namespace orvo::driver {
@@ -89,7 +91,7 @@ std::string printReproducerHeader(const Reproducer &reproducer) {
     text += "pass: " + escaped(reproducer.pass) + "\n";
     text += reproducer.verifyEach ? "option: verify-each\n" : "";
     for (const auto &[name, value] : reproducer.features) {
-        text += "feature: " + escaped(name + "=" + value) + "\n";
+        text += fmt::format("feature: {}\n", escaped(fmt::format("{}={}", name, value)));
     }
     for (const std::size_t skipped : reproducer.skip) {
         text += "skip: " + std::to_string(skipped) + "\n";

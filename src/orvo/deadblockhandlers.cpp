@@ -8,6 +8,7 @@
 #include <orvo/staticstrings.h>
 
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace orvo {
@@ -28,35 +29,44 @@ bool isEdge(const Block &block) {
     return block.type() == A_INPUT_BLOCK.get_ptr() || block.type() == A_OUTPUT_BLOCK.get_ptr();
 }
 
+/// Whether a model lives by a block of its own; `below` gets the models that it instantiates.
+bool livesByItself(const Model &model, bool late, std::vector<const Model *> &below) {
+    bool lives = false;
+    for (const Block &block : model) {
+        if (const Model *used = block.type() == A_MODEL_BLOCK.get_ptr() ? instantiatedModel(block) : nullptr) {
+            below.push_back(used);
+            continue;
+        }
+        const auto *handler = isEdge(block) ? nullptr : block.getClass()->get<DeadBlockHandler>();
+        lives = lives || (handler != nullptr && handler->isImmortal(block, late));
+    }
+    return lives;
+}
+
 } // namespace
 
 bool ImmortalModelQuery::isModelImmortal(const Model &model) {
     if (const auto known = mKnown.find(&model); known != mKnown.end()) {
         return known->second;
     }
-    // The models below, each once, whatever the depth and whatever instantiates itself.
+    // The models below, each once, whatever the depth and whatever instantiates itself; then life goes up from those
+    // that have it.
     std::vector<const Model *> order{&model};
     std::unordered_map<const Model *, std::vector<const Model *>> parents;
     std::vector<const Model *> immortal;
     mKnown.emplace(&model, false);
     for (std::size_t i = 0; i < order.size(); ++i) {
         const Model *at = order[i];
-        bool lives = false;
-        for (const Block &block : *at) {
-            const Model *below = block.type() == A_MODEL_BLOCK.get_ptr() ? instantiatedModel(block) : nullptr;
-            if (below == nullptr) {
-                const auto *handler = isEdge(block) ? nullptr : block.getClass()->get<DeadBlockHandler>();
-                lives = lives || (handler != nullptr && handler->isImmortal(block, mLate));
-                continue;
-            }
-            const auto [known, isNew] = mKnown.emplace(below, false);
+        std::vector<const Model *> below;
+        bool lives = livesByItself(*at, mLate, below);
+        for (const Model *used : below) {
+            const auto [known, isNew] = mKnown.emplace(used, false);
             if (isNew) {
-                order.push_back(below);
+                order.push_back(used);
             }
             lives = lives || known->second;
-            std::vector<const Model *> &above = parents[below];
-            if (above.empty() || above.back() != at) {
-                above.push_back(at);
+            if (parents[used].empty() || parents[used].back() != at) {
+                parents[used].push_back(at);
             }
         }
         if (lives) {
@@ -68,8 +78,7 @@ bool ImmortalModelQuery::isModelImmortal(const Model &model) {
         const Model *at = immortal.back();
         immortal.pop_back();
         for (const Model *above : parents[at]) {
-            if (bool &lives = mKnown[above]; !lives) {
-                lives = true;
+            if (!std::exchange(mKnown[above], true)) {
                 immortal.push_back(above);
             }
         }

@@ -32,7 +32,7 @@ template <class Handler> void registerTypeRule(BlockClass &blockClass) {
 }
 
 #define ORVO_TYPE_RULE(BLOCK, HANDLER, SUMMARY)                                                                        \
-    { &BLOCK, &registerTypeRule<HANDLER>, SUMMARY }
+    { &(BLOCK), &registerTypeRule<HANDLER>, SUMMARY }
 
 void registerTypeRules(Context *context, std::span<const TypeRuleRow> rows);
 
