@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 
 set(ORVO_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/orvo)
 
-install(TARGETS orvo EXPORT orvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS orvo orvo_sim EXPORT orvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(
     DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     FILES_MATCHING PATTERN "*.h" PATTERN "*.def" PATTERN "*.csv"

@@ -15,7 +15,7 @@ function(orvo_test_program name)
                         ORVO_TEST_TMP_DIR="${ORVO_TEST_TMP}" ORVO_VERSION="${PROJECT_VERSION}"
     )
     target_link_libraries(
-        ${name} PRIVATE orvo_driver_core orvo::orvo rapidcheck GTest::gmock GTest::gtest fmt::fmt-header-only
+        ${name} PRIVATE orvo_driver_core orvo::orvo orvo::orvo_sim rapidcheck GTest::gmock GTest::gtest fmt::fmt-header-only
                         XercesC::XercesC Threads::Threads ${CMAKE_DL_LIBS}
     )
     orvo_private_flags(${name})

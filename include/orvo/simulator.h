@@ -1,0 +1,78 @@
+// The reference simulator: what a design computes, bit by bit and cycle by cycle, at any stage of its lowering. It is
+// the executable definition of the block types.
+#pragma once
+
+#include <orvo/value.h>
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace orvo {
+class Design;
+class Model;
+} // namespace orvo
+
+namespace orvo::sim {
+
+/// A design that cannot be simulated: a block type without a meaning, a signal without a type, a combinational loop.
+class ORVO_API SimulationError : public std::runtime_error {
+  public:
+    SimulationError(const std::string &reason, std::vector<std::string> blocks);
+    /// Where: paths of instances, as top/a/b/block.
+    const std::vector<std::string> &blocks() const { return mBlocks; }
+
+  private:
+    std::vector<std::string> mBlocks;
+};
+
+/// One scalar at the edge of the top model.
+struct Scalar {
+    /// The name of the wire or port, then the lanes and parts, as in x[2].re or r.1[0].
+    std::string name;
+    /// Bits; a float takes its whole width.
+    std::uint32_t width;
+    bool isSigned;
+    bool isFloat;
+    /// Fraction bits of a fixed-point scalar: its value is the integer times two to minus this many.
+    std::int32_t fraction;
+};
+
+/// Compiles the instances below a model into a flat program and runs it. The design must not change meanwhile, and must
+/// outlive nothing: all that is needed is taken over. Belongs to the thread that made it.
+class ORVO_API Simulator {
+  public:
+    /// Throws `SimulationError`.
+    Simulator(const Design &design, const Model &top);
+    ~Simulator();
+    Simulator(const Simulator &) = delete;
+    Simulator &operator=(const Simulator &) = delete;
+
+    /// The scalars of the top model's input and output blocks, in the order of their names.
+    const std::vector<Scalar> &inputs() const;
+    const std::vector<Scalar> &outputs() const;
+
+    /// The bits of an input for the next steps, lowest word first; bits above the width are cut off.
+    void setInput(std::size_t input, const std::vector<std::uint64_t> &words);
+    /// The same for a scalar of at most 64 bits; a signed one is extended by its sign.
+    void setInput(std::size_t input, std::int64_t value);
+    /// One cycle: values settle, then every stateful block takes its next state.
+    void step();
+    /// Back to the state before the first cycle. Inputs stay.
+    void reset();
+    /// What the output was in the latest cycle, as `setInput` takes it.
+    std::vector<std::uint64_t> output(std::size_t output) const;
+    /// The same as a number: the integer of a fixed-point scalar of at most 64 bits.
+    std::int64_t outputInteger(std::size_t output) const;
+
+    /// Operations in one cycle.
+    std::size_t operations() const;
+
+  private:
+    struct Impl;
+    std::unique_ptr<Impl> mImpl;
+};
+
+} // namespace orvo::sim

@@ -1,0 +1,873 @@
+// Combinational blocks on fixed-point numbers. Operands meet exactly, and the exact result is brought to the output's
+// type.
+#include "sim/blockrows.h"
+#include "sim/kernels.h"
+#include "sim/lanes.h"
+
+#include <orvo/corevalues.h>
+#include <orvo/wire.h>
+
+#include <algorithm>
+
+namespace orvo::sim {
+
+namespace {
+
+/// The numbered inputs, all connected and all of fixed point.
+std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least) {
+    std::vector<Signal> inputs = writer.numbered();
+    if (inputs.size() < least) {
+        writer.fail("port " + std::to_string(inputs.size()) + " is not connected");
+    }
+    for (const Signal &input : inputs) {
+        requireFixed(writer, input, "an input");
+    }
+    return inputs;
+}
+
+Signal fixedInput(const BlockWriter &writer, const StaticString &key, const char *what) {
+    const Signal signal = writer.in(key);
+    requireFixed(writer, signal, what);
+    return signal;
+}
+
+/// What the signals hold at a place of an output; those without an imaginary part are left out there.
+std::vector<Leaf> leavesAt(const std::vector<Signal> &signals, std::uint32_t lane, std::uint32_t part) {
+    std::vector<Leaf> leaves;
+    for (const Signal &signal : signals) {
+        if (const auto leaf = leafAt(signal, lane, part)) {
+            leaves.push_back(*leaf);
+        }
+    }
+    return leaves;
+}
+
+/// Adds an operation over scalars whose binary points meet.
+template <class Pick>
+void emitAligned(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, Pick pick, int aux = 0) {
+    const std::int32_t fraction = commonFraction(writer, in);
+    std::vector<Operand> operands;
+    for (const Leaf leaf : in) {
+        operands.push_back(writer.aligned(leaf, fraction));
+    }
+    writer.emit(out, fraction - writer.scalar(out).fraction, operands, pick, aux);
+}
+
+/// A sum in which the inputs from the second on count negative if `negates` says so.
+void emitSum(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, const std::vector<bool> &negates) {
+    const std::int32_t fraction = commonFraction(writer, in);
+    std::vector<Operand> operands;
+    for (std::size_t i = 0; i < in.size(); ++i) {
+        operands.push_back(writer.aligned(in[i], fraction));
+        operands.back().isNegated = negates[i];
+    }
+    writer.emit(out, fraction - writer.scalar(out).fraction, operands, sumKernel);
+}
+
+/// Sums the inputs part by part; `isNegative(i)` tells which count negative.
+template <class IsNegative> void writeSumOf(BlockWriter &writer, const Signal &out, IsNegative isNegative) {
+    const std::vector<Signal> inputs = fixedInputs(writer, 1);
+    if (!out.known()) {
+        return;
+    }
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+        std::vector<Leaf> leaves;
+        std::vector<bool> negates;
+        for (std::size_t i = 0; i < inputs.size(); ++i) {
+            if (const auto source = leafAt(inputs[i], lane, part)) {
+                leaves.push_back(*source);
+                negates.push_back(isNegative(i));
+            }
+        }
+        if (!leaves.empty()) {
+            emitSum(writer, leaf, leaves, negates);
+        }
+    });
+}
+
+void writeAdd(BlockWriter &writer) {
+    writeSumOf(writer, writer.out(), [](std::size_t) { return false; });
+}
+
+void writeSub(BlockWriter &writer) {
+    writeSumOf(writer, writer.out(), [](std::size_t i) { return i != 0; });
+}
+
+void writeAddSubFused(BlockWriter &writer) {
+    writeAdd(writer);
+    writeSumOf(writer, writer.out(A_PRIM_WIRE_AUX), [](std::size_t i) { return i != 0; });
+}
+
+void writeNeg(BlockWriter &writer) {
+    writeSumOf(writer, writer.out(), [](std::size_t) { return true; });
+}
+
+void writeConjugate(BlockWriter &writer) {
+    const std::vector<Signal> inputs = fixedInputs(writer, 1);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            if (const auto source = leafAt(inputs[0], lane, part)) {
+                emitSum(writer, leaf, {*source}, {part == 1});
+            }
+        });
+    }
+}
+
+/// A product between two numbers on the way, wide enough for any.
+struct Factor {
+    Leaf re;
+    std::optional<Leaf> im;
+};
+
+Factor factorAt(const Signal &signal, std::uint32_t lane) { return {*leafAt(signal, lane), leafAt(signal, lane, 1)}; }
+
+std::vector<Operand> pairs(const BlockWriter &writer, std::initializer_list<std::pair<Leaf, Leaf>> products,
+                           bool minus) {
+    std::vector<Operand> operands;
+    for (const auto &[a, b] : products) {
+        operands.push_back(writer.raw(a));
+        operands.push_back(writer.raw(b));
+    }
+    if (minus) {
+        operands[2].isNegated = true;
+    }
+    return operands;
+}
+
+/// One part of a complex or real product, into a leaf.
+void emitProductPart(BlockWriter &writer, Leaf out, const Factor &a, const Factor &b, std::uint32_t part) {
+    const std::int32_t fraction = writer.scalar(a.re).fraction + writer.scalar(b.re).fraction;
+    const std::int32_t drop = fraction - writer.scalar(out).fraction;
+    if (part == 0 && a.im && b.im) {
+        writer.emit(out, drop, pairs(writer, {{a.re, b.re}, {*a.im, *b.im}}, true), productSumKernel);
+    } else if (part == 0) {
+        writer.emit(out, drop, pairs(writer, {{a.re, b.re}}, false), productSumKernel);
+    } else if (a.im && b.im) {
+        writer.emit(out, drop, pairs(writer, {{a.re, *b.im}, {*a.im, b.re}}, false), productSumKernel);
+    } else if (a.im) {
+        writer.emit(out, drop, pairs(writer, {{*a.im, b.re}}, false), productSumKernel);
+    } else if (b.im) {
+        writer.emit(out, drop, pairs(writer, {{a.re, *b.im}}, false), productSumKernel);
+    }
+}
+
+Factor exactProduct(BlockWriter &writer, const Factor &a, const Factor &b) {
+    const ScalarType &x = writer.scalar(a.re);
+    const ScalarType &y = writer.scalar(b.re);
+    const ScalarType exact{x.width + y.width + 2, x.fraction + y.fraction, true, false};
+    Factor product{writer.temporary(exact), std::nullopt};
+    emitProductPart(writer, product.re, a, b, 0);
+    if (a.im || b.im) {
+        product.im = writer.temporary(exact);
+        emitProductPart(writer, *product.im, a, b, 1);
+    }
+    return product;
+}
+
+void writeProductOf(BlockWriter &writer, const std::vector<Signal> &inputs) {
+    const Signal out = writer.out();
+    if (!out.known()) {
+        return;
+    }
+    if (inputs.size() == 1) {
+        convertSignal(writer, out, inputs[0]);
+        return;
+    }
+    for (std::uint32_t lane = 0; lane < out.type->lanes(); ++lane) {
+        Factor product = factorAt(inputs[0], lane);
+        for (std::size_t i = 1; i + 1 < inputs.size(); ++i) {
+            product = exactProduct(writer, product, factorAt(inputs[i], lane));
+        }
+        for (std::uint32_t part = 0; part < out.type->element; ++part) {
+            emitProductPart(writer, *leafAt(out, lane, part), product, factorAt(inputs.back(), lane), part);
+        }
+    }
+}
+
+void writeMult(BlockWriter &writer) { writeProductOf(writer, fixedInputs(writer, 1)); }
+
+/// The sum over pairs of ports, of which vectors make a dot product, and the chain-in.
+void writeScalarProduct(BlockWriter &writer) {
+    const std::vector<Signal> inputs = fixedInputs(writer, 2);
+    const Signal out = writer.out();
+    if (!out.known()) {
+        return;
+    }
+    if (inputs.size() % 2 != 0 || out.type->element != 1) {
+        writer.fail("a scalar product of complex numbers, or of an odd number of inputs, has no meaning here");
+    }
+    std::vector<Operand> operands;
+    std::int32_t fraction = 0;
+    for (std::size_t i = 0; i < inputs.size(); i += 2) {
+        fraction = std::max(fraction, inputs[i].type->scalar.fraction + inputs[i + 1].type->scalar.fraction);
+    }
+    const std::uint32_t lanes = out.type->lanes();
+    for (std::uint32_t lane = 0; lane < lanes; ++lane) {
+        operands.clear();
+        for (std::size_t i = 0; i < inputs.size(); i += 2) {
+            const std::uint32_t terms = std::max(inputs[i].type->lanes(), inputs[i + 1].type->lanes()) / lanes;
+            for (std::uint32_t term = 0; term < std::max(terms, 1U); ++term) {
+                const std::uint32_t at = term * lanes + lane;
+                Operand a = writer.raw(*leafAt(inputs[i], at));
+                a.shift = fraction - inputs[i].type->scalar.fraction - inputs[i + 1].type->scalar.fraction;
+                a.isNegated = writer.isTrue(A_SUBTRACTIVE) && i + 2 == inputs.size();
+                operands.push_back(a);
+                operands.push_back(writer.raw(*leafAt(inputs[i + 1], at)));
+            }
+        }
+        const Leaf leaf = *leafAt(out, lane);
+        const Signal chain = writer.in(A_SCALAR_PRODUCT_PORT_CHAININ);
+        if (!chain.known()) {
+            writer.emit(leaf, fraction - writer.scalar(leaf).fraction, operands, productSumKernel);
+            continue;
+        }
+        std::uint32_t width = 2;
+        for (const Operand &operand : operands) {
+            width = std::max(width, operand.width * 2 + static_cast<std::uint32_t>(operand.shift) + 34);
+        }
+        const Leaf sum = writer.temporary({width, fraction, true, false});
+        writer.emit(sum, 0, operands, productSumKernel);
+        emitSum(writer, leaf, {sum, *leafAt(chain, lane)}, {false, writer.isTrue(A_SUBTRACTIVE_CHAININ)});
+    }
+}
+
+/// Over the outermost dimension of the one input, or over several inputs.
+void writeAddReduce(BlockWriter &writer) {
+    const std::vector<Signal> inputs = fixedInputs(writer, 1);
+    if (inputs.size() > 1 || inputs[0].type->dims.empty()) {
+        writeAdd(writer);
+        return;
+    }
+    const Signal out = writer.out();
+    if (!out.known()) {
+        return;
+    }
+    const std::uint32_t length = inputs[0].type->dims.front();
+    const std::uint32_t each = inputs[0].type->leaves / length;
+    for (std::uint32_t at = 0; at < out.type->leaves; ++at) {
+        std::vector<Leaf> leaves;
+        for (std::uint32_t i = 0; i < length; ++i) {
+            leaves.push_back(inputs[0].first + i * each + at);
+        }
+        emitSum(writer, out.first + at, leaves, std::vector<bool>(length, false));
+    }
+}
+
+void writeAbs(BlockWriter &writer) {
+    const std::vector<Signal> inputs = fixedInputs(writer, 1);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+            const Operand value = writer.raw(*leafAt(inputs[0], lane));
+            Operand negated = value;
+            negated.isNegated = true;
+            writer.emit(leaf, writer.scalar(leaf).fraction * -1 + inputs[0].type->scalar.fraction, {value, negated},
+                        extremeKernel, 1);
+        });
+    }
+}
+
+template <int larger> void writeExtreme(BlockWriter &writer) {
+    const std::vector<Signal> inputs = fixedInputs(writer, 1);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            emitAligned(writer, leaf, leavesAt(inputs, lane, part), extremeKernel, larger);
+        });
+    }
+}
+
+/// The difference of two inputs, exactly.
+Leaf exactDifference(BlockWriter &writer, Leaf a, Leaf b) {
+    const std::int32_t fraction = commonFraction(writer, std::initializer_list<Leaf>{a, b});
+    const std::int32_t whole = std::max(static_cast<std::int32_t>(writer.scalar(a).width) - writer.scalar(a).fraction,
+                                        static_cast<std::int32_t>(writer.scalar(b).width) - writer.scalar(b).fraction);
+    const Leaf difference =
+        writer.temporary({static_cast<std::uint32_t>(std::max(whole + fraction, 0) + 2), fraction, true, false});
+    emitSum(writer, difference, {a, b}, {false, true});
+    return difference;
+}
+
+/// A constant zero, which all words are at reset.
+Leaf zero(BlockWriter &writer) { return writer.temporary({1, 0, false, false}); }
+
+void writeDim(BlockWriter &writer) {
+    const std::vector<Signal> inputs = fixedInputs(writer, 2);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+            const Leaf difference = exactDifference(writer, *leafAt(inputs[0], lane), *leafAt(inputs[1], lane));
+            emitAligned(writer, leaf, {difference, zero(writer)}, extremeKernel, 1);
+        });
+    }
+}
+
+/// Port 0 data, 1 upper limit, 2 lower limit: max(min(data, upper), lower).
+void writeSaturate(BlockWriter &writer) {
+    const std::vector<Signal> inputs = fixedInputs(writer, 3);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+            const Leaf data = *leafAt(inputs[0], lane);
+            const Leaf upper = *leafAt(inputs[1], lane);
+            const std::int32_t fraction = commonFraction(writer, std::initializer_list<Leaf>{data, upper});
+            std::int32_t whole = 1;
+            for (const Leaf one : {data, upper}) {
+                whole =
+                    std::max(whole, static_cast<std::int32_t>(writer.scalar(one).width) - writer.scalar(one).fraction);
+            }
+            const Leaf lesser = writer.temporary(
+                {static_cast<std::uint32_t>(std::max(whole + fraction, 0) + 1), fraction, true, false});
+            emitAligned(writer, lesser, {data, upper}, extremeKernel, 0);
+            emitAligned(writer, leaf, {lesser, *leafAt(inputs[2], lane)}, extremeKernel, 1);
+        });
+    }
+}
+
+/// One bit: whether a control is not zero.
+Leaf truth(BlockWriter &writer, Leaf control) {
+    if (writer.scalar(control).width == 1) {
+        return control;
+    }
+    const Leaf bit = writer.temporary({1, 0, false, false});
+    writer.emit(bit, 0, {writer.raw(control)}, [](const Op &op) { return reduceKernel(op, Logic::Or); });
+    return bit;
+}
+
+/// The data input whose number the select holds.
+void emitMux(BlockWriter &writer, Leaf out, Leaf select, const std::vector<Leaf> &data) {
+    const std::int32_t fraction = commonFraction(writer, data);
+    std::vector<Operand> operands{writer.raw(select)};
+    for (const Leaf leaf : data) {
+        operands.push_back(writer.aligned(leaf, fraction));
+    }
+    writer.emit(out, fraction - writer.scalar(out).fraction, operands, muxKernel);
+}
+
+void writeMux(BlockWriter &writer) {
+    const Signal select = fixedInput(writer, A_MUX_PORT_SELECT, "the select");
+    const std::vector<Signal> data = writer.numbered();
+    const Signal out = writer.out();
+    if (!out.known()) {
+        return;
+    }
+    for (const Signal &signal : data) {
+        if (signal.type->isRecord() ? signal.type != out.type : signal.type->scalar.isFloat) {
+            writer.fail("a data input has another type than the output");
+        }
+    }
+    if (data.empty()) {
+        return;
+    }
+    if (out.type->isRecord()) {
+        for (std::uint32_t i = 0; i < out.type->leaves; ++i) {
+            std::vector<Leaf> leaves;
+            for (const Signal &signal : data) {
+                leaves.push_back(signal.first + i);
+            }
+            emitMux(writer, out.first + i, select.first, leaves);
+        }
+        return;
+    }
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+        std::vector<Leaf> leaves;
+        for (const Signal &signal : data) {
+            const auto source = leafAt(signal, lane, part);
+            leaves.push_back(source ? *source : zero(writer));
+        }
+        emitMux(writer, leaf, *leafAt(select, lane), leaves);
+    });
+}
+
+/// A select between two data inputs, by a control of a bit.
+template <class Data> void writeChoice(BlockWriter &writer, const StaticString &controlKey, Data dataAt) {
+    const Signal control = fixedInput(writer, controlKey, "the control");
+    const Signal out = writer.out();
+    if (!out.known()) {
+        return;
+    }
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+        const auto [whenFalse, whenTrue] = dataAt(lane, part);
+        emitMux(writer, leaf, truth(writer, *leafAt(control, lane)), {whenFalse, whenTrue});
+    });
+}
+
+Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, std::uint32_t part) {
+    const auto leaf = leafAt(signal, lane, part);
+    return leaf ? *leaf : zero(writer);
+}
+
+Leaf exactSum(BlockWriter &writer, Leaf a, Leaf b) {
+    const std::int32_t fraction = commonFraction(writer, std::initializer_list<Leaf>{a, b});
+    std::int32_t whole = 1;
+    for (const Leaf one : {a, b}) {
+        whole = std::max(whole, static_cast<std::int32_t>(writer.scalar(one).width) - writer.scalar(one).fraction);
+    }
+    const Leaf sum =
+        writer.temporary({static_cast<std::uint32_t>(std::max(whole + fraction, 0) + 2), fraction, true, false});
+    emitSum(writer, sum, {a, b}, {false, false});
+    return sum;
+}
+
+void writeAddSub(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 2);
+    writeChoice(writer, A_ADDSUB_PORT_SELECT, [&](std::uint32_t lane, std::uint32_t part) {
+        const Leaf a = partOrZero(writer, in[0], lane, part);
+        const Leaf b = partOrZero(writer, in[1], lane, part);
+        return std::pair(exactDifference(writer, a, b), exactSum(writer, a, b));
+    });
+}
+
+void writeAddSload(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 2);
+    const Signal load = fixedInput(writer, A_ADD_SLOAD_PORT_LOAD_VALUE, "the load value");
+    writeChoice(writer, A_ADD_SLOAD_PORT_LOAD_CTRL, [&](std::uint32_t lane, std::uint32_t part) {
+        const Leaf sum = exactSum(writer, partOrZero(writer, in[0], lane, part), partOrZero(writer, in[1], lane, part));
+        return std::pair(sum, partOrZero(writer, load, lane, part));
+    });
+}
+
+void writeMinMax(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 2);
+    writeChoice(writer, A_MINMAX_PORT_SELECT, [&](std::uint32_t lane, std::uint32_t part) {
+        const std::vector<Leaf> both{partOrZero(writer, in[0], lane, part), partOrZero(writer, in[1], lane, part)};
+        const std::int32_t fraction = commonFraction(writer, both);
+        std::int32_t whole = 1;
+        for (const Leaf one : both) {
+            whole = std::max(whole, static_cast<std::int32_t>(writer.scalar(one).width) - writer.scalar(one).fraction);
+        }
+        const ScalarType exact{static_cast<std::uint32_t>(std::max(whole + fraction, 0) + 1), fraction, true, false};
+        const Leaf lesser = writer.temporary(exact);
+        const Leaf larger = writer.temporary(exact);
+        emitAligned(writer, lesser, both, extremeKernel, 0);
+        emitAligned(writer, larger, both, extremeKernel, 1);
+        return std::pair(lesser, larger);
+    });
+}
+
+/// The lowest-numbered case whose control is true, else the default.
+void writeSelect(BlockWriter &writer) {
+    struct Case {
+        Signal control;
+        Signal data;
+    };
+    std::vector<Case> cases;
+    Context *context = writer.context();
+    for (const Port &port : writer.block().ports()) {
+        const PureTupleValueRef key = pureTupleVR(port.getName());
+        if (key && key->size() == 2 && key->at(0) == A_SELECT_PORTKEY_CTRL) {
+            const Signal control = writer.in(port.getName());
+            requireFixed(writer, control, "a control");
+            cases.push_back({control, writer.in(PureTupleValue::get(A_SELECT_PORTKEY_DATA, key->at(1), context))});
+            require(writer, cases.back().data, "a case's data");
+        }
+    }
+    const Signal other = writer.in(A_SELECT_PORT_DEFAULT_DATA);
+    if (const Signal out = writer.out(); out.known()) {
+        if (out.type->isRecord() || out.type->scalar.isFloat) {
+            writer.fail("a selection of records or floats has no meaning here");
+        }
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            const ScalarType type = writer.scalar(leaf);
+            Leaf chosen = other.known() ? partOrZero(writer, other, lane, part) : zero(writer);
+            for (std::size_t i = cases.size(); i-- > 0;) {
+                const Leaf result = i == 0 ? leaf : writer.temporary(type);
+                emitMux(writer, result, truth(writer, *leafAt(cases[i].control, lane)),
+                        {chosen, partOrZero(writer, cases[i].data, lane, part)});
+                chosen = result;
+            }
+            if (cases.empty()) {
+                writer.convert(leaf, chosen);
+            }
+        });
+    }
+    if (const Signal valid = writer.out(A_SELECT_WIRE_VALID); valid.known() && !cases.empty()) {
+        forEachScalar(valid, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+            std::vector<Operand> controls;
+            for (const Case &one : cases) {
+                controls.push_back(writer.raw(truth(writer, *leafAt(one.control, lane))));
+            }
+            writer.emit(leaf, 0, controls, [](const Op &op) { return logicKernel(op, Logic::Or); });
+        });
+    }
+}
+
+/// Port 0 against port 1, into a bit for each lane.
+void emitCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relation) {
+    const std::int32_t fraction = commonFraction(writer, std::initializer_list<Leaf>{a, b});
+    writer.emit(out, 0, {writer.aligned(a, fraction), writer.aligned(b, fraction)},
+                [relation](const Op &op) { return compareKernel(op, relation); });
+}
+
+template <Relation relation> void writeCompare(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 2);
+    const Signal out = writer.out();
+    if (!out.known()) {
+        return;
+    }
+    const bool isComplex = in[0].type->isComplex || in[1].type->isComplex;
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+        if (!isComplex) {
+            emitCompare(writer, leaf, *leafAt(in[0], lane), *leafAt(in[1], lane), relation);
+            return;
+        }
+        // Equality of complex numbers needs both parts.
+        std::vector<Operand> bits;
+        for (std::uint32_t part = 0; part < 2; ++part) {
+            const Leaf bit = writer.temporary({1, 0, false, false});
+            emitCompare(writer, bit, partOrZero(writer, in[0], lane, part), partOrZero(writer, in[1], lane, part),
+                        relation);
+            bits.push_back(writer.raw(bit));
+        }
+        writer.emit(leaf, 0, bits,
+                    [](const Op &op) { return logicKernel(op, relation == Relation::Equal ? Logic::And : Logic::Or); });
+    });
+}
+
+void writeCompareControl(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 2);
+    writeChoice(writer, A_COMPARE_PORT_SELECT, [&](std::uint32_t lane, std::uint32_t) {
+        const Leaf less = writer.temporary({1, 0, false, false});
+        const Leaf greaterEqual = writer.temporary({1, 0, false, false});
+        emitCompare(writer, less, *leafAt(in[0], lane), *leafAt(in[1], lane), Relation::Less);
+        emitCompare(writer, greaterEqual, *leafAt(in[0], lane), *leafAt(in[1], lane), Relation::GreaterEqual);
+        return std::pair(less, greaterEqual);
+    });
+}
+
+/// Operands are aligned in the output's type, then their raw bits meet.
+template <Logic logic, int complement> void writeLogic(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            std::vector<Operand> operands;
+            for (const Signal &signal : in) {
+                Operand operand = writer.raw(partOrZero(writer, signal, lane, part));
+                operand.shift = writer.scalar(leaf).fraction - signal.type->scalar.fraction;
+                operands.push_back(operand);
+            }
+            writer.emit(
+                leaf, 0, operands, [](const Op &op) { return logicKernel(op, logic); }, complement);
+        });
+    }
+}
+
+template <Logic logic, int complement> void writeReduce(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            writer.emit(
+                leaf, 0, {writer.raw(*leafAt(in[0], lane, part))}, [](const Op &op) { return reduceKernel(op, logic); },
+                complement);
+        });
+    }
+}
+
+void writeCountOnes(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            writer.emit(leaf, 0, {writer.raw(*leafAt(in[0], lane, part))}, countOnesKernel);
+        });
+    }
+}
+
+void writeReverse(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            writer.emit(leaf, 0, {writer.raw(*leafAt(in[0], lane, part))}, reverseKernel);
+        });
+    }
+}
+
+void writeBitJoin(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            std::vector<Operand> operands;
+            for (const Signal &signal : in) {
+                operands.push_back(writer.raw(partOrZero(writer, signal, lane, part)));
+            }
+            writer.emit(leaf, 0, operands, joinKernel);
+        });
+    }
+}
+
+/// All elements of the vector side by side, element 0 lowest.
+void writeBitJoinReduce(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const Signal out = writer.out();
+    if (!out.known()) {
+        return;
+    }
+    std::vector<Operand> operands;
+    for (std::uint32_t lane = 0; lane < in[0].type->lanes(); ++lane) {
+        operands.push_back(writer.raw(*leafAt(in[0], lane)));
+    }
+    writer.emit(out.first, 0, operands, joinKernel);
+}
+
+/// From the offset up, extended by the input's sign. A negative offset counts from the top.
+void writeBitSelect(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    std::int64_t offset = writer.integer(A_BIT_SELECT_BIT_OFFSET, 0);
+    if (const Signal out = writer.out(); out.known()) {
+        const auto width = static_cast<std::int64_t>(in[0].type->scalar.width);
+        offset = std::clamp<std::int64_t>(offset < 0 ? offset + width : offset, 0, width);
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            writer.emit(leaf, static_cast<std::int32_t>(offset), {writer.raw(*leafAt(in[0], lane, part))}, sumKernel);
+        });
+    }
+}
+
+void writeChooseBits(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const TupleValueRef offsets = tupleVR(writer.param(A_CHOOSE_BITS_BIT_OFFSETS));
+    const Signal out = writer.out();
+    if (!out.known() || !offsets) {
+        return;
+    }
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+        std::vector<Operand> operands;
+        for (const ValueRef &offset : *offsets) {
+            const NumberValueRef number = numberVR(offset);
+            if (!number || !number->isInt() || number->toInt() < 0 ||
+                static_cast<std::uint32_t>(number->toInt()) >= in[0].type->scalar.width) {
+                writer.fail("a chosen bit is outside the input");
+            }
+            const Leaf bit = writer.temporary({1, 0, false, false});
+            writer.emit(bit, number->toInt(), {writer.raw(*leafAt(in[0], lane, part))}, sumKernel);
+            operands.push_back(writer.raw(bit));
+        }
+        writer.emit(leaf, 0, operands, joinKernel);
+    });
+}
+
+/// The raw bits stay; what the point's move adds above or below them extends them.
+void writeRawShift(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const std::int64_t places = writer.integer(A_RAW_SHIFT_VALUE, 0);
+    const bool isSpecial = writer.param(A_RAW_SHIFT_MODE) == A_RAW_SHIFT_MODE_SPECIAL_RIGHT;
+    if (const Signal out = writer.out(); out.known()) {
+        // The value is that of the input times two to the places; the special mode divides by them.
+        const std::int64_t fraction = in[0].type->scalar.fraction + (isSpecial ? places : -places);
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            writer.emit(leaf, static_cast<std::int32_t>(fraction - writer.scalar(leaf).fraction),
+                        {writer.raw(*leafAt(in[0], lane, part))}, sumKernel);
+        });
+    }
+}
+
+template <Rounding rounding> void writeRound(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const auto bits = static_cast<std::int32_t>(writer.integer(A_ROUND_BITS, 0));
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            writer.emit(leaf, bits, {writer.raw(*leafAt(in[0], lane, part))},
+                        [](const Op &op) { return castKernel(op, rounding, Saturation::Wrap); });
+        });
+    }
+}
+
+Rounding roundingOf(const BlockWriter &writer) {
+    const ValueRef mode = writer.param(A_CAST_ROUNDING_MODE);
+    const std::pair<const StaticString *, Rounding> modes[] = {{&A_ROUNDING_TRUNC, Rounding::Floor},
+                                                               {&A_ROUNDING_TRUNC_TO_ZERO, Rounding::ToZero},
+                                                               {&A_ROUNDING_BIASED, Rounding::HalfUp},
+                                                               {&A_ROUNDING_UNBIASED, Rounding::HalfEven}};
+    for (const auto &[name, rounding] : modes) {
+        if (mode == *name) {
+            return rounding;
+        }
+    }
+    if (mode) {
+        writer.fail("the rounding mode has no meaning for fixed-point numbers");
+    }
+    return Rounding::Floor;
+}
+
+void writeCast(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const bool reinterprets = writer.param(A_CAST_MODE) == A_CAST_MODE_REINTERP;
+    const Rounding rounding = roundingOf(writer);
+    const ValueRef mode = writer.param(A_CAST_SATURATE_MODE);
+    const Saturation saturation = mode == A_SATURATE_SYM    ? Saturation::Symmetric
+                                  : mode == A_SATURATE_ASYM ? Saturation::Asymmetric
+                                                            : Saturation::Wrap;
+    const Signal out = writer.out();
+    if (!out.known()) {
+        return;
+    }
+    if (out.type->isRecord() || out.type->scalar.isFloat) {
+        writer.fail("a cast to this type has no meaning here");
+    }
+    const Signal clip = writer.out(A_CAST_WIRE_CLIP);
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+        const auto source = leafAt(in[0], lane, part);
+        if (!source) {
+            return;
+        }
+        const Operand value = writer.raw(*source);
+        if (reinterprets) {
+            writer.emit(leaf, 0, {value}, sumKernel);
+            return;
+        }
+        const ScalarType &type = writer.scalar(leaf);
+        const std::int32_t drop = writer.scalar(*source).fraction - type.fraction;
+        const int range = static_cast<int>(type.width) | (type.isSigned ? 1 << 24 : 0);
+        writer.emit(leaf, drop, {value}, [&](const Op &op) { return castKernel(op, rounding, saturation); });
+        if (const auto flag = clip.known() ? leafAt(clip, lane, part) : std::nullopt) {
+            writer.emit(
+                *flag, drop, {value}, [&](const Op &op) { return clipKernel(op, rounding, saturation); }, range);
+        }
+    });
+}
+
+/// The quotient, cut toward zero at the output's fraction.
+void emitQuotient(BlockWriter &writer, Leaf out, Leaf dividend, Leaf divisor) {
+    Operand a = writer.raw(dividend);
+    Operand b = writer.raw(divisor);
+    const std::int32_t shift =
+        writer.scalar(out).fraction - writer.scalar(dividend).fraction + writer.scalar(divisor).fraction;
+    (shift >= 0 ? a.shift : b.shift) = std::abs(shift);
+    writer.emit(out, 0, {a, b}, divideKernel);
+}
+
+void writeDivide(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 2);
+    if (const Signal out = writer.out(); out.known()) {
+        if (out.type->isComplex) {
+            writer.fail("a quotient of complex numbers has no meaning here");
+        }
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+            emitQuotient(writer, leaf, *leafAt(in[0], lane), *leafAt(in[1], lane));
+        });
+    }
+}
+
+/// The constant of a block as a signal of its own, of the least type that holds it.
+Signal constantSignal(BlockWriter &writer, const StaticString &key) {
+    const ValueRef value = writer.param(key);
+    const NumTypeSpec spec = NumTypeSpec::fromFixedValue(value, false);
+    const SignalType *type = writer.types().of(spec.toValue(writer.context()));
+    if (type == nullptr) {
+        writer.fail("the constant has no type");
+    }
+    Signal signal{type, 0};
+    std::vector<ScalarType> scalars;
+    appendScalars(*type, scalars);
+    for (std::size_t i = 0; i < scalars.size(); ++i) {
+        const Leaf leaf = writer.temporary(scalars[i]);
+        signal.first = i == 0 ? leaf : signal.first;
+    }
+    writer.constant(signal, value);
+    return signal;
+}
+
+void writeConst(BlockWriter &writer) {
+    if (const Signal out = writer.out(); out.known()) {
+        writer.constant(out, writer.param(A_CONST_VALUE));
+    }
+}
+
+void writeConstMult(BlockWriter &writer) {
+    std::vector<Signal> in = fixedInputs(writer, 1);
+    in.resize(1);
+    in.push_back(constantSignal(writer, A_CONST_VALUE));
+    writeProductOf(writer, in);
+}
+
+void writeConstDiv(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const Signal divisor = constantSignal(writer, A_CONST_VALUE);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            emitQuotient(writer, leaf, *leafAt(in[0], lane, part), *leafAt(divisor, lane));
+        });
+    }
+}
+
+void writeModMult(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 2);
+    const Signal modulus = constantSignal(writer, A_MOD_MULT_MODULUS_VALUE);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+            const Factor product =
+                exactProduct(writer, {*leafAt(in[0], lane), std::nullopt}, {*leafAt(in[1], lane), std::nullopt});
+            writer.emit(leaf, 0, {writer.raw(product.re), writer.raw(modulus.first)}, moduloKernel);
+        });
+    }
+}
+
+/// Zero, for a sink that is observed elsewhere; a source gives the constant of its kind.
+void writeNothing(BlockWriter &) {}
+
+void writeOne(BlockWriter &writer) {
+    if (const Signal out = writer.out(); out.known()) {
+        writer.constant(out, NumberValue::get(1, writer.context()));
+    }
+}
+
+const BlockRow kRows[] = {
+    {&A_CONST_BLOCK, writeConst},
+    {&A_ECC_SRC_BLOCK, writeNothing},
+    {&A_ENABLE_SRC_BLOCK, writeOne},
+    {&A_ADD_BLOCK, writeAdd},
+    {&A_MONSTER_ADD_BLOCK, writeAdd},
+    {&A_SUB_BLOCK, writeSub},
+    {&A_ADDSUB_BLOCK, writeAddSub},
+    {&A_ADDSUBFUSED_BLOCK, writeAddSubFused},
+    {&A_ADD_SLOAD_BLOCK, writeAddSload},
+    {&A_ADD_REDUCE_BLOCK, writeAddReduce},
+    {&A_NEG_BLOCK, writeNeg},
+    {&A_COMPLEX_CONJUGATE_BLOCK, writeConjugate},
+    {&A_ABS_BLOCK, writeAbs},
+    {&A_MULT_BLOCK, writeMult},
+    {&A_MONSTER_MULT_BLOCK, writeMult},
+    {&A_SCALAR_PRODUCT_BLOCK, writeScalarProduct},
+    {&A_CONSTMULT_BLOCK, writeConstMult},
+    {&A_CONSTDIV_BLOCK, writeConstDiv},
+    {&A_DIVIDE_BLOCK, writeDivide},
+    {&A_MOD_MULT_BLOCK, writeModMult},
+    {&A_MIN_BLOCK, writeExtreme<0>},
+    {&A_MAX_BLOCK, writeExtreme<1>},
+    {&A_MINMAX_BLOCK, writeMinMax},
+    {&A_DIM_BLOCK, writeDim},
+    {&A_SATURATE_BLOCK, writeSaturate},
+    {&A_CMP_EQ_BLOCK, writeCompare<Relation::Equal>},
+    {&A_CMP_NE_BLOCK, writeCompare<Relation::NotEqual>},
+    {&A_CMP_GE_BLOCK, writeCompare<Relation::GreaterEqual>},
+    {&A_CMP_LT_BLOCK, writeCompare<Relation::Less>},
+    {&A_COMPARECTRL_BLOCK, writeCompareControl},
+    {&A_AND_BLOCK, writeLogic<Logic::And, 0>},
+    {&A_NAND_BLOCK, writeLogic<Logic::And, 1>},
+    {&A_OR_BLOCK, writeLogic<Logic::Or, 0>},
+    {&A_NOR_BLOCK, writeLogic<Logic::Or, 1>},
+    {&A_XOR_BLOCK, writeLogic<Logic::Xor, 0>},
+    {&A_XNOR_BLOCK, writeLogic<Logic::Xor, 1>},
+    {&A_NOT_BLOCK, writeLogic<Logic::Or, 1>},
+    {&A_AND_REDUCE_BLOCK, writeReduce<Logic::And, 0>},
+    {&A_NAND_REDUCE_BLOCK, writeReduce<Logic::And, 1>},
+    {&A_OR_REDUCE_BLOCK, writeReduce<Logic::Or, 0>},
+    {&A_NOR_REDUCE_BLOCK, writeReduce<Logic::Or, 1>},
+    {&A_XOR_REDUCE_BLOCK, writeReduce<Logic::Xor, 0>},
+    {&A_XNOR_REDUCE_BLOCK, writeReduce<Logic::Xor, 1>},
+    {&A_MUX_BLOCK, writeMux},
+    {&A_SELECT_BLOCK, writeSelect},
+    {&A_CAST_BLOCK, writeCast},
+    {&A_TRUNCATE_BLOCK, writeRound<Rounding::Floor>},
+    {&A_TRUNCATE_TO_ZERO_BLOCK, writeRound<Rounding::ToZero>},
+    {&A_BIASED_ROUND_BLOCK, writeRound<Rounding::HalfUp>},
+    {&A_UNBIASED_ROUND_BLOCK, writeRound<Rounding::HalfEven>},
+    {&A_BIT_SELECT_BLOCK, writeBitSelect},
+    {&A_BIT_JOIN_BLOCK, writeBitJoin},
+    {&A_BIT_JOIN_REDUCE_BLOCK, writeBitJoinReduce},
+    {&A_CHOOSE_BITS_BLOCK, writeChooseBits},
+    {&A_REVERSE_BLOCK, writeReverse},
+    {&A_BIT_COUNT_BLOCK, writeCountOnes},
+    {&A_CTPOP_BLOCK, writeCountOnes},
+    {&A_RAW_SHIFT_BLOCK, writeRawShift},
+};
+
+} // namespace
+
+std::span<const BlockRow> arithmeticRows() { return kRows; }
+
+} // namespace orvo::sim

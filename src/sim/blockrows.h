@@ -1,0 +1,14 @@
+// The tables of the families: what each block type computes, one row a type.
+#pragma once
+
+#include "sim/compiler.h"
+
+#include <span>
+
+namespace orvo::sim {
+
+std::span<const BlockRow> wiringRows();
+std::span<const BlockRow> arithmeticRows();
+std::span<const BlockRow> sequentialRows();
+
+} // namespace orvo::sim

@@ -1,0 +1,527 @@
+// Laying out, writing, ordering.
+#include "sim/compilerimpl.h"
+
+#include "sim/bigint.h"
+#include "sim/kernels.h"
+
+#include <orvo/corevalues.h>
+#include <orvo/design.h>
+#include <orvo/limits.h>
+#include <orvo/wire.h>
+
+#include <algorithm>
+
+namespace orvo::sim {
+
+namespace {
+
+/// A design beyond these would fail in a place that tells nothing.
+constexpr std::size_t kMostScalars = std::size_t{1} << 30;
+constexpr std::uint64_t kMostWords = std::uint64_t{1} << 32;
+constexpr std::uint32_t kNoParent = ~std::uint32_t{0};
+
+/// The index behind a vector element or part in the name of an edge.
+void nameScalars(const SignalType &type, const std::string &prefix, std::size_t dim, std::vector<std::string> &names) {
+    if (dim < type.dims.size()) {
+        for (std::uint32_t i = 0; i < type.dims[dim]; ++i) {
+            nameScalars(type, prefix + "[" + std::to_string(i) + "]", dim + 1, names);
+        }
+        return;
+    }
+    for (std::size_t i = 0; i < type.fields.size(); ++i) {
+        nameScalars(*type.fields[i], prefix + "." + std::to_string(i), 0, names);
+    }
+    if (!type.isRecord() && type.isComplex) {
+        names.push_back(prefix + ".re");
+        names.push_back(prefix + ".im");
+    } else if (!type.isRecord()) {
+        names.push_back(prefix);
+    }
+}
+
+/// The integer nearest to a number at a scale, halves away from zero, brought into a type's range.
+BigInt nearest(const NumberValueRef &number, const ScalarType &type) {
+    BigInt value;
+    const int fraction = number->toUpscaledMPZ(value.get(), true);
+    const std::int32_t drop = fraction - type.fraction;
+    if (drop > 0) {
+        const bool isNegative = value < BigInt(0);
+        BigInt magnitude = isNegative ? -std::move(value) : std::move(value);
+        magnitude += BigInt(1) << static_cast<unsigned>(drop - 1);
+        magnitude >>= static_cast<unsigned>(drop);
+        value = isNegative ? -std::move(magnitude) : std::move(magnitude);
+    } else {
+        value <<= static_cast<unsigned>(-drop);
+    }
+    const std::uint32_t bits = type.isSigned ? std::max(type.width, 1U) - 1 : type.width;
+    const BigInt high = (BigInt(1) << bits) - BigInt(1);
+    const BigInt low = type.isSigned && type.width != 0 ? -BigInt(high) - BigInt(1) : BigInt(0);
+    return value < low ? low : value > high ? high : value;
+}
+
+std::vector<std::uint64_t> wordsOf(const BigInt &value, std::uint32_t width) {
+    std::vector<std::uint64_t> words(wordsFor(width));
+    BigInt pattern;
+    mpz_fdiv_r_2exp(pattern.get(), value.get(), words.size() * 64);
+    mpz_export(words.data(), nullptr, -1, sizeof(std::uint64_t), 0, 0, pattern.get());
+    return words;
+}
+
+} // namespace
+
+SignalTypes &BlockWriter::types() const { return mCompiler.mTypes; }
+
+std::int64_t BlockWriter::integer(const StaticString &key, std::int64_t fallback) const {
+    const NumberValueRef number = numberVR(mBlock.getParam(key));
+    return number && number->isInteger() && !number->isSpecial() && number->getBitWidths().first <= 62
+               ? number->toInt64(0)
+               : fallback;
+}
+
+Signal BlockWriter::in(const PureValueRef &key) const {
+    const Port *port = mBlock.getPort(key);
+    return port == nullptr ? Signal() : mCompiler.signalOf(port->peekWire(), mInstance);
+}
+
+Signal BlockWriter::in(int number) const { return in(NumberValue::get(number, context())); }
+
+std::vector<Signal> BlockWriter::numbered() const {
+    std::vector<Signal> signals;
+    for (Signal signal = in(0); signal.known(); signal = in(static_cast<int>(signals.size()))) {
+        signals.push_back(signal);
+    }
+    return signals;
+}
+
+Signal BlockWriter::out(const PureValueRef &key) const {
+    const Wire *wire = mBlock.getWire(key);
+    return wire == nullptr ? Signal() : mCompiler.signalOf(wire, mInstance);
+}
+
+Signal BlockWriter::out(int number) const { return out(NumberValue::get(number, context())); }
+
+const ScalarType &BlockWriter::scalar(Leaf leaf) const { return mCompiler.mLeaves[leaf]; }
+
+Operand BlockWriter::raw(Leaf leaf) const {
+    const ScalarType &type = scalar(leaf);
+    return {leaf, type.width, type.isSigned, false, 0};
+}
+
+Operand BlockWriter::aligned(Leaf leaf, std::int32_t fraction) const {
+    Operand operand = raw(leaf);
+    operand.shift = fraction - scalar(leaf).fraction;
+    return operand;
+}
+
+Leaf BlockWriter::temporary(const ScalarType &type) {
+    mCompiler.mLeaves.push_back(type);
+    mCompiler.mAliases.push_back(static_cast<Leaf>(mCompiler.mAliases.size()));
+    mCompiler.mProducers.push_back(0);
+    return static_cast<Leaf>(mCompiler.mLeaves.size() - 1);
+}
+
+std::uint32_t BlockWriter::state(std::uint32_t words) {
+    const std::uint32_t at = mCompiler.mStateWords;
+    mCompiler.mStateWords += words;
+    return at;
+}
+
+void BlockWriter::setInitial(std::uint32_t at, std::uint64_t word) { mCompiler.mInitial.emplace_back(at, word); }
+
+Op &BlockWriter::begin(Leaf out, std::int32_t drop, const std::vector<Operand> &in, int aux) {
+    Program &program = mCompiler.program;
+    Op op;
+    op.out = raw(out);
+    op.out.shift = drop;
+    op.aux = aux;
+    op.firstIn = static_cast<std::uint32_t>(program.operands.size());
+    op.count = static_cast<std::uint32_t>(in.size());
+    program.operands.insert(program.operands.end(), in.begin(), in.end());
+    op.in = program.operands.data() + op.firstIn;
+    program.ops.push_back(op);
+    mCompiler.mProducers[out] = static_cast<std::uint32_t>(program.ops.size());
+    mCompiler.mOrigins.push_back({&mBlock, mInstance});
+    return program.ops.back();
+}
+
+void BlockWriter::commit(std::uint32_t state, std::uint32_t words, const std::vector<Operand> &in, Kernel kernel,
+                         int aux) {
+    Program &program = mCompiler.program;
+    Op op;
+    op.run = kernel;
+    op.aux = aux;
+    op.state = state;
+    op.stateWords = words;
+    op.firstIn = static_cast<std::uint32_t>(program.operands.size());
+    op.count = static_cast<std::uint32_t>(in.size());
+    program.operands.insert(program.operands.end(), in.begin(), in.end());
+    program.commits.push_back(op);
+}
+
+void BlockWriter::alias(Leaf out, Leaf in) { mCompiler.mAliases[out] = in; }
+
+void BlockWriter::convert(Leaf out, Leaf in) {
+    const ScalarType &to = scalar(out);
+    if (to == scalar(in)) {
+        alias(out, in);
+        return;
+    }
+    if (to.isFloat || scalar(in).isFloat) {
+        fail("a fixed-point and a floating-point signal, or floats of two formats, meet");
+    }
+    emit(out, scalar(in).fraction - to.fraction, {raw(in)}, sumKernel);
+}
+
+std::vector<std::uint64_t> BlockWriter::quantised(const NumberValueRef &number, const ScalarType &type) {
+    return wordsOf(nearest(number, type), type.width);
+}
+
+void BlockWriter::constant(const Signal &out, const ValueRef &value) {
+    // A scalar serves all lanes and, alone, the real part.
+    struct Step {
+        ValueRef value;
+        const SignalType *type;
+        std::size_t dim;
+        bool inPart;
+    };
+    Leaf leaf = out.first;
+    std::vector<Step> stack{{value, out.type, 0, false}};
+    while (!stack.empty()) {
+        const Step step = stack.back();
+        stack.pop_back();
+        const TupleValueRef tuple = tupleVR(step.value);
+        const SignalType &type = *step.type;
+        if (step.dim < type.dims.size()) {
+            const bool isRolled = tuple && tuple->size() != 0 && tuple->at(0) == A_VECTOR_ROLL_TAG;
+            const std::uint32_t length = type.dims[step.dim];
+            if (isRolled && tuple->size() != length + std::size_t{1}) {
+                fail("a constant has another number of elements than its type");
+            }
+            for (std::uint32_t i = length; i-- > 0;) {
+                stack.push_back({isRolled ? tuple->at(i + 1) : step.value, &type, step.dim + 1, false});
+            }
+            continue;
+        }
+        if (type.isRecord()) {
+            for (std::size_t i = type.fields.size(); i-- > 0;) {
+                stack.push_back({tuple ? tuple->maybeAt(i) : step.value, type.fields[i], 0, false});
+            }
+            continue;
+        }
+        if (type.isComplex && !step.inPart) {
+            const bool isRolled = tuple && tuple->size() == 3 && tuple->at(0) == A_COMPLEX_ROLL_TAG;
+            const ValueRef zero = NumberValue::get(0, context());
+            stack.push_back({isRolled ? tuple->at(2) : zero, &type, step.dim, true});
+            stack.push_back({isRolled ? tuple->at(1) : step.value, &type, step.dim, true});
+            continue;
+        }
+        const NumberValueRef number = numberVR(step.value);
+        if (!number || number->isSpecial()) {
+            fail("a constant is no number");
+        }
+        if (type.scalar.isFloat) {
+            fail("floating-point constants have no meaning here");
+        }
+        mCompiler.mConstants.emplace_back(leaf++, quantised(number, type.scalar));
+    }
+}
+
+void BlockWriter::fail(const std::string &reason) const {
+    throw CompileError{reason, {mCompiler.placeOf(mBlock, mInstance)}};
+}
+
+Compiler::Compiler(const Design &design, const Model &top) : mTop(top), mTypes(design.getContext()) {
+    mTypesOfSignals.bindEvents(design);
+}
+
+Compiler::~Compiler() { mTypesOfSignals.unbindEvents(); }
+
+std::string Compiler::placeOf(const Block &block, std::uint32_t instance) const {
+    std::string place = mTop.getName()->toString();
+    for (const Block *step : mInstances[instance].chain) {
+        place += "/" + step->getName()->toString();
+    }
+    return place + "/" + block.getName()->toString();
+}
+
+Signal Compiler::signalOf(const Wire *wire, std::uint32_t instance) {
+    const auto at = mWires[instance].find(wire);
+    return at == mWires[instance].end() ? Signal() : at->second;
+}
+
+void Compiler::layOut(std::uint32_t instance) {
+    const Model &model = *mInstances[instance].model;
+    mWires[instance].reserve(model.size());
+    for (const Block &block : model) {
+        for (const Wire &wire : block) {
+            if (wire.port_size() == 0 && block.type() != A_INPUT_BLOCK.get_ptr() && !block.hasReader()) {
+                // What nobody reads may stay without a type.
+                if (!mTypesOfSignals.getType(wire, mInstances[instance].chain)) {
+                    continue;
+                }
+            }
+            const SignalType *type = mTypes.of(mTypesOfSignals.getType(wire, mInstances[instance].chain));
+            if (type == nullptr) {
+                throw CompileError{"wire '" + wire.getName()->toString() + "' has no type", {placeOf(block, instance)}};
+            }
+            const auto first = static_cast<Leaf>(mLeaves.size());
+            if (mLeaves.size() + type->leaves > kMostScalars) {
+                throw CompileError{"the design has too many scalar signals", {placeOf(block, instance)}};
+            }
+            appendScalars(*type, mLeaves);
+            mWires[instance].emplace(&wire, Signal{type, first});
+        }
+    }
+    mProducers.resize(mLeaves.size());
+    for (auto leaf = static_cast<Leaf>(mAliases.size()); leaf < mLeaves.size(); ++leaf) {
+        mAliases.push_back(leaf);
+    }
+}
+
+void Compiler::joinInstance(const Block &block, std::uint32_t instance, std::uint32_t below) {
+    const Model &model = *mInstances[below].model;
+    BlockWriter writer(*this, block, instance);
+    const auto join = [&](const Signal &out, const Signal &in, const PureValueRef &name) {
+        if (!out.known() || !in.known()) {
+            return;
+        }
+        if (out.type != in.type) {
+            writer.fail("'" + name->toString() + "' has one type outside its model and another inside");
+        }
+        for (std::uint32_t i = 0; i < out.type->leaves; ++i) {
+            writer.alias(out.first + i, in.first + i);
+        }
+    };
+    for (const Block *input : model.getInputBlocks()) {
+        for (const Wire &wire : *input) {
+            join(signalOf(&wire, below), writer.in(wire.getName()), wire.getName());
+        }
+    }
+    for (const Block *output : model.getOutputBlocks()) {
+        for (const Port &port : output->ports()) {
+            join(writer.out(port.getName()), signalOf(port.peekWire(), below), port.getName());
+        }
+    }
+}
+
+void Compiler::writeBlock(const Block &block, std::uint32_t instance) {
+    BlockWriter writer(*this, block, instance);
+    const BlockRow *row = rowOf(block);
+    if (row == nullptr) {
+        const Value *type = block.type();
+        writer.fail("block type '" + (type == nullptr ? std::string("(none)") : type->toString()) +
+                    "' cannot be simulated");
+    }
+    if (row->write != nullptr) {
+        row->write(writer);
+    }
+}
+
+void Compiler::compile() {
+    mInstances.push_back({&mTop, {}, kNoParent});
+    mWires.emplace_back();
+    layOut(0);
+    for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
+        for (const Block &block : *mInstances[at].model) {
+            if (block.type() != A_MODEL_BLOCK.get_ptr()) {
+                writeBlock(block, at);
+                continue;
+            }
+            const Model *below = Node::from<Model>(block[A_MODEL_NODE]);
+            RefChain chain = mInstances[at].chain;
+            const bool isInside =
+                below == mInstances[at].model ||
+                std::any_of(chain.begin(), chain.end(), [&](const Block *step) { return &step->getModel() == below; });
+            if (below == nullptr || isInside) {
+                BlockWriter(*this, block, at)
+                    .fail(below == nullptr ? "the model block has no model" : "the model instantiates itself");
+            }
+            if (mInstances.size() > limits::kTypeInstances) {
+                BlockWriter(*this, block, at).fail("the design has too many instances");
+            }
+            chain.push_back(&block);
+            mInstances.push_back({below, std::move(chain), at});
+            mWires.emplace_back();
+            const auto made = static_cast<std::uint32_t>(mInstances.size() - 1);
+            layOut(made);
+            joinInstance(block, at, made);
+        }
+    }
+    addEdges();
+    resolveAliases();
+    order();
+    place();
+}
+
+void Compiler::addEdge(std::vector<Edge> &edges, const PureValueRef &name, const Signal &signal) {
+    std::vector<std::string> names;
+    nameScalars(*signal.type, name->toString(), 0, names);
+    for (std::uint32_t i = 0; i < signal.type->leaves; ++i) {
+        const Leaf leaf = signal.first + i;
+        const ScalarType &type = mLeaves[leaf];
+        edges.push_back({names[i], type, {leaf, type.width, type.isSigned, false, 0}});
+    }
+}
+
+void Compiler::addEdges() {
+    for (const Block *input : mTop.getInputBlocks()) {
+        for (const Wire &wire : *input) {
+            if (const Signal signal = signalOf(&wire, 0); signal.known()) {
+                addEdge(inputs, wire.getName(), signal);
+            }
+        }
+    }
+    for (const Block *output : mTop.getOutputBlocks()) {
+        for (const Port &port : output->ports()) {
+            addEdge(outputs, port.getName(), signalOf(port.peekWire(), 0));
+        }
+    }
+}
+
+/// Follows each chain of aliases to its end. A chain without an end is a loop of wires.
+void Compiler::resolveAliases() {
+    std::vector<Leaf> way;
+    for (Leaf leaf = 0; leaf < mAliases.size(); ++leaf) {
+        Leaf at = leaf;
+        way.clear();
+        while (mAliases[at] != at) {
+            way.push_back(at);
+            at = mAliases[at];
+            if (way.size() > mAliases.size()) {
+                throw CompileError{"a loop of wires has no driver", {}};
+            }
+        }
+        for (const Leaf passed : way) {
+            mAliases[passed] = at;
+        }
+    }
+    const auto resolveOperand = [this](Operand &operand) { operand.at = mAliases[operand.at]; };
+    std::for_each(program.operands.begin(), program.operands.end(), resolveOperand);
+    for (std::vector<Edge> *edges : {&inputs, &outputs}) {
+        for (Edge &edge : *edges) {
+            resolveOperand(edge.operand);
+        }
+    }
+}
+
+/// Kahn, "Topological sorting of large networks" (1962). Operations that become free together keep their order.
+void Compiler::order() {
+    const std::size_t count = program.ops.size();
+    std::vector<std::uint32_t> waits(count, 0);
+    std::vector<std::uint32_t> offsets(count + 1, 0);
+    const auto forProducers = [this](const Op &op, auto visit) {
+        for (std::uint32_t i = 0; i < op.count; ++i) {
+            if (const std::uint32_t producer = mProducers[program.operands[op.firstIn + i].at]; producer != 0) {
+                visit(producer - 1);
+            }
+        }
+    };
+    for (std::size_t i = 0; i < count; ++i) {
+        forProducers(program.ops[i], [&](std::uint32_t producer) {
+            ++waits[i];
+            ++offsets[producer + 1];
+        });
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        offsets[i + 1] += offsets[i];
+    }
+    std::vector<std::uint32_t> readers(offsets[count]);
+    std::vector<std::uint32_t> next(offsets.begin(), offsets.end() - 1);
+    for (std::size_t i = 0; i < count; ++i) {
+        forProducers(program.ops[i],
+                     [&](std::uint32_t producer) { readers[next[producer]++] = static_cast<std::uint32_t>(i); });
+    }
+    std::vector<std::uint32_t> ready;
+    ready.reserve(count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        if (waits[i] == 0) {
+            ready.push_back(i);
+        }
+    }
+    for (std::size_t at = 0; at < ready.size(); ++at) {
+        for (std::uint32_t i = offsets[ready[at]]; i < offsets[ready[at] + 1]; ++i) {
+            if (--waits[readers[i]] == 0) {
+                ready.push_back(readers[i]);
+            }
+        }
+    }
+    if (ready.size() != count) {
+        failOnLoop(waits);
+    }
+    std::vector<Op> ordered;
+    ordered.reserve(count);
+    for (const std::uint32_t op : ready) {
+        ordered.push_back(program.ops[op]);
+    }
+    program.ops.swap(ordered);
+}
+
+/// From an operation that waits, back through others that wait, until one comes again: that is the loop.
+void Compiler::failOnLoop(const std::vector<std::uint32_t> &waits) const {
+    const auto first = std::find_if(waits.begin(), waits.end(), [](std::uint32_t left) { return left != 0; });
+    std::vector<std::uint32_t> way;
+    std::vector<std::uint32_t> seenAt(waits.size(), 0);
+    auto at = static_cast<std::uint32_t>(first - waits.begin());
+    while (seenAt[at] == 0) {
+        way.push_back(at);
+        seenAt[at] = static_cast<std::uint32_t>(way.size());
+        const Op &op = program.ops[at];
+        for (std::uint32_t i = 0; i < op.count; ++i) {
+            const std::uint32_t producer = mProducers[program.operands[op.firstIn + i].at];
+            if (producer != 0 && waits[producer - 1] != 0) {
+                at = producer - 1;
+                break;
+            }
+        }
+    }
+    std::vector<std::string> blocks;
+    for (std::size_t i = way.size(); i-- > seenAt[at] - 1;) {
+        std::string place = placeOf(*mOrigins[way[i]].block, mOrigins[way[i]].instance);
+        if (blocks.empty() || blocks.back() != place) {
+            blocks.push_back(std::move(place));
+        }
+    }
+    throw CompileError{"a combinational loop", std::move(blocks)};
+}
+
+/// Gives each leaf with a value of its own its words, and each operand its place.
+void Compiler::place() {
+    std::vector<std::uint32_t> places(mLeaves.size());
+    std::uint64_t words = 0;
+    for (Leaf leaf = 0; leaf < mLeaves.size(); ++leaf) {
+        if (mAliases[leaf] == leaf) {
+            places[leaf] = static_cast<std::uint32_t>(words);
+            words += wordsFor(mLeaves[leaf].width);
+        }
+    }
+    const std::uint64_t states = words;
+    words += mStateWords;
+    if (words > kMostWords) {
+        throw CompileError{"the design takes too many words", {}};
+    }
+    program.initial.assign(words, 0);
+    for (const auto &[at, word] : mInitial) {
+        program.initial[states + at] = word;
+    }
+    for (const auto &[leaf, bits] : mConstants) {
+        std::copy(bits.begin(), bits.end(), program.initial.begin() + places[leaf]);
+    }
+    const auto placeOperand = [&](Operand &operand) { operand.at = places[operand.at]; };
+    std::for_each(program.operands.begin(), program.operands.end(), placeOperand);
+    for (std::vector<Op> *ops : {&program.ops, &program.commits}) {
+        for (Op &op : *ops) {
+            op.in = program.operands.data() + op.firstIn;
+            op.state += static_cast<std::uint32_t>(states);
+        }
+    }
+    for (Op &op : program.ops) {
+        placeOperand(op.out);
+    }
+    for (std::vector<Edge> *edges : {&inputs, &outputs}) {
+        for (Edge &edge : *edges) {
+            placeOperand(edge.operand);
+        }
+    }
+}
+
+} // namespace orvo::sim

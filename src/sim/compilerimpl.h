@@ -1,0 +1,82 @@
+// The state of a compilation.
+#pragma once
+
+#include "sim/compiler.h"
+
+#include <orvo/model.h>
+#include <orvo/typeinferpass.h>
+
+#include <unordered_map>
+
+namespace orvo::sim {
+
+/// The scalar at an edge of the top model.
+struct Edge {
+    std::string name;
+    ScalarType type;
+    Operand operand;
+};
+
+class Compiler {
+  public:
+    Compiler(const Design &design, const Model &top);
+    ~Compiler();
+    Compiler(const Compiler &) = delete;
+    Compiler &operator=(const Compiler &) = delete;
+
+    /// Throws `CompileError`.
+    void compile();
+
+    Program program;
+    std::vector<Edge> inputs;
+    std::vector<Edge> outputs;
+
+  private:
+    friend class BlockWriter;
+
+    struct Instance {
+        const Model *model;
+        RefChain chain;
+        std::uint32_t parent;
+    };
+    /// Where a wire's scalars begin, in one instance.
+    using WireMap = std::unordered_map<const Wire *, Signal>;
+
+    void layOut(std::uint32_t instance);
+    void writeBlock(const Block &block, std::uint32_t instance);
+    void joinInstance(const Block &block, std::uint32_t instance, std::uint32_t below);
+    Signal signalOf(const Wire *wire, std::uint32_t instance);
+    void addEdges();
+    void addEdge(std::vector<Edge> &edges, const PureValueRef &name, const Signal &signal);
+    void resolveAliases();
+    void order();
+    void place();
+    std::string placeOf(const Block &block, std::uint32_t instance) const;
+    [[noreturn]] void failOnLoop(const std::vector<std::uint32_t> &waits) const;
+
+    const Model &mTop;
+    GlobalTypePass mTypesOfSignals;
+    SignalTypes mTypes;
+    std::vector<Instance> mInstances;
+    std::vector<WireMap> mWires;
+    std::vector<ScalarType> mLeaves;
+    /// The leaf that each leaf stands for; itself if it has a value of its own.
+    std::vector<Leaf> mAliases;
+    /// The operation that writes a leaf, plus one; 0 for none.
+    std::vector<std::uint32_t> mProducers;
+    /// The block of each operation, for messages.
+    struct Origin {
+        const Block *block;
+        std::uint32_t instance;
+    };
+    std::vector<Origin> mOrigins;
+    std::uint32_t mStateWords = 0;
+    std::vector<std::pair<std::uint32_t, std::uint64_t>> mInitial;
+    /// Constant leaves with their bits.
+    std::vector<std::pair<Leaf, std::vector<std::uint64_t>>> mConstants;
+};
+
+/// The row of a block type; null for a type that has no meaning here.
+const BlockRow *rowOf(const Block &block);
+
+} // namespace orvo::sim

@@ -1,0 +1,47 @@
+// Lanes and parts of signals that meet in one block: a scalar serves all lanes, as do fewer dimensions more of them,
+// and a real number has no imaginary part.
+#pragma once
+
+#include "sim/compiler.h"
+
+#include <optional>
+
+namespace orvo::sim {
+
+/// The scalar of a number at a lane of an output. Lanes count with the innermost dimension fastest, in which all
+/// signals of a block agree, so that fewer dimensions repeat. None for the imaginary part of a real number.
+inline std::optional<Leaf> leafAt(const Signal &signal, std::uint32_t lane, std::uint32_t part = 0) {
+    if (part >= signal.type->element) {
+        return std::nullopt;
+    }
+    return signal.first + lane % signal.type->lanes() * signal.type->element + part;
+}
+
+/// Calls `visit(lane, part, leaf)` for each scalar of an output.
+template <class Visit> void forEachScalar(const Signal &out, Visit visit) {
+    Leaf leaf = out.first;
+    for (std::uint32_t lane = 0; lane < out.type->lanes(); ++lane) {
+        for (std::uint32_t part = 0; part < out.type->element; ++part) {
+            visit(lane, part, leaf++);
+        }
+    }
+}
+
+/// The least scale at which each of these scalars is an integer.
+template <class Leaves> std::int32_t commonFraction(const BlockWriter &writer, const Leaves &leaves) {
+    std::int32_t fraction = writer.scalar(*leaves.begin()).fraction;
+    for (const Leaf leaf : leaves) {
+        fraction = std::max(fraction, writer.scalar(leaf).fraction);
+    }
+    return fraction;
+}
+
+/// One signal for another, scalar by scalar, converted where their types differ.
+void convertSignal(BlockWriter &writer, const Signal &out, const Signal &in);
+
+/// Ends compilation unless the signal is connected. `what` is the port's name for people.
+void require(const BlockWriter &writer, const Signal &signal, const char *what);
+/// The same, and that its scalars are fixed-point numbers.
+void requireFixed(const BlockWriter &writer, const Signal &signal, const char *what);
+
+} // namespace orvo::sim

@@ -1,0 +1,127 @@
+// Running a program.
+#include <orvo/simulator.h>
+
+#include "sim/blockrows.h"
+#include "sim/compilerimpl.h"
+
+#include <orvo/model.h>
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace orvo::sim {
+
+const BlockRow *rowOf(const Block &block) {
+    static const std::unordered_map<const Value *, const BlockRow *> table = [] {
+        std::unordered_map<const Value *, const BlockRow *> rows;
+        for (const std::span<const BlockRow> family : {wiringRows(), arithmeticRows(), sequentialRows()}) {
+            for (const BlockRow &row : family) {
+                rows.emplace(row.type->get_ptr(), &row);
+            }
+        }
+        return rows;
+    }();
+    const auto at = table.find(block.type());
+    return at == table.end() ? nullptr : at->second;
+}
+
+SimulationError::SimulationError(const std::string &reason, std::vector<std::string> blocks)
+    : std::runtime_error(reason), mBlocks(std::move(blocks)) {}
+
+struct Simulator::Impl {
+    Program program;
+    std::vector<Edge> inputEdges;
+    std::vector<Edge> outputEdges;
+    std::vector<Scalar> inputs;
+    std::vector<Scalar> outputs;
+    std::vector<std::uint64_t> words;
+};
+
+Simulator::Simulator(const Design &design, const Model &top) : mImpl(std::make_unique<Impl>()) {
+    Compiler compiler(design, top);
+    try {
+        compiler.compile();
+    } catch (CompileError &error) {
+        throw SimulationError(error.reason, std::move(error.blocks));
+    }
+    mImpl->program = std::move(compiler.program);
+    mImpl->inputEdges = std::move(compiler.inputs);
+    mImpl->outputEdges = std::move(compiler.outputs);
+    const auto describe = [](const std::vector<Edge> &edges, std::vector<Scalar> &scalars) {
+        for (const Edge &edge : edges) {
+            scalars.push_back({edge.name, edge.type.width, edge.type.isSigned, edge.type.isFloat, edge.type.fraction});
+        }
+    };
+    describe(mImpl->inputEdges, mImpl->inputs);
+    describe(mImpl->outputEdges, mImpl->outputs);
+    mImpl->words = mImpl->program.initial;
+}
+
+Simulator::~Simulator() = default;
+
+const std::vector<Scalar> &Simulator::inputs() const { return mImpl->inputs; }
+
+const std::vector<Scalar> &Simulator::outputs() const { return mImpl->outputs; }
+
+void Simulator::setInput(std::size_t input, const std::vector<std::uint64_t> &words) {
+    const Operand &operand = mImpl->inputEdges.at(input).operand;
+    const std::uint32_t count = wordsFor(operand.width);
+    std::uint64_t *to = mImpl->words.data() + operand.at;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        to[i] = i < words.size() ? words[i] : 0;
+    }
+    // The last word is filled up as all values are.
+    if (const std::uint32_t used = operand.width - (count - 1) * 64; used < 64) {
+        const std::uint32_t places = 64 - used;
+        const std::uint64_t high = used == 0 ? 0 : to[count - 1] << places;
+        to[count - 1] = used == 0          ? 0
+                        : operand.isSigned ? static_cast<std::uint64_t>(static_cast<std::int64_t>(high) >> places)
+                                           : high >> places;
+    }
+}
+
+void Simulator::setInput(std::size_t input, std::int64_t value) {
+    const std::uint32_t count = wordsFor(mImpl->inputEdges.at(input).operand.width);
+    std::vector<std::uint64_t> words(count, value < 0 ? ~std::uint64_t{0} : 0);
+    words[0] = static_cast<std::uint64_t>(value);
+    setInput(input, words);
+}
+
+void Simulator::step() {
+    std::uint64_t *words = mImpl->words.data();
+    for (const Op &op : mImpl->program.ops) {
+        op.run(words, op);
+    }
+    for (const Op &op : mImpl->program.commits) {
+        op.run(words, op);
+    }
+}
+
+void Simulator::reset() {
+    std::vector<std::uint64_t> kept;
+    for (const Edge &edge : mImpl->inputEdges) {
+        const std::uint64_t *from = mImpl->words.data() + edge.operand.at;
+        kept.insert(kept.end(), from, from + wordsFor(edge.operand.width));
+    }
+    mImpl->words = mImpl->program.initial;
+    auto at = kept.begin();
+    for (const Edge &edge : mImpl->inputEdges) {
+        const auto count = static_cast<std::ptrdiff_t>(wordsFor(edge.operand.width));
+        std::copy(at, at + count, mImpl->words.begin() + edge.operand.at);
+        at += count;
+    }
+}
+
+std::vector<std::uint64_t> Simulator::output(std::size_t output) const {
+    const Operand &operand = mImpl->outputEdges.at(output).operand;
+    const std::uint64_t *from = mImpl->words.data() + operand.at;
+    return {from, from + wordsFor(operand.width)};
+}
+
+std::int64_t Simulator::outputInteger(std::size_t output) const {
+    return static_cast<std::int64_t>(mImpl->words[mImpl->outputEdges.at(output).operand.at]);
+}
+
+std::size_t Simulator::operations() const { return mImpl->program.ops.size(); }
+
+} // namespace orvo::sim

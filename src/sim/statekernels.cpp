@@ -1,0 +1,89 @@
+// Words that last.
+#include "sim/statekernels.h"
+
+#include <algorithm>
+
+namespace orvo::sim {
+
+namespace {
+
+bool isTrue(const std::uint64_t *words, const Operand &control) {
+    const std::uint64_t *from = words + control.at;
+    return std::any_of(from, from + wordsFor(control.width), [](std::uint64_t word) { return word != 0; });
+}
+
+/// A missing control is true.
+bool enabled(const std::uint64_t *words, const Op &op, std::uint32_t input) {
+    return op.count <= input || isTrue(words, op.in[input]);
+}
+
+std::uint64_t nextCount(const std::uint64_t *words, const Op &op) {
+    const auto count = static_cast<std::int64_t>(words[op.state]);
+    const auto limit = static_cast<__int128>(static_cast<std::int64_t>(words[op.state + 1]));
+    const auto step = static_cast<std::int64_t>(words[op.state + 2]);
+    if (!enabled(words, op, 0) || limit == 0) {
+        return words[op.state];
+    }
+    const __int128 next = (static_cast<__int128>(count) + step) % limit;
+    return static_cast<std::uint64_t>(next < 0 ? next + limit : next);
+}
+
+/// The entry's bits as a value of the output.
+void give(std::uint64_t *words, const Operand &out, std::uint64_t value) {
+    words[out.at] = out.width < 64 ? value & ((std::uint64_t{1} << out.width) - 1) : value;
+    if (out.isSigned && out.width != 0 && out.width < 64) {
+        const std::uint32_t places = 64 - out.width;
+        words[out.at] = static_cast<std::uint64_t>(static_cast<std::int64_t>(value << places) >> places);
+    }
+    std::fill(words + out.at + 1, words + out.at + wordsFor(out.width), 0);
+}
+
+} // namespace
+
+void readState(std::uint64_t *words, const Op &op) {
+    std::copy(words + op.state, words + op.state + op.stateWords, words + op.out.at);
+}
+
+void writeState(std::uint64_t *words, const Op &op) {
+    if (enabled(words, op, 1)) {
+        std::copy(words + op.in[0].at, words + op.in[0].at + op.stateWords, words + op.state);
+    }
+}
+
+void readRing(std::uint64_t *words, const Op &op) {
+    const std::uint32_t each = wordsFor(op.out.width);
+    const std::uint64_t *entry = words + op.state + 2 + words[op.state] * each;
+    std::copy(entry, entry + each, words + op.out.at);
+}
+
+void writeRing(std::uint64_t *words, const Op &op) {
+    const std::uint32_t each = wordsFor(op.in[0].width);
+    std::copy(words + op.in[0].at, words + op.in[0].at + each, words + op.state + 2 + words[op.state] * each);
+    words[op.state] = words[op.state] + 1 == words[op.state + 1] ? 0 : words[op.state] + 1;
+}
+
+void readCounter(std::uint64_t *words, const Op &op) {
+    const std::uint64_t count = nextCount(words, op);
+    const bool isBelow = static_cast<std::int64_t>(count) < static_cast<std::int64_t>(words[op.state + 2]);
+    give(words, op.out, op.aux == 1 ? (isBelow ? 1 : 0) : count);
+}
+
+void writeCounter(std::uint64_t *words, const Op &op) { words[op.state] = nextCount(words, op); }
+
+void readTable(std::uint64_t *words, const Op &op) {
+    const Operand &address = op.in[0];
+    const std::uint64_t low =
+        address.width < 64 ? words[address.at] & ((std::uint64_t{1} << address.width) - 1) : words[address.at];
+    const bool isFar =
+        address.width > 64 && std::any_of(words + address.at + 1, words + address.at + wordsFor(address.width),
+                                          [](std::uint64_t word) { return word != 0; });
+    const auto each = static_cast<std::uint32_t>(words[op.state + 1]);
+    if (isFar || low >= words[op.state]) {
+        std::fill(words + op.out.at, words + op.out.at + each, 0);
+        return;
+    }
+    const std::uint64_t *entry = words + op.state + 2 + low * each;
+    std::copy(entry, entry + each, words + op.out.at);
+}
+
+} // namespace orvo::sim

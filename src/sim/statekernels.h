@@ -1,0 +1,28 @@
+// Operations on words that last from cycle to cycle. Those without a result run when the cycle ends.
+#pragma once
+
+#include "sim/program.h"
+
+namespace orvo::sim {
+
+/// Gives the state's words.
+void readState(std::uint64_t *words, const Op &op);
+/// Takes input 0 if input 1 is absent or not zero.
+void writeState(std::uint64_t *words, const Op &op);
+
+/// A ring of entries: the words are the position, the number of entries, and the entries. Gives the oldest.
+void readRing(std::uint64_t *words, const Op &op);
+/// Puts input 0 in place of the oldest entry.
+void writeRing(std::uint64_t *words, const Op &op);
+
+/// A counter: the words are the count, the limit and the step. Gives the next count if input 0 is absent or not zero,
+/// else the present one. `op.aux` 1: one bit, whether that is below the step.
+void readCounter(std::uint64_t *words, const Op &op);
+/// Takes the next count.
+void writeCounter(std::uint64_t *words, const Op &op);
+
+/// A table: the words are the number of entries, the words of an entry, and the entries. Gives the entry at input 0, a
+/// bit pattern; zero beyond the last.
+void readTable(std::uint64_t *words, const Op &op);
+
+} // namespace orvo::sim

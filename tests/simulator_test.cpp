@@ -1,0 +1,634 @@
+// What designs compute: single blocks row by row, the examples against independent computations, and designs that
+// cannot be simulated.
+#include <orvo/simulator.h>
+
+#include "support/typetable.h"
+
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/corevalues.h>
+#include <orvo/design.h>
+#include <orvo/model.h>
+#include <orvo/staticstrings.h>
+#include <orvo/wire.h>
+#include <orvo/xmlservices.h>
+
+#include <gtest/gtest.h>
+#include <rapidcheck.h>
+#include <rapidcheck/gtest.h>
+
+#include <cmath>
+#include <deque>
+#include <fstream>
+#include <map>
+#include <random>
+
+namespace orvo::sim {
+namespace {
+
+using Numbers = std::vector<std::int64_t>;
+
+/// One block with its inputs at the edge of a model: the integers of the inputs' scalars, and what must come out, cycle
+/// by cycle.
+struct BlockCase {
+    using Texts = std::vector<std::pair<const char *, const char *>>;
+    const char *name;
+    const char *block;
+    Texts inputs;
+    Texts params;
+    std::vector<const char *> outputs;
+    struct Cycle {
+        Numbers in;
+        Numbers out;
+    };
+    std::vector<Cycle> cycles;
+};
+
+class SimulatorTest : public ::testing::Test {
+  protected:
+    PureValueRef value(const std::string &text) { return PureValueRef(Value::parse(text, mgr.context())); }
+
+    /// A model of one block whose ports hang on typed inputs, in order, and whose wires are outputs, in order.
+    static std::unique_ptr<Design> oneBlock(Context *context, const BlockCase &row) {
+        const auto value = [context](const std::string &text) { return PureValueRef(Value::parse(text, context)); };
+        auto design = std::make_unique<Design>(context);
+        Model &top = *Model::create(*design, "top");
+        Block &in = *Block::create(top, "in", A_INPUT_BLOCK);
+        Block &block = *Block::create(top, "block", value(row.block));
+        for (const auto &[key, text] : row.params) {
+            block.setParam(value(key), ValueRef(value(text)));
+        }
+        int number = 100;
+        for (const auto &[key, type] : row.inputs) {
+            Block &pin = *Block::create(top, "pin" + std::to_string(number), A_TYPE_PIN_BLOCK);
+            pin.setParam(A_TYPE_PIN_TYPE, ValueRef(value(testing::typeText(type))));
+            pin.setParam(value("0"), *Wire::create(in, "i" + std::to_string(number++)));
+            block.setParam(value(key), *Wire::create(pin, value("0")));
+        }
+        Block &out = *Block::create(top, "out", A_OUTPUT_BLOCK);
+        number = 100;
+        for (const char *key : row.outputs) {
+            out.setParam(value("o" + std::to_string(number++)), *Wire::create(block, value(key)));
+        }
+        return design;
+    }
+    static Numbers outputsOf(const Simulator &simulator) {
+        Numbers numbers;
+        for (std::size_t i = 0; i < simulator.outputs().size(); ++i) {
+            numbers.push_back(simulator.outputInteger(i));
+        }
+        return numbers;
+    }
+    static Numbers stepWith(Simulator &simulator, const Numbers &in) {
+        for (std::size_t i = 0; i < in.size(); ++i) {
+            simulator.setInput(i, in[i]);
+        }
+        simulator.step();
+        return outputsOf(simulator);
+    }
+    void check(const std::vector<BlockCase> &rows) {
+        for (const BlockCase &row : rows) {
+            const std::unique_ptr<Design> design = oneBlock(mgr.context(), row);
+            Simulator simulator(*design, *design->begin());
+            std::size_t cycle = 0;
+            for (const BlockCase::Cycle &at : row.cycles) {
+                EXPECT_EQ(stepWith(simulator, at.in), at.out) << row.name << ", cycle " << cycle;
+                ++cycle;
+            }
+            if (!row.cycles.empty()) {
+                simulator.reset();
+                EXPECT_EQ(stepWith(simulator, row.cycles[0].in), row.cycles[0].out) << row.name << " after reset";
+            }
+        }
+    }
+    std::unique_ptr<Design> example(const std::string &name) {
+        std::ifstream in(std::string(ORVO_TEST_SOURCE_DIR) + "/examples/" + name + ".xml");
+        auto design = std::make_unique<Design>(mgr.context());
+        EXPECT_TRUE(XMLServices().fromXML(in, *design, XMLServices::defaultErrorFunc));
+        return design;
+    }
+    /// Why a design cannot be simulated, and where.
+    static std::string refusal(const Design &design, const Model &top) {
+        try {
+            const Simulator simulator(design, top);
+        } catch (const SimulationError &error) {
+            std::string text = error.what();
+            for (const std::string &block : error.blocks()) {
+                text += " " + block;
+            }
+            return text;
+        }
+        return "";
+    }
+    ContextMgr mgr;
+};
+
+const char *const kOut = "primWireOut";
+
+TEST_F(SimulatorTest, addsInTheOutputsType) {
+    check({
+        {"add", "addBlock", {{"0", "s4.1"}, {"1", "u3.0"}}, {}, {kOut}, {{{-16, 7}, {-2}}, {{15, 7}, {29}}}},
+        {"no growth wraps",
+         "addBlock",
+         {{"0", "u4.0"}, {"1", "u4.0"}},
+         {{"addNoGrowth", "true"}},
+         {kOut},
+         {{{9, 9}, {2}}}},
+        {"a scalar serves all lanes",
+         "addBlock",
+         {{"0", "[2] s4.0"}, {"1", "s4.0"}},
+         {},
+         {kOut},
+         {{{1, 2, 3}, {4, 5}}}},
+        {"a real has no imaginary part",
+         "addBlock",
+         {{"0", "c s4.0"}, {"1", "s4.0"}},
+         {},
+         {kOut},
+         {{{1, 2, 3}, {4, 2}}}},
+        {"three",
+         "monsterAddBlock",
+         {{"0", "s4.0"}, {"1", "s4.0"}, {"2", "s4.0"}},
+         {},
+         {kOut},
+         {{{-8, -8, -8}, {-24}}}},
+        {"subtract the others",
+         "subBlock",
+         {{"0", "u4.0"}, {"1", "u4.0"}, {"2", "u4.0"}},
+         {},
+         {kOut},
+         {{{1, 15, 15}, {-29}}}},
+        {"negate an unsigned", "negBlock", {{"0", "u4.0"}}, {}, {kOut}, {{{1}, {31}}, {{0}, {0}}}},
+        {"conjugate", "complexConjugateBlock", {{"0", "c s4.0"}}, {}, {kOut}, {{{3, -8}, {3, 8}}}},
+        {"absolute", "absBlock", {{"0", "s4.0"}}, {}, {kOut}, {{{-8}, {8}}, {{7}, {7}}}},
+        {"select one",
+         "addsubBlock",
+         {{"0", "u4.0"}, {"1", "u4.0"}, {"addsubPortSelect", "u1.0"}},
+         {},
+         {kOut},
+         {{{3, 5, 1}, {8}}, {{3, 5, 0}, {-2}}}},
+        {"both", "addsubfusedBlock", {{"0", "u4.0"}, {"1", "u4.0"}}, {}, {kOut, "primWireAux"}, {{{3, 5}, {8, -2}}}},
+        {"load",
+         "addSloadBlock",
+         {{"0", "s4.0"}, {"1", "s4.0"}, {"addSloadPortLoadCtrl", "u1.0"}, {"addSloadPortLoadValue", "s4.0"}},
+         {},
+         {kOut},
+         {{{1, 2, 0, 7}, {3}}, {{1, 2, 1, 7}, {7}}}},
+        {"over a dimension", "addReduceBlock", {{"0", "[2][3] s4.0"}}, {}, {kOut}, {{{1, 2, 3, 4, 5, 6}, {5, 7, 9}}}},
+        {"over ports", "addReduceBlock", {{"0", "s4.0"}, {"1", "s4.0"}}, {}, {kOut}, {{{-8, 7}, {-1}}}},
+    });
+}
+
+TEST_F(SimulatorTest, multipliesAndDivides) {
+    check({
+        {"mixed", "multBlock", {{"0", "s4.0"}, {"1", "u4.0"}}, {}, {kOut}, {{{-8, 15}, {-120}}}},
+        {"complex", "multBlock", {{"0", "c s4.0"}, {"1", "c s4.0"}}, {}, {kOut}, {{{1, 2, 3, 4}, {-5, 10}}}},
+        {"three complex",
+         "multBlock",
+         {{"0", "c s4.0"}, {"1", "c s4.0"}, {"2", "c s4.0"}},
+         {},
+         {kOut},
+         {{{1, 2, 3, 4, 0, 1}, {-10, -5}}}},
+        {"dot product",
+         "scalarProductBlock",
+         {{"0", "[3] s4.0"}, {"1", "[3] s4.0"}},
+         {},
+         {kOut},
+         {{{1, 2, 3, 4, 5, 6}, {32}}}},
+        {"pairs and chain",
+         "scalarProductBlock",
+         {{"0", "s4.0"}, {"1", "s4.0"}, {"2", "s4.0"}, {"3", "s4.0"}, {"scalarProductPortChainin", "s8.0"}},
+         {},
+         {kOut},
+         {{{1, 2, 3, 4, 100}, {114}}}},
+        {"subtractive",
+         "scalarProductBlock",
+         {{"0", "s4.0"}, {"1", "s4.0"}, {"2", "s4.0"}, {"3", "s4.0"}},
+         {{"subtractive", "true"}},
+         {kOut},
+         {{{1, 2, 3, 4}, {-10}}}},
+        {"by a constant", "constmultBlock", {{"0", "s4.0"}}, {{"constValue", "-3"}}, {kOut}, {{{7}, {-21}}}},
+        {"quotient toward zero",
+         "constdivBlock",
+         {{"0", "s4.0"}},
+         {{"constValue", "3"}},
+         {kOut},
+         {{{-7}, {-2}}, {{7}, {2}}}},
+        {"quotient", "divideBlock", {{"0", "u4.0"}, {"1", "u2.0"}}, {}, {kOut}, {{{7, 2}, {14}}, {{7, 0}, {0}}}},
+        {"integer quotient",
+         "divideBlock",
+         {{"0", "s4.0"}, {"1", "s4.0"}},
+         {{"intDivider", "true"}},
+         {kOut},
+         {{{-7, 2}, {-3}}}},
+        {"modulo",
+         "modMultBlock",
+         {{"0", "u4.0"}, {"1", "u4.0"}},
+         {{"modMultModulusValue", "7"}},
+         {kOut},
+         {{{15, 15}, {1}}}},
+    });
+}
+
+TEST_F(SimulatorTest, comparesAndChooses) {
+    check({
+        {"equal by value", "cmpEqBlock", {{"0", "s4.1"}, {"1", "u3.0"}}, {}, {kOut}, {{{4, 2}, {1}}, {{5, 2}, {0}}}},
+        {"equal complex",
+         "cmpEqBlock",
+         {{"0", "c s4.0"}, {"1", "c s4.0"}},
+         {},
+         {kOut},
+         {{{1, 2, 1, 2}, {1}}, {{1, 2, 1, 3}, {0}}}},
+        {"unequal complex",
+         "cmpNeBlock",
+         {{"0", "c s4.0"}, {"1", "s4.0"}},
+         {},
+         {kOut},
+         {{{1, 0, 1}, {0}}, {{1, 2, 1}, {1}}}},
+        {"less", "cmpLtBlock", {{"0", "s4.0"}, {"1", "u4.0"}}, {}, {kOut}, {{{-1, 15}, {1}}, {{3, 3}, {0}}}},
+        {"at least", "cmpGeBlock", {{"0", "s4.0"}, {"1", "u4.0"}}, {}, {kOut}, {{{-1, 15}, {0}}, {{3, 3}, {1}}}},
+        {"by control",
+         "comparectrlBlock",
+         {{"0", "s4.0"}, {"1", "s4.0"}, {"comparePortSelect", "u1.0"}},
+         {},
+         {kOut},
+         {{{1, 2, 0}, {1}}, {{1, 2, 1}, {0}}}},
+        {"least", "minBlock", {{"0", "s4.0"}, {"1", "u4.1"}}, {}, {kOut}, {{{2, 3}, {3}}, {{-8, 3}, {-16}}}},
+        {"most", "maxBlock", {{"0", "s4.0"}, {"1", "u4.1"}}, {}, {kOut}, {{{2, 3}, {4}}}},
+        {"either",
+         "minmaxBlock",
+         {{"0", "s4.0"}, {"1", "s4.0"}, {"minmaxPortSelect", "u1.0"}},
+         {},
+         {kOut},
+         {{{3, 5, 1}, {5}}, {{3, 5, 0}, {3}}}},
+        {"difference above zero",
+         "dimBlock",
+         {{"0", "s4.0"}, {"1", "s4.0"}},
+         {},
+         {kOut},
+         {{{5, 3}, {2}}, {{3, 5}, {0}}}},
+        {"between limits",
+         "saturateBlock",
+         {{"0", "s5.0"}, {"1", "s4.0"}, {"2", "s4.0"}},
+         {},
+         {kOut},
+         {{{15, 7, -8}, {7}}, {{-15, 7, -8}, {-8}}, {{3, 7, -8}, {3}}}},
+        {"by number",
+         "muxBlock",
+         {{"muxPortSelect", "u2.0"}, {"0", "s4.0"}, {"1", "u4.0"}, {"2", "s4.1"}},
+         {},
+         {kOut},
+         {{{0, -1, 15, 3}, {-2}}, {{1, -1, 15, 3}, {30}}, {{2, -1, 15, 3}, {3}}, {{3, -1, 15, 3}, {0}}}},
+        {"by lanes",
+         "muxBlock",
+         {{"muxPortSelect", "[2] u1.0"}, {"0", "s4.0"}, {"1", "s4.0"}},
+         {},
+         {kOut},
+         {{{0, 1, 5, 6}, {5, 6}}}},
+        {"records",
+         "muxBlock",
+         {{"muxPortSelect", "u1.0"}, {"0", "{s4.0,u1.0}"}, {"1", "{s4.0,u1.0}"}},
+         {},
+         {kOut},
+         {{{1, 1, 0, 2, 1}, {2, 1}}}},
+        {"first case that holds",
+         "selectBlock",
+         {{"(selectPortkeyCtrl 0)", "u1.0"},
+          {"(selectPortkeyData 0)", "s4.0"},
+          {"(selectPortkeyCtrl 1)", "u1.0"},
+          {"(selectPortkeyData 1)", "s4.0"},
+          {"selectPortDefaultData", "s4.0"}},
+         {},
+         {kOut, "selectWireValid"},
+         {{{1, 2, 1, 3, 4}, {2, 1}}, {{0, 2, 1, 3, 4}, {3, 1}}, {{0, 2, 0, 3, 4}, {4, 0}}}},
+        {"a wide control",
+         "selectBlock",
+         {{"(selectPortkeyCtrl 0)", "u2.0"}, {"(selectPortkeyData 0)", "s4.0"}},
+         {{"primRelaxBools", "true"}},
+         {kOut},
+         {{{2, 5}, {5}}, {{0, 5}, {0}}}},
+    });
+}
+
+TEST_F(SimulatorTest, worksOnBits) {
+    check({
+        {"and", "andBlock", {{"0", "u4.0"}, {"1", "u4.0"}}, {}, {kOut}, {{{12, 10}, {8}}}},
+        {"nand", "nandBlock", {{"0", "u4.0"}, {"1", "u4.0"}}, {}, {kOut}, {{{12, 10}, {7}}}},
+        {"or with signs", "orBlock", {{"0", "s4.0"}, {"1", "s2.0"}}, {}, {kOut}, {{{4, -2}, {-2}}}},
+        {"nor", "norBlock", {{"0", "u4.0"}, {"1", "u4.0"}}, {}, {kOut}, {{{12, 10}, {1}}}},
+        {"xor", "xorBlock", {{"0", "u4.0"}, {"1", "u4.0"}, {"2", "u4.0"}}, {}, {kOut}, {{{12, 10, 1}, {7}}}},
+        {"xnor", "xnorBlock", {{"0", "u4.0"}, {"1", "u4.0"}}, {}, {kOut}, {{{12, 10}, {9}}}},
+        {"not", "notBlock", {{"0", "u4.0"}}, {}, {kOut}, {{{5}, {10}}}},
+        {"all", "andReduceBlock", {{"0", "u4.0"}}, {}, {kOut}, {{{15}, {1}}, {{14}, {0}}}},
+        {"not all", "nandReduceBlock", {{"0", "u4.0"}}, {}, {kOut}, {{{15}, {0}}}},
+        {"any", "orReduceBlock", {{"0", "u4.0"}}, {}, {kOut}, {{{8}, {1}}, {{0}, {0}}}},
+        {"none", "norReduceBlock", {{"0", "u4.0"}}, {}, {kOut}, {{{8}, {0}}}},
+        {"odd", "xorReduceBlock", {{"0", "u4.0"}}, {}, {kOut}, {{{7}, {1}}}},
+        {"even", "xnorReduceBlock", {{"0", "u4.0"}}, {}, {kOut}, {{{7}, {0}}}},
+        {"join", "bitJoinBlock", {{"0", "u4.0"}, {"1", "s3.0"}}, {}, {kOut}, {{{5, -1}, {-11}}}},
+        {"join lanes", "bitJoinReduceBlock", {{"0", "[3] u2.0"}}, {}, {kOut}, {{{1, 2, 3}, {57}}}},
+        {"from an offset", "bitSelectBlock", {{"0", "s8.0"}}, {{"bitSelectBitOffset", "4"}}, {kOut}, {{{-100}, {-7}}}},
+        {"from the top", "bitSelectBlock", {{"0", "u8.0"}}, {{"bitSelectBitOffset", "-3"}}, {kOut}, {{{0xe5}, {7}}}},
+        {"beyond the top",
+         "bitSelectBlock",
+         {{"0", "s8.0"}},
+         {{"bitSelectBitOffset", "6"}, {"bitSelectOutputType", "(typeUFixed 4 0)"}},
+         {kOut},
+         {{{-100}, {14}}}},
+        {"chosen",
+         "chooseBitsBlock",
+         {{"0", "u8.0"}},
+         {{"chooseBitsBitOffsets", "(7 0 1)"}, {"chooseBitsOutputType", "(typeUFixed 3 0)"}},
+         {kOut},
+         {{{0x82}, {5}}}},
+        {"turned round", "reverseBlock", {{"0", "u4.0"}}, {}, {kOut}, {{{3}, {12}}}},
+        {"ones", "bitCountBlock", {{"0", "s4.0"}}, {}, {kOut}, {{{-1}, {4}}}},
+        {"population", "ctpopBlock", {{"0", "u7.0"}}, {}, {kOut}, {{{127}, {7}}}},
+        {"point", "rawShiftBlock", {{"0", "s4.4"}}, {{"rawShiftValue", "3"}}, {kOut}, {{{-100}, {-100}}}},
+        {"point below", "rawShiftBlock", {{"0", "s4.4"}}, {{"rawShiftValue", "-6"}}, {kOut}, {{{-100}, {-25}}}},
+    });
+}
+
+TEST_F(SimulatorTest, roundsAndSaturates) {
+    check({
+        {"truncate", "truncateBlock", {{"0", "s4.2"}}, {{"roundBits", "2"}}, {kOut}, {{{-1}, {-1}}, {{7}, {1}}}},
+        {"to zero", "truncateToZeroBlock", {{"0", "s4.2"}}, {{"roundBits", "2"}}, {kOut}, {{{-7}, {-1}}}},
+        {"biased",
+         "biasedRoundBlock",
+         {{"0", "s4.2"}},
+         {{"roundBits", "2"}},
+         {kOut},
+         {{{6}, {2}}, {{-6}, {-1}}, {{31}, {8}}}},
+        {"unbiased", "unbiasedRoundBlock", {{"0", "s4.2"}}, {{"roundBits", "2"}}, {kOut}, {{{6}, {2}}, {{2}, {0}}}},
+        {"wrap",
+         "castBlock",
+         {{"0", "s6.0"}},
+         {{"castOutputType", "(typeSFixed 4 0)"}},
+         {kOut, "castWireClip"},
+         {{{9}, {-7, 0}}}},
+        {"clip",
+         "castBlock",
+         {{"0", "s6.0"}},
+         {{"castOutputType", "(typeSFixed 4 0)"}, {"castSaturateMode", "saturateAsymmetric"}},
+         {kOut, "castWireClip"},
+         {{{9}, {7, 1}}, {{-9}, {-8, 1}}, {{-8}, {-8, 0}}}},
+        {"clip evenly",
+         "castBlock",
+         {{"0", "s6.0"}},
+         {{"castOutputType", "(typeSFixed 4 0)"}, {"castSaturateMode", "saturateSymmetric"}},
+         {kOut, "castWireClip"},
+         {{{-8}, {-7, 1}}}},
+        {"round then clip",
+         "castBlock",
+         {{"0", "s4.2"}},
+         {{"castOutputType", "(typeUFixed 3 0)"},
+          {"castRoundingMode", "roundingUnbiased"},
+          {"castSaturateMode", "saturateAsymmetric"}},
+         {kOut, "castWireClip"},
+         {{{30}, {7, 1}}, {{10}, {2, 0}}, {{-1}, {0, 0}}}},
+        {"reinterpret",
+         "castBlock",
+         {{"0", "s4.0"}},
+         {{"castOutputType", "(typeUFixed 6 2)"}, {"castMode", "castModeReinterp"}},
+         {kOut},
+         {{{-1}, {255}}}},
+    });
+}
+
+TEST_F(SimulatorTest, joinsWires) {
+    check({
+        {"pack",
+         "vpackBlock",
+         {{"0", "c s4.0"}, {"1", "c s4.0"}},
+         {},
+         {"vpackWireOut"},
+         {{{1, 2, 3, 4}, {1, 2, 3, 4}}}},
+        {"unpack", "vunpackBlock", {{"vunpackPortIn", "[2][2] s4.0"}}, {}, {"0", "1"}, {{{1, 2, 3, 4}, {1, 2, 3, 4}}}},
+        {"concatenate", "vconcatBlock", {{"0", "[2] s4.0"}, {"1", "s4.0"}}, {}, {kOut}, {{{1, 2, 3}, {1, 2, 3}}}},
+        {"split", "vsplitBlock", {{"0", "[3] s4.0"}}, {{"vsplitLayout", "(1 2)"}}, {"1"}, {{{1, 2, 3}, {2, 3}}}},
+        {"choose elements",
+         "vselectorBlock",
+         {{"vselectorPortIn", "[3][2] s4.0"}},
+         {{"vselectorIndicies", "((2 0) (1))"}},
+         {kOut},
+         {{{1, 2, 3, 4, 5, 6}, {6, 2}}}},
+        {"complex",
+         "cpackBlock",
+         {{"cpackPortReal", "s4.0"}, {"cpackPortImag", "s4.0"}},
+         {},
+         {"cpackWireOut"},
+         {{{1, 2}, {1, 2}}}},
+        {"parts",
+         "cunpackBlock",
+         {{"cunpackPortIn", "[2] c s4.0"}},
+         {},
+         {"cunpackWireReal", "cunpackWireImag"},
+         {{{1, 2, 3, 4}, {1, 3, 2, 4}}}},
+        {"record", "apackBlock", {{"0", "s4.0"}, {"1", "[2] u1.0"}}, {}, {"apackWireOut"}, {{{-5, 1, 0}, {-5, 1, 0}}}},
+        {"fields",
+         "aunpackBlock",
+         {{"aunpackPortIn", "{s4.0,{u1.0,s4.0}}"}},
+         {},
+         {"1", "0"},
+         {{{-5, 1, 3}, {1, 3, -5}}}},
+        {"terminal", "terminalBlock", {{"0", "s4.0"}}, {}, {"x", "y"}, {{{7}, {7, 7}}}},
+    });
+}
+
+TEST_F(SimulatorTest, remembers) {
+    check({
+        {"delay", "delayBlock", {{"0", "s4.0"}}, {{"delayLength", "1"}}, {kOut}, {{{5}, {0}}, {{6}, {5}}, {{7}, {6}}}},
+        {"no delay", "delayBlock", {{"0", "s4.0"}}, {{"delayLength", "0"}}, {kOut}, {{{5}, {5}}}},
+        {"long delay",
+         "delayBlock",
+         {{"0", "[2] s4.0"}},
+         {{"delayLength", "3"}},
+         {kOut},
+         {{{1, -1}, {0, 0}}, {{2, -2}, {0, 0}}, {{3, -3}, {0, 0}}, {{4, -4}, {1, -1}}, {{5, -5}, {2, -2}}}},
+        {"register",
+         "registerBlock",
+         {{"0", "s4.0"}, {"registerPortEnable", "u1.0"}},
+         {{"registerInitValue", "-3"}},
+         {kOut},
+         {{{5, 0}, {-3}}, {{6, 1}, {-3}}, {{7, 0}, {6}}, {{1, 1}, {6}}, {{0, 0}, {1}}}},
+        {"counter",
+         "counterBlock",
+         {{"portEnable", "u1.0"}},
+         {{"counterLimit", "3"}, {"counterInitial", "-1"}},
+         {kOut},
+         {{{1}, {0}}, {{1}, {1}}, {{0}, {1}}, {{1}, {2}}, {{1}, {0}}}},
+        {"steps",
+         "counterBlock",
+         {{"portEnable", "u1.0"}},
+         {{"counterLimit", "10"}, {"counterStep", "4"}},
+         {kOut},
+         {{{1}, {4}}, {{1}, {8}}, {{1}, {2}}}},
+        {"table",
+         "lutBlock",
+         {{"lutPortAddr", "s3.0"}},
+         {{"lutData", "(5 -3 7)"}},
+         {kOut},
+         {{{0}, {5}}, {{1}, {-3}}, {{2}, {7}}, {{3}, {0}}, {{-1}, {0}}}},
+    });
+}
+
+TEST_F(SimulatorTest, computesTheFilterExactly) {
+    const std::unique_ptr<Design> design = example("fir16");
+    Simulator simulator(*design, *design->begin());
+    ASSERT_EQ(simulator.inputs().size(), 1U);
+    const std::int64_t half[] = {-52, -131, -97, 421, 1572, 3198, 4782, 5761};
+    std::mt19937 random(3);
+    std::deque<std::int64_t> line(16, 0);
+    for (int cycle = 0; cycle < 500; ++cycle) {
+        const auto sample = static_cast<std::int16_t>(random());
+        line.push_front(sample);
+        line.pop_back();
+        std::int64_t sum = 0;
+        for (std::size_t i = 0; i < 16; ++i) {
+            sum += line[i] * half[i < 8 ? i : 15 - i];
+        }
+        EXPECT_EQ(stepWith(simulator, {sample}), (Numbers{sum})) << cycle;
+    }
+}
+
+TEST_F(SimulatorTest, computesTheRecursiveFilterByItsDifferenceEquation) {
+    const std::unique_ptr<Design> design = example("biquad");
+    Simulator simulator(*design, *design->begin());
+    const auto weight = [](double number) { return static_cast<std::int64_t>(std::round(number * 65536)); };
+    const std::int64_t b[] = {weight(0.2066), weight(0.4131), weight(0.2066)};
+    const std::int64_t a[] = {weight(-0.3695), weight(0.1958)};
+    std::int64_t x[3] = {};
+    std::int64_t y[2] = {};
+    std::mt19937 random(5);
+    for (int cycle = 0; cycle < 2000; ++cycle) {
+        x[2] = x[1];
+        x[1] = x[0];
+        x[0] = static_cast<std::int16_t>(random());
+        const std::int64_t sum = b[0] * x[0] + b[1] * x[1] + b[2] * x[2] - a[0] * y[0] - a[1] * y[1];
+        // To nearest, ties to even, then into sixteen bits.
+        std::int64_t result = sum >> 16;
+        const std::int64_t rest = sum & 0xffff;
+        result += rest > 0x8000 || (rest == 0x8000 && (result & 1) != 0) ? 1 : 0;
+        result = std::clamp<std::int64_t>(result, -32768, 32767);
+        EXPECT_EQ(stepWith(simulator, {x[0]}), (Numbers{result})) << cycle;
+        y[1] = y[0];
+        y[0] = result;
+    }
+}
+
+TEST_F(SimulatorTest, mixesInEachInstanceByItsOwnOscillator) {
+    const std::unique_ptr<Design> design = example("mixer_pair");
+    Simulator simulator(*design, *design->getModel(value("top")));
+    std::map<std::string, std::size_t> inputs;
+    for (std::size_t i = 0; i < simulator.inputs().size(); ++i) {
+        inputs[simulator.inputs()[i].name] = i;
+    }
+    std::mt19937 random(7);
+    for (int cycle = 0; cycle < 200; ++cycle) {
+        std::map<std::string, double> in;
+        for (const auto &[name, at] : inputs) {
+            const auto raw = static_cast<std::int16_t>(random());
+            simulator.setInput(at, std::int64_t{raw});
+            in[name] = raw / 32768.0;
+        }
+        simulator.step();
+        for (std::size_t i = 0; i < simulator.outputs().size(); ++i) {
+            const std::string &name = simulator.outputs()[i].name;
+            const bool isUp = name.find("up") == 0;
+            const std::string lane = name.substr(name.find('['), 3);
+            const double re = in.at((isUp ? "up" : "down") + lane + ".re");
+            const double im = in.at((isUp ? "up" : "down") + lane + ".im");
+            const double cosine = in.at("cosine");
+            const double sine = in.at("sine") * (isUp ? 1 : -1);
+            const bool isReal = name.find(".re") != std::string::npos;
+            const double exact = isReal ? re * cosine - im * sine : re * sine + im * cosine;
+            const double clipped = std::clamp(exact, -32767 / 32768.0, 32767 / 32768.0);
+            EXPECT_NEAR(static_cast<double>(simulator.outputInteger(i)) / 32768, clipped, 0.5 / 32768 + 1e-12) << name;
+        }
+    }
+}
+
+TEST_F(SimulatorTest, carriesRecordsThroughDelaysAndModels) {
+    const std::unique_ptr<Design> design = example("tagged_samples");
+    Simulator simulator(*design, *design->getModel(value("top")));
+    ASSERT_EQ(simulator.inputs()[0].name, "channel");
+    ASSERT_EQ(simulator.outputs()[1].name, "sample.re");
+    for (std::int64_t cycle = 0; cycle < 20; ++cycle) {
+        const Numbers out = stepWith(simulator, {cycle % 8, cycle * 2 + 2, -cycle * 2 - 2});
+        const std::int64_t sent = cycle - 3;
+        if (sent >= 0) {
+            EXPECT_EQ(out[0], sent % 8);
+            // The output has one fraction bit more; the last channel is halved.
+            EXPECT_EQ(out[1], (sent * 2 + 2) * (sent % 8 == 7 ? 1 : 2));
+            EXPECT_EQ(out[2], -out[1]);
+        }
+    }
+}
+
+TEST_F(SimulatorTest, computesAMatrixTimesAVector) {
+    const std::unique_ptr<Design> design = example("matrix_vector");
+    Simulator simulator(*design, *design->begin());
+    // The first row has angles of a quarter turn.
+    const Numbers out = stepWith(simulator, {1024, 0, 0, 1024, -1024, 0, 0, -1024});
+    const double each = 1448.0 / 2048;
+    EXPECT_NEAR(static_cast<double>(out[0]) / 8192, each + -each + each + -each, 0.001);
+    EXPECT_EQ(simulator.outputs()[0].name, "y[0].re");
+}
+
+TEST_F(SimulatorTest, refusesWhatHasNoMeaning) {
+    Design design(mgr.context());
+    Model &top = *Model::create(design, "top");
+    Block &odd = *Block::create(top, "odd", value("oddBlock"));
+    EXPECT_EQ(refusal(design, top), "block type 'oddBlock' cannot be simulated top/odd");
+    odd.setParam(A_BLOCK_TYPE, nullptr);
+    EXPECT_EQ(refusal(design, top), "block type '(none)' cannot be simulated top/odd");
+    delete &odd;
+    Block &delay = *Block::create(top, "delay", A_DELAY_BLOCK);
+    delay.setParam(A_DELAY_LENGTH, ValueRef(value("1")));
+    delay.setParam(value("0"), *Wire::create(*Block::create(top, "in", A_INPUT_BLOCK), "x"));
+    EXPECT_EQ(refusal(design, top), "wire 'x' has no type top/in");
+    Block &self = *Block::create(top, "self", A_MODEL_BLOCK);
+    EXPECT_EQ(refusal(design, top), "wire 'x' has no type top/in");
+    delete &delay;
+    delete top.getBlock(value("in"));
+    EXPECT_EQ(refusal(design, top), "the model block has no model top/self");
+    self.setParam(A_MODEL_NODE, top);
+    EXPECT_EQ(refusal(design, top), "the model instantiates itself top/self");
+}
+
+TEST_F(SimulatorTest, namesTheBlocksOfACombinationalLoop) {
+    Design design(mgr.context());
+    Model &top = *Model::create(design, "top");
+    Block &in = *Block::create(top, "in", A_INPUT_BLOCK);
+    Block &pin = *Block::create(top, "pin", A_TYPE_PIN_BLOCK);
+    pin.setParam(A_TYPE_PIN_TYPE, ValueRef(value("(typeUFixed 4 0)")));
+    pin.setParam(value("0"), *Wire::create(in, "x"));
+    Wire &x = *Wire::create(pin, value("0"));
+    Block &a = *Block::create(top, "a", A_XOR_BLOCK);
+    Block &b = *Block::create(top, "b", A_NOT_BLOCK);
+    Block &c = *Block::create(top, "c", A_TYPE_PIN_BLOCK);
+    c.setParam(A_TYPE_PIN_TYPE, ValueRef(value("(typeUFixed 4 0)")));
+    c.setParam(value("0"), *Wire::create(b, A_PRIM_WIRE_OUT));
+    a.setParam(value("0"), x);
+    a.setParam(value("1"), *Wire::create(c, value("0")));
+    b.setParam(value("0"), *Wire::create(a, A_PRIM_WIRE_OUT));
+    const std::string text = refusal(design, top);
+    EXPECT_TRUE(text == "a combinational loop top/a top/b" || text == "a combinational loop top/b top/a") << text;
+    // A delay on the way opens it.
+    b.setParam(A_BLOCK_TYPE, A_DELAY_BLOCK);
+    b.setParam(A_DELAY_LENGTH, ValueRef(value("1")));
+    EXPECT_EQ(refusal(design, top), "");
+}
+
+TEST_F(SimulatorTest, keepsWideValues) {
+    const BlockCase row{"wide", "multBlock", {{"0", "s100.0"}, {"1", "u90.0"}}, {}, {kOut}, {}};
+    const std::unique_ptr<Design> design = oneBlock(mgr.context(), row);
+    Simulator simulator(*design, *design->begin());
+    simulator.setInput(0, -3);
+    simulator.setInput(1, {0, 1});
+    simulator.step();
+    EXPECT_EQ(simulator.output(0), (std::vector<std::uint64_t>{0, ~std::uint64_t{2}, ~std::uint64_t{0}}));
+}
+
+} // namespace
+} // namespace orvo::sim
