@@ -137,7 +137,8 @@ void writeSplit(BlockWriter &writer) {
     for (std::size_t i = 0; i < parts; ++i) {
         const NumberValueRef told = layout ? numberVR(layout->at(i)) : NumberValueRef();
         const std::size_t equal = length / parts + (i < length % parts ? 1 : 0);
-        const std::size_t elements = told && told->isInt() ? static_cast<std::size_t>(told->toInt()) : equal;
+        const std::size_t elements =
+            told && told->isInt() && told->toInt() >= 0 ? static_cast<std::size_t>(told->toInt()) : equal;
         const Signal out = writer.out(static_cast<int>(i));
         const std::uint64_t end = at + std::uint64_t{elements} * each;
         if (end > in.type->leaves || (out.known() && out.type->leaves != end - at)) {
