@@ -1,6 +1,7 @@
 // Combinational blocks on fixed-point numbers. Operands meet exactly, and the exact result is brought to the output's
 // type.
 #include "sim/blockrows.h"
+#include "sim/emit.h"
 #include "sim/kernels.h"
 #include "sim/lanes.h"
 
@@ -13,24 +14,6 @@ namespace orvo::sim {
 
 namespace {
 
-/// The numbered inputs, all connected and all of fixed point.
-std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least) {
-    std::vector<Signal> inputs = writer.numbered();
-    if (inputs.size() < least) {
-        writer.fail("port " + std::to_string(inputs.size()) + " is not connected");
-    }
-    for (const Signal &input : inputs) {
-        requireFixed(writer, input, "an input");
-    }
-    return inputs;
-}
-
-Signal fixedInput(const BlockWriter &writer, const StaticString &key, const char *what) {
-    const Signal signal = writer.in(key);
-    requireFixed(writer, signal, what);
-    return signal;
-}
-
 /// What the signals hold at a place of an output; those without an imaginary part are left out there.
 std::vector<Leaf> leavesAt(const std::vector<Signal> &signals, std::uint32_t lane, std::uint32_t part) {
     std::vector<Leaf> leaves;
@@ -40,28 +23,6 @@ std::vector<Leaf> leavesAt(const std::vector<Signal> &signals, std::uint32_t lan
         }
     }
     return leaves;
-}
-
-/// Adds an operation over scalars whose binary points meet.
-template <class Pick>
-void emitAligned(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, Pick pick, int aux = 0) {
-    const std::int32_t fraction = commonFraction(writer, in);
-    std::vector<Operand> operands;
-    for (const Leaf leaf : in) {
-        operands.push_back(writer.aligned(leaf, fraction));
-    }
-    writer.emit(out, fraction - writer.scalar(out).fraction, operands, pick, aux);
-}
-
-/// A sum in which the inputs from the second on count negative if `negates` says so.
-void emitSum(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, const std::vector<bool> &negates) {
-    const std::int32_t fraction = commonFraction(writer, in);
-    std::vector<Operand> operands;
-    for (std::size_t i = 0; i < in.size(); ++i) {
-        operands.push_back(writer.aligned(in[i], fraction));
-        operands.back().isNegated = negates[i];
-    }
-    writer.emit(out, fraction - writer.scalar(out).fraction, operands, sumKernel);
 }
 
 /// Sums the inputs part by part; `isNegative(i)` tells which count negative.
@@ -286,9 +247,6 @@ Leaf exactDifference(BlockWriter &writer, Leaf a, Leaf b) {
     return difference;
 }
 
-/// A constant zero, which all words are at reset.
-Leaf zero(BlockWriter &writer) { return writer.temporary({1, 0, false, false}); }
-
 void writeDim(BlockWriter &writer) {
     const std::vector<Signal> inputs = fixedInputs(writer, 2);
     if (const Signal out = writer.out(); out.known()) {
@@ -318,26 +276,6 @@ void writeSaturate(BlockWriter &writer) {
             emitAligned(writer, leaf, {lesser, *leafAt(inputs[2], lane)}, extremeKernel, 1);
         });
     }
-}
-
-/// One bit: whether a control is not zero.
-Leaf truth(BlockWriter &writer, Leaf control) {
-    if (writer.scalar(control).width == 1) {
-        return control;
-    }
-    const Leaf bit = writer.temporary({1, 0, false, false});
-    writer.emit(bit, 0, {writer.raw(control)}, [](const Op &op) { return reduceKernel(op, Logic::Or); });
-    return bit;
-}
-
-/// The data input whose number the select holds.
-void emitMux(BlockWriter &writer, Leaf out, Leaf select, const std::vector<Leaf> &data) {
-    const std::int32_t fraction = commonFraction(writer, data);
-    std::vector<Operand> operands{writer.raw(select)};
-    for (const Leaf leaf : data) {
-        operands.push_back(writer.aligned(leaf, fraction));
-    }
-    writer.emit(out, fraction - writer.scalar(out).fraction, operands, muxKernel);
 }
 
 void writeMux(BlockWriter &writer) {
@@ -386,11 +324,6 @@ template <class Data> void writeChoice(BlockWriter &writer, const StaticString &
         const auto [whenFalse, whenTrue] = dataAt(lane, part);
         emitMux(writer, leaf, truth(writer, *leafAt(control, lane)), {whenFalse, whenTrue});
     });
-}
-
-Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, std::uint32_t part) {
-    const auto leaf = leafAt(signal, lane, part);
-    return leaf ? *leaf : zero(writer);
 }
 
 Leaf exactSum(BlockWriter &writer, Leaf a, Leaf b) {
@@ -486,13 +419,6 @@ void writeSelect(BlockWriter &writer) {
             writer.emit(leaf, 0, controls, [](const Op &op) { return logicKernel(op, Logic::Or); });
         });
     }
-}
-
-/// Port 0 against port 1, into a bit for each lane.
-void emitCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relation) {
-    const std::int32_t fraction = commonFraction(writer, std::initializer_list<Leaf>{a, b});
-    writer.emit(out, 0, {writer.aligned(a, fraction), writer.aligned(b, fraction)},
-                [relation](const Op &op) { return compareKernel(op, relation); });
 }
 
 template <Relation relation> void writeCompare(BlockWriter &writer) {
@@ -740,25 +666,6 @@ void writeDivide(BlockWriter &writer) {
             emitQuotient(writer, leaf, *leafAt(in[0], lane), *leafAt(in[1], lane));
         });
     }
-}
-
-/// The constant of a block as a signal of its own, of the least type that holds it.
-Signal constantSignal(BlockWriter &writer, const StaticString &key) {
-    const ValueRef value = writer.param(key);
-    const NumTypeSpec spec = NumTypeSpec::fromFixedValue(value, false);
-    const SignalType *type = writer.types().of(spec.toValue(writer.context()));
-    if (type == nullptr) {
-        writer.fail("the constant has no type");
-    }
-    Signal signal{type, 0};
-    std::vector<ScalarType> scalars;
-    appendScalars(*type, scalars);
-    for (std::size_t i = 0; i < scalars.size(); ++i) {
-        const Leaf leaf = writer.temporary(scalars[i]);
-        signal.first = i == 0 ? leaf : signal.first;
-    }
-    writer.constant(signal, value);
-    return signal;
 }
 
 void writeConst(BlockWriter &writer) {

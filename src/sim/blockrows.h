@@ -9,6 +9,8 @@ namespace orvo::sim {
 
 std::span<const BlockRow> wiringRows();
 std::span<const BlockRow> arithmeticRows();
+std::span<const BlockRow> steeringRows();
 std::span<const BlockRow> sequentialRows();
+std::span<const BlockRow> memoryRows();
 
 } // namespace orvo::sim

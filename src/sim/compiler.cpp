@@ -176,6 +176,10 @@ std::vector<std::uint64_t> BlockWriter::quantised(const NumberValueRef &number, 
     return wordsOf(nearest(number, type), type.width);
 }
 
+void BlockWriter::setConstant(Leaf leaf, std::uint64_t integer) {
+    mCompiler.mConstants.emplace_back(leaf, std::vector<std::uint64_t>{integer});
+}
+
 void BlockWriter::constant(const Signal &out, const ValueRef &value) {
     // A scalar serves all lanes and, alone, the real part.
     struct Step {

@@ -92,6 +92,8 @@ class BlockWriter {
     void convert(Leaf out, Leaf in);
     /// The bits of a number in a fixed-point type: rounded, halves away from zero, and brought into the type's range.
     static std::vector<std::uint64_t> quantised(const NumberValueRef &number, const ScalarType &type);
+    /// Gives a temporary an integer that it holds for good.
+    void setConstant(Leaf leaf, std::uint64_t integer);
     /// The constant of a parameter, brought to the type of the signal.
     void constant(const Signal &out, const ValueRef &value);
 

@@ -151,7 +151,7 @@ template <class Choose> Kernel choose(const Op &op, std::int64_t bits, Choose ke
     return bits <= 128 ? kernel(Int128{}) : kernel(BigInt{});
 }
 
-std::int64_t bitLength(std::uint64_t count) { return std::bit_width(count); }
+std::int64_t bitLength(std::uint64_t count) { return static_cast<std::int64_t>(std::bit_width(count)); }
 
 template <class I> void runSum(Word *words, const Op &op) {
     I sum = input<I>(words, op.in[0]);
@@ -378,6 +378,42 @@ template <class I> void runModulo(Word *words, const Op &op) {
     store<I>(words, op.out, std::move(rest));
 }
 
+/// Beyond this many places a shift gives the same as this many: zeros on the left, the sign on the right.
+std::uint32_t farthestShift(const Op &op) {
+    return op.in[0].width + op.out.width + static_cast<std::uint32_t>(std::abs(op.out.shift)) + 1;
+}
+
+std::uint32_t shiftOf(const Word *words, const Op &op) {
+    const Operand &shift = op.in[1];
+    const std::uint32_t most = farthestShift(op);
+    for (std::uint32_t i = 1; i < wordsFor(shift.width); ++i) {
+        if (words[shift.at + i] != 0) {
+            return most;
+        }
+    }
+    const Word low = shift.width < 64 ? words[shift.at] & ((Word{1} << shift.width) - 1) : words[shift.at];
+    return static_cast<std::uint32_t>(std::min<Word>(low, most));
+}
+
+template <class I> void runBarrel(Word *words, const Op &op) {
+    const auto places = static_cast<std::int32_t>(shiftOf(words, op));
+    I value = load<I>(words, op.in[0]);
+    store<I>(words, op.out, shifted<I>(std::move(value), (op.aux != 0 ? places : -places) - op.out.shift));
+}
+
+template <class I> void runNormalise(Word *words, const Op &op) {
+    const Operand &in = op.in[0];
+    std::uint32_t zeros = 0;
+    for (std::uint32_t bit = in.width; bit-- > 0 && (words[in.at + bit / 64] >> (bit % 64) & 1U) == 0;) {
+        ++zeros;
+    }
+    if (op.aux == 1) {
+        store<Int64>(words, op.out, zeros);
+    } else {
+        store<I>(words, op.out, wrap<I>(loadPattern<I>(words, in) << zeros, in.width, in.isSigned));
+    }
+}
+
 template <class I, Rounding rounding> Kernel castOf(Saturation saturation, bool clip) {
     switch (saturation) {
     case Saturation::Wrap:
@@ -509,6 +545,15 @@ Kernel divideKernel(const Op &op) {
 
 Kernel moduloKernel(const Op &op) {
     return choose(op, widestInput(op) + 1, [](auto i) -> Kernel { return runModulo<decltype(i)>; });
+}
+
+Kernel barrelKernel(const Op &op) {
+    const std::int64_t left = op.aux != 0 ? farthestShift(op) : 0;
+    return choose(op, bitsOf(op.in[0]) + left, [](auto i) -> Kernel { return runBarrel<decltype(i)>; });
+}
+
+Kernel normaliseKernel(const Op &op) {
+    return choose(op, 2 * std::int64_t{op.in[0].width} + 1, [](auto i) -> Kernel { return runNormalise<decltype(i)>; });
 }
 
 } // namespace orvo::sim

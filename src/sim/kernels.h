@@ -45,5 +45,9 @@ ORVO_API Kernel clipKernel(const Op &op, Rounding rounding, Saturation saturatio
 ORVO_API Kernel divideKernel(const Op &op);
 /// The non-negative rest of input 0 divided by input 1; zero when dividing by zero.
 ORVO_API Kernel moduloKernel(const Op &op);
+/// Input 0 times two to plus (`op.aux` 1) or minus (0) input 1, a bit pattern.
+ORVO_API Kernel barrelKernel(const Op &op);
+/// Input 0 as a pattern, shifted left by the number of its leading zeros; that number if `op.aux` is 1.
+ORVO_API Kernel normaliseKernel(const Op &op);
 
 } // namespace orvo::sim

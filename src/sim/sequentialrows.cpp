@@ -1,7 +1,6 @@
 // Blocks that hold state, and tables.
 #include "sim/blockrows.h"
-#include "sim/kernels.h"
-#include "sim/lanes.h"
+#include "sim/emit.h"
 #include "sim/statekernels.h"
 
 #include <orvo/corevalues.h>
@@ -31,6 +30,18 @@ NumberValueRef elementOf(const ValueRef &value, std::uint32_t scalar) {
     const bool isRolled =
         tuple->size() != 0 && (tuple->at(0) == A_VECTOR_ROLL_TAG || tuple->at(0) == A_COMPLEX_ROLL_TAG);
     return numberVR(tuple->maybeAt(scalar + (isRolled ? 1 : 0)));
+}
+
+/// The value of a parameter for a scalar, as what its state holds at reset; zero without one.
+void setInitialBits(BlockWriter &writer, std::uint32_t state, std::uint32_t words, const ValueRef &value,
+                    std::uint32_t scalar, const ScalarType &type) {
+    if (!value) {
+        return;
+    }
+    const std::vector<std::uint64_t> bits = bitsOf(writer, elementOf(value, scalar), type);
+    for (std::uint32_t word = 0; word < words; ++word) {
+        writer.setInitial(state + word, bits[word]);
+    }
 }
 
 void writeDelay(BlockWriter &writer) {
@@ -83,12 +94,7 @@ void writeRegister(BlockWriter &writer) {
         const Leaf leaf = out.first + i;
         const std::uint32_t each = wordsFor(writer.scalar(leaf).width);
         const std::uint32_t state = writer.state(each);
-        if (initial) {
-            const std::vector<std::uint64_t> bits = bitsOf(writer, elementOf(initial, i), writer.scalar(leaf));
-            for (std::uint32_t word = 0; word < each; ++word) {
-                writer.setInitial(state + word, bits[word]);
-            }
-        }
+        setInitialBits(writer, state, each, initial, i, writer.scalar(leaf));
         std::vector<Operand> operands{writer.raw(in.first + i)};
         if (enable.known()) {
             operands.push_back(writer.raw(*leafAt(enable, i / out.type->element)));
@@ -98,7 +104,7 @@ void writeRegister(BlockWriter &writer) {
     }
 }
 
-/// `pulse` gives whether the count is below the step in place of the count, which then goes up by one.
+/// `pulse` gives whether the count, which goes up by one, is below the step, in place of the count.
 template <bool pulse> void writeCounterBlock(BlockWriter &writer) {
     const Signal out = writer.out();
     const Signal enable = writer.in(A_PORT_ENABLE);
@@ -114,17 +120,122 @@ template <bool pulse> void writeCounterBlock(BlockWriter &writer) {
             }
             return value ? number->toInt64(0) : fallback;
         };
-        const std::uint32_t state = writer.state(3);
+        const std::uint32_t state = writer.state(4);
         writer.setInitial(state, static_cast<std::uint64_t>(setting(A_COUNTER_INITIAL, 0)));
         writer.setInitial(state + 1, static_cast<std::uint64_t>(setting(A_COUNTER_LIMIT, 0)));
-        writer.setInitial(state + 2, static_cast<std::uint64_t>(setting(A_COUNTER_STEP, 1)));
+        const std::int64_t step = setting(A_COUNTER_STEP, 1);
+        writer.setInitial(state + 2, pulse ? 1 : static_cast<std::uint64_t>(step));
+        writer.setInitial(state + 3, static_cast<std::uint64_t>(step));
         std::vector<Operand> operands;
         if (enable.known()) {
             operands.push_back(writer.raw(*leafAt(enable, lane)));
         }
-        writer.emitFromState(leaf, state, 3, operands, readCounter, pulse ? 1 : 0);
-        writer.commit(state, 3, operands, writeCounter, pulse ? 1 : 0);
+        writer.emitFromState(leaf, state, 4, operands, readCounter, pulse ? 1 : 0);
+        writer.commit(state, 4, operands, writeCounter, pulse ? 1 : 0);
     });
+}
+
+/// Load wins: the initial value; else, while enabled, the state and the step, modulo the limit.
+void writeLoadableCounter(BlockWriter &writer) {
+    const std::vector<Signal> in = fixedInputs(writer, 4);
+    const Signal enable = writer.in(A_PORT_ENABLE);
+    const Signal out = writer.out();
+    if (!out.known()) {
+        return;
+    }
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+        const ScalarType type = writer.scalar(leaf);
+        const std::uint32_t each = wordsFor(type.width);
+        const std::uint32_t state = writer.state(each);
+        const Leaf held = writer.temporary(type);
+        writer.emitFromState(held, state, each, {}, readState);
+        const Leaf step = *leafAt(in[2], lane);
+        const Leaf limit = *leafAt(in[3], lane);
+        const std::int32_t fraction = commonFraction(writer, std::initializer_list<Leaf>{held, step, limit});
+        std::uint32_t width = 2;
+        for (const Leaf one : {held, step, limit}) {
+            const ScalarType &scalar = writer.scalar(one);
+            width = std::max(width, scalar.width + static_cast<std::uint32_t>(fraction - scalar.fraction) + 2);
+        }
+        const ScalarType exact{width, fraction, true, false};
+        const Leaf sum = writer.temporary(exact);
+        emitSum(writer, sum, {held, step}, {false, false});
+        const Leaf rest = writer.temporary(exact);
+        writer.emit(rest, 0, {writer.raw(sum), writer.aligned(limit, fraction)}, moduloKernel);
+        Leaf counted = rest;
+        if (enable.known()) {
+            counted = writer.temporary(type);
+            emitMux(writer, counted, truth(writer, *leafAt(enable, lane)), {held, rest});
+        }
+        emitMux(writer, leaf, truth(writer, *leafAt(in[0], lane)), {counted, *leafAt(in[1], lane)});
+        writer.commit(state, each, {writer.raw(leaf)}, writeState);
+    });
+}
+
+/// Takes the data on its enable, shows it on both sides, and valid the enable one cycle later.
+void writeSyncRegister(BlockWriter &writer) {
+    const Signal in = writer.in(A_SYNC_REGISTER_PORT_ICLK_DATA);
+    const Signal enable = fixedInput(writer, A_SYNC_REGISTER_PORT_ICLK_ENABLE, "the enable");
+    require(writer, in, "the data");
+    const ValueRef initial = writer.param(A_SYNC_REGISTER_INIT_VALUE);
+    const Signal outs[] = {writer.out(A_SYNC_REGISTER_WIRE_ICLK_DATA), writer.out(A_SYNC_REGISTER_WIRE_OCLK_DATA)};
+    for (std::uint32_t i = 0; i < in.type->leaves; ++i) {
+        const std::uint32_t each = wordsFor(writer.scalar(in.first + i).width);
+        const std::uint32_t state = writer.state(each);
+        setInitialBits(writer, state, each, initial, i, writer.scalar(in.first + i));
+        for (const Signal &out : outs) {
+            if (out.known()) {
+                writer.emitFromState(out.first + i, state, each, {}, readState);
+            }
+        }
+        writer.commit(state, each, {writer.raw(in.first + i), writer.raw(enable.first)}, writeState);
+    }
+    if (const Signal valid = writer.out(A_SYNC_REGISTER_WIRE_OCLK_VALID); valid.known()) {
+        const std::uint32_t state = writer.state(1);
+        writer.emitFromState(valid.first, state, 1, {}, readState);
+        writer.commit(state, 1, {writer.raw(truth(writer, enable.first))}, writeState);
+    }
+}
+
+/// Nested counters: limits are sampled at go, which starts all at 0 in that cycle.
+void writeLoop(BlockWriter &writer) {
+    const Signal go = fixedInput(writer, A_LOOP_PORT_GO, "go");
+    const Signal enable = writer.in(A_LOOP_PORT_ENABLE);
+    Context *context = writer.context();
+    std::vector<Operand> operands{writer.raw(truth(writer, go.first)), {}};
+    if (enable.known()) {
+        operands[1] = writer.raw(truth(writer, enable.first));
+    } else {
+        const Leaf always = writer.temporary({1, 0, false, false});
+        writer.setConstant(always, 1);
+        operands[1] = writer.raw(always);
+    }
+    const auto keyed = [context](const StaticString &key, int level) {
+        return PureValueRef(PureTupleValue::get(key, NumberValue::get(level, context), context));
+    };
+    int levels = 0;
+    for (Signal limit = writer.in(keyed(A_LOOP_PORT_LIMIT, 0)); limit.known();
+         limit = writer.in(keyed(A_LOOP_PORT_LIMIT, ++levels))) {
+        requireFixed(writer, limit, "a limit");
+        if (writer.scalar(limit.first).width > 62) {
+            writer.fail("a limit is wider than 62 bits");
+        }
+        operands.push_back(writer.raw(limit.first));
+    }
+    const std::uint32_t words = 1 + 2 * static_cast<std::uint32_t>(levels);
+    const std::uint32_t state = writer.state(words);
+    const auto show = [&](const Signal &out, int what) {
+        if (out.known()) {
+            writer.emitFromState(out.first, state, words, operands, readLoop, what);
+        }
+    };
+    show(writer.out(A_LOOP_WIRE_VALID), 0);
+    for (int level = 0; level < levels; ++level) {
+        show(writer.out(keyed(A_LOOP_WIRE_VALUE, level)), 1 + 3 * level);
+        show(writer.out(keyed(A_LOOP_WIRE_FIRST_ITER, level)), 2 + 3 * level);
+        show(writer.out(keyed(A_LOOP_WIRE_LAST_ITER, level)), 3 + 3 * level);
+    }
+    writer.commit(state, words, operands, stepLoop);
 }
 
 void writeTable(BlockWriter &writer) {
@@ -161,6 +272,9 @@ const BlockRow kRows[] = {
     {&A_REGISTER_BLOCK, writeRegister},
     {&A_COUNTER_BLOCK, writeCounterBlock<false>},
     {&A_SEQUENCE_BLOCK, writeCounterBlock<true>},
+    {&A_LD_COUNTER_BLOCK, writeLoadableCounter},
+    {&A_SYNC_REGISTER_BLOCK, writeSyncRegister},
+    {&A_LOOP_BLOCK, writeLoop},
     {&A_LUT_BLOCK, writeTable},
 };
 

@@ -14,7 +14,8 @@ namespace orvo::sim {
 const BlockRow *rowOf(const Block &block) {
     static const std::unordered_map<const Value *, const BlockRow *> table = [] {
         std::unordered_map<const Value *, const BlockRow *> rows;
-        for (const std::span<const BlockRow> family : {wiringRows(), arithmeticRows(), sequentialRows()}) {
+        for (const std::span<const BlockRow> family :
+             {wiringRows(), arithmeticRows(), steeringRows(), sequentialRows(), memoryRows()}) {
             for (const BlockRow &row : family) {
                 rows.emplace(row.type->get_ptr(), &row);
             }

@@ -2,6 +2,7 @@
 #include "sim/statekernels.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace orvo::sim {
 
@@ -64,11 +65,73 @@ void writeRing(std::uint64_t *words, const Op &op) {
 
 void readCounter(std::uint64_t *words, const Op &op) {
     const std::uint64_t count = nextCount(words, op);
-    const bool isBelow = static_cast<std::int64_t>(count) < static_cast<std::int64_t>(words[op.state + 2]);
+    const bool isBelow = static_cast<std::int64_t>(count) < static_cast<std::int64_t>(words[op.state + 3]);
     give(words, op.out, op.aux == 1 ? (isBelow ? 1 : 0) : count);
 }
 
 void writeCounter(std::uint64_t *words, const Op &op) { words[op.state] = nextCount(words, op); }
+
+namespace {
+
+/// The loop as the outputs of this cycle show it.
+struct LoopView {
+    bool runs;
+    bool starts;
+    const Op &op;
+    const std::uint64_t *words;
+    std::uint32_t levels() const { return op.count - 2; }
+    std::uint64_t limit(std::uint32_t level) const {
+        return starts ? words[op.in[2 + level].at] : words[op.state + 1 + levels() + level];
+    }
+    std::uint64_t count(std::uint32_t level) const { return starts ? 0 : words[op.state + 1 + level]; }
+};
+
+LoopView viewOf(const std::uint64_t *words, const Op &op) {
+    LoopView view{words[op.state] != 0, isTrue(words, op.in[0]), op, words};
+    if (view.starts) {
+        view.runs = view.levels() != 0;
+        for (std::uint32_t level = 0; level < view.levels(); ++level) {
+            view.runs = view.runs && static_cast<std::int64_t>(view.limit(level)) > 0;
+        }
+    }
+    return view;
+}
+
+} // namespace
+
+void readLoop(std::uint64_t *words, const Op &op) {
+    const LoopView view = viewOf(words, op);
+    if (op.aux == 0) {
+        give(words, op.out, view.runs ? 1 : 0);
+        return;
+    }
+    const auto level = static_cast<std::uint32_t>(op.aux - 1) / 3;
+    const std::uint64_t count = view.runs ? view.count(level) : 0;
+    const bool flags[] = {view.runs && count == 0, view.runs && count + 1 == view.limit(level)};
+    const int what = (op.aux - 1) % 3;
+    give(words, op.out, what == 0 ? count : flags[what - 1] ? 1 : 0);
+}
+
+void stepLoop(std::uint64_t *words, const Op &op) {
+    const LoopView view = viewOf(words, op);
+    std::vector<std::uint64_t> counts;
+    std::vector<std::uint64_t> limits;
+    for (std::uint32_t level = 0; level < view.levels(); ++level) {
+        counts.push_back(view.count(level));
+        limits.push_back(view.limit(level));
+    }
+    bool runs = view.runs;
+    if (runs && isTrue(words, op.in[1])) {
+        std::uint32_t level = view.levels();
+        while (level > 0 && ++counts[level - 1] == limits[level - 1]) {
+            counts[--level] = 0;
+        }
+        runs = level != 0;
+    }
+    words[op.state] = runs ? 1 : 0;
+    std::copy(counts.begin(), counts.end(), words + op.state + 1);
+    std::copy(limits.begin(), limits.end(), words + op.state + 1 + counts.size());
+}
 
 void readTable(std::uint64_t *words, const Op &op) {
     const Operand &address = op.in[0];

@@ -15,11 +15,18 @@ void readRing(std::uint64_t *words, const Op &op);
 /// Puts input 0 in place of the oldest entry.
 void writeRing(std::uint64_t *words, const Op &op);
 
-/// A counter: the words are the count, the limit and the step. Gives the next count if input 0 is absent or not zero,
-/// else the present one. `op.aux` 1: one bit, whether that is below the step.
+/// A counter: the words are the count, the limit, the step and the length of a pulse. Gives the next count if input 0
+/// is absent or not zero, else the present one. `op.aux` 1: one bit, whether that is below the length.
 void readCounter(std::uint64_t *words, const Op &op);
 /// Takes the next count.
 void writeCounter(std::uint64_t *words, const Op &op);
+
+/// Nested counters: the words are whether they run, the counts, and the limits, outermost first. Inputs: go, enable,
+/// then the limits. Gives by `op.aux`: 0 whether they run; for level i, 1 + 3i the count, then whether it is the first
+/// and the last of its level.
+void readLoop(std::uint64_t *words, const Op &op);
+/// Samples limits at go and steps the innermost counter if enabled.
+void stepLoop(std::uint64_t *words, const Op &op);
 
 /// A table: the words are the number of entries, the words of an entry, and the entries. Gives the entry at input 0, a
 /// bit pattern; zero beyond the last.

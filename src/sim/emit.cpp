@@ -1,0 +1,82 @@
+// What several families write.
+#include "sim/emit.h"
+
+namespace orvo::sim {
+
+std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least) {
+    std::vector<Signal> inputs = writer.numbered();
+    if (inputs.size() < least) {
+        writer.fail("port " + std::to_string(inputs.size()) + " is not connected");
+    }
+    for (const Signal &input : inputs) {
+        requireFixed(writer, input, "an input");
+    }
+    return inputs;
+}
+
+Signal fixedInput(const BlockWriter &writer, const StaticString &key, const char *what) {
+    const Signal signal = writer.in(key);
+    requireFixed(writer, signal, what);
+    return signal;
+}
+
+void emitSum(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, const std::vector<bool> &negates) {
+    const std::int32_t fraction = commonFraction(writer, in);
+    std::vector<Operand> operands;
+    for (std::size_t i = 0; i < in.size(); ++i) {
+        operands.push_back(writer.aligned(in[i], fraction));
+        operands.back().isNegated = negates[i];
+    }
+    writer.emit(out, fraction - writer.scalar(out).fraction, operands, sumKernel);
+}
+
+Leaf zero(BlockWriter &writer) { return writer.temporary({1, 0, false, false}); }
+
+Leaf truth(BlockWriter &writer, Leaf control) {
+    if (writer.scalar(control).width == 1) {
+        return control;
+    }
+    const Leaf bit = writer.temporary({1, 0, false, false});
+    writer.emit(bit, 0, {writer.raw(control)}, [](const Op &op) { return reduceKernel(op, Logic::Or); });
+    return bit;
+}
+
+void emitMux(BlockWriter &writer, Leaf out, Leaf select, const std::vector<Leaf> &data) {
+    const std::int32_t fraction = commonFraction(writer, data);
+    std::vector<Operand> operands{writer.raw(select)};
+    for (const Leaf leaf : data) {
+        operands.push_back(writer.aligned(leaf, fraction));
+    }
+    writer.emit(out, fraction - writer.scalar(out).fraction, operands, muxKernel);
+}
+
+Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, std::uint32_t part) {
+    const auto leaf = leafAt(signal, lane, part);
+    return leaf ? *leaf : zero(writer);
+}
+
+void emitCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relation) {
+    const std::int32_t fraction = commonFraction(writer, std::initializer_list<Leaf>{a, b});
+    writer.emit(out, 0, {writer.aligned(a, fraction), writer.aligned(b, fraction)},
+                [relation](const Op &op) { return compareKernel(op, relation); });
+}
+
+Signal constantSignal(BlockWriter &writer, const StaticString &key) {
+    const ValueRef value = writer.param(key);
+    const NumTypeSpec spec = NumTypeSpec::fromFixedValue(value, false);
+    const SignalType *type = writer.types().of(spec.toValue(writer.context()));
+    if (type == nullptr) {
+        writer.fail("the constant has no type");
+    }
+    Signal signal{type, 0};
+    std::vector<ScalarType> scalars;
+    appendScalars(*type, scalars);
+    for (std::size_t i = 0; i < scalars.size(); ++i) {
+        const Leaf leaf = writer.temporary(scalars[i]);
+        signal.first = i == 0 ? leaf : signal.first;
+    }
+    writer.constant(signal, value);
+    return signal;
+}
+
+} // namespace orvo::sim

@@ -1,0 +1,39 @@
+// Operations that the rows of several families write.
+#pragma once
+
+#include "sim/kernels.h"
+#include "sim/lanes.h"
+
+namespace orvo::sim {
+
+/// The numbered inputs, at least so many, all of fixed point.
+std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least);
+Signal fixedInput(const BlockWriter &writer, const StaticString &key, const char *what);
+/// The scalar there, or a zero in place of an imaginary part that a real number has not.
+Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, std::uint32_t part);
+/// A zero, which every word is at reset.
+Leaf zero(BlockWriter &writer);
+/// One bit: whether a control is not zero.
+Leaf truth(BlockWriter &writer, Leaf control);
+/// The constant of a parameter as a signal of its own, of the least type that holds it.
+Signal constantSignal(BlockWriter &writer, const StaticString &key);
+
+/// Adds an operation over scalars whose binary points meet.
+template <class Pick>
+void emitAligned(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, Pick pick, int aux = 0) {
+    const std::int32_t fraction = commonFraction(writer, in);
+    std::vector<Operand> operands;
+    for (const Leaf leaf : in) {
+        operands.push_back(writer.aligned(leaf, fraction));
+    }
+    writer.emit(out, fraction - writer.scalar(out).fraction, operands, pick, aux);
+}
+
+/// A sum in which the marked inputs count negative.
+void emitSum(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, const std::vector<bool> &negates);
+/// The data input whose number the select holds; beyond the last, zero.
+void emitMux(BlockWriter &writer, Leaf out, Leaf select, const std::vector<Leaf> &data);
+/// How one value stands to another, in a bit.
+void emitCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relation);
+
+} // namespace orvo::sim

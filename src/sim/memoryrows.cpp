@@ -1,0 +1,252 @@
+// Queues and memories.
+#include "sim/blockrows.h"
+#include "sim/emit.h"
+#include "sim/memorykernels.h"
+#include "sim/statekernels.h"
+
+#include <orvo/wire.h>
+
+namespace orvo::sim {
+
+namespace {
+
+/// More bits than these are not kept.
+constexpr std::int64_t kMostBits = std::int64_t{1} << 34;
+
+/// The number for a lane of a parameter that may be rolled.
+std::int64_t laneNumber(const BlockWriter &writer, const StaticString &key, std::uint32_t lane, std::int64_t fallback) {
+    const ValueRef value = writer.param(key);
+    if (!value) {
+        return fallback;
+    }
+    const TupleValueRef tuple = tupleVR(value);
+    const std::size_t skip = tuple && tuple->size() != 0 && tuple->at(0) == A_VECTOR_ROLL_TAG ? 1 : 0;
+    const NumberValueRef number =
+        numberVR(tuple ? tuple->maybeAt(skip + lane % std::max<std::size_t>(tuple->size() - skip, 1)) : value);
+    if (!number || !number->isInteger() || number->isSpecial() || number->getBitWidths().first > 62) {
+        writer.fail("'" + std::string(key.text()) + "' is no integer");
+    }
+    return number->toInt64(0);
+}
+
+/// The scalars of the element of a signal that one lane of a queue keeps. Records have their lanes inside.
+std::vector<Leaf> elementLeaves(const Signal &signal, std::uint32_t lane, std::uint32_t lanes) {
+    std::vector<Leaf> leaves;
+    const std::uint32_t own = signal.type->isRecord() ? 1 : signal.type->lanes();
+    const std::uint32_t each = signal.type->leaves / std::max(own, 1U);
+    // A signal of more lanes than the queue has is kept whole in each entry.
+    for (std::uint32_t at = lane; at < std::max(own, 1U); at += lanes) {
+        for (std::uint32_t i = 0; i < each; ++i) {
+            leaves.push_back(signal.first + at * each + i);
+        }
+    }
+    return leaves;
+}
+
+struct QueuePorts {
+    const StaticString *write;
+    const StaticString *acknowledge;
+    const StaticString *flush;
+};
+
+void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
+    const Signal data = writer.in(A_FIFO_PORT_DATA);
+    const Signal write = fixedInput(writer, *ports.write, "the write enable");
+    const Signal acknowledge = fixedInput(writer, *ports.acknowledge, "the acknowledge");
+    const Signal flush = ports.flush == nullptr ? Signal() : writer.in(*ports.flush);
+    require(writer, data, "the data");
+    const Signal out = writer.out(A_FIFO_WIRE_DATA);
+    const std::pair<const StaticString *, int> flags[] = {
+        {&A_FIFO_WIRE_VALID, 0}, {&A_FIFO_WIRE_LOW, 1}, {&A_FIFO_WIRE_HIGH, 2}};
+    std::uint32_t lanes = 1;
+    for (const auto &[wire, kind] : flags) {
+        if (const Signal flag = writer.out(*wire); flag.known()) {
+            lanes = std::max(lanes, flag.type->lanes());
+        }
+    }
+    for (const Signal &control : {write, acknowledge}) {
+        lanes = std::max(lanes, control.type->lanes());
+    }
+    if (lanes > 1 && (data.type->isRecord() || (out.known() && out.type->leaves != data.type->leaves))) {
+        writer.fail("a queue of lanes keeps one vector of as many elements");
+    }
+    for (std::uint32_t lane = 0; lane < lanes; ++lane) {
+        const std::int64_t depth = laneNumber(writer, A_FIFO_DEPTH, lane, 1);
+        const std::vector<Leaf> leaves = elementLeaves(data, lane, lanes);
+        std::uint32_t entry = 0;
+        for (const Leaf leaf : leaves) {
+            entry += wordsFor(writer.scalar(leaf).width);
+        }
+        if (depth < 1 || depth * entry * 64 > kMostBits) {
+            writer.fail("the queue has no depth that can be kept");
+        }
+        const std::uint32_t words = kQueueHeaderWords + entry * static_cast<std::uint32_t>(depth);
+        const std::uint32_t state = writer.state(words);
+        writer.setInitial(state + 2, static_cast<std::uint64_t>(depth));
+        writer.setInitial(state + 3, entry);
+        writer.setInitial(state + 4, static_cast<std::uint64_t>(laneNumber(writer, A_FIFO_LOW_THRESHOLD, lane, 0)));
+        writer.setInitial(state + 5,
+                          static_cast<std::uint64_t>(laneNumber(writer, A_FIFO_HIGH_THRESHOLD, lane, depth)));
+        if (out.known()) {
+            const std::vector<Leaf> results = elementLeaves(out, lane, lanes);
+            std::uint32_t at = 0;
+            for (std::size_t i = 0; i < results.size(); ++i) {
+                writer.emitFromState(results[i], state, words, {}, readQueue, static_cast<int>(at));
+                at += wordsFor(writer.scalar(results[i]).width);
+            }
+        }
+        for (const auto &[wire, kind] : flags) {
+            if (const Signal flag = writer.out(*wire); flag.known()) {
+                writer.emitFromState(*leafAt(flag, lane), state, words, {}, readQueueFlag, kind);
+            }
+        }
+        std::vector<Operand> operands{writer.raw(*leafAt(write, lane)), writer.raw(*leafAt(acknowledge, lane)),
+                                      writer.raw(flush.known() ? *leafAt(flush, lane) : zero(writer))};
+        for (const Leaf leaf : leaves) {
+            operands.push_back(writer.raw(leaf));
+        }
+        writer.commit(state, words, operands, moveQueue);
+    }
+}
+
+void writeFifo(BlockWriter &writer) {
+    writeQueueBlock(writer, {&A_FIFO_PORT_WRITE_EN, &A_FIFO_PORT_READ_ACK, &A_FIFO_PORT_FLUSH});
+}
+
+void writeFifoDelay(BlockWriter &writer) { writeQueueBlock(writer, {&A_PORT_WRITE, &A_PORT_READY, nullptr}); }
+
+/// One side of a memory.
+struct Side {
+    Signal address;
+    Signal data;
+    Signal write;
+    Signal read;
+    Signal out;
+};
+
+/// The bits of the initial content, element after element.
+std::vector<bool> contentOf(const BlockWriter &writer, const ScalarType &type, std::uint32_t scalar) {
+    std::vector<bool> bits;
+    const TupleValueRef data = tupleVR(writer.param(A_DUAL_MEM_DATA));
+    if (!data) {
+        return bits;
+    }
+    for (const ValueRef &element : *data) {
+        const TupleValueRef rolled = tupleVR(element);
+        const NumberValueRef number = numberVR(rolled ? rolled->maybeAt(scalar + 1) : element);
+        if (!number || number->isSpecial() || type.isFloat) {
+            writer.fail("the content is no fixed-point number");
+        }
+        const std::vector<std::uint64_t> words = BlockWriter::quantised(number, type);
+        for (std::uint32_t bit = 0; bit < type.width; ++bit) {
+            bits.push_back((words[bit / 64] >> (bit % 64) & 1U) != 0);
+        }
+    }
+    return bits;
+}
+
+/// The state of one scalar of the elements: `state` and its words, with the content at reset.
+std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Side sides[2], std::uint32_t scalar) {
+    const bool dataIsSecond = writer.param(A_DUAL_MEM_DATA_TYPE_IS_DATA1) == A_FALSE;
+    std::int64_t bits = 0;
+    ScalarType contentType;
+    for (int side = 0; side < 2; ++side) {
+        const Signal &signal = sides[side].out.known() ? sides[side].out : sides[side].data;
+        if (!signal.known()) {
+            continue;
+        }
+        const ScalarType &type = writer.scalar(signal.first);
+        const std::int64_t depth = writer.integer(side == 0 ? A_DUAL_MEM_DEPTH1 : A_DUAL_MEM_DEPTH2, 0);
+        bits = std::max(bits, depth * std::int64_t{type.width});
+        if (contentType.width == 0 || (side == 1) == dataIsSecond) {
+            contentType = type;
+        }
+    }
+    const std::vector<bool> content = contentOf(writer, contentType, scalar);
+    bits = std::max(bits, static_cast<std::int64_t>(content.size()));
+    if (bits <= 0 || bits > kMostBits) {
+        writer.fail("the memory has no depth that can be kept");
+    }
+    const auto words = kMemoryHeaderWords + static_cast<std::uint32_t>((bits + 63) / 64);
+    const std::uint32_t state = writer.state(words);
+    writer.setInitial(state, static_cast<std::uint64_t>(bits));
+    for (std::size_t word = 0; word * 64 < content.size(); ++word) {
+        std::uint64_t value = 0;
+        for (std::size_t bit = 0; bit < 64 && word * 64 + bit < content.size(); ++bit) {
+            value |= content[word * 64 + bit] ? std::uint64_t{1} << bit : 0;
+        }
+        writer.setInitial(state + kMemoryHeaderWords + static_cast<std::uint32_t>(word), value);
+    }
+    return {state, words};
+}
+
+/// The element at the address of a side, before the writes of the cycle.
+void emitRead(BlockWriter &writer, const Side &side, Leaf leaf, std::uint32_t lane, std::uint32_t state,
+              std::uint32_t words) {
+    const Operand address = writer.raw(*leafAt(side.address, lane));
+    if (!side.read.known()) {
+        writer.emitFromState(leaf, state, words, {address}, readMemory);
+        return;
+    }
+    // A read that is not enabled holds the last data.
+    const std::uint32_t each = wordsFor(writer.scalar(leaf).width);
+    const std::uint32_t heldState = writer.state(each);
+    const Leaf now = writer.temporary(writer.scalar(leaf));
+    const Leaf held = writer.temporary(writer.scalar(leaf));
+    writer.emitFromState(now, state, words, {address}, readMemory);
+    writer.emitFromState(held, heldState, each, {}, readState);
+    emitMux(writer, leaf, truth(writer, *leafAt(side.read, lane)), {held, now});
+    writer.commit(heldState, each, {writer.raw(leaf)}, writeState);
+}
+
+void writeDualMemory(BlockWriter &writer) {
+    const Side sides[2] = {
+        {writer.in(A_DUAL_MEM_PORT_ADDR1), writer.in(A_DUAL_MEM_PORT_DATA1), writer.in(A_DUAL_MEM_PORT_WRITE1_EN),
+         writer.in(A_DUAL_MEM_PORT_READ1), writer.out(A_DUAL_MEM_WIRE_DATA1)},
+        {writer.in(A_DUAL_MEM_PORT_ADDR2), writer.in(A_DUAL_MEM_PORT_DATA2), writer.in(A_DUAL_MEM_PORT_WRITE2_EN),
+         writer.in(A_DUAL_MEM_PORT_READ2), writer.out(A_DUAL_MEM_WIRE_DATA2)}};
+    std::uint32_t scalars = 1;
+    std::uint32_t element = 1;
+    for (const Side &side : sides) {
+        for (const Signal &signal : {side.data, side.out}) {
+            if (signal.known()) {
+                requireFixed(writer, signal, "the data");
+                scalars = std::max(scalars, signal.type->leaves);
+                element = signal.type->element;
+            }
+        }
+    }
+    for (std::uint32_t scalar = 0; scalar < scalars; ++scalar) {
+        const std::uint32_t lane = scalar / element;
+        const std::uint32_t part = scalar % element;
+        const auto [state, words] = memoryFor(writer, sides, scalar);
+        std::vector<Operand> writes;
+        for (const Side &side : sides) {
+            if (side.out.known()) {
+                requireFixed(writer, side.address, "an address");
+                emitRead(writer, side, *leafAt(side.out, lane, part), lane, state, words);
+            }
+            if (side.write.known() && side.data.known()) {
+                requireFixed(writer, side.address, "an address");
+                writes.push_back(writer.raw(truth(writer, *leafAt(side.write, lane))));
+                writes.push_back(writer.raw(*leafAt(side.address, lane)));
+                writes.push_back(writer.raw(*leafAt(side.data, lane, part)));
+            }
+        }
+        if (!writes.empty()) {
+            writer.commit(state, words, writes, writeMemory);
+        }
+    }
+}
+
+const BlockRow kRows[] = {
+    {&A_FIFO_BLOCK, writeFifo},
+    {&A_FIFO_DELAY_BLOCK, writeFifoDelay},
+    {&A_DUAL_MEM_BLOCK, writeDualMemory},
+};
+
+} // namespace
+
+std::span<const BlockRow> memoryRows() { return kRows; }
+
+} // namespace orvo::sim
