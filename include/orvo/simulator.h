@@ -40,12 +40,18 @@ struct Scalar {
     std::int32_t fraction;
 };
 
+/// What to keep beside the edges.
+struct SimulatorOptions {
+    /// Wires to look at, as top/a/b/block/wire: the top model, the model blocks on the way, the block, the wire.
+    std::vector<std::string> probes;
+};
+
 /// Compiles the instances below a model into a flat program and runs it. The design must not change meanwhile, and must
 /// outlive nothing: all that is needed is taken over. Belongs to the thread that made it.
 class ORVO_API Simulator {
   public:
-    /// Throws `SimulationError`.
-    Simulator(const Design &design, const Model &top);
+    /// Throws `SimulationError`, also for a probe that leads nowhere.
+    Simulator(const Design &design, const Model &top, const SimulatorOptions &options = {});
     ~Simulator();
     Simulator(const Simulator &) = delete;
     Simulator &operator=(const Simulator &) = delete;
@@ -53,17 +59,22 @@ class ORVO_API Simulator {
     /// The scalars of the top model's input and output blocks, in the order of their names.
     const std::vector<Scalar> &inputs() const;
     const std::vector<Scalar> &outputs() const;
+    /// The scalars of the probed wires, in the order of the options.
+    const std::vector<Scalar> &probes() const;
 
     /// The bits of an input for the next steps, lowest word first; bits above the width are cut off.
     void setInput(std::size_t input, const std::vector<std::uint64_t> &words);
     /// The same for a scalar of at most 64 bits; a signed one is extended by its sign.
     void setInput(std::size_t input, std::int64_t value);
+    /// The bits of an input as they stand.
+    std::vector<std::uint64_t> input(std::size_t input) const;
     /// One cycle: values settle, then every stateful block takes its next state.
     void step();
     /// Back to the state before the first cycle. Inputs stay.
     void reset();
     /// What the output was in the latest cycle, as `setInput` takes it.
     std::vector<std::uint64_t> output(std::size_t output) const;
+    std::vector<std::uint64_t> probe(std::size_t probe) const;
     /// The same as a number: the integer of a fixed-point scalar of at most 64 bits.
     std::int64_t outputInteger(std::size_t output) const;
 

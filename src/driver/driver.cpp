@@ -120,6 +120,7 @@ void addVerbs(CLI::App &app, VerbHost &host) {
     addCheckVerb(app, host);
     addStatVerb(app, host);
     addTypesVerb(app, host);
+    addSimVerb(app, host);
     addPassesVerb(app, host);
     addBlocksVerb(app, host);
     addFeaturesVerb(app, host);

@@ -234,7 +234,8 @@ void BlockWriter::fail(const std::string &reason) const {
     throw CompileError{reason, {mCompiler.placeOf(mBlock, mInstance)}};
 }
 
-Compiler::Compiler(const Design &design, const Model &top) : mTop(top), mTypes(design.getContext()) {
+Compiler::Compiler(const Design &design, const Model &top, const std::vector<std::string> &probes)
+    : mTop(top), mProbes(probes), mTypes(design.getContext()) {
     mTypesOfSignals.bindEvents(design);
 }
 
@@ -357,9 +358,9 @@ void Compiler::compile() {
     place();
 }
 
-void Compiler::addEdge(std::vector<Edge> &edges, const PureValueRef &name, const Signal &signal) {
+void Compiler::addEdge(std::vector<Edge> &edges, const std::string &name, const Signal &signal) {
     std::vector<std::string> names;
-    nameScalars(*signal.type, name->toString(), 0, names);
+    nameScalars(*signal.type, name, 0, names);
     for (std::uint32_t i = 0; i < signal.type->leaves; ++i) {
         const Leaf leaf = signal.first + i;
         const ScalarType &type = mLeaves[leaf];
@@ -371,15 +372,38 @@ void Compiler::addEdges() {
     for (const Block *input : mTop.getInputBlocks()) {
         for (const Wire &wire : *input) {
             if (const Signal signal = signalOf(&wire, 0); signal.known()) {
-                addEdge(inputs, wire.getName(), signal);
+                addEdge(inputs, wire.getName()->toString(), signal);
             }
         }
     }
     for (const Block *output : mTop.getOutputBlocks()) {
         for (const Port &port : output->ports()) {
-            addEdge(outputs, port.getName(), signalOf(port.peekWire(), 0));
+            addEdge(outputs, port.getName()->toString(), signalOf(port.peekWire(), 0));
         }
     }
+    for (const std::string &path : mProbes) {
+        addProbe(path);
+    }
+}
+
+/// A path leads to a wire through the names of blocks, which may hold slashes themselves: the whole is compared.
+void Compiler::addProbe(const std::string &path) {
+    for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
+        std::string place = mTop.getName()->toString() + "/";
+        for (const Block *step : mInstances[at].chain) {
+            place += step->getName()->toString() + "/";
+        }
+        if (path.compare(0, place.size(), place) != 0) {
+            continue;
+        }
+        for (const auto &[wire, signal] : mWires[at]) {
+            if (path == place + wire->getBlock().getName()->toString() + "/" + wire->getName()->toString()) {
+                addEdge(probed, path, signal);
+                return;
+            }
+        }
+    }
+    throw CompileError{"no wire is at '" + path + "'", {}};
 }
 
 /// Follows each chain of aliases to its end. A chain without an end is a loop of wires.
@@ -401,7 +425,7 @@ void Compiler::resolveAliases() {
     }
     const auto resolveOperand = [this](Operand &operand) { operand.at = mAliases[operand.at]; };
     std::for_each(program.operands.begin(), program.operands.end(), resolveOperand);
-    for (std::vector<Edge> *edges : {&inputs, &outputs}) {
+    for (std::vector<Edge> *edges : {&inputs, &outputs, &probed}) {
         for (Edge &edge : *edges) {
             resolveOperand(edge.operand);
         }
@@ -521,7 +545,7 @@ void Compiler::place() {
     for (Op &op : program.ops) {
         placeOperand(op.out);
     }
-    for (std::vector<Edge> *edges : {&inputs, &outputs}) {
+    for (std::vector<Edge> *edges : {&inputs, &outputs, &probed}) {
         for (Edge &edge : *edges) {
             placeOperand(edge.operand);
         }

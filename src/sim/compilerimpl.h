@@ -19,7 +19,7 @@ struct Edge {
 
 class Compiler {
   public:
-    Compiler(const Design &design, const Model &top);
+    Compiler(const Design &design, const Model &top, const std::vector<std::string> &probes);
     ~Compiler();
     Compiler(const Compiler &) = delete;
     Compiler &operator=(const Compiler &) = delete;
@@ -30,6 +30,7 @@ class Compiler {
     Program program;
     std::vector<Edge> inputs;
     std::vector<Edge> outputs;
+    std::vector<Edge> probed;
 
   private:
     friend class BlockWriter;
@@ -47,7 +48,8 @@ class Compiler {
     void joinInstance(const Block &block, std::uint32_t instance, std::uint32_t below);
     Signal signalOf(const Wire *wire, std::uint32_t instance);
     void addEdges();
-    void addEdge(std::vector<Edge> &edges, const PureValueRef &name, const Signal &signal);
+    void addProbe(const std::string &path);
+    void addEdge(std::vector<Edge> &edges, const std::string &name, const Signal &signal);
     void resolveAliases();
     void order();
     void place();
@@ -55,6 +57,7 @@ class Compiler {
     [[noreturn]] void failOnLoop(const std::vector<std::uint32_t> &waits) const;
 
     const Model &mTop;
+    const std::vector<std::string> &mProbes;
     GlobalTypePass mTypesOfSignals;
     SignalTypes mTypes;
     std::vector<Instance> mInstances;

@@ -33,13 +33,16 @@ struct Simulator::Impl {
     Program program;
     std::vector<Edge> inputEdges;
     std::vector<Edge> outputEdges;
+    std::vector<Edge> probeEdges;
     std::vector<Scalar> inputs;
     std::vector<Scalar> outputs;
+    std::vector<Scalar> probes;
     std::vector<std::uint64_t> words;
 };
 
-Simulator::Simulator(const Design &design, const Model &top) : mImpl(std::make_unique<Impl>()) {
-    Compiler compiler(design, top);
+Simulator::Simulator(const Design &design, const Model &top, const SimulatorOptions &options)
+    : mImpl(std::make_unique<Impl>()) {
+    Compiler compiler(design, top, options.probes);
     try {
         compiler.compile();
     } catch (CompileError &error) {
@@ -48,6 +51,7 @@ Simulator::Simulator(const Design &design, const Model &top) : mImpl(std::make_u
     mImpl->program = std::move(compiler.program);
     mImpl->inputEdges = std::move(compiler.inputs);
     mImpl->outputEdges = std::move(compiler.outputs);
+    mImpl->probeEdges = std::move(compiler.probed);
     const auto describe = [](const std::vector<Edge> &edges, std::vector<Scalar> &scalars) {
         for (const Edge &edge : edges) {
             scalars.push_back({edge.name, edge.type.width, edge.type.isSigned, edge.type.isFloat, edge.type.fraction});
@@ -55,6 +59,7 @@ Simulator::Simulator(const Design &design, const Model &top) : mImpl(std::make_u
     };
     describe(mImpl->inputEdges, mImpl->inputs);
     describe(mImpl->outputEdges, mImpl->outputs);
+    describe(mImpl->probeEdges, mImpl->probes);
     mImpl->words = mImpl->program.initial;
 }
 
@@ -63,6 +68,8 @@ Simulator::~Simulator() = default;
 const std::vector<Scalar> &Simulator::inputs() const { return mImpl->inputs; }
 
 const std::vector<Scalar> &Simulator::outputs() const { return mImpl->outputs; }
+
+const std::vector<Scalar> &Simulator::probes() const { return mImpl->probes; }
 
 void Simulator::setInput(std::size_t input, const std::vector<std::uint64_t> &words) {
     const Operand &operand = mImpl->inputEdges.at(input).operand;
@@ -113,10 +120,25 @@ void Simulator::reset() {
     }
 }
 
-std::vector<std::uint64_t> Simulator::output(std::size_t output) const {
-    const Operand &operand = mImpl->outputEdges.at(output).operand;
-    const std::uint64_t *from = mImpl->words.data() + operand.at;
+namespace {
+
+std::vector<std::uint64_t> wordsAt(const std::vector<std::uint64_t> &words, const Operand &operand) {
+    const std::uint64_t *from = words.data() + operand.at;
     return {from, from + wordsFor(operand.width)};
+}
+
+} // namespace
+
+std::vector<std::uint64_t> Simulator::input(std::size_t input) const {
+    return wordsAt(mImpl->words, mImpl->inputEdges.at(input).operand);
+}
+
+std::vector<std::uint64_t> Simulator::output(std::size_t output) const {
+    return wordsAt(mImpl->words, mImpl->outputEdges.at(output).operand);
+}
+
+std::vector<std::uint64_t> Simulator::probe(std::size_t probe) const {
+    return wordsAt(mImpl->words, mImpl->probeEdges.at(probe).operand);
 }
 
 std::int64_t Simulator::outputInteger(std::size_t output) const {

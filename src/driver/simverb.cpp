@@ -1,0 +1,329 @@
+// The verb "sim": runs a design on a stimulus and shows what comes out, cycle by cycle.
+#include "driver/verbs.h"
+
+#include "driver/files.h"
+#include "driver/jsontext.h"
+#include "driver/progress.h"
+#include "driver/suggest.h"
+#include "driver/waveform.h"
+
+#include <orvo/context.h>
+#include <orvo/design.h>
+#include <orvo/model.h>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+#include <sstream>
+
+namespace orvo::driver {
+
+namespace {
+
+struct Arguments {
+    std::string input;
+    std::string top;
+    std::optional<std::uint64_t> cycles;
+    std::string stimulus = "noise";
+    std::string output = "-";
+    std::string changes;
+    std::vector<std::string> probes;
+    bool raw = false;
+};
+
+/// A stimulus out of a table: one column an input, one row a cycle; the last row stays.
+class TableStimulus final : public Stimulus {
+  public:
+    TableStimulus(const std::string &path, const std::vector<sim::Scalar> &inputs, bool raw, Console &console)
+        : mColumns(inputs.size()) {
+        std::istringstream in(readWhole(path, console));
+        const std::string name = path == "-" ? "<stdin>" : path;
+        std::string line;
+        std::getline(in, line);
+        std::vector<std::optional<std::size_t>> order;
+        for (const std::string &title : fields(line)) {
+            order.push_back(columnOf(title, inputs, name, console));
+        }
+        for (int row = 2; std::getline(in, line); ++row) {
+            const std::vector<std::string> cells = fields(line);
+            if (cells.size() == 1 && cells[0].empty()) {
+                continue;
+            }
+            if (cells.size() != order.size()) {
+                refuse(name, row, fmt::format("{} values stand under {} names", cells.size(), order.size()), console);
+            }
+            for (std::size_t i = 0; i < cells.size(); ++i) {
+                if (!order[i]) {
+                    continue;
+                }
+                const std::optional<Words> words = parseValue(inputs[*order[i]], cells[i], raw);
+                if (!words) {
+                    refuse(name, row, fmt::format("'{}' is no number", cells[i]), console);
+                }
+                mColumns[*order[i]].push_back(*words);
+            }
+            ++mRows;
+        }
+    }
+    std::uint64_t rows() const { return mRows; }
+    Words at(std::uint64_t cycle, std::size_t input) override {
+        const std::vector<Words> &column = mColumns[input];
+        return column.empty() ? Words{0} : column[std::min<std::uint64_t>(cycle, column.size() - 1)];
+    }
+
+  private:
+    static std::vector<std::string> fields(const std::string &line) {
+        std::vector<std::string> cells;
+        std::istringstream in(line);
+        for (std::string cell; std::getline(in, cell, ',');) {
+            const std::size_t begin = cell.find_first_not_of(" \t\r\"");
+            const std::size_t end = cell.find_last_not_of(" \t\r\"");
+            cells.push_back(begin == std::string::npos ? "" : cell.substr(begin, end - begin + 1));
+        }
+        return cells.empty() ? std::vector<std::string>{""} : cells;
+    }
+    /// A column of cycle numbers, as the output has it, is passed over.
+    static std::optional<std::size_t> columnOf(const std::string &title, const std::vector<sim::Scalar> &inputs,
+                                               const std::string &name, Console &console) {
+        std::vector<std::string> known;
+        for (std::size_t i = 0; i < inputs.size(); ++i) {
+            if (inputs[i].name == title) {
+                return i;
+            }
+            known.push_back(inputs[i].name);
+        }
+        if (title != "cycle") {
+            const std::string near = suggest(title, known);
+            refuse(name, 1,
+                   fmt::format("the design has no input '{}'{}", title,
+                               near.empty() ? "" : fmt::format(": did you mean '{}'?", near)),
+                   console);
+        }
+        return std::nullopt;
+    }
+    [[noreturn]] static void refuse(const std::string &name, int row, const std::string &reason, Console &console) {
+        console.fail(kWrongUsage, "DRIVER_BAD_STIMULUS", {{"reason", reason}}, {name, row, -1});
+    }
+
+    std::vector<std::vector<Words>> mColumns;
+    std::uint64_t mRows = 0;
+};
+
+const Model &topOf(const Design &design, const std::string &name, Console &console) {
+    std::vector<std::string> tops;
+    const Model *top = nullptr;
+    for (const Model &model : design) {
+        const std::string text = model.getName()->toString();
+        if (text == name) {
+            return model;
+        }
+        if (model.getParentBlocks().empty()) {
+            tops.push_back(text);
+            top = &model;
+        }
+    }
+    if (!name.empty()) {
+        const std::string near = suggest(name, tops);
+        console.fail(kWrongUsage, "DRIVER_BAD_USAGE",
+                     {{"reason", fmt::format("the design has no model '{}'{}", name,
+                                             near.empty() ? "" : fmt::format(": did you mean '{}'?", near))}});
+    }
+    if (tops.size() != 1) {
+        console.fail(kWrongUsage, "DRIVER_BAD_USAGE",
+                     {{"reason", fmt::format("the design has {} top models; name one with --top{}", tops.size(),
+                                             tops.empty() ? "" : fmt::format(": {}", fmt::join(tops, ", ")))}});
+    }
+    return *top;
+}
+
+Json describe(const std::vector<sim::Scalar> &scalars) {
+    Json json = Json::array();
+    for (const sim::Scalar &scalar : scalars) {
+        json.push_back({{"name", scalar.name},
+                        {"width", scalar.width},
+                        {"signed", scalar.isSigned},
+                        {"float", scalar.isFloat},
+                        {"fraction", scalar.fraction}});
+    }
+    return json;
+}
+
+/// The simulator behind its error.
+std::unique_ptr<sim::Simulator> compile(const Design &design, const Model &top, const Arguments &arguments,
+                                        Console &console) {
+    try {
+        sim::SimulatorOptions options;
+        options.probes = arguments.probes;
+        return std::make_unique<sim::Simulator>(design, top, options);
+    } catch (const sim::SimulationError &error) {
+        Console::Params params{{"reason", error.what()}};
+        if (!error.blocks().empty()) {
+            params["blocks"] = fmt::format("{}", fmt::join(error.blocks(), ", "));
+        }
+        console.fail(kDesignErrors, "DRIVER_CANNOT_SIMULATE", params);
+    }
+}
+
+/// Runs the cycles and hands out what each shows.
+class Run {
+  public:
+    Run(const Arguments &arguments, sim::Simulator &simulator, Stimulus &stimulus, std::uint64_t cycles,
+        Progress &progress)
+        : mArguments(arguments), mSimulator(simulator), mStimulus(stimulus), mCycles(cycles), mProgress(progress) {
+        mShown = mSimulator.outputs();
+        mShown.insert(mShown.end(), mSimulator.probes().begin(), mSimulator.probes().end());
+        mAll = mSimulator.inputs();
+        mAll.insert(mAll.end(), mShown.begin(), mShown.end());
+    }
+    const std::vector<sim::Scalar> &shown() const { return mShown; }
+    const std::vector<sim::Scalar> &all() const { return mAll; }
+
+    /// Calls `row(cycle, values of all())` for each cycle.
+    template <class Row> void forEachCycle(Row row) {
+        const std::size_t inputs = mSimulator.inputs().size();
+        std::vector<Words> values(mAll.size());
+        for (std::uint64_t cycle = 0; cycle < mCycles; ++cycle) {
+            if (cycle % 1024 == 0) {
+                mProgress.phase(fmt::format("simulating, {} % of {} cycles", cycle * 100 / mCycles, mCycles));
+            }
+            for (std::size_t i = 0; i < inputs; ++i) {
+                values[i] = mStimulus.at(cycle, i);
+                mSimulator.setInput(i, values[i]);
+                values[i] = mSimulator.input(i);
+            }
+            mSimulator.step();
+            for (std::size_t i = 0; i < mSimulator.outputs().size(); ++i) {
+                values[inputs + i] = mSimulator.output(i);
+            }
+            for (std::size_t i = 0; i < mSimulator.probes().size(); ++i) {
+                values[inputs + mSimulator.outputs().size() + i] = mSimulator.probe(i);
+            }
+            row(cycle, values);
+        }
+    }
+    std::string rowText(std::uint64_t cycle, const std::vector<Words> &values) const {
+        std::string text = std::to_string(cycle);
+        const std::size_t skip = mAll.size() - mShown.size();
+        for (std::size_t i = 0; i < mShown.size(); ++i) {
+            text += "," + valueText(mShown[i], values[skip + i], mArguments.raw);
+        }
+        return text + "\n";
+    }
+
+  private:
+    const Arguments &mArguments;
+    sim::Simulator &mSimulator;
+    Stimulus &mStimulus;
+    std::uint64_t mCycles;
+    Progress &mProgress;
+    std::vector<sim::Scalar> mShown;
+    std::vector<sim::Scalar> mAll;
+};
+
+/// The tables of a run, in whole outputs: the rows, and the value changes beside them.
+void writeRun(const Arguments &arguments, Run &run, const std::string &top, Console &console) {
+    const auto rows = [&](std::ostream &table, ChangeDump *changes) {
+        table << "cycle";
+        for (const sim::Scalar &scalar : run.shown()) {
+            table << "," << scalar.name;
+        }
+        table << "\n";
+        run.forEachCycle([&](std::uint64_t cycle, const std::vector<Words> &values) {
+            table << run.rowText(cycle, values);
+            if (changes != nullptr) {
+                changes->cycle(cycle, values);
+            }
+        });
+    };
+    if (arguments.changes.empty()) {
+        writeOutput(arguments.output, console, [&](std::ostream &table) { rows(table, nullptr); });
+        return;
+    }
+    writeOutput(arguments.changes, console, [&](std::ostream &out) {
+        ChangeDump changes(out, top, run.all());
+        writeOutput(arguments.output, console, [&](std::ostream &table) { rows(table, &changes); });
+    });
+}
+
+int simulate(const Arguments &arguments, Console &console) {
+    if (arguments.input.empty()) {
+        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
+    }
+    Progress progress(console);
+    ContextMgr guard;
+    guard.context()->setListener(&console);
+    InputFile file(arguments.input, console);
+    progress.phase("reading");
+    const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
+    const Model &top = topOf(*design, arguments.top, console);
+    progress.phase("compiling");
+    const std::unique_ptr<sim::Simulator> simulator = compile(*design, top, arguments, console);
+    std::unique_ptr<Stimulus> stimulus = makeStimulus(arguments.stimulus, simulator->inputs());
+    std::uint64_t cycles = arguments.cycles.value_or(100);
+    if (stimulus == nullptr) {
+        if (arguments.stimulus.compare(0, 6, "noise:") == 0) {
+            console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "noise takes seed=NUMBER"}});
+        }
+        auto table = std::make_unique<TableStimulus>(arguments.stimulus, simulator->inputs(), arguments.raw, console);
+        cycles = arguments.cycles.value_or(table->rows());
+        stimulus = std::move(table);
+    }
+    Run run(arguments, *simulator, *stimulus, cycles, progress);
+    const std::string topName = top.getName()->toString();
+    if (!console.json()) {
+        writeRun(arguments, run, topName, console);
+        return kFine;
+    }
+    Json json{{"schema", "orvo.sim/1"},
+              {"input", arguments.input},
+              {"top", topName},
+              {"cycles", cycles},
+              {"operations", simulator->operations()},
+              {"inputs", describe(simulator->inputs())},
+              {"outputs", describe(simulator->outputs())},
+              {"probes", describe(simulator->probes())}};
+    if (arguments.output == "-") {
+        json["rows"] = Json::array();
+        const std::size_t skip = run.all().size() - run.shown().size();
+        run.forEachCycle([&](std::uint64_t, const std::vector<Words> &values) {
+            Json row = Json::array();
+            for (std::size_t i = 0; i < run.shown().size(); ++i) {
+                row.push_back(valueText(run.shown()[i], values[skip + i], arguments.raw));
+            }
+            json["rows"].push_back(std::move(row));
+        });
+    } else {
+        writeRun(arguments, run, topName, console);
+    }
+    progress.hide();
+    console.emit(documentText(json));
+    return kFine;
+}
+
+} // namespace
+
+void addSimVerb(CLI::App &app, VerbHost &host) {
+    CLI::App *verb = addVerb(app, "sim", "Run a design on a stimulus, cycle by cycle");
+    auto arguments = std::make_shared<Arguments>();
+    verb->add_option("IN", arguments->input, "Design XML to read; - is standard input")->type_name("FILE");
+    verb->add_option("--top", arguments->top, "The model to run; the only one that no other instantiates if not given")
+        ->type_name("MODEL");
+    verb->add_option("--cycles", arguments->cycles, "Clock cycles to run; the rows of a table, else 100")
+        ->type_name("N");
+    verb->add_option("--stimulus", arguments->stimulus,
+                     "noise, noise:seed=S, impulse, ramp, corners, or a table: names of inputs, then a row a cycle")
+        ->type_name("WHAT");
+    verb->add_option("-o,--output", arguments->output, "Table of outputs and probes to write; - is standard output")
+        ->type_name("FILE");
+    verb->add_option("--vcd", arguments->changes, "Value change dump to write")->type_name("FILE");
+    verb->add_option("--probe", arguments->probes, "A wire to show, as top/a/b/block/wire")
+        ->type_name("PATH")
+        ->allow_extra_args(false);
+    verb->add_flag("--raw", arguments->raw, "Values as the integers of their bits, in the tables read and written");
+    verb->callback(
+        [&host, arguments] { host.action = [&host, arguments] { return simulate(*arguments, host.console); }; });
+}
+
+} // namespace orvo::driver

@@ -1,0 +1,51 @@
+// Signals over time as texts: numbers in decimal, stimuli, and value change dumps.
+#pragma once
+
+#include <orvo/simulator.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace orvo::driver {
+
+/// The bits of a scalar, lowest word first, filled up by the sign or by zeros.
+using Words = std::vector<std::uint64_t>;
+
+/// The exact value in decimal, or the integer that the bits make; a float is its bits in hexadecimal.
+std::string valueText(const sim::Scalar &scalar, const Words &words, bool raw);
+/// The bits of a number in decimal, rounded to the scalar's fraction, halves away from zero, and brought into its
+/// range; of an integer, its low bits. None for what is no number.
+std::optional<Words> parseValue(const sim::Scalar &scalar, const std::string &text, bool raw);
+
+/// What the inputs get in each cycle.
+class Stimulus {
+  public:
+    virtual ~Stimulus();
+    /// The bits of an input in a cycle.
+    virtual Words at(std::uint64_t cycle, std::size_t input) = 0;
+};
+
+/// One that is made: "noise" or "noise:seed=S", "impulse", "ramp", "corners". Null for any other name.
+///     noise    every bit by chance
+///     impulse  one, or the highest value below it, in the first cycle, then zero
+///     ramp     from the lowest value up by one step a cycle
+///     corners  zero, the least step up and down, the highest and the lowest value, by chance
+std::unique_ptr<Stimulus> makeStimulus(const std::string &name, const std::vector<sim::Scalar> &inputs);
+
+/// Writes a value change dump (IEEE 1364).
+class ChangeDump {
+  public:
+    ChangeDump(std::ostream &out, const std::string &top, const std::vector<sim::Scalar> &scalars);
+    void cycle(std::uint64_t cycle, const std::vector<Words> &values);
+
+  private:
+    std::ostream &mOut;
+    const std::vector<sim::Scalar> &mScalars;
+    std::vector<Words> mLast;
+};
+
+} // namespace orvo::driver

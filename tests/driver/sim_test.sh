@@ -1,0 +1,71 @@
+#!/bin/bash
+# The simulator through the driver: stimuli, tables, dumps, and designs that cannot run.
+. "$ORVO_SRC/tests/driver/lib.sh"
+
+cp "$ORVO_SRC"/examples/*.xml .
+
+# The response to an impulse is the coefficients.
+run 0 sim fir16.xml --stimulus impulse --cycles 3 --raw
+[ "$(cat out)" = 'cycle,filtered
+0,-1703884
+1,-4292477
+2,-3178399' ] || die "other coefficients"
+run 0 sim fir16.xml --stimulus impulse --cycles 3
+has out '0,-0.0015868656337261199951171875'
+empty err
+
+# The same seed gives the same bytes; standard output is the default.
+run 0 sim biquad.xml --stimulus noise:seed=4 --cycles 50 -o a.csv
+empty out
+run 0 sim biquad.xml --stimulus noise:seed=4 --cycles 50
+same out a.csv
+run 0 sim biquad.xml --stimulus noise:seed=5 --cycles 50
+! cmp -s out a.csv || die "the seed changes nothing"
+
+# A table is a stimulus; its last row stays, and the cycles are its rows.
+printf 'x\n1.5\n-0.25\n' >in.csv
+run 0 sim biquad.xml --stimulus in.csv
+[ "$(wc -l <out)" = 3 ] || die "not two cycles"
+printf 'cycle,"x"\r\n0,24576\r\n' >raw.csv
+run 0 sim biquad.xml --stimulus raw.csv --raw --cycles 2
+[ "$(wc -l <out)" = 3 ] || die "not two cycles"
+run 0 sim first_design.xml --stimulus - --cycles 1 <in.csv
+has out '0,0.999969482421875'
+
+# Probes stand beside the outputs, a dump has all signals.
+run 0 sim mixer_pair.xml --top top --cycles 4 --stimulus corners --probe top/upMixer/product/primWireOut --vcd dump.vcd -o t.csv
+has t.csv 'top/upMixer/product/primWireOut[0].re'
+has dump.vcd '$enddefinitions $end'
+has dump.vcd 'cosine'
+run 0 sim mixer_pair.xml --top top --cycles 2 --json
+json out 'd["schema"] == "orvo.sim/1" and len(d["rows"]) == 2 and d["inputs"][0]["width"] == 16'
+json out 'd["top"] == "top" and len(d["rows"][0]) == len(d["outputs"]) and d["operations"] > 0'
+
+# What is wrong is told.
+run 1 sim mixer_pair.xml --top top --probe top/nowhere
+has err "no wire is at 'top/nowhere'"
+has err '[DRIVER_CANNOT_SIMULATE]'
+run 2 sim select_lut.xml
+has err 'name one with --top: '
+run 2 sim select_lut.xml --top compender
+has err "did you mean 'compander'?"
+run 0 sim select_lut.xml --top compander --cycles 3 --stimulus ramp
+printf 'sampel\n1\n' >bad.csv
+run 2 sim fir16.xml --stimulus bad.csv
+has err "bad.csv:1"
+has err "did you mean 'sample'?"
+printf 'sample\n1\nx\n' >bad.csv
+run 2 sim fir16.xml --stimulus bad.csv
+has err "bad.csv:3"
+has err "'x' is no number"
+printf 'sample\n1,2\n' >bad.csv
+run 2 sim fir16.xml --stimulus bad.csv
+has err '2 values stand under 1 names'
+has err '[DRIVER_BAD_STIMULUS]'
+run 2 sim fir16.xml --stimulus no-such-file.csv
+has err '[DRIVER_UNREADABLE_FILE]'
+run 2 sim fir16.xml --stimulus noise:seed=x
+run 2 sim
+write_design d.xml
+run 1 sim d.xml
+has err 'has no type'
