@@ -3,8 +3,7 @@
 . "$ORVO_SRC/tests/driver/lib.sh"
 
 ln -s "$ORVO_SRC/examples" examples
-mkdir -p build/release
-ln -s "$(dirname "$ORVO_BIN")" build/release/bin
+PATH=$(dirname "$ORVO_BIN"):$PATH
 sed -n '/^<!-- commands -->/,/^```$/{/^<!--/d; /^```/d; p}' "$ORVO_SRC/README.md" >commands.sh
 [ "$(wc -l <commands.sh)" -ge 10 ] || die "README.md shows no commands"
 bash -eu commands.sh >out 2>err || die "the commands of README.md fail"
