@@ -48,7 +48,8 @@ TEST(TypeRuleStyles, runInTheirDirection) {
         "barrelRight barrelRightLzc monsterMult floatMultadd floatMultsub floatClass bitSelect chooseBits constdiv "
         "demux forLoop decode fixedMfunc floatMfunc enableSink enableSrc ready eccSrc channelIn channelOut input "
         "output model vpack vselector apack aunpack unsched boundary hiddenIface extIface latencyPlaceholder "
-        "scheduledModel unsupported stallreg stallenable stallenter stallexit stallvalidConnector",
+        "scheduledModel unsupported cic fir scale mixer nco chanview sharedFifo stallreg stallenable stallenter "
+        "stallexit stallvalidConnector",
         "new");
 }
 

@@ -118,8 +118,14 @@ class TerminalTypeHandler final : public TypeInferHandler {
             return;
         }
         const Port &port = *api.getBlock().port_begin();
+        // Whichever end knows the type tells all others, the wires that came before it, too.
+        PureValueRef type = api.getConnectedType(port);
         for (const Wire &wire : api.getBlock()) {
-            exchange(api, &port, &wire);
+            type = type ? type : api.getConnectedType(wire);
+        }
+        api.setType(port, type);
+        for (const Wire &wire : api.getBlock()) {
+            api.setType(wire, type);
         }
     }
 };

@@ -163,7 +163,7 @@ class FIRTypeHandler final : public ChannelledTypeHandler {
         setControls(api);
         setBusControls(api);
         if (const TupleValueRef banks = banksOf(api)) {
-            const auto count = static_cast<unsigned int>(std::min<std::size_t>(banks->size(), INT_MAX));
+            const auto count = static_cast<unsigned int>(std::min<std::size_t>(lengthOf(banks), INT_MAX));
             setPort(api, A_FIR_PORT_BANK, NumTypeSpec::ufixed(addrWidth(count), 0));
         }
     }
@@ -174,12 +174,13 @@ class FIRTypeHandler final : public ChannelledTypeHandler {
         if (!coefficient.valid()) {
             coefficient = NumTypeSpec::fromFixedValue(api.getParam(A_FIR_COEFS));
         }
-        const TupleValueRef taps = banksOf(api) ? tupleVR(banksOf(api)->at(0)) : tupleVR(api.getParam(A_FIR_COEFS));
+        const TupleValueRef taps = banksOf(api) ? tupleVR(banksOf(api)->at(isRolled(banksOf(api)) ? 1 : 0))
+                                                : tupleVR(api.getParam(A_FIR_COEFS));
         const std::int64_t factor = std::max(paramInt(api, A_FIR_INTERP_FACTOR, 1), 1);
-        if (!type.valid() || !coefficient.isFixed() || !taps || taps->size() == 0) {
+        if (!type.valid() || !coefficient.isFixed() || !taps || lengthOf(taps) == 0) {
             return;
         }
-        const auto count = static_cast<std::int64_t>(taps->size());
+        const auto count = static_cast<std::int64_t>(lengthOf(taps));
         const std::int64_t rounded = (count + factor - 1) / factor * factor;
         const int growth = addrWidth(static_cast<unsigned int>((rounded - 1) / factor));
         type.setFixedBits(type.intBits() + coefficient.intBits() + growth, type.fracBits() + coefficient.fracBits());
@@ -187,11 +188,18 @@ class FIRTypeHandler final : public ChannelledTypeHandler {
     }
 
   private:
-    /// The coefficients where there are several banks of them, a tuple of tuples; null for one bank.
+    static bool isRolled(const TupleValueRef &tuple) { return tuple->size() != 0 && tuple->at(0) == A_VECTOR_ROLL_TAG; }
+    /// The elements, without the tag that may stand before them.
+    static std::size_t lengthOf(const TupleValueRef &tuple) { return tuple->size() - (isRolled(tuple) ? 1 : 0); }
+    /// The coefficients where there are several banks of them, a tuple of tuples; null for one bank, also of complex
+    /// ones.
     static TupleValueRef banksOf(const TypeInferAPI2 &api) {
         const TupleValueRef coefficients = tupleVR(api.getParam(A_FIR_COEFS));
-        return coefficients && coefficients->size() != 0 && tupleVR(coefficients->at(0)) ? coefficients
-                                                                                         : TupleValueRef();
+        const TupleValueRef first = coefficients && lengthOf(coefficients) != 0
+                                        ? tupleVR(coefficients->at(isRolled(coefficients) ? 1 : 0))
+                                        : TupleValueRef();
+        const bool isBank = first && !(first->size() != 0 && first->at(0) == A_COMPLEX_ROLL_TAG);
+        return isBank ? coefficients : TupleValueRef();
     }
 };
 

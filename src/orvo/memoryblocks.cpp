@@ -61,9 +61,10 @@ class DualMemTypeHandler final : public TypeInferHandler2 {
             }
             NumTypeSpec given = paramType(api, side.type);
             if (given.valid()) {
-                given.stripVectors();
-                given.setComplex(false);
+                // The scalar on what the side holds; where nothing tells that, the type as it was given.
                 if (hasData || content.valid()) {
+                    given.stripVectors();
+                    given.setComplex(false);
                     given.mergeDecors(hasData ? data : content);
                 }
                 type = given;
@@ -329,9 +330,7 @@ class AccTypeHandler final : public FloatAccTypeHandler {
   public:
     void inferForward(TypeInferAPI2 &api) const override {
         FloatAccTypeHandler::inferForward(api);
-        NumTypeSpec flags = accumulated(api);
-        flags.setComplex(false);
-        flags = booleanLike(flags);
+        const NumTypeSpec flags = booleanLike(accumulated(api));
         for (const StaticString *wire : {&A_ACC_WIRE_XOVERFLOW, &A_ACC_WIRE_XUNDERFLOW, &A_ACC_WIRE_OVERFLOW}) {
             setWire(api, *wire, flags);
         }

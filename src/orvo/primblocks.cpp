@@ -62,11 +62,11 @@ class BitJoinReduceTypeHandler final : public TypeInferHandler {
     void inferTypes(TypeInferAPI &api) const override {
         const PureValueRef value = api.getConnectedType(api.getPort(numberKey(api, 0)));
         NumTypeSpec type(value, contextOf(api));
-        type.requireFixed();
         if (!type.isVector()) {
             setOut(api, type);
             return;
         }
+        type.requireFixed();
         const std::size_t lanes = VectorDecorSpec(value, contextOf(api)).elementCount();
         const auto most = static_cast<std::size_t>(NumTypeSpec::kMaxWidth);
         const int bits = type.fixedBits();
@@ -337,8 +337,8 @@ class ConstTypeHandler final : public TypeInferHandler {
         NumTypeSpec ofValue = NumTypeSpec::fromFixedValue(api.getParam(A_CONST_VALUE), false);
         NumTypeSpec type = paramType(api, A_CONST_TYPE);
         if (type.valid()) {
-            // A value that has no fixed-point type, such as an infinity, brings no decorations.
-            if (ofValue.valid()) {
+            // A block that waits for its value has the type alone.
+            if (api.getParam(A_CONST_VALUE)) {
                 type.mergeDecors(ofValue);
             }
         } else if (ofValue.valid()) {
@@ -575,11 +575,12 @@ class CastTypeHandler final : public TypeInferHandler2 {
     void inferForward(TypeInferAPI2 &api) const override {
         const NumTypeSpec input = portSpec(api, numberKey(api, 0));
         NumTypeSpec type = paramType(api, A_CAST_OUTPUT_TYPE);
-        if (type.valid()) {
-            type.mergeDecors(input);
-        } else {
-            type = input;
+        if (!type.valid()) {
+            api.setWireType(A_PRIM_WIRE_OUT, api.getPortType(numberKey(api, 0)));
+            setWire(api, A_CAST_WIRE_CLIP, booleanLike(input));
+            return;
         }
+        type.mergeDecors(input);
         setWire(api, A_PRIM_WIRE_OUT, type);
         setWire(api, A_CAST_WIRE_CLIP, booleanLike(type));
     }

@@ -109,6 +109,9 @@ void checkCase(const TypeCase &row) {
     for (const auto &[key, text] : row.params) {
         block.setParam(PureValueRef(value(key)), value(text));
     }
+    for (const auto &[key, text] : row.modelParams) {
+        model.setParam(PureValueRef(value(key)), value(text));
+    }
     int number = 0;
     for (const auto &[key, type] : row.inputs) {
         Block &source = *Block::create(model, "source" + std::to_string(number++));

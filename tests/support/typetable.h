@@ -24,6 +24,8 @@ struct TypeCase {
     Texts ports = {};
     /// Whether the rule contradicts what stands around the block, which is reported; otherwise no message may come.
     bool conflicts = false;
+    /// Of the model that holds the block.
+    Texts modelParams = {};
 };
 
 /// Builds each block with its inputs driven from the model's edge, asks for the types of its outputs and compares.
