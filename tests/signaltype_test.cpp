@@ -28,7 +28,7 @@ TEST_F(SignalTypeTest, takesNumbersApart) {
     EXPECT_EQ(matrix.element, 2U);
     EXPECT_EQ(matrix.lanes(), 6U);
     EXPECT_EQ(matrix.leaves, 12U);
-    EXPECT_EQ(of("float(23,8)")->scalar, (ScalarType{32, 0, false, true}));
+    EXPECT_EQ(of("float(23,8)")->scalar, (ScalarType{32, 0, false, true, 8}));
     EXPECT_EQ(of("fplib(23,8)")->scalar.width, 34U);
 }
 

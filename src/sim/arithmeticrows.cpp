@@ -286,7 +286,9 @@ void writeMux(BlockWriter &writer) {
         return;
     }
     for (const Signal &signal : data) {
-        if (signal.type->isRecord() ? signal.type != out.type : signal.type->scalar.isFloat) {
+        if (signal.type->isRecord()       ? signal.type != out.type
+            : signal.type->scalar.isFloat ? !(signal.type->scalar == out.type->scalar)
+                                          : out.type->scalar.isFloat) {
             writer.fail("a data input has another type than the output");
         }
     }
@@ -393,8 +395,14 @@ void writeSelect(BlockWriter &writer) {
     }
     const Signal other = writer.in(A_SELECT_PORT_DEFAULT_DATA);
     if (const Signal out = writer.out(); out.known()) {
-        if (out.type->isRecord() || out.type->scalar.isFloat) {
-            writer.fail("a selection of records or floats has no meaning here");
+        if (out.type->isRecord()) {
+            writer.fail("a selection of records has no meaning here");
+        }
+        for (const Case &one : cases) {
+            if (one.data.type->scalar.isFloat != out.type->scalar.isFloat ||
+                (out.type->scalar.isFloat && !(one.data.type->scalar == out.type->scalar))) {
+                writer.fail("a case's data has another type than the output");
+            }
         }
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             const ScalarType type = writer.scalar(leaf);

@@ -2,6 +2,7 @@
 #include "sim/compilerimpl.h"
 
 #include "sim/bigint.h"
+#include "sim/floatkernels.h"
 #include "sim/kernels.h"
 
 #include <orvo/corevalues.h>
@@ -173,7 +174,7 @@ void BlockWriter::convert(Leaf out, Leaf in) {
 }
 
 std::vector<std::uint64_t> BlockWriter::quantised(const NumberValueRef &number, const ScalarType &type) {
-    return wordsOf(nearest(number, type), type.width);
+    return type.isFloat ? floatBits(number, type.width, type.exponent) : wordsOf(nearest(number, type), type.width);
 }
 
 void BlockWriter::setConstant(Leaf leaf, std::uint64_t integer) {
@@ -220,11 +221,11 @@ void BlockWriter::constant(const Signal &out, const ValueRef &value) {
             continue;
         }
         const NumberValueRef number = numberVR(step.value);
-        if (!number || number->isSpecial()) {
+        if (!number || (number->isSpecial() && !type.scalar.isFloat)) {
             fail("a constant is no number");
         }
-        if (type.scalar.isFloat) {
-            fail("floating-point constants have no meaning here");
+        if (type.scalar.isFloat && type.scalar.exponent == 0) {
+            fail("a float of the library's own format has no meaning here");
         }
         mCompiler.mConstants.emplace_back(leaf++, quantised(number, type.scalar));
     }
@@ -309,9 +310,26 @@ void Compiler::joinInstance(const Block &block, std::uint32_t instance, std::uin
     }
 }
 
+bool Compiler::hasFloats(const Block &block, std::uint32_t instance) {
+    const auto isFloat = [](const Signal &signal) {
+        return signal.known() && !signal.type->isRecord() && signal.type->scalar.isFloat;
+    };
+    for (const Wire &wire : block) {
+        if (isFloat(signalOf(&wire, instance))) {
+            return true;
+        }
+    }
+    for (const Port &port : block.ports()) {
+        if (isFloat(signalOf(port.peekWire(), instance))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void Compiler::writeBlock(const Block &block, std::uint32_t instance) {
     BlockWriter writer(*this, block, instance);
-    const BlockRow *row = rowOf(block);
+    const BlockRow *row = rowOf(block, hasFloats(block, instance));
     if (row == nullptr) {
         const Value *type = block.type();
         writer.fail("block type '" + (type == nullptr ? std::string("(none)") : type->toString()) +

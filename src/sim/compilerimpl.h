@@ -44,6 +44,7 @@ class Compiler {
     using WireMap = std::unordered_map<const Wire *, Signal>;
 
     void layOut(std::uint32_t instance);
+    bool hasFloats(const Block &block, std::uint32_t instance);
     void writeBlock(const Block &block, std::uint32_t instance);
     void joinInstance(const Block &block, std::uint32_t instance, std::uint32_t below);
     Signal signalOf(const Wire *wire, std::uint32_t instance);
@@ -79,7 +80,7 @@ class Compiler {
     std::vector<std::pair<Leaf, std::vector<std::uint64_t>>> mConstants;
 };
 
-/// The row of a block type; null for a type that has no meaning here.
-const BlockRow *rowOf(const Block &block);
+/// The row of a block type, with or without floats; null for a type that has no meaning here.
+const BlockRow *rowOf(const Block &block, bool hasFloats);
 
 } // namespace orvo::sim

@@ -12,7 +12,8 @@ constexpr std::uint64_t kMostLeaves = std::uint64_t{1} << 28;
 
 ScalarType scalarOf(const NumTypeSpec &spec) {
     if (spec.isFloat()) {
-        return {static_cast<std::uint32_t>(spec.floatBits()), 0, false, true};
+        const std::uint32_t exponent = spec.isFloatIEEE() ? static_cast<std::uint32_t>(spec.exponentWidth()) : 0;
+        return {static_cast<std::uint32_t>(spec.floatBits()), 0, false, true, exponent};
     }
     return {static_cast<std::uint32_t>(std::max(spec.fixedBits(), 0)), spec.fracBits(), spec.isSigned(), false};
 }
@@ -71,7 +72,11 @@ std::unique_ptr<SignalType> SignalTypes::read(const PureValueRef &value) {
         type->element = static_cast<std::uint32_t>(fields);
     } else {
         type->spec.setToValue(value, mContext);
-        if (!type->spec.valid()) {
+        // Wider exponents than these fit no number of the library that computes them.
+        const bool isTooWide =
+            type->spec.isFloat() &&
+            (type->spec.exponentWidth() < 2 || type->spec.exponentWidth() > 30 || type->spec.significandWidth() < 1);
+        if (!type->spec.valid() || isTooWide) {
             return nullptr;
         }
         type->isComplex = type->spec.isComplex();

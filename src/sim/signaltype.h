@@ -15,6 +15,8 @@ struct ScalarType {
     std::int32_t fraction = 0;
     bool isSigned = false;
     bool isFloat = false;
+    /// Of an IEEE float the width of its exponent; 0 for the library's own format.
+    std::uint32_t exponent = 0;
     bool operator==(const ScalarType &) const = default;
 };
 

@@ -11,17 +11,37 @@
 
 namespace orvo::sim {
 
-const BlockRow *rowOf(const Block &block) {
-    static const std::unordered_map<const Value *, const BlockRow *> table = [] {
-        std::unordered_map<const Value *, const BlockRow *> rows;
+namespace {
+
+using Rows = std::unordered_map<const Value *, const BlockRow *>;
+
+void addRows(Rows &rows, std::span<const BlockRow> family) {
+    for (const BlockRow &row : family) {
+        rows.emplace(row.type->get_ptr(), &row);
+    }
+}
+
+} // namespace
+
+const BlockRow *rowOf(const Block &block, bool hasFloats) {
+    static const Rows table = [] {
+        Rows rows;
         for (const std::span<const BlockRow> family :
              {wiringRows(), arithmeticRows(), steeringRows(), sequentialRows(), memoryRows()}) {
-            for (const BlockRow &row : family) {
-                rows.emplace(row.type->get_ptr(), &row);
-            }
+            addRows(rows, family);
         }
         return rows;
     }();
+    static const Rows floats = [] {
+        Rows rows;
+        addRows(rows, floatRows());
+        return rows;
+    }();
+    if (hasFloats) {
+        if (const auto at = floats.find(block.type()); at != floats.end()) {
+            return at->second;
+        }
+    }
     const auto at = table.find(block.type());
     return at == table.end() ? nullptr : at->second;
 }
