@@ -35,6 +35,10 @@ std::vector<std::string> paramsOf(const MessageText &message) {
 }
 
 const char *severityOf(const MessageText &message) {
+    const std::string_view tag = message.tag;
+    if (tag == "DRIVER_BAD_FEATURE" || tag == "DRIVER_DIAGNOSTIC") {
+        return "error or warning";
+    }
     const MessageInfo *info = findMessage(message.tag);
     return info != nullptr && info->severity == Severity::Warning ? "warning" : "error";
 }
@@ -74,7 +78,7 @@ int explain(const std::string &tag, Console &console) {
     if (tag.empty()) {
         std::string text;
         for (const MessageText *message : allMessageTexts()) {
-            text += fmt::format("{:<8} {}\n", severityOf(*message), message->tag);
+            text += fmt::format("{:<16} {}\n", severityOf(*message), message->tag);
         }
         console.emit(console.json() ? documentOf(allMessageTexts()) : text);
         return kFine;
