@@ -87,6 +87,7 @@ const std::map<std::string, int> &floors() {
         {"passtable", 7},
         {"orvo", 7},
         {"simulator", 8},
+        {"simcompare", 8},
     };
     return table;
 }

@@ -2,6 +2,7 @@
 // the executable definition of the block types.
 #pragma once
 
+#include <orvo/api.h>
 #include <orvo/value.h>
 
 #include <cstdint>

@@ -121,6 +121,7 @@ void addVerbs(CLI::App &app, VerbHost &host) {
     addStatVerb(app, host);
     addTypesVerb(app, host);
     addSimVerb(app, host);
+    addEquivVerb(app, host);
     addPassesVerb(app, host);
     addBlocksVerb(app, host);
     addFeaturesVerb(app, host);

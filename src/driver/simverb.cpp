@@ -4,6 +4,7 @@
 #include "driver/files.h"
 #include "driver/jsontext.h"
 #include "driver/progress.h"
+#include "driver/simulation.h"
 #include "driver/suggest.h"
 #include "driver/waveform.h"
 
@@ -111,33 +112,6 @@ class TableStimulus final : public Stimulus {
     std::uint64_t mRows = 0;
 };
 
-const Model &topOf(const Design &design, const std::string &name, Console &console) {
-    std::vector<std::string> tops;
-    const Model *top = nullptr;
-    for (const Model &model : design) {
-        const std::string text = model.getName()->toString();
-        if (text == name) {
-            return model;
-        }
-        if (model.getParentBlocks().empty()) {
-            tops.push_back(text);
-            top = &model;
-        }
-    }
-    if (!name.empty()) {
-        const std::string near = suggest(name, tops);
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE",
-                     {{"reason", fmt::format("the design has no model '{}'{}", name,
-                                             near.empty() ? "" : fmt::format(": did you mean '{}'?", near))}});
-    }
-    if (tops.size() != 1) {
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE",
-                     {{"reason", fmt::format("the design has {} top models; name one with --top{}", tops.size(),
-                                             tops.empty() ? "" : fmt::format(": {}", fmt::join(tops, ", ")))}});
-    }
-    return *top;
-}
-
 Json describe(const std::vector<sim::Scalar> &scalars) {
     Json json = Json::array();
     for (const sim::Scalar &scalar : scalars) {
@@ -148,22 +122,6 @@ Json describe(const std::vector<sim::Scalar> &scalars) {
                         {"fraction", scalar.fraction}});
     }
     return json;
-}
-
-/// The simulator behind its error.
-std::unique_ptr<sim::Simulator> compile(const Design &design, const Model &top, const Arguments &arguments,
-                                        Console &console) {
-    try {
-        sim::SimulatorOptions options;
-        options.probes = arguments.probes;
-        return std::make_unique<sim::Simulator>(design, top, options);
-    } catch (const sim::SimulationError &error) {
-        Console::Params params{{"reason", error.what()}};
-        if (!error.blocks().empty()) {
-            params["blocks"] = fmt::format("{}", fmt::join(error.blocks(), ", "));
-        }
-        console.fail(kDesignErrors, "DRIVER_CANNOT_SIMULATE", params);
-    }
 }
 
 /// Runs the cycles and hands out what each shows.
@@ -257,9 +215,11 @@ int simulate(const Arguments &arguments, Console &console) {
     InputFile file(arguments.input, console);
     progress.phase("reading");
     const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
-    const Model &top = topOf(*design, arguments.top, console);
+    const Model &top = topModel(*design, arguments.top, console);
     progress.phase("compiling");
-    const std::unique_ptr<sim::Simulator> simulator = compile(*design, top, arguments, console);
+    sim::SimulatorOptions options;
+    options.probes = arguments.probes;
+    const std::unique_ptr<sim::Simulator> simulator = compileSimulator(*design, top, options, console);
     std::unique_ptr<Stimulus> stimulus = makeStimulus(arguments.stimulus, simulator->inputs());
     std::uint64_t cycles = arguments.cycles.value_or(100);
     if (stimulus == nullptr) {

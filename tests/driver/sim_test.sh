@@ -69,3 +69,17 @@ run 2 sim
 write_design d.xml
 run 1 sim d.xml
 has err 'has no type'
+
+# What passes leave computes the same; other designs do not.
+run 0 opt select_lut.xml -o after.xml -p 'AggressiveDeadBlockPass, ElideTerminalPass, ElideUnpackPass, DeadModelPass'
+run 0 equiv select_lut.xml after.xml --top compander --cycles 200
+[ "$(cat out)" = 'the same in 400 cycles' ] || die "not the same"
+sed 's/saturateAsymmetric/saturateNone/' biquad.xml >other.xml
+run 1 equiv biquad.xml other.xml
+has out "'y' is "
+has out 'not the same in'
+run 1 equiv biquad.xml other.xml --json --seed 3 --streams 1
+json out 'd["schema"] == "orvo.equiv/1" and not d["same"] and d["mismatches"][0]["output"] == "y"'
+run 1 equiv biquad.xml fir16.xml
+has out "'sample' is at the edge of only one of the designs"
+run 2 equiv biquad.xml

@@ -1,0 +1,21 @@
+// Designs that must compute the same.
+#pragma once
+
+#include <orvo/simcompare.h>
+
+#include <gtest/gtest.h>
+
+namespace orvo {
+class Design;
+class Model;
+} // namespace orvo
+
+namespace orvo::test {
+
+/// Simulates both from the model of this name in each and compares all outputs, bit by bit.
+::testing::AssertionResult sameBehaviour(const Design &before, const Design &after, const std::string &top,
+                                         const sim::CompareOptions &options = {});
+
+} // namespace orvo::test
+
+#define EXPECT_SAME_BEHAVIOUR(before, after, top) EXPECT_TRUE(::orvo::test::sameBehaviour(before, after, top))
