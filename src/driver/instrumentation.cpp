@@ -6,11 +6,19 @@
 #include "driver/files.h"
 #include "driver/invariants.h"
 #include "driver/message_texts.h"
+#include "driver/simulation.h"
 #include "driver/statistics.h"
+#include "driver/waveform.h"
 
+#include <orvo/block.h>
 #include <orvo/blocksinfo.h>
 #include <orvo/design.h>
+#include <orvo/model.h>
+#include <orvo/simcompare.h>
+#include <orvo/staticstrings.h>
 #include <util/profiling.h>
+
+#include <fmt/format.h>
 
 #include <cstdio>
 
@@ -62,6 +70,10 @@ bool DriverInstrumentation::shouldRun(const PassExecution &execution, Design &de
 }
 
 void DriverInstrumentation::beforePass(const PassExecution &execution, Design &design) {
+    if (mOptions.simulate && !mBeforeTaken) {
+        mBeforeTaken = true;
+        simulateBefore(design);
+    }
     const PassRecord &record = mRecords.back();
     mProgress.phase("pass " + std::to_string(record.number) + ": " + execution.name);
     armFor(record, design);
@@ -92,6 +104,7 @@ std::string DriverInstrumentation::reproducerHeader(const PassRecord &record) co
     reproducer.version = ORVO_VERSION;
     reproducer.pass = std::to_string(record.number) + " " + record.name;
     reproducer.verifyEach = mOptions.verifyEach;
+    reproducer.simulate = mOptions.simulate;
     reproducer.features = mOptions.features;
     // The replay counts from the first command of the pass that is now due.
     for (const std::size_t skipped : mOptions.skip) {
@@ -113,6 +126,9 @@ void DriverInstrumentation::afterPass(const PassExecution &, Design &design, boo
     record.changed = changed;
     if (changed && mOptions.verifyEach) {
         verify(record, design);
+    }
+    if (changed && mOptions.simulate) {
+        compareWithBefore(record, design);
     }
     if (changed && mOptions.stats) {
         record.blocksAfter = countBlocks(design);
@@ -136,6 +152,58 @@ void DriverInstrumentation::verify(const PassRecord &record, const Design &desig
     for (const Finding &finding : checkDesign(design, getBlocksInfo())) {
         reportFault("the pass left a block that breaks the catalogue: " + renderMessage(finding.tag, finding.params));
         throw VerbFailure{kInternalFault};
+    }
+}
+
+/// Of models that are put out, if there are such; else of all that no other instantiates.
+void DriverInstrumentation::simulateBefore(const Design &design) {
+    util::ProfilingSection section("simulate", "before the first pass");
+    std::vector<const Model *> tops;
+    bool isOutput = false;
+    for (const Model &model : design) {
+        const bool puts = model[A_SYNTH_OUTPUT_MODE] == A_TRUE;
+        if (puts && !isOutput) {
+            tops.clear();
+            isOutput = true;
+        }
+        if (puts || (!isOutput && model.getParentBlocks().empty())) {
+            tops.push_back(&model);
+        }
+    }
+    for (const Model *top : tops) {
+        mBefore.emplace_back(top->getName()->toString(), compileSimulator(design, *top, {}, mConsole));
+    }
+}
+
+void DriverInstrumentation::compareWithBefore(const PassRecord &record, const Design &design) {
+    util::ProfilingSection section("simulate", record.name);
+    const auto fail = [](const std::string &reason) {
+        reportFault("the pass changed what the design computes: " + reason);
+        throw VerbFailure{kInternalFault};
+    };
+    for (auto &[name, before] : mBefore) {
+        const Model *top = nullptr;
+        for (const Model &model : design) {
+            top = model.getName()->toString() == name ? &model : top;
+        }
+        if (top == nullptr) {
+            continue;
+        }
+        try {
+            sim::Simulator after(design, *top);
+            const sim::CompareResult result = sim::compareBehaviour(*before, after);
+            if (!result.unmatched.empty()) {
+                fail("'" + result.unmatched.front() + "' of model '" + name + "' is not what it was");
+            }
+            if (!result.mismatches.empty()) {
+                const sim::Mismatch &first = result.mismatches.front();
+                fail(fmt::format("in cycle {} output '{}' of model '{}' is {} in place of {}", first.cycle,
+                                 first.output, name, valueText(first.scalar, first.second, false),
+                                 valueText(first.scalar, first.first, false)));
+            }
+        } catch (const sim::SimulationError &error) {
+            fail(std::string(error.what()) + (error.blocks().empty() ? "" : " at " + error.blocks().front()));
+        }
     }
 }
 

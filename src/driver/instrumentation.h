@@ -9,6 +9,7 @@
 #include "driver/reproducer.h"
 
 #include <orvo/pass.h>
+#include <orvo/simulator.h>
 
 #include <memory>
 #include <optional>
@@ -21,6 +22,8 @@ namespace orvo::driver {
 /// What the options of "orvo opt" say about a run.
 struct RunOptions {
     bool verifyEach = false;
+    /// Compare by simulation after each pass that changed something.
+    bool simulate = false;
     /// Count blocks after each pass.
     bool stats = false;
     /// Run nothing, only number.
@@ -70,6 +73,8 @@ class DriverInstrumentation final : public PassInstrumentation {
     void armFor(const PassRecord &record, const Design &design);
     std::string reproducerHeader(const PassRecord &record) const;
     void verify(const PassRecord &record, const Design &design);
+    void simulateBefore(const Design &design);
+    void compareWithBefore(const PassRecord &record, const Design &design);
     void dump(PassRecord &record, const Design &design);
 
     RunOptions mOptions;
@@ -77,6 +82,9 @@ class DriverInstrumentation final : public PassInstrumentation {
     Console &mConsole;
     Progress &mProgress;
     std::vector<PassRecord> mRecords;
+    /// The top models as they were read, by name.
+    std::vector<std::pair<std::string, std::unique_ptr<sim::Simulator>>> mBefore;
+    bool mBeforeTaken = false;
     /// How many of `mPasses` are done, and how many commands stood before the one now due.
     std::size_t mRequestsDone = 0;
     std::size_t mCommandsBeforeRequest = 0;

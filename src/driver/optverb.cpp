@@ -50,6 +50,7 @@ struct OptArguments {
     bool list = false;
     bool noReproducer = false;
     bool types = false;
+    std::string check;
 
     bool wantsTiming() const { return time || !timeJson.empty() || !timeTrace.empty(); }
 };
@@ -153,6 +154,7 @@ class OptRun {
             mConsole.fail(kWrongUsage, "DRIVER_BAD_REPRODUCER", {{"file", mArguments.replay}, {"reason", *reason}});
         }
         mArguments.verifyEach = mArguments.verifyEach || mReplay.verifyEach;
+        mArguments.check = mReplay.simulate ? "sim" : mArguments.check;
         mArguments.skip.insert(mArguments.skip.end(), mReplay.skip.begin(), mReplay.skip.end());
         mArguments.stopAfter = mArguments.stopAfter ? mArguments.stopAfter : mReplay.stopAfter;
         std::vector<std::string> features;
@@ -255,6 +257,7 @@ class OptRun {
         reproducer.features = mFeatures;
         reproducer.passes = printPassTexts(mPasses);
         reproducer.verifyEach = mArguments.verifyEach;
+        reproducer.simulate = mArguments.check == "sim";
         reproducer.skip = mArguments.skip;
         reproducer.stopAfter = mArguments.stopAfter;
         armFaults({0, "", reproducerPath(), printReproducerHeader(reproducer), mInput->descriptor()});
@@ -271,6 +274,7 @@ class OptRun {
     RunOptions runOptions() const {
         RunOptions options;
         options.verifyEach = mArguments.verifyEach;
+        options.simulate = mArguments.check == "sim";
         options.stats = mArguments.stats;
         options.list = mArguments.list;
         options.dumpFolder = mArguments.dumpFolder;
@@ -502,6 +506,9 @@ void addRunOptions(CLI::App &verb, OptArguments &arguments) {
         ->allow_extra_args(false);
     verb.add_option("--feature", arguments.features, "Set a feature")->type_name("NAME=VALUE")->allow_extra_args(false);
     verb.add_flag("--verify-each", arguments.verifyEach, "Check the netlist before the first pass and after each");
+    verb.add_option("--check", arguments.check, "sim: compare what the design computes after each pass with before")
+        ->type_name("HOW")
+        ->check(CLI::IsMember({"sim"}));
     verb.add_flag("--list", arguments.list, "Print the numbered passes that would run, and run none");
     verb.add_option("--stop-after", arguments.stopAfter, "Run no pass beyond this number")
         ->type_name("N")

@@ -72,6 +72,8 @@ bool readEntry(std::string_view line, Reproducer &reproducer) {
         reproducer.passes = value;
     } else if (key == "option" && value == "verify-each") {
         reproducer.verifyEach = true;
+    } else if (key == "option" && value == "check-sim") {
+        reproducer.simulate = true;
     } else if (const std::size_t equals = value.find('='); key == "feature" && equals != std::string::npos) {
         reproducer.features.emplace_back(value.substr(0, equals), value.substr(equals + 1));
     } else if (const auto count = number(value); key == "skip" && count) {
@@ -90,6 +92,7 @@ std::string printReproducerHeader(const Reproducer &reproducer) {
     std::string text = "version: " + escaped(reproducer.version) + "\n";
     text += "pass: " + escaped(reproducer.pass) + "\n";
     text += reproducer.verifyEach ? "option: verify-each\n" : "";
+    text += reproducer.simulate ? "option: check-sim\n" : "";
     for (const auto &[name, value] : reproducer.features) {
         text += fmt::format("feature: {}\n", escaped(fmt::format("{}={}", name, value)));
     }

@@ -6,6 +6,7 @@
 //     version: 0.1.0
 //     pass: 3 NetlistVerificationPass
 //     option: verify-each
+//     option: check-sim
 //     feature: NAME=VALUE
 //     skip: 2
 //     passes: NetlistVerificationPass
@@ -29,6 +30,7 @@ struct Reproducer {
     /// The command at which the fault came, as "number name", counted in the run that met it.
     std::string pass;
     bool verifyEach = false;
+    bool simulate = false;
     std::vector<std::pair<std::string, std::string>> features;
     /// Counted in the run of `passes`.
     std::vector<std::size_t> skip;

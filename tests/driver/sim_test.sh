@@ -83,3 +83,24 @@ json out 'd["schema"] == "orvo.equiv/1" and not d["same"] and d["mismatches"][0]
 run 1 equiv biquad.xml fir16.xml
 has out "'sample' is at the edge of only one of the designs"
 run 2 equiv biquad.xml
+
+# Passes are judged by what the design computes; a pass that breaks it is named, with a reproducer that shows it again.
+run 0 opt select_lut.xml --check=sim -p 'AggressiveDeadBlockPass, ElideTerminalPass, ElideUnpackPass, DeadModelPass' --time
+has out 'simulate AggressiveDeadBlockPass'
+empty err
+run 2 opt select_lut.xml --check=eyes -p DeadBlockPass
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block in inputBlock '<wire name="x"/>'
+    block delay delayBlock "$(param 0 '[/top/in/x]')$(param delayLength 1)<wire name=\"primWireOut\"/>"
+    block pin typePinBlock "$(param 0 '[/top/in/x]')$(param typePinType '(typeSFixed 8 4)')<wire name=\"0\"/>"
+    block out outputBlock "$(param y '[/top/delay/primWireOut]')"
+    printf '</model></design></kelmar>\n'
+} >pinned.xml
+run 3 opt pinned.xml --check=sim -p 'ModelTreePass, AggressiveDeadBlockPass'
+has err 'internal fault in pass 2, AggressiveDeadBlockPass: the pass changed what the design computes'
+has err "has no type at top/"
+run 3 opt --replay orvo-crash-*.orvo
+rm -f ./*.orvo
+run 1 opt d.xml --check=sim -p DeadBlockPass
+has err '[DRIVER_CANNOT_SIMULATE]'
