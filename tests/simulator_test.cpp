@@ -908,6 +908,25 @@ TEST_F(SimulatorTest, computesAMatrixTimesAVector) {
     EXPECT_EQ(simulator.outputs()[0].name, "y[0].re");
 }
 
+TEST_F(SimulatorTest, givesVariantsWithoutSchedulingTheMeaningOfThePlainTypes) {
+    check({
+        {"add", "addNONSBlock", {{"0", "s4.0"}, {"1", "s4.0"}}, {}, {kOut}, {{{-8, 7}, {-1}}}},
+        {"register", "registerNONSBlock", {{"0", "s4.0"}}, {}, {kOut}, {{{5}, {0}}, {{6}, {5}}}},
+        {"add floats",
+         "addNONSBlock",
+         {{"0", "float(23,8)"}, {"1", "float(23,8)"}},
+         {},
+         {kOut},
+         {{{0x3f800000, 0x3f800000}, {0x40000000}}}},
+    });
+    EXPECT_TRUE(canSimulate(A_ADD_BLOCK.get_ptr()));
+    EXPECT_TRUE(canSimulate(U_MUX_BLOCK.get_ptr()));
+    EXPECT_TRUE(canSimulate(A_SIN_BLOCK.get_ptr()));
+    EXPECT_TRUE(canSimulate(A_MODEL_BLOCK.get_ptr()));
+    EXPECT_FALSE(canSimulate(A_FIR_BLOCK.get_ptr()));
+    EXPECT_FALSE(canSimulate(nullptr));
+}
+
 TEST_F(SimulatorTest, refusesWhatHasNoMeaning) {
     Design design(mgr.context());
     Model &top = *Model::create(design, "top");

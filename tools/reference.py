@@ -55,6 +55,8 @@ def blocks(orvo):
         lines += [f"## {entry['name']}", "", f"{code(entry['text'])}: {entry['description']}", ""]
         if entry["type_rule"]:
             lines += [f"Output type: {entry['type_rule']}.", ""]
+        if not entry["simulated"]:
+            lines += ["The simulator knows no meaning of it.", ""]
         rows = [[c["kind"].lower() + (" (optional)" if c["optional"] else ""),
                  code(c["name"]) + (f" {code(c['text'])}" if c["text"] != c["name"] else ""),
                  "" if c["default"] is None else code(c["default"]), values(c), cell(c["description"])]

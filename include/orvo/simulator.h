@@ -41,6 +41,9 @@ struct Scalar {
     std::int32_t fraction;
 };
 
+/// Whether a block type has a meaning here, with signals of fixed point or with floats.
+ORVO_API bool canSimulate(const Value *blockType);
+
 /// What to keep beside the edges.
 struct SimulatorOptions {
     /// Wires to look at, as top/a/b/block/wire: the top model, the model blocks on the way, the block, the wire.

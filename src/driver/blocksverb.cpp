@@ -7,6 +7,7 @@
 #include <orvo/blocksinfo.h>
 #include <orvo/context.h>
 #include <orvo/corevalues.h>
+#include <orvo/simulator.h>
 #include <orvo/typeinfer.h>
 
 #include <CLI/CLI.hpp>
@@ -44,6 +45,10 @@ const char *typeRule(const std::string &name) {
     return typeRuleSummary(type.get_ptr());
 }
 
+bool isSimulated(const std::string &name) {
+    return sim::canSimulate(StringValue::get(textOf(name), ContextMgr::get()).get_ptr());
+}
+
 Json toJson(const std::string &name) {
     const BlockInfo &info = getBlocksInfo().getBlockInfo(name);
     Json json;
@@ -52,6 +57,7 @@ Json toJson(const std::string &name) {
     json["description"] = info.description;
     const char *rule = typeRule(name);
     json["type_rule"] = rule != nullptr ? Json(rule) : Json();
+    json["simulated"] = isSimulated(name);
     json["connections"] = Json::array();
     for (const BlockConnection &connection : info.connections) {
         Json entry;
@@ -73,6 +79,9 @@ std::string describe(const std::string &name) {
     std::string text = name + " (" + textOf(name) + ")\n\n" + info.description + "\n";
     if (const char *rule = typeRule(name); rule != nullptr) {
         text += std::string("\nOutput type: ") + rule + "\n";
+    }
+    if (!isSimulated(name)) {
+        text += "\nThe simulator knows no meaning of it.\n";
     }
     for (const BlockConnection &connection : info.connections) {
         text += fmt::format("\n{} {} ({}){}\n", connection.kind, connection.name, textOf(connection.name),

@@ -329,7 +329,7 @@ bool Compiler::hasFloats(const Block &block, std::uint32_t instance) {
 
 void Compiler::writeBlock(const Block &block, std::uint32_t instance) {
     BlockWriter writer(*this, block, instance);
-    const BlockRow *row = rowOf(block, hasFloats(block, instance));
+    const BlockRow *row = rowOf(block.type(), hasFloats(block, instance));
     if (row == nullptr) {
         const Value *type = block.type();
         writer.fail("block type '" + (type == nullptr ? std::string("(none)") : type->toString()) +

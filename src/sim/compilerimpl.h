@@ -81,6 +81,6 @@ class Compiler {
 };
 
 /// The row of a block type, with or without floats; null for a type that has no meaning here.
-const BlockRow *rowOf(const Block &block, bool hasFloats);
+const BlockRow *rowOf(const Value *blockType, bool hasFloats);
 
 } // namespace orvo::sim

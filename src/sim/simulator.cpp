@@ -5,6 +5,7 @@
 #include "sim/compilerimpl.h"
 
 #include <orvo/model.h>
+#include <orvo/nonsblocks.h>
 
 #include <algorithm>
 #include <unordered_map>
@@ -21,29 +22,49 @@ void addRows(Rows &rows, std::span<const BlockRow> family) {
     }
 }
 
+/// The variants for regions without scheduling compute what the plain types do.
+void addVariants(Rows &rows) {
+    struct VariantLinker final : Linker {
+        explicit VariantLinker(Rows &to) : rows(to) {}
+        void operator()(const ValueRef &variant, const ValueRef &plain) override {
+            if (const auto row = rows.find(plain.get_ptr()); row != rows.end()) {
+                rows.emplace(variant.get_ptr(), row->second);
+            }
+        }
+        Rows &rows;
+    } linker(rows);
+    mapNONSBlocks(linker);
+}
+
 } // namespace
 
-const BlockRow *rowOf(const Block &block, bool hasFloats) {
+const BlockRow *rowOf(const Value *blockType, bool hasFloats) {
     static const Rows table = [] {
         Rows rows;
         for (const std::span<const BlockRow> family :
              {wiringRows(), arithmeticRows(), steeringRows(), sequentialRows(), memoryRows()}) {
             addRows(rows, family);
         }
+        addVariants(rows);
         return rows;
     }();
     static const Rows floats = [] {
         Rows rows;
         addRows(rows, floatRows());
+        addVariants(rows);
         return rows;
     }();
     if (hasFloats) {
-        if (const auto at = floats.find(block.type()); at != floats.end()) {
+        if (const auto at = floats.find(blockType); at != floats.end()) {
             return at->second;
         }
     }
-    const auto at = table.find(block.type());
+    const auto at = table.find(blockType);
     return at == table.end() ? nullptr : at->second;
+}
+
+bool canSimulate(const Value *blockType) {
+    return blockType == A_MODEL_BLOCK.get_ptr() || rowOf(blockType, true) != nullptr;
 }
 
 SimulationError::SimulationError(const std::string &reason, std::vector<std::string> blocks)

@@ -111,3 +111,8 @@ has err "did you mean 'LUT4S_WEIGHT'?"
 # The type rule of a block in a line.
 run 0 blocks addBlock
 has out 'Output type: '
+lacks out 'The simulator knows'
+run 0 blocks firBlock
+has out 'The simulator knows no meaning of it.'
+run 0 blocks addBlock --json
+json out 'd["blocks"][0]["simulated"] is True'
