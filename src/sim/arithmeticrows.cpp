@@ -257,6 +257,56 @@ void writeDim(BlockWriter &writer) {
     }
 }
 
+/// The input of the smaller or the larger magnitude; of equal ones the smaller, or the larger, value.
+template <bool larger> void writeMagnitude(BlockWriter &writer) {
+    const std::vector<Signal> inputs = fixedInputs(writer, 1);
+    const Signal out = writer.out();
+    if (!out.known()) {
+        return;
+    }
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+        std::vector<Leaf> leaves = leavesAt(inputs, lane, part);
+        const std::int32_t fraction = commonFraction(writer, leaves);
+        std::int32_t whole = 1;
+        for (const Leaf one : leaves) {
+            whole = std::max(whole, static_cast<std::int32_t>(writer.scalar(one).width) - writer.scalar(one).fraction);
+        }
+        const ScalarType exact{static_cast<std::uint32_t>(std::max(whole + fraction, 0) + 2), fraction, true, false};
+        const auto magnitude = [&](Leaf of) {
+            const Leaf made = writer.temporary(exact);
+            const Operand value = writer.aligned(of, fraction);
+            Operand negated = value;
+            negated.isNegated = true;
+            writer.emit(made, 0, {value, negated}, extremeKernel, 1);
+            return made;
+        };
+        const auto bit = [&](Leaf a, Leaf b, Relation relation) {
+            const Leaf made = writer.temporary({1, 0, false, false});
+            emitCompare(writer, made, a, b, relation);
+            return made;
+        };
+        Leaf best = leaves[0];
+        for (std::size_t i = 1; i < leaves.size(); ++i) {
+            const Leaf next = leaves[i];
+            const Leaf m = magnitude(best);
+            const Leaf n = magnitude(next);
+            // Whether the next one is beyond the best so far, by its magnitude or, if those are equal, by its value.
+            const Leaf beyond = larger ? bit(m, n, Relation::Less) : bit(n, m, Relation::Less);
+            const Leaf byValue = larger ? bit(best, next, Relation::Less) : bit(next, best, Relation::Less);
+            const Leaf tie = writer.temporary({1, 0, false, false});
+            const Leaf takes = writer.temporary({1, 0, false, false});
+            writer.emit(tie, 0, {writer.raw(bit(m, n, Relation::Equal)), writer.raw(byValue)},
+                        [](const Op &op) { return logicKernel(op, Logic::And); });
+            writer.emit(takes, 0, {writer.raw(beyond), writer.raw(tie)},
+                        [](const Op &op) { return logicKernel(op, Logic::Or); });
+            const Leaf chosen = writer.temporary(exact);
+            emitMux(writer, chosen, takes, {best, next});
+            best = chosen;
+        }
+        writer.convert(leaf, best);
+    });
+}
+
 /// Port 0 data, 1 upper limit, 2 lower limit: max(min(data, upper), lower).
 void writeSaturate(BlockWriter &writer) {
     const std::vector<Signal> inputs = fixedInputs(writer, 3);
@@ -743,6 +793,8 @@ const BlockRow kRows[] = {
     {&A_MOD_MULT_BLOCK, writeModMult},
     {&A_MIN_BLOCK, writeExtreme<0>},
     {&A_MAX_BLOCK, writeExtreme<1>},
+    {&A_MAGMIN_BLOCK, writeMagnitude<false>},
+    {&A_MAGMAX_BLOCK, writeMagnitude<true>},
     {&A_MINMAX_BLOCK, writeMinMax},
     {&A_DIM_BLOCK, writeDim},
     {&A_SATURATE_BLOCK, writeSaturate},

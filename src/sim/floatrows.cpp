@@ -358,6 +358,46 @@ void writeExponent(BlockWriter &writer) {
     }
 }
 
+/// What the bits of a float say it is.
+void writeClassifier(BlockWriter &writer) {
+    const std::vector<Signal> in = inputsOf(writer, 1);
+    const auto slice = [&](Leaf source, std::uint32_t from, std::uint32_t count) {
+        const Leaf bits = writer.temporary({count, 0, false, false});
+        writer.emit(bits, static_cast<std::int32_t>(from), {writer.raw(source)}, sumKernel);
+        return bits;
+    };
+    const auto reduced = [&](Leaf bits, Logic logic, int complement) {
+        const Leaf bit = writer.temporary({1, 0, false, false});
+        writer.emit(
+            bit, 0, {writer.raw(bits)}, [logic](const Op &op) { return reduceKernel(op, logic); }, complement);
+        return bit;
+    };
+    const std::pair<const StaticString *, int> flags[] = {
+        {&A_FPCLASS_WIRE_ZERO, 0}, {&A_FPCLASS_WIRE_SIGN, 1}, {&A_FPCLASS_WIRE_INF, 2}, {&A_FPCLASS_WIRE_NAN, 3}};
+    for (const auto &[wire, kind] : flags) {
+        const Signal out = writer.out(*wire);
+        if (!out.known()) {
+            continue;
+        }
+        forEachScalar(out, [&, kind = kind](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            const Leaf source = partOrZero(writer, in[0], lane, part);
+            const auto exponent = static_cast<std::uint32_t>(floatOperand(writer, source).shift);
+            const std::uint32_t width = writer.scalar(source).width;
+            const std::uint32_t fraction = width - 1 - exponent;
+            if (kind == 0) {
+                writer.convert(leaf, reduced(slice(source, 0, width - 1), Logic::Or, 1));
+            } else if (kind == 1) {
+                writer.convert(leaf, slice(source, width - 1, 1));
+            } else {
+                const Leaf ends = reduced(slice(source, fraction, exponent), Logic::And, 0);
+                const Leaf rest = reduced(slice(source, 0, fraction), Logic::Or, kind == 2 ? 1 : 0);
+                writer.emit(leaf, 0, {writer.raw(ends), writer.raw(rest)},
+                            [](const Op &op) { return logicKernel(op, Logic::And); });
+            }
+        });
+    }
+}
+
 const BlockRow kRows[] = {
     {&A_ADD_BLOCK, writeChain<FloatFunction::Add>},
     {&A_MONSTER_ADD_BLOCK, writeChain<FloatFunction::Add>},
@@ -379,6 +419,7 @@ const BlockRow kRows[] = {
     {&A_CMP_LT_BLOCK, writeCompare<Relation::Less>},
     {&A_COMPARECTRL_BLOCK, writeCompareControl},
     {&A_CAST_BLOCK, writeCast},
+    {&A_FLOAT_CLASS_BLOCK, writeClassifier},
     {&A_FLOAT_MULTADD_BLOCK, writeFunction<FloatFunction::MultAdd, 3>},
     {&A_FLOAT_MULTSUB_BLOCK, writeFunction<FloatFunction::MultSub, 3>},
     {&A_SQRT_BLOCK, writeFunction<FloatFunction::Sqrt, 1>},
