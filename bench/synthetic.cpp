@@ -8,6 +8,7 @@
 #include <orvo/staticstrings.h>
 #include <orvo/types.h>
 #include <orvo/wire.h>
+#include <util/random.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -17,22 +18,6 @@
 namespace orvo::bench {
 
 namespace {
-
-/// The generator of Steele, Lea and Flood, "Fast splittable pseudorandom number generators" (2014).
-class Random {
-  public:
-    explicit Random(std::uint64_t seed) : mState(seed) {}
-    std::uint64_t next() {
-        std::uint64_t z = (mState += 0x9e3779b97f4a7c15ULL);
-        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
-        z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
-        return z ^ (z >> 31);
-    }
-    std::size_t below(std::size_t bound) { return static_cast<std::size_t>(next() % bound); }
-
-  private:
-    std::uint64_t mState;
-};
 
 std::string numbered(const char *stem, std::size_t number) {
     char text[32];
@@ -54,7 +39,8 @@ Wire &inputOf(Model &model, const SyntheticOptions &options) {
     return *Wire::create(*pin, port0);
 }
 
-Wire &fillModel(Model &model, std::size_t blocks, Wire &first, const SyntheticOptions &options, Random &random) {
+Wire &fillModel(Model &model, std::size_t blocks, Wire &first, const SyntheticOptions &options,
+                util::SplitMix &random) {
     Context *context = model.getContext();
     const PureValueRef port0 = NumberValue::get(0, context);
     const PureValueRef port1 = NumberValue::get(1, context);
@@ -87,7 +73,7 @@ Wire &fillModel(Model &model, std::size_t blocks, Wire &first, const SyntheticOp
 }
 
 /// A chain of instances of one model that has the blocks of one instance.
-Wire &makeInstances(Design &design, Model &top, const SyntheticOptions &options, Random &random) {
+Wire &makeInstances(Design &design, Model &top, const SyntheticOptions &options, util::SplitMix &random) {
     const PureValueRef port0 = NumberValue::get(0, design.getContext());
     Model &model = *Model::create(design, "shared");
     const std::size_t share = std::max<std::size_t>(options.blocks / options.instances, 4);
@@ -109,7 +95,7 @@ Wire &makeInstances(Design &design, Model &top, const SyntheticOptions &options,
 } // namespace
 
 Wire &makeSynthetic(Design &design, const SyntheticOptions &options) {
-    Random random(options.seed);
+    util::SplitMix random(options.seed);
     Model &top = *Model::create(design, "top");
     top.setParam(A_SYNTH_OUTPUT_MODE, A_TRUE);
     if (options.instances != 0) {

@@ -1,6 +1,8 @@
 // Signals over time.
 #include "driver/waveform.h"
 
+#include <util/random.h>
+
 #include <gmp.h>
 
 #include <algorithm>
@@ -102,22 +104,13 @@ std::optional<Decimal> readDecimal(const std::string &text) {
     return isWhole ? std::optional(number) : std::nullopt;
 }
 
-/// The generator of Steele, Lea and Flood, "Fast splittable pseudorandom number generators" (2014), at one of its
-/// places.
-std::uint64_t randomWord(std::uint64_t seed, std::uint64_t place) {
-    std::uint64_t z = seed + (place + 1) * 0x9e3779b97f4a7c15ULL;
-    z = (z ^ (z >> 30U)) * 0xbf58476d1ce4e5b9ULL;
-    z = (z ^ (z >> 27U)) * 0x94d049bb133111ebULL;
-    return z ^ (z >> 31U);
-}
-
 class Noise final : public Stimulus {
   public:
     Noise(std::uint64_t seed, const std::vector<sim::Scalar> &inputs) : mSeed(seed), mInputs(inputs) {}
     Words at(std::uint64_t cycle, std::size_t input) override {
         Words words(wordCount(mInputs[input]));
         for (std::size_t i = 0; i < words.size(); ++i) {
-            words[i] = randomWord(randomWord(mSeed, cycle), input * 4096 + i);
+            words[i] = util::SplitMix::at(util::SplitMix::at(mSeed, cycle), input * 4096 + i);
         }
         return words;
     }
@@ -162,7 +155,7 @@ class Corners final : public Stimulus {
     Words at(std::uint64_t cycle, std::size_t input) override {
         const sim::Scalar &scalar = mInputs[input];
         Integer value;
-        switch (randomWord(randomWord(7, cycle), input) % 5) {
+        switch (util::SplitMix::at(util::SplitMix::at(7, cycle), input) % 5) {
         case 0:
             break;
         case 1:

@@ -1,27 +1,14 @@
 // Two simulators side by side.
 #include <orvo/simcompare.h>
 
+#include <util/random.h>
+
 #include <algorithm>
 #include <map>
 
 namespace orvo::sim {
 
 namespace {
-
-/// The generator of Steele, Lea and Flood, "Fast splittable pseudorandom number generators" (2014).
-class Random {
-  public:
-    explicit Random(std::uint64_t seed) : mState(seed) {}
-    std::uint64_t next() {
-        std::uint64_t z = (mState += 0x9e3779b97f4a7c15ULL);
-        z = (z ^ (z >> 30U)) * 0xbf58476d1ce4e5b9ULL;
-        z = (z ^ (z >> 27U)) * 0x94d049bb133111ebULL;
-        return z ^ (z >> 31U);
-    }
-
-  private:
-    std::uint64_t mState;
-};
 
 /// The places of the same scalar on both sides.
 using Pairs = std::vector<std::pair<std::size_t, std::size_t>>;
@@ -49,7 +36,7 @@ Pairs match(const std::vector<Scalar> &first, const std::vector<Scalar> &second,
     return pairs;
 }
 
-std::vector<std::uint64_t> drawn(const Scalar &scalar, Random &random) {
+std::vector<std::uint64_t> drawn(const Scalar &scalar, util::SplitMix &random) {
     std::vector<std::uint64_t> words(std::max<std::size_t>((scalar.width + 63) / 64, 1));
     const std::uint64_t kind = random.next() % 8;
     if (kind < 4) {
@@ -75,7 +62,7 @@ CompareResult compareBehaviour(Simulator &first, Simulator &second, const Compar
     const Pairs inputs = match(first.inputs(), second.inputs(), result.unmatched);
     const Pairs outputs = match(first.outputs(), second.outputs(), result.unmatched);
     for (std::uint64_t stream = 0; stream < options.streams; ++stream) {
-        Random random(options.seed + stream * 0x100000001b3ULL);
+        util::SplitMix random(options.seed + stream * 0x100000001b3ULL);
         first.reset();
         second.reset();
         for (std::uint64_t cycle = 0; cycle < options.cycles; ++cycle) {
