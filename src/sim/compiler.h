@@ -66,9 +66,13 @@ class BlockWriter {
 
     /// A scalar of the block's own: a value between two operations.
     Leaf temporary(const ScalarType &type);
+    /// A scalar that nothing settles: unknown in each cycle anew, zero where a run does not track that.
+    Leaf unknown(const ScalarType &type);
     /// Words that last from cycle to cycle, with what they hold at reset.
     std::uint32_t state(std::uint32_t words);
     void setInitial(std::uint32_t at, std::uint64_t word);
+    /// So many bits from this word of the state on are unknown at reset.
+    void setUnknown(std::uint32_t at, std::uint32_t bits);
 
     /// Adds an operation. Its kernel is picked by `pick` once the operands stand.
     template <class Pick>

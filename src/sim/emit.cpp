@@ -47,7 +47,12 @@ void emitMux(BlockWriter &writer, Leaf out, Leaf select, const std::vector<Leaf>
     for (const Leaf leaf : data) {
         operands.push_back(writer.aligned(leaf, fraction));
     }
-    writer.emit(out, fraction - writer.scalar(out).fraction, operands, muxKernel);
+    const std::uint32_t bits = writer.scalar(select).width;
+    const bool runsBeyond = bits >= 32 || (std::uint64_t{1} << bits) > data.size();
+    if (runsBeyond) {
+        operands.push_back(writer.raw(writer.unknown(writer.scalar(out))));
+    }
+    writer.emit(out, fraction - writer.scalar(out).fraction, operands, muxKernel, runsBeyond ? 1 : 0);
 }
 
 Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, std::uint32_t part) {

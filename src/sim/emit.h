@@ -31,7 +31,7 @@ void emitAligned(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, Pic
 
 /// A sum in which the marked inputs count negative.
 void emitSum(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, const std::vector<bool> &negates);
-/// The data input whose number the select holds; beyond the last, zero.
+/// The data input whose number the select holds; beyond the last, unknown.
 void emitMux(BlockWriter &writer, Leaf out, Leaf select, const std::vector<Leaf> &data);
 /// How one value stands to another, in a bit.
 void emitCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relation);

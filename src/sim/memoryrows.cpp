@@ -91,7 +91,8 @@ void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
             const std::vector<Leaf> results = elementLeaves(out, lane, lanes);
             std::uint32_t at = 0;
             for (std::size_t i = 0; i < results.size(); ++i) {
-                writer.emitFromState(results[i], state, words, {}, readQueue, static_cast<int>(at));
+                const Operand unknown = writer.raw(writer.unknown(writer.scalar(results[i])));
+                writer.emitFromState(results[i], state, words, {unknown}, readQueue, static_cast<int>(at));
                 at += wordsFor(writer.scalar(results[i]).width);
             }
         }
@@ -162,7 +163,7 @@ std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Sid
             contentType = type;
         }
     }
-    const std::vector<bool> content = contentOf(writer, contentType, scalar);
+    std::vector<bool> content = contentOf(writer, contentType, scalar);
     bits = std::max(bits, static_cast<std::int64_t>(content.size()));
     if (bits <= 0 || bits > kMostBits) {
         writer.fail("the memory has no depth that can be kept");
@@ -170,6 +171,14 @@ std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Sid
     const auto words = kMemoryHeaderWords + static_cast<std::uint32_t>((bits + 63) / 64);
     const std::uint32_t state = writer.state(words);
     writer.setInitial(state, static_cast<std::uint64_t>(bits));
+    if (writer.isTrue(A_MEM_UNINIT)) {
+        // Content that is given is known. Words are marked whole, so zeros are given up to the end of the last one.
+        content.resize((content.size() + 63) / 64 * 64);
+        const auto given = static_cast<std::uint32_t>(content.size() / 64);
+        if (const std::uint32_t left = words - kMemoryHeaderWords - given; left != 0) {
+            writer.setUnknown(state + kMemoryHeaderWords + given, left * 64);
+        }
+    }
     for (std::size_t word = 0; word * 64 < content.size(); ++word) {
         std::uint64_t value = 0;
         for (std::size_t bit = 0; bit < 64 && word * 64 + bit < content.size(); ++bit) {
@@ -180,12 +189,21 @@ std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Sid
     return {state, words};
 }
 
-/// The element at the address of a side, before the writes of the cycle.
-void emitRead(BlockWriter &writer, const Side &side, Leaf leaf, std::uint32_t lane, std::uint32_t state,
-              std::uint32_t words) {
-    const Operand address = writer.raw(*leafAt(side.address, lane));
+/// The element at the address of a side, before the writes of the cycle. With `other`, what that side writes in the
+/// same cycle reads as unknown.
+void emitRead(BlockWriter &writer, const Side &side, const Side *other, Leaf leaf, std::uint32_t lane,
+              std::uint32_t state, std::uint32_t words) {
+    std::vector<Operand> operands{writer.raw(*leafAt(side.address, lane)),
+                                  writer.raw(writer.unknown(writer.scalar(leaf)))};
+    int written = 0;
+    if (other != nullptr && other->write.known() && other->data.known()) {
+        requireFixed(writer, other->address, "an address");
+        operands.push_back(writer.raw(truth(writer, *leafAt(other->write, lane))));
+        operands.push_back(writer.raw(*leafAt(other->address, lane)));
+        written = static_cast<int>(other->data.type->scalar.width);
+    }
     if (!side.read.known()) {
-        writer.emitFromState(leaf, state, words, {address}, readMemory);
+        writer.emitFromState(leaf, state, words, operands, readMemory, written);
         return;
     }
     // A read that is not enabled holds the last data.
@@ -193,7 +211,7 @@ void emitRead(BlockWriter &writer, const Side &side, Leaf leaf, std::uint32_t la
     const std::uint32_t heldState = writer.state(each);
     const Leaf now = writer.temporary(writer.scalar(leaf));
     const Leaf held = writer.temporary(writer.scalar(leaf));
-    writer.emitFromState(now, state, words, {address}, readMemory);
+    writer.emitFromState(now, state, words, operands, readMemory, written);
     writer.emitFromState(held, heldState, each, {}, readState);
     emitMux(writer, leaf, truth(writer, *leafAt(side.read, lane)), {held, now});
     writer.commit(heldState, each, {writer.raw(leaf)}, writeState);
@@ -221,19 +239,24 @@ void writeDualMemory(BlockWriter &writer) {
         const std::uint32_t part = scalar % element;
         const auto [state, words] = memoryFor(writer, sides, scalar);
         std::vector<Operand> writes;
+        std::uint32_t widest = 1;
         for (const Side &side : sides) {
             if (side.out.known()) {
                 requireFixed(writer, side.address, "an address");
-                emitRead(writer, side, *leafAt(side.out, lane, part), lane, state, words);
+                const Side *other =
+                    writer.isTrue(A_DUAL_MEM_RW_CONFLICT_IGNORE) ? &sides[&side == sides ? 1 : 0] : nullptr;
+                emitRead(writer, side, other, *leafAt(side.out, lane, part), lane, state, words);
             }
             if (side.write.known() && side.data.known()) {
                 requireFixed(writer, side.address, "an address");
                 writes.push_back(writer.raw(truth(writer, *leafAt(side.write, lane))));
                 writes.push_back(writer.raw(*leafAt(side.address, lane)));
                 writes.push_back(writer.raw(*leafAt(side.data, lane, part)));
+                widest = std::max(widest, side.data.type->scalar.width);
             }
         }
         if (!writes.empty()) {
+            writes.push_back(writer.raw(writer.unknown({widest, 0, false, false})));
             writer.commit(state, words, writes, writeMemory);
         }
     }

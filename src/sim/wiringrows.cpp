@@ -11,6 +11,19 @@
 
 namespace orvo::sim {
 
+namespace {
+
+/// A real number has no imaginary part: that is zero.
+void convertOrClear(BlockWriter &writer, Leaf out, const std::optional<Leaf> &in) {
+    if (in) {
+        writer.convert(out, *in);
+    } else {
+        writer.setConstant(out, 0);
+    }
+}
+
+} // namespace
+
 void convertSignal(BlockWriter &writer, const Signal &out, const Signal &in) {
     if (out.type == in.type) {
         for (std::uint32_t i = 0; i < out.type->leaves; ++i) {
@@ -22,9 +35,7 @@ void convertSignal(BlockWriter &writer, const Signal &out, const Signal &in) {
         writer.fail("records of two types meet");
     }
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
-        if (const auto source = leafAt(in, lane, part)) {
-            writer.convert(leaf, *source);
-        }
+        convertOrClear(writer, leaf, leafAt(in, lane, part));
     });
 }
 
@@ -203,9 +214,7 @@ void writeComplexUnpack(BlockWriter &writer) {
     for (std::uint32_t part = 0; part < 2; ++part) {
         if (parts[part].known()) {
             forEachScalar(parts[part], [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
-                if (const auto source = leafAt(in, lane, part)) {
-                    writer.convert(leaf, *source);
-                }
+                convertOrClear(writer, leaf, leafAt(in, lane, part));
             });
         }
     }
