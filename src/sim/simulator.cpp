@@ -3,6 +3,7 @@
 
 #include "sim/blockrows.h"
 #include "sim/compilerimpl.h"
+#include "sim/unknowncone.h"
 
 #include <orvo/model.h>
 #include <orvo/nonsblocks.h>
@@ -81,11 +82,14 @@ struct Simulator::Impl {
     std::vector<Scalar> outputs;
     std::vector<Scalar> probes;
     /// The words of each run. In the first, unknown bits are zero, in the second one; of the others, each two have
-    /// opposite bits by chance. A single run does not track them.
+    /// opposite bits by chance. A single run does not track them. Only the first has all words, the others those of the
+    /// cone.
     std::vector<std::vector<std::uint64_t>> worlds;
+    UnknownCone cone;
     std::uint64_t seed = 1;
     util::SplitMix random{1};
 
+    bool isReached(const Operand &operand) const { return worlds.size() > 1 && cone.reached[operand.at]; }
     void fill(const Operand &operand, bool isState);
     std::vector<std::uint64_t> bits(const Operand &operand, std::size_t run = 0) const;
     std::vector<std::uint64_t> unknownBits(const Operand &operand) const;
@@ -130,12 +134,15 @@ void Simulator::Impl::fill(const Operand &operand, bool isState) {
 }
 
 std::vector<std::uint64_t> Simulator::Impl::bits(const Operand &operand, std::size_t run) const {
-    const std::uint64_t *from = worlds.at(run).data() + operand.at;
+    const std::uint64_t *from = worlds.at(isReached(operand) ? run : 0).data() + operand.at;
     return {from, from + wordsFor(operand.width)};
 }
 
 std::vector<std::uint64_t> Simulator::Impl::unknownBits(const Operand &operand) const {
     std::vector<std::uint64_t> unknown(wordsFor(operand.width));
+    if (!isReached(operand)) {
+        return unknown;
+    }
     for (const std::vector<std::uint64_t> &words : worlds) {
         for (std::uint32_t word = 0; word < unknown.size(); ++word) {
             unknown[word] |= words[operand.at + word] ^ worlds[0][operand.at + word];
@@ -172,6 +179,9 @@ Simulator::Simulator(const Design &design, const Model &top, const SimulatorOpti
     const bool tracks = options.trackUnknown && !(program.unknowns.empty() && program.unknownState.empty());
     // Large memories are not kept so many times.
     const std::size_t fitting = kMostTrackedWords / std::max<std::size_t>(program.initial.size(), 1) / 2 * 2;
+    if (tracks) {
+        mImpl->cone = unknownConeOf(program);
+    }
     mImpl->worlds.assign(tracks ? std::clamp<std::size_t>(fitting, 4, kWorlds) : 1, program.initial);
     reset();
 }
@@ -187,13 +197,11 @@ const std::vector<Scalar> &Simulator::probes() const { return mImpl->probes; }
 void Simulator::setInput(std::size_t input, const std::vector<std::uint64_t> &words) {
     const Operand &operand = mImpl->inputEdges.at(input).operand;
     const std::uint32_t count = wordsFor(operand.width);
-    for (std::vector<std::uint64_t> &world : mImpl->worlds) {
-        std::uint64_t *to = world.data() + operand.at;
-        for (std::uint32_t i = 0; i < count; ++i) {
-            to[i] = i < words.size() ? words[i] : 0;
-        }
-        fillUp(to, operand);
+    std::uint64_t *to = mImpl->worlds[0].data() + operand.at;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        to[i] = i < words.size() ? words[i] : 0;
     }
+    fillUp(to, operand);
 }
 
 void Simulator::setInput(std::size_t input, std::int64_t value) {
@@ -209,15 +217,22 @@ void Simulator::step() {
             mImpl->fill(operand, false);
         }
     }
-    for (std::vector<std::uint64_t> &world : mImpl->worlds) {
-        std::uint64_t *words = world.data();
-        for (const Op &op : mImpl->program.ops) {
+    const auto run = [](std::uint64_t *words, const std::vector<Op> &ops) {
+        for (const Op &op : ops) {
             op.run(words, op);
         }
-        for (const Op &op : mImpl->program.commits) {
-            op.run(words, op);
+    };
+    std::uint64_t *first = mImpl->worlds[0].data();
+    run(first, mImpl->program.ops);
+    for (std::size_t i = 1; i < mImpl->worlds.size(); ++i) {
+        std::uint64_t *words = mImpl->worlds[i].data();
+        for (const Operand &operand : mImpl->cone.read) {
+            std::copy_n(first + operand.at, wordsFor(operand.width), words + operand.at);
         }
+        run(words, mImpl->cone.ops);
+        run(words, mImpl->cone.commits);
     }
+    run(first, mImpl->program.commits);
 }
 
 void Simulator::reset() {

@@ -252,7 +252,7 @@ const BlockRow kRows[] = {
     {&A_ENABLE_SINK_BLOCK, nullptr},
     {&A_TERMINAL_BLOCK, writeFanout},
     {&A_FANOUT_BLOCK, writeFanout},
-    {&A_PIPE_BLOCK, writeFanout},
+    {&A_PIPE_BLOCK, writeTypePin},
     {&A_FOLDING_KERNEL_BOUNDARY_BLOCK, writeFanout},
     {&A_TYPE_PIN_BLOCK, writeTypePin},
     {&A_SIGNAL_IN_BLOCK, writeByName},

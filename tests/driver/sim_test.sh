@@ -132,3 +132,17 @@ run 0 sim unknown.xml --stimulus zero.csv --unknowns --vcd unknown.vcd
 1,x' ] || die "not unknown"
 has unknown.vcd 'bxxxxx'
 run 0 equiv unknown.xml unknown.xml
+
+# Designs by chance run, and are the same for the same seed.
+run 0 gen --seed 5 --size 200 -o one.xml
+run 0 gen --seed 5 --size 200
+same out one.xml
+run 0 gen --seed 6 --size 200
+! cmp -s out one.xml || die "the seed changes nothing"
+run 0 check one.xml
+run 0 sim one.xml --cycles 5 -o gen.csv
+run 0 equiv one.xml one.xml --cycles 20
+run 0 gen --size 10 -o two.xml --json
+json out 'd["schema"] == "orvo.gen/1" and d["size"] == 10 and d["blocks"] > 0'
+run 2 gen --json
+run 2 gen --size -1
