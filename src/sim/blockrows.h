@@ -14,5 +14,7 @@ std::span<const BlockRow> floatRows();
 std::span<const BlockRow> steeringRows();
 std::span<const BlockRow> sequentialRows();
 std::span<const BlockRow> memoryRows();
+std::span<const BlockRow> stallRows();
+std::span<const BlockRow> interfaceRows();
 
 } // namespace orvo::sim

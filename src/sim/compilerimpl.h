@@ -6,6 +6,7 @@
 #include <orvo/model.h>
 #include <orvo/typeinferpass.h>
 
+#include <map>
 #include <unordered_map>
 
 namespace orvo::sim {
@@ -16,6 +17,8 @@ struct Edge {
     ScalarType type;
     Operand operand;
 };
+
+class TagJoiner;
 
 class Compiler {
   public:
@@ -34,6 +37,7 @@ class Compiler {
 
   private:
     friend class BlockWriter;
+    friend class TagJoiner;
 
     struct Instance {
         const Model *model;
@@ -46,7 +50,9 @@ class Compiler {
     void layOut(std::uint32_t instance);
     bool hasFloats(const Block &block, std::uint32_t instance);
     void writeBlock(const Block &block, std::uint32_t instance);
-    void joinInstance(const Block &block, std::uint32_t instance, std::uint32_t below);
+    void layOutInstances();
+    void joinInstance(std::uint32_t below);
+    void joinTags();
     Signal signalOf(const Wire *wire, std::uint32_t instance);
     void addEdges();
     void addProbe(const std::string &path);
@@ -63,6 +69,9 @@ class Compiler {
     SignalTypes mTypes;
     std::vector<Instance> mInstances;
     std::vector<WireMap> mWires;
+    /// What the outside drives, and what it is shown, with the place of the block that drives it.
+    std::map<PureValueRef, Signal, DeepValueCmp> mOutside;
+    std::map<PureValueRef, std::pair<Signal, std::string>, DeepValueCmp> mShown;
     std::vector<ScalarType> mLeaves;
     /// The leaf that each leaf stands for; itself if it has a value of its own.
     std::vector<Leaf> mAliases;

@@ -56,8 +56,9 @@ void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
     const Signal flush = ports.flush == nullptr ? Signal() : writer.in(*ports.flush);
     require(writer, data, "the data");
     const Signal out = writer.out(A_FIFO_WIRE_DATA);
-    const std::pair<const StaticString *, int> flags[] = {
-        {&A_FIFO_WIRE_VALID, 0}, {&A_FIFO_WIRE_LOW, 1}, {&A_FIFO_WIRE_HIGH, 2}};
+    const std::pair<const StaticString *, QueueFlag> flags[] = {{&A_FIFO_WIRE_VALID, QueueFlag::Valid},
+                                                                {&A_FIFO_WIRE_LOW, QueueFlag::Low},
+                                                                {&A_FIFO_WIRE_HIGH, QueueFlag::High}};
     std::uint32_t lanes = 1;
     for (const auto &[wire, kind] : flags) {
         if (const Signal flag = writer.out(*wire); flag.known()) {
@@ -72,40 +73,19 @@ void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
     }
     for (std::uint32_t lane = 0; lane < lanes; ++lane) {
         const std::int64_t depth = laneNumber(writer, A_FIFO_DEPTH, lane, 1);
-        const std::vector<Leaf> leaves = elementLeaves(data, lane, lanes);
-        std::uint32_t entry = 0;
-        for (const Leaf leaf : leaves) {
-            entry += wordsFor(writer.scalar(leaf).width);
-        }
-        if (depth < 1 || depth * entry * 64 > kMostBits) {
-            writer.fail("the queue has no depth that can be kept");
-        }
-        const std::uint32_t words = kQueueHeaderWords + entry * static_cast<std::uint32_t>(depth);
-        const std::uint32_t state = writer.state(words);
-        writer.setInitial(state + 2, static_cast<std::uint64_t>(depth));
-        writer.setInitial(state + 3, entry);
-        writer.setInitial(state + 4, static_cast<std::uint64_t>(laneNumber(writer, A_FIFO_LOW_THRESHOLD, lane, 0)));
-        writer.setInitial(state + 5,
-                          static_cast<std::uint64_t>(laneNumber(writer, A_FIFO_HIGH_THRESHOLD, lane, depth)));
+        const Queue queue =
+            makeQueue(writer, depth, laneNumber(writer, A_FIFO_LOW_THRESHOLD, lane, 0),
+                      laneNumber(writer, A_FIFO_HIGH_THRESHOLD, lane, depth), elementLeaves(data, lane, lanes));
         if (out.known()) {
-            const std::vector<Leaf> results = elementLeaves(out, lane, lanes);
-            std::uint32_t at = 0;
-            for (std::size_t i = 0; i < results.size(); ++i) {
-                writer.emitFromState(results[i], state, words, {}, readQueue, static_cast<int>(at));
-                at += wordsFor(writer.scalar(results[i]).width);
-            }
+            emitOldest(writer, queue, elementLeaves(out, lane, lanes));
         }
         for (const auto &[wire, kind] : flags) {
             if (const Signal flag = writer.out(*wire); flag.known()) {
-                writer.emitFromState(*leafAt(flag, lane), state, words, {}, readQueueFlag, kind);
+                emitQueueFlag(writer, queue, kind, *leafAt(flag, lane));
             }
         }
-        std::vector<Operand> operands{writer.raw(*leafAt(write, lane)), writer.raw(*leafAt(acknowledge, lane)),
-                                      writer.raw(flush.known() ? *leafAt(flush, lane) : zero(writer))};
-        for (const Leaf leaf : leaves) {
-            operands.push_back(writer.raw(leaf));
-        }
-        writer.commit(state, words, operands, moveQueue);
+        commitQueue(writer, queue, *leafAt(write, lane), *leafAt(acknowledge, lane),
+                    flush.known() ? *leafAt(flush, lane) : zero(writer));
     }
 }
 
@@ -114,6 +94,39 @@ void writeFifo(BlockWriter &writer) {
 }
 
 void writeFifoDelay(BlockWriter &writer) { writeQueueBlock(writer, {&A_PORT_WRITE, &A_PORT_READY, nullptr}); }
+
+/// One queue for all channels: an entry is the number of its channel and the data. Without a ready every entry leaves
+/// at once.
+void writeSharedFifo(BlockWriter &writer) {
+    const Signal valid = fixedInput(writer, A_PORT_VALID, "valid");
+    const Signal ready = writer.in(A_PORT_READY);
+    std::vector<std::pair<Signal, Signal>> ways;
+    if (const Signal channel = writer.in(A_PORT_CHANNEL); channel.known()) {
+        ways.emplace_back(channel, writer.out(A_WIRE_CHANNEL));
+    }
+    int number = 0;
+    for (const Signal &data : writer.numbered()) {
+        ways.emplace_back(data, writer.out(number++));
+    }
+    std::vector<Leaf> entry;
+    std::vector<Leaf> oldest;
+    for (const auto &[in, out] : ways) {
+        if (out.known() && out.type != in.type) {
+            writer.fail("an output has another type than its input");
+        }
+        for (std::uint32_t i = 0; i < in.type->leaves; ++i) {
+            entry.push_back(in.first + i);
+            oldest.push_back(out.known() ? out.first + i : writer.temporary(writer.scalar(entry.back())));
+        }
+    }
+    const Queue queue = makeQueue(writer, writer.integer(A_FIFO_DEPTH, 1), 0, 0, entry);
+    emitOldest(writer, queue, oldest);
+    if (const Signal out = writer.out(A_WIRE_VALID); out.known()) {
+        emitQueueFlag(writer, queue, QueueFlag::Valid, out.first);
+    }
+    commitQueue(writer, queue, truth(writer, valid.first), ready.known() ? truth(writer, ready.first) : one(writer),
+                zero(writer));
+}
 
 /// One side of a memory.
 struct Side {
@@ -124,16 +137,20 @@ struct Side {
     Signal out;
 };
 
-/// The bits of the initial content, element after element.
-std::vector<bool> contentOf(const BlockWriter &writer, const ScalarType &type, std::uint32_t scalar) {
+/// The bits of one scalar of the initial content, element after element. A number alone stands in all lanes, as a real
+/// part.
+std::vector<bool> contentOf(const BlockWriter &writer, const TupleValueRef &data, const ScalarType &type,
+                            std::uint32_t scalar, std::uint32_t part) {
     std::vector<bool> bits;
-    const TupleValueRef data = tupleVR(writer.param(A_DUAL_MEM_DATA));
+    const NumberValueRef zero = NumberValue::get(0, writer.context());
     if (!data) {
         return bits;
     }
     for (const ValueRef &element : *data) {
         const TupleValueRef rolled = tupleVR(element);
-        const NumberValueRef number = numberVR(rolled ? rolled->maybeAt(scalar + 1) : element);
+        const NumberValueRef number = rolled      ? numberVR(rolled->maybeAt(scalar + 1))
+                                      : part == 0 ? numberVR(element)
+                                                  : zero;
         if (!number || number->isSpecial() || type.isFloat) {
             writer.fail("the content is no fixed-point number");
         }
@@ -145,24 +162,9 @@ std::vector<bool> contentOf(const BlockWriter &writer, const ScalarType &type, s
     return bits;
 }
 
-/// The state of one scalar of the elements: `state` and its words, with the content at reset.
-std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Side sides[2], std::uint32_t scalar) {
-    const bool dataIsSecond = writer.param(A_DUAL_MEM_DATA_TYPE_IS_DATA1) == A_FALSE;
-    std::int64_t bits = 0;
-    ScalarType contentType;
-    for (int side = 0; side < 2; ++side) {
-        const Signal &signal = sides[side].out.known() ? sides[side].out : sides[side].data;
-        if (!signal.known()) {
-            continue;
-        }
-        const ScalarType &type = writer.scalar(signal.first);
-        const std::int64_t depth = writer.integer(side == 0 ? A_DUAL_MEM_DEPTH1 : A_DUAL_MEM_DEPTH2, 0);
-        bits = std::max(bits, depth * std::int64_t{type.width});
-        if (contentType.width == 0 || (side == 1) == dataIsSecond) {
-            contentType = type;
-        }
-    }
-    const std::vector<bool> content = contentOf(writer, contentType, scalar);
+/// The state of a memory of at least so many bits, with the content at reset: where it lies, and its words.
+std::pair<std::uint32_t, std::uint32_t> memoryOf(BlockWriter &writer, std::int64_t bits,
+                                                 const std::vector<bool> &content) {
     bits = std::max(bits, static_cast<std::int64_t>(content.size()));
     if (bits <= 0 || bits > kMostBits) {
         writer.fail("the memory has no depth that can be kept");
@@ -178,6 +180,27 @@ std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Sid
         writer.setInitial(state + kMemoryHeaderWords + static_cast<std::uint32_t>(word), value);
     }
     return {state, words};
+}
+
+/// The state of one scalar of the elements: `state` and its words, with the content at reset.
+std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Side sides[2], std::uint32_t scalar,
+                                                  std::uint32_t part) {
+    const bool dataIsSecond = writer.param(A_DUAL_MEM_DATA_TYPE_IS_DATA1) == A_FALSE;
+    std::int64_t bits = 0;
+    ScalarType contentType;
+    for (int side = 0; side < 2; ++side) {
+        const Signal &signal = sides[side].out.known() ? sides[side].out : sides[side].data;
+        if (!signal.known()) {
+            continue;
+        }
+        const ScalarType &type = writer.scalar(signal.first);
+        const std::int64_t depth = writer.integer(side == 0 ? A_DUAL_MEM_DEPTH1 : A_DUAL_MEM_DEPTH2, 0);
+        bits = std::max(bits, depth * std::int64_t{type.width});
+        if (contentType.width == 0 || (side == 1) == dataIsSecond) {
+            contentType = type;
+        }
+    }
+    return memoryOf(writer, bits, contentOf(writer, tupleVR(writer.param(A_DUAL_MEM_DATA)), contentType, scalar, part));
 }
 
 /// The element at the address of a side, before the writes of the cycle.
@@ -197,6 +220,26 @@ void emitRead(BlockWriter &writer, const Side &side, Leaf leaf, std::uint32_t la
     writer.emitFromState(held, heldState, each, {}, readState);
     emitMux(writer, leaf, truth(writer, *leafAt(side.read, lane)), {held, now});
     writer.commit(heldState, each, {writer.raw(leaf)}, writeState);
+}
+
+/// A memory of one side that nobody writes.
+void writeReadAccessTable(BlockWriter &writer) {
+    Side side{writer.in(A_LUT_PORT_ADDR), {}, {}, writer.in(A_FFTBLOCK_PORT_READ_ACCESS), writer.out()};
+    if (!side.address.known()) {
+        side.address = writer.in(0);
+    }
+    requireFixed(writer, side.address, "the address");
+    if (!side.out.known()) {
+        return;
+    }
+    requireFixed(writer, side.out, "the output");
+    forEachScalar(side.out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+        const std::uint32_t scalar = lane * side.out.type->element + part;
+        const std::vector<bool> content =
+            contentOf(writer, tupleVR(writer.param(A_LUT_DATA)), writer.scalar(leaf), scalar, part);
+        const auto [state, words] = memoryOf(writer, static_cast<std::int64_t>(content.size()), content);
+        emitRead(writer, side, leaf, lane, state, words);
+    });
 }
 
 void writeDualMemory(BlockWriter &writer) {
@@ -219,7 +262,7 @@ void writeDualMemory(BlockWriter &writer) {
     for (std::uint32_t scalar = 0; scalar < scalars; ++scalar) {
         const std::uint32_t lane = scalar / element;
         const std::uint32_t part = scalar % element;
-        const auto [state, words] = memoryFor(writer, sides, scalar);
+        const auto [state, words] = memoryFor(writer, sides, scalar, part);
         std::vector<Operand> writes;
         for (const Side &side : sides) {
             if (side.out.known()) {
@@ -242,7 +285,9 @@ void writeDualMemory(BlockWriter &writer) {
 const BlockRow kRows[] = {
     {&A_FIFO_BLOCK, writeFifo},
     {&A_FIFO_DELAY_BLOCK, writeFifoDelay},
+    {&A_SHARED_FIFO_BLOCK, writeSharedFifo},
     {&A_DUAL_MEM_BLOCK, writeDualMemory},
+    {&A_READ_ACCESS_LUT_BLOCK, writeReadAccessTable},
 };
 
 } // namespace

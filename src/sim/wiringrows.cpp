@@ -28,6 +28,14 @@ void convertSignal(BlockWriter &writer, const Signal &out, const Signal &in) {
     });
 }
 
+void writeByName(BlockWriter &writer) {
+    for (const Port &port : writer.block().ports()) {
+        if (const Signal out = writer.out(port.getName()); out.known()) {
+            convertSignal(writer, out, writer.in(port.getName()));
+        }
+    }
+}
+
 void require(const BlockWriter &writer, const Signal &signal, const char *what) {
     if (!signal.known()) {
         writer.fail(std::string(what) + " is not connected");
@@ -61,15 +69,6 @@ void writeFanout(BlockWriter &writer) {
     for (const Wire &wire : block) {
         if (const Signal out = writer.out(wire.getName()); out.known()) {
             convertSignal(writer, out, in);
-        }
-    }
-}
-
-/// Each port to the wire of its name.
-void writeByName(BlockWriter &writer) {
-    for (const Port &port : writer.block().ports()) {
-        if (const Signal out = writer.out(port.getName()); out.known()) {
-            convertSignal(writer, out, writer.in(port.getName()));
         }
     }
 }
@@ -239,6 +238,8 @@ void writeRecordUnpack(BlockWriter &writer) {
 const BlockRow kRows[] = {
     {&A_INPUT_BLOCK, nullptr},
     {&A_OUTPUT_BLOCK, nullptr},
+    {&A_GOTO_BLOCK, nullptr},
+    {&A_FROM_BLOCK, nullptr},
     {&A_ECC_SINK_BLOCK, nullptr},
     {&A_ENABLE_SINK_BLOCK, nullptr},
     {&A_TERMINAL_BLOCK, writeFanout},
