@@ -71,25 +71,6 @@ TEST_F(InterfaceRowsTest, giveStreamMarkersTheirSignalsFromOutside) {
               (ByName{{"(t sarnetSTData)", -4}, {"(s sarnetSTReady)", 1}}));
 }
 
-TEST_F(InterfaceRowsTest, showTheBusUnderPlainNames) {
-    Design design(mgr.context());
-    Model &top =
-        oneBlock(design, "busSignalsBlock", {{"busSignalsPortData", "u16.0"}, {"busSignalsPortValid", "u1.0"}},
-                 {{"busSignalsWireAddr", "u4.0"}, {"busSignalsWireData", "u16.0"}, {"busSignalsWireWriteEn", "u1.0"}},
-                 {{"sarnetMMInterfaceName", "b"}});
-    Simulator simulator(design, top);
-    EXPECT_EQ(stepByName(simulator, {{"busSignalsPortData", 1},
-                                     {"busSignalsPortValid", 0},
-                                     {"(b sarnetMMAddress)", 2},
-                                     {"(b sarnetMMWriteData)", 3},
-                                     {"(b sarnetMMWrite)", 1}}),
-              (ByName{{"busSignalsWireAddr", 2},
-                      {"busSignalsWireData", 3},
-                      {"busSignalsWireWriteEn", 1},
-                      {"(b sarnetMMReadData)", 1},
-                      {"(b sarnetMMReadDataValid)", 0}}));
-}
-
 TEST_F(InterfaceRowsTest, areReadyWhileAllConditionsHold) {
     Design design(mgr.context());
     Model &top = oneBlock(design, "readyBlock", {{"0", "u1.0"}, {"portReady", "u2.0"}}, {{"primWireOut", ""}});

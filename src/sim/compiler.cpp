@@ -2,6 +2,7 @@
 #include "sim/compilerimpl.h"
 
 #include "sim/bigint.h"
+#include "sim/blockrows.h"
 #include "sim/floatkernels.h"
 #include "sim/kernels.h"
 
@@ -231,6 +232,16 @@ void BlockWriter::constant(const Signal &out, const ValueRef &value) {
     }
 }
 
+ValueRef BlockWriter::inherited(const StaticString &key) const {
+    ValueRef value = param(key);
+    for (std::uint32_t at = mInstance; !value && at != kNoParent; at = mCompiler.mInstances[at].parent) {
+        value = mCompiler.mInstances[at].model->getParam(key);
+    }
+    return value;
+}
+
+void BlockWriter::joinBus(const PureValueRef &bus) { mCompiler.mBuses[bus].push_back(*this); }
+
 Signal BlockWriter::outside(const PureValueRef &name, const SignalType &type) {
     const auto [at, isNew] = mCompiler.mOutside.try_emplace(name);
     Signal &signal = at->second;
@@ -408,6 +419,9 @@ void Compiler::compile() {
                 writeBlock(block, at);
             }
         }
+    }
+    for (auto &[name, users] : mBuses) {
+        writeBus(users);
     }
     addEdges();
     resolveAliases();

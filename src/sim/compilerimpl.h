@@ -69,6 +69,7 @@ class Compiler {
     SignalTypes mTypes;
     std::vector<Instance> mInstances;
     std::vector<WireMap> mWires;
+    std::map<PureValueRef, std::vector<BlockWriter>, DeepValueCmp> mBuses;
     /// What the outside drives, and what it is shown, with the place of the block that drives it.
     std::map<PureValueRef, Signal, DeepValueCmp> mOutside;
     std::map<PureValueRef, std::pair<Signal, std::string>, DeepValueCmp> mShown;

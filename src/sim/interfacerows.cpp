@@ -6,7 +6,6 @@
 #include "sim/statekernels.h"
 #include "sim/uninterpreted.h"
 
-#include <orvo/model.h>
 #include <orvo/wire.h>
 
 #include <optional>
@@ -14,10 +13,7 @@
 namespace orvo::sim {
 
 PureValueRef interfaceSignal(const BlockWriter &writer, const StaticString &nameKey, const PureValueRef &signal) {
-    PureValueRef name = PureValueRef(writer.param(nameKey));
-    if (!name) {
-        name = PureValueRef(writer.block().getModel().getParam(nameKey));
-    }
+    const PureValueRef name = PureValueRef(writer.inherited(nameKey));
     return name ? PureValueRef(PureTupleValue::get(name, signal, writer.context())) : signal;
 }
 
@@ -48,27 +44,6 @@ void writeInterface(BlockWriter &writer, const StaticString &nameKey) {
 void writeMappedInterface(BlockWriter &writer) { writeInterface(writer, A_SARNET_MM_INTERFACE_NAME); }
 
 void writeStreamInterface(BlockWriter &writer) { writeInterface(writer, A_SARNET_ST_INTERFACE_NAME); }
-
-/// The bus under plain names.
-void writeBusSignals(BlockWriter &writer) {
-    const std::pair<const StaticString *, const StaticString *> wires[] = {
-        {&A_BUS_SIGNALS_WIRE_ADDR, &A_SARNET_MM_ADDRESS},
-        {&A_BUS_SIGNALS_WIRE_DATA, &A_SARNET_MM_WRITEDATA},
-        {&A_BUS_SIGNALS_WIRE_WRITE_ENABLE, &A_SARNET_MM_WRITE}};
-    for (const auto &[wire, signal] : wires) {
-        if (const Signal out = writer.out(*wire); out.known()) {
-            convertSignal(writer, out,
-                          writer.outside(interfaceSignal(writer, A_SARNET_MM_INTERFACE_NAME, *signal), *out.type));
-        }
-    }
-    const std::pair<const StaticString *, const StaticString *> ports[] = {
-        {&A_BUS_SIGNALS_PORT_DATA, &A_SARNET_MM_READDATA}, {&A_BUS_SIGNALS_PORT_VALID, &A_SARNET_MM_READDATAVALID}};
-    for (const auto &[port, signal] : ports) {
-        if (const Signal in = writer.in(*port); in.known()) {
-            writer.show(interfaceSignal(writer, A_SARNET_MM_INTERFACE_NAME, *signal), in);
-        }
-    }
-}
 
 /// Ready while all told conditions hold; without any, always.
 void writeReady(BlockWriter &writer) {
@@ -437,7 +412,6 @@ const BlockRow kRows[] = {
     {&A_SARNET_ST_SINK_OUT_BLOCK, writeStreamInterface},
     {&A_AXI4_STREAM_RECEIVER_BLOCK, writeByName},
     {&A_AXI4_STREAM_TRANSMITTER_BLOCK, writeByName},
-    {&A_BUS_SIGNALS_BLOCK, writeBusSignals},
     {&A_READY_BLOCK, writeReady},
     {&A_SARNET_ST_SOURCE_BLOCK, writeStreamSource},
     {&A_SARNET_ST_SINK_BLOCK, writeStreamSink},

@@ -1,6 +1,7 @@
 // Queues and memories.
 #include "sim/blockrows.h"
 #include "sim/emit.h"
+#include "sim/memories.h"
 #include "sim/memorykernels.h"
 #include "sim/statekernels.h"
 
@@ -12,6 +13,70 @@ namespace {
 
 /// More bits than these are not kept.
 constexpr std::int64_t kMostBits = std::int64_t{1} << 34;
+
+} // namespace
+
+std::vector<bool> contentOf(const BlockWriter &writer, const TupleValueRef &data, const ScalarType &type,
+                            std::uint32_t scalar, std::uint32_t part) {
+    std::vector<bool> bits;
+    const NumberValueRef zero = NumberValue::get(0, writer.context());
+    if (!data) {
+        return bits;
+    }
+    for (const ValueRef &element : *data) {
+        const TupleValueRef rolled = tupleVR(element);
+        const NumberValueRef number = rolled      ? numberVR(rolled->maybeAt(scalar + 1))
+                                      : part == 0 ? numberVR(element)
+                                                  : zero;
+        if (!number || number->isSpecial() || type.isFloat) {
+            writer.fail("the content is no fixed-point number");
+        }
+        const std::vector<std::uint64_t> words = BlockWriter::quantised(number, type);
+        for (std::uint32_t bit = 0; bit < type.width; ++bit) {
+            bits.push_back((words[bit / 64] >> (bit % 64) & 1U) != 0);
+        }
+    }
+    return bits;
+}
+
+std::pair<std::uint32_t, std::uint32_t> memoryOf(BlockWriter &writer, std::int64_t bits,
+                                                 const std::vector<bool> &content) {
+    bits = std::max(bits, static_cast<std::int64_t>(content.size()));
+    if (bits <= 0 || bits > kMostBits) {
+        writer.fail("the memory has no depth that can be kept");
+    }
+    const auto words = kMemoryHeaderWords + static_cast<std::uint32_t>((bits + 63) / 64);
+    const std::uint32_t state = writer.state(words);
+    writer.setInitial(state, static_cast<std::uint64_t>(bits));
+    for (std::size_t word = 0; word * 64 < content.size(); ++word) {
+        std::uint64_t value = 0;
+        for (std::size_t bit = 0; bit < 64 && word * 64 + bit < content.size(); ++bit) {
+            value |= content[word * 64 + bit] ? std::uint64_t{1} << bit : 0;
+        }
+        writer.setInitial(state + kMemoryHeaderWords + static_cast<std::uint32_t>(word), value);
+    }
+    return {state, words};
+}
+
+void emitRead(BlockWriter &writer, const Side &side, Leaf leaf, std::uint32_t lane, std::uint32_t state,
+              std::uint32_t words) {
+    const Operand address = writer.raw(*leafAt(side.address, lane));
+    if (!side.read.known()) {
+        writer.emitFromState(leaf, state, words, {address}, readMemory);
+        return;
+    }
+    // A read that is not enabled holds the last data.
+    const std::uint32_t each = wordsFor(writer.scalar(leaf).width);
+    const std::uint32_t heldState = writer.state(each);
+    const Leaf now = writer.temporary(writer.scalar(leaf));
+    const Leaf held = writer.temporary(writer.scalar(leaf));
+    writer.emitFromState(now, state, words, {address}, readMemory);
+    writer.emitFromState(held, heldState, each, {}, readState);
+    emitMux(writer, leaf, truth(writer, *leafAt(side.read, lane)), {held, now});
+    writer.commit(heldState, each, {writer.raw(leaf)}, writeState);
+}
+
+namespace {
 
 /// The number for a lane of a parameter that may be rolled.
 std::int64_t laneNumber(const BlockWriter &writer, const StaticString &key, std::uint32_t lane, std::int64_t fallback) {
@@ -128,60 +193,6 @@ void writeSharedFifo(BlockWriter &writer) {
                 zero(writer));
 }
 
-/// One side of a memory.
-struct Side {
-    Signal address;
-    Signal data;
-    Signal write;
-    Signal read;
-    Signal out;
-};
-
-/// The bits of one scalar of the initial content, element after element. A number alone stands in all lanes, as a real
-/// part.
-std::vector<bool> contentOf(const BlockWriter &writer, const TupleValueRef &data, const ScalarType &type,
-                            std::uint32_t scalar, std::uint32_t part) {
-    std::vector<bool> bits;
-    const NumberValueRef zero = NumberValue::get(0, writer.context());
-    if (!data) {
-        return bits;
-    }
-    for (const ValueRef &element : *data) {
-        const TupleValueRef rolled = tupleVR(element);
-        const NumberValueRef number = rolled      ? numberVR(rolled->maybeAt(scalar + 1))
-                                      : part == 0 ? numberVR(element)
-                                                  : zero;
-        if (!number || number->isSpecial() || type.isFloat) {
-            writer.fail("the content is no fixed-point number");
-        }
-        const std::vector<std::uint64_t> words = BlockWriter::quantised(number, type);
-        for (std::uint32_t bit = 0; bit < type.width; ++bit) {
-            bits.push_back((words[bit / 64] >> (bit % 64) & 1U) != 0);
-        }
-    }
-    return bits;
-}
-
-/// The state of a memory of at least so many bits, with the content at reset: where it lies, and its words.
-std::pair<std::uint32_t, std::uint32_t> memoryOf(BlockWriter &writer, std::int64_t bits,
-                                                 const std::vector<bool> &content) {
-    bits = std::max(bits, static_cast<std::int64_t>(content.size()));
-    if (bits <= 0 || bits > kMostBits) {
-        writer.fail("the memory has no depth that can be kept");
-    }
-    const auto words = kMemoryHeaderWords + static_cast<std::uint32_t>((bits + 63) / 64);
-    const std::uint32_t state = writer.state(words);
-    writer.setInitial(state, static_cast<std::uint64_t>(bits));
-    for (std::size_t word = 0; word * 64 < content.size(); ++word) {
-        std::uint64_t value = 0;
-        for (std::size_t bit = 0; bit < 64 && word * 64 + bit < content.size(); ++bit) {
-            value |= content[word * 64 + bit] ? std::uint64_t{1} << bit : 0;
-        }
-        writer.setInitial(state + kMemoryHeaderWords + static_cast<std::uint32_t>(word), value);
-    }
-    return {state, words};
-}
-
 /// The state of one scalar of the elements: `state` and its words, with the content at reset.
 std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Side sides[2], std::uint32_t scalar,
                                                   std::uint32_t part) {
@@ -201,25 +212,6 @@ std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Sid
         }
     }
     return memoryOf(writer, bits, contentOf(writer, tupleVR(writer.param(A_DUAL_MEM_DATA)), contentType, scalar, part));
-}
-
-/// The element at the address of a side, before the writes of the cycle.
-void emitRead(BlockWriter &writer, const Side &side, Leaf leaf, std::uint32_t lane, std::uint32_t state,
-              std::uint32_t words) {
-    const Operand address = writer.raw(*leafAt(side.address, lane));
-    if (!side.read.known()) {
-        writer.emitFromState(leaf, state, words, {address}, readMemory);
-        return;
-    }
-    // A read that is not enabled holds the last data.
-    const std::uint32_t each = wordsFor(writer.scalar(leaf).width);
-    const std::uint32_t heldState = writer.state(each);
-    const Leaf now = writer.temporary(writer.scalar(leaf));
-    const Leaf held = writer.temporary(writer.scalar(leaf));
-    writer.emitFromState(now, state, words, {address}, readMemory);
-    writer.emitFromState(held, heldState, each, {}, readState);
-    emitMux(writer, leaf, truth(writer, *leafAt(side.read, lane)), {held, now});
-    writer.commit(heldState, each, {writer.raw(leaf)}, writeState);
 }
 
 /// A memory of one side that nobody writes.

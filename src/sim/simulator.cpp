@@ -42,7 +42,7 @@ const BlockRow *rowOf(const Value *blockType, bool hasFloats) {
     static const Rows table = [] {
         Rows rows;
         for (const std::span<const BlockRow> family : {wiringRows(), arithmeticRows(), steeringRows(), sequentialRows(),
-                                                       memoryRows(), stallRows(), interfaceRows()}) {
+                                                       memoryRows(), stallRows(), interfaceRows(), busRows()}) {
             addRows(rows, family);
         }
         addVariants(rows);

@@ -1,0 +1,28 @@
+// Memories as several blocks hold them.
+#pragma once
+
+#include "sim/compiler.h"
+
+namespace orvo::sim {
+
+/// One side of a memory.
+struct Side {
+    Signal address;
+    Signal data;
+    Signal write;
+    Signal read;
+    Signal out;
+};
+
+/// The bits of one scalar of the initial content, element after element. A number alone stands in all lanes, as a real
+/// part.
+std::vector<bool> contentOf(const BlockWriter &writer, const TupleValueRef &data, const ScalarType &type,
+                            std::uint32_t scalar, std::uint32_t part);
+/// The state of a memory of at least so many bits, with the content at reset: where it lies, and its words.
+std::pair<std::uint32_t, std::uint32_t> memoryOf(BlockWriter &writer, std::int64_t bits,
+                                                 const std::vector<bool> &content);
+/// The element at the address of a side, before the writes of the cycle.
+void emitRead(BlockWriter &writer, const Side &side, Leaf leaf, std::uint32_t lane, std::uint32_t state,
+              std::uint32_t words);
+
+} // namespace orvo::sim
