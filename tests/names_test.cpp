@@ -29,7 +29,6 @@ const std::map<std::string, std::string> &coveredBy() {
         {"floatrows", "simulator"},
         {"initimpl", "passtable"},
         {"memorykernels", "simulator"},
-        {"memoryrows", "simulator"},
         {"netlistverificationpass", "netlistverification"},
         {"passcontext", "pass"},
         {"passregistry", "pass"},

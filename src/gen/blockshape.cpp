@@ -202,7 +202,30 @@ const Apart kApart[] = {
     {&A_INPUT_BLOCK, "one in each model"},
     {&A_OUTPUT_BLOCK, "one in each model"},
     {&A_MODEL_BLOCK, "stands for the models below"},
+    {&A_GOTO_BLOCK, "made in pairs"},
+    {&A_FROM_BLOCK, "made in pairs"},
+    {&A_SARNET_MM_MASTER_IN_BLOCK, "gets its types from the pass that makes it"},
+    {&A_SARNET_MM_SLAVE_IN_BLOCK, "gets its types from the pass that makes it"},
+    {&A_SARNET_ST_SINK_BLOCK, "gets its types from the pass that makes it"},
+    {&A_SARNET_ST_SINK_IN_BLOCK, "gets its types from the pass that makes it"},
+    {&A_SARNET_ST_SOURCE_BLOCK, "gets its types from the pass that makes it"},
+    {&A_BUS_IN_BLOCK, "needs a bus of the whole design"},
+    {&A_BUS_OUT_BLOCK, "needs a bus of the whole design"},
+    {&A_BUS_SIGNALS_BLOCK, "needs a bus of the whole design"},
+    {&A_MM_REGISTER_BLOCK, "needs a bus of the whole design"},
+    {&A_SHARED_MEM_BLOCK, "needs a bus of the whole design"},
+    {&A_SHARED_MEM_PLACEHOLDER_BLOCK, "needs a bus of the whole design"},
+    {&A_EXTMEM_READ_BLOCK, "needs a memory outside"},
+    {&A_EXTMEM_WRITE_BLOCK, "needs a memory outside"},
+    {&A_LATENCY_PLACEHOLDER_BLOCK, "gets its types from the pass that makes it"},
+    {&A_READ_ACCESS_LUT_BLOCK, "gets its type from the pass that makes it"},
+    {&A_STALLVALID_CONNECTOR_BLOCK, "gets its types from the pass that makes it"},
+    {&A_AXI4_STREAM_RECEIVER_BLOCK, "gets its types from the pass that makes it"},
+    {&A_AXI4_STREAM_TRANSMITTER_BLOCK, "gets its types from the pass that makes it"},
 };
+
+/// Blocks that give names to signals at the edge of the system: one of these beginnings stands once in a design.
+constexpr const char *kFamilies[] = {"A_SARNET_MM", "A_SARNET_ST"};
 
 /// Operands that are integers although their names do not tell.
 const StaticString *const kInteger1[] = {&A_POWN_BLOCK, &A_MULT_POW2_BLOCK};
@@ -247,6 +270,11 @@ class Reader {
         for (const Apart &apart : kApart) {
             if (shape.type == *apart.type) {
                 shape.reason = apart.reason;
+            }
+        }
+        for (const char *family : kFamilies) {
+            if (name.rfind(family, 0) == 0) {
+                shape.family = family;
             }
         }
         for (const StaticString *type : kInteger1) {

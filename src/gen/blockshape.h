@@ -57,6 +57,8 @@ struct BlockShape {
     std::vector<PinShape> ports;
     std::vector<PinShape> wires;
     std::vector<ParamShape> params;
+    /// Of the blocks of a family one stands in a design, at its top; empty for a type of which many may.
+    std::string family;
     /// Why no block of this type is made by its shape; empty if it is.
     std::string reason;
 };

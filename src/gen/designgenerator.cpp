@@ -16,6 +16,7 @@
 #include <functional>
 #include <iterator>
 #include <optional>
+#include <set>
 
 namespace orvo::gen {
 
@@ -132,6 +133,9 @@ class DesignBuilder {
             break;
         case 6:
             callAgain(recipe);
+            break;
+        case 7:
+            addTags(recipe);
             break;
         default:
             addBlock(recipe, *mGenerator.mOrdinary[recipe.kind / kKinds % mGenerator.mOrdinary.size()]);
@@ -274,10 +278,7 @@ class DesignBuilder {
         const std::string name = "x" + std::to_string(kind);
         Signal &input = mInputs[kind];
         if (input.wire == nullptr) {
-            Block &pin = *Block::create(*top.model, "pin" + std::to_string(kind), A_TYPE_PIN_BLOCK);
-            pin.setParam(A_TYPE_PIN_TYPE, ValueRef(input.type()));
-            pin.setParam(number(0), *Wire::create(*top.in, name));
-            input.wire = Wire::create(pin, number(0));
+            input = pinned(top, *Wire::create(*top.in, name), input.type());
             top.pool.push_back(input);
         }
         return input;
@@ -504,6 +505,9 @@ class DesignBuilder {
     }
 
     void addBlock(const Recipe &recipe, const BlockShape &shape) {
+        if (!shape.family.empty() && (mLevels.size() > 1 || mFamilies.count(shape.family) != 0)) {
+            return;
+        }
         const std::size_t at = static_cast<std::size_t>(&shape - mGenerator.mShapes.data());
         std::unique_ptr<std::vector<DataClass>> &classes = mGenerator.mClasses[at];
         if (classes == nullptr) {
@@ -524,6 +528,9 @@ class DesignBuilder {
             const Trial &trial = tryPlan(*plan);
             if (trial.refusal.empty()) {
                 place(*plan, trial);
+                if (!shape.family.empty()) {
+                    mFamilies.insert(shape.family);
+                }
                 ++tally.made[wanted];
                 return;
             }
@@ -531,10 +538,37 @@ class DesignBuilder {
         }
     }
 
+    Signal pinned(Level &level, Wire &wire, const PureValueRef &type) {
+        Block &pin = *Block::create(*level.model, nextName(level), A_TYPE_PIN_BLOCK);
+        pin.setParam(A_TYPE_PIN_TYPE, ValueRef(type));
+        pin.setParam(number(0), wire);
+        return signal(*Wire::create(pin, number(0)), type);
+    }
+
     void addConstant(const Recipe &recipe) {
         const auto at = std::find_if(mGenerator.mOrdinary.begin(), mGenerator.mOrdinary.end(),
                                      [](const BlockShape *shape) { return shape->type == A_CONST_BLOCK; });
         addBlock(recipe, **at);
+    }
+
+    /// A signal that goes on through a tag. Types do not pass tags, so a pin tells it.
+    void addTags(const Recipe &recipe) {
+        Chooser chooser(recipe, 0);
+        const std::optional<Signal> from = pick(mLevels.size() - 1, chooser, [](const Signal &) { return true; });
+        if (!from) {
+            return;
+        }
+        Level &level = mLevels.back();
+        const PureValueRef tag = text("tag" + std::to_string(mTags++));
+        const std::size_t readers = 1 + chooser.below(2);
+        Block &source = *Block::create(*level.model, nextName(level), A_GOTO_BLOCK);
+        source.setParam(A_GOTO_PORT_IN, *from->wire);
+        source.setParam(A_GOTO_TAG, ValueRef(tag));
+        for (std::size_t i = 0; i < readers; ++i) {
+            Block &reader = *Block::create(*level.model, nextName(level), A_FROM_BLOCK);
+            reader.setParam(A_GOTO_TAG, ValueRef(tag));
+            level.pool.push_back(pinned(level, *Wire::create(reader, A_FROM_WIRE_OUT), from->type()));
+        }
     }
 
     /// A delay whose input comes later, from what is made of its output.
@@ -548,10 +582,7 @@ class DesignBuilder {
         Level &level = mLevels.back();
         Block &delay = *Block::create(*level.model, nextName(level), A_DELAY_BLOCK);
         delay.setParam(A_DELAY_LENGTH, NumberValue::get(static_cast<int>(1 + chooser.below(3)), mContext));
-        Block &pin = *Block::create(*level.model, nextName(level), A_TYPE_PIN_BLOCK);
-        pin.setParam(A_TYPE_PIN_TYPE, ValueRef(like->type()));
-        pin.setParam(number(0), *Wire::create(delay, A_PRIM_WIRE_OUT));
-        level.pool.push_back(signal(*Wire::create(pin, number(0)), like->type()));
+        level.pool.push_back(pinned(level, *Wire::create(delay, A_PRIM_WIRE_OUT), like->type()));
         level.loops.push_back({&delay, level.pool.back()});
     }
 
@@ -658,7 +689,9 @@ class DesignBuilder {
     std::vector<Level> mLevels;
     std::vector<Signal> mInputs;
     std::vector<Callable> mCallables;
+    std::set<std::string> mFamilies;
     std::size_t mModels = 0;
+    std::size_t mTags = 0;
 };
 
 DesignGenerator::DesignGenerator(Context *context) : mContext(context), mShapes(blockShapes(context)) {

@@ -2,6 +2,7 @@
 #include "sim/compilerimpl.h"
 
 #include "sim/bigint.h"
+#include "sim/blockrows.h"
 #include "sim/floatkernels.h"
 #include "sim/kernels.h"
 
@@ -299,6 +300,41 @@ void BlockWriter::constant(const Signal &out, const ValueRef &value) {
     }
 }
 
+ValueRef BlockWriter::inherited(const StaticString &key) const {
+    ValueRef value = param(key);
+    for (std::uint32_t at = mInstance; !value && at != kNoParent; at = mCompiler.mInstances[at].parent) {
+        value = mCompiler.mInstances[at].model->getParam(key);
+    }
+    return value;
+}
+
+void BlockWriter::joinBus(const PureValueRef &bus) { mCompiler.mBuses[bus].push_back(*this); }
+
+Signal BlockWriter::outside(const PureValueRef &name, const SignalType &type) {
+    const auto [at, isNew] = mCompiler.mOutside.try_emplace(name);
+    Signal &signal = at->second;
+    if (isNew) {
+        std::vector<ScalarType> scalars;
+        appendScalars(type, scalars);
+        for (const ScalarType &one : scalars) {
+            const Leaf leaf = temporary(one);
+            signal.first = signal.known() ? signal.first : leaf;
+            signal.type = &type;
+        }
+    } else if (signal.type != &type) {
+        fail("'" + name->toString() + "' comes from outside with two types");
+    }
+    return signal;
+}
+
+void BlockWriter::show(const PureValueRef &name, const Signal &signal) {
+    const std::string place = mCompiler.placeOf(mBlock, mInstance);
+    const auto [at, isNew] = mCompiler.mShown.try_emplace(name, signal, place);
+    if (!isNew) {
+        throw CompileError{"'" + name->toString() + "' has two drivers", {at->second.second, place}};
+    }
+}
+
 void BlockWriter::fail(const std::string &reason) const {
     throw CompileError{reason, {mCompiler.placeOf(mBlock, mInstance)}};
 }
@@ -331,6 +367,10 @@ void Compiler::layOut(std::uint32_t instance) {
                     continue;
                 }
             }
+            if (block.type() == A_FROM_BLOCK.get_ptr() && !mTypesOfSignals.getType(wire, mInstances[instance].chain)) {
+                // Becomes the signal at its Goto.
+                continue;
+            }
             const SignalType *type = mTypes.of(mTypesOfSignals.getType(wire, mInstances[instance].chain));
             if (type == nullptr) {
                 throw CompileError{"wire '" + wire.getName()->toString() + "' has no type", {placeOf(block, instance)}};
@@ -350,9 +390,9 @@ void Compiler::layOut(std::uint32_t instance) {
     }
 }
 
-void Compiler::joinInstance(const Block &block, std::uint32_t instance, std::uint32_t below) {
+void Compiler::joinInstance(std::uint32_t below) {
     const Model &model = *mInstances[below].model;
-    BlockWriter writer(*this, block, instance);
+    BlockWriter writer(*this, *mInstances[below].chain.back(), mInstances[below].parent);
     const auto join = [&](const Signal &out, const Signal &in, const PureValueRef &name) {
         if (!out.known() || !in.known()) {
             return;
@@ -406,14 +446,13 @@ void Compiler::writeBlock(const Block &block, std::uint32_t instance) {
     }
 }
 
-void Compiler::compile() {
+void Compiler::layOutInstances() {
     mInstances.push_back({&mTop, {}, kNoParent});
-    mWires.emplace_back();
-    layOut(0);
     for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
+        mWires.emplace_back();
+        layOut(at);
         for (const Block &block : *mInstances[at].model) {
             if (block.type() != A_MODEL_BLOCK.get_ptr()) {
-                writeBlock(block, at);
                 continue;
             }
             const Model *below = Node::from<Model>(block[A_MODEL_NODE]);
@@ -430,11 +469,25 @@ void Compiler::compile() {
             }
             chain.push_back(&block);
             mInstances.push_back({below, std::move(chain), at});
-            mWires.emplace_back();
-            const auto made = static_cast<std::uint32_t>(mInstances.size() - 1);
-            layOut(made);
-            joinInstance(block, at, made);
         }
+    }
+}
+
+void Compiler::compile() {
+    layOutInstances();
+    joinTags();
+    for (std::uint32_t at = 1; at < mInstances.size(); ++at) {
+        joinInstance(at);
+    }
+    for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
+        for (const Block &block : *mInstances[at].model) {
+            if (block.type() != A_MODEL_BLOCK.get_ptr()) {
+                writeBlock(block, at);
+            }
+        }
+    }
+    for (auto &[name, users] : mBuses) {
+        writeBus(users);
     }
     addEdges();
     resolveAliases();
@@ -467,6 +520,12 @@ void Compiler::addEdges() {
                 addEdge(outputs, "", port.getName(), signal);
             }
         }
+    }
+    for (const auto &[name, signal] : mOutside) {
+        addEdge(inputs, "", name, signal);
+    }
+    for (const auto &[name, shown] : mShown) {
+        addEdge(outputs, "", name, shown.first);
     }
     for (const std::string &path : mOptions.probes) {
         addProbe(path);

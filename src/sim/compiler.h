@@ -101,6 +101,16 @@ class BlockWriter {
     /// The constant of a parameter, brought to the type of the signal.
     void constant(const Signal &out, const ValueRef &value);
 
+    /// A parameter of the block or, if it has none, of the nearest model that holds it in this instance and has one.
+    ValueRef inherited(const StaticString &key) const;
+    /// Has `writeBus` called, once all blocks are written, for all blocks that joined the bus of this name.
+    void joinBus(const PureValueRef &bus);
+    /// A signal that the outside drives under a name; all who ask for the name share it. It becomes an input of the
+    /// simulator.
+    Signal outside(const PureValueRef &name, const SignalType &type);
+    /// Drives a signal to the outside; it becomes an output of the simulator. One block may drive a name.
+    void show(const PureValueRef &name, const Signal &signal);
+
     [[noreturn]] void fail(const std::string &reason) const;
 
   private:

@@ -8,6 +8,7 @@
 #include <orvo/model.h>
 #include <orvo/typeinferpass.h>
 
+#include <map>
 #include <unordered_map>
 
 namespace orvo::sim {
@@ -20,6 +21,8 @@ struct Edge {
     Operand operand;
     std::uint32_t rank = 0;
 };
+
+class TagJoiner;
 
 class Compiler {
   public:
@@ -38,6 +41,7 @@ class Compiler {
 
   private:
     friend class BlockWriter;
+    friend class TagJoiner;
 
     struct Instance {
         const Model *model;
@@ -50,7 +54,9 @@ class Compiler {
     void layOut(std::uint32_t instance);
     bool hasFloats(const Block &block, std::uint32_t instance);
     void writeBlock(const Block &block, std::uint32_t instance);
-    void joinInstance(const Block &block, std::uint32_t instance, std::uint32_t below);
+    void layOutInstances();
+    void joinInstance(std::uint32_t below);
+    void joinTags();
     Signal signalOf(const Wire *wire, std::uint32_t instance);
     void addEdges();
     void addProbe(const std::string &path);
@@ -73,6 +79,10 @@ class Compiler {
     std::vector<WireMap> mWires;
     /// The runs of leaves that belong to wires; those between are temporaries.
     std::vector<std::pair<Leaf, Leaf>> mWireLeaves;
+    std::map<PureValueRef, std::vector<BlockWriter>, DeepValueCmp> mBuses;
+    /// What the outside drives, and what it is shown, with the place of the block that drives it.
+    std::map<PureValueRef, Signal, DeepValueCmp> mOutside;
+    std::map<PureValueRef, std::pair<Signal, std::string>, DeepValueCmp> mShown;
     std::vector<ScalarType> mLeaves;
     /// The leaf that each leaf stands for; itself if it has a value of its own.
     std::vector<Leaf> mAliases;

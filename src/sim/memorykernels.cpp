@@ -129,6 +129,7 @@ void writeMemory(std::uint64_t *words, const Op &op) {
             setBit(content, place, bitAt(words + data.at, place - range.begin));
         }
     }
+    // One side alone has no conflict, and so no input for one.
     const std::uint64_t begin = std::max(written[0].begin, written[1].begin);
     for (std::uint64_t bit = begin; bit < std::min(written[0].end, written[1].end); ++bit) {
         setBit(content, bit, bitAt(words + op.in[op.count - 1].at, bit - begin));

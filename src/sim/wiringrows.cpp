@@ -39,6 +39,14 @@ void convertSignal(BlockWriter &writer, const Signal &out, const Signal &in) {
     });
 }
 
+void writeByName(BlockWriter &writer) {
+    for (const Port &port : writer.block().ports()) {
+        if (const Signal out = writer.out(port.getName()); out.known()) {
+            convertSignal(writer, out, writer.in(port.getName()));
+        }
+    }
+}
+
 void require(const BlockWriter &writer, const Signal &signal, const char *what) {
     if (!signal.known()) {
         writer.fail(std::string(what) + " is not connected");
@@ -72,15 +80,6 @@ void writeFanout(BlockWriter &writer) {
     for (const Wire &wire : block) {
         if (const Signal out = writer.out(wire.getName()); out.known()) {
             convertSignal(writer, out, in);
-        }
-    }
-}
-
-/// Each port to the wire of its name.
-void writeByName(BlockWriter &writer) {
-    for (const Port &port : writer.block().ports()) {
-        if (const Signal out = writer.out(port.getName()); out.known()) {
-            convertSignal(writer, out, writer.in(port.getName()));
         }
     }
 }
@@ -248,6 +247,8 @@ void writeRecordUnpack(BlockWriter &writer) {
 const BlockRow kRows[] = {
     {&A_INPUT_BLOCK, nullptr},
     {&A_OUTPUT_BLOCK, nullptr},
+    {&A_GOTO_BLOCK, nullptr},
+    {&A_FROM_BLOCK, nullptr},
     {&A_ECC_SINK_BLOCK, nullptr},
     {&A_ENABLE_SINK_BLOCK, nullptr},
     {&A_TERMINAL_BLOCK, writeFanout},
