@@ -7,6 +7,7 @@
 #include <orvo/typeinferpass.h>
 
 #include <map>
+#include <optional>
 #include <unordered_map>
 
 namespace orvo::sim {
@@ -17,8 +18,6 @@ struct Edge {
     ScalarType type;
     Operand operand;
 };
-
-class TagJoiner;
 
 class Compiler {
   public:
@@ -50,9 +49,8 @@ class Compiler {
     void layOut(std::uint32_t instance);
     bool hasFloats(const Block &block, std::uint32_t instance);
     void writeBlock(const Block &block, std::uint32_t instance);
-    void layOutInstances();
+    void findInstances();
     void joinInstance(std::uint32_t below);
-    void joinTags();
     Signal signalOf(const Wire *wire, std::uint32_t instance);
     void addEdges();
     void addProbe(const std::string &path);
@@ -68,6 +66,8 @@ class Compiler {
     GlobalTypePass mTypesOfSignals;
     SignalTypes mTypes;
     std::vector<Instance> mInstances;
+    /// Of a model block that cannot be followed; told once the types are known to be sound.
+    std::optional<CompileError> mFault;
     std::vector<WireMap> mWires;
     std::map<PureValueRef, std::vector<BlockWriter>, DeepValueCmp> mBuses;
     /// What the outside drives, and what it is shown, with the place of the block that drives it.
