@@ -1,4 +1,5 @@
 // Registers and memories on a bus, against a host's view of them.
+#include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
 
 namespace orvo::sim {
@@ -107,6 +108,55 @@ TEST_F(BusRowsTest, showTheBusWhatTheDesignWrites) {
         }
         last = in.at("c");
     }
+}
+
+TEST_F(BusRowsTest, computeWhatADecoderAroundARegisterDoes) {
+    Design before(mgr.context());
+    setWidths(before, "4", "16");
+    Model &top = *Model::create(before, "top");
+    Block &field = reg(top, "field", true, "9", "busAccessReadWrite", "4", "9", "(typeSFixed 6 0)");
+    field.setParam(A_MM_REGISTER_INITIAL_VALUE, ValueRef(value("-5")));
+    output(top, "y", fieldOf(field, "s6.0"));
+
+    Design after(mgr.context());
+    Model &logic = *Model::create(after, "top");
+    Block &bus = block(logic, "bus", "busInBlock");
+    Block &answers = block(logic, "answers", "busOutBlock");
+    const auto of = [&](const StaticString &signal, const char *type) -> Wire & {
+        return pinned(*Wire::create(bus, signal), type);
+    };
+    const auto constant = [&](const char *name, const char *number, const char *type) -> Wire & {
+        return *Wire::create(block(logic, name, "constBlock", {{"constValue", number}, {"constType", type}}),
+                             A_PRIM_WIRE_OUT);
+    };
+    const auto gate = [&](const char *name, const char *type, Wire &a, Wire &b) -> Wire & {
+        Block &made = block(logic, name, type);
+        made.setParam(value("0"), a);
+        made.setParam(value("1"), b);
+        return *Wire::create(made, A_PRIM_WIRE_OUT);
+    };
+    Wire &hit = gate("hit", "cmpEqBlock", constant("addr", "9", "(typeUFixed 4 0)"), of(A_SARNET_MM_ADDRESS, "u4.0"));
+    Wire &readHit = gate("readHit", "andBlock", hit, of(A_SARNET_MM_READ, "u1.0"));
+    Wire &writeHit = gate("writeHit", "andBlock", hit, of(A_SARNET_MM_WRITE, "u1.0"));
+    Block &held = block(logic, "mm_reg", "registerBlock", {{"registerInitValue", "944"}});
+    held.setParam(value("0"), of(A_SARNET_MM_WRITEDATA, "u16.0"));
+    held.setParam(A_REGISTER_PORT_ENABLE, writeHit);
+    Wire &word = *Wire::create(held, A_PRIM_WIRE_OUT);
+    Block &bits = block(logic, "bitsel", "bitSelectBlock",
+                        {{"bitSelectBitOffset", "4"}, {"bitSelectOutputType", "(typeUFixed 6 0)"}});
+    bits.setParam(value("0"), word);
+    Block &cast =
+        block(logic, "cast", "castBlock", {{"castMode", "castModeReinterp"}, {"castOutputType", "(typeSFixed 6 0)"}});
+    cast.setParam(value("0"), *Wire::create(bits, A_PRIM_WIRE_OUT));
+    output(logic, "y", *Wire::create(cast, A_PRIM_WIRE_OUT));
+    Block &selector = block(logic, "bus_selector", "selectBlock");
+    selector.setParam(A_SELECT_PORT_DEFAULT_DATA, constant("bus_zero", "0", "(typeUFixed 16 0)"));
+    selector.setParam(value("(selectPortkeyCtrl 0)"), readHit);
+    selector.setParam(value("(selectPortkeyData 0)"), word);
+    answers.setParam(A_SARNET_MM_READDATA, *Wire::create(selector, A_PRIM_WIRE_OUT));
+    answers.setParam(A_SARNET_MM_READDATAVALID, *Wire::create(selector, A_SELECT_WIRE_VALID));
+    answers.setParam(A_SARNET_MM_WAITREQUEST, constant("waitReq_zero", "0", "(typeUFixed 1 0)"));
+    EXPECT_SAME_BEHAVIOUR(before, after, "top");
 }
 
 TEST_F(BusRowsTest, keepFieldsOfFloatsAsPatterns) {

@@ -1,4 +1,5 @@
 // The border of a design: what comes from outside and goes there, adapters of streams, memories outside.
+#include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
 
 #include <deque>
@@ -144,6 +145,38 @@ TEST_F(InterfaceRowsTest, sourcesQueueUntilTheReceiverIsReady) {
     }
     EXPECT_GT(lost, 10);
     EXPECT_GT(held, 100);
+}
+
+TEST_F(InterfaceRowsTest, sourcesComputeWhatAQueueForEachSignalDoes) {
+    const Texts inputs{{kData, "s8.0"}, {kChannel, "u4.0"}, {kStart, "u1.0"},
+                       {kEnd, "u1.0"},  {kValid, "u1.0"},   {kReady, "u1.0"}};
+    Design before(mgr.context());
+    oneBlock(before, "sarnetSTSourceBlock", inputs, inputs, {{"sarnetSTFIFOsetup", "(6 1 3)"}});
+    Design after(mgr.context());
+    Model &top = *Model::create(after, "top");
+    std::map<std::string, Wire *> in;
+    for (const auto &[name, type] : inputs) {
+        in[name] = &input(top, name, type);
+    }
+    Block &moves = block(top, "rdyAndV", "andBlock");
+    // Types do not find their way around the loop of queue and acknowledge by themselves.
+    Wire &acknowledge = pinned(*Wire::create(moves, A_PRIM_WIRE_OUT), "u1.0");
+    for (const char *name : {kData, kChannel, kStart, kEnd}) {
+        Block &queue = block(top, std::string(name) + "FIFO", "fifoBlock",
+                             {{"fifoDepth", "6"}, {"fifoLowThreshold", "1"}, {"fifoHighThreshold", "3"}});
+        queue.setParam(A_FIFO_PORT_DATA, *in[name]);
+        queue.setParam(A_FIFO_PORT_WRITE_EN, *in[kValid]);
+        queue.setParam(A_FIFO_PORT_READ_ACK, acknowledge);
+        output(top, name, *Wire::create(queue, A_FIFO_WIRE_DATA));
+    }
+    Block &data = *top.getBlock(value(std::string(kData) + "FIFO"));
+    moves.setParam(value("0"), *in[kReady]);
+    moves.setParam(value("1"), *Wire::create(data, A_FIFO_WIRE_VALID));
+    Block &invert = block(top, "not", "notBlock");
+    invert.setParam(value("0"), *Wire::create(data, A_FIFO_WIRE_HIGH));
+    output(top, kReady, *Wire::create(invert, A_PRIM_WIRE_OUT));
+    output(top, kValid, acknowledge);
+    EXPECT_SAME_BEHAVIOUR(before, after, "top");
 }
 
 TEST_F(InterfaceRowsTest, sourcesGoOutsideWhereTheBlockHasNoWires) {

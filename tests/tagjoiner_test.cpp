@@ -24,7 +24,7 @@ class TagJoinerTest : public test::SimulatorFixture {
     /// A model that gives away under its output `o` what it reads from the tag.
     Model &reader(Design &design, const char *name) {
         Model &model = *Model::create(design, name);
-        output(model, "o", pinned(receiver(model, "from"), "s8.0"));
+        output(model, "o", receiver(model, "from"));
         return model;
     }
 };
@@ -46,7 +46,7 @@ TEST_F(TagJoinerTest, joinsInEachInstanceByItself) {
     Model &top = *Model::create(design, "top");
     Model &below = *Model::create(design, "below");
     sender(below, "goto", *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), "i"), "misspelt");
-    output(below, "o", pinned(receiver(below, "from"), "s8.0"));
+    output(below, "o", receiver(below, "from"));
     for (const char *name : {"a", "b"}) {
         Block &made = instance(top, name, below);
         made.setParam(value("i"), input(top, name, "s8.0"));
@@ -70,10 +70,10 @@ TEST_F(TagJoinerTest, letsTheNearestReachWin) {
     sender(middle, "scoped", *Wire::create(in, "i"), "gotoTagTypeScoped");
     // A local tag of one model is none of another.
     sender(middle, "local", *Wire::create(in, "j"), "gotoTagTypeLocal");
-    output(middle, "local", pinned(receiver(middle, "from"), "s8.0"));
+    output(middle, "local", receiver(middle, "from"));
     output(middle, "scoped", *Wire::create(instance(middle, "inner", below), "o"));
     output(other, "global", *Wire::create(instance(other, "inner", below), "o"));
-    output(other, "bus", pinned(receiver(other, "from bus", "u"), "s8.0"));
+    output(other, "bus", receiver(other, "from bus", "u"));
     Block &one = instance(top, "one", middle);
     one.setParam(value("i"), input(top, "y", "s8.0"));
     one.setParam(value("j"), input(top, "z", "s8.0"));
@@ -87,6 +87,32 @@ TEST_F(TagJoinerTest, letsTheNearestReachWin) {
     Simulator simulator(design, top);
     EXPECT_EQ(stepByName(simulator, {{"x", 1}, {"b", 2}, {"c", 3}, {"y", 4}, {"z", 5}}),
               (std::map<std::string, std::int64_t>{{"global", 1}, {"bus", 3}, {"scoped", 4}, {"local", 5}}));
+}
+
+TEST_F(TagJoinerTest, letsTypesThrough) {
+    Design design(mgr.context());
+    Model &top = *Model::create(design, "top");
+    Model &below = *Model::create(design, "below");
+    // Out of a model that gets its type from above, through an adder, a tag and another adder, and back to an input.
+    Block &in = *Block::create(below, "in", A_INPUT_BLOCK);
+    sender(below, "goto", *Wire::create(in, "i"), "gotoTagTypeGlobal");
+    instance(top, "a", below).setParam(value("i"), input(top, "x", "s8.0"));
+    Block &add = block(top, "add", "addBlock");
+    Wire &t = receiver(top, "from");
+    add.setParam(value("0"), t);
+    add.setParam(value("1"), t);
+    sender(top, "sum", *Wire::create(add, A_PRIM_WIRE_OUT), "gotoTagTypeLocal", "s");
+    Block &more = block(top, "more", "addBlock");
+    more.setParam(value("0"), receiver(top, "sum again", "s"));
+    more.setParam(value("1"), t);
+    output(top, "y", *Wire::create(more, A_PRIM_WIRE_OUT));
+    Wire &plain = *Wire::create(*top.getInputBlock(), "z");
+    sender(top, "plain", plain, "gotoTagTypeLocal", "p");
+    output(top, "z", pinned(receiver(top, "later", "p"), "u5.0"));
+    Simulator simulator(design, top);
+    EXPECT_EQ(stepByName(simulator, {{"x", -128}, {"z", 31}}),
+              (std::map<std::string, std::int64_t>{{"y", -384}, {"z", 31}}));
+    EXPECT_EQ(simulator.outputs()[0].width, 10U);
 }
 
 TEST_F(TagJoinerTest, followsChainsInAnyOrder) {

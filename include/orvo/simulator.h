@@ -70,7 +70,8 @@ class ORVO_API Simulator {
     Simulator(const Simulator &) = delete;
     Simulator &operator=(const Simulator &) = delete;
 
-    /// The scalars of the top model's input and output blocks, in the order of their names.
+    /// The scalars of the top model's input and output blocks, then those of the interfaces of all instances, in the
+    /// order of their names. A signal of an interface is named by the pair of the interface and the signal.
     const std::vector<Scalar> &inputs() const;
     const std::vector<Scalar> &outputs() const;
     /// The scalars of the probed wires, in the order of the options.

@@ -73,7 +73,7 @@ class Bus {
   private:
     int widthOf(const StaticString &key) const {
         const NumberValueRef number = numberVR(mFirst.block().getDesign().getParam(key));
-        if (!number || !number->isInt() || number->toInt() < 1) {
+        if (!number || !number->isInt() || number->toInt() < 1 || number->toInt() > NumTypeSpec::kMaxWidth) {
             mFirst.fail("the design gives no '" + std::string(key.text()) + "' for the bus");
         }
         return number->toInt();

@@ -5,6 +5,7 @@
 #include "sim/blockrows.h"
 #include "sim/floatkernels.h"
 #include "sim/kernels.h"
+#include "sim/tagjoiner.h"
 
 #include <orvo/corevalues.h>
 #include <orvo/design.h>
@@ -446,11 +447,9 @@ void Compiler::writeBlock(const Block &block, std::uint32_t instance) {
     }
 }
 
-void Compiler::layOutInstances() {
+void Compiler::findInstances() {
     mInstances.push_back({&mTop, {}, kNoParent});
     for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
-        mWires.emplace_back();
-        layOut(at);
         for (const Block &block : *mInstances[at].model) {
             if (block.type() != A_MODEL_BLOCK.get_ptr()) {
                 continue;
@@ -461,8 +460,10 @@ void Compiler::layOutInstances() {
                 below == mInstances[at].model ||
                 std::any_of(chain.begin(), chain.end(), [&](const Block *step) { return &step->getModel() == below; });
             if (below == nullptr || isInside) {
-                BlockWriter(*this, block, at)
-                    .fail(below == nullptr ? "the model block has no model" : "the model instantiates itself");
+                const char *reason =
+                    below == nullptr ? "the model block has no model" : "the model instantiates itself";
+                mFault = mFault ? mFault : CompileError{reason, {placeOf(block, at)}};
+                continue;
             }
             if (mInstances.size() > limits::kTypeInstances) {
                 BlockWriter(*this, block, at).fail("the design has too many instances");
@@ -474,8 +475,17 @@ void Compiler::layOutInstances() {
 }
 
 void Compiler::compile() {
-    layOutInstances();
-    joinTags();
+    findInstances();
+    TagJoiner tags(*this);
+    tags.inferTypes();
+    mWires.resize(mInstances.size());
+    for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
+        layOut(at);
+    }
+    if (mFault) {
+        throw CompileError(*mFault);
+    }
+    tags.join();
     for (std::uint32_t at = 1; at < mInstances.size(); ++at) {
         joinInstance(at);
     }

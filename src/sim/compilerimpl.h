@@ -9,6 +9,7 @@
 #include <orvo/typeinferpass.h>
 
 #include <map>
+#include <optional>
 #include <unordered_map>
 
 namespace orvo::sim {
@@ -21,8 +22,6 @@ struct Edge {
     Operand operand;
     std::uint32_t rank = 0;
 };
-
-class TagJoiner;
 
 class Compiler {
   public:
@@ -54,9 +53,8 @@ class Compiler {
     void layOut(std::uint32_t instance);
     bool hasFloats(const Block &block, std::uint32_t instance);
     void writeBlock(const Block &block, std::uint32_t instance);
-    void layOutInstances();
+    void findInstances();
     void joinInstance(std::uint32_t below);
-    void joinTags();
     Signal signalOf(const Wire *wire, std::uint32_t instance);
     void addEdges();
     void addProbe(const std::string &path);
@@ -76,6 +74,8 @@ class Compiler {
     GlobalTypePass mTypesOfSignals;
     SignalTypes mTypes;
     std::vector<Instance> mInstances;
+    /// Of a model block that cannot be followed; told once the types are known to be sound.
+    std::optional<CompileError> mFault;
     std::vector<WireMap> mWires;
     /// The runs of leaves that belong to wires; those between are temporaries.
     std::vector<std::pair<Leaf, Leaf>> mWireLeaves;
