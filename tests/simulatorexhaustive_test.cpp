@@ -708,17 +708,16 @@ TEST(EveryFixedTriple, goesThroughBlocksOfThreeNumbers) {
          {},
          {{kOut, [](const Arguments &in,
                     const Format &out) { return brought(in[0]->value * in[1]->value + in[2]->value, out); }}}},
-        {"mux of three",
-         "muxBlock",
-         {{"0", 'a'}, {"1", 'b'}, {"2", 'a'}, {"muxPortSelect", 'd'}},
-         {},
-         {{kOut,
-           [](const Arguments &in, const Format &out) {
-               return in[3]->pattern > 2 ? mpz_class(0) : brought(in[in[3]->pattern]->value, out);
-           }}}},
     };
-    check(rows,
-          {{'a', formats({2})}, {'b', formats({0})}, {'c', {{4, -1, true}, {3, 1, false}}}, {'d', {{2, 0, false}}}});
+    check(rows, {{'a', formats({2})}, {'b', formats({0})}, {'c', {{4, -1, true}, {3, 1, false}}}});
+}
+
+TEST(EveryFixedTriple, isChosenFromByNumber) {
+    const Judge selected = [](const Arguments &in, const Format &out) {
+        return in[3]->pattern > 2 ? mpz_class(0) : brought(in[in[3]->pattern]->value, out);
+    };
+    check({{"mux", "muxBlock", {{"0", 'a'}, {"1", 'b'}, {"2", 'c'}, {"muxPortSelect", 'd'}}, {}, {{kOut, selected}}}},
+          {{'a', {{4, 2, true}, {3, -1, false}}}, {'b', formats({0})}, {'c', {{3, 1, true}}}, {'d', {{2, 0, false}}}});
 }
 
 } // namespace
