@@ -227,6 +227,12 @@ TEST_F(SimulatorTest, multipliesAndDivides) {
          {{"modMultModulusValue", "7"}},
          {kOut},
          {{{15, 15}, {1}}}},
+        {"modulo an even number",
+         "modMultBlock",
+         {{"0", "u4.0"}, {"1", "u4.0"}},
+         {{"modMultModulusValue", "12"}},
+         {kOut},
+         {{{15, 15}, {9}}}},
     });
 }
 

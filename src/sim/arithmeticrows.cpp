@@ -756,7 +756,8 @@ void writeModMult(BlockWriter &writer) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
             const Factor product =
                 exactProduct(writer, {*leafAt(in[0], lane), std::nullopt}, {*leafAt(in[1], lane), std::nullopt});
-            writer.emit(leaf, 0, {writer.raw(product.re), writer.raw(modulus.first)}, moduloKernel);
+            // An even modulus has a type without its low bits.
+            emitAligned(writer, leaf, {product.re, modulus.first}, moduloKernel);
         });
     }
 }
