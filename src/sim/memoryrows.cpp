@@ -125,9 +125,10 @@ struct Side {
 };
 
 /// The bits of the initial content, element after element.
-std::vector<bool> contentOf(const BlockWriter &writer, const ScalarType &type, std::uint32_t scalar) {
+std::vector<bool> contentOf(const BlockWriter &writer, const StaticString &key, const ScalarType &type,
+                            std::uint32_t scalar) {
     std::vector<bool> bits;
-    const TupleValueRef data = tupleVR(writer.param(A_DUAL_MEM_DATA));
+    const TupleValueRef data = tupleVR(writer.param(key));
     if (!data) {
         return bits;
     }
@@ -147,7 +148,9 @@ std::vector<bool> contentOf(const BlockWriter &writer, const ScalarType &type, s
 
 /// The state of one scalar of the elements: `state` and its words, with the content at reset.
 std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Side sides[2], std::uint32_t scalar) {
-    const bool dataIsSecond = writer.param(A_DUAL_MEM_DATA_TYPE_IS_DATA1) == A_FALSE;
+    // The alternative content stands in elements of the other side.
+    const bool isAlternative = !writer.param(A_DUAL_MEM_DATA);
+    const bool dataIsSecond = (writer.param(A_DUAL_MEM_DATA_TYPE_IS_DATA1) == A_FALSE) != isAlternative;
     std::int64_t bits = 0;
     ScalarType contentType;
     for (int side = 0; side < 2; ++side) {
@@ -162,7 +165,8 @@ std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Sid
             contentType = type;
         }
     }
-    const std::vector<bool> content = contentOf(writer, contentType, scalar);
+    const std::vector<bool> content =
+        contentOf(writer, isAlternative ? A_DUAL_MEM_ALT_PORT_DATA : A_DUAL_MEM_DATA, contentType, scalar);
     bits = std::max(bits, static_cast<std::int64_t>(content.size()));
     if (bits <= 0 || bits > kMostBits) {
         writer.fail("the memory has no depth that can be kept");
