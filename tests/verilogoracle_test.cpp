@@ -710,13 +710,18 @@ std::vector<OracleDesign> memoryDesigns() {
     const std::vector<std::string> one{"dualMemWireData1"};
     const std::vector<std::string> both{"dualMemWireData1", "dualMemWireData2"};
     const Texts four{{"dualMemData", "(1 -2 300 4)"}, {"dualMemTypeData1", "(typeSFixed 8 0)"}};
+    const Texts halves{{"dualMemTypeData1", "(typeSFixed 16 0)"},
+                       {"dualMemTypeData2", "(typeSFixed 8 0)"},
+                       {"dualMemDepth1", "4"},
+                       {"dualMemDepth2", "8"}};
     std::vector<OracleDesign> designs;
     designs.push_back(
         {"memories",
          inputs,
          {
-             {"dualMemBlock", first, four, one, true},
-             {"dualMemBlock", with(first, {{"dualMemPortRead1", "r"}}), four, one, true},
+             {"dualMemBlock", first, four, one},
+             {"dualMemBlock", with(first, {{"dualMemPortRead1", "r"}}), four, one},
+             {"dualMemBlock", first, {{"dualMemDepth1", "4"}, {"memUninit", "true"}}, one, true},
              {"dualMemBlock", first, {{"dualMemDepth1", "3"}}, one, true},
              {"dualMemBlock", with(first, second), {{"dualMemDepth1", "8"}, {"dualMemDepth2", "8"}}, both, true},
              {"dualMemBlock", with(first, second), with(four, {{"dualMemTypeData2", "(typeSFixed 8 0)"}}), both, true},
@@ -726,8 +731,19 @@ std::vector<OracleDesign> memoryDesigns() {
              {"dualMemBlock",
               {{"dualMemPortAddr1", "n"}, {"dualMemPortData1", "q"}, {"dualMemPortWrite1En", "v"}},
               {{"dualMemDepth1", "16"}},
-              one,
-              true},
+              one},
+             {"dualMemBlock",
+              {{"dualMemPortAddr1", "a"}, {"dualMemPortAddr2", "b"}},
+              with(halves, {{"dualMemData", "(4660 -2 300 4)"}}),
+              both},
+             {"dualMemBlock",
+              {{"dualMemPortAddr1", "a"}, {"dualMemPortAddr2", "b"}},
+              with(halves, {{"dualMemData", "(1 2 3 -4 5 6 7)"}, {"dualMemDataTypeIsData1", "false"}}),
+              both},
+             {"dualMemBlock",
+              {{"dualMemPortAddr1", "a"}, {"dualMemPortAddr2", "b"}},
+              with(halves, {{"dualMemAltPortData", "(1 2 3 -4 5 6 7 8)"}}),
+              both},
              {"dualMemBlock",
               {{"dualMemPortAddr1", "n"}},
               {{"dualMemData", "(9 8 7 6 5)"}, {"dualMemTypeData1", "(typeUFixed 4 0)"}},

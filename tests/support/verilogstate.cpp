@@ -272,7 +272,7 @@ struct Side {
 };
 
 /// An array of the narrower elements, of which the wider side sees several at a time, the low ones at even addresses.
-/// What nobody wrote is x, as is what both sides write at once.
+/// What both sides write at once is x.
 void writeDualMemory(VerilogBlock &block) {
     VerilogText &text = block.text;
     Side sides[2] = {
@@ -291,27 +291,32 @@ void writeDualMemory(VerilogBlock &block) {
             unit = unit == 0 ? side.width : std::min(unit, side.width);
         }
     }
-    const TupleValueRef data = tupleVR(block.param(A_DUAL_MEM_DATA));
-    const auto contentSide = static_cast<std::size_t>(block.param(A_DUAL_MEM_DATA_TYPE_IS_DATA1) == A_FALSE ? 1 : 0);
+    // The content stands in elements of one side, or, as the alternative, of the other.
+    const bool isAlternative = !block.param(A_DUAL_MEM_DATA);
+    const TupleValueRef data = tupleVR(block.param(isAlternative ? A_DUAL_MEM_ALT_PORT_DATA : A_DUAL_MEM_DATA));
+    const bool isSecond = (block.param(A_DUAL_MEM_DATA_TYPE_IS_DATA1) == A_FALSE) != isAlternative;
+    const Side &dataSide = sides[isSecond ? 1 : 0];
     const std::int64_t entries = data ? static_cast<std::int64_t>(data->size()) : 0;
-    const std::int64_t units = std::max({block.integer(A_DUAL_MEM_DEPTH1, 0) * sides[0].width / unit,
-                                         block.integer(A_DUAL_MEM_DEPTH2, 0) * sides[1].width / unit,
-                                         entries * sides[contentSide].width / unit});
+    const std::int64_t units =
+        std::max({block.integer(A_DUAL_MEM_DEPTH1, 0) * sides[0].width / unit,
+                  block.integer(A_DUAL_MEM_DEPTH2, 0) * sides[1].width / unit, entries * dataSide.width / unit});
     const std::string memory = text.freshName("m");
     text.add(fmt::format("reg [{}:0] {} [0:{}];", unit - 1, memory, units - 1));
-    if (data) {
-        const Side &side = sides[contentSide];
-        const Net type = (side.out.known() ? side.out : side.data).nets[0];
+    std::vector<std::string> content(
+        static_cast<std::size_t>(units),
+        std::string(static_cast<std::size_t>(unit), block.isTrue(A_MEM_UNINIT) ? 'x' : '0'));
+    for (std::int64_t i = 0; i < entries; ++i) {
+        const Net type = (dataSide.out.known() ? dataSide.out : dataSide.data).nets.at(0);
+        const std::string whole = literal(numberVR(data->at(static_cast<std::size_t>(i))), type).text;
         const auto each = static_cast<std::size_t>(unit);
-        for (std::int64_t i = 0; i < entries; ++i) {
-            const Net whole = literal(numberVR(data->at(static_cast<std::size_t>(i))), type);
-            const std::string digits = whole.text.substr(whole.text.size() - static_cast<std::size_t>(type.width));
-            const int parts = type.width / unit;
-            for (int part = 0; part < parts; ++part) {
-                const std::string own = digits.substr(static_cast<std::size_t>(parts - 1 - part) * each, each);
-                text.add(fmt::format("initial {}[{}] = {}'b{};", memory, i * parts + part, unit, own));
-            }
+        const std::size_t parts = static_cast<std::size_t>(type.width) / each;
+        for (std::size_t part = 0; part < parts; ++part) {
+            // The lowest bits stand at the end of the text.
+            content[static_cast<std::size_t>(i) * parts + part] = whole.substr(whole.size() - (part + 1) * each, each);
         }
+    }
+    for (std::size_t i = 0; i < content.size(); ++i) {
+        text.add(fmt::format("initial {}[{}] = {}'b{};", memory, i, unit, content[i]));
     }
     for (int i = 0; i < 2; ++i) {
         const Side &side = sides[i];
