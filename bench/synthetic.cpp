@@ -111,4 +111,51 @@ Wire &makeSynthetic(Design &design, const SyntheticOptions &options) {
     return fillModel(top, options.blocks - share * options.models, inputOf(top, options), options, random);
 }
 
+Model &makePipeline(Design &design, std::size_t blocks, std::uint64_t seed) {
+    constexpr std::size_t kColumns = 64;
+    constexpr std::size_t kInputs = 8;
+    Context *context = design.getContext();
+    util::SplitMix random(seed);
+    Model &top = *Model::create(design, "top");
+    const PureValueRef port0 = NumberValue::get(0, context);
+    const PureValueRef port1 = NumberValue::get(1, context);
+    Block &in = *Block::create(top, "in", A_INPUT_BLOCK);
+    std::vector<Wire *> row;
+    for (std::size_t i = 0; i < kColumns; ++i) {
+        if (i < kInputs) {
+            Block &pin = *Block::create(top, numbered("inType", i), A_TYPE_PIN_BLOCK);
+            pin.setParam(A_TYPE_PIN_TYPE, NumTypeSpec::sfixed(16, 4).toValue(context));
+            pin.setParam(port0, *Wire::create(in, numbered("x", i)));
+            row.push_back(Wire::create(pin, port0));
+        } else {
+            row.push_back(row[i - kInputs]);
+        }
+    }
+    // Sums keep chance alive, which conjunctions and disjunctions alone would end.
+    const StaticString *types[] = {&A_ADD_BLOCK, &A_SUB_BLOCK, &A_XOR_BLOCK, &A_ADD_BLOCK,
+                                   &A_SUB_BLOCK, &A_XOR_BLOCK, &A_OR_BLOCK,  &A_AND_BLOCK};
+    for (std::size_t made = 0; made + kColumns <= blocks; made += kColumns) {
+        std::vector<Wire *> next;
+        for (std::size_t i = 0; i < kColumns; ++i) {
+            Block &block = *Block::create(top, numbered("block", made + i));
+            if (made / kColumns % 4 == 3) {
+                block.setParam(A_BLOCK_TYPE, A_DELAY_BLOCK);
+                block.setParam(A_DELAY_LENGTH, NumberValue::get(1, context));
+            } else {
+                block.setParam(A_BLOCK_TYPE, *types[random.below(8)]);
+                block.setParam(port1, *row[(i + 1 + random.below(kColumns - 1)) % kColumns]);
+                block.setParam(A_ADD_NO_GROWTH, A_TRUE);
+            }
+            block.setParam(port0, *row[i]);
+            next.push_back(Wire::create(block, A_PRIM_WIRE_OUT));
+        }
+        row.swap(next);
+    }
+    Block &out = *Block::create(top, "out", A_OUTPUT_BLOCK);
+    for (std::size_t i = 0; i < kColumns; ++i) {
+        out.setParam(NumberValue::get(static_cast<long>(i), context), *row[i]);
+    }
+    return top;
+}
+
 } // namespace orvo::bench

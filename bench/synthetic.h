@@ -6,6 +6,7 @@
 
 namespace orvo {
 class Design;
+class Model;
 class Wire;
 } // namespace orvo
 
@@ -29,5 +30,10 @@ struct SyntheticOptions {
 
 /// Fills an empty design. Gives the last wire of the top model.
 Wire &makeSynthetic(Design &design, const SyntheticOptions &options);
+
+/// Fills an empty design with about as many blocks in rows of 64, of sums, differences and logic on 20 bits, each
+/// fourth row of registers; every wire is read. Unlike in a chain, few paths are long, as in designs that are meant for
+/// hardware.
+Model &makePipeline(Design &design, std::size_t blocks, std::uint64_t seed = 1);
 
 } // namespace orvo::bench

@@ -9,6 +9,9 @@ set(ORVO_BENCH_TOOLS ${ORVO_BENCH_ALL})
 list(FILTER ORVO_BENCH_TOOLS INCLUDE REGEX "/tool_[^/]*\\.cpp$")
 set(ORVO_BENCH_SHARED ${ORVO_BENCH_ALL})
 list(FILTER ORVO_BENCH_SHARED EXCLUDE REGEX "(_bench|/tool_[^/]*)\\.cpp$")
+# Netlists go to other simulators by the export that the tests use.
+file(GLOB ORVO_BENCH_VERILOG CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/support/verilog*.cpp)
+list(APPEND ORVO_BENCH_SHARED ${ORVO_BENCH_VERILOG})
 
 if(ORVO_BENCH_SHARED)
     add_library(orvo_bench_shared STATIC ${ORVO_BENCH_SHARED})
@@ -18,7 +21,8 @@ else()
     add_library(orvo_bench_shared INTERFACE)
     set(ORVO_BENCH_SCOPE INTERFACE)
 endif()
-target_include_directories(orvo_bench_shared ${ORVO_BENCH_SCOPE} ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/bench)
+target_include_directories(orvo_bench_shared ${ORVO_BENCH_SCOPE} ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/bench
+                           ${PROJECT_SOURCE_DIR}/tests)
 target_link_libraries(
     orvo_bench_shared ${ORVO_BENCH_SCOPE} orvo::orvo orvo::orvo_sim XercesC::XercesC fmt::fmt-header-only Threads::Threads
 )

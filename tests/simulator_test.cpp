@@ -207,6 +207,12 @@ TEST_F(SimulatorTest, multipliesAndDivides) {
          {{"modMultModulusValue", "7"}},
          {kOut},
          {{{15, 15}, {1}}}},
+        {"modulo an even number",
+         "modMultBlock",
+         {{"0", "u4.0"}, {"1", "u4.0"}},
+         {{"modMultModulusValue", "12"}},
+         {kOut},
+         {{{15, 15}, {9}}}},
     });
 }
 
@@ -593,6 +599,14 @@ TEST_F(SimulatorTest, readsAndWritesMemories) {
          {{"dualMemData", "(1 2 3)"}, {"dualMemTypeData1", "(typeUFixed 2 0)"}},
          {"dualMemWireData1"},
          {{{1, 1}, {2}}, {{2, 0}, {2}}, {{2, 1}, {3}}, {{3, 1}, {0}}}},
+        {"content of the other side",
+         "dualMemBlock",
+         {{"dualMemPortAddr1", "u1.0"}, {"dualMemPortAddr2", "u2.0"}},
+         {{"dualMemAltPortData", "(1 2 3 -4)"},
+          {"dualMemTypeData1", "(typeUFixed 16 0)"},
+          {"dualMemTypeData2", "(typeSFixed 8 0)"}},
+         {"dualMemWireData1", "dualMemWireData2"},
+         {{{0, 2}, {0x0201, 3}}, {{1, 3}, {0xfc03, -4}}}},
         {"shared halves",
          "dualMemBlock",
          {{"dualMemPortAddr1", "u1.0"},

@@ -7,7 +7,7 @@ packages=(
     g++ cmake ninja-build pkg-config ccache lld
     libgmp-dev libmpfr-dev libxerces-c-dev libfmt-dev libcli11-dev nlohmann-json3-dev
     # Testing and measuring
-    libgtest-dev libgmock-dev librapidcheck-dev libbenchmark-dev python3 git zsh locales
+    libgtest-dev libgmock-dev librapidcheck-dev libbenchmark-dev python3 git zsh locales iverilog verilator
     # Sanitizers, fuzzing, formatting
     clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14
 )

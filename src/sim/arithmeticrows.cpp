@@ -761,10 +761,13 @@ void writeModMult(BlockWriter &writer) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
             const Factor product =
                 exactProduct(writer, {*leafAt(in[0], lane), std::nullopt}, {*leafAt(in[1], lane), std::nullopt});
-            writer.emit(
-                leaf, 0,
-                {writer.raw(product.re), writer.raw(modulus.first), writer.raw(writer.unknown(writer.scalar(leaf)))},
-                moduloKernel);
+            // An even modulus has a type without its low bits.
+            const std::int32_t fraction =
+                commonFraction(writer, std::initializer_list<Leaf>{product.re, modulus.first});
+            writer.emit(leaf, fraction - writer.scalar(leaf).fraction,
+                        {writer.aligned(product.re, fraction), writer.aligned(modulus.first, fraction),
+                         writer.raw(writer.unknown(writer.scalar(leaf)))},
+                        moduloKernel);
         });
     }
 }

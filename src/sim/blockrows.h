@@ -3,17 +3,19 @@
 
 #include "sim/compiler.h"
 
+#include <orvo/api.h>
+
 #include <span>
 
 namespace orvo::sim {
 
-std::span<const BlockRow> wiringRows();
-std::span<const BlockRow> arithmeticRows();
+ORVO_API std::span<const BlockRow> wiringRows();
+ORVO_API std::span<const BlockRow> arithmeticRows();
 /// For blocks of which an end is a float; a type without a row here works on the bits of floats as on any.
 std::span<const BlockRow> floatRows();
-std::span<const BlockRow> steeringRows();
-std::span<const BlockRow> sequentialRows();
-std::span<const BlockRow> memoryRows();
+ORVO_API std::span<const BlockRow> steeringRows();
+ORVO_API std::span<const BlockRow> sequentialRows();
+ORVO_API std::span<const BlockRow> memoryRows();
 std::span<const BlockRow> stallRows();
 std::span<const BlockRow> interfaceRows();
 std::span<const BlockRow> busRows();

@@ -301,7 +301,7 @@ std::pair<Leaf, Leaf> writeMemoryBlock(BlockWriter &writer, Bus &bus) {
     std::vector<Operand> writes;
     if (design.out.known()) {
         requireFixed(writer, design.address, "the address");
-        emitRead(writer, design, nullptr, design.out.first, 0, state, words);
+        emitRead(writer, design, design.out.first, 0, state, words);
     }
     if (design.data.known() && design.write.known()) {
         requireFixed(writer, design.address, "the address");

@@ -94,21 +94,15 @@ void moveQueue(std::uint64_t *words, const Op &op) {
 void readMemory(std::uint64_t *words, const Op &op) {
     const Operand &out = op.out;
     std::uint64_t *to = words + out.at;
-    const std::uint64_t *unknown = words + op.in[1].at;
     const std::uint64_t place = placeOf(words, op, op.in[0], out.width);
     if (place == kNowhere) {
-        std::copy_n(unknown, wordsFor(out.width), to);
+        std::copy_n(words + op.in[1].at, wordsFor(out.width), to);
         return;
     }
     std::fill_n(to, wordsFor(out.width), 0);
-    Range taken{0, 0};
-    if (op.count > 2 && isTrue(words, op.in[2])) {
-        taken = rangeOf(words, op, op.in[3], static_cast<std::uint32_t>(op.aux));
-    }
     const std::uint64_t *content = words + op.state + kMemoryHeaderWords;
     for (std::uint32_t bit = 0; bit < out.width; ++bit) {
-        const bool isTaken = place + bit >= taken.begin && place + bit < taken.end;
-        setBit(to, bit, isTaken ? bitAt(unknown, bit) : bitAt(content, place + bit));
+        setBit(to, bit, bitAt(content, place + bit));
     }
     if (out.isSigned && out.width % 64 != 0 && bitAt(to, out.width - 1)) {
         to[out.width / 64] |= ~std::uint64_t{0} << (out.width % 64);

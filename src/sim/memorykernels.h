@@ -28,8 +28,7 @@ void moveQueue(std::uint64_t *words, const Op &op);
 /// The header of a memory: its bits.
 inline constexpr std::uint32_t kMemoryHeaderWords = 1;
 
-/// The element at the address in input 0; input 1, which is unknown, beyond the end, and where inputs 2 and 3 are
-/// there, the enable and address of a write of `op.aux` bits, for the bits that this write takes in the same cycle.
+/// The element at the address in input 0; input 1, which is unknown, beyond the end.
 void readMemory(std::uint64_t *words, const Op &op);
 /// Writes of both sides: enable, address, data of side 1, then of side 2. Bits that both write in one cycle become
 /// those of the last input, which is unknown.

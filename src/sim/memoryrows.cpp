@@ -65,19 +65,12 @@ std::pair<std::uint32_t, std::uint32_t> memoryOf(BlockWriter &writer, std::int64
     return {state, words};
 }
 
-void emitRead(BlockWriter &writer, const Side &side, const Side *other, Leaf leaf, std::uint32_t lane,
-              std::uint32_t state, std::uint32_t words) {
-    std::vector<Operand> operands{writer.raw(*leafAt(side.address, lane)),
-                                  writer.raw(writer.unknown(writer.scalar(leaf)))};
-    int written = 0;
-    if (other != nullptr && other->write.known() && other->data.known()) {
-        requireFixed(writer, other->address, "an address");
-        operands.push_back(writer.raw(truth(writer, *leafAt(other->write, lane))));
-        operands.push_back(writer.raw(*leafAt(other->address, lane)));
-        written = static_cast<int>(other->data.type->scalar.width);
-    }
+void emitRead(BlockWriter &writer, const Side &side, Leaf leaf, std::uint32_t lane, std::uint32_t state,
+              std::uint32_t words) {
+    const std::vector<Operand> operands{writer.raw(*leafAt(side.address, lane)),
+                                        writer.raw(writer.unknown(writer.scalar(leaf)))};
     if (!side.read.known()) {
-        writer.emitFromState(leaf, state, words, operands, readMemory, written);
+        writer.emitFromState(leaf, state, words, operands, readMemory);
         return;
     }
     // A read that is not enabled holds the last data.
@@ -85,7 +78,7 @@ void emitRead(BlockWriter &writer, const Side &side, const Side *other, Leaf lea
     const std::uint32_t heldState = writer.state(each);
     const Leaf now = writer.temporary(writer.scalar(leaf));
     const Leaf held = writer.temporary(writer.scalar(leaf));
-    writer.emitFromState(now, state, words, operands, readMemory, written);
+    writer.emitFromState(now, state, words, operands, readMemory);
     writer.emitFromState(held, heldState, each, {}, readState);
     emitMux(writer, leaf, truth(writer, *leafAt(side.read, lane)), {held, now});
     writer.commit(heldState, each, {writer.raw(leaf)}, writeState);
@@ -221,7 +214,9 @@ void writeSharedFifo(BlockWriter &writer) {
 /// The state of one scalar of the elements: `state` and its words, with the content at reset.
 std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Side sides[2], std::uint32_t scalar,
                                                   std::uint32_t part) {
-    const bool dataIsSecond = writer.param(A_DUAL_MEM_DATA_TYPE_IS_DATA1) == A_FALSE;
+    // The alternative content stands in elements of the other side.
+    const bool isAlternative = !writer.param(A_DUAL_MEM_DATA);
+    const bool dataIsSecond = (writer.param(A_DUAL_MEM_DATA_TYPE_IS_DATA1) == A_FALSE) != isAlternative;
     std::int64_t bits = 0;
     ScalarType contentType;
     for (int side = 0; side < 2; ++side) {
@@ -236,7 +231,8 @@ std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Sid
             contentType = type;
         }
     }
-    return memoryOf(writer, bits, contentOf(writer, tupleVR(writer.param(A_DUAL_MEM_DATA)), contentType, scalar, part));
+    const StaticString &key = isAlternative ? A_DUAL_MEM_ALT_PORT_DATA : A_DUAL_MEM_DATA;
+    return memoryOf(writer, bits, contentOf(writer, tupleVR(writer.param(key)), contentType, scalar, part));
 }
 
 /// A memory of one side that nobody writes.
@@ -255,7 +251,7 @@ void writeReadAccessTable(BlockWriter &writer) {
         const std::vector<bool> content =
             contentOf(writer, tupleVR(writer.param(A_LUT_DATA)), writer.scalar(leaf), scalar, part);
         const auto [state, words] = memoryOf(writer, static_cast<std::int64_t>(content.size()), content);
-        emitRead(writer, side, nullptr, leaf, lane, state, words);
+        emitRead(writer, side, leaf, lane, state, words);
     });
 }
 
@@ -284,9 +280,7 @@ void writeDualMemory(BlockWriter &writer) {
         for (const Side &side : sides) {
             if (side.out.known()) {
                 requireFixed(writer, side.address, "an address");
-                const Side *other =
-                    writer.isTrue(A_DUAL_MEM_RW_CONFLICT_IGNORE) ? &sides[&side == sides ? 1 : 0] : nullptr;
-                emitRead(writer, side, other, *leafAt(side.out, lane, part), lane, state, words);
+                emitRead(writer, side, *leafAt(side.out, lane, part), lane, state, words);
             }
             if (side.write.known() && side.data.known()) {
                 requireFixed(writer, side.address, "an address");
