@@ -56,6 +56,7 @@ struct OracleDesign {
 struct Trial {
     std::string name;
     std::unique_ptr<Design> design;
+    const Model *top = nullptr;
     std::unique_ptr<Simulator> simulator;
     test::VerilogModule module;
     /// By output of the simulator: whether it may be x, and where it comes from.
@@ -187,9 +188,10 @@ class VerilogOracleTest : public ::testing::Test {
 
   private:
     void finish(Trial &trial) {
-        const Model &top = *trial.design->begin();
-        trial.simulator = std::make_unique<Simulator>(*trial.design, top);
-        trial.module = test::verilogModule(*trial.design, top, "unnamed");
+        const Model *named = trial.design->getModel(value("top"));
+        trial.top = named != nullptr ? named : &*trial.design->begin();
+        trial.simulator = std::make_unique<Simulator>(*trial.design, *trial.top);
+        trial.module = test::verilogModule(*trial.design, *trial.top, "unnamed");
     }
     std::string refusal(const OracleDesign &design) {
         try {
@@ -210,7 +212,7 @@ class VerilogOracleTest : public ::testing::Test {
         int widest = 1;
         for (std::size_t i = 0; i < runs.size(); ++i) {
             Trial &trial = runs[i];
-            trial.module = test::verilogModule(*trial.design, *trial.design->begin(), fmt::format("design{}", i));
+            trial.module = test::verilogModule(*trial.design, *trial.top, fmt::format("design{}", i));
             source << trial.module.text;
             std::string ports;
             std::string together;
@@ -767,13 +769,13 @@ TEST_F(VerilogOracleTest, agreesOnState) { check("state", stateDesigns()); }
 
 TEST_F(VerilogOracleTest, agreesOnMemories) { check("memories", memoryDesigns()); }
 
-/// Whole designs, in which blocks feed each other.
-TEST_F(VerilogOracleTest, agreesOnFilters) {
+/// Blocks that feed each other, and instances of models.
+TEST_F(VerilogOracleTest, agreesOnWholeDesigns) {
     std::vector<Trial> trials;
-    for (const char *name : {"fir16", "biquad"}) {
+    for (const char *name : {"fir16", "biquad", "mixer_pair", "matrix_vector", "select_lut"}) {
         trials.push_back(example(name));
     }
-    check("filters", {}, std::move(trials));
+    check("whole", {}, std::move(trials));
 }
 
 /// Block types of the families on fixed point that no module here holds.

@@ -100,10 +100,7 @@ class ModuleWriter {
     ModuleWriter &operator=(const ModuleWriter &) = delete;
 
     VerilogModule write(const std::string &name) {
-        layOut();
-        for (const Block &block : mTop) {
-            writeBlock(block);
-        }
+        writeModel(mTop, {}, nullptr);
         std::string ports = "input wire clk";
         for (const VerilogPort &port : mModule.inputs) {
             ports += ", input wire " + declared(port);
@@ -116,60 +113,81 @@ class ModuleWriter {
     }
 
   private:
+    using Signals = std::map<const Wire *, NetSignal>;
+
     static std::string declared(const VerilogPort &port) {
         return range({port.net, port.width, 0, port.isSigned}) + port.net;
     }
-    void layOut() {
-        for (const Block &block : mTop) {
-            const bool isInput = block.type() == A_INPUT_BLOCK.get_ptr();
+    /// The blocks of an instance, into the one module of all. `outside` is the model block as its model sees it.
+    void writeModel(const Model &model, const RefChain &chain, const VerilogBlock *outside) {
+        Signals signals;
+        for (const Block &block : model) {
             for (const Wire &wire : block) {
-                const PureValueRef type = mTypes.getType(wire, {});
-                if (!type && wire.port_size() == 0) {
-                    continue;
+                const bool isInput = block.type() == A_INPUT_BLOCK.get_ptr();
+                if (isInput && outside != nullptr) {
+                    signals.emplace(&wire, outside->need(wire.getName()));
+                } else if (const PureValueRef type = mTypes.getType(wire, chain); type || wire.port_size() != 0) {
+                    signals.emplace(&wire, declare(wire, type, isInput));
                 }
-                const std::string wireName = wire.getName()->toString();
-                NetSignal signal = signalOf(type, mContext, wireName);
-                const std::vector<std::string> names = scalarNames(signal, wireName);
-                for (std::size_t i = 0; i < signal.nets.size(); ++i) {
-                    Net &net = signal.nets[i];
-                    net.text = mText.freshName(isInput ? "i" : "w");
-                    if (isInput) {
-                        mModule.inputs.push_back({names[i], net.text, net.width, net.isSigned});
-                    } else {
-                        mDeclarations += "    wire " + range(net) + net.text + ";\n";
-                    }
-                }
-                mSignals.emplace(&wire, std::move(signal));
             }
         }
-    }
-    void writeBlock(const Block &block) {
-        if (block.type() == A_INPUT_BLOCK.get_ptr()) {
-            return;
+        for (const Block &block : model) {
+            writeBlock(block, chain, signals, outside);
         }
+    }
+    NetSignal declare(const Wire &wire, const PureValueRef &type, bool isInput) {
+        const std::string wireName = wire.getName()->toString();
+        NetSignal signal = signalOf(type, mContext, wireName);
+        const std::vector<std::string> names = scalarNames(signal, wireName);
+        for (std::size_t i = 0; i < signal.nets.size(); ++i) {
+            Net &net = signal.nets[i];
+            net.text = mText.freshName(isInput ? "i" : "w");
+            if (isInput) {
+                mModule.inputs.push_back({names[i], net.text, net.width, net.isSigned});
+            } else {
+                mDeclarations += "    wire " + range(net) + net.text + ";\n";
+            }
+        }
+        return signal;
+    }
+    void writeBlock(const Block &block, const RefChain &chain, const Signals &signals, const VerilogBlock *outside) {
+        VerilogBlock writer(block, signals, mText);
         if (block.type() == A_OUTPUT_BLOCK.get_ptr()) {
-            writeOutputs(block);
-            return;
+            writeOutputs(writer, outside);
+        } else if (block.type() == A_MODEL_BLOCK.get_ptr()) {
+            const Model *below = Node::from<Model>(block[A_MODEL_NODE]);
+            if (below == nullptr) {
+                writer.fail("it has no model");
+            }
+            RefChain longer = chain;
+            longer.push_back(&block);
+            writeModel(*below, longer, &writer);
+        } else if (block.type() != A_INPUT_BLOCK.get_ptr()) {
+            const Value *type = block.type();
+            if (const auto plain = mVariants.lookup(block.getParam(A_BLOCK_TYPE)); plain && rows().count(type) == 0) {
+                type = plain.get_ptr();
+            }
+            const auto row = rows().find(type);
+            if (row == rows().end()) {
+                writer.fail("its type cannot be written");
+            }
+            row->second->write(writer);
         }
-        const Value *type = block.type();
-        if (const auto plain = mVariants.lookup(block.getParam(A_BLOCK_TYPE)); plain && rows().count(type) == 0) {
-            type = plain.get_ptr();
-        }
-        VerilogBlock writer(block, mSignals, mText);
-        const auto row = rows().find(type);
-        if (row == rows().end()) {
-            writer.fail("its type cannot be written");
-        }
-        row->second->write(writer);
     }
-    void writeOutputs(const Block &block) {
-        for (const Port &port : block.ports()) {
-            const NetSignal &signal = mSignals.at(port.peekWire());
+    /// To the ports of the module, or to the wires of the model block.
+    void writeOutputs(const VerilogBlock &writer, const VerilogBlock *outside) {
+        for (const Port &port : writer.block().ports()) {
+            const NetSignal signal = writer.need(port.getName());
+            const NetSignal beyond = outside != nullptr ? outside->out(port.getName()) : NetSignal();
             const std::vector<std::string> names = scalarNames(signal, port.getName()->toString());
             for (std::size_t i = 0; i < signal.nets.size(); ++i) {
                 const Net &net = signal.nets[i];
-                mModule.outputs.push_back({names[i], mText.freshName("o"), net.width, net.isSigned});
-                mText.add("assign " + mModule.outputs.back().net + " = " + net.text + ";");
+                if (outside == nullptr) {
+                    mModule.outputs.push_back({names[i], mText.freshName("o"), net.width, net.isSigned});
+                    mText.add("assign " + mModule.outputs.back().net + " = " + net.text + ";");
+                } else if (beyond.known()) {
+                    mText.assign(beyond.nets.at(i), net.text);
+                }
             }
         }
     }
@@ -178,7 +196,6 @@ class ModuleWriter {
     Context *mContext;
     GlobalTypePass mTypes;
     NONSBlockMap mVariants;
-    std::map<const Wire *, NetSignal> mSignals;
     VerilogText mText;
     std::string mDeclarations;
     VerilogModule mModule;
@@ -205,6 +222,9 @@ Net literal(std::int64_t value, int width, int fraction) {
 }
 
 Net literal(const NumberValueRef &number, const Net &type) {
+    if (!number || number->isSpecial()) {
+        throw VerilogError("what should be a fixed-point number is none");
+    }
     mpz_t value;
     mpz_t bound;
     mpz_init(value);

@@ -14,7 +14,7 @@ class Value;
 
 namespace orvo::test {
 
-/// A design that has no form as a module: a block type without a row, a record, a float, a hierarchy.
+/// A design that has no form as a module: a block type without a row, a record, a float.
 class VerilogError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -34,8 +34,8 @@ struct VerilogModule {
     std::vector<VerilogPort> outputs;
 };
 
-/// The module has the clock `clk` beside these ports; it starts in the state before the first cycle. What is unknown
-/// is x.
+/// All instances below the model in one module, which has the clock `clk` beside these ports; it starts in
+/// the state before the first cycle. What is unknown is x.
 VerilogModule verilogModule(const Design &design, const Model &top, const std::string &name);
 
 /// Whether a block type can stand in such a module.

@@ -222,10 +222,34 @@ NetSignal constantOf(VerilogBlock &block, const StaticString &key) {
     return constantOf(block, key, isVector ? static_cast<int>(tuple->size()) - 1 : 1, isComplex);
 }
 
+/// The numbers of a constant, rolled by dimensions and parts, for the scalars of a signal; what is not rolled serves
+/// all.
+void appendNumbers(VerilogBlock &block, const ValueRef &value, const NetSignal &signal, std::size_t dim,
+                   std::vector<NumberValueRef> &numbers) {
+    const TupleValueRef tuple = tupleVR(value);
+    if (dim < signal.dims.size()) {
+        const bool isRolled = tuple && tuple->size() != 0 && tuple->at(0) == A_VECTOR_ROLL_TAG;
+        for (std::size_t i = 0; i < static_cast<std::size_t>(signal.dims[dim]); ++i) {
+            appendNumbers(block, isRolled ? tuple->at(i + 1) : value, signal, dim + 1, numbers);
+        }
+        return;
+    }
+    const bool isComplex = tuple && tuple->size() == 3 && tuple->at(0) == A_COMPLEX_ROLL_TAG;
+    for (std::size_t part = 0; part < static_cast<std::size_t>(signal.element); ++part) {
+        const NumberValueRef zero = NumberValue::get(0, block.block().getContext());
+        numbers.push_back(isComplex ? numberVR(tuple->at(part + 1)) : part == 0 ? numberVR(value) : zero);
+        if (!numbers.back()) {
+            block.fail("a constant is no number");
+        }
+    }
+}
+
 void writeConst(VerilogBlock &block) {
     const NetSignal out = block.out();
+    std::vector<NumberValueRef> numbers;
+    appendNumbers(block, block.param(A_CONST_VALUE), out, 0, numbers);
     for (std::size_t i = 0; i < out.nets.size(); ++i) {
-        block.text.assign(out.nets[i], literal(block.number(A_CONST_VALUE, static_cast<int>(i)), out.nets[i]).text);
+        block.text.assign(out.nets[i], literal(numbers[i], out.nets[i]).text);
     }
 }
 
