@@ -62,6 +62,11 @@ if(ORVO_THREAD_SOURCES)
     )
 endif()
 
+# --- The table of mutants ------------------------------------------------------------------------------------------------
+
+# Running the mutants takes minutes (make mutants); that each can still be planted in the sources takes none.
+add_test(NAME mutants_table COMMAND python3 ${PROJECT_SOURCE_DIR}/tools/mutants.py --check)
+
 # --- Programs with a start of their own --------------------------------------------------------------------------------
 
 # tests/program/NAME.cpp is a program by itself, for tests that need their own main() or must be started and killed;

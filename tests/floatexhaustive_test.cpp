@@ -698,11 +698,16 @@ TEST(TernaryFloats, loseNothingBetweenSquares) {
 
 // --- Casts -----------------------------------------------------------------------------------------------------------
 
+/// Flushing comes behind rounding, so that one direction shows it.
+std::span<const std::pair<FloatRounding, Direction>> directionsOf(bool subnormals) {
+    return std::span(kDirections).first(subnormals ? std::size(kDirections) : 1);
+}
+
 TEST(EveryHalf, isBroughtToOtherFormats) {
     const FloatFormat targets[] = {{8, 7}, {4, 3}, {5, 2}, {5, 10}};
     for (const FloatFormat &target : targets) {
         for (const bool subnormals : {true, false}) {
-            for (const auto &[rounding, direction] : kDirections) {
+            for (const auto &[rounding, direction] : directionsOf(subnormals)) {
                 Runner run(floatConvertKernel(), {operandOf(kHalf)}, operandOf(target),
                            floatAux(FloatMode{rounding, subnormals}));
                 for (std::uint64_t bits = 0; bits < kHalf.patterns(); bits += kExhaustiveStride) {
@@ -726,7 +731,7 @@ TEST(EveryHalf, comesFromFixedPoint) {
     const FixedFormat sources[] = {{16, 0, false}, {16, 24, true}, {16, -3, true}, {16, 27, false}, {16, 8, true}};
     for (const FixedFormat &source : sources) {
         for (const bool subnormals : {true, false}) {
-            for (const auto &[rounding, direction] : kDirections) {
+            for (const auto &[rounding, direction] : directionsOf(subnormals)) {
                 Runner run(floatFromFixedKernel(), {{0, source.width, source.isSigned, false, source.fraction}},
                            operandOf(kHalf), floatAux(FloatMode{rounding, subnormals}));
                 const std::int64_t low = source.isSigned ? -32768 : 0;

@@ -306,6 +306,83 @@ BigInt valueOf(const std::vector<std::uint64_t> &words, bool isSigned) {
     return value;
 }
 
+/// The ends of a type's range and what lies beside zero, in words.
+std::vector<BigInt> edgesOf(std::uint32_t width, bool isSigned) {
+    const BigInt one(1);
+    const BigInt half = one << (width - 1);
+    std::vector<BigInt> edges{BigInt(0), isSigned ? half - one : (half << 1) - one};
+    if (isSigned) {
+        edges.push_back(-BigInt(half));
+        edges.push_back(BigInt(-1));
+    } else {
+        edges.push_back(half);
+    }
+    return edges;
+}
+
+void putInto(std::vector<std::uint64_t> &words, std::uint32_t at, std::uint32_t width, const BigInt &value) {
+    BigInt pattern;
+    mpz_fdiv_r_2exp(pattern.get(), value.get(), wordsFor(width) * 64UL);
+    std::fill(words.begin() + at, words.begin() + at + wordsFor(width), 0);
+    mpz_export(words.data() + at, nullptr, -1, 8, 0, 0, pattern.get());
+}
+
+/// What the exact value is behind the dropped bits, in a type's width.
+BigInt cutTo(const BigInt &exact, std::int32_t drop, std::uint32_t width, bool isSigned) {
+    BigInt rest;
+    mpz_fdiv_q_2exp(rest.get(), exact.get(), static_cast<unsigned>(drop));
+    mpz_fdiv_r_2exp(rest.get(), rest.get(), width);
+    if (isSigned && mpz_tstbit(rest.get(), width - 1) != 0) {
+        rest -= BigInt(1) << width;
+    }
+    return rest;
+}
+
+/// Where one kind of integer ends and the next begins, carries and signs get lost: there each pair of ends is tried.
+TEST(WideKernels, keepCarriesAndSignsWhereWordsEnd) {
+    const std::uint32_t widths[] = {4, 62, 63, 64, 65, 127, 128, 129};
+    const auto forEachType = [&](auto visit) {
+        for (const std::uint32_t width : widths) {
+            visit(width, false);
+            visit(width, true);
+        }
+    };
+    forEachType([&](std::uint32_t widthA, bool signedA) {
+        forEachType([&](std::uint32_t widthB, bool signedB) {
+            forEachType([&](std::uint32_t width, bool isSigned) {
+                const std::uint32_t atB = wordsFor(widthA);
+                const std::uint32_t atOut = atB + wordsFor(widthB);
+                std::vector<std::uint64_t> words(atOut + wordsFor(width));
+                Operand operands[] = {{0, widthA, signedA, false, 0}, {atB, widthB, signedB, false, 0}};
+                Op op;
+                op.in = operands;
+                op.count = 2;
+                // A bit is dropped, which moves the carry into the result.
+                op.out = {atOut, width, isSigned, false, 1};
+                const Kernel sum = sumKernel(op);
+                const Kernel product = productKernel(op);
+                operands[1].isNegated = true;
+                const Kernel difference = sumKernel(op);
+                for (const BigInt &a : edgesOf(widthA, signedA)) {
+                    for (const BigInt &b : edgesOf(widthB, signedB)) {
+                        putInto(words, 0, widthA, a);
+                        putInto(words, atB, widthB, b);
+                        const auto result = [&](Kernel kernel) {
+                            kernel(words.data(), op);
+                            return valueOf({words.begin() + atOut, words.end()}, isSigned);
+                        };
+                        ASSERT_TRUE(result(difference) == cutTo(a - b, 1, width, isSigned)) << widthA << " " << widthB;
+                        operands[1].isNegated = false;
+                        ASSERT_TRUE(result(sum) == cutTo(a + b, 1, width, isSigned)) << widthA << " " << widthB;
+                        ASSERT_TRUE(result(product) == cutTo(a * b, 1, width, isSigned)) << widthA << " " << widthB;
+                        operands[1].isNegated = true;
+                    }
+                }
+            });
+        });
+    });
+}
+
 RC_GTEST_PROP(WideKernels, computeWhatGmpDoesAtAnyWidth, ()) {
     const auto width = [] {
         return *rc::gen::element<std::uint32_t>(1, 31, 32, 33, 63, 64, 65, 100, 127, 128, 129, 200, 300);

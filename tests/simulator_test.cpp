@@ -404,6 +404,13 @@ TEST_F(SimulatorTest, joinsWires) {
         {"unpack", "vunpackBlock", {{"vunpackPortIn", "[2][2] s4.0"}}, {}, {"0", "1"}, {{{1, 2, 3, 4}, {1, 2, 3, 4}}}},
         {"concatenate", "vconcatBlock", {{"0", "[2] s4.0"}, {"1", "s4.0"}}, {}, {kOut}, {{{1, 2, 3}, {1, 2, 3}}}},
         {"split", "vsplitBlock", {{"0", "[3] s4.0"}}, {{"vsplitLayout", "(1 2)"}}, {"1"}, {{{1, 2, 3}, {2, 3}}}},
+        {"equal shares", "vsplitBlock", {{"0", "[5] s4.0"}}, {}, {"0", "1", "2"}, {{{1, 2, 3, 4, 5}, {1, 2, 3, 4, 5}}}},
+        {"choose rows",
+         "vselectorBlock",
+         {{"vselectorPortIn", "[3] s4.0"}},
+         {{"vselectorIndicies", "((2 0 1))"}},
+         {kOut},
+         {{{1, 2, 3}, {3, 1, 2}}}},
         {"choose elements",
          "vselectorBlock",
          {{"vselectorPortIn", "[3][2] s4.0"}},
@@ -449,6 +456,12 @@ TEST_F(SimulatorTest, remembers) {
          {{"registerInitValue", "-3"}},
          {kOut},
          {{{5, 0}, {-3}}, {{6, 1}, {-3}}, {{7, 0}, {6}}, {{1, 1}, {6}}, {{0, 0}, {1}}}},
+        {"registers of a vector",
+         "registerBlock",
+         {{"0", "[2] s4.0"}, {"registerPortEnable", "[2] u1.0"}},
+         {{"registerInitValue", "(vectorRollTag -3 4)"}},
+         {kOut},
+         {{{1, 2, 0, 1}, {-3, 4}}, {{5, 6, 1, 0}, {-3, 2}}, {{0, 0, 0, 0}, {5, 2}}}},
         {"counter",
          "counterBlock",
          {{"portEnable", "u1.0"}},
@@ -461,6 +474,12 @@ TEST_F(SimulatorTest, remembers) {
          {{"counterLimit", "10"}, {"counterStep", "4"}},
          {kOut},
          {{{1}, {4}}, {{1}, {8}}, {{1}, {2}}}},
+        {"steps down",
+         "counterBlock",
+         {{"portEnable", "u1.0"}},
+         {{"counterLimit", "10"}, {"counterStep", "-3"}},
+         {kOut},
+         {{{1}, {7}}, {{0}, {7}}, {{1}, {4}}, {{1}, {1}}, {{1}, {8}}}},
         {"table",
          "lutBlock",
          {{"lutPortAddr", "s3.0"}},
@@ -468,6 +487,24 @@ TEST_F(SimulatorTest, remembers) {
          {kOut},
          {{{0}, {5}}, {{1}, {-3}}, {{2}, {7}}, {{3}, {0}}, {{-1}, {0}}}},
     });
+}
+
+TEST_F(SimulatorTest, bringsConstantsToTheirType) {
+    const auto constant = [&](const char *number, const char *type) {
+        const BlockCase row{"constant", "constBlock", {}, {{"constValue", number}, {"constType", type}}, {kOut}, {}};
+        const std::unique_ptr<Design> design = oneBlock(mgr.context(), row);
+        Simulator simulator(*design, *design->begin());
+        return stepWith(simulator, {})[0];
+    };
+    EXPECT_EQ(constant("20", "(typeUFixed 4 0)"), 15);
+    EXPECT_EQ(constant("-1", "(typeUFixed 4 0)"), 0);
+    EXPECT_EQ(constant("20", "(typeSFixed 4 0)"), 7);
+    EXPECT_EQ(constant("-20", "(typeSFixed 4 0)"), -8);
+    // Halves away from zero.
+    EXPECT_EQ(constant("0x5p-1", "(typeSFixed 4 0)"), 3);
+    EXPECT_EQ(constant("-0x5p-1", "(typeSFixed 4 0)"), -3);
+    EXPECT_EQ(constant("0x9p-2", "(typeSFixed 4 0)"), 2);
+    EXPECT_EQ(constant("-0x9p-2", "(typeSFixed 4 1)"), -5);
 }
 
 TEST_F(SimulatorTest, shiftsBySignals) {
@@ -578,7 +615,7 @@ TEST_F(SimulatorTest, readsAndWritesMemories) {
          {{"dualMemPortAddr1", "u2.0"}, {"dualMemPortData1", "s8.0"}, {"dualMemPortWrite1En", "u1.0"}},
          {{"dualMemData", "(1 -2 3 4)"}, {"dualMemTypeData1", "(typeSFixed 8 0)"}},
          {"dualMemWireData1"},
-         {{{1, 50, 1}, {-2}}, {{1, 60, 0}, {50}}, {{3, 0, 0}, {4}}}},
+         {{{1, 50, 1}, {-2}}, {{1, 60, 0}, {50}}, {{1, 0, 0}, {50}}, {{3, 0, 0}, {4}}}},
         {"two sides",
          "dualMemBlock",
          {{"dualMemPortAddr1", "u2.0"},
@@ -820,22 +857,59 @@ TEST_F(SimulatorTest, refusesFloatsThatHaveNoMeaning) {
               "rounding ties away from zero has no meaning but in a cast top/block");
 }
 
-TEST_F(SimulatorTest, computesTheFilterExactly) {
+/// Samples of 16 bits to show a filter: an impulse, a step at each end of the range, the ends in turn, sines, a ramp,
+/// and numbers by chance.
+std::vector<Numbers> filterStimuli() {
+    constexpr std::int64_t kLow = -32768;
+    constexpr std::int64_t kHigh = 32767;
+    std::vector<Numbers> streams(9);
+    streams[0] = {1};
+    streams[0].resize(40);
+    streams[1].assign(60, kHigh);
+    streams[2].assign(60, kLow);
+    std::mt19937 random(3);
+    for (int cycle = 0; cycle < 1000; ++cycle) {
+        streams[3].push_back(cycle % 2 == 0 ? kLow : kHigh);
+        streams[4].push_back(std::llround(32767 * std::sin(cycle * 0.05)));
+        streams[5].push_back(std::llround(30000 * std::sin(cycle * 0.9)));
+        streams[6].push_back(kLow + cycle * 65);
+        streams[7].push_back(static_cast<std::int16_t>(random()));
+        streams[8].push_back(random() % 2 == 0 ? kLow : kHigh);
+    }
+    return streams;
+}
+
+TEST_F(SimulatorTest, computesTheFilterAsDoublesDo) {
     const std::unique_ptr<Design> design = example("fir16");
     Simulator simulator(*design, *design->begin());
     ASSERT_EQ(simulator.inputs().size(), 1U);
-    const std::int64_t half[] = {-52, -131, -97, 421, 1572, 3198, 4782, 5761};
-    std::mt19937 random(3);
-    std::deque<std::int64_t> line(16, 0);
-    for (int cycle = 0; cycle < 500; ++cycle) {
-        const auto sample = static_cast<std::int16_t>(random());
-        line.push_front(sample);
-        line.pop_back();
-        std::int64_t sum = 0;
-        for (std::size_t i = 0; i < 16; ++i) {
-            sum += line[i] * half[i < 8 ? i : 15 - i];
+    ASSERT_EQ(simulator.outputs()[0].fraction, 30);
+    const double half[] = {-52, -131, -97, 421, 1572, 3198, 4782, 5761};
+    std::vector<Numbers> streams = filterStimuli();
+    // Each tap at an end of the range, with the sign of its coefficient: the largest sum there is, and the least.
+    for (const std::int64_t sign : {1, -1}) {
+        Numbers worst;
+        for (const double coefficient : half) {
+            worst.push_back(coefficient * static_cast<double>(sign) < 0 ? -32768 : 32767);
         }
-        EXPECT_EQ(stepWith(simulator, {sample}), (Numbers{sum})) << cycle;
+        worst.insert(worst.end(), worst.rbegin(), worst.rend());
+        streams.push_back(worst);
+    }
+    for (std::size_t stream = 0; stream < streams.size(); ++stream) {
+        simulator.reset();
+        std::deque<double> line(16, 0);
+        for (std::size_t cycle = 0; cycle < streams[stream].size(); ++cycle) {
+            const std::int64_t sample = streams[stream][cycle];
+            line.push_front(static_cast<double>(sample) / 32768);
+            line.pop_back();
+            double sum = 0;
+            for (std::size_t i = 0; i < 16; ++i) {
+                sum += line[i] * half[i < 8 ? i : 15 - i] / 32768;
+            }
+            // The types of products and sum keep every bit, and so do doubles.
+            const auto filtered = static_cast<double>(stepWith(simulator, {sample})[0]);
+            ASSERT_EQ(std::ldexp(filtered, -30), sum) << "stream " << stream << ", cycle " << cycle;
+        }
     }
 }
 
@@ -845,22 +919,37 @@ TEST_F(SimulatorTest, computesTheRecursiveFilterByItsDifferenceEquation) {
     const auto weight = [](double number) { return static_cast<std::int64_t>(std::round(number * 65536)); };
     const std::int64_t b[] = {weight(0.2066), weight(0.4131), weight(0.2066)};
     const std::int64_t a[] = {weight(-0.3695), weight(0.1958)};
-    std::int64_t x[3] = {};
-    std::int64_t y[2] = {};
-    std::mt19937 random(5);
-    for (int cycle = 0; cycle < 2000; ++cycle) {
-        x[2] = x[1];
-        x[1] = x[0];
-        x[0] = static_cast<std::int16_t>(random());
-        const std::int64_t sum = b[0] * x[0] + b[1] * x[1] + b[2] * x[2] - a[0] * y[0] - a[1] * y[1];
-        // To nearest, ties to even, then into sixteen bits.
-        std::int64_t result = sum >> 16;
-        const std::int64_t rest = sum & 0xffff;
-        result += rest > 0x8000 || (rest == 0x8000 && (result & 1) != 0) ? 1 : 0;
-        result = std::clamp<std::int64_t>(result, -32768, 32767);
-        EXPECT_EQ(stepWith(simulator, {x[0]}), (Numbers{result})) << cycle;
-        y[1] = y[0];
-        y[0] = result;
+    std::vector<Numbers> streams = filterStimuli();
+    // First outputs in the middle between two numbers, of which the lower or the upper is even.
+    streams.push_back({8192, 0, 0});
+    streams.push_back({24576, 0, 0});
+    std::map<std::string, int> met;
+    for (std::size_t stream = 0; stream < streams.size(); ++stream) {
+        simulator.reset();
+        std::int64_t x[3] = {};
+        std::int64_t y[2] = {};
+        for (std::size_t cycle = 0; cycle < streams[stream].size(); ++cycle) {
+            x[2] = x[1];
+            x[1] = x[0];
+            x[0] = streams[stream][cycle];
+            const std::int64_t sum = b[0] * x[0] + b[1] * x[1] + b[2] * x[2] - a[0] * y[0] - a[1] * y[1];
+            // To nearest, ties to even, then into sixteen bits.
+            std::int64_t result = sum >> 16;
+            const std::int64_t rest = sum & 0xffff;
+            if (rest == 0x8000) {
+                ++met[(result & 1) != 0 ? "tie upward" : "tie downward"];
+            }
+            result += rest > 0x8000 || (rest == 0x8000 && (result & 1) != 0) ? 1 : 0;
+            met["above the range"] += result > 32767 ? 1 : 0;
+            met["below the range"] += result < -32768 ? 1 : 0;
+            result = std::clamp<std::int64_t>(result, -32768, 32767);
+            ASSERT_EQ(stepWith(simulator, {x[0]}), (Numbers{result})) << "stream " << stream << ", cycle " << cycle;
+            y[1] = y[0];
+            y[0] = result;
+        }
+    }
+    for (const char *what : {"tie upward", "tie downward", "above the range", "below the range"}) {
+        EXPECT_GT(met[what], 0) << what;
     }
 }
 
@@ -871,11 +960,17 @@ TEST_F(SimulatorTest, mixesInEachInstanceByItsOwnOscillator) {
     for (std::size_t i = 0; i < simulator.inputs().size(); ++i) {
         inputs[simulator.inputs()[i].name] = i;
     }
+    ASSERT_EQ(simulator.outputs().size(), 16U);
     std::mt19937 random(7);
-    for (int cycle = 0; cycle < 200; ++cycle) {
+    const std::int16_t ends[] = {-32768, -32767, 32767, -16384, 16384, 0, 1, -1};
+    int above = 0;
+    int below = 0;
+    int ties = 0;
+    for (int cycle = 0; cycle < 2000; ++cycle) {
         std::map<std::string, double> in;
         for (const auto &[name, at] : inputs) {
-            const auto raw = static_cast<std::int16_t>(random());
+            const std::int16_t raw =
+                random() % 2 == 0 ? ends[random() % std::size(ends)] : static_cast<std::int16_t>(random());
             simulator.setInput(at, std::int64_t{raw});
             in[name] = raw / 32768.0;
         }
@@ -890,10 +985,20 @@ TEST_F(SimulatorTest, mixesInEachInstanceByItsOwnOscillator) {
             const double sine = in.at("sine") * (isUp ? 1 : -1);
             const bool isReal = name.find(".re") != std::string::npos;
             const double exact = isReal ? re * cosine - im * sine : re * sine + im * cosine;
-            const double clipped = std::clamp(exact, -32767 / 32768.0, 32767 / 32768.0);
-            EXPECT_NEAR(static_cast<double>(simulator.outputInteger(i)) / 32768, clipped, 0.5 / 32768 + 1e-12) << name;
+            const double steps = exact * 32768;
+            above += steps > 32767.5 ? 1 : 0;
+            below += steps < -32767.5 ? 1 : 0;
+            ties += steps - std::floor(steps) == 0.5 ? 1 : 0;
+            const auto mixed = static_cast<double>(simulator.outputInteger(i));
+            // Half a step of the output where nothing clips; ties go up.
+            const double clipped = std::clamp(steps, -32767.0, 32767.0);
+            ASSERT_LE(std::fabs(mixed - clipped), 0.5) << name << ", cycle " << cycle;
+            ASSERT_EQ(mixed, std::clamp(std::floor(steps + 0.5), -32767.0, 32767.0)) << name << ", cycle " << cycle;
         }
     }
+    EXPECT_GT(above, 100);
+    EXPECT_GT(below, 100);
+    EXPECT_GT(ties, 100);
 }
 
 TEST_F(SimulatorTest, carriesRecordsThroughDelaysAndModels) {
