@@ -14,5 +14,6 @@ std::span<const BlockRow> floatRows();
 std::span<const BlockRow> steeringRows();
 std::span<const BlockRow> sequentialRows();
 std::span<const BlockRow> memoryRows();
+std::span<const BlockRow> fftRows();
 
 } // namespace orvo::sim

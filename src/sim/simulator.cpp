@@ -42,7 +42,7 @@ const BlockRow *rowOf(const Value *blockType, bool hasFloats) {
     static const Rows table = [] {
         Rows rows;
         for (const std::span<const BlockRow> family :
-             {wiringRows(), arithmeticRows(), steeringRows(), sequentialRows(), memoryRows()}) {
+             {wiringRows(), arithmeticRows(), steeringRows(), sequentialRows(), memoryRows(), fftRows()}) {
             addRows(rows, family);
         }
         addVariants(rows);
