@@ -1,133 +1,37 @@
 // Transforms and what they are made of, against models of their own: permutations, sums, and the discrete Fourier
 // transform in double precision.
-#include <orvo/simulator.h>
-
-#include "support/typetable.h"
-
-#include <orvo/block.h>
-#include <orvo/context.h>
-#include <orvo/corevalues.h>
-#include <orvo/design.h>
-#include <orvo/model.h>
-#include <orvo/staticstrings.h>
-#include <orvo/wire.h>
+#include "support/blockrig.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
-#include <complex>
-#include <functional>
-#include <numeric>
-#include <random>
 
 namespace orvo::sim {
 namespace {
 
-using Complex = std::complex<double>;
-using Ends = std::vector<std::pair<const char *, std::string>>;
-using Params = std::vector<std::pair<const char *, std::string>>;
+using testing::BlockRig;
+using testing::collect;
+using testing::Complex;
+using testing::Delivery;
+using testing::Ends;
+using testing::fourier;
+using testing::Params;
+using testing::turnedBits;
 
-/// One block with typed inputs and outputs at the edge of a model.
-class Rig {
-  public:
-    Rig(Context *context, const char *block, const Params &params, const Ends &inputs, const Ends &outputs)
-        : mDesign(context) {
-        const auto value = [context](const std::string &text) { return PureValueRef(Value::parse(text, context)); };
-        Model &top = *Model::create(mDesign, "top");
-        Block &in = *Block::create(top, "in", A_INPUT_BLOCK);
-        Block &out = *Block::create(top, "out", A_OUTPUT_BLOCK);
-        Block &tested = *Block::create(top, "block", value(block));
-        for (const auto &[key, text] : params) {
-            tested.setParam(value(key), ValueRef(value(text)));
-        }
-        int number = 100;
-        const auto pin = [&](const std::string &type) -> Block & {
-            Block &made = *Block::create(top, "pin" + std::to_string(number), A_TYPE_PIN_BLOCK);
-            made.setParam(A_TYPE_PIN_TYPE, ValueRef(value(testing::typeText(type))));
-            return made;
-        };
-        for (const auto &[key, type] : inputs) {
-            Block &typed = pin(type);
-            typed.setParam(value("0"), *Wire::create(in, "i" + std::to_string(number++)));
-            tested.setParam(value(key), *Wire::create(typed, value("0")));
-        }
-        for (const auto &[key, type] : outputs) {
-            Block &typed = pin(type);
-            typed.setParam(value("0"), *Wire::create(tested, value(key)));
-            out.setParam(value("o" + std::to_string(number++)), *Wire::create(typed, value("0")));
-        }
-        mSimulator = std::make_unique<Simulator>(mDesign, top);
-    }
-    std::vector<std::int64_t> step(const std::vector<std::int64_t> &in) {
-        for (std::size_t i = 0; i < in.size(); ++i) {
-            mSimulator->setInput(i, in[i]);
-        }
-        mSimulator->step();
-        std::vector<std::int64_t> out;
-        for (std::size_t i = 0; i < mSimulator->outputs().size(); ++i) {
-            out.push_back(mSimulator->outputInteger(i));
-        }
-        return out;
-    }
-    const Simulator &simulator() const { return *mSimulator; }
-
-  private:
-    Design mDesign;
-    std::unique_ptr<Simulator> mSimulator;
-};
-
-class FftRowsTest : public ::testing::Test {
-  protected:
-    std::string type(const std::string &shortForm) { return testing::typeText(shortForm); }
-    Rig rig(const char *block, const Params &params, const Ends &inputs, const Ends &outputs) {
-        return {mgr.context(), block, params, inputs, outputs};
-    }
-    /// Why a block cannot be simulated; empty if it can.
-    std::string refusal(const char *block, const Params &params, const Ends &inputs, const Ends &outputs) {
-        try {
-            rig(block, params, inputs, outputs);
-        } catch (const SimulationError &error) {
-            return error.what();
-        }
-        return "";
-    }
-    std::int64_t chance(std::int64_t low, std::int64_t high) {
-        return std::uniform_int_distribution<std::int64_t>(low, high)(random);
-    }
-    ContextMgr mgr;
-    std::mt19937_64 random{20240607};
-};
-
-std::uint64_t turnedBits(std::uint64_t value, int bits) {
-    std::uint64_t turned = 0;
-    for (int i = 0; i < bits; ++i) {
-        turned |= (value >> i & 1U) << (bits - 1 - i);
-    }
-    return turned;
-}
-
-std::vector<Complex> fourier(const std::vector<Complex> &samples, bool isInverse) {
-    const std::size_t size = samples.size();
-    std::vector<Complex> result(size);
-    for (std::size_t k = 0; k < size; ++k) {
-        for (std::size_t n = 0; n < size; ++n) {
-            const double turn = static_cast<double>(k * n % size) / static_cast<double>(size);
-            result[k] += samples[n] * std::polar(1.0, (isInverse ? 2 : -2) * std::acos(-1.0) * turn);
-        }
-    }
-    return result;
-}
+using FftRowsTest = testing::RigTest;
 
 // Elements.
 
 TEST_F(FftRowsTest, vectorFanoutCopiesToEachElement) {
-    Rig fanout = rig("VectorFanoutBlock", {{"FFTBlockWireCount", "3"}}, {{"0", "s8.0"}}, {{"primWireOut", "[3] s8.0"}});
+    BlockRig fanout =
+        rig("VectorFanoutBlock", {{"FFTBlockWireCount", "3"}}, {{"0", "s8.0"}}, {{"primWireOut", "[3] s8.0"}});
     EXPECT_EQ(fanout.step({-5}), (std::vector<std::int64_t>{-5, -5, -5}));
 }
 
 TEST_F(FftRowsTest, switchSwapsWhenTold) {
-    Rig swap =
+    BlockRig swap =
         rig("XSwitchBlock", {}, {{"XSwitchPortD0", "s8.0"}, {"XSwitchPortD1", "s8.0"}, {"XSwitchPortSwap", "u1.0"}},
             {{"XSwitchWireQ0", "s8.0"}, {"XSwitchWireQ1", "s8.0"}});
     EXPECT_EQ(swap.step({3, -4, 0}), (std::vector<std::int64_t>{3, -4}));
@@ -135,8 +39,8 @@ TEST_F(FftRowsTest, switchSwapsWhenTold) {
 }
 
 TEST_F(FftRowsTest, chooseBitsGathersTheFirstLowest) {
-    Rig chosen = rig("FFTChooseBitsBlock", {{"FFTChooseBitsSelectedBits", "(4 0 2)"}}, {{"0", "u5.0"}},
-                     {{"primWireOut", "u3.0"}});
+    BlockRig chosen = rig("FFTChooseBitsBlock", {{"FFTChooseBitsSelectedBits", "(4 0 2)"}}, {{"0", "u5.0"}},
+                          {{"primWireOut", "u3.0"}});
     EXPECT_EQ(chosen.step({0b10000})[0], 0b001);
     EXPECT_EQ(chosen.step({0b00001})[0], 0b010);
     EXPECT_EQ(chosen.step({0b00100})[0], 0b100);
@@ -144,29 +48,31 @@ TEST_F(FftRowsTest, chooseBitsGathersTheFirstLowest) {
 }
 
 TEST_F(FftRowsTest, stageIsDroppedWhenMoreStagesThanLieBeforeAre) {
-    Rig drop = rig("StageDropBlock", {{"StageNumber", "2"}}, {{"FFTBlockPortDrop", "u3.0"}}, {{"primWireOut", "u1.0"}});
+    BlockRig drop =
+        rig("StageDropBlock", {{"StageNumber", "2"}}, {{"FFTBlockPortDrop", "u3.0"}}, {{"primWireOut", "u1.0"}});
     for (std::int64_t dropped = 0; dropped < 8; ++dropped) {
         EXPECT_EQ(drop.step({dropped})[0], dropped > 2 ? 1 : 0) << dropped;
     }
 }
 
 TEST_F(FftRowsTest, quarterTurnMultipliesByMinusJOrJ) {
-    Rig turn =
+    BlockRig turn =
         rig("TrivialTwiddleBlock", {},
             {{"FFTBlockPortData", "c s8.0"}, {"TrivialTwiddlePortRotate", "u1.0"}, {"TrivialTwiddlePortIfft", "u1.0"}},
             {{"primWireOut", "c s8.0"}});
     EXPECT_EQ(turn.step({3, 5, 0, 1}), (std::vector<std::int64_t>{3, 5}));
     EXPECT_EQ(turn.step({3, 5, 1, 0}), (std::vector<std::int64_t>{5, -3}));
     EXPECT_EQ(turn.step({3, 5, 1, 1}), (std::vector<std::int64_t>{-5, 3}));
-    Rig vector =
+    BlockRig vector =
         rig("TrivialTwiddleBlock", {}, {{"FFTBlockPortData", "[2] c s8.0"}, {"TrivialTwiddlePortRotate", "[2] u1.0"}},
             {{"primWireOut", "[2] c s8.0"}});
     EXPECT_EQ(vector.step({1, 2, 3, 4, 0, 1}), (std::vector<std::int64_t>{1, 2, 4, -3}));
 }
 
 TEST_F(FftRowsTest, twiddleAddSubAddsAndSubtractsTheSecondTurnedBack) {
-    Rig sums = rig("TwiddleAddSubBlock", {}, {{"TwiddleAddSubPortD0", "c s8.0"}, {"TwiddleAddSubPortD1", "c s8.0"}},
-                   {{"TwiddleAddSubWireQ0", "c s9.0"}, {"TwiddleAddSubWireQ1", "c s9.0"}});
+    BlockRig sums =
+        rig("TwiddleAddSubBlock", {}, {{"TwiddleAddSubPortD0", "c s8.0"}, {"TwiddleAddSubPortD1", "c s8.0"}},
+            {{"TwiddleAddSubWireQ0", "c s9.0"}, {"TwiddleAddSubWireQ1", "c s9.0"}});
     const Complex a(100, -7);
     const Complex b(50, 120);
     const Complex first = a + Complex(0, -1) * b;
@@ -178,8 +84,8 @@ TEST_F(FftRowsTest, twiddleAddSubAddsAndSubtractsTheSecondTurnedBack) {
 
 TEST_F(FftRowsTest, validIsLaterByAPowerOfTwo) {
     for (int bits : {0, 1, 3}) {
-        Rig delay = rig("DelayValidBlock", {{"FFTBlockStagesAfter", std::to_string(bits)}},
-                        {{"FFTBlockPortValid", "u1.0"}}, {{"FFTBlockWireValid", "u1.0"}});
+        BlockRig delay = rig("DelayValidBlock", {{"FFTBlockStagesAfter", std::to_string(bits)}},
+                             {{"FFTBlockPortValid", "u1.0"}}, {{"FFTBlockWireValid", "u1.0"}});
         const int length = 1 << bits;
         std::vector<std::int64_t> given;
         for (int cycle = 0; cycle < 400; ++cycle) {
@@ -218,8 +124,9 @@ std::vector<std::int64_t> halves(const std::vector<std::int64_t> &in, std::size_
 TEST_F(FftRowsTest, butterfliesOfAllFormsGiveSumsThenDifferences) {
     for (const char *block : {"BFUBlock", "BFUShortBlock", "BFULongBlock"}) {
         for (int bits : {1, 2, 4}) {
-            Rig butterfly = rig(block, {{"FFTBlockN", std::to_string(bits)}},
-                                {{"FFTBlockPortData", "s8.0"}, {"FFTBlockPortSub", "u1.0"}}, {{"primWireOut", "s9.0"}});
+            BlockRig butterfly =
+                rig(block, {{"FFTBlockN", std::to_string(bits)}},
+                    {{"FFTBlockPortData", "s8.0"}, {"FFTBlockPortSub", "u1.0"}}, {{"primWireOut", "s9.0"}});
             const std::size_t half = std::size_t{1} << (bits - 1);
             std::vector<std::int64_t> in;
             for (std::size_t i = 0; i < 8 * half; ++i) {
@@ -237,7 +144,7 @@ TEST_F(FftRowsTest, butterfliesOfAllFormsGiveSumsThenDifferences) {
 }
 
 TEST_F(FftRowsTest, butterflySubtractsByElementOfItsControl) {
-    Rig butterfly =
+    BlockRig butterfly =
         rig("BFUBlock", {{"FFTBlockN", "1"}}, {{"FFTBlockPortData", "[2] s8.0"}, {"FFTBlockPortSub", "[2] u1.0"}},
             {{"primWireOut", "[2] s9.0"}});
     butterfly.step({5, 6, 0, 0});
@@ -258,12 +165,12 @@ TEST_F(FftRowsTest, anglesAreProductsOfIndexAndTurnedPivot) {
         {"TwiddleAngleBlock", 0, 2, 2}, {"TwiddleAngleBlock", 2, 3, 1}, {"TwiddleAngleBlock", 1, 3, 3}};
     for (const Shape &shape : shapes) {
         const int bits = shape.pivot + shape.index;
-        Rig angle = rig(shape.block,
-                        {{"FFTBlockSubchannelBits", std::to_string(shape.below)},
-                         {"FFTBlockPivotWidth", std::to_string(shape.pivot)},
-                         {"FFTBlockIndexWidth", std::to_string(shape.index)}},
-                        {{"FFTBlockPortCount", "u" + std::to_string(bits + shape.below) + ".0"}},
-                        {{"primWireOut", "u" + std::to_string(bits) + ".0"}});
+        BlockRig angle = rig(shape.block,
+                             {{"FFTBlockSubchannelBits", std::to_string(shape.below)},
+                              {"FFTBlockPivotWidth", std::to_string(shape.pivot)},
+                              {"FFTBlockIndexWidth", std::to_string(shape.index)}},
+                             {{"FFTBlockPortCount", "u" + std::to_string(bits + shape.below) + ".0"}},
+                             {{"primWireOut", "u" + std::to_string(bits) + ".0"}});
         for (int count = 0; count < 2 << (bits + shape.below); ++count) {
             const int above = count % (1 << (bits + shape.below)) >> shape.below;
             const auto index = static_cast<std::uint64_t>(above % (1 << shape.index));
@@ -275,12 +182,12 @@ TEST_F(FftRowsTest, anglesAreProductsOfIndexAndTurnedPivot) {
 }
 
 TEST_F(FftRowsTest, angleOfTwoSelectionsIsTheirProduct) {
-    Rig angle = rig("TwiddleMultAngleBlock",
-                    {{"FFTBlockXbits", "(0 3)"},
-                     {"FFTBlockYbits", "(2 1)"},
-                     {"FFTBlockSpatialBits", "1"},
-                     {"FFTBlockWireNumber", "1"}},
-                    {{"FFTBlockPortCount", "u3.0"}}, {{"primWireOut", "u4.0"}});
+    BlockRig angle = rig("TwiddleMultAngleBlock",
+                         {{"FFTBlockXbits", "(0 3)"},
+                          {"FFTBlockYbits", "(2 1)"},
+                          {"FFTBlockSpatialBits", "1"},
+                          {"FFTBlockWireNumber", "1"}},
+                         {{"FFTBlockPortCount", "u3.0"}}, {{"primWireOut", "u4.0"}});
     for (std::int64_t count = 0; count < 8; ++count) {
         const std::int64_t number = count * 2 + 1;
         const std::int64_t x = (number & 1) + (number >> 3 & 1) * 2;
@@ -293,11 +200,11 @@ TEST_F(FftRowsTest, factorsOfAnglesAreRoundedOnce) {
     for (const char *inverse : {"false", "true"}) {
         for (int bits : {3, 4, 9}) {
             const int size = 1 << bits;
-            Rig rom = rig("TwiddleRomBlock",
-                          {{"TwiddleRomAngleWidth", std::to_string(bits)},
-                           {"FFTBlockTwiddleType", type("s2.14")},
-                           {"FFTBlockInverse", inverse}},
-                          {{"0", "u" + std::to_string(bits) + ".0"}}, {{"primWireOut", "c s2.14"}});
+            BlockRig rom = rig("TwiddleRomBlock",
+                               {{"TwiddleRomAngleWidth", std::to_string(bits)},
+                                {"FFTBlockTwiddleType", type("s2.14")},
+                                {"FFTBlockInverse", inverse}},
+                               {{"0", "u" + std::to_string(bits) + ".0"}}, {{"primWireOut", "c s2.14"}});
             const double sign = std::string(inverse) == "true" ? 1 : -1;
             for (int angle = 0; angle < size; ++angle) {
                 const std::vector<std::int64_t> out = rom.step({angle});
@@ -310,8 +217,8 @@ TEST_F(FftRowsTest, factorsOfAnglesAreRoundedOnce) {
 }
 
 TEST_F(FftRowsTest, factorsSaturateBeforeTheirSignIsSet) {
-    Rig rom = rig("TwiddleRomBlock", {{"TwiddleRomAngleWidth", "3"}, {"FFTBlockTwiddleType", type("s1.7")}},
-                  {{"0", "u3.0"}, {"FFTBlockPortReadAccess", "u1.0"}}, {{"primWireOut", "c s1.7"}});
+    BlockRig rom = rig("TwiddleRomBlock", {{"TwiddleRomAngleWidth", "3"}, {"FFTBlockTwiddleType", type("s1.7")}},
+                       {{"0", "u3.0"}, {"FFTBlockPortReadAccess", "u1.0"}}, {{"primWireOut", "c s1.7"}});
     EXPECT_EQ(rom.step({0, 1}), (std::vector<std::int64_t>{127, 0}));
     EXPECT_EQ(rom.step({4, 1}), (std::vector<std::int64_t>{-127, 0}));
     // Without read access the table's output stays; the signs follow the angle.
@@ -321,10 +228,10 @@ TEST_F(FftRowsTest, factorsSaturateBeforeTheirSignIsSet) {
 }
 
 TEST_F(FftRowsTest, pulsesDivideAndMultiplyByTheSize) {
-    Rig divider = rig("VPDBlock", {{"FFTBlockN", "4"}}, {{"FFTBlockPortValid", "u1.0"}, {"FFTBlockPortSize", "u3.0"}},
-                      {{"primWireOut", "u1.0"}});
-    Rig multiplier = rig("VPMBlock", {{"FFTBlockMaxSize", "4"}},
-                         {{"FFTBlockPortValid", "u1.0"}, {"FFTBlockPortSize", "u3.0"}}, {{"primWireOut", "u1.0"}});
+    BlockRig divider = rig("VPDBlock", {{"FFTBlockN", "4"}},
+                           {{"FFTBlockPortValid", "u1.0"}, {"FFTBlockPortSize", "u3.0"}}, {{"primWireOut", "u1.0"}});
+    BlockRig multiplier = rig("VPMBlock", {{"FFTBlockMaxSize", "4"}},
+                              {{"FFTBlockPortValid", "u1.0"}, {"FFTBlockPortSize", "u3.0"}}, {{"primWireOut", "u1.0"}});
     for (int frame = 0; frame < 40; ++frame) {
         // Sizes beyond the largest count as the largest.
         const std::int64_t told = chance(0, 7);
@@ -341,9 +248,9 @@ TEST_F(FftRowsTest, pulsesDivideAndMultiplyByTheSize) {
 }
 
 TEST_F(FftRowsTest, addressesCountInEitherOrderBySize) {
-    Rig address = rig("MemAddrGenBlock", {{"FFTBlockMaxSize", "4"}},
-                      {{"MemAddrGenPortV", "u1.0"}, {"MemAddrGenPortBr", "u1.0"}, {"FFTBlockPortSize", "u3.0"}},
-                      {{"primWireOut", "u4.0"}});
+    BlockRig address = rig("MemAddrGenBlock", {{"FFTBlockMaxSize", "4"}},
+                           {{"MemAddrGenPortV", "u1.0"}, {"MemAddrGenPortBr", "u1.0"}, {"FFTBlockPortSize", "u3.0"}},
+                           {{"primWireOut", "u4.0"}});
     for (int frame = 0; frame < 30; ++frame) {
         const int bits = static_cast<int>(chance(0, 4));
         const std::int64_t turned = chance(0, 1);
@@ -357,9 +264,9 @@ TEST_F(FftRowsTest, addressesCountInEitherOrderBySize) {
 }
 
 TEST_F(FftRowsTest, twiddleCounterWrapsWithTheFrameThatIsLeft) {
-    Rig counter = rig("TwiddleCounterBlock",
-                      {{"FFTBlockStagesBefore", "1"}, {"FFTBlockStagesDuring", "3"}, {"FFTBlockStagesAfter", "1"}},
-                      {{"FFTBlockPortValid", "u1.0"}, {"FFTBlockPortDrop", "u3.0"}}, {{"primWireOut", "u4.0"}});
+    BlockRig counter = rig("TwiddleCounterBlock",
+                           {{"FFTBlockStagesBefore", "1"}, {"FFTBlockStagesDuring", "3"}, {"FFTBlockStagesAfter", "1"}},
+                           {{"FFTBlockPortValid", "u1.0"}, {"FFTBlockPortDrop", "u3.0"}}, {{"primWireOut", "u4.0"}});
     for (std::int64_t drop = 0; drop < 6; ++drop) {
         const std::int64_t frame = 16 >> std::max<std::int64_t>(drop - 1, 0);
         for (std::int64_t sample = 0; sample < 32; ++sample) {
@@ -371,28 +278,10 @@ TEST_F(FftRowsTest, twiddleCounterWrapsWithTheFrameThatIsLeft) {
 
 // Reorderings.
 
-struct Delivery {
-    std::vector<std::vector<std::int64_t>> samples;
-    std::vector<std::size_t> cycles;
-};
-
-/// Output 0 is valid; what follows is kept while it is true.
-Delivery collect(Rig &rig, const std::vector<std::vector<std::int64_t>> &cycles) {
-    Delivery all;
-    for (std::size_t cycle = 0; cycle < cycles.size(); ++cycle) {
-        std::vector<std::int64_t> out = rig.step(cycles[cycle]);
-        if (out[0] != 0) {
-            all.samples.emplace_back(out.begin() + 1, out.end());
-            all.cycles.push_back(cycle);
-        }
-    }
-    return all;
-}
-
 TEST_F(FftRowsTest, bitReversalReordersEachFrameAndHoldsItsChannel) {
     for (int bits : {1, 2, 3, 5}) {
         for (int subchannels : {1, 4}) {
-            Rig reversal =
+            BlockRig reversal =
                 rig(bits % 2 == 0 ? "BitReverseBlock" : "BitReverseCoreBlock",
                     {{"FFTBlockN", std::to_string(bits)}, {"FFTBlockSubchannels", std::to_string(subchannels)}},
                     {{"FFTBlockPortValid", "u1.0"}, {"0", "s20.0"}, {"FFTBlockPortChannel", "u8.0"}},
@@ -428,9 +317,10 @@ TEST_F(FftRowsTest, bitReversalReordersEachFrameAndHoldsItsChannel) {
 TEST_F(FftRowsTest, transposerGoesThroughTheGroupOfItsPermutation) {
     // The number of the sample in place k has bit u where k has bit permutation[u].
     const std::vector<int> permutation{1, 2, 0};
-    Rig transpose = rig("transposeBlock", {{"FFTBlockN", "3"}, {"FFTBlockPerm", "(1 2 0)"}, {"transposeStates", "3"}},
-                        {{"FFTBlockPortValid", "u1.0"}, {"0", "c s10.0"}},
-                        {{"FFTBlockWireValid", "u1.0"}, {"transposeWireQ", "c s10.0"}, {"transposeWireG", "u1.0"}});
+    BlockRig transpose =
+        rig("transposeBlock", {{"FFTBlockN", "3"}, {"FFTBlockPerm", "(1 2 0)"}, {"transposeStates", "3"}},
+            {{"FFTBlockPortValid", "u1.0"}, {"0", "c s10.0"}},
+            {{"FFTBlockWireValid", "u1.0"}, {"transposeWireQ", "c s10.0"}, {"transposeWireG", "u1.0"}});
     std::vector<std::vector<std::int64_t>> cycles;
     for (int i = 0; i < 8 * 7 + 8; ++i) {
         cycles.push_back({i < 8 * 7 ? 1 : 0, i, -i});
@@ -450,8 +340,8 @@ TEST_F(FftRowsTest, transposerGoesThroughTheGroupOfItsPermutation) {
 }
 
 TEST_F(FftRowsTest, transposeAddressTakesTheStatesPower) {
-    Rig address = rig("transposeAddrBlock", {{"FFTBlockPerm", "(1 2 0)"}},
-                      {{"transposeAddrPortS", "u2.0"}, {"FFTBlockPortData", "u3.0"}}, {{"primWireOut", "u3.0"}});
+    BlockRig address = rig("transposeAddrBlock", {{"FFTBlockPerm", "(1 2 0)"}},
+                           {{"transposeAddrPortS", "u2.0"}, {"FFTBlockPortData", "u3.0"}}, {{"primWireOut", "u3.0"}});
     EXPECT_EQ(address.step({0, 0b001})[0], 0b001);
     EXPECT_EQ(address.step({1, 0b001})[0], 0b100);
     EXPECT_EQ(address.step({2, 0b001})[0], 0b010);
@@ -459,15 +349,15 @@ TEST_F(FftRowsTest, transposeAddressTakesTheStatesPower) {
 
 TEST_F(FftRowsTest, variableBitReversalTakesEachFrameBySize) {
     for (const char *block : {"VBitReverseBlock", "VBitReverseCoreBlock"}) {
-        Rig reversal = rig(block, {{"FFTBlockMaxSize", "4"}},
-                           {{"FFTBlockPortValid", "u1.0"},
-                            {"0", "s20.0"},
-                            {"FFTBlockPortSize", "u3.0"},
-                            {"FFTBlockPortChannel", "u8.0"}},
-                           {{"FFTBlockWireValid", "u1.0"},
-                            {"primWireOut", "s20.0"},
-                            {"FFTBlockWireSize", "u3.0"},
-                            {"FFTBlockWireChannel", "u8.0"}});
+        BlockRig reversal = rig(block, {{"FFTBlockMaxSize", "4"}},
+                                {{"FFTBlockPortValid", "u1.0"},
+                                 {"0", "s20.0"},
+                                 {"FFTBlockPortSize", "u3.0"},
+                                 {"FFTBlockPortChannel", "u8.0"}},
+                                {{"FFTBlockWireValid", "u1.0"},
+                                 {"primWireOut", "s20.0"},
+                                 {"FFTBlockWireSize", "u3.0"},
+                                 {"FFTBlockWireChannel", "u8.0"}});
         std::vector<std::vector<std::int64_t>> cycles;
         std::vector<std::vector<std::int64_t>> expected;
         int last = 0;
@@ -494,9 +384,9 @@ TEST_F(FftRowsTest, variableBitReversalTakesEachFrameBySize) {
 }
 
 TEST_F(FftRowsTest, variableReversalTellsWhereFramesBegin) {
-    Rig reversal = rig("VBRBlock", {{"FFTBlockN", "2"}},
-                       {{"FFTBlockPortValid", "u1.0"}, {"0", "s8.0"}, {"FFTBlockPortSize", "u2.0"}},
-                       {{"FFTBlockWireValid", "u1.0"}, {"VBRWireQ", "s8.0"}, {"VBRWireG", "u1.0"}});
+    BlockRig reversal = rig("VBRBlock", {{"FFTBlockN", "2"}},
+                            {{"FFTBlockPortValid", "u1.0"}, {"0", "s8.0"}, {"FFTBlockPortSize", "u2.0"}},
+                            {{"FFTBlockWireValid", "u1.0"}, {"VBRWireQ", "s8.0"}, {"VBRWireG", "u1.0"}});
     const Delivery out =
         collect(reversal, {{1, 1, 2}, {1, 2, 2}, {1, 3, 2}, {1, 4, 2}, {0, 0, 2}, {0, 0, 2}, {0, 0, 2}, {0, 0, 2}});
     EXPECT_EQ(out.samples, (std::vector<std::vector<std::int64_t>>{{1, 1}, {3, 0}, {2, 0}, {4, 0}}));
@@ -524,7 +414,7 @@ std::string describe(const Setting &setting) {
 class TransformTest : public FftRowsTest {
   protected:
     static bool isVariable(const Setting &setting) { return setting.block[0] == 'V'; }
-    Rig transform(const Setting &setting) {
+    BlockRig transform(const Setting &setting) {
         const bool variable = isVariable(setting);
         Params params{{"FFTBlockSubchannels", std::to_string(setting.subchannels)},
                       {"FFTBlockInverse", setting.isInverse ? "true" : "false"},
@@ -546,7 +436,7 @@ class TransformTest : public FftRowsTest {
     }
     /// Frames of the told sizes, one after another, with a pause where the size changes, and in front.
     void check(const Setting &setting) {
-        Rig tested = transform(setting);
+        BlockRig tested = transform(setting);
         std::vector<std::vector<std::int64_t>> cycles(3, {0, 0, 0, 0, setting.frames[0]});
         std::vector<Complex> expected;
         std::vector<std::int64_t> channels;
@@ -654,7 +544,7 @@ TEST_F(TransformTest, worksOnFloatsOnEachElementOfAVector) {
     // The short butterflies of floats and, from eleven bits on, the long ones.
     for (const int bits : {1, 2, 5, 11}) {
         const std::string single = "float(23,8)";
-        Rig pipe =
+        BlockRig pipe =
             rig("VFFTPipeBlock",
                 {{"FFTBlockMaxSize", std::to_string(bits)},
                  {"FFTBlockMinSize", std::to_string(bits)},
@@ -690,13 +580,13 @@ TEST_F(TransformTest, worksOnFloatsOnEachElementOfAVector) {
 }
 
 TEST_F(TransformTest, takesRealSamples) {
-    Rig tested = rig("FFTBlock",
-                     {{"FFTBlockN", "3"},
-                      {"FFTBlockTwiddlePruningScheme", "full_wordgrowth"},
-                      {"FFTBlockInputType", type("s10.6")},
-                      {"FFTBlockTwiddleType", type("s2.20")}},
-                     {{"FFTBlockPortValid", "u1.0"}, {"0", "s10.6"}},
-                     {{"FFTBlockWireValid", "u1.0"}, {"primWireOut", "c s14.6"}});
+    BlockRig tested = rig("FFTBlock",
+                          {{"FFTBlockN", "3"},
+                           {"FFTBlockTwiddlePruningScheme", "full_wordgrowth"},
+                           {"FFTBlockInputType", type("s10.6")},
+                           {"FFTBlockTwiddleType", type("s2.20")}},
+                          {{"FFTBlockPortValid", "u1.0"}, {"0", "s10.6"}},
+                          {{"FFTBlockWireValid", "u1.0"}, {"primWireOut", "c s14.6"}});
     std::vector<std::vector<std::int64_t>> cycles;
     std::vector<Complex> samples;
     for (int i = 0; i < 8; ++i) {
@@ -724,7 +614,7 @@ TEST_F(TransformTest, tellsWhereTheFramesOfALightTransformBegin) {
             params.emplace_back("FFTBlockN", "2");
         }
         const std::string prefix = isVariable ? "VFFTLightWire" : "FFTLightWire";
-        Rig light =
+        BlockRig light =
             rig(isVariable ? "VFFTLightBlock" : "FFTLightBlock", params, in,
                 {{"FFTBlockWireValid", "u1.0"}, {(prefix + "Q").c_str(), "c s10.0"}, {(prefix + "G").c_str(), "u1.0"}});
         std::vector<std::vector<std::int64_t>> cycles;
@@ -747,8 +637,9 @@ TEST_F(TransformTest, tellsWhereTheFramesOfALightTransformBegin) {
 class StageTest : public FftRowsTest {
   protected:
     Delivery run(const char *block, const Params &params, const std::vector<std::int64_t> &samples, std::int64_t drop) {
-        Rig stage = rig(block, params, {{"FFTBlockPortValid", "u1.0"}, {"0", "c s8.4"}, {"FFTBlockPortDrop", "u3.0"}},
-                        {{"FFTBlockWireValid", "u1.0"}, {"primWireOut", "c s12.4"}, {"FFTBlockWireDrop", "u3.0"}});
+        BlockRig stage =
+            rig(block, params, {{"FFTBlockPortValid", "u1.0"}, {"0", "c s8.4"}, {"FFTBlockPortDrop", "u3.0"}},
+                {{"FFTBlockWireValid", "u1.0"}, {"primWireOut", "c s12.4"}, {"FFTBlockWireDrop", "u3.0"}});
         std::vector<std::vector<std::int64_t>> cycles;
         for (const std::int64_t sample : samples) {
             cycles.push_back({1, sample, 0, drop});

@@ -15,5 +15,6 @@ std::span<const BlockRow> steeringRows();
 std::span<const BlockRow> sequentialRows();
 std::span<const BlockRow> memoryRows();
 std::span<const BlockRow> fftRows();
+std::span<const BlockRow> fftSpatialRows();
 
 } // namespace orvo::sim

@@ -324,6 +324,19 @@ Signal Expansion::converted(const Signal &in, const NumTypeSpec &type) {
     return out;
 }
 
+Signal Expansion::complexed(const Signal &in) {
+    if (in.type->isComplex) {
+        return in;
+    }
+    NumTypeSpec type = in.type->spec;
+    type.setComplex(true);
+    const Signal out = fresh(type);
+    for (std::uint32_t lane = 0; lane < in.type->lanes(); ++lane) {
+        mWriter.alias(*leafAt(out, lane), *leafAt(in, lane));
+    }
+    return out;
+}
+
 Signal Expansion::cast(const Signal &in, const NumTypeSpec &type, Rounding rounding, Saturation saturation) {
     if (type.isFloat() || in.type->scalar.isFloat) {
         return converted(in, type);

@@ -70,6 +70,8 @@ class Expansion {
     void chooseInto(Leaf out, Leaf select, const std::vector<Leaf> &data);
     Signal choose(Leaf select, const Signal &at0, const Signal &at1, const NumTypeSpec &type);
     Signal converted(const Signal &in, const NumTypeSpec &type);
+    /// With an imaginary part of zero, if it has none.
+    Signal complexed(const Signal &in);
     Signal cast(const Signal &in, const NumTypeSpec &type, Rounding rounding, Saturation saturation);
     /// Real or complex, by the type.
     Signal product(const Signal &a, const Signal &b, const NumTypeSpec &type);

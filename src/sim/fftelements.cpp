@@ -161,20 +161,11 @@ Signal longButterfly(Expansion &e, const Signal &data, Leaf subtract, int bits, 
 }
 
 Signal quarterTurn(Expansion &e, const Signal &data, Leaf rotate, Leaf inverse, const NumTypeSpec &type) {
-    if (!data.type->isComplex) {
-        // Without an imaginary part only the sign of the other part is told by the direction.
-        NumTypeSpec complex = data.type->spec;
-        complex.setComplex(true);
-        const Signal whole = e.fresh(complex);
-        for (std::uint32_t lane = 0; lane < data.type->lanes(); ++lane) {
-            e.writer().alias(*leafAt(whole, lane, 0), *leafAt(data, lane));
-        }
-        return quarterTurn(e, whole, rotate, inverse, type);
-    }
+    const Signal in = e.complexed(data);
     const Signal out = e.fresh(type);
     for (std::uint32_t lane = 0; lane < out.type->lanes(); ++lane) {
-        const Leaf re = *leafAt(data, lane, 0);
-        const Leaf im = *leafAt(data, lane, 1);
+        const Leaf re = *leafAt(in, lane, 0);
+        const Leaf im = *leafAt(in, lane, 1);
         const ScalarType scalar = e.writer().scalar(re);
         const Leaf minusRe = e.writer().temporary(scalar);
         const Leaf minusIm = e.writer().temporary(scalar);

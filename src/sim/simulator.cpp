@@ -41,8 +41,8 @@ void addVariants(Rows &rows) {
 const BlockRow *rowOf(const Value *blockType, bool hasFloats) {
     static const Rows table = [] {
         Rows rows;
-        for (const std::span<const BlockRow> family :
-             {wiringRows(), arithmeticRows(), steeringRows(), sequentialRows(), memoryRows(), fftRows()}) {
+        for (const std::span<const BlockRow> family : {wiringRows(), arithmeticRows(), steeringRows(), sequentialRows(),
+                                                       memoryRows(), fftRows(), fftSpatialRows()}) {
             addRows(rows, family);
         }
         addVariants(rows);
