@@ -2,11 +2,18 @@
 // transform in double precision.
 #include "support/blockrig.h"
 
+#include <orvo/block.h>
+#include <orvo/corevalues.h>
+#include <orvo/model.h>
+#include <orvo/staticstrings.h>
+#include <orvo/wire.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <map>
 
 namespace orvo::sim {
 namespace {
@@ -714,6 +721,179 @@ TEST_F(StageTest, twiddleTurnsEachSampleByIndexTimesTurnedPivot) {
             }
         }
     }
+}
+
+// Members against the parts that they stand for, in one design, on the same samples: equal in every cycle, valid or
+// not.
+
+class PartsTest : public FftRowsTest {
+  protected:
+    using Inputs = std::vector<std::pair<const char *, Wire *>>;
+
+    PureValueRef value(const std::string &text) { return PureValueRef(Value::parse(text, mgr.context())); }
+    Wire &input(const std::string &name, const std::string &shortForm) {
+        return pinned(*Wire::create(in, name), shortForm);
+    }
+    Block &block(const char *blockType, const Params &params, const Inputs &inputs) {
+        Block &made = *Block::create(top, "b" + std::to_string(++blocks), value(blockType));
+        for (const auto &[key, text] : params) {
+            made.setParam(value(key), ValueRef(value(text)));
+        }
+        for (const auto &[key, wire] : inputs) {
+            made.setParam(value(key), *wire);
+        }
+        return made;
+    }
+    Wire &out(Block &from, const char *key = "primWireOut") { return *Wire::create(from, value(key)); }
+    Wire &pinned(Wire &wire, const std::string &shortForm) {
+        return out(block("typePinBlock", {{"typePinType", type(shortForm)}}, {{"0", &wire}}), "0");
+    }
+    /// Two wires that must agree.
+    void expectEqual(Wire &one, Wire &other) {
+        result.setParam(value("o" + std::to_string(outputs++)), one);
+        result.setParam(value("o" + std::to_string(outputs++)), other);
+    }
+    struct Stream {
+        Wire *valid;
+        Wire *data;
+        Wire *drop;
+    };
+    Stream stage(const char *blockType, const Params &params, const Stream &from, const std::string &shortForm) {
+        Block &made = block(blockType, params,
+                            {{"FFTBlockPortValid", from.valid}, {"0", from.data}, {"FFTBlockPortDrop", from.drop}});
+        return {&pinned(out(made, "FFTBlockWireValid"), "u1.0"), &pinned(out(made), shortForm),
+                &pinned(out(made, "FFTBlockWireDrop"), "u3.0")};
+    }
+    Wire &delayedValid(Wire &valid, int after) {
+        Block &made =
+            block("DelayValidBlock", {{"FFTBlockStagesAfter", std::to_string(after)}}, {{"FFTBlockPortValid", &valid}});
+        return pinned(out(made, "FFTBlockWireValid"), "u1.0");
+    }
+    Wire &counter(Wire &enable, int limit) {
+        return out(block("counterBlock",
+                         {{"counterInitial", "-1"}, {"counterStep", "1"}, {"counterLimit", std::to_string(limit)}},
+                         {{"portEnable", &enable}}));
+    }
+    Wire &bit(Wire &from, int offset) {
+        return out(block("bitSelectBlock",
+                         {{"bitSelectBitOffset", std::to_string(offset)}, {"bitSelectOutputType", type("u1.0")}},
+                         {{"0", &from}}));
+    }
+    void expectEqual(const Stream &one, const Stream &other) {
+        expectEqual(*one.valid, *other.valid);
+        expectEqual(*one.data, *other.data);
+        expectEqual(*one.drop, *other.drop);
+    }
+    /// Frames with pauses between them, and any data in these.
+    void run(int frame, std::int64_t drop) {
+        Simulator simulator(design, top);
+        ASSERT_EQ(simulator.inputs().size(), 4U);
+        const std::size_t scalars = simulator.outputs().size();
+        for (int cycle = 0; cycle < 40 * frame; ++cycle) {
+            // Inputs by name: the number of dropped stages, then valid, then the data.
+            const std::int64_t values[] = {drop, cycle / frame % 3 != 2 ? 1 : 0, chance(-128, 127), chance(-128, 127)};
+            for (std::size_t i = 0; i < 4; ++i) {
+                simulator.setInput(i, values[i]);
+            }
+            simulator.step();
+            std::map<std::string, std::int64_t> seen;
+            for (std::size_t i = 0; i < scalars; ++i) {
+                seen[simulator.outputs()[i].name] = simulator.outputInteger(i);
+            }
+            for (const auto &[name, number] : seen) {
+                const std::string part = name.substr(4);
+                const int index = std::stoi(name.substr(1, 3));
+                if (index % 2 == 0) {
+                    ASSERT_EQ(number, seen.at("o" + std::to_string(index + 1) + part)) << name << ", cycle " << cycle;
+                }
+            }
+        }
+    }
+
+    Design design{mgr.context()};
+    Model &top = *Model::create(design, "top");
+    Block &in = *Block::create(top, "in", A_INPUT_BLOCK);
+    Block &result = *Block::create(top, "out", A_OUTPUT_BLOCK);
+    int blocks = 0;
+    int outputs = 100;
+    Stream source{&input("i2", "u1.0"), &input("i3", "c s8.0"), &input("i1", "u3.0")};
+};
+
+TEST_F(PartsTest, longButterflyIsADelayInALoop) {
+    Wire &sub = bit(counter(*source.valid, 8), 2);
+    Block &whole =
+        block("BFULongBlock", {{"FFTBlockN", "3"}}, {{"FFTBlockPortData", source.data}, {"FFTBlockPortSub", &sub}});
+    Block &delay = block("delayBlock", {{"delayLength", "4"}}, {});
+    Wire &delayed = pinned(out(delay), "c s9.0");
+    Wire &data = out(block("castBlock", {{"castOutputType", type("c s9.0")}}, {{"0", source.data}}));
+    Block &sums = block("addsubfusedBlock", {}, {{"0", &delayed}, {"1", &data}});
+    const Params cut{{"castOutputType", type("c s9.0")}};
+    Wire &sum = out(block("castBlock", cut, {{"0", &out(sums)}}));
+    Wire &difference = out(block("castBlock", cut, {{"0", &out(sums, "primWireAux")}}));
+    delay.setParam(value("0"), out(block("muxBlock", {}, {{"muxPortSelect", &sub}, {"0", &data}, {"1", &difference}})));
+    expectEqual(pinned(out(whole), "c s9.0"),
+                out(block("muxBlock", {}, {{"muxPortSelect", &sub}, {"0", &delayed}, {"1", &sum}})));
+    expectEqual(*source.drop, *source.drop);
+    run(8, 0);
+}
+
+TEST_F(PartsTest, radixTwoStageIsACounterAndAButterfly) {
+    const Stream whole = stage("FFT2Block", {{"FFTBlockStagesAfter", "2"}}, source, "c s9.0");
+    Wire &sub = out(block("andBlock", {}, {{"0", source.valid}, {"1", &bit(counter(*source.valid, 8), 2)}}));
+    Block &butterfly =
+        block("BFUBlock", {{"FFTBlockN", "3"}}, {{"FFTBlockPortData", source.data}, {"FFTBlockPortSub", &sub}});
+    expectEqual(whole, {&delayedValid(*source.valid, 2), &pinned(out(butterfly), "c s9.0"), source.drop});
+    run(8, 0);
+}
+
+TEST_F(PartsTest, radixFourStageIsTwoOfRadixTwoAroundAQuarterTurn) {
+    for (const bool reversed : {false, true}) {
+        const int firstSpan = reversed ? 1 : 2;
+        const int secondSpan = 3 - firstSpan;
+        const Stream whole = stage(
+            "FFT4Block", {{"FFTBlockStagesAfter", "1"}, {"FFTBlockInputBitReversed", reversed ? "true" : "false"}},
+            source, "c s10.0");
+        const Stream first = stage("FFT2Block", {{"FFTBlockStagesAfter", std::to_string(firstSpan)}}, source, "c s9.0");
+        Wire &count = counter(*first.valid, 8);
+        Wire &sub = out(block("andBlock", {}, {{"0", first.valid}, {"1", &bit(count, secondSpan)}}));
+        Wire &rotate = out(block("andBlock", {}, {{"0", first.valid}, {"1", &bit(count, 1)}, {"2", &bit(count, 2)}}));
+        Block &turn =
+            block("TrivialTwiddleBlock", {}, {{"FFTBlockPortData", first.data}, {"TrivialTwiddlePortRotate", &rotate}});
+        Block &butterfly = block("BFUBlock", {{"FFTBlockN", std::to_string(secondSpan + 1)}},
+                                 {{"FFTBlockPortData", &pinned(out(turn), "c s9.0")}, {"FFTBlockPortSub", &sub}});
+        expectEqual(whole, {&delayedValid(*first.valid, secondSpan), &pinned(out(butterfly), "c s10.0"), first.drop});
+    }
+    run(8, 0);
+}
+
+TEST_F(PartsTest, pipeIsAChainOfStagesAndTwiddles) {
+    const Params types{{"FFTBlockInputType", type("c s8.0")},
+                       {"FFTBlockTwiddleType", type("s2.10")},
+                       {"FFTBlockTwiddlePruningScheme", "full_wordgrowth"},
+                       {"FFTBlockComplexInput", "true"}};
+    for (const bool isVariable : {false, true}) {
+        const char *inverse = isVariable ? "true" : "false";
+        Params params = types;
+        params.insert(
+            params.end(),
+            {{"FFTBlockMaxSize", "3"}, {"FFTBlockMinSize", isVariable ? "1" : "3"}, {"FFTBlockInverse", inverse}});
+        const Stream whole = stage("VFFTPipeBlock", params, source, "c s12.0");
+        const std::string prefix = isVariable ? "V" : "";
+        const Params first{{"FFTBlockStagesBefore", "0"}, {"FFTBlockStagesAfter", "2"}, {"FFTBlockInverse", inverse}};
+        const Params last{{"FFTBlockStagesBefore", "1"}, {"FFTBlockStagesAfter", "0"}, {"FFTBlockInverse", inverse}};
+        const Params twiddle{{"FFTBlockStagesBefore", "0"},
+                             {"FFTBlockStagesAfter", "0"},
+                             {"FFTBlockInverse", inverse},
+                             {"FFTBlockPivotWidth", "1"},
+                             {"FFTBlockIndexWidth", "2"},
+                             {"FFTBlockInputType", type("c s9.0")},
+                             {"FFTBlockTwiddleType", type("s2.10")},
+                             {"FFTBlockOutputType", type("c s10.0")}};
+        const Stream early = stage((prefix + "FFT2Block").c_str(), first, source, "c s9.0");
+        const Stream turned = stage((prefix + "TwiddleBlock").c_str(), twiddle, early, "c s10.0");
+        expectEqual(whole, stage((prefix + "FFT4Block").c_str(), last, turned, "c s12.0"));
+    }
+    run(8, 1);
 }
 
 // What cannot be drawn.

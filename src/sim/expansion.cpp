@@ -52,6 +52,7 @@ Leaf Expansion::field(Leaf in, int offset, int width) {
 Leaf Expansion::allOf(const std::vector<Leaf> &bits) {
     const Leaf all = plain(1);
     std::vector<Operand> operands;
+    operands.reserve(bits.size());
     for (const Leaf bit : bits) {
         operands.push_back(mWriter.raw(bit));
     }
@@ -356,6 +357,7 @@ Signal Expansion::product(const Signal &a, const Signal &b, const NumTypeSpec &t
     const Signal out = fresh(type);
     const auto emitFixed = [&](Leaf leaf, const std::vector<Leaf> &factors, bool subtracts) {
         std::vector<Operand> operands;
+        operands.reserve(factors.size());
         for (const Leaf factor : factors) {
             operands.push_back(mWriter.raw(factor));
         }
@@ -431,6 +433,8 @@ Signal Expansion::complexTable(Leaf address, const std::vector<std::pair<double,
                                const NumTypeSpec &type) {
     const Signal out = fresh(type);
     std::vector<double> parts[2];
+    parts[0].reserve(entries.size());
+    parts[1].reserve(entries.size());
     for (const auto &[re, im] : entries) {
         parts[0].push_back(re);
         parts[1].push_back(im);

@@ -76,9 +76,9 @@ Leaf variableMultiplier(Expansion &e, Leaf pulse, Leaf size, int bits) {
 Leaf accessAddress(Expansion &e, Leaf valid, Leaf size, Leaf reverse, int bits) {
     requireBits(e, bits, 1);
     const int sizeBits = std::max(internal::bitsToCount(bits + 1), 1);
-    std::vector<std::uint64_t> shifts;
+    std::vector<std::uint64_t> shifts(std::size_t{1} << sizeBits);
     for (int k = 0; k < 1 << sizeBits; ++k) {
-        shifts.push_back(static_cast<std::uint64_t>(std::max(bits - k, 0)));
+        shifts[static_cast<std::size_t>(k)] = static_cast<std::uint64_t>(std::max(bits - k, 0));
     }
     const DelayLine sum = e.openDelay({static_cast<std::uint32_t>(bits), 0, false, false}, 1);
     e.closeDelay(sum, e.add(sum.out, frameStep(e, size, valid, bits), bits));
@@ -238,6 +238,7 @@ Leaf transposeAddress(Expansion &e, Leaf state, Leaf count, const std::vector<in
         return count;
     }
     std::vector<Leaf> addresses;
+    addresses.reserve(group.size());
     for (const internal::Permutation &permutation : group) {
         addresses.push_back(e.gathered(count, permutation));
     }

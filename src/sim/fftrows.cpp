@@ -278,7 +278,7 @@ void writeAccessAddress(BlockWriter &writer) {
 }
 
 internal::Permutation permutationOf(const BlockWriter &writer) {
-    const internal::Permutation permutation = internal::integersOf(writer.param(A_FFTBLOCK_PERM));
+    internal::Permutation permutation = internal::integersOf(writer.param(A_FFTBLOCK_PERM));
     if (permutation.empty() || !internal::isPermutation(permutation)) {
         writer.fail("the permutation is none");
     }

@@ -167,9 +167,9 @@ Transformed variableTransform(Expansion &e, Leaf valid, Leaf size, const Signal 
     const Leaf sum = e.add(frameSize, e.number(static_cast<std::uint32_t>(sumBits), offset), sumBits);
     const Leaf gate = variableDivider(e, valid, sum, bits + shape.subchannelBits);
     e.closeDelay(runs, e.choose(gate, {e.choose(valid, {runs.out, e.number(1, 1)}), e.number(1, 0)}));
-    std::vector<std::uint64_t> drops;
+    std::vector<std::uint64_t> drops(std::size_t{1} << sizeBits);
     for (int k = 0; k < 1 << sizeBits; ++k) {
-        drops.push_back(static_cast<std::uint64_t>(std::max(bits - k, 0)));
+        drops[static_cast<std::size_t>(k)] = static_cast<std::uint64_t>(std::max(bits - k, 0));
     }
     const SampleStream stream = stageChain(e, {valid, data, e.table(frameSize, drops, sizeBits)}, shape);
     return {gate, e.delayed(stream.valid, subchannels - 1), e.delayed(stream.data, subchannels - 1)};
