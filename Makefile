@@ -3,7 +3,7 @@
 JOBS := $(shell nproc)
 BUILD := build/release
 
-.PHONY: all deps configure build test demo bench format format-check tidy update-examples update-docs install clean
+.PHONY: all deps configure build test demo bench mutants format format-check tidy update-examples update-docs install clean
 
 all: build
 
@@ -28,6 +28,10 @@ demo: configure
 
 bench: build
 	tools/bench.sh $(BUILD)
+
+# Plants mistakes into the simulator and shows that the tests catch each.
+mutants: build
+	tools/mutants.py $(BUILD)
 
 format:
 	tools/format.sh

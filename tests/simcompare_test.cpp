@@ -57,6 +57,86 @@ TEST_F(CompareTest, tellsEachOutputThatDiffers) {
     EXPECT_FALSE(result.same());
 }
 
+TEST_F(CompareTest, followsAMismatchToTheFirstSignalInside) {
+    const auto a = example("biquad");
+    const auto b = example("biquad");
+    Block &round = *b->getModel(value("biquad"))->getBlock(value("round"));
+    round.setParam(A_CAST_SATURATE_MODE, A_SATURATE_NONE);
+    const sim::CompareResult result = sim::compareDesigns(*a, *a->begin(), *b, *b->begin());
+    ASSERT_FALSE(result.mismatches.empty());
+    ASSERT_TRUE(result.inside);
+    EXPECT_EQ(result.inside->output, "biquad/round/primWireOut");
+    EXPECT_EQ(result.inside->cycle, result.mismatches[0].cycle);
+    EXPECT_NE(result.inside->first, result.inside->second);
+}
+
+TEST_F(CompareTest, followsSignalsIntoModelsThatWereDissolved) {
+    // A sub-model doubles; dissolved, its block stands in the top under the names of both.
+    const auto build = [this](bool isFlat, const char *factor) {
+        auto design = std::make_unique<Design>(mgr.context());
+        Model &top = *Model::create(*design, "top");
+        Block &pin = *Block::create(top, "pin", A_TYPE_PIN_BLOCK);
+        pin.setParam(A_TYPE_PIN_TYPE, ValueRef(value("(typeUFixed 4 0)")));
+        pin.setParam(value("0"), *Wire::create(*Block::create(top, "in", A_INPUT_BLOCK), "x"));
+        Wire &x = *Wire::create(pin, value("0"));
+        Wire *y = nullptr;
+        const auto scale = [&](Model &model, const char *name, Wire &in) {
+            Block &block = *Block::create(model, value(name));
+            block.setParam(A_BLOCK_TYPE, A_CONSTMULT_BLOCK);
+            block.setParam(A_CONST_VALUE, ValueRef(value(factor)));
+            block.setParam(value("0"), in);
+            return Wire::create(block, A_PRIM_WIRE_OUT);
+        };
+        if (isFlat) {
+            y = scale(top, "(inner scale)", x);
+        } else {
+            Model &inner = *Model::create(*design, "inner");
+            Wire &in = *Wire::create(*Block::create(inner, "in", A_INPUT_BLOCK), "x");
+            Block::create(inner, "out", A_OUTPUT_BLOCK)->setParam(value("y"), *scale(inner, "scale", in));
+            Block &call = *Block::create(top, "call", A_MODEL_BLOCK);
+            call.setParam(A_MODEL_NODE, inner);
+            call.setParam(value("x"), x);
+            y = Wire::create(call, value("y"));
+        }
+        Block &negate = *Block::create(top, "negate", A_NEG_BLOCK);
+        negate.setParam(value("0"), *y);
+        Block::create(top, "out", A_OUTPUT_BLOCK)->setParam(value("y"), *Wire::create(negate, A_PRIM_WIRE_OUT));
+        return design;
+    };
+    const auto before = build(false, "5");
+    EXPECT_SAME_BEHAVIOUR(*before, *build(true, "5"), "top");
+    const auto after = build(true, "7");
+    const sim::CompareResult result =
+        sim::compareDesigns(*before, *before->getModel(value("top")), *after, *after->begin());
+    ASSERT_TRUE(result.inside);
+    EXPECT_EQ(result.inside->output, "top/call/scale/primWireOut");
+}
+
+TEST_F(CompareTest, matchesPortsThatWereUnrolled) {
+    // A vector of complex numbers goes through; lane by lane and part by part, the ports have names of their own.
+    const auto whole = std::make_unique<Design>(mgr.context());
+    const auto split = std::make_unique<Design>(mgr.context());
+    for (Design *design : {whole.get(), split.get()}) {
+        Model &top = *Model::create(*design, "top");
+        Block &in = *Block::create(top, "in", A_INPUT_BLOCK);
+        Block &out = *Block::create(top, "out", A_OUTPUT_BLOCK);
+        const bool isWhole = design == whole.get();
+        const std::vector<const char *> names =
+            isWhole ? std::vector<const char *>{"x"}
+                    : std::vector<const char *>{"(x real 0)", "(x imag 0)", "(x real 1)", "(x imag 1)"};
+        for (const char *name : names) {
+            Block &pin = *Block::create(top, "pin" + std::string(name), A_TYPE_PIN_BLOCK);
+            pin.setParam(A_TYPE_PIN_TYPE, ValueRef(value(isWhole ? "(typeVector 2 (typeComplex (typeSFixed 4 0)))"
+                                                                 : "(typeSFixed 4 0)")));
+            pin.setParam(value("0"), *Wire::create(in, value(name)));
+            out.setParam(value(name), *Wire::create(pin, value("0")));
+        }
+    }
+    const sim::CompareResult result = sim::compareDesigns(*whole, *whole->begin(), *split, *split->begin());
+    EXPECT_TRUE(result.unmatched.empty()) << result.unmatched.front();
+    EXPECT_TRUE(result.same());
+}
+
 TEST_F(CompareTest, tellsEdgesThatDoNotMatch) {
     const auto a = example("fir16");
     const auto b = example("biquad");

@@ -2,6 +2,7 @@
 // cannot be simulated.
 #include <orvo/simulator.h>
 
+#include "support/oneblock.h"
 #include "support/typetable.h"
 
 #include <orvo/block.h>
@@ -31,7 +32,7 @@ using Numbers = std::vector<std::int64_t>;
 /// One block with its inputs at the edge of a model: the integers of the inputs' scalars, and what must come out, cycle
 /// by cycle.
 struct BlockCase {
-    using Texts = std::vector<std::pair<const char *, const char *>>;
+    using Texts = test::KeyedTexts;
     const char *name;
     const char *block;
     Texts inputs;
@@ -48,29 +49,8 @@ class SimulatorTest : public ::testing::Test {
   protected:
     PureValueRef value(const std::string &text) { return PureValueRef(Value::parse(text, mgr.context())); }
 
-    /// A model of one block whose ports hang on typed inputs, in order, and whose wires are outputs, in order.
     static std::unique_ptr<Design> oneBlock(Context *context, const BlockCase &row) {
-        const auto value = [context](const std::string &text) { return PureValueRef(Value::parse(text, context)); };
-        auto design = std::make_unique<Design>(context);
-        Model &top = *Model::create(*design, "top");
-        Block &in = *Block::create(top, "in", A_INPUT_BLOCK);
-        Block &block = *Block::create(top, "block", value(row.block));
-        for (const auto &[key, text] : row.params) {
-            block.setParam(value(key), ValueRef(value(text)));
-        }
-        int number = 100;
-        for (const auto &[key, type] : row.inputs) {
-            Block &pin = *Block::create(top, "pin" + std::to_string(number), A_TYPE_PIN_BLOCK);
-            pin.setParam(A_TYPE_PIN_TYPE, ValueRef(value(testing::typeText(type))));
-            pin.setParam(value("0"), *Wire::create(in, "i" + std::to_string(number++)));
-            block.setParam(value(key), *Wire::create(pin, value("0")));
-        }
-        Block &out = *Block::create(top, "out", A_OUTPUT_BLOCK);
-        number = 100;
-        for (const char *key : row.outputs) {
-            out.setParam(value("o" + std::to_string(number++)), *Wire::create(block, value(key)));
-        }
-        return design;
+        return test::oneBlock(context, row.block, row.inputs, row.params, row.outputs);
     }
     static Numbers outputsOf(const Simulator &simulator) {
         Numbers numbers;

@@ -361,6 +361,38 @@ TEST_F(MinimalSets, findTypesThroughInstancesAndPins) {
     static_cast<void>(pin);
 }
 
+TEST_F(TypeInfer, drawsConsequencesFromASupposedType) {
+    Model &below = *Model::create(design, "below");
+    Block &in = make(below, "in", A_INPUT_BLOCK);
+    Block &out = make(below, "out", A_OUTPUT_BLOCK);
+    Wire &x = wireOf(in, "x");
+    Wire &loose = wireOf(make(below, "loose", A_FROM_BLOCK), "w");
+    Block &sum = make(below, "sum", A_ADD_BLOCK);
+    sum.setParam(value("0"), loose);
+    sum.setParam(value("1"), x);
+    Wire &y = wireOf(sum, "primWireOut");
+    out.setParam(value("y"), y);
+    Block &a = instance(top, "a", below, &source(top, "s", "s8.0"));
+    Block &b = instance(top, "b", below, &source(top, "t", "s4.0"));
+    GlobalTypePass types;
+    types.bindEvents(design);
+    EXPECT_EQ(typeOf(types, *a.getWire(value("y"))), "?");
+    types.suppose(loose, {&a}, type("s6.0"));
+    // In that instance alone, and outwards.
+    EXPECT_EQ(types.getType(y, {&a}), type("s9.0"));
+    EXPECT_EQ(typeOf(types, *a.getWire(value("y"))), "s9.0");
+    EXPECT_FALSE(types.getType(loose, {&b}));
+    EXPECT_EQ(typeOf(types, *b.getWire(value("y"))), "?");
+    // What is known stands.
+    types.suppose(loose, {&a}, type("s7.0"));
+    EXPECT_EQ(types.getType(loose, {&a}), type("s6.0"));
+    types.suppose(loose, {&b}, PureValueRef());
+    EXPECT_FALSE(types.getType(loose, {&b}));
+    // A change of the netlist ends it.
+    make(top, "late", A_ADD_BLOCK);
+    EXPECT_EQ(typeOf(types, *a.getWire(value("y"))), "?");
+}
+
 TEST(TypeRules, areTheSameForVariantsWithoutScheduling) {
     ContextMgr mgr;
     EXPECT_EQ(mgr.context()->getBlockClass(U_ADD_BLOCK)->get<TypeInferHandler>(),

@@ -83,11 +83,11 @@ TEST(ChangeDump, writesWhatChanges) {
     std::ostringstream out;
     const std::vector<Scalar> scalars{{"a b", 2, false, false, 0}, {"c", 1, false, false, 0}};
     ChangeDump dump(out, "top", scalars);
-    dump.cycle(0, {{2}, {0}});
-    dump.cycle(1, {{2}, {0}});
-    dump.cycle(2, {{3}, {0}});
+    dump.cycle(0, {{{2}, {0}}, {{0}, {0}}});
+    dump.cycle(1, {{{2}, {0}}, {{0}, {0}}});
+    dump.cycle(2, {{{3}, {2}}, {{0}, {0}}});
     EXPECT_EQ(out.str(), "$timescale 1 ns $end\n$scope module top $end\n$var wire 2 ! a_b $end\n$var wire 1 \" c $end\n"
-                         "$upscope $end\n$enddefinitions $end\n#0\nb10 !\nb0 \"\n#2\nb11 !\n");
+                         "$upscope $end\n$enddefinitions $end\n#0\nb10 !\nb0 \"\n#2\nbx1 !\n");
 }
 
 TEST(ChangeDump, namesEachOfManySignals) {

@@ -39,6 +39,11 @@ struct Scalar {
     bool isFloat;
     /// Fraction bits of a fixed-point scalar: its value is the integer times two to minus this many.
     std::int32_t fraction;
+    /// The name that this scalar has where lanes and parts have become wires and ports of their own, as in (x real 2).
+    /// Of a probe, the model and the block that the wire comes from, and the wire's name made like that.
+    std::string origin{};
+    /// How late in the cycle it settles: never before what it is computed from.
+    std::uint32_t rank = 0;
 };
 
 /// Whether a block type has a meaning here, with signals of fixed point or with floats.
@@ -48,6 +53,11 @@ ORVO_API bool canSimulate(const Value *blockType);
 struct SimulatorOptions {
     /// Wires to look at, as top/a/b/block/wire: the top model, the model blocks on the way, the block, the wire.
     std::vector<std::string> probes;
+    /// Looks at every wire of every instance, too.
+    bool probeAll = false;
+    /// Keeps track of the bits that nothing settles: what comes from ports that are not connected, memories without
+    /// content, divisions by zero and the like. Else these read as zero.
+    bool trackUnknown = false;
 };
 
 /// Compiles the instances below a model into a flat program and runs it. The design must not change meanwhile, and must
@@ -60,7 +70,8 @@ class ORVO_API Simulator {
     Simulator(const Simulator &) = delete;
     Simulator &operator=(const Simulator &) = delete;
 
-    /// The scalars of the top model's input and output blocks, in the order of their names.
+    /// The scalars of the top model's input and output blocks, then those of the interfaces of all instances, in the
+    /// order of their names. A signal of an interface is named by the pair of the interface and the signal.
     const std::vector<Scalar> &inputs() const;
     const std::vector<Scalar> &outputs() const;
     /// The scalars of the probed wires, in the order of the options.
@@ -79,6 +90,19 @@ class ORVO_API Simulator {
     /// What the output was in the latest cycle, as `setInput` takes it.
     std::vector<std::uint64_t> output(std::size_t output) const;
     std::vector<std::uint64_t> probe(std::size_t probe) const;
+    /// The bits of the output in the latest cycle that are unknown: one in their places. They are found by running the
+    /// design many times at once, with these bits filled in differently, so that a bit which no unknown one can change
+    /// is never told as unknown; the other way round one may be missed that is very seldom different.
+    std::vector<std::uint64_t> unknownOutput(std::size_t output) const;
+    std::vector<std::uint64_t> unknownProbe(std::size_t probe) const;
+    /// Whether anything in the design can be unknown, and that is tracked.
+    bool tracksUnknown() const;
+    /// How often the design runs at once, and what an output was in one of these runs. In the first, unknown bits are
+    /// zero.
+    std::size_t runs() const;
+    std::vector<std::uint64_t> outputInRun(std::size_t output, std::size_t run) const;
+    /// Fills in other bits for unknown ones from the next reset on.
+    void reseed(std::uint64_t seed);
     /// The same as a number: the integer of a fixed-point scalar of at most 64 bits.
     std::int64_t outputInteger(std::size_t output) const;
 

@@ -42,6 +42,11 @@ class ORVO_API GlobalTypePass final : public Pass {
     PureValueRef getType(const Port &port, const RefChain &refChain);
     PureValueRef getType(const Port *port, const RefChain &refChain);
 
+    /// Takes a type as that of a wire in an instance, as if something in the design established it, and draws from it
+    /// what follows: for a connection that the netlist does not draw. Nothing happens where a type is known already. A
+    /// change of the netlist ends it like all that is known.
+    void suppose(const Wire &wire, const RefChain &refChain, const PureValueRef &type);
+
     /// Between these two, changes of the netlist do not throw away what is known. They must alternate.
     void freeze();
     void thaw();

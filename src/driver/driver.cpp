@@ -122,6 +122,7 @@ void addVerbs(CLI::App &app, VerbHost &host) {
     addTypesVerb(app, host);
     addSimVerb(app, host);
     addEquivVerb(app, host);
+    addGenVerb(app, host);
     addPassesVerb(app, host);
     addBlocksVerb(app, host);
     addFeaturesVerb(app, host);

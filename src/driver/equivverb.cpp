@@ -28,19 +28,18 @@ struct Arguments {
     sim::CompareOptions options;
 };
 
-struct Side {
-    std::unique_ptr<Design> design;
-    std::unique_ptr<sim::Simulator> simulator;
-};
-
-Side load(const std::string &path, const std::string &top, Context *context, Progress &progress, Console &console) {
+std::unique_ptr<Design> load(const std::string &path, Context *context, Progress &progress, Console &console) {
     InputFile file(path, console);
     progress.phase("reading " + path);
-    Side side;
-    side.design = readDesign(file, context, console);
-    progress.phase("compiling " + path);
-    side.simulator = compileSimulator(*side.design, topModel(*side.design, top, console), {}, console);
-    return side;
+    return readDesign(file, context, console);
+}
+
+Json toJson(const sim::Mismatch &mismatch, const char *key) {
+    return {{"stream", mismatch.stream},
+            {"cycle", mismatch.cycle},
+            {key, mismatch.output},
+            {"first", valueText(mismatch.scalar, mismatch.first, mismatch.firstUnknown, false)},
+            {"second", valueText(mismatch.scalar, mismatch.second, mismatch.secondUnknown, false)}};
 }
 
 Json toJson(const Arguments &arguments, const sim::CompareResult &result) {
@@ -48,13 +47,16 @@ Json toJson(const Arguments &arguments, const sim::CompareResult &result) {
               {"same", result.same()},      {"cycles", result.cycles},  {"unmatched", result.unmatched},
               {"mismatches", Json::array()}};
     for (const sim::Mismatch &mismatch : result.mismatches) {
-        json["mismatches"].push_back({{"stream", mismatch.stream},
-                                      {"cycle", mismatch.cycle},
-                                      {"output", mismatch.output},
-                                      {"first", valueText(mismatch.scalar, mismatch.first, false)},
-                                      {"second", valueText(mismatch.scalar, mismatch.second, false)}});
+        json["mismatches"].push_back(toJson(mismatch, "output"));
     }
+    json["inside"] = result.inside ? toJson(*result.inside, "wire") : Json();
     return json;
+}
+
+std::string line(const sim::Mismatch &mismatch) {
+    return fmt::format("stream {}, cycle {}: '{}' is {} and {}\n", mismatch.stream, mismatch.cycle, mismatch.output,
+                       valueText(mismatch.scalar, mismatch.first, mismatch.firstUnknown, false),
+                       valueText(mismatch.scalar, mismatch.second, mismatch.secondUnknown, false));
 }
 
 std::string text(const sim::CompareResult &result) {
@@ -63,9 +65,10 @@ std::string text(const sim::CompareResult &result) {
         out += fmt::format("'{}' is at the edge of only one of the designs, or has another width there\n", name);
     }
     for (const sim::Mismatch &mismatch : result.mismatches) {
-        out += fmt::format("stream {}, cycle {}: '{}' is {} and {}\n", mismatch.stream, mismatch.cycle, mismatch.output,
-                           valueText(mismatch.scalar, mismatch.first, false),
-                           valueText(mismatch.scalar, mismatch.second, false));
+        out += line(mismatch);
+    }
+    if (result.inside) {
+        out += "first inside: " + line(*result.inside);
     }
     return out + fmt::format("{} in {} cycles\n", result.same() ? "the same" : "not the same", result.cycles);
 }
@@ -77,10 +80,13 @@ int compare(const Arguments &arguments, Console &console) {
     Progress progress(console);
     ContextMgr guard;
     guard.context()->setListener(&console);
-    const Side first = load(arguments.first, arguments.top, guard.context(), progress, console);
-    const Side second = load(arguments.second, arguments.top, guard.context(), progress, console);
+    const std::unique_ptr<Design> first = load(arguments.first, guard.context(), progress, console);
+    const std::unique_ptr<Design> second = load(arguments.second, guard.context(), progress, console);
+    const Model &firstTop = topModel(*first, arguments.top, console);
+    const Model &secondTop = topModel(*second, arguments.top, console);
     progress.phase("simulating");
-    const sim::CompareResult result = sim::compareBehaviour(*first.simulator, *second.simulator, arguments.options);
+    const sim::CompareResult result =
+        orFail([&] { return sim::compareDesigns(*first, firstTop, *second, secondTop, arguments.options); }, console);
     progress.hide();
     console.emit(console.json() ? documentText(toJson(arguments, result)) : text(result));
     return result.same() ? kFine : kDesignErrors;

@@ -170,8 +170,10 @@ void DriverInstrumentation::simulateBefore(const Design &design) {
             tops.push_back(&model);
         }
     }
+    sim::SimulatorOptions options;
+    options.trackUnknown = true;
     for (const Model *top : tops) {
-        mBefore.emplace_back(top->getName()->toString(), compileSimulator(design, *top, {}, mConsole));
+        mBefore.emplace_back(top->getName()->toString(), compileSimulator(design, *top, options, mConsole));
     }
 }
 
@@ -190,7 +192,9 @@ void DriverInstrumentation::compareWithBefore(const PassRecord &record, const De
             continue;
         }
         try {
-            sim::Simulator after(design, *top);
+            sim::SimulatorOptions options;
+            options.trackUnknown = true;
+            sim::Simulator after(design, *top, options);
             const sim::CompareResult result = sim::compareBehaviour(*before, after);
             if (!result.unmatched.empty()) {
                 fail("'" + result.unmatched.front() + "' of model '" + name + "' is not what it was");
@@ -198,8 +202,8 @@ void DriverInstrumentation::compareWithBefore(const PassRecord &record, const De
             if (!result.mismatches.empty()) {
                 const sim::Mismatch &first = result.mismatches.front();
                 fail(fmt::format("in cycle {} output '{}' of model '{}' is {} in place of {}", first.cycle,
-                                 first.output, name, valueText(first.scalar, first.second, false),
-                                 valueText(first.scalar, first.first, false)));
+                                 first.output, name, valueText(first.scalar, first.second, first.secondUnknown, false),
+                                 valueText(first.scalar, first.first, first.firstUnknown, false)));
             }
         } catch (const sim::SimulationError &error) {
             fail(std::string(error.what()) + (error.blocks().empty() ? "" : " at " + error.blocks().front()));

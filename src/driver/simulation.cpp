@@ -39,17 +39,17 @@ const Model &topModel(const Design &design, const std::string &name, Console &co
     return *top;
 }
 
+void failToSimulate(const sim::SimulationError &error, Console &console) {
+    Console::Params params{{"reason", error.what()}};
+    if (!error.blocks().empty()) {
+        params["blocks"] = fmt::format("{}", fmt::join(error.blocks(), ", "));
+    }
+    console.fail(kDesignErrors, "DRIVER_CANNOT_SIMULATE", params);
+}
+
 std::unique_ptr<sim::Simulator> compileSimulator(const Design &design, const Model &top,
                                                  const sim::SimulatorOptions &options, Console &console) {
-    try {
-        return std::make_unique<sim::Simulator>(design, top, options);
-    } catch (const sim::SimulationError &error) {
-        Console::Params params{{"reason", error.what()}};
-        if (!error.blocks().empty()) {
-            params["blocks"] = fmt::format("{}", fmt::join(error.blocks(), ", "));
-        }
-        console.fail(kDesignErrors, "DRIVER_CANNOT_SIMULATE", params);
-    }
+    return orFail([&] { return std::make_unique<sim::Simulator>(design, top, options); }, console);
 }
 
 } // namespace orvo::driver

@@ -18,7 +18,18 @@ namespace orvo::driver {
 /// The model of a name or, for an empty one, the only model that no other instantiates; else the verb ends.
 const Model &topModel(const Design &design, const std::string &name, Console &console);
 
-/// A design that cannot be simulated ends the verb, with its reason and places.
+/// Ends the verb with the reason and the places why a design cannot be simulated.
+[[noreturn]] void failToSimulate(const sim::SimulationError &error, Console &console);
+
+/// What `run` gives; a design that cannot be simulated ends the verb.
+template <class Run> auto orFail(Run run, Console &console) {
+    try {
+        return run();
+    } catch (const sim::SimulationError &error) {
+        failToSimulate(error, console);
+    }
+}
+
 std::unique_ptr<sim::Simulator> compileSimulator(const Design &design, const Model &top,
                                                  const sim::SimulatorOptions &options, Console &console);
 

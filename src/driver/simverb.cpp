@@ -32,6 +32,7 @@ struct Arguments {
     std::string changes;
     std::vector<std::string> probes;
     bool raw = false;
+    bool unknowns = false;
 };
 
 /// A stimulus out of a table: one column an input, one row a cycle; the last row stays.
@@ -138,36 +139,36 @@ class Run {
     const std::vector<sim::Scalar> &shown() const { return mShown; }
     const std::vector<sim::Scalar> &all() const { return mAll; }
 
-    /// Calls `row(cycle, values of all())` for each cycle.
+    /// Calls `row(cycle, samples of all())` for each cycle.
     template <class Row> void forEachCycle(Row row) {
         const std::size_t inputs = mSimulator.inputs().size();
-        std::vector<Words> values(mAll.size());
+        std::vector<Sample> samples(mAll.size());
         for (std::uint64_t cycle = 0; cycle < mCycles; ++cycle) {
             if (cycle % 1024 == 0) {
                 mProgress.phase(fmt::format("simulating, {} % of {} cycles", cycle * 100 / mCycles, mCycles));
             }
             for (std::size_t i = 0; i < inputs; ++i) {
-                values[i] = mStimulus.at(cycle, i);
-                mSimulator.setInput(i, values[i]);
-                values[i] = mSimulator.input(i);
+                mSimulator.setInput(i, mStimulus.at(cycle, i));
+                samples[i].bits = mSimulator.input(i);
+                samples[i].unknown.assign(samples[i].bits.size(), 0);
             }
             mSimulator.step();
             for (std::size_t i = 0; i < mSimulator.outputs().size(); ++i) {
-                values[inputs + i] = mSimulator.output(i);
+                samples[inputs + i] = {mSimulator.output(i), mSimulator.unknownOutput(i)};
             }
             for (std::size_t i = 0; i < mSimulator.probes().size(); ++i) {
-                values[inputs + mSimulator.outputs().size() + i] = mSimulator.probe(i);
+                samples[inputs + mSimulator.outputs().size() + i] = {mSimulator.probe(i), mSimulator.unknownProbe(i)};
             }
-            row(cycle, values);
+            row(cycle, samples);
         }
     }
-    std::string rowText(std::uint64_t cycle, const std::vector<Words> &values) const {
-        std::string text = std::to_string(cycle);
-        const std::size_t skip = mAll.size() - mShown.size();
-        for (std::size_t i = 0; i < mShown.size(); ++i) {
-            text += "," + valueText(mShown[i], values[skip + i], mArguments.raw);
+    /// Outputs and probes as texts.
+    std::vector<std::string> cells(const std::vector<Sample> &samples) const {
+        std::vector<std::string> texts;
+        for (std::size_t i = mAll.size() - mShown.size(); i < mAll.size(); ++i) {
+            texts.push_back(valueText(mAll[i], samples[i].bits, samples[i].unknown, mArguments.raw));
         }
-        return text + "\n";
+        return texts;
     }
 
   private:
@@ -188,10 +189,10 @@ void writeRun(const Arguments &arguments, Run &run, const std::string &top, Cons
             table << "," << scalar.name;
         }
         table << "\n";
-        run.forEachCycle([&](std::uint64_t cycle, const std::vector<Words> &values) {
-            table << run.rowText(cycle, values);
+        run.forEachCycle([&](std::uint64_t cycle, const std::vector<Sample> &samples) {
+            table << fmt::format("{},{}\n", cycle, fmt::join(run.cells(samples), ","));
             if (changes != nullptr) {
-                changes->cycle(cycle, values);
+                changes->cycle(cycle, samples);
             }
         });
     };
@@ -219,6 +220,7 @@ int simulate(const Arguments &arguments, Console &console) {
     progress.phase("compiling");
     sim::SimulatorOptions options;
     options.probes = arguments.probes;
+    options.trackUnknown = arguments.unknowns;
     const std::unique_ptr<sim::Simulator> simulator = compileSimulator(*design, top, options, console);
     std::unique_ptr<Stimulus> stimulus = makeStimulus(arguments.stimulus, simulator->inputs());
     std::uint64_t cycles = arguments.cycles.value_or(100);
@@ -246,14 +248,8 @@ int simulate(const Arguments &arguments, Console &console) {
               {"probes", describe(simulator->probes())}};
     if (arguments.output == "-") {
         json["rows"] = Json::array();
-        const std::size_t skip = run.all().size() - run.shown().size();
-        run.forEachCycle([&](std::uint64_t, const std::vector<Words> &values) {
-            Json row = Json::array();
-            for (std::size_t i = 0; i < run.shown().size(); ++i) {
-                row.push_back(valueText(run.shown()[i], values[skip + i], arguments.raw));
-            }
-            json["rows"].push_back(std::move(row));
-        });
+        run.forEachCycle(
+            [&](std::uint64_t, const std::vector<Sample> &samples) { json["rows"].push_back(run.cells(samples)); });
     } else {
         writeRun(arguments, run, topName, console);
     }
@@ -281,6 +277,7 @@ void addSimVerb(CLI::App &app, VerbHost &host) {
     verb->add_option("--probe", arguments->probes, "A wire to show, as top/a/b/block/wire")
         ->type_name("PATH")
         ->allow_extra_args(false);
+    verb->add_flag("--unknowns", arguments->unknowns, "Show x for bits that nothing settles; else they are zero");
     verb->add_flag("--raw", arguments->raw, "Values as the integers of their bits, in the tables read and written");
     verb->callback(
         [&host, arguments] { host.action = [&host, arguments] { return simulate(*arguments, host.console); }; });

@@ -27,6 +27,7 @@ void addOptVerb(CLI::App &app, VerbHost &host);
 void addCheckVerb(CLI::App &app, VerbHost &host);
 void addStatVerb(CLI::App &app, VerbHost &host);
 void addEquivVerb(CLI::App &app, VerbHost &host);
+void addGenVerb(CLI::App &app, VerbHost &host);
 void addSimVerb(CLI::App &app, VerbHost &host);
 void addTypesVerb(CLI::App &app, VerbHost &host);
 void addPassesVerb(CLI::App &app, VerbHost &host);

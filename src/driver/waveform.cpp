@@ -230,6 +230,23 @@ std::string valueText(const sim::Scalar &scalar, const Words &words, bool raw) {
     return isNegative ? '-' + digits : digits;
 }
 
+std::string bitsText(const sim::Scalar &scalar, const Words &words, const Words &unknown) {
+    const auto isSet = [](const Words &of, std::size_t bit) { return (of[bit / 64] >> (bit % 64) & 1U) != 0; };
+    std::string bits;
+    for (std::size_t bit = std::max(scalar.width, 1U); bit-- > 0;) {
+        bits += isSet(unknown, bit) ? 'x' : isSet(words, bit) ? '1' : '0';
+    }
+    return bits;
+}
+
+std::string valueText(const sim::Scalar &scalar, const Words &words, const Words &unknown, bool raw) {
+    if (std::all_of(unknown.begin(), unknown.end(), [](std::uint64_t word) { return word == 0; })) {
+        return valueText(scalar, words, raw);
+    }
+    const std::string bits = bitsText(scalar, words, unknown);
+    return bits.find_first_not_of('x') == std::string::npos ? "x" : "0b" + bits;
+}
+
 std::optional<Words> parseValue(const sim::Scalar &scalar, const std::string &text, bool raw) {
     const std::optional<Decimal> number = readDecimal(text);
     if (!number || (raw && number->places > 0)) {
@@ -298,22 +315,18 @@ ChangeDump::ChangeDump(std::ostream &out, const std::string &top, const std::vec
     mOut << "$upscope $end\n$enddefinitions $end\n";
 }
 
-void ChangeDump::cycle(std::uint64_t cycle, const std::vector<Words> &values) {
+void ChangeDump::cycle(std::uint64_t cycle, const std::vector<Sample> &samples) {
     bool isFirst = true;
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        if (values[i] == mLast[i]) {
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        if (samples[i] == mLast[i]) {
             continue;
         }
         if (isFirst) {
             mOut << "#" << cycle << "\n";
             isFirst = false;
         }
-        std::string bits;
-        for (std::size_t bit = std::max(mScalars[i].width, 1U); bit-- > 0;) {
-            bits += (values[i][bit / 64] >> (bit % 64) & 1U) != 0 ? '1' : '0';
-        }
-        mOut << "b" << bits << " " << identifier(i) << "\n";
-        mLast[i] = values[i];
+        mOut << "b" << bitsText(mScalars[i], samples[i].bits, samples[i].unknown) << " " << identifier(i) << "\n";
+        mLast[i] = samples[i];
     }
 }
 

@@ -17,6 +17,10 @@ using Words = std::vector<std::uint64_t>;
 
 /// The exact value in decimal, or the integer that the bits make; a float is its bits in hexadecimal.
 std::string valueText(const sim::Scalar &scalar, const Words &words, bool raw);
+/// The bits as 0, 1 and x for unknown ones, the highest first.
+std::string bitsText(const sim::Scalar &scalar, const Words &words, const Words &unknown);
+/// As `valueText`, but x for a value of which all bits are unknown, and its bits behind 0b where some are.
+std::string valueText(const sim::Scalar &scalar, const Words &words, const Words &unknown, bool raw);
 /// The bits of a number in decimal, rounded to the scalar's fraction, halves away from zero, and brought into its
 /// range; of an integer, its low bits. None for what is no number.
 std::optional<Words> parseValue(const sim::Scalar &scalar, const std::string &text, bool raw);
@@ -36,16 +40,24 @@ class Stimulus {
 ///     corners  zero, the least step up and down, the highest and the lowest value, by chance
 std::unique_ptr<Stimulus> makeStimulus(const std::string &name, const std::vector<sim::Scalar> &inputs);
 
+/// What a signal shows in a cycle.
+struct Sample {
+    Words bits;
+    /// One in the places of unknown bits; as many words.
+    Words unknown;
+    bool operator==(const Sample &) const = default;
+};
+
 /// Writes a value change dump (IEEE 1364).
 class ChangeDump {
   public:
     ChangeDump(std::ostream &out, const std::string &top, const std::vector<sim::Scalar> &scalars);
-    void cycle(std::uint64_t cycle, const std::vector<Words> &values);
+    void cycle(std::uint64_t cycle, const std::vector<Sample> &samples);
 
   private:
     std::ostream &mOut;
     const std::vector<sim::Scalar> &mScalars;
-    std::vector<Words> mLast;
+    std::vector<Sample> mLast;
 };
 
 } // namespace orvo::driver

@@ -222,6 +222,27 @@ PureValueRef GlobalTypePass::getType(const Port *port, const RefChain &refChain)
     return port != nullptr ? getType(*port, refChain) : PureValueRef();
 }
 
+void GlobalTypePass::suppose(const Wire &wire, const RefChain &refChain, const PureValueRef &type) {
+    const Block &block = wire.getBlock();
+    // What stays unknown after the question is unknown after a full evaluation.
+    if (!type || getType(wire, refChain)) {
+        return;
+    }
+    const Model &root = refChain.empty() ? block.getModel() : refChain.front()->getModel();
+    internal::ChainTypeInfo *chain = mImpl->roots[&root].chain.get();
+    for (const Block *step : refChain) {
+        chain = chain == nullptr ? nullptr : chain->findChild(step);
+    }
+    if (chain == nullptr || chain->findBlockInfo(block) == nullptr) {
+        return;
+    }
+    internal::BlockTypeInfo &info = *chain->findBlockInfo(block);
+    info.setSource(internal::Source::Forward);
+    info.setWireType(wire.getName(), type);
+    chain->enqueue(info);
+    chain->inferTypesRecurse();
+}
+
 void GlobalTypePass::freeze() {
     ORVO_ASSERT(!mImpl->frozen, "types are frozen twice");
     mImpl->frozen = true;

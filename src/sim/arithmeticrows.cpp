@@ -40,7 +40,9 @@ template <class IsNegative> void writeSumOf(BlockWriter &writer, const Signal &o
                 negates.push_back(isNegative(i));
             }
         }
-        if (!leaves.empty()) {
+        if (leaves.empty()) {
+            writer.setConstant(leaf, 0);
+        } else {
             emitSum(writer, leaf, leaves, negates);
         }
     });
@@ -109,6 +111,8 @@ void emitProductPart(BlockWriter &writer, Leaf out, const Factor &a, const Facto
         writer.emit(out, drop, pairs(writer, {{*a.im, b.re}}, false), productSumKernel);
     } else if (b.im) {
         writer.emit(out, drop, pairs(writer, {{a.re, *b.im}}, false), productSumKernel);
+    } else {
+        writer.setConstant(out, 0);
     }
 }
 
@@ -456,7 +460,7 @@ void writeSelect(BlockWriter &writer) {
         }
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             const ScalarType type = writer.scalar(leaf);
-            Leaf chosen = other.known() ? partOrZero(writer, other, lane, part) : zero(writer);
+            Leaf chosen = other.known() ? partOrZero(writer, other, lane, part) : writer.unknown(type);
             for (std::size_t i = cases.size(); i-- > 0;) {
                 const Leaf result = i == 0 ? leaf : writer.temporary(type);
                 emitMux(writer, result, truth(writer, *leafAt(cases[i].control, lane)),
@@ -686,6 +690,7 @@ void writeCast(BlockWriter &writer) {
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
         const auto source = leafAt(in[0], lane, part);
         if (!source) {
+            writer.setConstant(leaf, 0);
             return;
         }
         const Operand value = writer.raw(*source);
@@ -711,7 +716,7 @@ void emitQuotient(BlockWriter &writer, Leaf out, Leaf dividend, Leaf divisor) {
     const std::int32_t shift =
         writer.scalar(out).fraction - writer.scalar(dividend).fraction + writer.scalar(divisor).fraction;
     (shift >= 0 ? a.shift : b.shift) = std::abs(shift);
-    writer.emit(out, 0, {a, b}, divideKernel);
+    writer.emit(out, 0, {a, b, writer.raw(writer.unknown(writer.scalar(out)))}, divideKernel);
 }
 
 void writeDivide(BlockWriter &writer) {
@@ -756,24 +761,25 @@ void writeModMult(BlockWriter &writer) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
             const Factor product =
                 exactProduct(writer, {*leafAt(in[0], lane), std::nullopt}, {*leafAt(in[1], lane), std::nullopt});
-            writer.emit(leaf, 0, {writer.raw(product.re), writer.raw(modulus.first)}, moduloKernel);
+            writer.emit(
+                leaf, 0,
+                {writer.raw(product.re), writer.raw(modulus.first), writer.raw(writer.unknown(writer.scalar(leaf)))},
+                moduloKernel);
         });
     }
 }
 
-/// Zero, for a sink that is observed elsewhere; a source gives the constant of its kind.
-void writeNothing(BlockWriter &) {}
-
-void writeOne(BlockWriter &writer) {
+/// A source gives the constant of its kind.
+template <int value> void writeSource(BlockWriter &writer) {
     if (const Signal out = writer.out(); out.known()) {
-        writer.constant(out, NumberValue::get(1, writer.context()));
+        writer.constant(out, NumberValue::get(value, writer.context()));
     }
 }
 
 const BlockRow kRows[] = {
     {&A_CONST_BLOCK, writeConst},
-    {&A_ECC_SRC_BLOCK, writeNothing},
-    {&A_ENABLE_SRC_BLOCK, writeOne},
+    {&A_ECC_SRC_BLOCK, writeSource<0>},
+    {&A_ENABLE_SRC_BLOCK, writeSource<1>},
     {&A_ADD_BLOCK, writeAdd},
     {&A_MONSTER_ADD_BLOCK, writeAdd},
     {&A_SUB_BLOCK, writeSub},

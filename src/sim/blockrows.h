@@ -16,5 +16,11 @@ std::span<const BlockRow> sequentialRows();
 std::span<const BlockRow> memoryRows();
 std::span<const BlockRow> fftRows();
 std::span<const BlockRow> fftSpatialRows();
+std::span<const BlockRow> stallRows();
+std::span<const BlockRow> interfaceRows();
+std::span<const BlockRow> busRows();
+
+/// What the blocks of one bus compute together.
+void writeBus(std::vector<BlockWriter> &users);
 
 } // namespace orvo::sim

@@ -2,8 +2,10 @@
 #include "sim/compilerimpl.h"
 
 #include "sim/bigint.h"
+#include "sim/blockrows.h"
 #include "sim/floatkernels.h"
 #include "sim/kernels.h"
+#include "sim/tagjoiner.h"
 
 #include <orvo/corevalues.h>
 #include <orvo/design.h>
@@ -21,23 +23,81 @@ constexpr std::size_t kMostScalars = std::size_t{1} << 30;
 constexpr std::uint64_t kMostWords = std::uint64_t{1} << 32;
 constexpr std::uint32_t kNoParent = ~std::uint32_t{0};
 
-/// The index behind a vector element or part in the name of an edge.
-void nameScalars(const SignalType &type, const std::string &prefix, std::size_t dim, std::vector<std::string> &names) {
-    if (dim < type.dims.size()) {
-        for (std::uint32_t i = 0; i < type.dims[dim]; ++i) {
-            nameScalars(type, prefix + "[" + std::to_string(i) + "]", dim + 1, names);
+/// The names of the scalars of a signal: as people write them, and as unrolling makes them.
+class ScalarNames {
+  public:
+    ScalarNames(const PureValueRef &name, const SignalType &type) {
+        std::vector<std::string> parts;
+        const PureTupleValueRef tuple = pureTupleVR(name);
+        if (tuple && tuple->size() > 1) {
+            for (const PureValueRef &part : *tuple) {
+                parts.push_back(part->toString());
+            }
+        } else {
+            parts.push_back(name->toString());
         }
-        return;
+        visit(type, name->toString(), parts, 0);
     }
-    for (std::size_t i = 0; i < type.fields.size(); ++i) {
-        nameScalars(*type.fields[i], prefix + "." + std::to_string(i), 0, names);
+    struct Name {
+        std::string text;
+        std::string unrolled;
+    };
+    const Name &operator[](std::size_t scalar) const { return mNames[scalar]; }
+
+  private:
+    using Parts = std::vector<std::string>;
+    /// A step on the way to a scalar stands before the last part of a name that has several.
+    static Parts with(Parts parts, const std::string &step) {
+        parts.insert(parts.size() > 1 ? parts.end() - 1 : parts.end(), step);
+        return parts;
     }
-    if (!type.isRecord() && type.isComplex) {
-        names.push_back(prefix + ".re");
-        names.push_back(prefix + ".im");
-    } else if (!type.isRecord()) {
-        names.push_back(prefix);
+    void visit(const SignalType &type, const std::string &text, const Parts &parts, std::size_t dim) {
+        if (dim < type.dims.size()) {
+            for (std::uint32_t i = 0; i < type.dims[dim]; ++i) {
+                visit(type, text + "[" + std::to_string(i) + "]", with(parts, std::to_string(i)), dim + 1);
+            }
+        } else if (type.isRecord()) {
+            std::size_t member = 0;
+            visitRecord(type, text, parts, member);
+        } else if (type.isComplex) {
+            add(text + ".re", with(parts, "real"));
+            add(text + ".im", with(parts, "imag"));
+        } else {
+            add(text, parts);
+        }
     }
+    /// Members of records in records count through.
+    void visitRecord(const SignalType &type, const std::string &text, const Parts &parts, std::size_t &member) {
+        for (std::size_t i = 0; i < type.fields.size(); ++i) {
+            const std::string name = text + "." + std::to_string(i);
+            if (const SignalType &field = *type.fields[i]; field.isRecord() && field.dims.empty()) {
+                visitRecord(field, name, parts, member);
+            } else {
+                visit(field, name, with(parts, std::to_string(member++)), 0);
+            }
+        }
+    }
+    void add(const std::string &text, const Parts &parts) {
+        std::string unrolled = parts[0];
+        for (std::size_t i = 1; i < parts.size(); ++i) {
+            unrolled += " " + parts[i];
+        }
+        mNames.push_back({text, parts.size() > 1 ? "(" + unrolled + ")" : unrolled});
+    }
+
+    std::vector<Name> mNames;
+};
+
+/// Where a block comes from: its model and its own name, whether it stands in its model or was copied out of it.
+std::string originOf(const Block &block) {
+    PureValueRef name = block.getName();
+    PureTupleValueRef tuple = pureTupleVR(name);
+    if (tuple && tuple->size() == 3 && tuple->at(0) == A_DUPLICATE_NAME) {
+        name = tuple->at(2);
+        tuple = pureTupleVR(name);
+    }
+    return tuple && tuple->size() == 2 ? name->toString()
+                                       : "(" + block.getModel().getName()->toString() + " " + name->toString() + ")";
 }
 
 /// The integer nearest to a number at a scale, halves away from zero, brought into a type's range.
@@ -121,6 +181,12 @@ Leaf BlockWriter::temporary(const ScalarType &type) {
     return static_cast<Leaf>(mCompiler.mLeaves.size() - 1);
 }
 
+Leaf BlockWriter::unknown(const ScalarType &type) {
+    const Leaf leaf = temporary(type);
+    mCompiler.program.unknowns.push_back(raw(leaf));
+    return leaf;
+}
+
 std::uint32_t BlockWriter::state(std::uint32_t words) {
     const std::uint32_t at = mCompiler.mStateWords;
     mCompiler.mStateWords += words;
@@ -128,6 +194,10 @@ std::uint32_t BlockWriter::state(std::uint32_t words) {
 }
 
 void BlockWriter::setInitial(std::uint32_t at, std::uint64_t word) { mCompiler.mInitial.emplace_back(at, word); }
+
+void BlockWriter::setUnknown(std::uint32_t at, std::uint32_t bits) {
+    mCompiler.program.unknownState.push_back({at, bits, false, false, 0});
+}
 
 Op &BlockWriter::begin(Leaf out, std::int32_t drop, const std::vector<Operand> &in, int aux) {
     Program &program = mCompiler.program;
@@ -231,23 +301,54 @@ void BlockWriter::constant(const Signal &out, const ValueRef &value) {
     }
 }
 
+ValueRef BlockWriter::inherited(const StaticString &key) const {
+    ValueRef value = param(key);
+    for (std::uint32_t at = mInstance; !value && at != kNoParent; at = mCompiler.mInstances[at].parent) {
+        value = mCompiler.mInstances[at].model->getParam(key);
+    }
+    return value;
+}
+
+void BlockWriter::joinBus(const PureValueRef &bus) { mCompiler.mBuses[bus].push_back(*this); }
+
+Signal BlockWriter::outside(const PureValueRef &name, const SignalType &type) {
+    const auto [at, isNew] = mCompiler.mOutside.try_emplace(name);
+    Signal &signal = at->second;
+    if (isNew) {
+        std::vector<ScalarType> scalars;
+        appendScalars(type, scalars);
+        for (const ScalarType &one : scalars) {
+            const Leaf leaf = temporary(one);
+            signal.first = signal.known() ? signal.first : leaf;
+            signal.type = &type;
+        }
+    } else if (signal.type != &type) {
+        fail("'" + name->toString() + "' comes from outside with two types");
+    }
+    return signal;
+}
+
+void BlockWriter::show(const PureValueRef &name, const Signal &signal) {
+    const std::string place = mCompiler.placeOf(mBlock, mInstance);
+    const auto [at, isNew] = mCompiler.mShown.try_emplace(name, signal, place);
+    if (!isNew) {
+        throw CompileError{"'" + name->toString() + "' has two drivers", {at->second.second, place}};
+    }
+}
+
 void BlockWriter::fail(const std::string &reason) const {
     throw CompileError{reason, {mCompiler.placeOf(mBlock, mInstance)}};
 }
 
-Compiler::Compiler(const Design &design, const Model &top, const std::vector<std::string> &probes)
-    : mTop(top), mProbes(probes), mTypes(design.getContext()) {
+Compiler::Compiler(const Design &design, const Model &top, const SimulatorOptions &options)
+    : mTop(top), mOptions(options), mTypes(design.getContext()) {
     mTypesOfSignals.bindEvents(design);
 }
 
 Compiler::~Compiler() { mTypesOfSignals.unbindEvents(); }
 
 std::string Compiler::placeOf(const Block &block, std::uint32_t instance) const {
-    std::string place = mTop.getName()->toString();
-    for (const Block *step : mInstances[instance].chain) {
-        place += "/" + step->getName()->toString();
-    }
-    return place + "/" + block.getName()->toString();
+    return placeOf(instance) + block.getName()->toString();
 }
 
 Signal Compiler::signalOf(const Wire *wire, std::uint32_t instance) {
@@ -258,6 +359,7 @@ Signal Compiler::signalOf(const Wire *wire, std::uint32_t instance) {
 void Compiler::layOut(std::uint32_t instance) {
     const Model &model = *mInstances[instance].model;
     mWires[instance].reserve(model.size());
+    const auto begin = static_cast<Leaf>(mLeaves.size());
     for (const Block &block : model) {
         for (const Wire &wire : block) {
             if (wire.port_size() == 0 && block.type() != A_INPUT_BLOCK.get_ptr() && !block.hasReader()) {
@@ -265,6 +367,10 @@ void Compiler::layOut(std::uint32_t instance) {
                 if (!mTypesOfSignals.getType(wire, mInstances[instance].chain)) {
                     continue;
                 }
+            }
+            if (block.type() == A_FROM_BLOCK.get_ptr() && !mTypesOfSignals.getType(wire, mInstances[instance].chain)) {
+                // Becomes the signal at its Goto.
+                continue;
             }
             const SignalType *type = mTypes.of(mTypesOfSignals.getType(wire, mInstances[instance].chain));
             if (type == nullptr) {
@@ -278,15 +384,16 @@ void Compiler::layOut(std::uint32_t instance) {
             mWires[instance].emplace(&wire, Signal{type, first});
         }
     }
+    mWireLeaves.emplace_back(begin, static_cast<Leaf>(mLeaves.size()));
     mProducers.resize(mLeaves.size());
     for (auto leaf = static_cast<Leaf>(mAliases.size()); leaf < mLeaves.size(); ++leaf) {
         mAliases.push_back(leaf);
     }
 }
 
-void Compiler::joinInstance(const Block &block, std::uint32_t instance, std::uint32_t below) {
+void Compiler::joinInstance(std::uint32_t below) {
     const Model &model = *mInstances[below].model;
-    BlockWriter writer(*this, block, instance);
+    BlockWriter writer(*this, *mInstances[below].chain.back(), mInstances[below].parent);
     const auto join = [&](const Signal &out, const Signal &in, const PureValueRef &name) {
         if (!out.known() || !in.known()) {
             return;
@@ -340,14 +447,11 @@ void Compiler::writeBlock(const Block &block, std::uint32_t instance) {
     }
 }
 
-void Compiler::compile() {
+void Compiler::findInstances() {
     mInstances.push_back({&mTop, {}, kNoParent});
-    mWires.emplace_back();
-    layOut(0);
     for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
         for (const Block &block : *mInstances[at].model) {
             if (block.type() != A_MODEL_BLOCK.get_ptr()) {
-                writeBlock(block, at);
                 continue;
             }
             const Model *below = Node::from<Model>(block[A_MODEL_NODE]);
@@ -356,33 +460,59 @@ void Compiler::compile() {
                 below == mInstances[at].model ||
                 std::any_of(chain.begin(), chain.end(), [&](const Block *step) { return &step->getModel() == below; });
             if (below == nullptr || isInside) {
-                BlockWriter(*this, block, at)
-                    .fail(below == nullptr ? "the model block has no model" : "the model instantiates itself");
+                const char *reason =
+                    below == nullptr ? "the model block has no model" : "the model instantiates itself";
+                mFault = mFault ? mFault : CompileError{reason, {placeOf(block, at)}};
+                continue;
             }
             if (mInstances.size() > limits::kTypeInstances) {
                 BlockWriter(*this, block, at).fail("the design has too many instances");
             }
             chain.push_back(&block);
             mInstances.push_back({below, std::move(chain), at});
-            mWires.emplace_back();
-            const auto made = static_cast<std::uint32_t>(mInstances.size() - 1);
-            layOut(made);
-            joinInstance(block, at, made);
         }
+    }
+}
+
+void Compiler::compile() {
+    findInstances();
+    TagJoiner tags(*this);
+    tags.inferTypes();
+    mWires.resize(mInstances.size());
+    for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
+        layOut(at);
+    }
+    if (mFault) {
+        throw CompileError(*mFault);
+    }
+    tags.join();
+    for (std::uint32_t at = 1; at < mInstances.size(); ++at) {
+        joinInstance(at);
+    }
+    for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
+        for (const Block &block : *mInstances[at].model) {
+            if (block.type() != A_MODEL_BLOCK.get_ptr()) {
+                writeBlock(block, at);
+            }
+        }
+    }
+    for (auto &[name, users] : mBuses) {
+        writeBus(users);
     }
     addEdges();
     resolveAliases();
+    markUnsettled();
     order();
     place();
 }
 
-void Compiler::addEdge(std::vector<Edge> &edges, const std::string &name, const Signal &signal) {
-    std::vector<std::string> names;
-    nameScalars(*signal.type, name, 0, names);
+void Compiler::addEdge(std::vector<Edge> &edges, const std::string &prefix, const PureValueRef &name,
+                       const Signal &signal) {
+    const ScalarNames names(name, *signal.type);
     for (std::uint32_t i = 0; i < signal.type->leaves; ++i) {
         const Leaf leaf = signal.first + i;
         const ScalarType &type = mLeaves[leaf];
-        edges.push_back({names[i], type, {leaf, type.width, type.isSigned, false, 0}});
+        edges.push_back({prefix + names[i].text, names[i].unrolled, type, {leaf, type.width, type.isSigned, false, 0}});
     }
 }
 
@@ -390,38 +520,73 @@ void Compiler::addEdges() {
     for (const Block *input : mTop.getInputBlocks()) {
         for (const Wire &wire : *input) {
             if (const Signal signal = signalOf(&wire, 0); signal.known()) {
-                addEdge(inputs, wire.getName()->toString(), signal);
+                addEdge(inputs, "", wire.getName(), signal);
             }
         }
     }
     for (const Block *output : mTop.getOutputBlocks()) {
         for (const Port &port : output->ports()) {
-            addEdge(outputs, port.getName()->toString(), signalOf(port.peekWire(), 0));
+            if (const Signal signal = signalOf(port.peekWire(), 0); signal.known()) {
+                addEdge(outputs, "", port.getName(), signal);
+            }
         }
     }
-    for (const std::string &path : mProbes) {
+    for (const auto &[name, signal] : mOutside) {
+        addEdge(inputs, "", name, signal);
+    }
+    for (const auto &[name, shown] : mShown) {
+        addEdge(outputs, "", name, shown.first);
+    }
+    for (const std::string &path : mOptions.probes) {
         addProbe(path);
     }
+    if (mOptions.probeAll) {
+        addAllProbes();
+    }
+}
+
+std::string Compiler::placeOf(std::uint32_t instance) const {
+    std::string place = mTop.getName()->toString() + "/";
+    for (const Block *step : mInstances[instance].chain) {
+        place += step->getName()->toString() + "/";
+    }
+    return place;
 }
 
 /// A path leads to a wire through the names of blocks, which may hold slashes themselves: the whole is compared.
 void Compiler::addProbe(const std::string &path) {
     for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
-        std::string place = mTop.getName()->toString() + "/";
-        for (const Block *step : mInstances[at].chain) {
-            place += step->getName()->toString() + "/";
-        }
+        const std::string place = placeOf(at);
         if (path.compare(0, place.size(), place) != 0) {
             continue;
         }
         for (const auto &[wire, signal] : mWires[at]) {
-            if (path == place + wire->getBlock().getName()->toString() + "/" + wire->getName()->toString()) {
-                addEdge(probed, path, signal);
+            const std::string prefix = place + wire->getBlock().getName()->toString() + "/";
+            if (path == prefix + wire->getName()->toString()) {
+                addEdge(probed, prefix, wire->getName(), signal);
                 return;
             }
         }
     }
     throw CompileError{"no wire is at '" + path + "'", {}};
+}
+
+void Compiler::addAllProbes() {
+    for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
+        const std::string place = placeOf(at);
+        for (const Block &block : *mInstances[at].model) {
+            const std::string origin = originOf(block);
+            for (const Wire &wire : block) {
+                if (const Signal signal = signalOf(&wire, at); signal.known()) {
+                    const std::size_t first = probed.size();
+                    addEdge(probed, place + block.getName()->toString() + "/", wire.getName(), signal);
+                    for (std::size_t i = first; i < probed.size(); ++i) {
+                        probed[i].origin = origin + " " + probed[i].origin;
+                    }
+                }
+            }
+        }
+    }
 }
 
 /// Follows each chain of aliases to its end. A chain without an end is a loop of wires.
@@ -445,7 +610,27 @@ void Compiler::resolveAliases() {
     std::for_each(program.operands.begin(), program.operands.end(), resolveOperand);
     for (std::vector<Edge> *edges : {&inputs, &outputs, &probed}) {
         for (Edge &edge : *edges) {
+            edge.rank = mAliases[edge.operand.at] == edge.operand.at ? 0 : 1;
             resolveOperand(edge.operand);
+        }
+    }
+}
+
+/// A wire that no block drives, as an input of a model that is not connected outside, is unknown.
+void Compiler::markUnsettled() {
+    std::vector<bool> isSettled(mLeaves.size());
+    for (const auto &[leaf, bits] : mConstants) {
+        isSettled[leaf] = true;
+    }
+    for (const Edge &edge : inputs) {
+        isSettled[edge.operand.at] = true;
+    }
+    for (const auto &[begin, end] : mWireLeaves) {
+        for (Leaf leaf = begin; leaf < end; ++leaf) {
+            if (mAliases[leaf] == leaf && mProducers[leaf] == 0 && !isSettled[leaf]) {
+                const ScalarType &type = mLeaves[leaf];
+                program.unknowns.push_back({leaf, type.width, type.isSigned, false, 0});
+            }
         }
     }
 }
@@ -500,6 +685,17 @@ void Compiler::order() {
         ordered.push_back(program.ops[op]);
     }
     program.ops.swap(ordered);
+    std::vector<std::uint32_t> ranks(count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        ranks[ready[i]] = i + 1;
+    }
+    for (std::vector<Edge> *edges : {&inputs, &outputs, &probed}) {
+        for (Edge &edge : *edges) {
+            const std::uint32_t producer = mProducers[edge.operand.at];
+            // A signal comes before those that only stand for it.
+            edge.rank += producer == 0 ? 0 : 2 * ranks[producer - 1];
+        }
+    }
 }
 
 /// From an operation that waits, back through others that wait, until one comes again: that is the loop.
@@ -553,6 +749,10 @@ void Compiler::place() {
         std::copy(bits.begin(), bits.end(), program.initial.begin() + places[leaf]);
     }
     const auto placeOperand = [&](Operand &operand) { operand.at = places[operand.at]; };
+    std::for_each(program.unknowns.begin(), program.unknowns.end(), placeOperand);
+    for (Operand &operand : program.unknownState) {
+        operand.at += static_cast<std::uint32_t>(states);
+    }
     std::for_each(program.operands.begin(), program.operands.end(), placeOperand);
     for (std::vector<Op> *ops : {&program.ops, &program.commits}) {
         for (Op &op : *ops) {

@@ -66,9 +66,13 @@ class BlockWriter {
 
     /// A scalar of the block's own: a value between two operations.
     Leaf temporary(const ScalarType &type);
+    /// A scalar that nothing settles: unknown in each cycle anew, zero where a run does not track that.
+    Leaf unknown(const ScalarType &type);
     /// Words that last from cycle to cycle, with what they hold at reset.
     std::uint32_t state(std::uint32_t words);
     void setInitial(std::uint32_t at, std::uint64_t word);
+    /// So many bits from this word of the state on are unknown at reset.
+    void setUnknown(std::uint32_t at, std::uint32_t bits);
 
     /// Adds an operation. Its kernel is picked by `pick` once the operands stand.
     template <class Pick>
@@ -96,6 +100,16 @@ class BlockWriter {
     void setConstant(Leaf leaf, std::uint64_t integer);
     /// The constant of a parameter, brought to the type of the signal.
     void constant(const Signal &out, const ValueRef &value);
+
+    /// A parameter of the block or, if it has none, of the nearest model that holds it in this instance and has one.
+    ValueRef inherited(const StaticString &key) const;
+    /// Has `writeBus` called, once all blocks are written, for all blocks that joined the bus of this name.
+    void joinBus(const PureValueRef &bus);
+    /// A signal that the outside drives under a name; all who ask for the name share it. It becomes an input of the
+    /// simulator.
+    Signal outside(const PureValueRef &name, const SignalType &type);
+    /// Drives a signal to the outside; it becomes an output of the simulator. One block may drive a name.
+    void show(const PureValueRef &name, const Signal &signal);
 
     [[noreturn]] void fail(const std::string &reason) const;
 

@@ -1,6 +1,8 @@
 // What several families write.
 #include "sim/emit.h"
 
+#include "sim/memorykernels.h"
+
 namespace orvo::sim {
 
 std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least) {
@@ -47,7 +49,12 @@ void emitMux(BlockWriter &writer, Leaf out, Leaf select, const std::vector<Leaf>
     for (const Leaf leaf : data) {
         operands.push_back(writer.aligned(leaf, fraction));
     }
-    writer.emit(out, fraction - writer.scalar(out).fraction, operands, muxKernel);
+    const std::uint32_t bits = writer.scalar(select).width;
+    const bool runsBeyond = bits >= 32 || (std::uint64_t{1} << bits) > data.size();
+    if (runsBeyond) {
+        operands.push_back(writer.raw(writer.unknown(writer.scalar(out))));
+    }
+    writer.emit(out, fraction - writer.scalar(out).fraction, operands, muxKernel, runsBeyond ? 1 : 0);
 }
 
 Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, std::uint32_t part) {
@@ -59,6 +66,74 @@ void emitCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relatio
     const std::int32_t fraction = commonFraction(writer, std::initializer_list<Leaf>{a, b});
     writer.emit(out, 0, {writer.aligned(a, fraction), writer.aligned(b, fraction)},
                 [relation](const Op &op) { return compareKernel(op, relation); });
+}
+
+Leaf one(BlockWriter &writer) {
+    const Leaf bit = writer.temporary({1, 0, false, false});
+    writer.setConstant(bit, 1);
+    return bit;
+}
+
+Leaf emitBit(BlockWriter &writer, Logic logic, const std::vector<Leaf> &bits, bool negates) {
+    if (bits.empty()) {
+        return negates ? one(writer) : zero(writer);
+    }
+    if (bits.size() == 1 && !negates) {
+        return bits[0];
+    }
+    const Leaf bit = writer.temporary({1, 0, false, false});
+    std::vector<Operand> operands;
+    for (const Leaf leaf : bits) {
+        operands.push_back(writer.raw(leaf));
+    }
+    writer.emit(
+        bit, 0, operands, [logic](const Op &op) { return logicKernel(op, logic); }, negates ? 1 : 0);
+    return bit;
+}
+
+namespace {
+
+/// More bits than these are not kept.
+constexpr std::int64_t kMostBits = std::int64_t{1} << 34;
+
+} // namespace
+
+Queue makeQueue(BlockWriter &writer, std::int64_t depth, std::int64_t low, std::int64_t high, std::vector<Leaf> entry) {
+    std::uint32_t entryWords = 0;
+    for (const Leaf leaf : entry) {
+        entryWords += wordsFor(writer.scalar(leaf).width);
+    }
+    if (depth < 1 || depth > kMostBits || depth * entryWords * 64 > kMostBits) {
+        writer.fail("the queue has no depth that can be kept");
+    }
+    const std::uint32_t words = kQueueHeaderWords + entryWords * static_cast<std::uint32_t>(depth);
+    const std::uint32_t state = writer.state(words);
+    writer.setInitial(state + 2, static_cast<std::uint64_t>(depth));
+    writer.setInitial(state + 3, entryWords);
+    writer.setInitial(state + 4, static_cast<std::uint64_t>(low));
+    writer.setInitial(state + 5, static_cast<std::uint64_t>(high));
+    return {state, words, std::move(entry)};
+}
+
+void emitOldest(BlockWriter &writer, const Queue &queue, const std::vector<Leaf> &out) {
+    int at = 0;
+    for (const Leaf leaf : out) {
+        const Operand unknown = writer.raw(writer.unknown(writer.scalar(leaf)));
+        writer.emitFromState(leaf, queue.state, queue.words, {unknown}, readQueue, at);
+        at += static_cast<int>(wordsFor(writer.scalar(leaf).width));
+    }
+}
+
+void emitQueueFlag(BlockWriter &writer, const Queue &queue, QueueFlag flag, Leaf out) {
+    writer.emitFromState(out, queue.state, queue.words, {}, readQueueFlag, static_cast<int>(flag));
+}
+
+void commitQueue(BlockWriter &writer, const Queue &queue, Leaf write, Leaf acknowledge, Leaf flush) {
+    std::vector<Operand> operands{writer.raw(write), writer.raw(acknowledge), writer.raw(flush)};
+    for (const Leaf leaf : queue.entry) {
+        operands.push_back(writer.raw(leaf));
+    }
+    writer.commit(queue.state, queue.words, operands, moveQueue);
 }
 
 Signal constantSignal(BlockWriter &writer, const StaticString &key) {

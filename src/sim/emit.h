@@ -31,9 +31,28 @@ void emitAligned(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, Pic
 
 /// A sum in which the marked inputs count negative.
 void emitSum(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, const std::vector<bool> &negates);
-/// The data input whose number the select holds; beyond the last, zero.
+/// The data input whose number the select holds; beyond the last, unknown.
 void emitMux(BlockWriter &writer, Leaf out, Leaf select, const std::vector<Leaf> &data);
 /// How one value stands to another, in a bit.
 void emitCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relation);
+/// One bit: the logic over bits; complemented if `negates`. Over none: zero, or one if `negates`.
+Leaf emitBit(BlockWriter &writer, Logic logic, const std::vector<Leaf> &bits, bool negates = false);
+/// A bit that is one for good.
+Leaf one(BlockWriter &writer);
+
+/// A queue whose entries are several scalars.
+struct Queue {
+    std::uint32_t state;
+    std::uint32_t words;
+    std::vector<Leaf> entry;
+};
+enum class QueueFlag { Valid, Low, High };
+/// Low and high tell when the flags of the same names are true, as numbers of entries.
+Queue makeQueue(BlockWriter &writer, std::int64_t depth, std::int64_t low, std::int64_t high, std::vector<Leaf> entry);
+/// The oldest entry; zero from an empty queue.
+void emitOldest(BlockWriter &writer, const Queue &queue, const std::vector<Leaf> &out);
+void emitQueueFlag(BlockWriter &writer, const Queue &queue, QueueFlag flag, Leaf out);
+/// What happens to the queue at the end of the cycle: its entry is added, the oldest taken off, all forgotten.
+void commitQueue(BlockWriter &writer, const Queue &queue, Leaf write, Leaf acknowledge, Leaf flush);
 
 } // namespace orvo::sim

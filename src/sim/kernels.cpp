@@ -257,6 +257,16 @@ template <Logic logic> void runReduce(Word *words, const Op &op) {
     store<Int64>(words, op.out, bit != (op.aux != 0) ? 1 : 0);
 }
 
+/// What no rule settles: the input of the output's type that stands for it, zero if there is none.
+void giveUnknown(Word *words, const Op &op, std::uint32_t input) {
+    const std::uint32_t count = wordsFor(op.out.width);
+    if (input < op.count) {
+        std::copy_n(words + op.in[input].at, count, words + op.out.at);
+    } else {
+        std::fill_n(words + op.out.at, count, Word{0});
+    }
+}
+
 template <class I> void runMux(Word *words, const Op &op) {
     const Operand &select = op.in[0];
     bool isBeyond = false;
@@ -266,8 +276,9 @@ template <class I> void runMux(Word *words, const Op &op) {
     }
     const Word number =
         static_cast<Word>(wrap<Int128>(static_cast<Int128>(words[select.at]), std::min(select.width, 64U), false));
-    if (isBeyond || number >= op.count - 1) {
-        store<I>(words, op.out, I(0));
+    const std::uint32_t data = op.count - 1 - (op.aux != 0 ? 1 : 0);
+    if (isBeyond || number >= data) {
+        giveUnknown(words, op, 1 + data);
     } else {
         finish<I>(words, op, input<I>(words, op.in[1 + number]));
     }
@@ -359,7 +370,7 @@ template <class I, Rounding rounding, Saturation saturation> void runClip(Word *
 template <class I> void runDivide(Word *words, const Op &op) {
     const I divisor = input<I>(words, op.in[1]);
     if (divisor == I(0)) {
-        store<I>(words, op.out, I(0));
+        giveUnknown(words, op, 2);
         return;
     }
     store<I>(words, op.out, input<I>(words, op.in[0]) / divisor);
@@ -368,7 +379,7 @@ template <class I> void runDivide(Word *words, const Op &op) {
 template <class I> void runModulo(Word *words, const Op &op) {
     const I divisor = input<I>(words, op.in[1]);
     if (divisor == I(0)) {
-        store<I>(words, op.out, I(0));
+        giveUnknown(words, op, 2);
         return;
     }
     I rest = input<I>(words, op.in[0]) % divisor;

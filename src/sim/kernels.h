@@ -28,7 +28,8 @@ ORVO_API Kernel extremeKernel(const Op &op);
 ORVO_API Kernel logicKernel(const Op &op, Logic logic);
 /// One bit: the logic over the bits of input 0; `op.aux` as above.
 ORVO_API Kernel reduceKernel(const Op &op, Logic logic);
-/// The data input whose number input 0 holds as a bit pattern: input 1 + n. Beyond the last, zero.
+/// The data input whose number input 0 holds as a bit pattern: input 1 + n. Beyond the last, zero,
+/// or with `op.aux` 1 the last input, which then is no data but has the output's type and stands for what is unknown.
 ORVO_API Kernel muxKernel(const Op &op);
 /// The number of ones in input 0.
 ORVO_API Kernel countOnesKernel(const Op &op);
@@ -41,9 +42,9 @@ ORVO_API Kernel castKernel(const Op &op, Rounding rounding, Saturation saturatio
 /// One bit: whether `castKernel` of the same arguments met a bound. `op.aux` is the width of the range, with bit 24 set
 /// for a signed one.
 ORVO_API Kernel clipKernel(const Op &op, Rounding rounding, Saturation saturation);
-/// Input 0 divided by input 1, toward zero; zero when dividing by zero.
+/// Input 0 divided by input 1, toward zero; input 2 when dividing by zero, zero without one.
 ORVO_API Kernel divideKernel(const Op &op);
-/// The non-negative rest of input 0 divided by input 1; zero when dividing by zero.
+/// The non-negative rest of input 0 divided by input 1; input 2 when dividing by zero, zero without one.
 ORVO_API Kernel moduloKernel(const Op &op);
 /// Input 0 times two to plus (`op.aux` 1) or minus (0) input 1, a bit pattern.
 ORVO_API Kernel barrelKernel(const Op &op);

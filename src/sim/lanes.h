@@ -39,6 +39,9 @@ template <class Leaves> std::int32_t commonFraction(const BlockWriter &writer, c
 /// One signal for another, scalar by scalar, converted where their types differ.
 void convertSignal(BlockWriter &writer, const Signal &out, const Signal &in);
 
+/// Each port to the wire of its name.
+void writeByName(BlockWriter &writer);
+
 /// Ends compilation unless the signal is connected. `what` is the port's name for people.
 void require(const BlockWriter &writer, const Signal &signal, const char *what);
 /// The same, and that its scalars are fixed-point numbers.

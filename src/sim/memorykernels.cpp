@@ -27,9 +27,10 @@ void setBit(std::uint64_t *to, std::uint64_t bit, bool value) {
     to[bit / 64] = value ? to[bit / 64] | mask : to[bit / 64] & ~mask;
 }
 
+constexpr std::uint64_t kNowhere = ~std::uint64_t{0};
+
 /// The first bit of the element at an address; all ones beyond the end.
 std::uint64_t placeOf(const std::uint64_t *words, const Op &op, const Operand &address, std::uint32_t width) {
-    constexpr std::uint64_t kNowhere = ~std::uint64_t{0};
     const std::uint64_t *from = words + address.at;
     if (std::any_of(from + 1, from + wordsFor(address.width), [](std::uint64_t word) { return word != 0; })) {
         return kNowhere;
@@ -39,13 +40,24 @@ std::uint64_t placeOf(const std::uint64_t *words, const Op &op, const Operand &a
     return width != 0 && number < bits / width ? number * width : kNowhere;
 }
 
+/// The bits of the element at an address, none beyond the end.
+struct Range {
+    std::uint64_t begin;
+    std::uint64_t end;
+};
+
+Range rangeOf(const std::uint64_t *words, const Op &op, const Operand &address, std::uint32_t width) {
+    const std::uint64_t place = placeOf(words, op, address, width);
+    return place == kNowhere ? Range{0, 0} : Range{place, place + width};
+}
+
 } // namespace
 
 void readQueue(std::uint64_t *words, const Op &op) {
     const QueueHeader header = headerOf(words, op);
     const std::uint32_t count = wordsFor(op.out.width);
     if (header.count == 0) {
-        std::fill(words + op.out.at, words + op.out.at + count, 0);
+        std::copy_n(words + op.in[0].at, count, words + op.out.at);
         return;
     }
     const std::uint64_t *entry = words + op.state + kQueueHeaderWords + header.head * header.entryWords;
@@ -82,14 +94,21 @@ void moveQueue(std::uint64_t *words, const Op &op) {
 void readMemory(std::uint64_t *words, const Op &op) {
     const Operand &out = op.out;
     std::uint64_t *to = words + out.at;
-    std::fill(to, to + wordsFor(out.width), 0);
+    const std::uint64_t *unknown = words + op.in[1].at;
     const std::uint64_t place = placeOf(words, op, op.in[0], out.width);
-    if (place == ~std::uint64_t{0}) {
+    if (place == kNowhere) {
+        std::copy_n(unknown, wordsFor(out.width), to);
         return;
+    }
+    std::fill_n(to, wordsFor(out.width), 0);
+    Range taken{0, 0};
+    if (op.count > 2 && isTrue(words, op.in[2])) {
+        taken = rangeOf(words, op, op.in[3], static_cast<std::uint32_t>(op.aux));
     }
     const std::uint64_t *content = words + op.state + kMemoryHeaderWords;
     for (std::uint32_t bit = 0; bit < out.width; ++bit) {
-        setBit(to, bit, bitAt(content, place + bit));
+        const bool isTaken = place + bit >= taken.begin && place + bit < taken.end;
+        setBit(to, bit, isTaken ? bitAt(unknown, bit) : bitAt(content, place + bit));
     }
     if (out.isSigned && out.width % 64 != 0 && bitAt(to, out.width - 1)) {
         to[out.width / 64] |= ~std::uint64_t{0} << (out.width % 64);
@@ -98,25 +117,22 @@ void readMemory(std::uint64_t *words, const Op &op) {
 
 void writeMemory(std::uint64_t *words, const Op &op) {
     std::uint64_t *content = words + op.state + kMemoryHeaderWords;
-    struct Range {
-        std::uint64_t begin;
-        std::uint64_t end;
-    };
     Range written[2] = {{0, 0}, {0, 0}};
     for (std::uint32_t side = 0; side * 3 + 2 < op.count; ++side) {
         const Operand &data = op.in[side * 3 + 2];
-        const std::uint64_t place = placeOf(words, op, op.in[side * 3 + 1], data.width);
-        if (!isTrue(words, op.in[side * 3]) || place == ~std::uint64_t{0}) {
+        if (!isTrue(words, op.in[side * 3])) {
             continue;
         }
-        written[side] = {place, place + data.width};
-        for (std::uint32_t bit = 0; bit < data.width; ++bit) {
-            setBit(content, place + bit, bitAt(words + data.at, bit));
+        const Range range = rangeOf(words, op, op.in[side * 3 + 1], data.width);
+        written[side] = range;
+        for (std::uint64_t place = range.begin; place < range.end; ++place) {
+            setBit(content, place, bitAt(words + data.at, place - range.begin));
         }
     }
+    // One side alone has no conflict, and so no input for one.
     const std::uint64_t begin = std::max(written[0].begin, written[1].begin);
     for (std::uint64_t bit = begin; bit < std::min(written[0].end, written[1].end); ++bit) {
-        setBit(content, bit, false);
+        setBit(content, bit, bitAt(words + op.in[op.count - 1].at, bit - begin));
     }
 }
 

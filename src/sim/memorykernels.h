@@ -17,7 +17,7 @@ struct QueueHeader {
 };
 inline constexpr std::uint32_t kQueueHeaderWords = 6;
 
-/// A part of the oldest entry, from the word that `op.aux` tells; zero from an empty queue.
+/// A part of the oldest entry, from the word that `op.aux` tells; input 0, which is unknown, from an empty queue.
 void readQueue(std::uint64_t *words, const Op &op);
 /// One bit: `op.aux` 0 an entry is there, 1 the fill is at most the low threshold, 2 at least the high one.
 void readQueueFlag(std::uint64_t *words, const Op &op);
@@ -28,10 +28,11 @@ void moveQueue(std::uint64_t *words, const Op &op);
 /// The header of a memory: its bits.
 inline constexpr std::uint32_t kMemoryHeaderWords = 1;
 
-/// The element at the address in input 0; zero beyond the end.
+/// The element at the address in input 0; input 1, which is unknown, beyond the end, and where inputs 2 and 3 are
+/// there, the enable and address of a write of `op.aux` bits, for the bits that this write takes in the same cycle.
 void readMemory(std::uint64_t *words, const Op &op);
 /// Writes of both sides: enable, address, data of side 1, then of side 2. Bits that both write in one cycle become
-/// zero.
+/// those of the last input, which is unknown.
 void writeMemory(std::uint64_t *words, const Op &op);
 
 } // namespace orvo::sim

@@ -1,6 +1,7 @@
 // Queues and memories.
 #include "sim/blockrows.h"
 #include "sim/emit.h"
+#include "sim/memories.h"
 #include "sim/memorykernels.h"
 #include "sim/statekernels.h"
 
@@ -12,6 +13,95 @@ namespace {
 
 /// More bits than these are not kept.
 constexpr std::int64_t kMostBits = std::int64_t{1} << 34;
+
+} // namespace
+
+std::vector<bool> contentOf(const BlockWriter &writer, const TupleValueRef &data, const ScalarType &type,
+                            std::uint32_t scalar, std::uint32_t part) {
+    std::vector<bool> bits;
+    const NumberValueRef zero = NumberValue::get(0, writer.context());
+    if (!data) {
+        return bits;
+    }
+    for (const ValueRef &element : *data) {
+        const TupleValueRef rolled = tupleVR(element);
+        const NumberValueRef number = rolled      ? numberVR(rolled->maybeAt(scalar + 1))
+                                      : part == 0 ? numberVR(element)
+                                                  : zero;
+        if (!number || number->isSpecial() || type.isFloat) {
+            writer.fail("the content is no fixed-point number");
+        }
+        const std::vector<std::uint64_t> words = BlockWriter::quantised(number, type);
+        for (std::uint32_t bit = 0; bit < type.width; ++bit) {
+            bits.push_back((words[bit / 64] >> (bit % 64) & 1U) != 0);
+        }
+    }
+    return bits;
+}
+
+std::pair<std::uint32_t, std::uint32_t> memoryOf(BlockWriter &writer, std::int64_t bits, std::vector<bool> content) {
+    bits = std::max(bits, static_cast<std::int64_t>(content.size()));
+    if (bits <= 0 || bits > kMostBits) {
+        writer.fail("the memory has no depth that can be kept");
+    }
+    const auto words = kMemoryHeaderWords + static_cast<std::uint32_t>((bits + 63) / 64);
+    const std::uint32_t state = writer.state(words);
+    writer.setInitial(state, static_cast<std::uint64_t>(bits));
+    if (writer.isTrue(A_MEM_UNINIT)) {
+        // Content that is given is known. Words are marked whole, so zeros are given up to the end of the last one.
+        content.resize((content.size() + 63) / 64 * 64);
+        const auto given = static_cast<std::uint32_t>(content.size() / 64);
+        if (const std::uint32_t left = words - kMemoryHeaderWords - given; left != 0) {
+            writer.setUnknown(state + kMemoryHeaderWords + given, left * 64);
+        }
+    }
+    for (std::size_t word = 0; word * 64 < content.size(); ++word) {
+        std::uint64_t value = 0;
+        for (std::size_t bit = 0; bit < 64 && word * 64 + bit < content.size(); ++bit) {
+            value |= content[word * 64 + bit] ? std::uint64_t{1} << bit : 0;
+        }
+        writer.setInitial(state + kMemoryHeaderWords + static_cast<std::uint32_t>(word), value);
+    }
+    return {state, words};
+}
+
+void emitRead(BlockWriter &writer, const Side &side, const Side *other, Leaf leaf, std::uint32_t lane,
+              std::uint32_t state, std::uint32_t words) {
+    std::vector<Operand> operands{writer.raw(*leafAt(side.address, lane)),
+                                  writer.raw(writer.unknown(writer.scalar(leaf)))};
+    int written = 0;
+    if (other != nullptr && other->write.known() && other->data.known()) {
+        requireFixed(writer, other->address, "an address");
+        operands.push_back(writer.raw(truth(writer, *leafAt(other->write, lane))));
+        operands.push_back(writer.raw(*leafAt(other->address, lane)));
+        written = static_cast<int>(other->data.type->scalar.width);
+    }
+    if (!side.read.known()) {
+        writer.emitFromState(leaf, state, words, operands, readMemory, written);
+        return;
+    }
+    // A read that is not enabled holds the last data.
+    const std::uint32_t each = wordsFor(writer.scalar(leaf).width);
+    const std::uint32_t heldState = writer.state(each);
+    const Leaf now = writer.temporary(writer.scalar(leaf));
+    const Leaf held = writer.temporary(writer.scalar(leaf));
+    writer.emitFromState(now, state, words, operands, readMemory, written);
+    writer.emitFromState(held, heldState, each, {}, readState);
+    emitMux(writer, leaf, truth(writer, *leafAt(side.read, lane)), {held, now});
+    writer.commit(heldState, each, {writer.raw(leaf)}, writeState);
+}
+
+void commitWrites(BlockWriter &writer, std::uint32_t state, std::uint32_t words, std::vector<Operand> writes) {
+    if (writes.size() > 3) {
+        const std::uint32_t widest = std::max(writes[2].width, writes[5].width);
+        writes.push_back(writer.raw(writer.unknown({widest, 0, false, false})));
+    }
+    if (!writes.empty()) {
+        writer.commit(state, words, writes, writeMemory);
+    }
+}
+
+namespace {
 
 /// The number for a lane of a parameter that may be rolled.
 std::int64_t laneNumber(const BlockWriter &writer, const StaticString &key, std::uint32_t lane, std::int64_t fallback) {
@@ -56,8 +146,9 @@ void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
     const Signal flush = ports.flush == nullptr ? Signal() : writer.in(*ports.flush);
     require(writer, data, "the data");
     const Signal out = writer.out(A_FIFO_WIRE_DATA);
-    const std::pair<const StaticString *, int> flags[] = {
-        {&A_FIFO_WIRE_VALID, 0}, {&A_FIFO_WIRE_LOW, 1}, {&A_FIFO_WIRE_HIGH, 2}};
+    const std::pair<const StaticString *, QueueFlag> flags[] = {{&A_FIFO_WIRE_VALID, QueueFlag::Valid},
+                                                                {&A_FIFO_WIRE_LOW, QueueFlag::Low},
+                                                                {&A_FIFO_WIRE_HIGH, QueueFlag::High}};
     std::uint32_t lanes = 1;
     for (const auto &[wire, kind] : flags) {
         if (const Signal flag = writer.out(*wire); flag.known()) {
@@ -72,40 +163,19 @@ void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
     }
     for (std::uint32_t lane = 0; lane < lanes; ++lane) {
         const std::int64_t depth = laneNumber(writer, A_FIFO_DEPTH, lane, 1);
-        const std::vector<Leaf> leaves = elementLeaves(data, lane, lanes);
-        std::uint32_t entry = 0;
-        for (const Leaf leaf : leaves) {
-            entry += wordsFor(writer.scalar(leaf).width);
-        }
-        if (depth < 1 || depth * entry * 64 > kMostBits) {
-            writer.fail("the queue has no depth that can be kept");
-        }
-        const std::uint32_t words = kQueueHeaderWords + entry * static_cast<std::uint32_t>(depth);
-        const std::uint32_t state = writer.state(words);
-        writer.setInitial(state + 2, static_cast<std::uint64_t>(depth));
-        writer.setInitial(state + 3, entry);
-        writer.setInitial(state + 4, static_cast<std::uint64_t>(laneNumber(writer, A_FIFO_LOW_THRESHOLD, lane, 0)));
-        writer.setInitial(state + 5,
-                          static_cast<std::uint64_t>(laneNumber(writer, A_FIFO_HIGH_THRESHOLD, lane, depth)));
+        const Queue queue =
+            makeQueue(writer, depth, laneNumber(writer, A_FIFO_LOW_THRESHOLD, lane, 0),
+                      laneNumber(writer, A_FIFO_HIGH_THRESHOLD, lane, depth), elementLeaves(data, lane, lanes));
         if (out.known()) {
-            const std::vector<Leaf> results = elementLeaves(out, lane, lanes);
-            std::uint32_t at = 0;
-            for (std::size_t i = 0; i < results.size(); ++i) {
-                writer.emitFromState(results[i], state, words, {}, readQueue, static_cast<int>(at));
-                at += wordsFor(writer.scalar(results[i]).width);
-            }
+            emitOldest(writer, queue, elementLeaves(out, lane, lanes));
         }
         for (const auto &[wire, kind] : flags) {
             if (const Signal flag = writer.out(*wire); flag.known()) {
-                writer.emitFromState(*leafAt(flag, lane), state, words, {}, readQueueFlag, kind);
+                emitQueueFlag(writer, queue, kind, *leafAt(flag, lane));
             }
         }
-        std::vector<Operand> operands{writer.raw(*leafAt(write, lane)), writer.raw(*leafAt(acknowledge, lane)),
-                                      writer.raw(flush.known() ? *leafAt(flush, lane) : zero(writer))};
-        for (const Leaf leaf : leaves) {
-            operands.push_back(writer.raw(leaf));
-        }
-        writer.commit(state, words, operands, moveQueue);
+        commitQueue(writer, queue, *leafAt(write, lane), *leafAt(acknowledge, lane),
+                    flush.known() ? *leafAt(flush, lane) : zero(writer));
     }
 }
 
@@ -115,38 +185,42 @@ void writeFifo(BlockWriter &writer) {
 
 void writeFifoDelay(BlockWriter &writer) { writeQueueBlock(writer, {&A_PORT_WRITE, &A_PORT_READY, nullptr}); }
 
-/// One side of a memory.
-struct Side {
-    Signal address;
-    Signal data;
-    Signal write;
-    Signal read;
-    Signal out;
-};
-
-/// The bits of the initial content, element after element.
-std::vector<bool> contentOf(const BlockWriter &writer, const ScalarType &type, std::uint32_t scalar) {
-    std::vector<bool> bits;
-    const TupleValueRef data = tupleVR(writer.param(A_DUAL_MEM_DATA));
-    if (!data) {
-        return bits;
+/// One queue for all channels: an entry is the number of its channel and the data. Without a ready every entry leaves
+/// at once.
+void writeSharedFifo(BlockWriter &writer) {
+    const Signal valid = fixedInput(writer, A_PORT_VALID, "valid");
+    const Signal ready = writer.in(A_PORT_READY);
+    std::vector<std::pair<Signal, Signal>> ways;
+    if (const Signal channel = writer.in(A_PORT_CHANNEL); channel.known()) {
+        ways.emplace_back(channel, writer.out(A_WIRE_CHANNEL));
     }
-    for (const ValueRef &element : *data) {
-        const TupleValueRef rolled = tupleVR(element);
-        const NumberValueRef number = numberVR(rolled ? rolled->maybeAt(scalar + 1) : element);
-        if (!number || number->isSpecial() || type.isFloat) {
-            writer.fail("the content is no fixed-point number");
+    int number = 0;
+    for (const Signal &data : writer.numbered()) {
+        ways.emplace_back(data, writer.out(number++));
+    }
+    std::vector<Leaf> entry;
+    std::vector<Leaf> oldest;
+    for (const auto &[in, out] : ways) {
+        if (out.known() && out.type != in.type) {
+            writer.fail("an output has another type than its input");
         }
-        const std::vector<std::uint64_t> words = BlockWriter::quantised(number, type);
-        for (std::uint32_t bit = 0; bit < type.width; ++bit) {
-            bits.push_back((words[bit / 64] >> (bit % 64) & 1U) != 0);
+        for (std::uint32_t i = 0; i < in.type->leaves; ++i) {
+            entry.push_back(in.first + i);
+            oldest.push_back(out.known() ? out.first + i : writer.temporary(writer.scalar(entry.back())));
         }
     }
-    return bits;
+    const Queue queue = makeQueue(writer, writer.integer(A_FIFO_DEPTH, 1), 0, 0, entry);
+    emitOldest(writer, queue, oldest);
+    if (const Signal out = writer.out(A_WIRE_VALID); out.known()) {
+        emitQueueFlag(writer, queue, QueueFlag::Valid, out.first);
+    }
+    commitQueue(writer, queue, truth(writer, valid.first), ready.known() ? truth(writer, ready.first) : one(writer),
+                zero(writer));
 }
 
 /// The state of one scalar of the elements: `state` and its words, with the content at reset.
-std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Side sides[2], std::uint32_t scalar) {
+std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Side sides[2], std::uint32_t scalar,
+                                                  std::uint32_t part) {
     const bool dataIsSecond = writer.param(A_DUAL_MEM_DATA_TYPE_IS_DATA1) == A_FALSE;
     std::int64_t bits = 0;
     ScalarType contentType;
@@ -162,41 +236,27 @@ std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Sid
             contentType = type;
         }
     }
-    const std::vector<bool> content = contentOf(writer, contentType, scalar);
-    bits = std::max(bits, static_cast<std::int64_t>(content.size()));
-    if (bits <= 0 || bits > kMostBits) {
-        writer.fail("the memory has no depth that can be kept");
-    }
-    const auto words = kMemoryHeaderWords + static_cast<std::uint32_t>((bits + 63) / 64);
-    const std::uint32_t state = writer.state(words);
-    writer.setInitial(state, static_cast<std::uint64_t>(bits));
-    for (std::size_t word = 0; word * 64 < content.size(); ++word) {
-        std::uint64_t value = 0;
-        for (std::size_t bit = 0; bit < 64 && word * 64 + bit < content.size(); ++bit) {
-            value |= content[word * 64 + bit] ? std::uint64_t{1} << bit : 0;
-        }
-        writer.setInitial(state + kMemoryHeaderWords + static_cast<std::uint32_t>(word), value);
-    }
-    return {state, words};
+    return memoryOf(writer, bits, contentOf(writer, tupleVR(writer.param(A_DUAL_MEM_DATA)), contentType, scalar, part));
 }
 
-/// The element at the address of a side, before the writes of the cycle.
-void emitRead(BlockWriter &writer, const Side &side, Leaf leaf, std::uint32_t lane, std::uint32_t state,
-              std::uint32_t words) {
-    const Operand address = writer.raw(*leafAt(side.address, lane));
-    if (!side.read.known()) {
-        writer.emitFromState(leaf, state, words, {address}, readMemory);
+/// A memory of one side that nobody writes.
+void writeReadAccessTable(BlockWriter &writer) {
+    Side side{writer.in(A_LUT_PORT_ADDR), {}, {}, writer.in(A_FFTBLOCK_PORT_READ_ACCESS), writer.out()};
+    if (!side.address.known()) {
+        side.address = writer.in(0);
+    }
+    requireFixed(writer, side.address, "the address");
+    if (!side.out.known()) {
         return;
     }
-    // A read that is not enabled holds the last data.
-    const std::uint32_t each = wordsFor(writer.scalar(leaf).width);
-    const std::uint32_t heldState = writer.state(each);
-    const Leaf now = writer.temporary(writer.scalar(leaf));
-    const Leaf held = writer.temporary(writer.scalar(leaf));
-    writer.emitFromState(now, state, words, {address}, readMemory);
-    writer.emitFromState(held, heldState, each, {}, readState);
-    emitMux(writer, leaf, truth(writer, *leafAt(side.read, lane)), {held, now});
-    writer.commit(heldState, each, {writer.raw(leaf)}, writeState);
+    requireFixed(writer, side.out, "the output");
+    forEachScalar(side.out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+        const std::uint32_t scalar = lane * side.out.type->element + part;
+        const std::vector<bool> content =
+            contentOf(writer, tupleVR(writer.param(A_LUT_DATA)), writer.scalar(leaf), scalar, part);
+        const auto [state, words] = memoryOf(writer, static_cast<std::int64_t>(content.size()), content);
+        emitRead(writer, side, nullptr, leaf, lane, state, words);
+    });
 }
 
 void writeDualMemory(BlockWriter &writer) {
@@ -219,12 +279,14 @@ void writeDualMemory(BlockWriter &writer) {
     for (std::uint32_t scalar = 0; scalar < scalars; ++scalar) {
         const std::uint32_t lane = scalar / element;
         const std::uint32_t part = scalar % element;
-        const auto [state, words] = memoryFor(writer, sides, scalar);
+        const auto [state, words] = memoryFor(writer, sides, scalar, part);
         std::vector<Operand> writes;
         for (const Side &side : sides) {
             if (side.out.known()) {
                 requireFixed(writer, side.address, "an address");
-                emitRead(writer, side, *leafAt(side.out, lane, part), lane, state, words);
+                const Side *other =
+                    writer.isTrue(A_DUAL_MEM_RW_CONFLICT_IGNORE) ? &sides[&side == sides ? 1 : 0] : nullptr;
+                emitRead(writer, side, other, *leafAt(side.out, lane, part), lane, state, words);
             }
             if (side.write.known() && side.data.known()) {
                 requireFixed(writer, side.address, "an address");
@@ -233,16 +295,16 @@ void writeDualMemory(BlockWriter &writer) {
                 writes.push_back(writer.raw(*leafAt(side.data, lane, part)));
             }
         }
-        if (!writes.empty()) {
-            writer.commit(state, words, writes, writeMemory);
-        }
+        commitWrites(writer, state, words, std::move(writes));
     }
 }
 
 const BlockRow kRows[] = {
     {&A_FIFO_BLOCK, writeFifo},
     {&A_FIFO_DELAY_BLOCK, writeFifoDelay},
+    {&A_SHARED_FIFO_BLOCK, writeSharedFifo},
     {&A_DUAL_MEM_BLOCK, writeDualMemory},
+    {&A_READ_ACCESS_LUT_BLOCK, writeReadAccessTable},
 };
 
 } // namespace

@@ -47,6 +47,10 @@ struct Program {
     std::vector<Op> ops;
     /// Run when the cycle ends; they write state only.
     std::vector<Op> commits;
+    /// Values that nothing settles, in each cycle anew. Zero unless a run tracks what is unknown.
+    std::vector<Operand> unknowns;
+    /// The same for state, settled by nothing at reset.
+    std::vector<Operand> unknownState;
 };
 
 /// Words that a value of this width takes.

@@ -12,15 +12,16 @@ namespace {
 
 /// The places of the same scalar on both sides.
 using Pairs = std::vector<std::pair<std::size_t, std::size_t>>;
+using Words = std::vector<std::uint64_t>;
 
 Pairs match(const std::vector<Scalar> &first, const std::vector<Scalar> &second, std::vector<std::string> &unmatched) {
     std::map<std::string, std::size_t> names;
     for (std::size_t i = 0; i < second.size(); ++i) {
-        names[second[i].name] = i;
+        names[second[i].origin] = i;
     }
     Pairs pairs;
     for (std::size_t i = 0; i < first.size(); ++i) {
-        const auto at = names.find(first[i].name);
+        const auto at = names.find(first[i].origin);
         if (at == names.end() || second[at->second].width != first[i].width) {
             unmatched.push_back(first[i].name);
         } else {
@@ -31,8 +32,35 @@ Pairs match(const std::vector<Scalar> &first, const std::vector<Scalar> &second,
         }
     }
     for (const auto &[name, at] : names) {
-        unmatched.push_back(name);
+        unmatched.push_back(second[at].name);
     }
+    return pairs;
+}
+
+/// Probes of equal origin; where several have one, the first ones of both sides belong together, if there are as many.
+Pairs matchInside(const std::vector<Scalar> &first, const std::vector<Scalar> &second) {
+    std::map<std::string, std::pair<std::vector<std::size_t>, std::vector<std::size_t>>> places;
+    for (std::size_t i = 0; i < first.size(); ++i) {
+        places[first[i].origin].first.push_back(i);
+    }
+    for (std::size_t i = 0; i < second.size(); ++i) {
+        if (const auto at = places.find(second[i].origin); at != places.end()) {
+            at->second.second.push_back(i);
+        }
+    }
+    Pairs pairs;
+    for (const auto &[origin, both] : places) {
+        for (std::size_t i = 0; both.first.size() == both.second.size() && i < both.first.size(); ++i) {
+            const Scalar &a = first[both.first[i]];
+            const Scalar &b = second[both.second[i]];
+            if (a.width == b.width && a.fraction == b.fraction && a.isFloat == b.isFloat) {
+                pairs.emplace_back(both.first[i], both.second[i]);
+            }
+        }
+    }
+    std::sort(pairs.begin(), pairs.end(), [&first](const auto &a, const auto &b) {
+        return std::pair(first[a.first].rank, a.first) < std::pair(first[b.first].rank, b.first);
+    });
     return pairs;
 }
 
@@ -55,37 +83,172 @@ std::vector<std::uint64_t> drawn(const Scalar &scalar, util::SplitMix &random) {
     return words;
 }
 
+/// Both simulators on one stream of stimulus after the other.
+class SideBySide {
+  public:
+    SideBySide(Simulator &first, Simulator &second, const CompareOptions &options)
+        : mFirst(first), mSecond(second), mOptions(options) {
+        mInputs = match(first.inputs(), second.inputs(), result.unmatched);
+        mOutputs = match(first.outputs(), second.outputs(), result.unmatched);
+    }
+
+    void run() {
+        for (std::uint64_t stream = 0; stream < mOptions.streams; ++stream) {
+            begin(stream);
+            mExcused.clear();
+            for (std::uint64_t cycle = 0; cycle < mOptions.cycles; ++cycle) {
+                step();
+                ++result.cycles;
+                compareOutputs(cycle);
+                if (result.mismatches.size() >= mOptions.mostMismatches) {
+                    result.mismatches.resize(std::max<std::size_t>(mOptions.mostMismatches, 1),
+                                             result.mismatches.back());
+                    return;
+                }
+            }
+        }
+    }
+
+    /// The first signal inside that differs on the way to a mismatch.
+    std::optional<Mismatch> follow(const Mismatch &to) {
+        const Pairs probes = matchInside(mFirst.probes(), mSecond.probes());
+        begin(to.stream);
+        for (std::uint64_t cycle = 0; cycle <= to.cycle; ++cycle) {
+            step();
+            for (const auto &[a, b] : probes) {
+                Mismatch found{to.stream,
+                               cycle,
+                               mFirst.probes()[a].name,
+                               mFirst.probe(a),
+                               mSecond.probe(b),
+                               mFirst.unknownProbe(a),
+                               mSecond.unknownProbe(b),
+                               mFirst.probes()[a]};
+                if (differs(found, {})) {
+                    return found;
+                }
+            }
+        }
+        return std::nullopt;
+    }
+
+    CompareResult result;
+
+  private:
+    void begin(std::uint64_t stream) {
+        mStream = stream;
+        mFirst.reset();
+        mSecond.reset();
+        mRandom = util::SplitMix(mOptions.seed + stream * 0x100000001b3ULL);
+    }
+    void step() {
+        for (const auto &[a, b] : mInputs) {
+            const Words words = drawn(mFirst.inputs()[a], mRandom);
+            mFirst.setInput(a, words);
+            mSecond.setInput(b, words);
+        }
+        mFirst.step();
+        mSecond.step();
+    }
+    /// Whether a bit that the first side knows is unknown or another one on the second side.
+    static bool differs(const Mismatch &pair, const Words &excused) {
+        for (std::size_t i = 0; i < pair.first.size(); ++i) {
+            const std::uint64_t free = pair.firstUnknown[i] | (i < excused.size() ? excused[i] : 0);
+            // What fills up the last word repeats the sign, and may be free with it.
+            const std::uint64_t used = pair.scalar.width < 64 * (i + 1)
+                                           ? (std::uint64_t{1} << (pair.scalar.width - 64 * i)) - 1
+                                           : ~std::uint64_t{0};
+            if ((((pair.first[i] ^ pair.second[i]) | pair.secondUnknown[i]) & ~free & used) != 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+    void compareOutputs(std::uint64_t cycle) {
+        for (const auto &[a, b] : mOutputs) {
+            Mismatch pair{mStream,
+                          cycle,
+                          mFirst.outputs()[a].name,
+                          mFirst.output(a),
+                          mSecond.output(b),
+                          mFirst.unknownOutput(a),
+                          mSecond.unknownOutput(b),
+                          mFirst.outputs()[a]};
+            if (differs(pair, mExcused[a]) && !(mFirst.tracksUnknown() && isExcused(a, b, pair))) {
+                result.mismatches.push_back(std::move(pair));
+            }
+        }
+    }
+    /// A bit of the first side may be unknown and yet have shown one value in all runs. Before it is called known, the
+    /// stream up to here is run again with unknown bits filled in otherwise. The second side must then have differed
+    /// so often that the first, were it free in the same way, could not have hidden it. What is found counts for the
+    /// rest of the stream.
+    bool isExcused(std::size_t a, std::size_t b, const Mismatch &pair) {
+        Words &excused = mExcused[a];
+        excused.resize(pair.first.size());
+        std::vector<unsigned> differing(pair.first.size() * 64);
+        for (std::uint64_t attempt = 1; attempt <= kAttempts; ++attempt) {
+            mFirst.reseed(mOptions.seed + attempt);
+            mSecond.reseed(mOptions.seed + attempt);
+            begin(pair.stream);
+            for (std::uint64_t cycle = 0; cycle <= pair.cycle; ++cycle) {
+                step();
+            }
+            const Words unknown = mFirst.unknownOutput(a);
+            for (std::size_t i = 0; i < excused.size(); ++i) {
+                excused[i] |= unknown[i];
+            }
+            for (std::size_t run = 0; run < mSecond.runs(); ++run) {
+                const Words value = mSecond.outputInRun(b, run);
+                for (std::size_t bit = 0; bit < differing.size(); ++bit) {
+                    const bool isOther = ((value[bit / 64] ^ pair.first[bit / 64]) >> (bit % 64) & 1U) != 0;
+                    differing[bit] += isOther ? 1 : 0;
+                }
+            }
+        }
+        for (std::size_t bit = 0; bit < differing.size(); ++bit) {
+            if (mSecond.tracksUnknown() && differing[bit] < kOften) {
+                excused[bit / 64] |= std::uint64_t{1} << (bit % 64);
+            }
+        }
+        return !differs(pair, excused);
+    }
+
+    static constexpr std::uint64_t kAttempts = 16;
+    /// Of a thousand runs. A first side that is as free hides it in all of its runs once in 10^8 times.
+    static constexpr unsigned kOften = 20;
+
+    Simulator &mFirst;
+    Simulator &mSecond;
+    const CompareOptions &mOptions;
+    Pairs mInputs;
+    Pairs mOutputs;
+    std::uint64_t mStream = 0;
+    util::SplitMix mRandom{0};
+    /// Bits of outputs that were found unknown late.
+    std::map<std::size_t, Words> mExcused;
+};
+
 } // namespace
 
 CompareResult compareBehaviour(Simulator &first, Simulator &second, const CompareOptions &options) {
-    CompareResult result;
-    const Pairs inputs = match(first.inputs(), second.inputs(), result.unmatched);
-    const Pairs outputs = match(first.outputs(), second.outputs(), result.unmatched);
-    for (std::uint64_t stream = 0; stream < options.streams; ++stream) {
-        util::SplitMix random(options.seed + stream * 0x100000001b3ULL);
-        first.reset();
-        second.reset();
-        for (std::uint64_t cycle = 0; cycle < options.cycles; ++cycle) {
-            for (const auto &[a, b] : inputs) {
-                const std::vector<std::uint64_t> words = drawn(first.inputs()[a], random);
-                first.setInput(a, words);
-                second.setInput(b, words);
-            }
-            first.step();
-            second.step();
-            ++result.cycles;
-            for (const auto &[a, b] : outputs) {
-                const std::vector<std::uint64_t> x = first.output(a);
-                const std::vector<std::uint64_t> y = second.output(b);
-                if (x != y) {
-                    result.mismatches.push_back({stream, cycle, first.outputs()[a].name, x, y, first.outputs()[a]});
-                }
-            }
-            if (result.mismatches.size() >= options.mostMismatches) {
-                result.mismatches.resize(std::max<std::size_t>(options.mostMismatches, 1), result.mismatches.back());
-                return result;
-            }
-        }
+    SideBySide sides(first, second, options);
+    sides.run();
+    return std::move(sides.result);
+}
+
+CompareResult compareDesigns(const Design &first, const Model &firstTop, const Design &second, const Model &secondTop,
+                             const CompareOptions &options) {
+    SimulatorOptions simulation;
+    simulation.trackUnknown = true;
+    Simulator before(first, firstTop, simulation);
+    Simulator after(second, secondTop, simulation);
+    CompareResult result = compareBehaviour(before, after, options);
+    if (!result.mismatches.empty()) {
+        simulation.probeAll = true;
+        Simulator beforeInside(first, firstTop, simulation);
+        Simulator afterInside(second, secondTop, simulation);
+        result.inside = SideBySide(beforeInside, afterInside, options).follow(result.mismatches.front());
     }
     return result;
 }

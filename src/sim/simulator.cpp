@@ -3,9 +3,12 @@
 
 #include "sim/blockrows.h"
 #include "sim/compilerimpl.h"
+#include "sim/unknowncone.h"
 
 #include <orvo/model.h>
 #include <orvo/nonsblocks.h>
+
+#include <util/random.h>
 
 #include <algorithm>
 #include <unordered_map>
@@ -41,8 +44,9 @@ void addVariants(Rows &rows) {
 const BlockRow *rowOf(const Value *blockType, bool hasFloats) {
     static const Rows table = [] {
         Rows rows;
-        for (const std::span<const BlockRow> family : {wiringRows(), arithmeticRows(), steeringRows(), sequentialRows(),
-                                                       memoryRows(), fftRows(), fftSpatialRows()}) {
+        for (const std::span<const BlockRow> family :
+             {wiringRows(), arithmeticRows(), steeringRows(), sequentialRows(), memoryRows(), stallRows(),
+              interfaceRows(), busRows(), fftRows(), fftSpatialRows()}) {
             addRows(rows, family);
         }
         addVariants(rows);
@@ -78,12 +82,82 @@ struct Simulator::Impl {
     std::vector<Scalar> inputs;
     std::vector<Scalar> outputs;
     std::vector<Scalar> probes;
-    std::vector<std::uint64_t> words;
+    /// The words of each run. In the first, unknown bits are zero, in the second one; of the others, each two have
+    /// opposite bits by chance. A single run does not track them. Only the first has all words, the others those of the
+    /// cone.
+    std::vector<std::vector<std::uint64_t>> worlds;
+    UnknownCone cone;
+    std::uint64_t seed = 1;
+    util::SplitMix random{1};
+
+    bool isReached(const Operand &operand) const { return worlds.size() > 1 && cone.reached[operand.at]; }
+    void fill(const Operand &operand, bool isState);
+    std::vector<std::uint64_t> bits(const Operand &operand, std::size_t run = 0) const;
+    std::vector<std::uint64_t> unknownBits(const Operand &operand) const;
 };
+
+namespace {
+
+/// A bit that depends on an unknown one by chance goes unseen in one of 2^31 cycles.
+constexpr std::size_t kWorlds = 64;
+constexpr std::size_t kMostTrackedWords = std::size_t{1} << 27;
+
+/// The last word of a value is filled up by the sign or by zeros.
+void fillUp(std::uint64_t *words, const Operand &operand) {
+    const std::uint32_t count = wordsFor(operand.width);
+    const std::uint32_t used = operand.width - (count - 1) * 64;
+    std::uint64_t &last = words[count - 1];
+    if (used == 0) {
+        last = 0;
+    } else if (used < 64) {
+        const std::uint32_t places = 64 - used;
+        const std::uint64_t high = last << places;
+        last =
+            operand.isSigned ? static_cast<std::uint64_t>(static_cast<std::int64_t>(high) >> places) : high >> places;
+    }
+}
+
+} // namespace
+
+void Simulator::Impl::fill(const Operand &operand, bool isState) {
+    for (std::uint32_t word = 0; word < wordsFor(operand.width); ++word) {
+        for (std::size_t pair = 0; pair * 2 < worlds.size(); ++pair) {
+            const std::uint64_t bits = pair == 0 ? 0 : random.next();
+            worlds[2 * pair][operand.at + word] = bits;
+            worlds[2 * pair + 1][operand.at + word] = ~bits;
+        }
+    }
+    if (!isState) {
+        for (std::vector<std::uint64_t> &words : worlds) {
+            fillUp(words.data() + operand.at, operand);
+        }
+    }
+}
+
+std::vector<std::uint64_t> Simulator::Impl::bits(const Operand &operand, std::size_t run) const {
+    const std::uint64_t *from = worlds.at(isReached(operand) ? run : 0).data() + operand.at;
+    return {from, from + wordsFor(operand.width)};
+}
+
+std::vector<std::uint64_t> Simulator::Impl::unknownBits(const Operand &operand) const {
+    std::vector<std::uint64_t> unknown(wordsFor(operand.width));
+    if (!isReached(operand)) {
+        return unknown;
+    }
+    for (const std::vector<std::uint64_t> &words : worlds) {
+        for (std::uint32_t word = 0; word < unknown.size(); ++word) {
+            unknown[word] |= words[operand.at + word] ^ worlds[0][operand.at + word];
+        }
+    }
+    if (operand.width % 64 != 0) {
+        unknown.back() &= (std::uint64_t{1} << (operand.width % 64)) - 1;
+    }
+    return unknown;
+}
 
 Simulator::Simulator(const Design &design, const Model &top, const SimulatorOptions &options)
     : mImpl(std::make_unique<Impl>()) {
-    Compiler compiler(design, top, options.probes);
+    Compiler compiler(design, top, options);
     try {
         compiler.compile();
     } catch (CompileError &error) {
@@ -95,13 +169,22 @@ Simulator::Simulator(const Design &design, const Model &top, const SimulatorOpti
     mImpl->probeEdges = std::move(compiler.probed);
     const auto describe = [](const std::vector<Edge> &edges, std::vector<Scalar> &scalars) {
         for (const Edge &edge : edges) {
-            scalars.push_back({edge.name, edge.type.width, edge.type.isSigned, edge.type.isFloat, edge.type.fraction});
+            scalars.push_back({edge.name, edge.type.width, edge.type.isSigned, edge.type.isFloat, edge.type.fraction,
+                               edge.origin, edge.rank});
         }
     };
     describe(mImpl->inputEdges, mImpl->inputs);
     describe(mImpl->outputEdges, mImpl->outputs);
     describe(mImpl->probeEdges, mImpl->probes);
-    mImpl->words = mImpl->program.initial;
+    const Program &program = mImpl->program;
+    const bool tracks = options.trackUnknown && !(program.unknowns.empty() && program.unknownState.empty());
+    // Large memories are not kept so many times.
+    const std::size_t fitting = kMostTrackedWords / std::max<std::size_t>(program.initial.size(), 1) / 2 * 2;
+    if (tracks) {
+        mImpl->cone = unknownConeOf(program);
+    }
+    mImpl->worlds.assign(tracks ? std::clamp<std::size_t>(fitting, 4, kWorlds) : 1, program.initial);
+    reset();
 }
 
 Simulator::~Simulator() = default;
@@ -115,18 +198,11 @@ const std::vector<Scalar> &Simulator::probes() const { return mImpl->probes; }
 void Simulator::setInput(std::size_t input, const std::vector<std::uint64_t> &words) {
     const Operand &operand = mImpl->inputEdges.at(input).operand;
     const std::uint32_t count = wordsFor(operand.width);
-    std::uint64_t *to = mImpl->words.data() + operand.at;
+    std::uint64_t *to = mImpl->worlds[0].data() + operand.at;
     for (std::uint32_t i = 0; i < count; ++i) {
         to[i] = i < words.size() ? words[i] : 0;
     }
-    // The last word is filled up as all values are.
-    if (const std::uint32_t used = operand.width - (count - 1) * 64; used < 64) {
-        const std::uint32_t places = 64 - used;
-        const std::uint64_t high = used == 0 ? 0 : to[count - 1] << places;
-        to[count - 1] = used == 0          ? 0
-                        : operand.isSigned ? static_cast<std::uint64_t>(static_cast<std::int64_t>(high) >> places)
-                                           : high >> places;
-    }
+    fillUp(to, operand);
 }
 
 void Simulator::setInput(std::size_t input, std::int64_t value) {
@@ -137,53 +213,80 @@ void Simulator::setInput(std::size_t input, std::int64_t value) {
 }
 
 void Simulator::step() {
-    std::uint64_t *words = mImpl->words.data();
-    for (const Op &op : mImpl->program.ops) {
-        op.run(words, op);
+    if (tracksUnknown()) {
+        for (const Operand &operand : mImpl->program.unknowns) {
+            mImpl->fill(operand, false);
+        }
     }
-    for (const Op &op : mImpl->program.commits) {
-        op.run(words, op);
+    const auto run = [](std::uint64_t *words, const std::vector<Op> &ops) {
+        for (const Op &op : ops) {
+            op.run(words, op);
+        }
+    };
+    std::uint64_t *first = mImpl->worlds[0].data();
+    run(first, mImpl->program.ops);
+    for (std::size_t i = 1; i < mImpl->worlds.size(); ++i) {
+        std::uint64_t *words = mImpl->worlds[i].data();
+        for (const Operand &operand : mImpl->cone.read) {
+            std::copy_n(first + operand.at, wordsFor(operand.width), words + operand.at);
+        }
+        run(words, mImpl->cone.ops);
+        run(words, mImpl->cone.commits);
     }
+    run(first, mImpl->program.commits);
 }
 
 void Simulator::reset() {
-    std::vector<std::uint64_t> kept;
+    std::vector<std::vector<std::uint64_t>> kept;
     for (const Edge &edge : mImpl->inputEdges) {
-        const std::uint64_t *from = mImpl->words.data() + edge.operand.at;
-        kept.insert(kept.end(), from, from + wordsFor(edge.operand.width));
+        kept.push_back(mImpl->bits(edge.operand));
     }
-    mImpl->words = mImpl->program.initial;
-    auto at = kept.begin();
-    for (const Edge &edge : mImpl->inputEdges) {
-        const auto count = static_cast<std::ptrdiff_t>(wordsFor(edge.operand.width));
-        std::copy(at, at + count, mImpl->words.begin() + edge.operand.at);
-        at += count;
+    for (std::vector<std::uint64_t> &world : mImpl->worlds) {
+        world = mImpl->program.initial;
+    }
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        setInput(i, kept[i]);
+    }
+    if (tracksUnknown()) {
+        mImpl->random = util::SplitMix(mImpl->seed);
+        for (const Operand &operand : mImpl->program.unknownState) {
+            mImpl->fill(operand, true);
+        }
     }
 }
 
-namespace {
+bool Simulator::tracksUnknown() const { return mImpl->worlds.size() > 1; }
 
-std::vector<std::uint64_t> wordsAt(const std::vector<std::uint64_t> &words, const Operand &operand) {
-    const std::uint64_t *from = words.data() + operand.at;
-    return {from, from + wordsFor(operand.width)};
+std::size_t Simulator::runs() const { return mImpl->worlds.size(); }
+
+std::vector<std::uint64_t> Simulator::outputInRun(std::size_t output, std::size_t run) const {
+    return mImpl->bits(mImpl->outputEdges.at(output).operand, run);
 }
 
-} // namespace
+void Simulator::reseed(std::uint64_t seed) { mImpl->seed = seed; }
 
 std::vector<std::uint64_t> Simulator::input(std::size_t input) const {
-    return wordsAt(mImpl->words, mImpl->inputEdges.at(input).operand);
+    return mImpl->bits(mImpl->inputEdges.at(input).operand);
 }
 
 std::vector<std::uint64_t> Simulator::output(std::size_t output) const {
-    return wordsAt(mImpl->words, mImpl->outputEdges.at(output).operand);
+    return mImpl->bits(mImpl->outputEdges.at(output).operand);
 }
 
 std::vector<std::uint64_t> Simulator::probe(std::size_t probe) const {
-    return wordsAt(mImpl->words, mImpl->probeEdges.at(probe).operand);
+    return mImpl->bits(mImpl->probeEdges.at(probe).operand);
+}
+
+std::vector<std::uint64_t> Simulator::unknownOutput(std::size_t output) const {
+    return mImpl->unknownBits(mImpl->outputEdges.at(output).operand);
+}
+
+std::vector<std::uint64_t> Simulator::unknownProbe(std::size_t probe) const {
+    return mImpl->unknownBits(mImpl->probeEdges.at(probe).operand);
 }
 
 std::int64_t Simulator::outputInteger(std::size_t output) const {
-    return static_cast<std::int64_t>(mImpl->words[mImpl->outputEdges.at(output).operand.at]);
+    return static_cast<std::int64_t>(mImpl->worlds[0][mImpl->outputEdges.at(output).operand.at]);
 }
 
 std::size_t Simulator::operations() const { return mImpl->program.ops.size(); }

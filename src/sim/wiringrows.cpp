@@ -11,6 +11,19 @@
 
 namespace orvo::sim {
 
+namespace {
+
+/// A real number has no imaginary part: that is zero.
+void convertOrClear(BlockWriter &writer, Leaf out, const std::optional<Leaf> &in) {
+    if (in) {
+        writer.convert(out, *in);
+    } else {
+        writer.setConstant(out, 0);
+    }
+}
+
+} // namespace
+
 void convertSignal(BlockWriter &writer, const Signal &out, const Signal &in) {
     if (out.type == in.type) {
         for (std::uint32_t i = 0; i < out.type->leaves; ++i) {
@@ -22,10 +35,16 @@ void convertSignal(BlockWriter &writer, const Signal &out, const Signal &in) {
         writer.fail("records of two types meet");
     }
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
-        if (const auto source = leafAt(in, lane, part)) {
-            writer.convert(leaf, *source);
-        }
+        convertOrClear(writer, leaf, leafAt(in, lane, part));
     });
+}
+
+void writeByName(BlockWriter &writer) {
+    for (const Port &port : writer.block().ports()) {
+        if (const Signal out = writer.out(port.getName()); out.known()) {
+            convertSignal(writer, out, writer.in(port.getName()));
+        }
+    }
 }
 
 void require(const BlockWriter &writer, const Signal &signal, const char *what) {
@@ -61,15 +80,6 @@ void writeFanout(BlockWriter &writer) {
     for (const Wire &wire : block) {
         if (const Signal out = writer.out(wire.getName()); out.known()) {
             convertSignal(writer, out, in);
-        }
-    }
-}
-
-/// Each port to the wire of its name.
-void writeByName(BlockWriter &writer) {
-    for (const Port &port : writer.block().ports()) {
-        if (const Signal out = writer.out(port.getName()); out.known()) {
-            convertSignal(writer, out, writer.in(port.getName()));
         }
     }
 }
@@ -203,9 +213,7 @@ void writeComplexUnpack(BlockWriter &writer) {
     for (std::uint32_t part = 0; part < 2; ++part) {
         if (parts[part].known()) {
             forEachScalar(parts[part], [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
-                if (const auto source = leafAt(in, lane, part)) {
-                    writer.convert(leaf, *source);
-                }
+                convertOrClear(writer, leaf, leafAt(in, lane, part));
             });
         }
     }
@@ -239,11 +247,13 @@ void writeRecordUnpack(BlockWriter &writer) {
 const BlockRow kRows[] = {
     {&A_INPUT_BLOCK, nullptr},
     {&A_OUTPUT_BLOCK, nullptr},
+    {&A_GOTO_BLOCK, nullptr},
+    {&A_FROM_BLOCK, nullptr},
     {&A_ECC_SINK_BLOCK, nullptr},
     {&A_ENABLE_SINK_BLOCK, nullptr},
     {&A_TERMINAL_BLOCK, writeFanout},
     {&A_FANOUT_BLOCK, writeFanout},
-    {&A_PIPE_BLOCK, writeFanout},
+    {&A_PIPE_BLOCK, writeTypePin},
     {&A_FOLDING_KERNEL_BOUNDARY_BLOCK, writeFanout},
     {&A_TYPE_PIN_BLOCK, writeTypePin},
     {&A_SIGNAL_IN_BLOCK, writeByName},

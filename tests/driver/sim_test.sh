@@ -78,6 +78,12 @@ sed 's/saturateAsymmetric/saturateNone/' biquad.xml >other.xml
 run 1 equiv biquad.xml other.xml
 has out "'y' is "
 has out 'not the same in'
+has out 'first inside: stream '
+has out "'biquad/round/primWireOut' is "
+run 1 equiv biquad.xml other.xml --json
+json out 'd["inside"]["wire"] == "biquad/round/primWireOut" and len(d["mismatches"]) == 10'
+run 0 equiv biquad.xml biquad.xml --json
+json out 'd["same"] and d["inside"] is None'
 run 1 equiv biquad.xml other.xml --json --seed 3 --streams 1
 json out 'd["schema"] == "orvo.equiv/1" and not d["same"] and d["mismatches"][0]["output"] == "y"'
 run 1 equiv biquad.xml fir16.xml
@@ -104,3 +110,39 @@ run 3 opt --replay orvo-crash-*.orvo
 rm -f ./*.orvo
 run 1 opt d.xml --check=sim -p DeadBlockPass
 has err '[DRIVER_CANNOT_SIMULATE]'
+
+# Bits that nothing settles are zero, or told.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block in inputBlock '<wire name="x"/>'
+    block pin typePinBlock "$(param 0 '[/top/in/x]')$(param typePinType '(typeUFixed 4 1)')<wire name=\"0\"/>"
+    block zero constBlock "$(param constValue 0)$(param constType '(typeUFixed 4 1)')<wire name=\"primWireOut\"/>"
+    block quotient divideBlock "$(param 0 '[/top/zero/primWireOut]')$(param 1 '[/top/pin/0]')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param y '[/top/quotient/primWireOut]')"
+    printf '</model></design></kelmar>\n'
+} >unknown.xml
+printf 'x\n1.5\n0\n' >zero.csv
+run 0 sim unknown.xml --stimulus zero.csv
+[ "$(cat out)" = 'cycle,y
+0,0
+1,0' ] || die "not zero"
+run 0 sim unknown.xml --stimulus zero.csv --unknowns --vcd unknown.vcd
+[ "$(cat out)" = 'cycle,y
+0,0
+1,x' ] || die "not unknown"
+has unknown.vcd 'bxxxxx'
+run 0 equiv unknown.xml unknown.xml
+
+# Designs by chance run, and are the same for the same seed.
+run 0 gen --seed 5 --size 200 -o one.xml
+run 0 gen --seed 5 --size 200
+same out one.xml
+run 0 gen --seed 6 --size 200
+! cmp -s out one.xml || die "the seed changes nothing"
+run 0 check one.xml
+run 0 sim one.xml --cycles 5 -o gen.csv
+run 0 equiv one.xml one.xml --cycles 20
+run 0 gen --size 10 -o two.xml --json
+json out 'd["schema"] == "orvo.gen/1" and d["size"] == 10 and d["blocks"] > 0'
+run 2 gen --json
+run 2 gen --size -1

@@ -21,9 +21,7 @@ namespace orvo::test {
         return ::testing::AssertionFailure() << "a design has no model '" << top << "'";
     }
     try {
-        sim::Simulator first(before, *tops[0]);
-        sim::Simulator second(after, *tops[1]);
-        const sim::CompareResult result = sim::compareBehaviour(first, second, options);
+        const sim::CompareResult result = sim::compareDesigns(before, *tops[0], after, *tops[1], options);
         if (result.same()) {
             return ::testing::AssertionSuccess();
         }
@@ -34,6 +32,9 @@ namespace orvo::test {
         for (const sim::Mismatch &mismatch : result.mismatches) {
             failure << "stream " << mismatch.stream << ", cycle " << mismatch.cycle << ": '" << mismatch.output
                     << "' differs; ";
+        }
+        if (result.inside) {
+            failure << "first inside: cycle " << result.inside->cycle << ": '" << result.inside->output << "'";
         }
         return failure;
     } catch (const sim::SimulationError &error) {
