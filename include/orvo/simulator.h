@@ -74,6 +74,8 @@ class ORVO_API Simulator {
     /// order of their names. A signal of an interface is named by the pair of the interface and the signal.
     const std::vector<Scalar> &inputs() const;
     const std::vector<Scalar> &outputs() const;
+    /// Wires of the input blocks that nobody reads and that have no type; they are not among the inputs.
+    const std::vector<std::string> &idleInputs() const;
     /// The scalars of the probed wires, in the order of the options.
     const std::vector<Scalar> &probes() const;
 

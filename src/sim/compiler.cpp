@@ -362,11 +362,14 @@ void Compiler::layOut(std::uint32_t instance) {
     const auto begin = static_cast<Leaf>(mLeaves.size());
     for (const Block &block : model) {
         for (const Wire &wire : block) {
-            if (wire.port_size() == 0 && block.type() != A_INPUT_BLOCK.get_ptr() && !block.hasReader()) {
+            const bool isInput = block.type() == A_INPUT_BLOCK.get_ptr();
+            if (wire.port_size() == 0 && (isInput || !block.hasReader()) &&
+                !mTypesOfSignals.getType(wire, mInstances[instance].chain)) {
                 // What nobody reads may stay without a type.
-                if (!mTypesOfSignals.getType(wire, mInstances[instance].chain)) {
-                    continue;
+                if (isInput && instance == 0) {
+                    idleInputs.push_back(wire.getName()->toString());
                 }
+                continue;
             }
             if (block.type() == A_FROM_BLOCK.get_ptr() && !mTypesOfSignals.getType(wire, mInstances[instance].chain)) {
                 // Becomes the signal at its Goto.

@@ -35,6 +35,7 @@ class Compiler {
 
     Program program;
     std::vector<Edge> inputs;
+    std::vector<std::string> idleInputs;
     std::vector<Edge> outputs;
     std::vector<Edge> probed;
 

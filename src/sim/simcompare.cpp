@@ -4,6 +4,7 @@
 #include <util/random.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 
 namespace orvo::sim {
@@ -35,6 +36,14 @@ Pairs match(const std::vector<Scalar> &first, const std::vector<Scalar> &second,
         unmatched.push_back(second[at].name);
     }
     return pairs;
+}
+
+/// Whether a scalar belongs to one of the wires, as x[2].re does to x.
+bool isOfWire(const std::vector<std::string> &wires, const std::string &scalar) {
+    return std::any_of(wires.begin(), wires.end(), [&scalar](const std::string &wire) {
+        return scalar.compare(0, wire.size(), wire) == 0 &&
+               (scalar.size() == wire.size() || scalar[wire.size()] == '[' || scalar[wire.size()] == '.');
+    });
 }
 
 /// Probes of equal origin; where several have one, the first ones of both sides belong together, if there are as many.
@@ -88,7 +97,13 @@ class SideBySide {
   public:
     SideBySide(Simulator &first, Simulator &second, const CompareOptions &options)
         : mFirst(first), mSecond(second), mOptions(options) {
-        mInputs = match(first.inputs(), second.inputs(), result.unmatched);
+        std::vector<std::string> unmatched;
+        mInputs = match(first.inputs(), second.inputs(), unmatched);
+        // An input that the other side does not read says nothing there.
+        std::copy_if(unmatched.begin(), unmatched.end(), std::back_inserter(result.unmatched),
+                     [&](const std::string &name) {
+                         return !isOfWire(first.idleInputs(), name) && !isOfWire(second.idleInputs(), name);
+                     });
         mOutputs = match(first.outputs(), second.outputs(), result.unmatched);
     }
 

@@ -82,6 +82,7 @@ struct Simulator::Impl {
     std::vector<Scalar> inputs;
     std::vector<Scalar> outputs;
     std::vector<Scalar> probes;
+    std::vector<std::string> idleInputs;
     /// The words of each run. In the first, unknown bits are zero, in the second one; of the others, each two have
     /// opposite bits by chance. A single run does not track them. Only the first has all words, the others those of the
     /// cone.
@@ -165,6 +166,7 @@ Simulator::Simulator(const Design &design, const Model &top, const SimulatorOpti
     }
     mImpl->program = std::move(compiler.program);
     mImpl->inputEdges = std::move(compiler.inputs);
+    mImpl->idleInputs = std::move(compiler.idleInputs);
     mImpl->outputEdges = std::move(compiler.outputs);
     mImpl->probeEdges = std::move(compiler.probed);
     const auto describe = [](const std::vector<Edge> &edges, std::vector<Scalar> &scalars) {
@@ -190,6 +192,8 @@ Simulator::Simulator(const Design &design, const Model &top, const SimulatorOpti
 Simulator::~Simulator() = default;
 
 const std::vector<Scalar> &Simulator::inputs() const { return mImpl->inputs; }
+
+const std::vector<std::string> &Simulator::idleInputs() const { return mImpl->idleInputs; }
 
 const std::vector<Scalar> &Simulator::outputs() const { return mImpl->outputs; }
 
