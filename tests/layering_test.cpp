@@ -72,6 +72,7 @@ const std::map<std::string, int> &floors() {
         {"mathblocks", 6},
         {"memoryblocks", 6},
         {"commonblocks", 6},
+        {"fftplan", 6},
         {"miscblocks", 6},
         {"ipblocks", 6},
         {"modeltreepass", 3},

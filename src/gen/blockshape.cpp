@@ -1,9 +1,12 @@
 // From the catalogue to shapes.
 #include "gen/blockshape.h"
 
+#include <orvo/blockclass.h>
 #include <orvo/blocksinfo.h>
+#include <orvo/context.h>
 #include <orvo/simulator.h>
 #include <orvo/staticstrings.h>
+#include <orvo/typeinfer.h>
 
 #include <fmt/format.h>
 
@@ -287,10 +290,18 @@ class Reader {
         if (shape.reason.empty() && !sim::canSimulate(shape.type.get_ptr())) {
             shape.reason = "cannot be simulated";
         }
+        if (shape.reason.empty() && !shape.wires.empty() && !hasTypeRule(shape.type)) {
+            shape.reason = "has no type rule";
+        }
         return shape;
     }
 
   private:
+    bool hasTypeRule(const PureValueRef &type) const {
+        const BlockClass &blockClass = *mContext->getBlockClass(ValueRef(type));
+        return blockClass.lookupHandler(typeid(TypeInferHandler)) != nullptr ||
+               blockClass.lookupHandler(typeid(TypeInferHandler2)) != nullptr;
+    }
     PureValueRef value(const std::string &name) const {
         const std::string *text = name.compare(0, 2, "A_") == 0 ? getBlocksInfo().findMapping(name) : nullptr;
         return text != nullptr ? PureValueRef(StringValue::get(*text, mContext))

@@ -16,6 +16,8 @@ std::span<const BlockRow> floatRows();
 ORVO_API std::span<const BlockRow> steeringRows();
 ORVO_API std::span<const BlockRow> sequentialRows();
 ORVO_API std::span<const BlockRow> memoryRows();
+std::span<const BlockRow> fftRows();
+std::span<const BlockRow> fftSpatialRows();
 std::span<const BlockRow> stallRows();
 std::span<const BlockRow> interfaceRows();
 std::span<const BlockRow> busRows();
