@@ -6,6 +6,7 @@
 #include <mpfr.h>
 
 #include <algorithm>
+#include <array>
 
 namespace orvo::sim {
 
@@ -174,14 +175,6 @@ int evenOf(mpfr_ptr out, mpfr_srcptr a) { return mpfr_roundeven(out, a); }
 int negOf(mpfr_ptr out, mpfr_srcptr a, mpfr_rnd_t rounding) { return mpfr_neg(out, a, rounding); }
 int absOf(mpfr_ptr out, mpfr_srcptr a, mpfr_rnd_t rounding) { return mpfr_abs(out, a, rounding); }
 
-int powR(mpfr_ptr out, mpfr_srcptr a, mpfr_srcptr b, mpfr_rnd_t rounding) {
-    if (mpfr_sgn(a) < 0) {
-        mpfr_set_nan(out);
-        return 0;
-    }
-    return mpfr_pow(out, a, b, rounding);
-}
-
 Unary unaryOf(FloatFunction function) {
     switch (function) {
     case FloatFunction::Neg:
@@ -276,22 +269,38 @@ Binary binaryOf(FloatFunction function) {
     case FloatFunction::Pow:
         return mpfr_pow;
     case FloatFunction::PowR:
-        return powR;
+        return mpfr_powr;
     default:
         return nullptr;
     }
 }
 
+/// The root of the sum of three squares. The sum is cut where no middle between two roots has a bit, and one bit more
+/// tells whether anything was cut, so that the root is rounded as that of the exact sum.
+int diagonal(Float &out, const std::array<const Float *, 3> &sides, mpfr_rnd_t rounding) {
+    const mpfr_prec_t square = 2 * mpfr_get_prec(out.get());
+    std::array<Float, 3> squares{Float(square), Float(square), Float(square)};
+    std::array<mpfr_ptr, 3> terms{};
+    for (std::size_t i = 0; i < 3; ++i) {
+        if (mpfr_inf_p(sides[i]->get()) != 0) {
+            // As long as one side is, whatever the others.
+            mpfr_set_inf(out.get(), 1);
+            return 0;
+        }
+        mpfr_sqr(squares[i].get(), sides[i]->get(), MPFR_RNDN);
+        terms[i] = squares[i].get();
+    }
+    Float sum(square + 4);
+    if (mpfr_sum(sum.get(), terms.data(), terms.size(), MPFR_RNDZ) != 0) {
+        mpfr_prec_round(sum.get(), square + 5, MPFR_RNDN);
+        mpfr_nextabove(sum.get());
+    }
+    return mpfr_sqrt(out.get(), sum.get(), rounding);
+}
+
 int ternaryOf(FloatFunction function, Float &out, const Float &a, const Float &b, const Float &c, mpfr_rnd_t rounding) {
     if (function == FloatFunction::Hypot3) {
-        Float sum(4 * mpfr_get_prec(out.get()) + kGuardBits);
-        Float square(2 * mpfr_get_prec(out.get()));
-        mpfr_set_zero(sum.get(), 1);
-        for (const Float *one : {&a, &b, &c}) {
-            mpfr_sqr(square.get(), one->get(), MPFR_RNDN);
-            mpfr_add(sum.get(), sum.get(), square.get(), MPFR_RNDN);
-        }
-        return mpfr_sqrt(out.get(), sum.get(), rounding);
+        return diagonal(out, {&a, &b, &c}, rounding);
     }
     Float factor(a);
     if (function == FloatFunction::MultSub) {
@@ -347,11 +356,37 @@ template <bool larger> void runExtreme(Word *words, const Op &op) {
     store(words, op.out, out, 0, MPFR_RNDN, keepsSubnormals(op));
 }
 
+/// To the places that the format has for the number, ties away from zero: half a unit of the last place is added, and
+/// what lies below that place is cut.
+int roundedAway(const Op &op, Float &out, const Float &exact) {
+    const Format format(op.out);
+    if (mpfr_regular_p(exact.get()) == 0) {
+        return mpfr_set(out.get(), exact.get(), MPFR_RNDN);
+    }
+    const mpfr_exp_t exponent = mpfr_get_exp(exact.get());
+    mpfr_exp_t place = exponent - format.precision();
+    if (keepsSubnormals(op)) {
+        place = std::max<mpfr_exp_t>(place, 1 - format.bias() - static_cast<std::int64_t>(format.significand));
+    }
+    const int sign = mpfr_signbit(exact.get()) != 0 ? -1 : 1;
+    if (exponent < place) {
+        mpfr_set_zero(out.get(), sign);
+        return 0;
+    }
+    Float half(MPFR_PREC_MIN);
+    mpfr_set_si_2exp(half.get(), sign, place - 1, MPFR_RNDN);
+    Float sum(std::max(mpfr_get_prec(exact.get()), format.precision() + 1) + 1);
+    mpfr_add(sum.get(), exact.get(), half.get(), MPFR_RNDN);
+    mpfr_div_2si(sum.get(), sum.get(), place, MPFR_RNDN);
+    mpfr_trunc(sum.get(), sum.get());
+    mpfr_mul_2si(out.get(), sum.get(), place, MPFR_RNDN);
+    return 0;
+}
+
 /// To the format's precision, ties away from zero where that is asked for.
 int roundedInto(const Op &op, Float &out, const Float &exact) {
     const bool isAway = static_cast<FloatRounding>(op.aux >> kRoundingShift & 7) == FloatRounding::NearestAway;
-    return isAway ? mpfr_round_nearest_away(mpfr_set, out.get(), exact.get())
-                  : mpfr_set(out.get(), exact.get(), roundingOf(op));
+    return isAway ? roundedAway(op, out, exact) : mpfr_set(out.get(), exact.get(), roundingOf(op));
 }
 
 void runConvert(Word *words, const Op &op) {
