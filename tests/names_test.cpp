@@ -25,6 +25,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"elideterminalpass", "deadblockpass"},
         {"elideunpackpass", "deadblockpass"},
         {"emit", "simulator"},
+        {"floatemit", "simulator"},
         {"floatrows", "simulator"},
         {"initimpl", "passtable"},
         {"memorykernels", "simulator"},

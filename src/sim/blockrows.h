@@ -16,5 +16,7 @@ std::span<const BlockRow> sequentialRows();
 std::span<const BlockRow> memoryRows();
 std::span<const BlockRow> stallRows();
 std::span<const BlockRow> interfaceRows();
+std::span<const BlockRow> pulseRows();
+std::span<const BlockRow> accumulatorRows();
 
 } // namespace orvo::sim

@@ -15,7 +15,7 @@ constexpr std::int64_t kMostEntries = std::int64_t{1} << 28;
 
 /// The bits of a constant of a scalar type, by way of a leaf that is read at reset.
 std::vector<std::uint64_t> bitsOf(const BlockWriter &writer, const NumberValueRef &number, const ScalarType &type) {
-    if (!number || (number->isSpecial() && !type.isFloat) || (type.isFloat && type.exponent == 0)) {
+    if (!number || (number->isSpecial() && !type.isFloat)) {
         writer.fail("an initial value is no number of its type");
     }
     return writer.quantised(number, type);

@@ -58,6 +58,9 @@ void readRing(std::uint64_t *words, const Op &op) {
 }
 
 void writeRing(std::uint64_t *words, const Op &op) {
+    if (!enabled(words, op, 1)) {
+        return;
+    }
     const std::uint32_t each = wordsFor(op.in[0].width);
     std::copy(words + op.in[0].at, words + op.in[0].at + each, words + op.state + 2 + words[op.state] * each);
     words[op.state] = words[op.state] + 1 == words[op.state + 1] ? 0 : words[op.state] + 1;

@@ -12,7 +12,7 @@ void writeState(std::uint64_t *words, const Op &op);
 
 /// A ring of entries: the words are the position, the number of entries, and the entries. Gives the oldest.
 void readRing(std::uint64_t *words, const Op &op);
-/// Puts input 0 in place of the oldest entry.
+/// Puts input 0 in place of the oldest entry if input 1 is absent or not zero.
 void writeRing(std::uint64_t *words, const Op &op);
 
 /// A counter: the words are the count, the limit, the step and the length of a pulse. Gives the next count if input 0
