@@ -80,10 +80,10 @@ TEST_F(FloatRowsTest, choosesAndBounds) {
 TEST_F(FloatRowsTest, multipliesByConstants) {
     Design design(mgr.context());
     Simulator simulator(design, oneBlock(design, "constmultBlock", {{"0", kSingle}}, {{"primWireOut", ""}},
-                                         {{"constValue", "-3.b33333333"}}));
+                                         {{"constValue", "-0x3b33333333p-32"}}));
     Design turn(mgr.context());
     Simulator complex(turn, oneBlock(turn, "constmultBlock", {{"0", kComplex}}, {{"primWireOut", ""}},
-                                     {{"constValue", "(complexRollTag 0.8 -1.4)"}}));
+                                     {{"constValue", "(complexRollTag 0x8p-4 -0x14p-4)"}}));
     for (int i = 0; i < 100; ++i) {
         const float a = drawn();
         const float b = drawn();

@@ -35,7 +35,6 @@ const std::map<std::string, std::string> &coveredBy() {
         {"port", "block"},
         {"profilingwriter", "profiling"},
         {"root", "utilsmall"},
-        {"sequentialrows", "simulator"},
         {"statekernels", "simulator"},
         {"steeringrows", "simulator"},
         {"strings", "utilsmall"},
