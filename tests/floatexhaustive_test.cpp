@@ -40,8 +40,6 @@ constexpr std::pair<FloatRounding, Direction> kDirections[] = {{FloatRounding::N
                                                                {FloatRounding::Up, Direction::Up},
                                                                {FloatRounding::Down, Direction::Down},
                                                                {FloatRounding::NearestAway, Direction::NearestAway}};
-/// All but ties away from zero, which casts alone know.
-constexpr std::size_t kArithmeticDirections = 4;
 
 Operand operandOf(const FloatFormat &format) {
     return {0, format.width(), false, false, static_cast<std::int32_t>(format.exponent)};
@@ -383,7 +381,7 @@ TEST(EveryHalf, isRoundedInTheDirectionThatIsTold) {
             row.function != FloatFunction::Exp && row.function != FloatFunction::Sin) {
             continue;
         }
-        for (const auto &[rounding, direction] : std::span(kDirections).subspan(1, kArithmeticDirections - 1)) {
+        for (const auto &[rounding, direction] : std::span(kDirections).subspan(1)) {
             Runner run = runnerOf(row.function, 1, kHalf, {rounding, true});
             // A step that meets every exponent and every last digit.
             for (std::uint64_t bits = 0; bits < kHalf.patterns(); bits += 7 * kExhaustiveStride) {
@@ -508,7 +506,7 @@ struct BinaryCase {
     FloatFunction function;
     Real (*judge)(const Known &, const Known &, Direction);
     /// In how many of the directions. Elementary functions take long, and round as the others do.
-    std::size_t directions = kArithmeticDirections;
+    std::size_t directions = std::size(kDirections);
 };
 
 const BinaryCase kBinaryCases[] = {
@@ -594,7 +592,7 @@ TEST(EveryTinyNumber, isRaisedToAndScaledByIntegers) {
     const Operand integer{0, 6, true, false, 0};
     for (const bool subnormals : {true, false}) {
         const std::vector<Known> all = allOf(kTiny, subnormals);
-        for (const auto &[rounding, direction] : std::span(kDirections).first(kArithmeticDirections)) {
+        for (const auto &[rounding, direction] : kDirections) {
             const int aux = floatAux(FloatMode{rounding, subnormals});
             Runner scaled(floatPowerKernel(true), {operandOf(kTiny), integer}, operandOf(kTiny), aux);
             Runner raised(floatPowerKernel(false), {operandOf(kTiny), integer}, operandOf(kTiny), aux);
@@ -759,6 +757,10 @@ mpz_class roundedBy(Rounding rounding, const mpq_class &value) {
         return floorOf(value + mpq_class(1, 2));
     case Rounding::HalfEven:
         return roundedEven(value);
+    case Rounding::HalfAway:
+        return value < 0 ? mpz_class(-floorOf(-value + mpq_class(1, 2))) : floorOf(value + mpq_class(1, 2));
+    case Rounding::Ceiling:
+        return mpz_class(-floorOf(-value));
     }
     return {};
 }
@@ -778,7 +780,8 @@ std::int64_t boundBy(Saturation saturation, const mpz_class &value, const FixedF
 }
 
 TEST(EveryHalf, goesToFixedPoint) {
-    constexpr Rounding kRoundings[] = {Rounding::Floor, Rounding::ToZero, Rounding::HalfUp, Rounding::HalfEven};
+    constexpr Rounding kRoundings[] = {Rounding::Floor,    Rounding::ToZero,   Rounding::HalfUp,
+                                       Rounding::HalfEven, Rounding::HalfAway, Rounding::Ceiling};
     constexpr Saturation kSaturations[] = {Saturation::Wrap, Saturation::Symmetric, Saturation::Asymmetric};
     struct Target {
         FixedFormat format;
@@ -788,8 +791,12 @@ TEST(EveryHalf, goesToFixedPoint) {
          {Target{{8, 2, true}, true}, {{4, -3, false}, false}, {{40, 26, true}, true}}) {
         const Operand out{0, target.width, target.isSigned, false, target.fraction};
         std::deque<Runner> runs;
+        std::deque<Runner> clips;
         for (const Rounding rounding : kRoundings) {
             for (const Saturation saturation : kSaturations) {
+                clips.emplace_back(floatClipKernel(rounding, saturation), std::vector<Operand>{operandOf(kHalf), out},
+                                   Operand{0, 1, false, false, target.fraction},
+                                   floatAux(FloatMode{FloatRounding::NearestEven, subnormals}));
                 runs.emplace_back(floatToFixedKernel(rounding, saturation), std::vector<Operand>{operandOf(kHalf)}, out,
                                   floatAux(FloatMode{FloatRounding::NearestEven, subnormals}));
             }
@@ -806,7 +813,10 @@ TEST(EveryHalf, goesToFixedPoint) {
             for (const Rounding rounding : kRoundings) {
                 const mpz_class whole = roundedBy(rounding, scaled);
                 for (const Saturation saturation : kSaturations) {
-                    ASSERT_EQ(static_cast<std::int64_t>(runs[run++]({bits})), boundBy(saturation, whole, target))
+                    const std::int64_t bound = boundBy(saturation, whole, target);
+                    ASSERT_EQ(static_cast<std::int64_t>(runs[run]({bits})), bound)
+                        << std::hex << bits << " rounding " << int(rounding) << " saturation " << int(saturation);
+                    ASSERT_EQ(clips[run++]({bits, 0}), saturation != Saturation::Wrap && whole != bound ? 1U : 0U)
                         << std::hex << bits << " rounding " << int(rounding) << " saturation " << int(saturation);
                 }
             }

@@ -238,6 +238,10 @@ Exact roundedBy(Rounding rounding, Exact value, int bits) {
         return twice >= unit ? floor + 1 : floor;
     case Rounding::HalfEven:
         return twice > unit || (twice == unit && floor % 2 != 0) ? floor + 1 : floor;
+    case Rounding::HalfAway:
+        return twice > unit || (twice == unit && value > 0) ? floor + 1 : floor;
+    case Rounding::Ceiling:
+        return ceiling;
     }
     return 0;
 }
@@ -246,7 +250,8 @@ TEST(Kernels, castByEveryRoundingAndSaturation) {
     for (const Type &a : smallTypes()) {
         for (const Type &out : smallTypes()) {
             const int drop = a.fraction - out.fraction;
-            for (const Rounding rounding : {Rounding::Floor, Rounding::ToZero, Rounding::HalfUp, Rounding::HalfEven}) {
+            for (const Rounding rounding : {Rounding::Floor, Rounding::ToZero, Rounding::HalfUp, Rounding::HalfEven,
+                                            Rounding::HalfAway, Rounding::Ceiling}) {
                 for (const Saturation saturation : {Saturation::Wrap, Saturation::Symmetric, Saturation::Asymmetric}) {
                     Bench cast(out, {a}, drop, {0});
                     cast.op.run = castKernel(cast.op, rounding, saturation);

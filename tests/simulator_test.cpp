@@ -841,22 +841,6 @@ TEST_F(SimulatorTest, computesWithFloats) {
     check({constant});
 }
 
-TEST_F(SimulatorTest, refusesFloatsThatHaveNoMeaning) {
-    const auto refused = [&](const BlockCase &row) {
-        const std::unique_ptr<Design> design = oneBlock(mgr.context(), row);
-        return refusal(*design, *design->begin());
-    };
-    EXPECT_EQ(refused({"library", "addBlock", {{"0", "fplib(23,8)"}, {"1", "fplib(23,8)"}}, {}, {kOut}, {}}),
-              "a float of the library's own format has no meaning here top/block");
-    EXPECT_EQ(refused({"ties away",
-                       "addBlock",
-                       {{"0", "float(23,8)"}, {"1", "float(23,8)"}},
-                       {{"floatRoundingMode", "roundingToNearestTieAway"}},
-                       {kOut},
-                       {}}),
-              "rounding ties away from zero has no meaning but in a cast top/block");
-}
-
 /// Samples of 16 bits to show a filter: an impulse, a step at each end of the range, the ends in turn, sines, a ramp,
 /// and numbers by chance.
 std::vector<Numbers> filterStimuli() {

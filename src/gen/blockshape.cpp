@@ -193,6 +193,9 @@ const OpenParam kOpenParams[] = {
     {&A_VSPLIT_LAYOUT, splitLayout},
     {&A_TYPE_PIN_TYPE, seldomType},
     {&A_POLYNOMIAL_DATA, coefficients},
+    {&A_ACC_LSB, integer<-12, -2>},
+    {&A_ACC_MSB, integer<3, 8>},
+    {&A_ACC_MAXMSB, integer<1, 5>},
 };
 
 /// Types that the generator makes in a way of its own, or not at all.
@@ -230,8 +233,18 @@ const Apart kApart[] = {
 /// Blocks that give names to signals at the edge of the system: one of these beginnings stands once in a design.
 constexpr const char *kFamilies[] = {"A_SARNET_MM", "A_SARNET_ST"};
 
-/// Operands that are integers although their names do not tell.
-const StaticString *const kInteger1[] = {&A_POWN_BLOCK, &A_MULT_POW2_BLOCK};
+/// Numbered ports that are no data.
+struct NumberedRole {
+    const StaticString *type;
+    int port;
+    PinShape::Role role;
+};
+
+const NumberedRole kNumberedRoles[] = {
+    {&A_POWN_BLOCK, 1, PinShape::Role::Small},         {&A_MULT_POW2_BLOCK, 1, PinShape::Role::Small},
+    {&A_ACC_BLOCK, 1, PinShape::Role::Control},        {&A_FLOAT_MULTACC_BLOCK, 2, PinShape::Role::Control},
+    {&A_LD_COUNTER_BLOCK, 0, PinShape::Role::Control}, {&A_FOR_LOOP_BLOCK, 2, PinShape::Role::Control},
+};
 
 PinShape::Role roleOf(const std::string &name) {
     const auto has = [&name](const char *part) { return name.find(part) != std::string::npos; };
@@ -280,10 +293,10 @@ class Reader {
                 shape.family = family;
             }
         }
-        for (const StaticString *type : kInteger1) {
+        for (const auto &[type, number, role] : kNumberedRoles) {
             for (PinShape &port : shape.ports) {
-                if (shape.type == *type && port.key == NumberValue::get(1, mContext)) {
-                    port.role = PinShape::Role::Small;
+                if (shape.type == *type && port.key == NumberValue::get(number, mContext)) {
+                    port.role = role;
                 }
             }
         }

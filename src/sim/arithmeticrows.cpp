@@ -151,6 +151,31 @@ void writeProductOf(BlockWriter &writer, const std::vector<Signal> &inputs) {
 
 void writeMult(BlockWriter &writer) { writeProductOf(writer, fixedInputs(writer, 1)); }
 
+/// Terms of a sum of products, as neighbouring operands.
+struct ProductSum {
+    std::vector<Operand> operands;
+    std::int32_t fraction;
+
+    void add(const BlockWriter &writer, const std::optional<Leaf> &a, const std::optional<Leaf> &b, bool isNegated) {
+        if (a && b) {
+            Operand first = writer.raw(*a);
+            first.shift = fraction - writer.scalar(*a).fraction - writer.scalar(*b).fraction;
+            first.isNegated = isNegated;
+            operands.push_back(first);
+            operands.push_back(writer.raw(*b));
+        }
+    }
+    /// A signed type that holds the sum.
+    ScalarType exactType() const {
+        std::uint32_t widest = 1;
+        for (std::size_t i = 0; i < operands.size(); i += 2) {
+            widest = std::max(widest, operands[i].width + operands[i + 1].width +
+                                          static_cast<std::uint32_t>(operands[i].shift));
+        }
+        return {widest + 34, fraction, true, false};
+    }
+};
+
 /// The sum over pairs of ports, of which vectors make a dot product, and the chain-in.
 void writeScalarProduct(BlockWriter &writer) {
     const std::vector<Signal> inputs = fixedInputs(writer, 2);
@@ -158,42 +183,39 @@ void writeScalarProduct(BlockWriter &writer) {
     if (!out.known()) {
         return;
     }
-    if (inputs.size() % 2 != 0 || out.type->element != 1) {
-        writer.fail("a scalar product of complex numbers, or of an odd number of inputs, has no meaning here");
+    if (inputs.size() % 2 != 0) {
+        writer.fail("a scalar product has an odd number of inputs");
     }
-    std::vector<Operand> operands;
-    std::int32_t fraction = 0;
+    std::int32_t fraction = inputs[0].type->scalar.fraction + inputs[1].type->scalar.fraction;
     for (std::size_t i = 0; i < inputs.size(); i += 2) {
         fraction = std::max(fraction, inputs[i].type->scalar.fraction + inputs[i + 1].type->scalar.fraction);
     }
+    const Signal chain = writer.in(A_SCALAR_PRODUCT_PORT_CHAININ);
     const std::uint32_t lanes = out.type->lanes();
-    for (std::uint32_t lane = 0; lane < lanes; ++lane) {
-        operands.clear();
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+        ProductSum sum{{}, fraction};
         for (std::size_t i = 0; i < inputs.size(); i += 2) {
+            const bool isSubtracted = writer.isTrue(A_SUBTRACTIVE) && i + 2 == inputs.size();
             const std::uint32_t terms = std::max(inputs[i].type->lanes(), inputs[i + 1].type->lanes()) / lanes;
             for (std::uint32_t term = 0; term < std::max(terms, 1U); ++term) {
                 const std::uint32_t at = term * lanes + lane;
-                Operand a = writer.raw(*leafAt(inputs[i], at));
-                a.shift = fraction - inputs[i].type->scalar.fraction - inputs[i + 1].type->scalar.fraction;
-                a.isNegated = writer.isTrue(A_SUBTRACTIVE) && i + 2 == inputs.size();
-                operands.push_back(a);
-                operands.push_back(writer.raw(*leafAt(inputs[i + 1], at)));
+                const auto [re, im] = factorAt(inputs[i], at);
+                const auto [otherRe, otherIm] = factorAt(inputs[i + 1], at);
+                sum.add(writer, re, part == 0 ? std::optional(otherRe) : otherIm, isSubtracted);
+                sum.add(writer, im, part == 0 ? otherIm : std::optional(otherRe), isSubtracted != (part == 0));
             }
         }
-        const Leaf leaf = *leafAt(out, lane);
-        const Signal chain = writer.in(A_SCALAR_PRODUCT_PORT_CHAININ);
-        if (!chain.known()) {
-            writer.emit(leaf, fraction - writer.scalar(leaf).fraction, operands, productSumKernel);
-            continue;
+        const auto chained = chain.known() ? leafAt(chain, lane, part) : std::nullopt;
+        if (!chained && !sum.operands.empty()) {
+            writer.emit(leaf, fraction - writer.scalar(leaf).fraction, sum.operands, productSumKernel);
+        } else if (chained) {
+            const Leaf products = writer.temporary(sum.exactType());
+            if (!sum.operands.empty()) {
+                writer.emit(products, 0, sum.operands, productSumKernel);
+            }
+            emitSum(writer, leaf, {products, *chained}, {false, writer.isTrue(A_SUBTRACTIVE_CHAININ)});
         }
-        std::uint32_t width = 2;
-        for (const Operand &operand : operands) {
-            width = std::max(width, operand.width * 2 + static_cast<std::uint32_t>(operand.shift) + 34);
-        }
-        const Leaf sum = writer.temporary({width, fraction, true, false});
-        writer.emit(sum, 0, operands, productSumKernel);
-        emitSum(writer, leaf, {sum, *leafAt(chain, lane)}, {false, writer.isTrue(A_SUBTRACTIVE_CHAININ)});
-    }
+    });
 }
 
 /// Over the outermost dimension of the one input, or over several inputs.
@@ -332,6 +354,24 @@ void writeSaturate(BlockWriter &writer) {
     }
 }
 
+/// Of records, which pass whole.
+void requireType(const BlockWriter &writer, const Signal &signal, const SignalType &type) {
+    if (signal.known() && signal.type != &type) {
+        writer.fail("a data input has another type than the output");
+    }
+}
+
+/// A float is brought to the format of the output before it is chosen, for choosing moves bits.
+Leaf sameKind(BlockWriter &writer, Leaf out, Leaf in) {
+    const ScalarType type = writer.scalar(out);
+    if ((!type.isFloat && !writer.scalar(in).isFloat) || type == writer.scalar(in)) {
+        return in;
+    }
+    const Leaf same = writer.temporary(type);
+    writer.convert(same, in);
+    return same;
+}
+
 void writeMux(BlockWriter &writer) {
     const Signal select = fixedInput(writer, A_MUX_PORT_SELECT, "the select");
     const std::vector<Signal> data = writer.numbered();
@@ -340,10 +380,8 @@ void writeMux(BlockWriter &writer) {
         return;
     }
     for (const Signal &signal : data) {
-        if (signal.type->isRecord()       ? signal.type != out.type
-            : signal.type->scalar.isFloat ? !(signal.type->scalar == out.type->scalar)
-                                          : out.type->scalar.isFloat) {
-            writer.fail("a data input has another type than the output");
+        if (signal.type->isRecord() || out.type->isRecord()) {
+            requireType(writer, signal, *out.type);
         }
     }
     if (data.empty()) {
@@ -362,8 +400,7 @@ void writeMux(BlockWriter &writer) {
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
         std::vector<Leaf> leaves;
         for (const Signal &signal : data) {
-            const auto source = leafAt(signal, lane, part);
-            leaves.push_back(source ? *source : zero(writer));
+            leaves.push_back(sameKind(writer, leaf, partOrZero(writer, signal, lane, part)));
         }
         emitMux(writer, leaf, *leafAt(select, lane), leaves);
     });
@@ -449,28 +486,32 @@ void writeSelect(BlockWriter &writer) {
     }
     const Signal other = writer.in(A_SELECT_PORT_DEFAULT_DATA);
     if (const Signal out = writer.out(); out.known()) {
-        if (out.type->isRecord()) {
-            writer.fail("a selection of records has no meaning here");
-        }
-        for (const Case &one : cases) {
-            if (one.data.type->scalar.isFloat != out.type->scalar.isFloat ||
-                (out.type->scalar.isFloat && !(one.data.type->scalar == out.type->scalar))) {
-                writer.fail("a case's data has another type than the output");
-            }
-        }
-        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+        const auto choose = [&](Leaf leaf, std::uint32_t lane, auto dataAt) {
             const ScalarType type = writer.scalar(leaf);
-            Leaf chosen = other.known() ? partOrZero(writer, other, lane, part) : writer.unknown(type);
+            Leaf chosen = other.known() ? sameKind(writer, leaf, dataAt(other)) : writer.unknown(type);
             for (std::size_t i = cases.size(); i-- > 0;) {
                 const Leaf result = i == 0 ? leaf : writer.temporary(type);
                 emitMux(writer, result, truth(writer, *leafAt(cases[i].control, lane)),
-                        {chosen, partOrZero(writer, cases[i].data, lane, part)});
+                        {chosen, sameKind(writer, leaf, dataAt(cases[i].data))});
                 chosen = result;
             }
             if (cases.empty()) {
                 writer.convert(leaf, chosen);
             }
-        });
+        };
+        if (out.type->isRecord()) {
+            requireType(writer, other, *out.type);
+            for (const Case &one : cases) {
+                requireType(writer, one.data, *out.type);
+            }
+            for (std::uint32_t i = 0; i < out.type->leaves; ++i) {
+                choose(out.first + i, 0, [i](const Signal &data) { return data.first + i; });
+            }
+        } else {
+            forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+                choose(leaf, lane, [&](const Signal &data) { return partOrZero(writer, data, lane, part); });
+            });
+        }
     }
     if (const Signal valid = writer.out(A_SELECT_WIRE_VALID); valid.known() && !cases.empty()) {
         forEachScalar(valid, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
@@ -654,6 +695,7 @@ template <Rounding rounding> void writeRound(BlockWriter &writer) {
     }
 }
 
+/// Between fixed-point types, the modes of floats cut as none does.
 Rounding roundingOf(const BlockWriter &writer) {
     const ValueRef mode = writer.param(A_CAST_ROUNDING_MODE);
     const std::pair<const StaticString *, Rounding> modes[] = {{&A_ROUNDING_TRUNC, Rounding::Floor},
@@ -664,9 +706,6 @@ Rounding roundingOf(const BlockWriter &writer) {
         if (mode == *name) {
             return rounding;
         }
-    }
-    if (mode) {
-        writer.fail("the rounding mode has no meaning for fixed-point numbers");
     }
     return Rounding::Floor;
 }

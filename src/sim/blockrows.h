@@ -21,6 +21,8 @@ std::span<const BlockRow> fftSpatialRows();
 std::span<const BlockRow> stallRows();
 std::span<const BlockRow> interfaceRows();
 std::span<const BlockRow> busRows();
+std::span<const BlockRow> pulseRows();
+std::span<const BlockRow> accumulatorRows();
 
 /// What the blocks of one bus compute together.
 void writeBus(std::vector<BlockWriter> &users);

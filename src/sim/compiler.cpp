@@ -237,14 +237,38 @@ void BlockWriter::convert(Leaf out, Leaf in) {
         alias(out, in);
         return;
     }
-    if (to.isFloat || scalar(in).isFloat) {
-        fail("a fixed-point and a floating-point signal, or floats of two formats, meet");
+    if (to.isFloat != scalar(in).isFloat) {
+        fail("a fixed-point and a floating-point signal meet");
+    }
+    if (to.isFloat) {
+        convertFloat(out, in);
+        return;
     }
     emit(out, scalar(in).fraction - to.fraction, {raw(in)}, sumKernel);
 }
 
+void BlockWriter::convertFloat(Leaf out, Leaf in) {
+    const ScalarType to = scalar(out);
+    Operand from = raw(in);
+    from.width -= scalar(in).unused;
+    from.shift = static_cast<std::int32_t>(scalar(in).exponent);
+    const int aux = floatAux({FloatRounding::NearestEven, isTrue(A_FLOAT_SUBNORMALS)});
+    emit(
+        out, static_cast<std::int32_t>(to.exponent), {from},
+        [&](Op &op) {
+            op.out.width -= to.unused;
+            return floatConvertKernel();
+        },
+        aux);
+}
+
 std::vector<std::uint64_t> BlockWriter::quantised(const NumberValueRef &number, const ScalarType &type) {
-    return type.isFloat ? floatBits(number, type.width, type.exponent) : wordsOf(nearest(number, type), type.width);
+    if (!type.isFloat) {
+        return wordsOf(nearest(number, type), type.width);
+    }
+    std::vector<std::uint64_t> words = floatBits(number, type.width - type.unused, type.exponent);
+    words.resize(wordsFor(type.width));
+    return words;
 }
 
 void BlockWriter::setConstant(Leaf leaf, std::uint64_t integer) {
@@ -293,9 +317,6 @@ void BlockWriter::constant(const Signal &out, const ValueRef &value) {
         const NumberValueRef number = numberVR(step.value);
         if (!number || (number->isSpecial() && !type.scalar.isFloat)) {
             fail("a constant is no number");
-        }
-        if (type.scalar.isFloat && type.scalar.exponent == 0) {
-            fail("a float of the library's own format has no meaning here");
         }
         mCompiler.mConstants.emplace_back(leaf++, quantised(number, type.scalar));
     }

@@ -92,7 +92,7 @@ class BlockWriter {
     void commit(std::uint32_t state, std::uint32_t words, const std::vector<Operand> &in, Kernel kernel, int aux = 0);
     /// One leaf is another: no operation runs for it.
     void alias(Leaf out, Leaf in);
-    /// Converts a value to the output's type.
+    /// Converts a value to the output's type; of floats, to the nearest.
     void convert(Leaf out, Leaf in);
     /// The bits of a number in a fixed-point type: rounded, halves away from zero, and brought into the type's range.
     static std::vector<std::uint64_t> quantised(const NumberValueRef &number, const ScalarType &type);
@@ -114,6 +114,7 @@ class BlockWriter {
     [[noreturn]] void fail(const std::string &reason) const;
 
   private:
+    void convertFloat(Leaf out, Leaf in);
     Op &begin(Leaf out, std::int32_t drop, const std::vector<Operand> &in, int aux);
 
     Compiler &mCompiler;

@@ -2,6 +2,9 @@
 #include "sim/emit.h"
 
 #include "sim/memorykernels.h"
+#include "sim/statekernels.h"
+
+#include <bit>
 
 namespace orvo::sim {
 
@@ -16,7 +19,7 @@ std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least) {
     return inputs;
 }
 
-Signal fixedInput(const BlockWriter &writer, const StaticString &key, const char *what) {
+Signal fixedInput(const BlockWriter &writer, const PureValueRef &key, const char *what) {
     const Signal signal = writer.in(key);
     requireFixed(writer, signal, what);
     return signal;
@@ -58,8 +61,10 @@ void emitMux(BlockWriter &writer, Leaf out, Leaf select, const std::vector<Leaf>
 }
 
 Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, std::uint32_t part) {
-    const auto leaf = leafAt(signal, lane, part);
-    return leaf ? *leaf : zero(writer);
+    if (const auto leaf = leafAt(signal, lane, part)) {
+        return *leaf;
+    }
+    return signal.type->scalar.isFloat ? writer.temporary(signal.type->scalar) : zero(writer);
 }
 
 void emitCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relation) {
@@ -152,6 +157,53 @@ Signal constantSignal(BlockWriter &writer, const StaticString &key) {
     }
     writer.constant(signal, value);
     return signal;
+}
+
+Stored openStore(BlockWriter &writer, const ScalarType &type, std::int64_t length) {
+    const std::uint32_t each = wordsFor(type.width);
+    if (length < 1 || length * each * 64 > kMostBits) {
+        writer.fail("a delay in it has no length that can be kept");
+    }
+    Stored stored{writer.temporary(type), 0, each, length};
+    if (length > 1) {
+        stored.words = 2 + each * static_cast<std::uint32_t>(length);
+    }
+    stored.state = writer.state(stored.words);
+    if (length > 1) {
+        writer.setInitial(stored.state + 1, static_cast<std::uint64_t>(length));
+    }
+    writer.emitFromState(stored.out, stored.state, stored.words, {}, length == 1 ? readState : readRing);
+    return stored;
+}
+
+void closeStore(BlockWriter &writer, const Stored &stored, Leaf in, std::optional<Leaf> enable) {
+    std::vector<Operand> operands{writer.raw(in)};
+    if (enable) {
+        operands.push_back(writer.raw(*enable));
+    }
+    writer.commit(stored.state, stored.words, operands, stored.length == 1 ? writeState : writeRing);
+}
+
+Leaf converted(BlockWriter &writer, const ScalarType &type, Leaf in) {
+    const Leaf out = writer.temporary(type);
+    writer.convert(out, in);
+    return out;
+}
+
+Leaf chosen(BlockWriter &writer, const ScalarType &type, Leaf select, const std::vector<Leaf> &data) {
+    const Leaf out = writer.temporary(type);
+    emitMux(writer, out, select, data);
+    return out;
+}
+
+ScalarType sumType(const BlockWriter &writer, const std::vector<Leaf> &in) {
+    const std::int32_t fraction = commonFraction(writer, in);
+    std::int32_t whole = 1;
+    for (const Leaf leaf : in) {
+        whole = std::max(whole, static_cast<std::int32_t>(writer.scalar(leaf).width) - writer.scalar(leaf).fraction);
+    }
+    const auto carry = static_cast<std::int32_t>(std::bit_width(in.size()));
+    return {static_cast<std::uint32_t>(std::max(whole + fraction, 0) + carry + 1), fraction, true, false};
 }
 
 } // namespace orvo::sim

@@ -8,7 +8,7 @@ namespace orvo::sim {
 
 /// The numbered inputs, at least so many, all of fixed point.
 std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least);
-Signal fixedInput(const BlockWriter &writer, const StaticString &key, const char *what);
+Signal fixedInput(const BlockWriter &writer, const PureValueRef &key, const char *what);
 /// The scalar there, or a zero in place of an imaginary part that a real number has not.
 Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, std::uint32_t part);
 /// A zero, which every word is at reset.
@@ -54,5 +54,23 @@ void emitOldest(BlockWriter &writer, const Queue &queue, const std::vector<Leaf>
 void emitQueueFlag(BlockWriter &writer, const Queue &queue, QueueFlag flag, Leaf out);
 /// What happens to the queue at the end of the cycle: its entry is added, the oldest taken off, all forgotten.
 void commitQueue(BlockWriter &writer, const Queue &queue, Leaf write, Leaf acknowledge, Leaf flush);
+
+/// A value that was stored earlier. Its reader stands before what is stored is known, as a loop asks for.
+struct Stored {
+    Leaf out;
+    std::uint32_t state;
+    std::uint32_t words;
+    std::int64_t length;
+};
+/// What was stored so many times ago, at least once; zero at first.
+Stored openStore(BlockWriter &writer, const ScalarType &type, std::int64_t length = 1);
+/// Stores a value of the same type at the end of the cycle, if enabled.
+void closeStore(BlockWriter &writer, const Stored &stored, Leaf in, std::optional<Leaf> enable = std::nullopt);
+/// The value at a leaf of its own of this type.
+Leaf converted(BlockWriter &writer, const ScalarType &type, Leaf in);
+/// The number that the select tells, of a type of its own.
+Leaf chosen(BlockWriter &writer, const ScalarType &type, Leaf select, const std::vector<Leaf> &data);
+/// A signed type that holds the sum of these.
+ScalarType sumType(const BlockWriter &writer, const std::vector<Leaf> &in);
 
 } // namespace orvo::sim

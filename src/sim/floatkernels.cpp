@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 
 namespace orvo::sim {
 
@@ -16,6 +17,8 @@ using Word = std::uint64_t;
 
 constexpr int kRoundingShift = 8;
 constexpr int kSubnormalsBit = 1 << 12;
+/// What `clipKernel` takes for the range of a signed type.
+constexpr int kSignedRange = 1 << 24;
 /// Enough that a second rounding of what MPFR has no function for is as good as none.
 constexpr mpfr_prec_t kGuardBits = 128;
 
@@ -309,24 +312,6 @@ int ternaryOf(FloatFunction function, Float &out, const Float &a, const Float &b
     return mpfr_fma(out.get(), factor.get(), b.get(), c.get(), rounding);
 }
 
-void runFloat(Word *words, const Op &op) {
-    const auto function = static_cast<FloatFunction>(op.aux & 0xff);
-    const mpfr_rnd_t rounding = roundingOf(op);
-    const bool subnormals = keepsSubnormals(op);
-    Float out(Format(op.out).precision());
-    const Float a = load(words, op.in[0], subnormals);
-    int ternary = 0;
-    if (const Unary unary = unaryOf(function)) {
-        ternary = unary(out.get(), a.get(), rounding);
-    } else if (const Binary binary = binaryOf(function)) {
-        ternary = binary(out.get(), a.get(), load(words, op.in[1], subnormals).get(), rounding);
-    } else {
-        ternary =
-            ternaryOf(function, out, a, load(words, op.in[1], subnormals), load(words, op.in[2], subnormals), rounding);
-    }
-    store(words, op.out, out, ternary, rounding, subnormals);
-}
-
 template <Relation relation> void runCompare(Word *words, const Op &op) {
     const Float a = load(words, op.in[0], keepsSubnormals(op));
     const Float b = load(words, op.in[1], keepsSubnormals(op));
@@ -383,10 +368,79 @@ int roundedAway(const Op &op, Float &out, const Float &exact) {
     return 0;
 }
 
+bool roundsAway(const Op &op) {
+    return static_cast<FloatRounding>(op.aux >> kRoundingShift & 7) == FloatRounding::NearestAway;
+}
+
 /// To the format's precision, ties away from zero where that is asked for.
 int roundedInto(const Op &op, Float &out, const Float &exact) {
-    const bool isAway = static_cast<FloatRounding>(op.aux >> kRoundingShift & 7) == FloatRounding::NearestAway;
-    return isAway ? roundedAway(op, out, exact) : mpfr_set(out.get(), exact.get(), roundingOf(op));
+    return roundsAway(op) ? roundedAway(op, out, exact) : mpfr_set(out.get(), exact.get(), roundingOf(op));
+}
+
+/// Lets `compute(result, direction)` round into the format. MPFR has no ties away from zero: for these the result is
+/// cut to a few bits more, and one bit below them tells whether anything was cut, so that it is no tie.
+template <class Compute> int computedInto(const Op &op, Float &out, Compute compute) {
+    if (!roundsAway(op)) {
+        return compute(out, roundingOf(op));
+    }
+    Float cut(Format(op.out).precision() + 2);
+    if (compute(cut, MPFR_RNDZ) != 0 && mpfr_regular_p(cut.get()) != 0) {
+        mpfr_prec_round(cut.get(), mpfr_get_prec(cut.get()) + 1, MPFR_RNDN);
+        if (mpfr_signbit(cut.get()) != 0) {
+            mpfr_nextbelow(cut.get());
+        } else {
+            mpfr_nextabove(cut.get());
+        }
+    }
+    return roundedAway(op, out, cut);
+}
+
+void runFloat(Word *words, const Op &op) {
+    const auto function = static_cast<FloatFunction>(op.aux & 0xff);
+    const bool subnormals = keepsSubnormals(op);
+    const Float a = load(words, op.in[0], subnormals);
+    Float out(Format(op.out).precision());
+    const int ternary = computedInto(op, out, [&](Float &result, mpfr_rnd_t rounding) {
+        if (const Unary unary = unaryOf(function)) {
+            return unary(result.get(), a.get(), rounding);
+        }
+        const Float b = load(words, op.in[1], subnormals);
+        if (const Binary binary = binaryOf(function)) {
+            return binary(result.get(), a.get(), b.get(), rounding);
+        }
+        return ternaryOf(function, result, a, b, load(words, op.in[2], subnormals), rounding);
+    });
+    store(words, op.out, out, ternary, roundingOf(op), subnormals);
+}
+
+/// Each term is exact, and their sum rounds once.
+void runPolynomial(Word *words, const Op &op) {
+    const bool subnormals = keepsSubnormals(op);
+    const Float x = load(words, op.in[0], subnormals);
+    std::vector<std::unique_ptr<Float>> terms;
+    for (std::uint32_t i = 1; i < op.count; ++i) {
+        const Float coefficient = load(words, op.in[i], subnormals);
+        if (mpfr_zero_p(coefficient.get()) != 0 && mpfr_nan_p(x.get()) == 0) {
+            continue;
+        }
+        if (mpfr_inf_p(x.get()) != 0 && i > 1) {
+            // The highest power is beyond all others.
+            terms.clear();
+        }
+        const mpfr_prec_t precision = mpfr_get_prec(x.get()) * (i - 1) + mpfr_get_prec(coefficient.get());
+        terms.push_back(std::make_unique<Float>(precision));
+        mpfr_pow_ui(terms.back()->get(), x.get(), i - 1, MPFR_RNDN);
+        mpfr_mul(terms.back()->get(), terms.back()->get(), coefficient.get(), MPFR_RNDN);
+    }
+    std::vector<mpfr_ptr> pointers;
+    for (const auto &term : terms) {
+        pointers.push_back(term->get());
+    }
+    Float out(Format(op.out).precision());
+    const int ternary = computedInto(op, out, [&](Float &result, mpfr_rnd_t rounding) {
+        return mpfr_sum(result.get(), pointers.data(), pointers.size(), rounding);
+    });
+    store(words, op.out, out, ternary, roundingOf(op), subnormals);
 }
 
 void runConvert(Word *words, const Op &op) {
@@ -409,9 +463,11 @@ void runFromFixed(Word *words, const Op &op) {
     store(words, op.out, out, ternary, roundingOf(op), keepsSubnormals(op));
 }
 
-/// A fixed-point number that holds the float exactly, through the kernel of fixed-point casts.
-template <Rounding rounding, Saturation saturation> void runToFixed(Word *words, const Op &op) {
-    const Operand &out = op.out;
+/// A fixed-point number that holds the float exactly, through the kernel of fixed-point casts to `range`.
+template <Rounding rounding, Saturation saturation, bool clips>
+void castToFixed(Word *words, const Op &op, const Operand &range) {
+    Operand out = op.out;
+    out.width = range.width;
     const Float value = load(words, op.in[0], keepsSubnormals(op));
     BigInt whole;
     std::int64_t scale = 0;
@@ -435,9 +491,25 @@ template <Rounding rounding, Saturation saturation> void runToFixed(Word *words,
     Op cast;
     cast.in = &source;
     cast.count = 1;
-    cast.out = {wordsFor(width), out.width, out.isSigned, false, static_cast<std::int32_t>(-scale - out.shift)};
-    castKernel(cast, rounding, saturation)(scratch.data(), cast);
-    std::copy(scratch.begin() + wordsFor(width), scratch.end(), words + out.at);
+    cast.out = {wordsFor(width), out.width, range.isSigned, false, static_cast<std::int32_t>(-scale - out.shift)};
+    if constexpr (clips) {
+        cast.aux = static_cast<int>(range.width) | (range.isSigned ? kSignedRange : 0);
+        cast.out.width = 1;
+        cast.out.isSigned = false;
+        clipKernel(cast, rounding, saturation)(scratch.data(), cast);
+        words[out.at] = scratch[wordsFor(width)];
+    } else {
+        castKernel(cast, rounding, saturation)(scratch.data(), cast);
+        std::copy(scratch.begin() + wordsFor(width), scratch.end(), words + out.at);
+    }
+}
+
+template <Rounding rounding, Saturation saturation> void runToFixed(Word *words, const Op &op) {
+    castToFixed<rounding, saturation, false>(words, op, op.out);
+}
+
+template <Rounding rounding, Saturation saturation> void runClip(Word *words, const Op &op) {
+    castToFixed<rounding, saturation, true>(words, op, op.in[1]);
 }
 
 template <bool ofTwo> void runPower(Word *words, const Op &op) {
@@ -447,18 +519,18 @@ template <bool ofTwo> void runPower(Word *words, const Op &op) {
     if (in.isSigned && in.width != 0 && bitAt(words + in.at, in.width - 1)) {
         exponent -= BigInt(1) << in.width;
     }
-    const mpfr_rnd_t rounding = roundingOf(op);
     Float out(Format(op.out).precision());
-    int ternary = 0;
-    if constexpr (ofTwo) {
-        constexpr long kMost = 1L << 40;
-        const long places = mpz_fits_slong_p(exponent.get()) != 0 ? mpz_get_si(exponent.get())
-                                                                  : (exponent < BigInt(0) ? -kMost : kMost);
-        ternary = mpfr_mul_2si(out.get(), base.get(), std::clamp(places, -kMost, kMost), rounding);
-    } else {
-        ternary = mpfr_pow_z(out.get(), base.get(), exponent.get(), rounding);
-    }
-    store(words, op.out, out, ternary, rounding, keepsSubnormals(op));
+    const int ternary = computedInto(op, out, [&](Float &result, mpfr_rnd_t rounding) {
+        if constexpr (ofTwo) {
+            constexpr long kMost = 1L << 40;
+            const long places = mpz_fits_slong_p(exponent.get()) != 0 ? mpz_get_si(exponent.get())
+                                                                      : (exponent < BigInt(0) ? -kMost : kMost);
+            return mpfr_mul_2si(result.get(), base.get(), std::clamp(places, -kMost, kMost), rounding);
+        } else {
+            return mpfr_pow_z(result.get(), base.get(), exponent.get(), rounding);
+        }
+    });
+    store(words, op.out, out, ternary, roundingOf(op), keepsSubnormals(op));
 }
 
 void runExponent(Word *words, const Op &op) {
@@ -470,14 +542,32 @@ void runExponent(Word *words, const Op &op) {
     words[op.out.at] = static_cast<Word>(exponent);
 }
 
-template <Rounding rounding> Kernel toFixedOf(Saturation saturation) {
+template <Rounding rounding> Kernel toFixedOf(Saturation saturation, bool clips) {
     switch (saturation) {
     case Saturation::Wrap:
-        return runToFixed<rounding, Saturation::Wrap>;
+        return clips ? runClip<rounding, Saturation::Wrap> : runToFixed<rounding, Saturation::Wrap>;
     case Saturation::Symmetric:
-        return runToFixed<rounding, Saturation::Symmetric>;
+        return clips ? runClip<rounding, Saturation::Symmetric> : runToFixed<rounding, Saturation::Symmetric>;
     case Saturation::Asymmetric:
-        return runToFixed<rounding, Saturation::Asymmetric>;
+        return clips ? runClip<rounding, Saturation::Asymmetric> : runToFixed<rounding, Saturation::Asymmetric>;
+    }
+    return nullptr;
+}
+
+Kernel toFixedOf(Rounding rounding, Saturation saturation, bool clips) {
+    switch (rounding) {
+    case Rounding::Floor:
+        return toFixedOf<Rounding::Floor>(saturation, clips);
+    case Rounding::ToZero:
+        return toFixedOf<Rounding::ToZero>(saturation, clips);
+    case Rounding::HalfUp:
+        return toFixedOf<Rounding::HalfUp>(saturation, clips);
+    case Rounding::HalfEven:
+        return toFixedOf<Rounding::HalfEven>(saturation, clips);
+    case Rounding::HalfAway:
+        return toFixedOf<Rounding::HalfAway>(saturation, clips);
+    case Rounding::Ceiling:
+        return toFixedOf<Rounding::Ceiling>(saturation, clips);
     }
     return nullptr;
 }
@@ -524,19 +614,11 @@ Kernel floatConvertKernel() { return runConvert; }
 
 Kernel floatFromFixedKernel() { return runFromFixed; }
 
-Kernel floatToFixedKernel(Rounding rounding, Saturation saturation) {
-    switch (rounding) {
-    case Rounding::Floor:
-        return toFixedOf<Rounding::Floor>(saturation);
-    case Rounding::ToZero:
-        return toFixedOf<Rounding::ToZero>(saturation);
-    case Rounding::HalfUp:
-        return toFixedOf<Rounding::HalfUp>(saturation);
-    case Rounding::HalfEven:
-        return toFixedOf<Rounding::HalfEven>(saturation);
-    }
-    return nullptr;
-}
+Kernel floatToFixedKernel(Rounding rounding, Saturation saturation) { return toFixedOf(rounding, saturation, false); }
+
+Kernel floatClipKernel(Rounding rounding, Saturation saturation) { return toFixedOf(rounding, saturation, true); }
+
+Kernel floatPolynomialKernel() { return runPolynomial; }
 
 Kernel floatPowerKernel(bool ofTwo) { return ofTwo ? runPower<true> : runPower<false>; }
 

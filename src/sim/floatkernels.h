@@ -89,6 +89,10 @@ ORVO_API Kernel floatConvertKernel();
 ORVO_API Kernel floatFromFixedKernel();
 /// To an integer of `op.out.shift` fraction bits; infinities go to the ends, what is no number to zero.
 ORVO_API Kernel floatToFixedKernel(Rounding rounding, Saturation saturation);
+/// One bit: whether that meets a bound of the type of input 1, of which the value does not count.
+ORVO_API Kernel floatClipKernel(Rounding rounding, Saturation saturation);
+/// The polynomial of input 0 with the coefficients in the other inputs, the constant term first; it rounds once.
+ORVO_API Kernel floatPolynomialKernel();
 /// Input 0 to the power of, or times two to the power of, the integer in input 1.
 ORVO_API Kernel floatPowerKernel(bool ofTwo);
 /// The binary exponent of input 0.

@@ -1,81 +1,14 @@
 // Blocks on floating-point numbers. Each operation rounds once; sums of more than two go in port order.
 #include "sim/blockrows.h"
-#include "sim/emit.h"
-#include "sim/floatkernels.h"
+#include "sim/floatemit.h"
 
 #include <orvo/wire.h>
+
+#include <optional>
 
 namespace orvo::sim {
 
 namespace {
-
-FloatMode modeOf(const BlockWriter &writer) {
-    const std::pair<const StaticString *, FloatRounding> modes[] = {{&A_ROUNDING_RNDNE, FloatRounding::NearestEven},
-                                                                    {&A_ROUNDING_RNDNA, FloatRounding::NearestAway},
-                                                                    {&A_ROUNDING_RNDZ, FloatRounding::ToZero},
-                                                                    {&A_ROUNDING_RNDU, FloatRounding::Up},
-                                                                    {&A_ROUNDING_RNDD, FloatRounding::Down}};
-    FloatMode mode;
-    mode.keepsSubnormals = writer.isTrue(A_FLOAT_SUBNORMALS);
-    for (const StaticString *key : {&A_CAST_ROUNDING_MODE, &A_FLOAT_ROUNDING_MODE}) {
-        const ValueRef told = writer.param(*key);
-        for (const auto &[name, rounding] : modes) {
-            mode.rounding = told == *name ? rounding : mode.rounding;
-        }
-    }
-    return mode;
-}
-
-/// The mode of anything but a cast, which alone rounds ties away from zero.
-FloatMode arithmeticMode(const BlockWriter &writer) {
-    const FloatMode mode = modeOf(writer);
-    if (mode.rounding == FloatRounding::NearestAway) {
-        writer.fail("rounding ties away from zero has no meaning but in a cast");
-    }
-    return mode;
-}
-
-Operand floatOperand(const BlockWriter &writer, Leaf leaf) {
-    const ScalarType &type = writer.scalar(leaf);
-    if (!type.isFloat || type.exponent == 0) {
-        writer.fail(type.isFloat ? "a float of the library's own format has no meaning here"
-                                 : "a fixed-point and a floating-point signal meet");
-    }
-    Operand operand = writer.raw(leaf);
-    operand.shift = static_cast<std::int32_t>(type.exponent);
-    return operand;
-}
-
-/// Adds an operation that gives a float.
-void emitFloat(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, Kernel kernel, int aux) {
-    std::vector<Operand> operands;
-    for (const Leaf leaf : in) {
-        operands.push_back(floatOperand(writer, leaf));
-    }
-    writer.emit(
-        out, floatOperand(writer, out).shift, operands, [kernel](const Op &) { return kernel; }, aux);
-}
-
-void emitFunction(BlockWriter &writer, Leaf out, FloatFunction function, const std::vector<Leaf> &in) {
-    if (!(writer.scalar(in[0]) == writer.scalar(out))) {
-        // An input of another format is converted first, exactly where the output's is wider.
-        std::vector<Leaf> converted;
-        for (const Leaf leaf : in) {
-            const Leaf same = writer.temporary(writer.scalar(out));
-            emitFloat(writer, same, {leaf}, floatConvertKernel(), floatAux(arithmeticMode(writer)));
-            converted.push_back(same);
-        }
-        emitFloat(writer, out, converted, floatKernel(), floatAux(function, arithmeticMode(writer)));
-        return;
-    }
-    emitFloat(writer, out, in, floatKernel(), floatAux(function, arithmeticMode(writer)));
-}
-
-Leaf apply(BlockWriter &writer, const ScalarType &type, FloatFunction function, const std::vector<Leaf> &in) {
-    const Leaf out = writer.temporary(type);
-    emitFunction(writer, out, function, in);
-    return out;
-}
 
 std::vector<Signal> inputsOf(const BlockWriter &writer, std::size_t least) {
     std::vector<Signal> inputs = writer.numbered();
@@ -149,32 +82,109 @@ void writeReduce(BlockWriter &writer) {
     }
 }
 
+/// A number on the way.
+struct Factor {
+    Leaf re;
+    std::optional<Leaf> im;
+};
+
+Factor factorAt(const Signal &signal, std::uint32_t lane) { return {*leafAt(signal, lane), leafAt(signal, lane, 1)}; }
+
+/// The products that make a part of a product, each of which rounds.
+std::vector<Leaf> productsOf(BlockWriter &writer, const ScalarType &type, const Factor &a, const Factor &b,
+                             std::uint32_t part) {
+    std::vector<Leaf> products;
+    const auto multiply = [&](const std::optional<Leaf> &x, const std::optional<Leaf> &y) {
+        if (x && y) {
+            products.push_back(apply(writer, type, FloatFunction::Mul, {*x, *y}));
+        }
+    };
+    multiply(a.re, part == 0 ? std::optional(b.re) : b.im);
+    multiply(a.im, part == 0 ? b.im : std::optional(b.re));
+    return products;
+}
+
+Leaf productPart(BlockWriter &writer, const ScalarType &type, const Factor &a, const Factor &b, std::uint32_t part) {
+    const std::vector<Leaf> products = productsOf(writer, type, a, b, part);
+    if (products.empty()) {
+        return writer.temporary(type);
+    }
+    return products.size() == 1 ? products[0]
+                                : apply(writer, type, part == 0 ? FloatFunction::Sub : FloatFunction::Add, products);
+}
+
 /// Real and complex products, folded from the first on.
-void writeMult(BlockWriter &writer) {
-    const std::vector<Signal> in = inputsOf(writer, 1);
+void writeProductOf(BlockWriter &writer, const std::vector<Signal> &in) {
+    const Signal out = writer.out();
+    for (std::uint32_t lane = 0; out.known() && lane < out.type->lanes(); ++lane) {
+        Factor product = factorAt(in[0], lane);
+        for (std::size_t i = 1; i < in.size(); ++i) {
+            const Factor next = factorAt(in[i], lane);
+            const bool isComplex = product.im || next.im;
+            const Leaf re = productPart(writer, out.type->scalar, product, next, 0);
+            product.im =
+                isComplex ? std::optional(productPart(writer, out.type->scalar, product, next, 1)) : std::nullopt;
+            product.re = re;
+        }
+        writer.convert(*leafAt(out, lane), product.re);
+        if (out.type->isComplex && product.im) {
+            writer.convert(*leafAt(out, lane, 1), *product.im);
+        }
+    }
+}
+
+void writeMult(BlockWriter &writer) { writeProductOf(writer, inputsOf(writer, 1)); }
+
+void writeConstMult(BlockWriter &writer) {
+    std::vector<Signal> in = inputsOf(writer, 1);
+    in.resize(1);
+    in.push_back(floatConstant(writer, writer.param(A_CONST_VALUE), in[0].type->scalar));
+    writeProductOf(writer, in);
+}
+
+/// The sum over pairs of ports, of which vectors make a dot product, and the chain-in. Products round, and sums round
+/// one by one in the order of the ports.
+void writeScalarProduct(BlockWriter &writer) {
+    const std::vector<Signal> in = inputsOf(writer, 2);
     const Signal out = writer.out();
     if (!out.known()) {
         return;
     }
-    if (!out.type->isComplex) {
-        writeChain<FloatFunction::Mul>(writer);
-        return;
+    if (in.size() % 2 != 0) {
+        writer.fail("a scalar product has an odd number of inputs");
     }
     const ScalarType type = out.type->scalar;
-    for (std::uint32_t lane = 0; lane < out.type->lanes(); ++lane) {
-        Leaf re = partOrZero(writer, in[0], lane, 0);
-        Leaf im = partOrZero(writer, in[0], lane, 1);
-        for (std::size_t i = 1; i < in.size(); ++i) {
-            const Leaf c = partOrZero(writer, in[i], lane, 0);
-            const Leaf d = partOrZero(writer, in[i], lane, 1);
-            const auto product = [&](Leaf a, Leaf b) { return apply(writer, type, FloatFunction::Mul, {a, b}); };
-            const Leaf real = apply(writer, type, FloatFunction::Sub, {product(re, c), product(im, d)});
-            im = apply(writer, type, FloatFunction::Add, {product(re, d), product(im, c)});
-            re = real;
+    const Signal chain = writer.in(A_SCALAR_PRODUCT_PORT_CHAININ);
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+        std::optional<Leaf> sum;
+        const auto add = [&](Leaf term, bool subtracts) {
+            if (sum) {
+                sum = apply(writer, type, subtracts ? FloatFunction::Sub : FloatFunction::Add, {*sum, term});
+            } else {
+                sum = subtracts ? apply(writer, type, FloatFunction::Neg, {term}) : term;
+            }
+        };
+        for (std::size_t i = 0; i < in.size(); i += 2) {
+            const bool isSubtracted = writer.isTrue(A_SUBTRACTIVE) && i + 2 == in.size();
+            const std::uint32_t lanes = out.type->lanes();
+            const std::uint32_t terms = std::max(in[i].type->lanes(), in[i + 1].type->lanes()) / lanes;
+            for (std::uint32_t term = 0; term < std::max(terms, 1U); ++term) {
+                const std::uint32_t at = term * lanes + lane;
+                bool isSecond = false;
+                for (const Leaf product :
+                     productsOf(writer, type, factorAt(in[i], at), factorAt(in[i + 1], at), part)) {
+                    add(product, isSubtracted != (isSecond && part == 0));
+                    isSecond = true;
+                }
+            }
         }
-        writer.convert(*leafAt(out, lane, 0), re);
-        writer.convert(*leafAt(out, lane, 1), im);
-    }
+        if (const auto chained = chain.known() ? leafAt(chain, lane, part) : std::nullopt) {
+            add(*chained, writer.isTrue(A_SUBTRACTIVE_CHAININ));
+        }
+        if (sum) {
+            writer.convert(leaf, *sum);
+        }
+    });
 }
 
 void writeConjugate(BlockWriter &writer) {
@@ -208,19 +218,65 @@ void writeAddSub(BlockWriter &writer) {
     }
 }
 
+Leaf extremeOf(BlockWriter &writer, const ScalarType &type, bool larger, Leaf a, Leaf b) {
+    const Leaf best = writer.temporary(type);
+    emitFloat(writer, best, {a, b}, floatExtremeKernel(larger), floatAux(floatModeOf(writer)));
+    return best;
+}
+
 template <bool larger> void writeExtreme(BlockWriter &writer) {
     const std::vector<Signal> in = inputsOf(writer, 1);
     if (const Signal out = writer.out(); out.known()) {
-        const int aux = floatAux(arithmeticMode(writer));
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
-            const ScalarType type = writer.scalar(leaf);
             Leaf best = partOrZero(writer, in[0], lane, part);
             for (std::size_t i = 1; i < in.size(); ++i) {
-                const Leaf next = writer.temporary(type);
-                emitFloat(writer, next, {best, partOrZero(writer, in[i], lane, part)}, floatExtremeKernel(larger), aux);
-                best = next;
+                best = extremeOf(writer, writer.scalar(leaf), larger, best, partOrZero(writer, in[i], lane, part));
             }
             writer.convert(leaf, best);
+        });
+    }
+}
+
+/// Port 0 data, 1 upper limit, 2 lower limit: max(min(data, upper), lower).
+void writeSaturate(BlockWriter &writer) {
+    const std::vector<Signal> in = inputsOf(writer, 3);
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+            const ScalarType type = writer.scalar(leaf);
+            const Leaf below = extremeOf(writer, type, false, *leafAt(in[0], lane), *leafAt(in[1], lane));
+            writer.alias(leaf, extremeOf(writer, type, true, below, *leafAt(in[2], lane)));
+        });
+    }
+}
+
+/// Select 1 is the larger, 0 the smaller.
+void writeMinMax(BlockWriter &writer) {
+    const std::vector<Signal> in = inputsOf(writer, 2);
+    const Signal select = fixedInput(writer, A_MINMAX_PORT_SELECT, "the select");
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            const ScalarType type = writer.scalar(leaf);
+            const Leaf a = partOrZero(writer, in[0], lane, part);
+            const Leaf b = partOrZero(writer, in[1], lane, part);
+            emitMux(writer, leaf, truth(writer, *leafAt(select, lane)),
+                    {extremeOf(writer, type, false, a, b), extremeOf(writer, type, true, a, b)});
+        });
+    }
+}
+
+void writeAddSload(BlockWriter &writer) {
+    const std::vector<Signal> in = inputsOf(writer, 2);
+    const Signal load = writer.in(A_ADD_SLOAD_PORT_LOAD_VALUE);
+    const Signal control = fixedInput(writer, A_ADD_SLOAD_PORT_LOAD_CTRL, "the control");
+    require(writer, load, "the load value");
+    if (const Signal out = writer.out(); out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            const ScalarType type = writer.scalar(leaf);
+            const Leaf sum = apply(writer, type, FloatFunction::Add,
+                                   {partOrZero(writer, in[0], lane, part), partOrZero(writer, in[1], lane, part)});
+            const Leaf loaded = writer.temporary(type);
+            writer.convert(loaded, partOrZero(writer, load, lane, part));
+            emitMux(writer, leaf, truth(writer, *leafAt(control, lane)), {sum, loaded});
         });
     }
 }
@@ -230,10 +286,9 @@ void writeDim(BlockWriter &writer) {
     if (const Signal out = writer.out(); out.known()) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
             const ScalarType type = writer.scalar(leaf);
-            const Leaf none = writer.temporary(type);
             const Leaf difference =
                 apply(writer, type, FloatFunction::Sub, {*leafAt(in[0], lane), *leafAt(in[1], lane)});
-            emitFloat(writer, leaf, {difference, none}, floatExtremeKernel(true), floatAux(arithmeticMode(writer)));
+            writer.alias(leaf, extremeOf(writer, type, true, difference, writer.temporary(type)));
         });
     }
 }
@@ -242,7 +297,43 @@ void writeDim(BlockWriter &writer) {
 void emitFloatCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relation) {
     writer.emit(
         out, 0, {floatOperand(writer, a), floatOperand(writer, b)},
-        [relation](const Op &) { return floatCompareKernel(relation); }, floatAux(arithmeticMode(writer)));
+        [relation](const Op &) { return floatCompareKernel(relation); }, floatAux(floatModeOf(writer)));
+}
+
+/// The input of the smaller or the larger magnitude; of equal ones the negative, or the one that is not.
+template <bool larger> void writeMagnitude(BlockWriter &writer) {
+    const std::vector<Signal> in = inputsOf(writer, 1);
+    const Signal out = writer.out();
+    if (!out.known()) {
+        return;
+    }
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+        const ScalarType type = writer.scalar(leaf);
+        const auto bit = [&](Leaf a, Leaf b, Relation relation) {
+            const Leaf made = writer.temporary({1, 0, false, false});
+            emitFloatCompare(writer, made, a, b, relation);
+            return made;
+        };
+        const auto inType = [&](const Signal &signal) {
+            const Leaf same = writer.temporary(type);
+            writer.convert(same, *leafAt(signal, lane));
+            return same;
+        };
+        Leaf best = inType(in[0]);
+        for (std::size_t i = 1; i < in.size(); ++i) {
+            const Leaf next = inType(in[i]);
+            const Leaf m = apply(writer, type, FloatFunction::Abs, {best});
+            const Leaf n = apply(writer, type, FloatFunction::Abs, {next});
+            const Leaf beyond = larger ? bit(m, n, Relation::Less) : bit(n, m, Relation::Less);
+            const Leaf isNegative = emitSlice(writer, next, type.width - type.unused - 1, 1);
+            const Leaf bySign = larger ? emitBit(writer, Logic::And, {isNegative}, true) : isNegative;
+            const Leaf tie = emitBit(writer, Logic::And, {bit(m, n, Relation::Equal), bySign});
+            const Leaf chosen = writer.temporary(type);
+            emitMux(writer, chosen, emitBit(writer, Logic::Or, {beyond, tie}), {best, next});
+            best = chosen;
+        }
+        writer.convert(leaf, best);
+    });
 }
 
 template <Relation relation> void writeCompare(BlockWriter &writer) {
@@ -283,30 +374,36 @@ void writeCompareControl(BlockWriter &writer) {
     }
 }
 
-/// From and to fixed point, and between formats.
+Rounding fixedRoundingOf(const BlockWriter &writer) {
+    const std::pair<const StaticString *, Rounding> modes[] = {
+        {&A_ROUNDING_TRUNC_TO_ZERO, Rounding::ToZero}, {&A_ROUNDING_RNDZ, Rounding::ToZero},
+        {&A_ROUNDING_BIASED, Rounding::HalfUp},        {&A_ROUNDING_UNBIASED, Rounding::HalfEven},
+        {&A_ROUNDING_RNDNE, Rounding::HalfEven},       {&A_ROUNDING_RNDNA, Rounding::HalfAway},
+        {&A_ROUNDING_RNDU, Rounding::Ceiling}};
+    const ValueRef told = writer.param(A_CAST_ROUNDING_MODE);
+    for (const auto &[name, rounding] : modes) {
+        if (told == *name) {
+            return rounding;
+        }
+    }
+    return Rounding::Floor;
+}
+
+/// From and to fixed point, and between formats; or the bits as they are.
 void writeCast(BlockWriter &writer) {
     const std::vector<Signal> in = inputsOf(writer, 1);
     const Signal out = writer.out();
     if (!out.known()) {
         return;
     }
-    if (writer.out(A_CAST_WIRE_CLIP).known() || writer.param(A_CAST_MODE) == A_CAST_MODE_REINTERP) {
-        writer.fail("a cast of floats that reinterprets, or tells that it clips, has no meaning here");
-    }
-    const int aux = floatAux(modeOf(writer));
-    const ValueRef rounding = writer.param(A_CAST_ROUNDING_MODE);
+    const Signal clip = writer.out(A_CAST_WIRE_CLIP);
+    const bool reinterprets = writer.param(A_CAST_MODE) == A_CAST_MODE_REINTERP;
+    const int aux = floatAux(floatModeOf(writer));
     const ValueRef bound = writer.param(A_CAST_SATURATE_MODE);
-    const Rounding fixedRounding =
-        rounding == A_ROUNDING_TRUNC_TO_ZERO || rounding == A_ROUNDING_RNDZ ? Rounding::ToZero
-        : rounding == A_ROUNDING_BIASED                                     ? Rounding::HalfUp
-        : rounding == A_ROUNDING_UNBIASED || rounding == A_ROUNDING_RNDNE   ? Rounding::HalfEven
-                                                                            : Rounding::Floor;
+    const Rounding rounding = fixedRoundingOf(writer);
     const Saturation saturation = bound == A_SATURATE_SYM    ? Saturation::Symmetric
                                   : bound == A_SATURATE_ASYM ? Saturation::Asymmetric
                                                              : Saturation::Wrap;
-    if (!out.type->scalar.isFloat && (rounding == A_ROUNDING_RNDNA || rounding == A_ROUNDING_RNDU)) {
-        writer.fail("this rounding has no meaning for a cast to fixed point");
-    }
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
         const auto source = leafAt(in[0], lane, part);
         if (!source) {
@@ -314,18 +411,24 @@ void writeCast(BlockWriter &writer) {
         }
         const ScalarType &from = writer.scalar(*source);
         const ScalarType &to = writer.scalar(leaf);
-        if (from.isFloat && to.isFloat) {
+        if (reinterprets) {
+            writer.emit(leaf, 0, {writer.raw(*source)}, sumKernel);
+        } else if (from.isFloat && to.isFloat) {
             emitFloat(writer, leaf, {*source}, floatConvertKernel(), aux);
         } else if (to.isFloat) {
             Operand operand = writer.raw(*source);
             operand.shift = from.fraction;
-            writer.emit(
-                leaf, floatOperand(writer, leaf).shift, {operand}, [](const Op &) { return floatFromFixedKernel(); },
-                aux);
+            emitFloatFrom(writer, leaf, {operand}, floatFromFixedKernel(), aux);
         } else {
+            const Operand operand = floatOperand(writer, *source);
             writer.emit(
-                leaf, to.fraction, {floatOperand(writer, *source)},
-                [&](const Op &) { return floatToFixedKernel(fixedRounding, saturation); }, aux);
+                leaf, to.fraction, {operand}, [&](const Op &) { return floatToFixedKernel(rounding, saturation); },
+                aux);
+            if (const auto flag = clip.known() ? leafAt(clip, lane, part) : std::nullopt) {
+                writer.emit(
+                    *flag, to.fraction, {operand, writer.raw(leaf)},
+                    [&](const Op &) { return floatClipKernel(rounding, saturation); }, aux);
+            }
         }
     });
 }
@@ -339,10 +442,8 @@ template <bool ofTwo> void writePower(BlockWriter &writer) {
     }
     if (const Signal out = writer.out(); out.known()) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
-            writer.emit(
-                leaf, floatOperand(writer, leaf).shift,
-                {floatOperand(writer, *leafAt(in[0], lane)), writer.raw(*leafAt(in[1], lane))},
-                [](const Op &) { return floatPowerKernel(ofTwo); }, floatAux(arithmeticMode(writer)));
+            emitFloatFrom(writer, leaf, {floatOperand(writer, *leafAt(in[0], lane)), writer.raw(*leafAt(in[1], lane))},
+                          floatPowerKernel(ofTwo), floatAux(floatModeOf(writer)));
         });
     }
 }
@@ -353,48 +454,24 @@ void writeExponent(BlockWriter &writer) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
             writer.emit(
                 leaf, 0, {floatOperand(writer, *leafAt(in[0], lane))}, [](const Op &) { return floatExponentKernel(); },
-                floatAux(arithmeticMode(writer)));
+                floatAux(floatModeOf(writer)));
         });
     }
 }
 
-/// What the bits of a float say it is.
 void writeClassifier(BlockWriter &writer) {
     const std::vector<Signal> in = inputsOf(writer, 1);
-    const auto slice = [&](Leaf source, std::uint32_t from, std::uint32_t count) {
-        const Leaf bits = writer.temporary({count, 0, false, false});
-        writer.emit(bits, static_cast<std::int32_t>(from), {writer.raw(source)}, sumKernel);
-        return bits;
-    };
-    const auto reduced = [&](Leaf bits, Logic logic, int complement) {
-        const Leaf bit = writer.temporary({1, 0, false, false});
-        writer.emit(
-            bit, 0, {writer.raw(bits)}, [logic](const Op &op) { return reduceKernel(op, logic); }, complement);
-        return bit;
-    };
-    const std::pair<const StaticString *, int> flags[] = {
-        {&A_FPCLASS_WIRE_ZERO, 0}, {&A_FPCLASS_WIRE_SIGN, 1}, {&A_FPCLASS_WIRE_INF, 2}, {&A_FPCLASS_WIRE_NAN, 3}};
-    for (const auto &[wire, kind] : flags) {
-        const Signal out = writer.out(*wire);
-        if (!out.known()) {
-            continue;
+    const std::pair<const StaticString *, Leaf FloatClass::*> flags[] = {
+        {&A_FPCLASS_WIRE_ZERO, &FloatClass::isZero},
+        {&A_FPCLASS_WIRE_SIGN, &FloatClass::isNegative},
+        {&A_FPCLASS_WIRE_INF, &FloatClass::isInfinite},
+        {&A_FPCLASS_WIRE_NAN, &FloatClass::isNan}};
+    for (const auto &[wire, flag] : flags) {
+        if (const Signal out = writer.out(*wire); out.known()) {
+            forEachScalar(out, [&, flag = flag](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+                writer.convert(leaf, classify(writer, partOrZero(writer, in[0], lane, part), true).*flag);
+            });
         }
-        forEachScalar(out, [&, kind = kind](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
-            const Leaf source = partOrZero(writer, in[0], lane, part);
-            const auto exponent = static_cast<std::uint32_t>(floatOperand(writer, source).shift);
-            const std::uint32_t width = writer.scalar(source).width;
-            const std::uint32_t fraction = width - 1 - exponent;
-            if (kind == 0) {
-                writer.convert(leaf, reduced(slice(source, 0, width - 1), Logic::Or, 1));
-            } else if (kind == 1) {
-                writer.convert(leaf, slice(source, width - 1, 1));
-            } else {
-                const Leaf ends = reduced(slice(source, fraction, exponent), Logic::And, 0);
-                const Leaf rest = reduced(slice(source, 0, fraction), Logic::Or, kind == 2 ? 1 : 0);
-                writer.emit(leaf, 0, {writer.raw(ends), writer.raw(rest)},
-                            [](const Op &op) { return logicKernel(op, Logic::And); });
-            }
-        });
     }
 }
 
@@ -406,12 +483,19 @@ const BlockRow kRows[] = {
     {&A_ADDSUB_BLOCK, writeAddSub},
     {&A_ADDSUBFUSED_BLOCK, writeAddSubFused},
     {&A_MULT_BLOCK, writeMult},
+    {&A_CONSTMULT_BLOCK, writeConstMult},
+    {&A_SCALAR_PRODUCT_BLOCK, writeScalarProduct},
+    {&A_ADD_SLOAD_BLOCK, writeAddSload},
     {&A_DIVIDE_BLOCK, writeFunction<FloatFunction::Div, 2>},
     {&A_NEG_BLOCK, writeFunction<FloatFunction::Neg, 1>},
     {&A_COMPLEX_CONJUGATE_BLOCK, writeConjugate},
     {&A_ABS_BLOCK, writeFunction<FloatFunction::Abs, 1>},
     {&A_MIN_BLOCK, writeExtreme<false>},
     {&A_MAX_BLOCK, writeExtreme<true>},
+    {&A_MAGMIN_BLOCK, writeMagnitude<false>},
+    {&A_MAGMAX_BLOCK, writeMagnitude<true>},
+    {&A_MINMAX_BLOCK, writeMinMax},
+    {&A_SATURATE_BLOCK, writeSaturate},
     {&A_DIM_BLOCK, writeDim},
     {&A_CMP_EQ_BLOCK, writeCompare<Relation::Equal>},
     {&A_CMP_NE_BLOCK, writeCompare<Relation::NotEqual>},

@@ -325,6 +325,12 @@ template <class I, Rounding rounding> I rounded(I value, std::int32_t bits) {
     case Rounding::HalfEven:
         isUp = rest > half || (rest == half && (down & I(1)) == I(1));
         break;
+    case Rounding::HalfAway:
+        isUp = rest > half || (rest == half && value > I(0));
+        break;
+    case Rounding::Ceiling:
+        isUp = rest > I(0);
+        break;
     }
     return isUp ? down + I(1) : down;
 }
@@ -447,6 +453,10 @@ template <class I> Kernel castOf(Rounding rounding, Saturation saturation, bool 
         return castOf<I, Rounding::HalfUp>(saturation, clip);
     case Rounding::HalfEven:
         return castOf<I, Rounding::HalfEven>(saturation, clip);
+    case Rounding::HalfAway:
+        return castOf<I, Rounding::HalfAway>(saturation, clip);
+    case Rounding::Ceiling:
+        return castOf<I, Rounding::Ceiling>(saturation, clip);
     }
     return nullptr;
 }

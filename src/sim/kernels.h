@@ -10,8 +10,8 @@ namespace orvo::sim {
 
 enum class Relation { Equal, NotEqual, GreaterEqual, Less };
 enum class Logic { And, Or, Xor };
-/// How low bits go: dropped, toward zero, half upward, half to even.
-enum class Rounding { Floor, ToZero, HalfUp, HalfEven };
+/// How low bits go: dropped, toward zero, half upward, half to even, half away from zero, upward.
+enum class Rounding { Floor, ToZero, HalfUp, HalfEven, HalfAway, Ceiling };
 enum class Saturation { Wrap, Symmetric, Asymmetric };
 
 /// The sum of the inputs, each shifted and, if marked, negated. One input converts a value.

@@ -6,6 +6,8 @@
 #include <orvo/corevalues.h>
 #include <orvo/wire.h>
 
+#include <map>
+
 namespace orvo::sim {
 
 namespace {
@@ -15,7 +17,7 @@ constexpr std::int64_t kMostEntries = std::int64_t{1} << 28;
 
 /// The bits of a constant of a scalar type, by way of a leaf that is read at reset.
 std::vector<std::uint64_t> bitsOf(const BlockWriter &writer, const NumberValueRef &number, const ScalarType &type) {
-    if (!number || (number->isSpecial() && !type.isFloat) || (type.isFloat && type.exponent == 0)) {
+    if (!number || (number->isSpecial() && !type.isFloat)) {
         writer.fail("an initial value is no number of its type");
     }
     return writer.quantised(number, type);
@@ -238,33 +240,140 @@ void writeLoop(BlockWriter &writer) {
     writer.commit(state, words, operands, stepLoop);
 }
 
-void writeTable(BlockWriter &writer) {
-    const Signal address = writer.in(A_LUT_PORT_ADDR);
-    const Signal out = writer.out();
-    requireFixed(writer, address, "the address");
-    const TupleValueRef data = tupleVR(writer.param(A_LUT_DATA));
-    if (writer.param(A_LUT_ADDRESSES)) {
-        writer.fail("a table with an address list has no meaning here");
+bool isRolled(const TupleValueRef &tuple, const StaticString &tag) {
+    return tuple && tuple->size() != 0 && tuple->at(0) == tag;
+}
+
+/// The indices of a lane, outermost first, as far as a value is rolled.
+class LaneWalk {
+  public:
+    LaneWalk(const SignalType &type, std::uint32_t lane) : mType(type), mLane(lane), mLanes(type.lanes()) {}
+    /// The element of a rolled value that stands for the lane.
+    ValueRef descend(ValueRef value) {
+        for (TupleValueRef tuple = tupleVR(value); isRolled(tuple, A_VECTOR_ROLL_TAG) && mDim < mType.dims.size();
+             tuple = tupleVR(value)) {
+            mLanes /= mType.dims[mDim++];
+            value = tuple->maybeAt(1 + mLane / mLanes);
+            mLane %= mLanes;
+        }
+        return value;
     }
-    if (!out.known()) {
-        return;
-    }
-    if (!data || out.type->isRecord() || out.type->isComplex || !out.type->dims.empty()) {
-        writer.fail("a table of anything but real numbers has no meaning here");
-    }
-    const std::uint32_t each = wordsFor(out.type->scalar.width);
-    const auto entries = static_cast<std::uint32_t>(data->size());
-    const std::uint32_t words = 2 + each * entries;
-    const std::uint32_t state = writer.state(words);
-    writer.setInitial(state, entries);
-    writer.setInitial(state + 1, each);
-    for (std::uint32_t i = 0; i < entries; ++i) {
-        const std::vector<std::uint64_t> bits = bitsOf(writer, numberVR(data->at(i)), out.type->scalar);
-        for (std::uint32_t word = 0; word < each; ++word) {
-            writer.setInitial(state + 2 + i * each + word, bits[word]);
+
+  private:
+    const SignalType &mType;
+    std::uint32_t mLane;
+    std::uint32_t mLanes;
+    std::size_t mDim = 0;
+};
+
+/// What a table gives for one scalar of its output. A vector of tables has one for each element; a table of vectors or
+/// complex numbers has them as entries.
+std::vector<std::vector<std::uint64_t>> entriesFor(const BlockWriter &writer, const SignalType &type,
+                                                   const ValueRef &data, std::uint32_t lane, std::uint32_t part) {
+    LaneWalk walk(type, lane);
+    const ValueRef own = walk.descend(data);
+    const TupleValueRef tuple = tupleVR(own);
+    const bool isTable = tuple && !isRolled(tuple, A_COMPLEX_ROLL_TAG);
+    std::vector<std::vector<std::uint64_t>> entries;
+    for (std::size_t i = 0; i < (isTable ? tuple->size() : 1); ++i) {
+        LaneWalk inner = walk;
+        const ValueRef entry = inner.descend(isTable ? tuple->at(i) : own);
+        const TupleValueRef parts = tupleVR(entry);
+        if (part == 1 && !isRolled(parts, A_COMPLEX_ROLL_TAG)) {
+            // A real number has no imaginary part.
+            entries.emplace_back(wordsFor(type.scalar.width));
+        } else {
+            const ValueRef number = isRolled(parts, A_COMPLEX_ROLL_TAG) ? parts->maybeAt(1 + part) : entry;
+            entries.push_back(bitsOf(writer, numberVR(number), type.scalar));
         }
     }
-    writer.emitFromState(out.first, state, words, {writer.raw(address.first)}, readTable);
+    return entries;
+}
+
+/// The patterns of the listed addresses in the width of the port, each with its place; a repeated one counts once.
+std::map<std::uint64_t, std::size_t> listedAddresses(const BlockWriter &writer, std::uint32_t width) {
+    const TupleValueRef list = tupleVR(writer.param(A_LUT_ADDRESSES));
+    if (!list) {
+        writer.fail("the list of addresses is no tuple");
+    }
+    std::map<std::uint64_t, std::size_t> places;
+    for (std::size_t i = 0; i < list->size(); ++i) {
+        const NumberValueRef number = numberVR(list->at(i));
+        if (!number || number->isSpecial() || !number->isInteger() || number->getBitWidths().first > 62) {
+            writer.fail("an address is no integer");
+        }
+        const auto pattern = static_cast<std::uint64_t>(number->toInt64(0));
+        places.emplace(width < 64 ? pattern & ((std::uint64_t{1} << width) - 1) : pattern, i);
+    }
+    return places;
+}
+
+void writeTable(BlockWriter &writer) {
+    const Signal address = fixedInput(writer, A_LUT_PORT_ADDR, "the address");
+    const Signal enable = writer.in(A_LUT_PORT_HIT_EN);
+    const Signal out = writer.out();
+    const ValueRef data = writer.param(A_LUT_DATA);
+    const bool isListed = !!writer.param(A_LUT_ADDRESSES);
+    std::map<std::uint64_t, std::size_t> places;
+    if (isListed) {
+        places = listedAddresses(writer, address.type->scalar.width);
+    }
+    if (out.known() && (!data || out.type->isRecord())) {
+        writer.fail("a table without data, or of records, has no meaning here");
+    }
+    std::size_t length = 0;
+    if (const TupleValueRef tuple = tupleVR(data)) {
+        const TupleValueRef first = isRolled(tuple, A_VECTOR_ROLL_TAG) ? tupleVR(tuple->maybeAt(1)) : tuple;
+        length = first ? first->size() : 1;
+    }
+    if (out.known()) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            const auto entries = entriesFor(writer, *out.type, data, lane, part);
+            const Operand from = writer.raw(*leafAt(address, lane));
+            const std::uint32_t each = wordsFor(writer.scalar(leaf).width);
+            const auto count = static_cast<std::uint32_t>(isListed ? places.size() : entries.size());
+            const std::uint32_t stride = each + (isListed ? 1 : 0);
+            const std::uint32_t words = 2 + stride * count;
+            const std::uint32_t state = writer.state(words);
+            writer.setInitial(state, count);
+            writer.setInitial(state + 1, each);
+            std::uint32_t to = state + 2;
+            const auto put = [&](const std::vector<std::uint64_t> &bits) {
+                for (std::uint32_t word = 0; word < each; ++word) {
+                    writer.setInitial(to++, bits[word]);
+                }
+            };
+            for (const auto &[pattern, place] : places) {
+                writer.setInitial(to++, pattern);
+                put(place < entries.size() ? entries[place] : std::vector<std::uint64_t>(each));
+            }
+            for (std::size_t i = 0; i < entries.size() && !isListed; ++i) {
+                put(entries[i]);
+            }
+            writer.emitFromState(leaf, state, words, {from}, isListed ? readListed : readTable);
+        });
+    }
+    const auto hit = [&](std::uint32_t lane) {
+        const Leaf bit = writer.temporary({1, 0, false, false});
+        const auto count = static_cast<std::uint32_t>(places.size());
+        const std::uint32_t state = writer.state(1 + count);
+        writer.setInitial(state, isListed ? count : length);
+        std::uint32_t to = state + 1;
+        for (const auto &[pattern, place] : places) {
+            writer.setInitial(to++, pattern);
+        }
+        writer.emitFromState(bit, state, 1 + count, {writer.raw(*leafAt(address, lane))}, findListed, isListed ? 1 : 0);
+        return bit;
+    };
+    if (const Signal pure = writer.out(A_LUT_WIRE_PURE_HIT); pure.known()) {
+        forEachScalar(pure, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) { writer.convert(leaf, hit(lane)); });
+    }
+    if (const Signal enabled = writer.out(A_LUT_WIRE_EN_HIT); enabled.known()) {
+        forEachScalar(enabled, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+            const Leaf allowed = enable.known() ? truth(writer, *leafAt(enable, lane)) : one(writer);
+            writer.convert(leaf, emitBit(writer, Logic::And, {hit(lane), allowed}));
+        });
+    }
 }
 
 const BlockRow kRows[] = {

@@ -12,8 +12,10 @@ constexpr std::uint64_t kMostLeaves = std::uint64_t{1} << 28;
 
 ScalarType scalarOf(const NumTypeSpec &spec) {
     if (spec.isFloat()) {
-        const std::uint32_t exponent = spec.isFloatIEEE() ? static_cast<std::uint32_t>(spec.exponentWidth()) : 0;
-        return {static_cast<std::uint32_t>(spec.floatBits()), 0, false, true, exponent};
+        const auto width = static_cast<std::uint32_t>(spec.floatBits());
+        const auto exponent = static_cast<std::uint32_t>(spec.exponentWidth());
+        const auto significand = static_cast<std::uint32_t>(spec.significandWidth());
+        return {width, 0, false, true, exponent, width - 1 - exponent - significand};
     }
     return {static_cast<std::uint32_t>(std::max(spec.fixedBits(), 0)), spec.fracBits(), spec.isSigned(), false};
 }

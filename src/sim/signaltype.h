@@ -15,8 +15,11 @@ struct ScalarType {
     std::int32_t fraction = 0;
     bool isSigned = false;
     bool isFloat = false;
-    /// Of an IEEE float the width of its exponent; 0 for the library's own format.
+    /// Of a float the width of its exponent.
     std::uint32_t exponent = 0;
+    /// Bits of a float above its sign: the library's own format has two, which carry nothing here. Below them it is
+    /// as an IEEE float.
+    std::uint32_t unused = 0;
     bool operator==(const ScalarType &) const = default;
 };
 

@@ -44,10 +44,9 @@ void addVariants(Rows &rows) {
 const BlockRow *rowOf(const Value *blockType, bool hasFloats) {
     static const Rows table = [] {
         Rows rows;
-        for (const std::span<const BlockRow> family :
-             {wiringRows(), arithmeticRows(), steeringRows(), sequentialRows(), memoryRows(), stallRows(),
-              interfaceRows(), busRows(), fftRows(), fftSpatialRows()}) {
-            addRows(rows, family);
+        for (const auto family : {wiringRows, arithmeticRows, steeringRows, sequentialRows, memoryRows, stallRows,
+                                  interfaceRows, busRows, fftRows, fftSpatialRows, pulseRows, accumulatorRows}) {
+            addRows(rows, family());
         }
         addVariants(rows);
         return rows;

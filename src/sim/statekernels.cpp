@@ -2,6 +2,7 @@
 #include "sim/statekernels.h"
 
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 namespace orvo::sim {
@@ -58,6 +59,9 @@ void readRing(std::uint64_t *words, const Op &op) {
 }
 
 void writeRing(std::uint64_t *words, const Op &op) {
+    if (!enabled(words, op, 1)) {
+        return;
+    }
     const std::uint32_t each = wordsFor(op.in[0].width);
     std::copy(words + op.in[0].at, words + op.in[0].at + each, words + op.state + 2 + words[op.state] * each);
     words[op.state] = words[op.state] + 1 == words[op.state + 1] ? 0 : words[op.state] + 1;
@@ -133,20 +137,68 @@ void stepLoop(std::uint64_t *words, const Op &op) {
     std::copy(limits.begin(), limits.end(), words + op.state + 1 + counts.size());
 }
 
-void readTable(std::uint64_t *words, const Op &op) {
-    const Operand &address = op.in[0];
-    const std::uint64_t low =
-        address.width < 64 ? words[address.at] & ((std::uint64_t{1} << address.width) - 1) : words[address.at];
-    const bool isFar =
-        address.width > 64 && std::any_of(words + address.at + 1, words + address.at + wordsFor(address.width),
-                                          [](std::uint64_t word) { return word != 0; });
-    const auto each = static_cast<std::uint32_t>(words[op.state + 1]);
-    if (isFar || low >= words[op.state]) {
-        std::fill(words + op.out.at, words + op.out.at + each, 0);
-        return;
+namespace {
+
+/// An address as a bit pattern; none beyond 64 bits.
+std::optional<std::uint64_t> addressOf(const std::uint64_t *words, const Operand &address) {
+    const std::uint64_t *from = words + address.at;
+    if (address.width < 64) {
+        return *from & ((std::uint64_t{1} << address.width) - 1);
     }
-    const std::uint64_t *entry = words + op.state + 2 + low * each;
-    std::copy(entry, entry + each, words + op.out.at);
+    const auto bits = [&](std::uint32_t word) {
+        const std::uint32_t used = address.width - word * 64;
+        return used < 64 ? from[word] & ((std::uint64_t{1} << used) - 1) : from[word];
+    };
+    for (std::uint32_t word = 1; word < wordsFor(address.width); ++word) {
+        if (bits(word) != 0) {
+            return std::nullopt;
+        }
+    }
+    return *from;
+}
+
+/// The place of a key among ascending ones, `stride` words apart; their number if it is not there.
+std::uint64_t placeOf(const std::uint64_t *keys, std::uint64_t count, std::uint32_t stride,
+                      std::optional<std::uint64_t> key) {
+    std::uint64_t low = 0;
+    for (std::uint64_t high = key ? count : 0; low < high;) {
+        const std::uint64_t middle = (low + high) / 2;
+        (keys[middle * stride] < *key ? low : high) = keys[middle * stride] < *key ? middle + 1 : middle;
+    }
+    return key && low < count && keys[low * stride] == *key ? low : count;
+}
+
+/// One entry, or zero.
+void giveEntry(std::uint64_t *words, const Op &op, const std::uint64_t *entry) {
+    const auto each = static_cast<std::uint32_t>(words[op.state + 1]);
+    if (entry == nullptr) {
+        std::fill(words + op.out.at, words + op.out.at + each, 0);
+    } else {
+        std::copy(entry, entry + each, words + op.out.at);
+    }
+}
+
+} // namespace
+
+void readTable(std::uint64_t *words, const Op &op) {
+    const auto address = addressOf(words, op.in[0]);
+    const std::uint64_t *entries = words + op.state + 2;
+    giveEntry(words, op, address && *address < words[op.state] ? entries + *address * words[op.state + 1] : nullptr);
+}
+
+void readListed(std::uint64_t *words, const Op &op) {
+    const std::uint64_t *entries = words + op.state + 2;
+    const auto stride = static_cast<std::uint32_t>(words[op.state + 1]) + 1;
+    const std::uint64_t place = placeOf(entries, words[op.state], stride, addressOf(words, op.in[0]));
+    giveEntry(words, op, place < words[op.state] ? entries + place * stride + 1 : nullptr);
+}
+
+void findListed(std::uint64_t *words, const Op &op) {
+    const auto address = addressOf(words, op.in[0]);
+    const std::uint64_t count = words[op.state];
+    const bool isListed =
+        op.aux == 0 ? address && *address < count : placeOf(words + op.state + 1, count, 1, address) < count;
+    words[op.out.at] = isListed ? 1 : 0;
 }
 
 } // namespace orvo::sim

@@ -12,7 +12,7 @@ void writeState(std::uint64_t *words, const Op &op);
 
 /// A ring of entries: the words are the position, the number of entries, and the entries. Gives the oldest.
 void readRing(std::uint64_t *words, const Op &op);
-/// Puts input 0 in place of the oldest entry.
+/// Puts input 0 in place of the oldest entry if input 1 is absent or not zero.
 void writeRing(std::uint64_t *words, const Op &op);
 
 /// A counter: the words are the count, the limit, the step and the length of a pulse. Gives the next count if input 0
@@ -31,5 +31,10 @@ void stepLoop(std::uint64_t *words, const Op &op);
 /// A table: the words are the number of entries, the words of an entry, and the entries. Gives the entry at input 0, a
 /// bit pattern; zero beyond the last.
 void readTable(std::uint64_t *words, const Op &op);
+/// The same of a table in which each entry stands behind its address; the addresses ascend.
+void readListed(std::uint64_t *words, const Op &op);
+/// One bit: whether input 0 is listed. The words are a number and ascending addresses, or with `op.aux` 0 the number
+/// below which all are.
+void findListed(std::uint64_t *words, const Op &op);
 
 } // namespace orvo::sim

@@ -1,0 +1,92 @@
+// Tables whose entries or addresses are more than numbers in a row.
+#include "support/simulatorfixture.h"
+
+namespace orvo::sim {
+namespace {
+
+using test::Numbers;
+using ByName = std::map<std::string, std::int64_t>;
+
+class TableTest : public test::SimulatorFixture {};
+
+TEST_F(TableTest, findsEntriesByTheirListedAddresses) {
+    for (const char *const type : {"u8.0", "s8.0", "u70.0"}) {
+        Design design(mgr.context());
+        Model &top = oneBlock(design, "lutBlock", {{"lutPortAddr", type}, {"lutPortHitEn", "u1.0"}},
+                              {{"primWireOut", ""}, {"lutWirePureHit", ""}, {"lutWireEnHit", ""}},
+                              {{"lutData", "(3 5 -2 7 1)"}, {"lutAddresses", "(16 2 127 2 80)"}});
+        Simulator simulator(design, top);
+        // Of two entries at one address the first counts.
+        const ByName entries{{"16", 3}, {"2", 5}, {"127", -2}, {"80", 1}};
+        for (std::int64_t address = 0; address < 128; ++address) {
+            const auto at = entries.find(std::to_string(address));
+            const std::int64_t hit = at == entries.end() ? 0 : 1;
+            for (const std::int64_t enable : {0, 1}) {
+                EXPECT_EQ(stepByName(simulator, {{"lutPortAddr", address}, {"lutPortHitEn", enable}}),
+                          (ByName{{"primWireOut", hit != 0 ? at->second : 0},
+                                  {"lutWirePureHit", hit},
+                                  {"lutWireEnHit", hit & enable}}))
+                    << type << " " << address;
+            }
+        }
+    }
+}
+
+TEST_F(TableTest, hitsWhereItHasDataWithoutAList) {
+    Design design(mgr.context());
+    Model &top = oneBlock(design, "lutBlock", {{"lutPortAddr", "u70.0"}},
+                          {{"lutWirePureHit", ""}, {"lutWireEnHit", ""}}, {{"lutData", "(3 5 2)"}});
+    Simulator simulator(design, top);
+    for (std::int64_t address = 0; address < 6; ++address) {
+        EXPECT_EQ(stepWith(simulator, {address}), (Numbers{address < 3, address < 3}));
+    }
+    // A far address is none of the near ones.
+    simulator.setInput(0, {0, 1});
+    simulator.step();
+    EXPECT_EQ(simulator.outputInteger(0), 0);
+}
+
+TEST_F(TableTest, readsNegativeAddressesAsPatterns) {
+    Design design(mgr.context());
+    Model &top = oneBlock(design, "lutBlock", {{"lutPortAddr", "s4.0"}}, {{"primWireOut", ""}},
+                          {{"lutData", "(3 5)"}, {"lutAddresses", "(-2 15)"}});
+    Simulator simulator(design, top);
+    EXPECT_EQ(stepWith(simulator, {-2}), (Numbers{3}));
+    EXPECT_EQ(stepWith(simulator, {-1}), (Numbers{5}));
+    EXPECT_EQ(stepWith(simulator, {2}), (Numbers{0}));
+}
+
+TEST_F(TableTest, holdsComplexNumbersAndVectors) {
+    Design design(mgr.context());
+    Model &top =
+        oneBlock(design, "lutBlock", {{"lutPortAddr", "u2.0"}}, {{"primWireOut", ""}},
+                 {{"lutData", "((vectorRollTag (complexRollTag 1 -2) 3) (vectorRollTag 4 (complexRollTag 5 6)))"}});
+    Simulator simulator(design, top);
+    EXPECT_EQ(stepWith(simulator, {0}), (Numbers{1, -2, 3, 0}));
+    EXPECT_EQ(stepWith(simulator, {1}), (Numbers{4, 0, 5, 6}));
+    EXPECT_EQ(stepWith(simulator, {2}), (Numbers{0, 0, 0, 0}));
+}
+
+TEST_F(TableTest, holdsATableForEachElement) {
+    Design design(mgr.context());
+    Model &top = oneBlock(design, "lutBlock", {{"lutPortAddr", "u2.0"}}, {{"primWireOut", ""}, {"lutWirePureHit", ""}},
+                          {{"lutData", "(vectorRollTag (1 2 3) (4 5 6))"}, {"lutType", "(typeSFixed 8 4)"}});
+    Simulator simulator(design, top);
+    for (std::int64_t address = 0; address < 3; ++address) {
+        EXPECT_EQ(stepByName(simulator, {{"lutPortAddr", address}}), (ByName{{"primWireOut[0]", 16 * (1 + address)},
+                                                                             {"primWireOut[1]", 16 * (4 + address)},
+                                                                             {"lutWirePureHit", 1}}));
+    }
+    EXPECT_EQ(stepByName(simulator, {{"lutPortAddr", 3}}),
+              (ByName{{"primWireOut[0]", 0}, {"primWireOut[1]", 0}, {"lutWirePureHit", 0}}));
+}
+
+TEST_F(TableTest, refusesAnAddressThatIsNone) {
+    Design design(mgr.context());
+    Model &top = oneBlock(design, "lutBlock", {{"lutPortAddr", "u2.0"}}, {{"primWireOut", ""}},
+                          {{"lutData", "(1 2)"}, {"lutAddresses", "(0 x)"}});
+    EXPECT_EQ(refusal(design, top), "an address is no integer top/block");
+}
+
+} // namespace
+} // namespace orvo::sim
