@@ -18,6 +18,10 @@ const Scalar kUnsigned{"u", 8, false, false, 0};
 const Scalar kCoarse{"c", 4, false, false, -3};
 const Scalar kWide{"w", 100, true, false, 2};
 
+const Scalar kSingle{"f", 32, false, true, 0, {}, 8};
+const Scalar kHalf{"h", 16, false, true, 0, {}, 5};
+const Scalar kDouble{"d", 64, false, true, 0, {}, 11};
+
 std::uint64_t bits(std::int64_t value) { return static_cast<std::uint64_t>(value); }
 
 TEST(ValueText, isTheExactDecimal) {
@@ -28,7 +32,7 @@ TEST(ValueText, isTheExactDecimal) {
     EXPECT_EQ(valueText(kFixed, {bits(-1)}, true), "-1");
     EXPECT_EQ(valueText(kCoarse, {15}, false), "120");
     EXPECT_EQ(valueText(kWide, {0, bits(-1)}, false), "-4611686018427387904");
-    EXPECT_EQ(valueText({"f", 32, true, true, 0}, {0x3f800000}, false), "0x3f800000");
+    EXPECT_EQ(valueText(kSingle, {0x3f800000}, true), "1065353216");
 }
 
 TEST(ValueText, isReadRoundedAndSaturated) {
@@ -54,6 +58,55 @@ RC_GTEST_PROP(ValueTextProperty, readsBackWhatItWrites, (bool isSigned, bool raw
     std::uint64_t word = *rc::gen::arbitrary<std::uint64_t>() << (64 - scalar.width);
     word = isSigned ? bits(static_cast<std::int64_t>(word) >> (64 - scalar.width)) : word >> (64 - scalar.width);
     RC_ASSERT(*parseValue(scalar, valueText(scalar, {word}, raw), raw) == (Words{word}));
+}
+
+TEST(FloatText, isTheShortestDecimalThatReadsBack) {
+    EXPECT_EQ(valueText(kSingle, {0x3f800000}, false), "1");
+    EXPECT_EQ(valueText(kSingle, {0xbdcccccd}, false), "-0.1");
+    EXPECT_EQ(valueText(kSingle, {0x7f800000}, false), "inf");
+    EXPECT_EQ(valueText(kSingle, {0xff800000}, false), "-inf");
+    EXPECT_EQ(valueText(kSingle, {0x7fc00001}, false), "nan");
+    EXPECT_EQ(valueText(kSingle, {0x80000000}, false), "-0");
+    EXPECT_EQ(valueText(kSingle, {0x4b800000}, false), "16777216");
+    EXPECT_EQ(valueText(kSingle, {0x7f7fffff}, false), "3.4028235e38");
+    EXPECT_EQ(valueText(kHalf, {1}, false), "6e-8");
+    EXPECT_EQ(valueText(kDouble, {0x3fb999999999999aULL}, false), "0.1");
+}
+
+TEST(FloatText, isReadToTheNearest) {
+    EXPECT_EQ(*parseValue(kSingle, "0.1", false), (Words{0x3dcccccd}));
+    EXPECT_EQ(*parseValue(kSingle, "-1e-3", false), (Words{0xba83126f}));
+    EXPECT_EQ(*parseValue(kSingle, "1e39", false), (Words{0x7f800000}));
+    EXPECT_EQ(*parseValue(kSingle, "-inf", false), (Words{0xff800000}));
+    EXPECT_EQ(*parseValue(kSingle, "nan", false), (Words{0x7fc00000}));
+    EXPECT_EQ(*parseValue(kSingle, "-0", false), (Words{0x80000000}));
+    // Ties go to even, also below the least normal number, and into the next exponent.
+    EXPECT_EQ(*parseValue(kHalf, "2049", false), (Words{0x6800}));
+    EXPECT_EQ(*parseValue(kHalf, "2051", false), (Words{0x6802}));
+    EXPECT_EQ(*parseValue(kHalf, "65519.9", false), (Words{0x7bff}));
+    EXPECT_EQ(*parseValue(kHalf, "65520", false), (Words{0x7c00}));
+    EXPECT_EQ(*parseValue(kHalf, "2.9802322387695312e-8", false), (Words{0}));
+    EXPECT_EQ(*parseValue(kHalf, "6.1e-5", false), (Words{0x3ff}));
+    for (const char *text : {"", "-", "1.2.3", "1e", "1 2", " 1", "x"}) {
+        EXPECT_FALSE(parseValue(kSingle, text, false)) << text;
+    }
+}
+
+RC_GTEST_PROP(FloatTextProperty, readsBackWhatItWrites, ()) {
+    const Scalar scalar = *rc::gen::element(kSingle, kHalf, kDouble);
+    const std::uint64_t word = *rc::gen::arbitrary<std::uint64_t>() >> (64 - scalar.width);
+    const std::string text = valueText(scalar, {word}, false);
+    RC_PRE(text != "nan");
+    RC_ASSERT(*parseValue(scalar, text, false) == (Words{word}));
+}
+
+TEST(FloatText, ofAllHalvesReadsBack) {
+    for (std::uint64_t word = 0; word < 65536; ++word) {
+        const std::string text = valueText(kHalf, {word}, false);
+        if (text != "nan") {
+            EXPECT_EQ(*parseValue(kHalf, text, false), (Words{word})) << text;
+        }
+    }
 }
 
 TEST(Stimuli, areMadeByName) {

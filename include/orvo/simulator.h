@@ -42,6 +42,8 @@ struct Scalar {
     /// The name that this scalar has where lanes and parts have become wires and ports of their own, as in (x real 2).
     /// Of a probe, the model and the block that the wire comes from, and the wire's name made like that.
     std::string origin{};
+    /// Exponent bits of a float of IEEE 754, behind the sign; 0 for any other scalar.
+    std::uint32_t exponent = 0;
     /// How late in the cycle it settles: never before what it is computed from.
     std::uint32_t rank = 0;
 };

@@ -1,12 +1,15 @@
 // Signals over time.
 #include "driver/waveform.h"
 
+#include "driver/floattext.h"
+
 #include <util/random.h>
 
 #include <gmp.h>
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 
 namespace orvo::driver {
 
@@ -136,6 +139,9 @@ class Ramp final : public Stimulus {
     explicit Ramp(const std::vector<sim::Scalar> &inputs) : mInputs(inputs) {}
     Words at(std::uint64_t cycle, std::size_t input) override {
         const sim::Scalar &scalar = mInputs[input];
+        if (scalar.exponent != 0) {
+            return *parseFloat(scalar, std::to_string(cycle));
+        }
         Integer value;
         if (scalar.isSigned && scalar.width != 0) {
             mpz_setbit(value.value, scalar.width - 1);
@@ -149,13 +155,37 @@ class Ramp final : public Stimulus {
     const std::vector<sim::Scalar> &mInputs;
 };
 
+/// The least or the largest finite number of either sign.
+Words extremeFloat(const sim::Scalar &scalar, bool isNegative, bool isLargest) {
+    Integer bits;
+    if (isLargest) {
+        // All ones below the sign, but for the lowest bit of the exponent.
+        mpz_setbit(bits.value, scalar.width - 1);
+        mpz_sub_ui(bits.value, bits.value, 1);
+        mpz_clrbit(bits.value, scalar.width - 1 - scalar.exponent);
+    } else {
+        mpz_set_ui(bits.value, 1);
+    }
+    if (isNegative) {
+        mpz_setbit(bits.value, scalar.width - 1);
+    }
+    return wordsOf(scalar, bits.value);
+}
+
 class Corners final : public Stimulus {
   public:
     explicit Corners(const std::vector<sim::Scalar> &inputs) : mInputs(inputs) {}
     Words at(std::uint64_t cycle, std::size_t input) override {
         const sim::Scalar &scalar = mInputs[input];
+        const std::uint64_t drawn = util::SplitMix::at(util::SplitMix::at(7, cycle), input);
+        if (scalar.exponent != 0) {
+            constexpr const char *corners[] = {"0", "-0", "1", "-1", "inf", "-inf", "nan"};
+            const std::uint64_t kind = drawn % (std::size(corners) + 4);
+            return kind < std::size(corners) ? *parseFloat(scalar, corners[kind])
+                                             : extremeFloat(scalar, kind % 2 != 0, (kind - std::size(corners)) / 2 != 0);
+        }
         Integer value;
-        switch (util::SplitMix::at(util::SplitMix::at(7, cycle), input) % 5) {
+        switch (drawn % 5) {
         case 0:
             break;
         case 1:
@@ -195,12 +225,8 @@ std::string identifier(std::size_t number) {
 } // namespace
 
 std::string valueText(const sim::Scalar &scalar, const Words &words, bool raw) {
-    if (scalar.isFloat) {
-        std::string text = "0x";
-        for (std::size_t i = (scalar.width + 3) / 4; i-- > 0;) {
-            text += "0123456789abcdef"[words[i / 16] >> (i % 16 * 4) & 15U];
-        }
-        return text;
+    if (scalar.exponent != 0 && !raw) {
+        return floatText(scalar, words);
     }
     Integer value;
     integerOf(scalar, words, value.value);
@@ -248,6 +274,9 @@ std::string valueText(const sim::Scalar &scalar, const Words &words, const Words
 }
 
 std::optional<Words> parseValue(const sim::Scalar &scalar, const std::string &text, bool raw) {
+    if (scalar.exponent != 0 && !raw) {
+        return parseFloat(scalar, text);
+    }
     const std::optional<Decimal> number = readDecimal(text);
     if (!number || (raw && number->places > 0)) {
         return std::nullopt;

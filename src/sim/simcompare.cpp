@@ -78,6 +78,15 @@ std::vector<std::uint64_t> drawn(const Scalar &scalar, util::SplitMix &random) {
     const std::uint64_t kind = random.next() % 8;
     if (kind < 4) {
         std::generate(words.begin(), words.end(), [&random] { return random.next(); });
+        if (kind < 3 && scalar.exponent != 0 && scalar.width <= 64) {
+            // Floats of like size, or else a sum is one of its operands and a product no number.
+            const std::uint32_t fraction = scalar.width - 1 - scalar.exponent;
+            const std::uint64_t bias = (std::uint64_t{1} << (scalar.exponent - 1)) - 1;
+            const std::uint64_t spread = std::min<std::uint64_t>(bias, 4);
+            const std::uint64_t field = bias - spread + random.next() % (2 * spread + 1);
+            const std::uint64_t mask = ((std::uint64_t{1} << scalar.exponent) - 1) << fraction;
+            words[0] = (words[0] & ~mask) | (field << fraction);
+        }
     } else if (kind == 4) {
         words[0] = 1;
     } else if (kind == 5) {

@@ -171,7 +171,7 @@ Simulator::Simulator(const Design &design, const Model &top, const SimulatorOpti
     const auto describe = [](const std::vector<Edge> &edges, std::vector<Scalar> &scalars) {
         for (const Edge &edge : edges) {
             scalars.push_back({edge.name, edge.type.width, edge.type.isSigned, edge.type.isFloat, edge.type.fraction,
-                               edge.origin, edge.rank});
+                               edge.origin, edge.type.isFloat ? edge.type.exponent : 0, edge.rank});
         }
     };
     describe(mImpl->inputEdges, mImpl->inputs);

@@ -146,3 +146,23 @@ run 0 gen --size 10 -o two.xml --json
 json out 'd["schema"] == "orvo.gen/1" and d["size"] == 10 and d["blocks"] > 0'
 run 2 gen --json
 run 2 gen --size -1
+
+# Floats are numbers, read and written.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block in inputBlock '<wire name="x"/>'
+    block pin typePinBlock "$(param 0 '[/top/in/x]')$(param typePinType '(typeSFloatIEEE 23 8)')<wire name=\"0\"/>"
+    block sum addBlock "$(param 0 '[/top/pin/0]')$(param 1 '[/top/pin/0]')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param y '[/top/sum/primWireOut]')"
+    printf '</model></design></kelmar>\n'
+} >float.xml
+printf 'x\n0.1\n-inf\n3e38\nnan\n' >float.csv
+run 0 sim float.xml --stimulus float.csv
+[ "$(cat out)" = 'cycle,y
+0,0.2
+1,-inf
+2,inf
+3,nan' ] || die "not the floats"
+run 2 sim float.xml --stimulus float.csv --raw
+run 0 sim float.xml --stimulus corners --cycles 40
+has out ',inf'
