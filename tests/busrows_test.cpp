@@ -156,7 +156,7 @@ TEST_F(BusRowsTest, computeWhatADecoderAroundARegisterDoes) {
     answers.setParam(A_SARNET_MM_READDATA, *Wire::create(selector, A_PRIM_WIRE_OUT));
     answers.setParam(A_SARNET_MM_READDATAVALID, *Wire::create(selector, A_SELECT_WIRE_VALID));
     answers.setParam(A_SARNET_MM_WAITREQUEST, constant("waitReq_zero", "0", "(typeUFixed 1 0)"));
-    EXPECT_SAME_BEHAVIOUR(before, after, "top");
+    test::expectSameBehaviour(before, after, "top");
 }
 
 TEST_F(BusRowsTest, keepFieldsOfFloatsAsPatterns) {

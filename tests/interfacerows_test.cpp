@@ -176,7 +176,7 @@ TEST_F(InterfaceRowsTest, sourcesComputeWhatAQueueForEachSignalDoes) {
     invert.setParam(value("0"), *Wire::create(data, A_FIFO_WIRE_HIGH));
     output(top, kReady, *Wire::create(invert, A_PRIM_WIRE_OUT));
     output(top, kValid, acknowledge);
-    EXPECT_SAME_BEHAVIOUR(before, after, "top");
+    test::expectSameBehaviour(before, after, "top");
 }
 
 TEST_F(InterfaceRowsTest, sourcesGoOutsideWhereTheBlockHasNoWires) {

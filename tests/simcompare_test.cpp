@@ -36,7 +36,7 @@ class CompareTest : public ::testing::Test {
 TEST_F(CompareTest, findsNothingBetweenEqualDesigns) {
     const auto a = example("biquad");
     const auto b = example("biquad");
-    EXPECT_SAME_BEHAVIOUR(*a, *b, "biquad");
+    test::expectSameBehaviour(*a, *b, "biquad");
 }
 
 TEST_F(CompareTest, tellsEachOutputThatDiffers) {
@@ -104,7 +104,7 @@ TEST_F(CompareTest, followsSignalsIntoModelsThatWereDissolved) {
         return design;
     };
     const auto before = build(false, "5");
-    EXPECT_SAME_BEHAVIOUR(*before, *build(true, "5"), "top");
+    test::expectSameBehaviour(*before, *build(true, "5"), "top");
     const auto after = build(true, "7");
     const sim::CompareResult result =
         sim::compareDesigns(*before, *before->getModel(value("top")), *after, *after->begin());
@@ -160,7 +160,8 @@ TEST_F(CompareTest, findsThatEveryPassLeavesTheExamplesAsTheyCompute) {
             scheduler.addPass(pass);
         }
         scheduler.apply(*after);
-        EXPECT_SAME_BEHAVIOUR(*before, *after, top) << name;
+        SCOPED_TRACE(name);
+        test::expectSameBehaviour(*before, *after, top);
     }
 }
 

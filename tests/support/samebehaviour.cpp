@@ -42,4 +42,9 @@ namespace orvo::test {
     }
 }
 
+void expectSameBehaviour(const Design &before, const Design &after, const std::string &top,
+                         const sim::CompareOptions &options) {
+    EXPECT_TRUE(sameBehaviour(before, after, top, options));
+}
+
 } // namespace orvo::test

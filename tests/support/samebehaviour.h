@@ -16,6 +16,8 @@ namespace orvo::test {
 ::testing::AssertionResult sameBehaviour(const Design &before, const Design &after, const std::string &top,
                                          const sim::CompareOptions &options = {});
 
-} // namespace orvo::test
+/// The same as an expectation.
+void expectSameBehaviour(const Design &before, const Design &after, const std::string &top = "top",
+                         const sim::CompareOptions &options = {});
 
-#define EXPECT_SAME_BEHAVIOUR(before, after, top) EXPECT_TRUE(::orvo::test::sameBehaviour(before, after, top))
+} // namespace orvo::test
