@@ -26,6 +26,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"elideunpackpass", "deadblockpass"},
         {"emit", "simulator"},
         {"floatemit", "floatrows"},
+        {"functionkernels", "functionrows"},
         {"initimpl", "passtable"},
         {"memorykernels", "simulator"},
         {"netlistverificationpass", "netlistverification"},

@@ -18,5 +18,6 @@ std::span<const BlockRow> stallRows();
 std::span<const BlockRow> interfaceRows();
 std::span<const BlockRow> pulseRows();
 std::span<const BlockRow> accumulatorRows();
+std::span<const BlockRow> functionRows();
 
 } // namespace orvo::sim
