@@ -19,5 +19,6 @@ std::span<const BlockRow> interfaceRows();
 std::span<const BlockRow> pulseRows();
 std::span<const BlockRow> accumulatorRows();
 std::span<const BlockRow> functionRows();
+std::span<const BlockRow> filterRows();
 
 } // namespace orvo::sim

@@ -42,7 +42,7 @@ const BlockRow *rowOf(const Value *blockType, bool hasFloats) {
     static const Rows table = [] {
         Rows rows;
         for (const auto family : {wiringRows, arithmeticRows, steeringRows, sequentialRows, memoryRows, stallRows,
-                                  interfaceRows, pulseRows, accumulatorRows, functionRows}) {
+                                  interfaceRows, pulseRows, accumulatorRows, functionRows, filterRows}) {
             addRows(rows, family());
         }
         addVariants(rows);
