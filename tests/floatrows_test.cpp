@@ -80,7 +80,7 @@ TEST_F(FloatRowsTest, choosesAndBounds) {
 TEST_F(FloatRowsTest, multipliesByConstants) {
     Design design(mgr.context());
     Simulator simulator(design, oneBlock(design, "constmultBlock", {{"0", kSingle}}, {{"primWireOut", ""}},
-                                         {{"constValue", "-0x3b33333333p-32"}}));
+                                         {{"constValue", "-0x3b33333333p-36"}}));
     Design turn(mgr.context());
     Simulator complex(turn, oneBlock(turn, "constmultBlock", {{"0", kComplex}}, {{"primWireOut", ""}},
                                      {{"constValue", "(complexRollTag 0x8p-4 -0x14p-4)"}}));

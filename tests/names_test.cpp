@@ -30,6 +30,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"fftelements", "fftrows"},
         {"fftstages", "fftrows"},
         {"floatemit", "floatrows"},
+        {"functionkernels", "functionrows"},
         {"initimpl", "passtable"},
         {"memorykernels", "simulator"},
         {"netlistverificationpass", "netlistverification"},

@@ -181,8 +181,9 @@ class Corners final : public Stimulus {
         if (scalar.exponent != 0) {
             constexpr const char *corners[] = {"0", "-0", "1", "-1", "inf", "-inf", "nan"};
             const std::uint64_t kind = drawn % (std::size(corners) + 4);
-            return kind < std::size(corners) ? *parseFloat(scalar, corners[kind])
-                                             : extremeFloat(scalar, kind % 2 != 0, (kind - std::size(corners)) / 2 != 0);
+            return kind < std::size(corners)
+                       ? *parseFloat(scalar, corners[kind])
+                       : extremeFloat(scalar, kind % 2 != 0, (kind - std::size(corners)) / 2 != 0);
         }
         Integer value;
         switch (drawn % 5) {

@@ -15,8 +15,8 @@ namespace orvo::driver {
 /// The bits of a scalar, lowest word first, filled up by the sign or by zeros.
 using Words = std::vector<std::uint64_t>;
 
-/// The value in decimal, or the integer that the bits make. Fixed point is exact, a float the shortest decimal that reads
-/// back the same, or inf, -inf or nan.
+/// The value in decimal, or the integer that the bits make. Fixed point is exact, a float the shortest decimal that
+/// reads back the same, or inf, -inf or nan.
 std::string valueText(const sim::Scalar &scalar, const Words &words, bool raw);
 /// The bits as 0, 1 and x for unknown ones, the highest first.
 std::string bitsText(const sim::Scalar &scalar, const Words &words, const Words &unknown);
@@ -38,7 +38,8 @@ class Stimulus {
 ///     noise    every bit by chance
 ///     impulse  one, or the highest value below it, in the first cycle, then zero
 ///     ramp     from the lowest value up by one step a cycle; a float from zero up by one
-///     corners  zero, the least step up and down, the highest and the lowest value, by chance; for a float one, infinite
+///     corners  zero, the least step up and down, the highest and the lowest value, by chance; for a float one,
+///     infinite
 ///              and no number, too
 std::unique_ptr<Stimulus> makeStimulus(const std::string &name, const std::vector<sim::Scalar> &inputs);
 

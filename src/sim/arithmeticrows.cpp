@@ -76,46 +76,6 @@ void writeConjugate(BlockWriter &writer) {
     }
 }
 
-/// A product between two numbers on the way, wide enough for any.
-struct Factor {
-    Leaf re;
-    std::optional<Leaf> im;
-};
-
-Factor factorAt(const Signal &signal, std::uint32_t lane) { return {*leafAt(signal, lane), leafAt(signal, lane, 1)}; }
-
-std::vector<Operand> pairs(const BlockWriter &writer, std::initializer_list<std::pair<Leaf, Leaf>> products,
-                           bool minus) {
-    std::vector<Operand> operands;
-    for (const auto &[a, b] : products) {
-        operands.push_back(writer.raw(a));
-        operands.push_back(writer.raw(b));
-    }
-    if (minus) {
-        operands[2].isNegated = true;
-    }
-    return operands;
-}
-
-/// One part of a complex or real product, into a leaf.
-void emitProductPart(BlockWriter &writer, Leaf out, const Factor &a, const Factor &b, std::uint32_t part) {
-    const std::int32_t fraction = writer.scalar(a.re).fraction + writer.scalar(b.re).fraction;
-    const std::int32_t drop = fraction - writer.scalar(out).fraction;
-    if (part == 0 && a.im && b.im) {
-        writer.emit(out, drop, pairs(writer, {{a.re, b.re}, {*a.im, *b.im}}, true), productSumKernel);
-    } else if (part == 0) {
-        writer.emit(out, drop, pairs(writer, {{a.re, b.re}}, false), productSumKernel);
-    } else if (a.im && b.im) {
-        writer.emit(out, drop, pairs(writer, {{a.re, *b.im}, {*a.im, b.re}}, false), productSumKernel);
-    } else if (a.im) {
-        writer.emit(out, drop, pairs(writer, {{*a.im, b.re}}, false), productSumKernel);
-    } else if (b.im) {
-        writer.emit(out, drop, pairs(writer, {{a.re, *b.im}}, false), productSumKernel);
-    } else {
-        writer.setConstant(out, 0);
-    }
-}
-
 Factor exactProduct(BlockWriter &writer, const Factor &a, const Factor &b) {
     const ScalarType &x = writer.scalar(a.re);
     const ScalarType &y = writer.scalar(b.re);

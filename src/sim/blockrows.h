@@ -23,6 +23,8 @@ std::span<const BlockRow> interfaceRows();
 std::span<const BlockRow> busRows();
 std::span<const BlockRow> pulseRows();
 std::span<const BlockRow> accumulatorRows();
+std::span<const BlockRow> functionRows();
+std::span<const BlockRow> filterRows();
 
 /// What the blocks of one bus compute together.
 void writeBus(std::vector<BlockWriter> &users);

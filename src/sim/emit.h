@@ -73,4 +73,15 @@ Leaf chosen(BlockWriter &writer, const ScalarType &type, Leaf select, const std:
 /// A signed type that holds the sum of these.
 ScalarType sumType(const BlockWriter &writer, const std::vector<Leaf> &in);
 
+/// A real or complex number on the way.
+struct Factor {
+    Leaf re;
+    std::optional<Leaf> im;
+};
+inline Factor factorAt(const Signal &signal, std::uint32_t lane) {
+    return {*leafAt(signal, lane), leafAt(signal, lane, 1)};
+}
+/// One part of a complex or real product of fixed-point numbers, into a leaf.
+void emitProductPart(BlockWriter &writer, Leaf out, const Factor &a, const Factor &b, std::uint32_t part);
+
 } // namespace orvo::sim

@@ -82,14 +82,6 @@ void writeReduce(BlockWriter &writer) {
     }
 }
 
-/// A number on the way.
-struct Factor {
-    Leaf re;
-    std::optional<Leaf> im;
-};
-
-Factor factorAt(const Signal &signal, std::uint32_t lane) { return {*leafAt(signal, lane), leafAt(signal, lane, 1)}; }
-
 /// The products that make a part of a product, each of which rounds.
 std::vector<Leaf> productsOf(BlockWriter &writer, const ScalarType &type, const Factor &a, const Factor &b,
                              std::uint32_t part) {

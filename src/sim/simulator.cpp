@@ -44,8 +44,9 @@ void addVariants(Rows &rows) {
 const BlockRow *rowOf(const Value *blockType, bool hasFloats) {
     static const Rows table = [] {
         Rows rows;
-        for (const auto family : {wiringRows, arithmeticRows, steeringRows, sequentialRows, memoryRows, stallRows,
-                                  interfaceRows, busRows, fftRows, fftSpatialRows, pulseRows, accumulatorRows}) {
+        for (const auto family :
+             {wiringRows, arithmeticRows, steeringRows, sequentialRows, memoryRows, stallRows, interfaceRows, busRows,
+              fftRows, fftSpatialRows, pulseRows, accumulatorRows, functionRows, filterRows}) {
             addRows(rows, family());
         }
         addVariants(rows);
