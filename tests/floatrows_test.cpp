@@ -87,7 +87,7 @@ TEST_F(FloatRowsTest, multipliesByConstants) {
     for (int i = 0; i < 100; ++i) {
         const float a = drawn();
         const float b = drawn();
-        EXPECT_EQ(compute(simulator, {{"0", a}}), a * static_cast<float>(-0x3b.33333333p0));
+        EXPECT_EQ(compute(simulator, {{"0", a}}), a * static_cast<float>(-0x3.b33333333p0));
         const ByName out = stepByName(complex, {{"0.re", bitsOf(a)}, {"0.im", bitsOf(b)}});
         EXPECT_EQ(floatOf(out.at("primWireOut.re")), a * 0.5F - b * -1.25F);
         EXPECT_EQ(floatOf(out.at("primWireOut.im")), a * -1.25F + b * 0.5F);
