@@ -141,12 +141,9 @@ void commitQueue(BlockWriter &writer, const Queue &queue, Leaf write, Leaf ackno
     writer.commit(queue.state, queue.words, operands, moveQueue);
 }
 
-Signal constantSignal(BlockWriter &writer, const StaticString &key) {
-    const ValueRef value = writer.param(key);
-    const NumTypeSpec spec = NumTypeSpec::fromFixedValue(value, false);
-    const SignalType *type = writer.types().of(spec.toValue(writer.context()));
+Signal temporarySignal(BlockWriter &writer, const SignalType *type, const char *what) {
     if (type == nullptr) {
-        writer.fail("the constant has no type");
+        writer.fail(std::string(what) + " has no type");
     }
     Signal signal{type, 0};
     std::vector<ScalarType> scalars;
@@ -155,6 +152,14 @@ Signal constantSignal(BlockWriter &writer, const StaticString &key) {
         const Leaf leaf = writer.temporary(scalars[i]);
         signal.first = i == 0 ? leaf : signal.first;
     }
+    return signal;
+}
+
+Signal constantSignal(BlockWriter &writer, const StaticString &key) {
+    const ValueRef value = writer.param(key);
+    const NumTypeSpec spec = NumTypeSpec::fromFixedValue(value, false);
+    const Signal signal =
+        temporarySignal(writer, writer.types().of(spec.toValue(writer.context())), "the constant");
     writer.constant(signal, value);
     return signal;
 }

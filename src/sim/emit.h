@@ -15,6 +15,8 @@ Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, s
 Leaf zero(BlockWriter &writer);
 /// One bit: whether a control is not zero.
 Leaf truth(BlockWriter &writer, Leaf control);
+/// A signal between two operations. Null for a type ends compilation; `what` tells of which.
+Signal temporarySignal(BlockWriter &writer, const SignalType *type, const char *what);
 /// The constant of a parameter as a signal of its own, of the least type that holds it.
 Signal constantSignal(BlockWriter &writer, const StaticString &key);
 
