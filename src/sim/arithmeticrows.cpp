@@ -522,7 +522,7 @@ void writeCompareControl(BlockWriter &writer) {
 
 /// Operands are aligned in the output's type, then their raw bits meet.
 template <Logic logic, int complement> void writeLogic(BlockWriter &writer) {
-    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const std::vector<Signal> in = patternInputs(writer, 1);
     if (const Signal out = writer.out(); out.known()) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             std::vector<Operand> operands;
@@ -558,7 +558,7 @@ void writeCountOnes(BlockWriter &writer) {
 }
 
 void writeReverse(BlockWriter &writer) {
-    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const std::vector<Signal> in = patternInputs(writer, 1);
     if (const Signal out = writer.out(); out.known()) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             writer.emit(leaf, 0, {writer.raw(*leafAt(in[0], lane, part))}, reverseKernel);
@@ -595,7 +595,7 @@ void writeBitJoinReduce(BlockWriter &writer) {
 
 /// From the offset up, extended by the input's sign. A negative offset counts from the top.
 void writeBitSelect(BlockWriter &writer) {
-    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const std::vector<Signal> in = patternInputs(writer, 1);
     std::int64_t offset = writer.integer(A_BIT_SELECT_BIT_OFFSET, 0);
     if (const Signal out = writer.out(); out.known()) {
         const auto width = static_cast<std::int64_t>(in[0].type->scalar.width);
@@ -607,7 +607,7 @@ void writeBitSelect(BlockWriter &writer) {
 }
 
 void writeChooseBits(BlockWriter &writer) {
-    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const std::vector<Signal> in = patternInputs(writer, 1);
     const TupleValueRef offsets = tupleVR(writer.param(A_CHOOSE_BITS_BIT_OFFSETS));
     const Signal out = writer.out();
     if (!out.known() || !offsets) {

@@ -8,11 +8,21 @@
 
 namespace orvo::sim {
 
-std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least) {
+std::vector<Signal> patternInputs(const BlockWriter &writer, std::size_t least) {
     std::vector<Signal> inputs = writer.numbered();
     if (inputs.size() < least) {
         writer.fail("port " + std::to_string(inputs.size()) + " is not connected");
     }
+    for (const Signal &input : inputs) {
+        if (input.type->isRecord()) {
+            writer.fail("an input is a record");
+        }
+    }
+    return inputs;
+}
+
+std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least) {
+    std::vector<Signal> inputs = patternInputs(writer, least);
     for (const Signal &input : inputs) {
         requireFixed(writer, input, "an input");
     }

@@ -8,6 +8,8 @@ namespace orvo::sim {
 
 /// The numbered inputs, at least so many, all of fixed point.
 std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least);
+/// The same of fixed point or of floats, whose bits are taken as they are.
+std::vector<Signal> patternInputs(const BlockWriter &writer, std::size_t least);
 Signal fixedInput(const BlockWriter &writer, const PureValueRef &key, const char *what);
 /// The scalar there, or a zero in place of an imaginary part that a real number has not.
 Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, std::uint32_t part);

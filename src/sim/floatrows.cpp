@@ -334,7 +334,7 @@ template <Relation relation> void writeCompare(BlockWriter &writer) {
     if (!out.known()) {
         return;
     }
-    const bool isComplex = in[0].type->isComplex && in[1].type->isComplex;
+    const bool isComplex = in[0].type->isComplex || in[1].type->isComplex;
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
         if (!isComplex) {
             emitFloatCompare(writer, leaf, *leafAt(in[0], lane), *leafAt(in[1], lane), relation);
@@ -343,7 +343,8 @@ template <Relation relation> void writeCompare(BlockWriter &writer) {
         std::vector<Operand> bits;
         for (std::uint32_t part = 0; part < 2; ++part) {
             const Leaf bit = writer.temporary({1, 0, false, false});
-            emitFloatCompare(writer, bit, *leafAt(in[0], lane, part), *leafAt(in[1], lane, part), relation);
+            emitFloatCompare(writer, bit, partOrZero(writer, in[0], lane, part), partOrZero(writer, in[1], lane, part),
+                             relation);
             bits.push_back(writer.raw(bit));
         }
         writer.emit(leaf, 0, bits, [](const Op &op) {

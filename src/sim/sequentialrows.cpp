@@ -34,15 +34,45 @@ NumberValueRef elementOf(const ValueRef &value, std::uint32_t scalar) {
     return numberVR(tuple->maybeAt(scalar + (isRolled ? 1 : 0)));
 }
 
-/// The value of a parameter for a scalar, as what its state holds at reset; zero without one.
-void setInitialBits(BlockWriter &writer, std::uint32_t state, std::uint32_t words, const ValueRef &value,
-                    std::uint32_t scalar, const ScalarType &type) {
+/// What a parameter gives for each scalar of a type: as a constant of the type has it.
+void appendElements(const SignalType &type, std::size_t dim, const ValueRef &value,
+                    std::vector<NumberValueRef> &elements, Context *context) {
+    const TupleValueRef tuple = tupleVR(value);
+    const auto isRolled = [&](const StaticString &tag) { return tuple && tuple->size() != 0 && tuple->at(0) == tag; };
+    if (dim < type.dims.size()) {
+        const bool isTuple = tuple && !isRolled(A_COMPLEX_ROLL_TAG);
+        for (std::uint32_t i = 0; i < type.dims[dim]; ++i) {
+            appendElements(type, dim + 1, isTuple ? tuple->maybeAt(i + (isRolled(A_VECTOR_ROLL_TAG) ? 1 : 0)) : value,
+                           elements, context);
+        }
+    } else if (type.isRecord()) {
+        for (std::size_t i = 0; i < type.fields.size(); ++i) {
+            appendElements(*type.fields[i], 0, tuple ? tuple->maybeAt(i) : value, elements, context);
+        }
+    } else if (type.isComplex) {
+        const bool isPair = isRolled(A_COMPLEX_ROLL_TAG);
+        elements.push_back(numberVR(isPair ? tuple->maybeAt(1) : value));
+        elements.push_back(isPair ? numberVR(tuple->maybeAt(2)) : NumberValue::get(0, context));
+    } else {
+        elements.push_back(numberVR(value));
+    }
+}
+
+/// The value of a parameter as what states of the scalars of a signal hold at reset; zero without one.
+void setInitialBits(BlockWriter &writer, const std::vector<std::uint32_t> &states, const ValueRef &value,
+                    const SignalType &type) {
     if (!value) {
         return;
     }
-    const std::vector<std::uint64_t> bits = bitsOf(writer, elementOf(value, scalar), type);
-    for (std::uint32_t word = 0; word < words; ++word) {
-        writer.setInitial(state + word, bits[word]);
+    std::vector<NumberValueRef> elements;
+    appendElements(type, 0, value, elements, writer.context());
+    std::vector<ScalarType> scalars;
+    appendScalars(type, scalars);
+    for (std::size_t i = 0; i < states.size(); ++i) {
+        std::uint32_t at = states[i];
+        for (const std::uint64_t word : bitsOf(writer, elements[i], scalars[i])) {
+            writer.setInitial(at++, word);
+        }
     }
 }
 
@@ -91,12 +121,12 @@ void writeRegister(BlockWriter &writer) {
     if (in.type != out.type) {
         writer.fail("the input has another type than the output");
     }
-    const ValueRef initial = writer.param(A_REGISTER_INIT_VALUE);
+    std::vector<std::uint32_t> states;
     for (std::uint32_t i = 0; i < out.type->leaves; ++i) {
         const Leaf leaf = out.first + i;
         const std::uint32_t each = wordsFor(writer.scalar(leaf).width);
         const std::uint32_t state = writer.state(each);
-        setInitialBits(writer, state, each, initial, i, writer.scalar(leaf));
+        states.push_back(state);
         std::vector<Operand> operands{writer.raw(in.first + i)};
         if (enable.known()) {
             operands.push_back(writer.raw(*leafAt(enable, i / out.type->element)));
@@ -104,6 +134,7 @@ void writeRegister(BlockWriter &writer) {
         writer.emitFromState(leaf, state, each, {}, readState);
         writer.commit(state, each, operands, writeState);
     }
+    setInitialBits(writer, states, writer.param(A_REGISTER_INIT_VALUE), *out.type);
 }
 
 /// `pulse` gives whether the count, which goes up by one, is below the step, in place of the count.
@@ -179,12 +210,12 @@ void writeSyncRegister(BlockWriter &writer) {
     const Signal in = writer.in(A_SYNC_REGISTER_PORT_ICLK_DATA);
     const Signal enable = fixedInput(writer, A_SYNC_REGISTER_PORT_ICLK_ENABLE, "the enable");
     require(writer, in, "the data");
-    const ValueRef initial = writer.param(A_SYNC_REGISTER_INIT_VALUE);
+    std::vector<std::uint32_t> states;
     const Signal outs[] = {writer.out(A_SYNC_REGISTER_WIRE_ICLK_DATA), writer.out(A_SYNC_REGISTER_WIRE_OCLK_DATA)};
     for (std::uint32_t i = 0; i < in.type->leaves; ++i) {
         const std::uint32_t each = wordsFor(writer.scalar(in.first + i).width);
         const std::uint32_t state = writer.state(each);
-        setInitialBits(writer, state, each, initial, i, writer.scalar(in.first + i));
+        states.push_back(state);
         for (const Signal &out : outs) {
             if (out.known()) {
                 writer.emitFromState(out.first + i, state, each, {}, readState);
@@ -192,6 +223,7 @@ void writeSyncRegister(BlockWriter &writer) {
         }
         writer.commit(state, each, {writer.raw(in.first + i), writer.raw(enable.first)}, writeState);
     }
+    setInitialBits(writer, states, writer.param(A_SYNC_REGISTER_INIT_VALUE), *in.type);
     if (const Signal valid = writer.out(A_SYNC_REGISTER_WIRE_OCLK_VALID); valid.known()) {
         const std::uint32_t state = writer.state(1);
         writer.emitFromState(valid.first, state, 1, {}, readState);
