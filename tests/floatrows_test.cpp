@@ -77,6 +77,14 @@ TEST_F(FloatRowsTest, choosesAndBounds) {
     }
 }
 
+TEST_F(FloatRowsTest, takesAComplexFromARealNumber) {
+    Design design(mgr.context());
+    Simulator simulator(design, oneBlock(design, "subBlock", {{"0", kSingle}, {"1", kComplex}}, {{"primWireOut", ""}}));
+    const ByName out = stepByName(simulator, {{"0", bitsOf(2)}, {"1.re", bitsOf(1)}, {"1.im", bitsOf(1)}});
+    EXPECT_EQ(floatOf(out.at("primWireOut.re")), 1.0F);
+    EXPECT_EQ(floatOf(out.at("primWireOut.im")), -1.0F);
+}
+
 TEST_F(FloatRowsTest, multipliesByConstants) {
     Design design(mgr.context());
     Simulator simulator(design, oneBlock(design, "constmultBlock", {{"0", kSingle}}, {{"primWireOut", ""}},

@@ -11,7 +11,7 @@ namespace orvo::sim {
 std::vector<Signal> patternInputs(const BlockWriter &writer, std::size_t least) {
     std::vector<Signal> inputs = writer.numbered();
     if (inputs.size() < least) {
-        writer.fail("port " + std::to_string(inputs.size()) + " is not connected");
+        writer.missing();
     }
     for (const Signal &input : inputs) {
         if (input.type->isRecord()) {
@@ -48,7 +48,8 @@ void emitSum(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, const s
 Leaf zero(BlockWriter &writer) { return writer.temporary({1, 0, false, false}); }
 
 Leaf truth(BlockWriter &writer, Leaf control) {
-    if (writer.scalar(control).width == 1) {
+    const ScalarType &type = writer.scalar(control);
+    if (type.width == 1 && !type.isSigned && !type.isFloat) {
         return control;
     }
     const Leaf bit = writer.temporary({1, 0, false, false});
@@ -168,8 +169,7 @@ Signal temporarySignal(BlockWriter &writer, const SignalType *type, const char *
 Signal constantSignal(BlockWriter &writer, const StaticString &key) {
     const ValueRef value = writer.param(key);
     const NumTypeSpec spec = NumTypeSpec::fromFixedValue(value, false);
-    const Signal signal =
-        temporarySignal(writer, writer.types().of(spec.toValue(writer.context())), "the constant");
+    const Signal signal = temporarySignal(writer, writer.types().of(spec.toValue(writer.context())), "the constant");
     writer.constant(signal, value);
     return signal;
 }

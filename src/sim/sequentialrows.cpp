@@ -80,7 +80,7 @@ void writeDelay(BlockWriter &writer) {
     const Signal in = writer.in(0);
     const Signal out = writer.out();
     const std::int64_t length = writer.integer(A_DELAY_LENGTH, -1);
-    require(writer, in, "the input");
+    require(writer, in);
     if (length < 0 || length > kMostEntries) {
         writer.fail("the length of the delay is no number of cycles");
     }
@@ -114,7 +114,7 @@ void writeRegister(BlockWriter &writer) {
     const Signal in = writer.in(0);
     const Signal out = writer.out();
     const Signal enable = writer.in(A_REGISTER_PORT_ENABLE);
-    require(writer, in, "the input");
+    require(writer, in);
     if (!out.known()) {
         return;
     }
@@ -155,7 +155,11 @@ template <bool pulse> void writeCounterBlock(BlockWriter &writer) {
         };
         const std::uint32_t state = writer.state(4);
         writer.setInitial(state, static_cast<std::uint64_t>(setting(A_COUNTER_INITIAL, 0)));
-        writer.setInitial(state + 1, static_cast<std::uint64_t>(setting(A_COUNTER_LIMIT, 0)));
+        const std::int64_t limit = setting(A_COUNTER_LIMIT, 0);
+        if (limit <= 0) {
+            writer.fail("'" + std::string(A_COUNTER_LIMIT.text()) + "' is not positive");
+        }
+        writer.setInitial(state + 1, static_cast<std::uint64_t>(limit));
         const std::int64_t step = setting(A_COUNTER_STEP, 1);
         writer.setInitial(state + 2, pulse ? 1 : static_cast<std::uint64_t>(step));
         writer.setInitial(state + 3, static_cast<std::uint64_t>(step));
@@ -205,30 +209,65 @@ void writeLoadableCounter(BlockWriter &writer) {
     });
 }
 
-/// Takes the data on its enable, shows it on both sides, and valid the enable one cycle later.
+/// Takes the data on its enable, shows it on both sides in the type of the register, and valid the enable one cycle
+/// later.
 void writeSyncRegister(BlockWriter &writer) {
     const Signal in = writer.in(A_SYNC_REGISTER_PORT_ICLK_DATA);
     const Signal enable = fixedInput(writer, A_SYNC_REGISTER_PORT_ICLK_ENABLE, "the enable");
-    require(writer, in, "the data");
-    std::vector<std::uint32_t> states;
-    const Signal outs[] = {writer.out(A_SYNC_REGISTER_WIRE_ICLK_DATA), writer.out(A_SYNC_REGISTER_WIRE_OCLK_DATA)};
-    for (std::uint32_t i = 0; i < in.type->leaves; ++i) {
-        const std::uint32_t each = wordsFor(writer.scalar(in.first + i).width);
-        const std::uint32_t state = writer.state(each);
-        states.push_back(state);
-        for (const Signal &out : outs) {
-            if (out.known()) {
-                writer.emitFromState(out.first + i, state, each, {}, readState);
+    require(writer, in);
+    std::vector<Signal> outs;
+    for (const StaticString *key : {&A_SYNC_REGISTER_WIRE_ICLK_DATA, &A_SYNC_REGISTER_WIRE_OCLK_DATA}) {
+        if (const Signal out = writer.out(*key); out.known()) {
+            outs.push_back(out);
+        }
+    }
+    if (!outs.empty()) {
+        const SignalType &type = *outs[0].type;
+        if (outs.back().type != &type || (in.type != &type && (in.type->isRecord() || type.isRecord()))) {
+            writer.fail("the data has another type than the register");
+        }
+        std::vector<std::uint32_t> states;
+        for (std::uint32_t i = 0; i < type.leaves; ++i) {
+            const ScalarType scalar = writer.scalar(outs[0].first + i);
+            const std::uint32_t lane = type.isRecord() ? 0 : i / type.element;
+            const Leaf taken = writer.temporary(scalar);
+            writer.convert(taken, type.isRecord() ? in.first + i : partOrZero(writer, in, lane, i % type.element));
+            const Stored stored = openStore(writer, scalar);
+            closeStore(writer, stored, taken, truth(writer, *leafAt(enable, lane)));
+            states.push_back(stored.state);
+            for (const Signal &out : outs) {
+                writer.alias(out.first + i, stored.out);
             }
         }
-        writer.commit(state, each, {writer.raw(in.first + i), writer.raw(enable.first)}, writeState);
+        setInitialBits(writer, states, writer.param(A_SYNC_REGISTER_INIT_VALUE), type);
     }
-    setInitialBits(writer, states, writer.param(A_SYNC_REGISTER_INIT_VALUE), *in.type);
     if (const Signal valid = writer.out(A_SYNC_REGISTER_WIRE_OCLK_VALID); valid.known()) {
-        const std::uint32_t state = writer.state(1);
-        writer.emitFromState(valid.first, state, 1, {}, readState);
-        writer.commit(state, 1, {writer.raw(truth(writer, enable.first))}, writeState);
+        forEachScalar(valid, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+            const Stored stored = openStore(writer, {1, 0, false, false});
+            closeStore(writer, stored, truth(writer, *leafAt(enable, lane)));
+            writer.convert(leaf, stored.out);
+        });
     }
+}
+
+/// The least integer that is not below a limit: counts stay below both.
+Leaf integerLimit(BlockWriter &writer, const Signal &limit) {
+    const ScalarType type = writer.scalar(limit.first);
+    if (type.width > 60 || type.fraction < -60) {
+        writer.fail("a limit is wider than 60 bits");
+    }
+    if (type.fraction == 0) {
+        return limit.first;
+    }
+    const auto negated = [&](Leaf in, std::int32_t drop) {
+        const Leaf out = writer.temporary({63, 0, true, false});
+        Operand operand = writer.raw(in);
+        operand.isNegated = true;
+        writer.emit(out, drop, {operand}, sumKernel);
+        return out;
+    };
+    // Dropped bits round down, so the negative rounds up.
+    return negated(negated(limit.first, type.fraction), 0);
 }
 
 /// Nested counters: limits are sampled at go, which starts all at 0 in that cycle.
@@ -236,14 +275,7 @@ void writeLoop(BlockWriter &writer) {
     const Signal go = fixedInput(writer, A_LOOP_PORT_GO, "go");
     const Signal enable = writer.in(A_LOOP_PORT_ENABLE);
     Context *context = writer.context();
-    std::vector<Operand> operands{writer.raw(truth(writer, go.first)), {}};
-    if (enable.known()) {
-        operands[1] = writer.raw(truth(writer, enable.first));
-    } else {
-        const Leaf always = writer.temporary({1, 0, false, false});
-        writer.setConstant(always, 1);
-        operands[1] = writer.raw(always);
-    }
+    std::vector<Operand> operands{writer.raw(truth(writer, go.first))};
     const auto keyed = [context](const StaticString &key, int level) {
         return PureValueRef(PureTupleValue::get(key, NumberValue::get(level, context), context));
     };
@@ -251,16 +283,15 @@ void writeLoop(BlockWriter &writer) {
     for (Signal limit = writer.in(keyed(A_LOOP_PORT_LIMIT, 0)); limit.known();
          limit = writer.in(keyed(A_LOOP_PORT_LIMIT, ++levels))) {
         requireFixed(writer, limit, "a limit");
-        if (writer.scalar(limit.first).width > 62) {
-            writer.fail("a limit is wider than 62 bits");
-        }
-        operands.push_back(writer.raw(limit.first));
+        operands.push_back(writer.raw(integerLimit(writer, limit)));
     }
     const std::uint32_t words = 1 + 2 * static_cast<std::uint32_t>(levels);
     const std::uint32_t state = writer.state(words);
     const auto show = [&](const Signal &out, int what) {
         if (out.known()) {
-            writer.emitFromState(out.first, state, words, operands, readLoop, what);
+            const Leaf shown = writer.temporary({62, 0, false, false});
+            writer.emitFromState(shown, state, words, operands, readLoop, what);
+            writer.convert(out.first, shown);
         }
     };
     show(writer.out(A_LOOP_WIRE_VALID), 0);
@@ -269,6 +300,8 @@ void writeLoop(BlockWriter &writer) {
         show(writer.out(keyed(A_LOOP_WIRE_FIRST_ITER, level)), 2 + 3 * level);
         show(writer.out(keyed(A_LOOP_WIRE_LAST_ITER, level)), 3 + 3 * level);
     }
+    // What is shown does not depend on the enable.
+    operands.push_back(writer.raw(enable.known() ? truth(writer, enable.first) : one(writer)));
     writer.commit(state, words, operands, stepLoop);
 }
 
