@@ -319,8 +319,8 @@ RC_GTEST_PROP(TypeFailuresProperty, haveACauseInEachModelThatHasThem, ()) {
     unsigned number = 0;
     for (Model &model : *design) {
         for (Block &block : model) {
-            if (block.type() == A_CONST_BLOCK.get_ptr() && number++ % 4 < chance) {
-                block.setParam(A_CONST_TYPE, nullptr);
+            if (block.type() == A_TYPE_PIN_BLOCK.get_ptr() && number++ % 4 < chance) {
+                block.setParam(A_TYPE_PIN_TYPE, nullptr);
             }
         }
     }
