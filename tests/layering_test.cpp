@@ -68,6 +68,7 @@ const std::map<std::string, int> &floors() {
         {"typequeryminimalset", 4},
         {"typeinferdebug", 4},
         {"strongcomponents", 4},
+        {"cycletraverse", 4},
         {"early_cycle_analysis", 4},
         {"dumptypespass", 5},
         {"typerules", 6},
