@@ -19,6 +19,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"arithmeticrows", "simulator"},
         {"blockshape", "designgenerator"},
         {"compiler", "simulator"},
+        {"cycletraverse", "early_cycle_analysis"},
         {"deadblockhandlers", "deadblockpass"},
         {"deadmodelpass", "deadblockpass"},
         {"design", "model"},
