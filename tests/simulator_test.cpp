@@ -1166,9 +1166,9 @@ TEST_F(SimulatorTest, refusesWhatHasNoMeaning) {
     Block &delay = *Block::create(top, "delay", A_DELAY_BLOCK);
     delay.setParam(A_DELAY_LENGTH, ValueRef(value("1")));
     delay.setParam(value("0"), *Wire::create(*Block::create(top, "in", A_INPUT_BLOCK), "x"));
-    EXPECT_EQ(refusal(design, top), "wire 'x' has no type top/in");
+    EXPECT_EQ(refusal(design, top), "wire 'x' has no type; Likely failure cause: external, input \"x\" top/in");
     Block &self = *Block::create(top, "self", A_MODEL_BLOCK);
-    EXPECT_EQ(refusal(design, top), "wire 'x' has no type top/in");
+    EXPECT_EQ(refusal(design, top), "wire 'x' has no type; Likely failure cause: external, input \"x\" top/in");
     delete &delay;
     delete top.getBlock(value("in"));
     EXPECT_EQ(refusal(design, top), "the model block has no model top/self");

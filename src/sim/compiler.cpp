@@ -10,9 +10,11 @@
 #include <orvo/corevalues.h>
 #include <orvo/design.h>
 #include <orvo/limits.h>
+#include <orvo/typeinferdebug.h>
 #include <orvo/wire.h>
 
 #include <algorithm>
+#include <sstream>
 
 namespace orvo::sim {
 
@@ -391,6 +393,30 @@ std::string Compiler::placeOf(const Block &block, std::uint32_t instance) const 
     return placeOf(instance) + block.getName()->toString();
 }
 
+/// Blames where the failure began, which may be far from the wire.
+void Compiler::failOnMissingType(const Wire &wire, std::uint32_t instance) {
+    std::string reason = "wire '" + wire.getName()->toString() + "' has no type";
+    std::vector<std::string> blocks{placeOf(wire.getBlock(), instance)};
+    TypeInferDebug report(mTypesOfSignals, {&mTop});
+    if (!report.causes().empty()) {
+        std::ostringstream text;
+        report.getLikelyFailureCause(text);
+        std::istringstream lines(text.str());
+        for (std::string line; std::getline(lines, line);) {
+            if (const std::size_t at = line.find("Likely failure cause"); at != std::string::npos) {
+                reason += "; " + line.substr(at);
+                break;
+            }
+        }
+        const CauseSpec &cause = *report.causes().front();
+        blocks.clear();
+        for (const Block *block : cause.blocks) {
+            blocks.push_back(cause.instance->path->toString() + "/" + block->getName()->toString());
+        }
+    }
+    throw CompileError{reason, std::move(blocks)};
+}
+
 Signal Compiler::signalOf(const Wire *wire, std::uint32_t instance) {
     const auto at = mWires[instance].find(wire);
     return at == mWires[instance].end() ? Signal() : at->second;
@@ -420,7 +446,7 @@ void Compiler::layOut(std::uint32_t instance) {
                 if (!canSimulate(block.type())) {
                     failOnType(block, instance);
                 }
-                throw CompileError{"wire '" + wire.getName()->toString() + "' has no type", {placeOf(block, instance)}};
+                failOnMissingType(wire, instance);
             }
             const auto first = static_cast<Leaf>(mLeaves.size());
             if (mLeaves.size() + type->leaves > kMostScalars) {

@@ -69,6 +69,7 @@ class Compiler {
     /// The path of an instance, with a slash at its end.
     std::string placeOf(std::uint32_t instance) const;
     std::string placeOf(const Block &block, std::uint32_t instance) const;
+    [[noreturn]] void failOnMissingType(const Wire &wire, std::uint32_t instance);
     [[noreturn]] void failOnType(const Block &block, std::uint32_t instance) const;
     [[noreturn]] void failOnWireLoop(Leaf first) const;
     [[noreturn]] void failOnLoop(const std::vector<std::uint32_t> &waits) const;

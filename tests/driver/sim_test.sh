@@ -105,7 +105,8 @@ run 2 opt select_lut.xml --check=eyes -p DeadBlockPass
 } >pinned.xml
 run 3 opt pinned.xml --check=sim -p 'ModelTreePass, AggressiveDeadBlockPass'
 has err 'internal fault in pass 2, AggressiveDeadBlockPass: the pass changed what the design computes'
-has err "has no type at top/"
+has err 'has no type; Likely failure cause: '
+has err ' at top/'
 run 3 opt --replay orvo-crash-*.orvo
 rm -f ./*.orvo
 run 1 opt d.xml --check=sim -p DeadBlockPass
