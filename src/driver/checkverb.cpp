@@ -1,7 +1,8 @@
-// The verb "check": a design against the block catalogue.
+// The verb "check": a design against the block catalogue, and its latency constraints against the design.
 #include "driver/verbs.h"
 
 #include "driver/catalogue.h"
+#include "driver/constraints.h"
 #include "driver/files.h"
 #include "driver/progress.h"
 
@@ -28,7 +29,10 @@ int check(const std::string &input, Console &console) {
     progress.phase("reading");
     const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
     progress.phase("checking");
-    const std::vector<Finding> findings = checkDesign(*design, getBlocksInfo());
+    std::vector<Finding> findings = checkDesign(*design, getBlocksInfo());
+    for (Finding &finding : checkConstraints(*design)) {
+        findings.push_back(std::move(finding));
+    }
     if (!console.json()) {
         for (const Finding &finding : findings) {
             console.report(Severity::Error, finding.tag, finding.params, {file.name()});
@@ -49,7 +53,7 @@ int check(const std::string &input, Console &console) {
 } // namespace
 
 void addCheckVerb(CLI::App &app, VerbHost &host) {
-    CLI::App *verb = addVerb(app, "check", "Check a design against the block catalogue");
+    CLI::App *verb = addVerb(app, "check", "Check a design against the block catalogue, and its latency constraints");
     auto input = std::make_shared<std::string>();
     verb->add_option("IN", *input, "Design XML to read; - is standard input")->type_name("FILE");
     verb->callback([&host, input] { host.action = [&host, input] { return check(*input, host.console); }; });

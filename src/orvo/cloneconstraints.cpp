@@ -137,23 +137,26 @@ class ConstraintCarrier {
 
     /// The ids that the copies bring, with the ends that hold in them.
     void collect() {
-        for (const auto &[source, copy] : mCopies) {
-            forEachRecord(*copy,
-                          [&, holder = const_cast<Model *>(source)](const TupleValue &record, const ValueRef &value) {
-                              Carried &known = carried(record.at(kRecordId));
-                              known.holder = holder;
-                              known.record = value;
-                          });
-            for (const Block &block : *copy) {
-                forEachEntry(block, [&](const TupleValue &entry) {
-                    const bool holds = static_cast<bool>(chainFor(entry.at(kEntryChain), *copy));
-                    forEachId(entry, [&](const ValueRef &id, Ends end) {
-                        if (isConstraintId(id.get_ptr())) {
-                            carried(id).ends |= holds ? end : kNoEnd;
-                        }
-                    });
+        for (const ModelCopies::value_type &pair : mCopies) {
+            collectFrom(const_cast<Model &>(*pair.first), *pair.second);
+        }
+    }
+
+    void collectFrom(Model &source, const Model &copy) {
+        forEachRecord(copy, [&](const TupleValue &record, const ValueRef &value) {
+            Carried &known = carried(record.at(kRecordId));
+            known.holder = &source;
+            known.record = value;
+        });
+        for (const Block &block : copy) {
+            forEachEntry(block, [&](const TupleValue &entry) {
+                const bool holds = static_cast<bool>(chainFor(entry.at(kEntryChain), copy));
+                forEachId(entry, [&](const ValueRef &id, Ends end) {
+                    if (isConstraintId(id.get_ptr())) {
+                        carried(id).ends |= holds ? end : kNoEnd;
+                    }
                 });
-            }
+            });
         }
     }
 
