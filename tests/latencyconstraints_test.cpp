@@ -134,6 +134,7 @@ TEST_F(CreatorDeath, refusesACallOutOfTurn) {
 TEST_F(CreatorDeath, refusesAnEndThatMayCarryNoConstraint) {
     EXPECT_EXIT(LatencyConstraintCreator(design).from(port(in)), ::testing::ExitedWithCode(1), "an interface marker");
     EXPECT_EXIT(LatencyConstraintCreator(design).to(wire(out)), ::testing::ExitedWithCode(1), "an interface marker");
+    EXPECT_EXIT(LatencyConstraintCreator(design).to(in.getPort(value("q"))), ::testing::ExitedWithCode(1), "is there");
     const Block &sum = marker(top, "sum", A_ADD_BLOCK);
     EXPECT_EXIT(LatencyConstraintCreator(design).to(wire(sum)), ::testing::ExitedWithCode(1), "an interface marker");
 }

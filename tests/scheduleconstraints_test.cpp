@@ -393,6 +393,20 @@ TEST_F(Clones, inAnotherDesignTakeAlongWhatIsWhole) {
     EXPECT_EQ(check(design), Lines{});
 }
 
+TEST_F(Clones, ofADesignKeepWhatIsWrongWithIt) {
+    LatencyConstraintCreator(design).from(wire(in)).to(port(out)).equal(2).end();
+    in.setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("(odd (w true (9) ()))"));
+    top.setParam(A_SYNTH_SCHEDULE_CONSTRAINTS, value("((0 synthLConstraintEq 2) (x) 5)"));
+    const Lines wrong = check(design);
+    EXPECT_EQ(wrong.size(), 5U);
+    Design other(mgr.context());
+    OrvoUtils::deepCloneDesign(other, design);
+    EXPECT_EQ(check(other).size(), wrong.size());
+    Model &alone = *OrvoUtils::cloneModel(design, top);
+    EXPECT_EQ(records(alone), "((x) 5)");
+    EXPECT_EQ(wires(blockOf(alone, "in")), "(odd)");
+}
+
 TEST_F(Clones, shareAMapOfIds) {
     LatencyConstraintCreator(design).from(wire(in)).to(port(out)).equal(2).end();
     std::map<int, int> ids = {{0, 60}};

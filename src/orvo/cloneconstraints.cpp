@@ -44,12 +44,18 @@ template <class Visit> void forEachId(const TupleValue &entry, Visit visit) {
     }
 }
 
-/// Calls `visit(record)` for each record that has an id.
+/// The record, null if it has no id.
+const TupleValue *asRecord(const Value *value) {
+    const TupleValue *record = asTuple(value);
+    const bool hasId = record != nullptr && record->size() > kRecordId;
+    return hasId && isConstraintId(record->at(kRecordId).get_ptr()) ? record : nullptr;
+}
+
+/// Calls `visit(record, value)` for each record that has an id.
 template <class Visit> void forEachRecord(const Model &model, Visit visit) {
     if (const TupleValue *records = asTuple(model.findParam(A_SYNTH_SCHEDULE_CONSTRAINTS))) {
         for (const ValueRef &value : *records) {
-            const TupleValue *record = asTuple(value.get_ptr());
-            if (record != nullptr && record->size() > kRecordId && isConstraintId(record->at(kRecordId).get_ptr())) {
+            if (const TupleValue *record = asRecord(value.get_ptr())) {
                 visit(*record, value);
             }
         }
@@ -151,6 +157,7 @@ class ConstraintCarrier {
         for (const Block &block : copy) {
             forEachEntry(block, [&](const TupleValue &entry) {
                 const bool holds = static_cast<bool>(chainFor(entry.at(kEntryChain), copy));
+                mAllHold = mAllHold && holds;
                 forEachId(entry, [&](const ValueRef &id, Ends end) {
                     if (isConstraintId(id.get_ptr())) {
                         carried(id).ends |= holds ? end : kNoEnd;
@@ -260,9 +267,11 @@ class ConstraintCarrier {
     void number() {
         std::int64_t next = nextConstraintId(mDestination);
         const std::int64_t first = next;
+        // What a design of its own lacks, its copy lacks, too.
+        const bool whole = mAllHold && mCopies.size() == mSource.size();
         for (const ValueRef &id : mOrder) {
             Carried &known = mCarried.at(id.get_ptr());
-            if (known.holder != nullptr && known.ends == kBothEnds) {
+            if (whole || (known.holder != nullptr && known.ends == kBothEnds)) {
                 known.fresh = getRemappedId(id, next);
             }
         }
@@ -277,7 +286,7 @@ class ConstraintCarrier {
         }
         for (const ValueRef &id : mOrder) {
             const Carried &known = mCarried.at(id.get_ptr());
-            if (known.fresh && mCopyOf.count(known.holder) == 0) {
+            if (known.fresh && known.holder != nullptr && mCopyOf.count(known.holder) == 0) {
                 known.holder->setParam(A_SCHEDULE_CONSTRAINT_COUNT, count);
             }
         }
@@ -294,17 +303,21 @@ class ConstraintCarrier {
             return;
         }
         std::vector<ValueRef> kept;
-        forEachRecord(copy, [&](const TupleValue &record, const ValueRef &) {
-            if (const PureValueRef fresh = freshId(record.at(kRecordId))) {
-                kept.push_back(withElement(record, kRecordId, fresh));
+        for (const ValueRef &value : *records) {
+            const TupleValue *record = asRecord(value.get_ptr());
+            const PureValueRef fresh = record == nullptr ? PureValueRef() : freshId(record->at(kRecordId));
+            if (fresh) {
+                kept.push_back(withElement(*record, kRecordId, fresh));
+            } else if (record == nullptr) {
+                kept.push_back(value);
             }
-        });
+        }
         copy.setParam(A_SYNTH_SCHEDULE_CONSTRAINTS,
                       kept.empty() ? ValueRef() : ValueRef(TupleValue::get(std::move(kept), copy.getContext())));
     }
 
     void addRecordElsewhere(const Carried &known) {
-        if (!known.fresh || mCopyOf.count(known.holder) != 0) {
+        if (!known.fresh || known.holder == nullptr || mCopyOf.count(known.holder) != 0) {
             return;
         }
         std::vector<ValueRef> records = elementsOf(known.holder->findParam(A_SYNTH_SCHEDULE_CONSTRAINTS));
@@ -338,20 +351,23 @@ class ConstraintCarrier {
         return TupleValue::get(entry.at(kEntryKey), chain, from, to, mDestination.getContext());
     }
 
+    /// What cannot be read stays as it is, for the check to find.
     void rewriteCopied(Block &block) {
         for (const PointTable &table : kPointTables) {
-            const Value *old = block.findParam(*table.param);
+            const TupleValue *old = asTuple(block.findParam(*table.param));
             if (old == nullptr) {
                 continue;
             }
             std::vector<ValueRef> entries;
-            for (const ValueRef &value : elementsOf(old)) {
+            for (const ValueRef &value : *old) {
                 const TupleValue *entry = asEntry(value.get_ptr());
                 const PureValueRef chain =
                     entry == nullptr ? PureValueRef() : chainFor(entry->at(kEntryChain), block.getModel());
                 const ValueRef fresh = chain ? freshEntry(*entry, chain) : ValueRef();
                 if (fresh) {
                     entries.push_back(fresh);
+                } else if (entry == nullptr) {
+                    entries.push_back(value);
                 }
             }
             setEntries(block, *table.param, std::move(entries));
@@ -410,6 +426,8 @@ class ConstraintCarrier {
     std::vector<ValueRef> mOrder;
     std::unordered_map<std::pair<const Value *, const Model *>, PureValueRef, PairHash> mChains;
     std::vector<Block *> mBeside;
+    /// Whether every entry of the copies names an instance of theirs.
+    bool mAllHold = true;
 };
 
 } // namespace

@@ -36,6 +36,11 @@ ValueRef withAppended(const Value *tuple, const ValueRef &element, Context *cont
     return TupleValue::get(std::move(elements), context);
 }
 
+template <class End> const End &given(const End *end) {
+    ORVO_ASSERT(end != nullptr, "an end of a constraint is there");
+    return *end;
+}
+
 void restoreParam(Node &node, const StaticString &key, const ValueRef &value) {
     if (node.findParam(key) != value.get_ptr()) {
         node.setParam(key, value);
@@ -76,16 +81,16 @@ LatencyConstraintCreator &LatencyConstraintCreator::setPoint(State done, const B
 }
 
 LatencyConstraintCreator &LatencyConstraintCreator::from(const Port *port, const RefChain &refChain) {
-    return setPoint(FromDone, port->getBlock(), port->getName(), true, refChain);
+    return setPoint(FromDone, given(port).getBlock(), port->getName(), true, refChain);
 }
 LatencyConstraintCreator &LatencyConstraintCreator::from(const Wire *wire, const RefChain &refChain) {
-    return setPoint(FromDone, wire->getBlock(), wire->getName(), false, refChain);
+    return setPoint(FromDone, given(wire).getBlock(), wire->getName(), false, refChain);
 }
 LatencyConstraintCreator &LatencyConstraintCreator::to(const Port *port, const RefChain &refChain) {
-    return setPoint(ToDone, port->getBlock(), port->getName(), true, refChain);
+    return setPoint(ToDone, given(port).getBlock(), port->getName(), true, refChain);
 }
 LatencyConstraintCreator &LatencyConstraintCreator::to(const Wire *wire, const RefChain &refChain) {
-    return setPoint(ToDone, wire->getBlock(), wire->getName(), false, refChain);
+    return setPoint(ToDone, given(wire).getBlock(), wire->getName(), false, refChain);
 }
 
 LatencyConstraintCreator &LatencyConstraintCreator::relate(const StaticString &relation, int latency) {
