@@ -1,7 +1,8 @@
-// The verb "check": a design against the block catalogue, and its types.
+// The verb "check": a design against the block catalogue, its latency constraints, and its types.
 #include "driver/verbs.h"
 
 #include "driver/catalogue.h"
+#include "driver/constraints.h"
 #include "driver/files.h"
 #include "driver/progress.h"
 #include "driver/typefailures.h"
@@ -34,7 +35,10 @@ int check(const Arguments &arguments, Console &console) {
     progress.phase("reading");
     const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
     progress.phase("checking");
-    const std::vector<Finding> findings = checkDesign(*design, getBlocksInfo());
+    std::vector<Finding> findings = checkDesign(*design, getBlocksInfo());
+    for (Finding &finding : checkConstraints(*design)) {
+        findings.push_back(std::move(finding));
+    }
     progress.phase("inferring types");
     TypeFailures types(*design);
     progress.hide();
@@ -71,7 +75,8 @@ int check(const Arguments &arguments, Console &console) {
 } // namespace
 
 void addCheckVerb(CLI::App &app, VerbHost &host) {
-    CLI::App *verb = addVerb(app, "check", "Check a design against the block catalogue, and its types");
+    CLI::App *verb =
+        addVerb(app, "check", "Check a design against the block catalogue, its latency constraints, and its types");
     auto arguments = std::make_shared<Arguments>();
     verb->add_option("IN", arguments->input, "Design XML to read; - is standard input")->type_name("FILE");
     verb->add_option("--trace", arguments->traced,

@@ -113,7 +113,7 @@ has err "did you mean 'LUT4S_WEIGHT'?"
 run 0 blocks addBlock
 has out 'Output type: '
 lacks out 'The simulator knows'
-run 0 blocks firBlock
+run 0 blocks HybridFFTBlock
 has out 'The simulator knows no meaning of it.'
 run 0 blocks addBlock --json
 json out 'd["blocks"][0]["simulated"] is True'
