@@ -34,6 +34,9 @@ struct Loop {
     bool memory;
 };
 
+/// Blocks that searches may pass for each loop of the limit: in a tangle without delays, each search passes all of it.
+constexpr std::size_t kStepsPerLoop = 5000;
+
 /// Asks for all loops, and loses interest in a block once a loop through it was told: what is left has blocks that no
 /// loop has shown.
 class EveryLoop final : public EarlyCycleAnalysis {
@@ -41,19 +44,24 @@ class EveryLoop final : public EarlyCycleAnalysis {
     EveryLoop(std::vector<Loop> &loops, std::size_t limit) : mLoops(loops), mLimit(limit) {}
 
     void startAt(const Model &root) { mRoot = &root; }
-    /// Whether the limit kept a block from being looked at.
+    /// Whether the limit kept no block from being looked at.
     bool isComplete() const { return mIsComplete; }
 
     bool isJanusBlock(const Block *block) const override {
         if (mShown.count(block) != 0) {
             return false;
         }
-        mIsComplete = mIsComplete && mLoops.size() < mLimit;
-        return mLoops.size() < mLimit;
+        const bool goesOn = mLoops.size() < mLimit && mSteps < mLimit * kStepsPerLoop;
+        mIsComplete = mIsComplete && goesOn;
+        return goesOn;
     }
     bool furtherAnalysis() const override { return true; }
     bool isBlockSalient(const Block *) const override { return true; }
     bool preventsFurtherAnalysis(const Block *) const override { return false; }
+    int getSlackDelay(const Block *block) const override {
+        ++mSteps;
+        return EarlyCycleAnalysis::getSlackDelay(block);
+    }
     void worstSlackPath(const std::vector<const Block *> &path, int slack) override {
         mShown.insert(path.begin(), path.end());
         const EarlyCycleLSUAnalysis memories;
@@ -68,6 +76,7 @@ class EveryLoop final : public EarlyCycleAnalysis {
     const Model *mRoot = nullptr;
     std::unordered_set<const Block *> mShown;
     mutable bool mIsComplete = true;
+    mutable std::size_t mSteps = 0;
 };
 
 std::string typeOf(const Block &block) { return block.type() != nullptr ? block.type()->toString() : ""; }
@@ -141,9 +150,9 @@ void addLoopsVerb(CLI::App &app, VerbHost &host) {
     CLI::App *verb = addVerb(app, "loops", "Show the feedback loops of a design and the delay in them");
     auto arguments = std::make_shared<Arguments>();
     verb->add_option("IN", arguments->input, "Design XML to read; - is standard input")->type_name("FILE");
-    verb->add_option("--limit", arguments->limit, "Show no more loops than that (1000)")
+    verb->add_option("--limit", arguments->limit, "Show no more loops than that, and search in proportion (1000)")
         ->type_name("N")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(1, 1000000000));
     verb->callback(
         [&host, arguments] { host.action = [&host, arguments] { return loops(*arguments, host.console); }; });
 }

@@ -51,4 +51,21 @@ json out 'len(d["loops"]) == 2 and not d["complete"]'
 run 0 loops loops.xml --limit 3 --json
 json out 'd["complete"]'
 run 2 loops loops.xml --limit 0
+
+# The limit bounds the search, too: each one in a long ring without delay passes all of it.
+python3 -c 'import sys
+count = 12000
+with open("ring.xml", "w") as f:
+    f.write("<kelmar xmlns=\"%s\"><design version=\"1.2\"><model name=\"top\">\n" % sys.argv[1])
+    for i in range(count):
+        f.write("<block name=\"b%d\"><param name=\"blockType\">addBlock</param><param name=\"0\">[/top/b%d/primWireOut]"
+                "</param><param name=\"1\">[/top/d%d/primWireOut]</param><wire name=\"primWireOut\"/></block>\n"
+                % (i, (i + count - 1) % count, i))
+        f.write("<block name=\"d%d\"><param name=\"blockType\">delayBlock</param><param name=\"delayLength\">1</param>"
+                "<param name=\"0\">[/top/b%d/primWireOut]</param><wire name=\"primWireOut\"/></block>\n" % (i, i))
+    f.write("</model></design></kelmar>\n")' "$namespace"
+run 0 loops ring.xml --limit 2 --json
+json out 'not d["complete"] and [(len(l["blocks"]), l["slack"]) for l in d["loops"]] == [(12000, 0)]'
+run 0 loops ring.xml --limit 20 --json
+json out 'not d["complete"] and [(len(l["blocks"]), l["slack"]) for l in d["loops"][:2]] == [(12000, 0), (2, 1)]'
 run 2 loops
