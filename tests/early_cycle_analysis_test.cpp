@@ -361,6 +361,14 @@ TEST_F(AdderFeedback, endsAtDelaysThatMayChange) {
     EXPECT_FALSE(suppresses());
 }
 
+TEST_F(AdderFeedback, demandsTheLengthOfADelay) {
+    EarlyCycleAdderAnalysis analysis;
+    EXPECT_EQ(analysis.getSlackDelay(&wait), 1);
+    EXPECT_EQ(analysis.getSlackDelay(&adder), 0);
+    wait.setParam(A_DELAY_LENGTH, value("long"));
+    EXPECT_EXIT(analysis.getSlackDelay(&wait), ::testing::ExitedWithCode(1), "delayLength.valid\\(\\)");
+}
+
 TEST_F(AdderFeedback, endsAtOtherAdders) {
     Block &other = make(top, "other", A_SUB_BLOCK);
     ring({&adder, &other, &shift, &wait});

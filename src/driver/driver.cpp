@@ -120,6 +120,7 @@ void addVerbs(CLI::App &app, VerbHost &host) {
     addCheckVerb(app, host);
     addStatVerb(app, host);
     addTypesVerb(app, host);
+    addLoopsVerb(app, host);
     addSimVerb(app, host);
     addEquivVerb(app, host);
     addGenVerb(app, host);

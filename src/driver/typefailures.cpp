@@ -1,11 +1,11 @@
 // Missing types in the words of the library's reports, with the list of what is missing behind them.
 #include "driver/typefailures.h"
 
+#include "driver/designroots.h"
 #include "driver/suggest.h"
 
 #include <orvo/block.h>
 #include <orvo/design.h>
-#include <orvo/staticstrings.h>
 #include <orvo/typeinferdebug.h>
 #include <orvo/typeinferpass.h>
 #include <orvo/wire.h>
@@ -18,20 +18,6 @@
 namespace orvo::driver {
 
 namespace {
-
-std::vector<const Model *> rootsOf(const Design &design) {
-    std::vector<const Model *> marked;
-    std::vector<const Model *> tops;
-    for (const Model &model : design) {
-        if (model[A_SYNTH_OUTPUT_MODE]) {
-            marked.push_back(&model);
-        }
-        if (model.getParentBlocks().empty()) {
-            tops.push_back(&model);
-        }
-    }
-    return marked.empty() ? tops : marked;
-}
 
 std::string pathOf(const BlockLocationSpec &location) {
     return location.instance->path->str() + "/" + location.block->getName()->toString();
@@ -65,7 +51,7 @@ Json toJson(const CauseSpec &cause) {
 } // namespace
 
 struct TypeFailures::Impl {
-    explicit Impl(const Design &checked) : debug(types, rootsOf(checked)) { debug.locations(); }
+    explicit Impl(const Design &checked) : debug(types, designRoots(checked)) { debug.locations(); }
 
     struct Trace {
         std::string block;

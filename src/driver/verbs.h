@@ -28,6 +28,7 @@ void addCheckVerb(CLI::App &app, VerbHost &host);
 void addStatVerb(CLI::App &app, VerbHost &host);
 void addEquivVerb(CLI::App &app, VerbHost &host);
 void addGenVerb(CLI::App &app, VerbHost &host);
+void addLoopsVerb(CLI::App &app, VerbHost &host);
 void addSimVerb(CLI::App &app, VerbHost &host);
 void addTypesVerb(CLI::App &app, VerbHost &host);
 void addPassesVerb(CLI::App &app, VerbHost &host);

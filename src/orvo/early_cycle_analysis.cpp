@@ -108,7 +108,7 @@ class DependencyGraph {
             append(tree.getDriverWire(instance, *point.port));
         } else if (point.wire != nullptr) {
             append(tree.getSource(instance, *point.wire));
-        } else if (analysis.isJanusBlock(point.block) || !analysis.preventsFurtherAnalysis(point.block)) {
+        } else if (!analysis.preventsFurtherAnalysis(point.block) || analysis.isJanusBlock(point.block)) {
             // The ports of a block are numbered behind it.
             for (std::uint32_t port = 1; port <= point.block->port_size(); ++port) {
                 append(number + port);

@@ -102,15 +102,13 @@ struct FailedModel {
 };
 
 /// Models from the top down.
-struct ModelPathCompare {
-    bool operator()(const ModelInstance *a, const ModelInstance *b) const {
-        if (a->chain.size() != b->chain.size()) {
-            return a->chain.size() < b->chain.size();
-        }
-        const int order = a->path->str().compare(b->path->str());
-        return order != 0 ? order < 0 : std::less<>()(a, b);
+bool modelPathCompare(const ModelInstance *a, const ModelInstance *b) {
+    if (a->chain.size() != b->chain.size()) {
+        return a->chain.size() < b->chain.size();
     }
-};
+    const int order = a->path->str().compare(b->path->str());
+    return order != 0 ? order < 0 : std::less<>()(a, b);
+}
 
 } // namespace
 
@@ -477,7 +475,7 @@ struct TypeInferDebug::TypeInferDebugImpl {
     bool examined = false;
     std::deque<Instance> instances;
     std::unordered_map<const Model *, const Instance *> rootInstances;
-    std::set<const ModelInstance *, ModelPathCompare> modelPaths;
+    std::set<const ModelInstance *, decltype(&modelPathCompare)> modelPaths{&modelPathCompare};
     std::unordered_map<const ModelInstance *, std::unique_ptr<FailedModel>> failures;
     std::vector<const BlockLocationSpec *> locations;
     std::vector<const CauseSpec *> causes;
