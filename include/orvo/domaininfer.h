@@ -183,7 +183,8 @@ class ORVO_API DomainInference {
 
     DomainInference() = delete;
     /// The domains below all output roots of the design. Of two domains that meet at a point, the one with the shorter
-    /// way stands, or the lesser one if both are equally long; the other is reported, once a point.
+    /// way stands; of equally long ways that which goes along nets before it goes through blocks; of equal ways the
+    /// lesser domain. Each other domain is reported once a point.
     static DomainAnalysisInfo inferDomains(const Design &design, const InferenceModifier &modifier);
     /// The same below the given models, whatever they are.
     static DomainAnalysisInfo inferDomains(const std::vector<const Model *> &roots, const InferenceModifier &modifier);

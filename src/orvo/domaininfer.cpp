@@ -1,6 +1,8 @@
 // The flow of domains: from the signposts outward, step by step, each point changing at most once. In each step domains
-// flow along nets and across the edges of models first, then through blocks. Those of one step are taken in the order
-// of their domains, so that what stands where two of them meet depends on nothing but the design's structure.
+// flow along nets and across the edges of models first, then through blocks. Points are taken in the order in which
+// they were reached, and at the start in the order of their domains: so the points of equally long ways stand in the
+// order of the kinds of their steps and then of their domains, and what stands where two domains meet depends on
+// nothing but the design's structure.
 #include <orvo/domaininfer.h>
 
 #include "orvo/domainsignposts.h"
@@ -166,15 +168,8 @@ class DomainInferencer {
             for (const Reached &reached : mPoints) {
                 propagateConnections(reached);
             }
-            const auto connected = static_cast<std::ptrdiff_t>(mNext.size());
             for (const Reached &reached : mPoints) {
                 propagateInBlock(reached);
-            }
-            // Each half follows the order of the points that it came from.
-            const auto before = [](const Reached &a, const Reached &b) { return a.domain < b.domain; };
-            const auto middle = mNext.begin() + connected;
-            if (middle != mNext.begin() && middle != mNext.end() && before(*middle, middle[-1])) {
-                std::inplace_merge(mNext.begin(), middle, mNext.end(), before);
             }
             mPoints.swap(mNext);
         }
