@@ -151,7 +151,8 @@ class ScheduledModelDomainsTest : public DomainHandlers {
     /// A handle with these domains and, behind, options.
     std::string handle(const std::string &domains, const std::string &options = "") {
         return "(scheduledModelHandleTag note (scheduledModelPortlistTag () ()) (scheduledModelTypesTag () ()) " +
-               domains + " (scheduledModelTimestepsTag () ()) () () (0 0 ())" + options + ")";
+               domains + " (scheduledModelTimestepsTag () ()) (unrollMappingsTag) (unrollMappingsTag) (0 0 ())" +
+               options + ")";
     }
     const std::string kDomains = "(scheduledModelDomainsTag ((a red) (b blue) (gone red)) ((y green)))";
     const std::string kOriginal =
@@ -182,7 +183,8 @@ TEST_F(ScheduledModelDomainsTest, areNoneOfAValueThatIsNoHandle) {
     Block &block = blockWith(A_SCHEDULED_MODEL_BLOCK, {"a"}, {"y"});
     for (const std::string &text :
          {std::string("red"), std::string("()"), handle("red"), handle("(scheduledModelDomainsTag ((a red)))"),
-          handle("(scheduledModelTypesTag ((a red)) ())"), handle("(scheduledModelDomainsTag red (y))"),
+          handle("(scheduledModelTypesTag ((a red)) ())"), handle("(scheduledModelDomainsTag ((a red)) red)"),
+          handle("(scheduledModelDomainsTag ((a red) (b)) ())"),
           handle("(scheduledModelDomainsTag ((a red)) ())", " 1 2 3 4 5"), "(note " + kDomains + ")"}) {
         block.setParam(A_SCHEDULED_MODEL_VALUE, any(text));
         EXPECT_EQ(settled(block), "") << text;

@@ -8,6 +8,7 @@
 #include <orvo/wire.h>
 
 #include <algorithm>
+#include <map>
 
 namespace orvo::internal {
 
@@ -20,7 +21,7 @@ template <class End> std::vector<DomainPoint> pointOf(const End *end, const Doma
 }
 
 /// The domains at the boundary of a scheduled model, out of its handle's value: of the ports as they are or, where the
-/// signals were taken apart, as they were.
+/// signals were taken apart, as they were. None of a value of another form.
 class BoundaryDomains {
   public:
     BoundaryDomains(const ValueRef &handle, bool original) {
@@ -38,26 +39,35 @@ class BoundaryDomains {
                 domains = pureTupleVR(tuple->at(i + 1));
             }
         }
-        if (domains && domains->size() == 3 && domains->at(0) == A_SCHEDULED_MODEL_DOMAINS_TAG) {
-            mInputs = pureTupleVR(domains->at(1));
-            mOutputs = pureTupleVR(domains->at(2));
+        const bool hasForm = domains && domains->size() == 3 && domains->at(0) == A_SCHEDULED_MODEL_DOMAINS_TAG;
+        if (!hasForm || !read(domains->at(1), mInputs) || !read(domains->at(2), mOutputs)) {
+            mInputs.clear();
+            mOutputs.clear();
         }
     }
-    /// Visits the name and the domain of each.
-    template <class Visit> void forInputs(Visit visit) const { forPairs(mInputs, visit); }
-    template <class Visit> void forOutputs(Visit visit) const { forPairs(mOutputs, visit); }
+    /// Null for an unknown name.
+    PureValueRef getInputPortDomain(const PureValueRef &name) const { return find(mInputs, name); }
+    PureValueRef getOutputPortDomain(const PureValueRef &name) const { return find(mOutputs, name); }
 
   private:
-    template <class Visit> static void forPairs(const PureTupleValueRef &pairs, Visit visit) {
+    using PortMap = std::map<PureValueRef, PureValueRef>;
+    static bool read(const PureValueRef &value, PortMap &ports) {
+        const PureTupleValueRef pairs = pureTupleVR(value);
         for (std::size_t i = 0; pairs && i < pairs->size(); ++i) {
             const PureTupleValueRef pair = pureTupleVR(pairs->at(i));
-            if (pair && pair->size() == 2) {
-                visit(pair->at(0), pair->at(1));
+            if (!pair || pair->size() != 2) {
+                return false;
             }
+            ports[pair->at(0)] = pair->at(1);
         }
+        return static_cast<bool>(pairs);
     }
-    PureTupleValueRef mInputs;
-    PureTupleValueRef mOutputs;
+    static PureValueRef find(const PortMap &ports, const PureValueRef &name) {
+        const auto found = ports.find(name);
+        return found == ports.end() ? PureValueRef() : found->second;
+    }
+    PortMap mInputs;
+    PortMap mOutputs;
 };
 
 struct ChannelPair {
@@ -94,16 +104,16 @@ Settled ScheduledModelDomainHandler::inferStatic(const Block &block, unsigned lo
     Settled settled;
     const bool original = block[A_SCHEDULED_MODEL_ORIGINAL_TYPES] == A_TRUE;
     const BoundaryDomains domains(block.getParam(A_SCHEDULED_MODEL_VALUE), original);
-    domains.forInputs([&](const PureValueRef &name, const PureValueRef &domain) {
-        if (const Port *port = block.getPort(name)) {
-            settled.emplace_back(DomainPoint(*port, refChainId), domain);
+    for (const Port &port : block.ports()) {
+        if (const PureValueRef domain = domains.getInputPortDomain(port.getName())) {
+            settled.emplace_back(DomainPoint(port, refChainId), domain);
         }
-    });
-    domains.forOutputs([&](const PureValueRef &name, const PureValueRef &domain) {
-        if (const Wire *wire = block.getWire(name)) {
-            settled.emplace_back(DomainPoint(*wire, refChainId), domain);
+    }
+    for (const Wire &wire : block) {
+        if (const PureValueRef domain = domains.getOutputPortDomain(wire.getName())) {
+            settled.emplace_back(DomainPoint(wire, refChainId), domain);
         }
-    });
+    }
     return settled;
 }
 
