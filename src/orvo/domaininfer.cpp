@@ -13,6 +13,7 @@
 #include <orvo/design.h>
 #include <orvo/limits.h>
 #include <orvo/logging.h>
+#include <orvo/modelkinds.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
@@ -59,8 +60,6 @@ bool DomainInference::DefaultInferenceModifier::accept(const Model &) const { re
 bool DomainInference::DefaultInferenceModifier::crossModelBoundary(const Model &, const Model &) const { return true; }
 
 namespace {
-
-bool holdsSchedule(const Model &model) { return model.getParam(A_SYNTH_CIRCUIT_TIMED) == A_TRUE; }
 
 /// What is looked up of a model once, however many instances it has.
 struct ModelScan {
@@ -138,10 +137,10 @@ void walkInstances(const Model &top, unsigned long topId, ModelScans &scans, Ref
 
 } // namespace
 
-bool DomainInference::UnscheduledInferenceModifier::accept(const Model &model) const { return !holdsSchedule(model); }
+bool DomainInference::UnscheduledInferenceModifier::accept(const Model &model) const { return !isScheduledModel(model); }
 
 bool DomainInference::UnscheduledInferenceModifier::crossModelBoundary(const Model &, const Model &to) const {
-    return !holdsSchedule(to);
+    return !isScheduledModel(to);
 }
 
 class DomainInferencer {
