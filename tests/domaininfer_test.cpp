@@ -4,6 +4,8 @@
 #include "support/domainrig.h"
 #include "support/invariants.h"
 
+#include <orvo/domainboundary.h>
+
 namespace orvo {
 namespace {
 
@@ -263,6 +265,26 @@ TEST_F(DomainParsing, readsATreeOfModelsEachModelOnce) {
     EXPECT_EQ(all.at(&below).begin()->second.domain, value("blue"));
     EXPECT_EQ(all.at(&top).at(DomainPoint(*w, 0)).domain, value("red"));
     EXPECT_EQ(messages.lines, Lines{"BAD_DOMAIN_BOUNDARY_SPEC boundarySpec=nonsense modelName=below"});
+}
+
+TEST_F(DomainParsing, readsWhatTheCreatorOfBoundariesWrites) {
+    const Block &reader = *top.getBlock(value("b"));
+    DomainBoundaryCreator red(design, value("red"));
+    red.start(w);
+    red.stop(reader.getPort(value("0")));
+    DomainBoundaryCreator blue(design, value("blue"));
+    blue.start(reader.getPort(value("1")));
+    blue.stop(reader.getWire(value("w")));
+    const auto parsed = DomainInference::parseScheduledDomainsParameter(top);
+    ASSERT_EQ(parsed.begins.size(), 2U);
+    ASSERT_EQ(parsed.ends.size(), 2U);
+    EXPECT_EQ(parsed.begins[0].point, DomainPoint(*w, 0));
+    EXPECT_EQ(parsed.begins[1].point, DomainPoint(*reader.getPort(value("1")), 0));
+    EXPECT_EQ(parsed.begins[1].domain, value("blue"));
+    EXPECT_EQ(parsed.ends[0].point, DomainPoint(*reader.getPort(value("0")), 0));
+    EXPECT_EQ(parsed.ends[0].domain, value("red"));
+    EXPECT_EQ(parsed.ends[1].point, DomainPoint(*reader.getWire(value("w")), 0));
+    EXPECT_EQ(messages.lines, Lines());
 }
 
 class DomainFlow : public test::DomainRig {};

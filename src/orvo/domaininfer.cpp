@@ -137,7 +137,9 @@ void walkInstances(const Model &top, unsigned long topId, ModelScans &scans, Ref
 
 } // namespace
 
-bool DomainInference::UnscheduledInferenceModifier::accept(const Model &model) const { return !isScheduledModel(model); }
+bool DomainInference::UnscheduledInferenceModifier::accept(const Model &model) const {
+    return !isScheduledModel(model);
+}
 
 bool DomainInference::UnscheduledInferenceModifier::crossModelBoundary(const Model &, const Model &to) const {
     return !isScheduledModel(to);
