@@ -25,6 +25,8 @@ const std::map<std::string, std::string> &coveredBy() {
         {"deadmodelpass", "deadblockpass"},
         {"design", "model"},
         {"diagnostics", "utilsmall"},
+        {"domainanalysis", "domaininfer"},
+        {"domainsignposts", "domaininfer"},
         {"elideterminalpass", "deadblockpass"},
         {"elideunpackpass", "deadblockpass"},
         {"emit", "simulator"},

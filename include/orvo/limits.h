@@ -31,7 +31,7 @@ inline constexpr std::size_t kXmlDepth = 256;
 inline constexpr std::size_t kXmlAttributes = 64;
 /// Bytes of one line in the block catalogue.
 inline constexpr std::size_t kCatalogueLineBytes = std::size_t{1} << 16;
-/// Instances of models whose types are inferred; a short design may stand for any number of them.
+/// Instances of models whose types or domains are inferred; a short design may stand for any number of them.
 inline constexpr std::size_t kTypeInstances = std::size_t{1} << 22;
 /// Bytes of a pass list's text.
 inline constexpr std::size_t kPassTextBytes = std::size_t{1} << 20;

@@ -5,6 +5,7 @@
 #include "driver/suggest.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <csignal>
@@ -115,12 +116,21 @@ CLI::App *addVerb(CLI::App &app, const char *name, const char *description) {
     return verb;
 }
 
+void refuseName(const char *what, const std::string &name, const std::vector<std::string> &known, Console &console) {
+    std::string reason = fmt::format("the design has no {} '{}'", what, name);
+    if (const std::string near = suggest(name, known); !near.empty()) {
+        reason += fmt::format(": did you mean '{}'?", near);
+    }
+    console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", reason}});
+}
+
 void addVerbs(CLI::App &app, VerbHost &host) {
     addOptVerb(app, host);
     addCheckVerb(app, host);
     addStatVerb(app, host);
     addTypesVerb(app, host);
     addLoopsVerb(app, host);
+    addDomainsVerb(app, host);
     addSimVerb(app, host);
     addEquivVerb(app, host);
     addGenVerb(app, host);

@@ -4,7 +4,6 @@
 #include "driver/files.h"
 #include "driver/jsontext.h"
 #include "driver/progress.h"
-#include "driver/suggest.h"
 #include "driver/typetable.h"
 
 #include <orvo/context.h>
@@ -55,15 +54,6 @@ Json toJson(const std::vector<TypeRow> &rows, const std::string &input) {
     return json;
 }
 
-[[noreturn]] void refuse(Console &console, const char *what, const std::string &name,
-                         const std::vector<std::string> &known) {
-    std::string reason = fmt::format("the design has no {} '{}'", what, name);
-    if (const std::string near = suggest(name, known); !near.empty()) {
-        reason += fmt::format(": did you mean '{}'?", near);
-    }
-    console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", reason}});
-}
-
 int types(const Arguments &arguments, Console &console) {
     if (arguments.input.empty()) {
         console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
@@ -79,10 +69,10 @@ int types(const Arguments &arguments, Console &console) {
     const TypeTable table = collectTypes(*design, filter);
     progress.hide();
     if (!table.anyChosen && !filter.instance.empty()) {
-        refuse(console, "instance", filter.instance, table.instances);
+        refuseName("instance", filter.instance, table.instances, console);
     }
     if (!table.anyChosen && !filter.model.empty()) {
-        refuse(console, "model", filter.model, table.models);
+        refuseName("model", filter.model, table.models, console);
     }
     console.emit(console.json() ? documentText(toJson(table.rows, arguments.input)) : text(table.rows));
     return kFine;

@@ -31,6 +31,7 @@ void addGenVerb(CLI::App &app, VerbHost &host);
 void addLoopsVerb(CLI::App &app, VerbHost &host);
 void addSimVerb(CLI::App &app, VerbHost &host);
 void addTypesVerb(CLI::App &app, VerbHost &host);
+void addDomainsVerb(CLI::App &app, VerbHost &host);
 void addPassesVerb(CLI::App &app, VerbHost &host);
 void addBlocksVerb(CLI::App &app, VerbHost &host);
 void addFeaturesVerb(CLI::App &app, VerbHost &host);
@@ -40,6 +41,10 @@ void addCompletionVerb(CLI::App &app, VerbHost &host);
 
 /// A verb with the option --json, which every verb has.
 CLI::App *addVerb(CLI::App &app, const char *name, const char *description);
+
+/// Ends the verb because the design has no such thing of that name.
+[[noreturn]] void refuseName(const char *what, const std::string &name, const std::vector<std::string> &known,
+                             Console &console);
 
 /// The names that arguments may have, in the order of their lists. The library must be started for passes and blocks.
 std::vector<std::string> passNames();

@@ -3,6 +3,7 @@
 #include "orvo/initimpl.h"
 
 #include "orvo/deadblockhandlers.h"
+#include "orvo/domainhandlers.h"
 #include "orvo/passtable.h"
 #include "orvo/portordering.h"
 #include "orvo/typerules.h"
@@ -31,6 +32,7 @@ BlocksInfo *gCatalogue = nullptr;
 void initialiseModule(Context *context, BlockModule module, std::initializer_list<std::span<const TypeRuleRow>> rules) {
     ContextMgr guard(context);
     registerDeadBlockHandlers(context, module);
+    registerDomainHandlers(context, module);
     for (const std::span<const TypeRuleRow> rows : rules) {
         registerTypeRules(context, rows);
     }

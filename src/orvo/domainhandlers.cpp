@@ -1,0 +1,174 @@
+// The handlers, and the table of the block types that have one. A type that is not in the table lies in one domain.
+#include "orvo/domainhandlers.h"
+
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/corevalues.h>
+#include <orvo/staticstrings.h>
+#include <orvo/wire.h>
+
+#include <algorithm>
+#include <map>
+
+namespace orvo::internal {
+
+namespace {
+
+using Settled = std::vector<std::pair<DomainPoint, PureValueRef>>;
+
+template <class End> std::vector<DomainPoint> pointOf(const End *end, const DomainPoint &given) {
+    return end == nullptr ? std::vector<DomainPoint>() : std::vector{DomainPoint(*end, given.refChainId())};
+}
+
+/// The domains at the boundary of a scheduled model, out of its handle's value: of the ports as they are or, where the
+/// signals were taken apart, as they were. None of a value of another form.
+class BoundaryDomains {
+  public:
+    BoundaryDomains(const ValueRef &handle, bool original) {
+        constexpr std::size_t kDomains = 4;
+        constexpr std::size_t kFirstOption = 9;
+        constexpr std::size_t kMost = 13;
+        const PureTupleValueRef tuple = pureTupleVR(handle);
+        if (!tuple || tuple->size() < kFirstOption || tuple->size() > kMost ||
+            !(tuple->at(0) == A_SCHEDULED_MODEL_HANDLE_TAG)) {
+            return;
+        }
+        PureTupleValueRef domains = original ? PureTupleValueRef() : pureTupleVR(tuple->at(kDomains));
+        for (std::size_t i = kFirstOption; original && i + 1 < tuple->size(); i += 2) {
+            if (tuple->at(i) == A_SCHEDULED_MODEL_HANDLE_ORIGINALDOMAINS_TAG) {
+                domains = pureTupleVR(tuple->at(i + 1));
+            }
+        }
+        const bool hasForm = domains && domains->size() == 3 && domains->at(0) == A_SCHEDULED_MODEL_DOMAINS_TAG;
+        if (!hasForm || !read(domains->at(1), mInputs) || !read(domains->at(2), mOutputs)) {
+            mInputs.clear();
+            mOutputs.clear();
+        }
+    }
+    /// Null for an unknown name.
+    PureValueRef getInputPortDomain(const PureValueRef &name) const { return find(mInputs, name); }
+    PureValueRef getOutputPortDomain(const PureValueRef &name) const { return find(mOutputs, name); }
+
+  private:
+    using PortMap = std::map<PureValueRef, PureValueRef>;
+    static bool read(const PureValueRef &value, PortMap &ports) {
+        const PureTupleValueRef pairs = pureTupleVR(value);
+        for (std::size_t i = 0; pairs && i < pairs->size(); ++i) {
+            const PureTupleValueRef pair = pureTupleVR(pairs->at(i));
+            if (!pair || pair->size() != 2) {
+                return false;
+            }
+            ports[pair->at(0)] = pair->at(1);
+        }
+        return static_cast<bool>(pairs);
+    }
+    static PureValueRef find(const PortMap &ports, const PureValueRef &name) {
+        const auto found = ports.find(name);
+        return found == ports.end() ? PureValueRef() : found->second;
+    }
+    PortMap mInputs;
+    PortMap mOutputs;
+};
+
+struct ChannelPair {
+    const StaticString *port;
+    const StaticString *wire;
+};
+constexpr ChannelPair kChannelPairs[] = {
+    {&A_PORT_PACKET_BEGIN, &A_WIRE_PACKET_BEGIN},
+    {&A_PORT_VALID, &A_WIRE_VALID},
+    {&A_PORT_CHANNEL, &A_WIRE_CHANNEL},
+};
+
+} // namespace
+
+std::vector<DomainPoint> PassthroughDomainHandler::propagateFromPoint(const DomainPoint &point) const {
+    const Block &block = *point.block();
+    return point.isPort() ? pointOf(block.getWire(point.name()), point) : pointOf(block.getPort(point.name()), point);
+}
+
+std::vector<DomainPoint> IndependentPortsDomainHandler::propagateFromPoint(const DomainPoint &) const { return {}; }
+
+std::vector<DomainPoint> ChannelBoundaryDomainHandler::propagateFromPoint(const DomainPoint &point) const {
+    const Block &block = *point.block();
+    const PureValueRef name = point.name();
+    const auto *pair = std::find_if(std::begin(kChannelPairs), std::end(kChannelPairs), [&](const ChannelPair &one) {
+        return name == (point.isPort() ? *one.port : *one.wire);
+    });
+    const bool isPair = pair != std::end(kChannelPairs);
+    return point.isPort() ? pointOf(block.getWire(isPair ? PureValueRef(*pair->wire) : name), point)
+                          : pointOf(block.getPort(isPair ? PureValueRef(*pair->port) : name), point);
+}
+
+Settled ScheduledModelDomainHandler::inferStatic(const Block &block, unsigned long refChainId) const {
+    Settled settled;
+    const bool original = block[A_SCHEDULED_MODEL_ORIGINAL_TYPES] == A_TRUE;
+    const BoundaryDomains domains(block.getParam(A_SCHEDULED_MODEL_VALUE), original);
+    for (const Port &port : block.ports()) {
+        if (const PureValueRef domain = domains.getInputPortDomain(port.getName())) {
+            settled.emplace_back(DomainPoint(port, refChainId), domain);
+        }
+    }
+    for (const Wire &wire : block) {
+        if (const PureValueRef domain = domains.getOutputPortDomain(wire.getName())) {
+            settled.emplace_back(DomainPoint(wire, refChainId), domain);
+        }
+    }
+    return settled;
+}
+
+std::vector<DomainPoint> ScheduledModelDomainHandler::propagateFromPoint(const DomainPoint &) const { return {}; }
+
+Settled StallValidConnectorDomainPropagationHandler::inferStatic(const Block &block, unsigned long refChainId) const {
+    Settled settled;
+    for (const Wire &wire : block) {
+        settled.emplace_back(DomainPoint(wire, refChainId), A_SCHEDULE_DOMAIN_IGNORE);
+    }
+    return settled;
+}
+
+std::vector<DomainPoint> StallValidConnectorDomainPropagationHandler::propagateFromPoint(const DomainPoint &) const {
+    return {};
+}
+
+namespace {
+
+template <class Handler> const DomainPropagationHandler *make() { return new Handler; }
+
+struct Row {
+    const StaticString *type;
+    BlockModule module;
+    const DomainPropagationHandler *(*make)();
+};
+
+// clang-format off
+constexpr Row kRows[] = {
+    {&A_INPUT_BLOCK,                 BlockModule::Common, make<IndependentPortsDomainHandler>},
+    {&A_OUTPUT_BLOCK,                BlockModule::Common, make<IndependentPortsDomainHandler>},
+    {&A_MODEL_BLOCK,                 BlockModule::Common, make<IndependentPortsDomainHandler>},
+    {&A_SIGNAL_IN_BLOCK,             BlockModule::Common, make<PassthroughDomainHandler>},
+    {&A_SIGNAL_OUT_BLOCK,            BlockModule::Common, make<PassthroughDomainHandler>},
+    {&A_CHANNEL_IN_BLOCK,            BlockModule::Common, make<ChannelBoundaryDomainHandler>},
+    {&A_CHANNEL_OUT_BLOCK,           BlockModule::Common, make<ChannelBoundaryDomainHandler>},
+    {&A_TERMINAL_BLOCK,              BlockModule::Common, make<PassthroughDomainHandler>},
+    {&A_BOUNDARY_BLOCK,              BlockModule::Common, make<PassthroughDomainHandler>},
+    {&A_TYPE_PIN_BLOCK,              BlockModule::Prim,   make<IndependentPortsDomainHandler>},
+    {&A_BUS_IN_BLOCK,                BlockModule::Bus,    make<PassthroughDomainHandler>},
+    {&A_EXT_IFACE_BLOCK,             BlockModule::Misc,   make<IndependentPortsDomainHandler>},
+    {&A_HIDDEN_IFACE_BLOCK,          BlockModule::Misc,   make<IndependentPortsDomainHandler>},
+    {&A_SCHEDULED_MODEL_BLOCK,       BlockModule::Misc,   make<ScheduledModelDomainHandler>},
+    {&A_STALLVALID_CONNECTOR_BLOCK,  BlockModule::Misc,   make<StallValidConnectorDomainPropagationHandler>},
+};
+// clang-format on
+
+} // namespace
+
+void registerDomainHandlers(Context *context, BlockModule module) {
+    for (const Row &row : kRows) {
+        if (row.module == module) {
+            context->getBlockClass(*row.type)->registerHandler<DomainPropagationHandler>(row.make());
+        }
+    }
+}
+
+} // namespace orvo::internal
