@@ -103,6 +103,8 @@ class ORVO_API Simulator {
     std::vector<std::uint64_t> unknownProbe(std::size_t probe) const;
     /// Whether anything in the design can be unknown, and that is tracked.
     bool tracksUnknown() const;
+    /// Whether anything unknown can reach an output at all.
+    bool outputMayBeUnknown(std::size_t output) const;
     /// How often the design runs at once, and what an output was in one of these runs. In the first, unknown bits are
     /// zero.
     std::size_t runs() const;

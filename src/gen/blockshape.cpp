@@ -193,6 +193,22 @@ const OpenParam kOpenParams[] = {
     {&A_VSPLIT_LAYOUT, splitLayout},
     {&A_TYPE_PIN_TYPE, seldomType},
     {&A_POLYNOMIAL_DATA, coefficients},
+    {&A_FIR_INPUT_RATE, integer<1, 1>},
+    {&A_FIR_CHANNEL_COUNT, integer<1, 1>},
+    {&A_FIR_COEFS, coefficients},
+    {&A_FIR_DECIM_FACTOR, integer<1, 3>},
+    {&A_CIC_INPUT_RATE, integer<1, 1>},
+    {&A_CIC_RATE_FACTOR, integer<1, 4>},
+    {&A_CIC_STAGE_COUNT, integer<1, 3>},
+    {&A_CIC_CHANNEL_COUNT, integer<1, 1>},
+    {&A_CIC_DELAY_COUNT, integer<1, 2>},
+    {&A_NCO_ACCUM_BIT_COUNT, integer<4, 16>},
+    {&A_NCO_OUTPUT_RATE, integer<1, 1>},
+    {&A_NCO_OUTPUT_TYPE, scalarType},
+    {&A_MIXER_INPUT_RATE, integer<1, 1>},
+    {&A_MIXER_CHANNEL_COUNT, integer<1, 1>},
+    {&A_MIXER_FREQ_COUNT, integer<1, 1>},
+    {&A_SCALE_OUTPUT_TYPE, scalarType},
     {&A_ACC_LSB, integer<-12, -2>},
     {&A_ACC_MSB, integer<3, 8>},
     {&A_ACC_MAXMSB, integer<1, 5>},
@@ -215,6 +231,7 @@ const Apart kApart[] = {
     {&A_SARNET_ST_SINK_BLOCK, "gets its types from the pass that makes it"},
     {&A_SARNET_ST_SINK_IN_BLOCK, "gets its types from the pass that makes it"},
     {&A_SARNET_ST_SOURCE_BLOCK, "gets its types from the pass that makes it"},
+    {&A_NCO_BLOCK, "tells the types of its inputs"},
     {&A_BUS_IN_BLOCK, "needs a bus of the whole design"},
     {&A_BUS_OUT_BLOCK, "needs a bus of the whole design"},
     {&A_BUS_SIGNALS_BLOCK, "needs a bus of the whole design"},
@@ -253,7 +270,10 @@ PinShape::Role roleOf(const std::string &name) {
             return PinShape::Role::Data;
         }
     }
-    for (const char *part : {"ADDR", "CHANNEL", "SHIFT", "LIMIT", "MUX_PORT_SELECT", "SIZE", "COUNT"}) {
+    if (has("CHANNEL")) {
+        return PinShape::Role::Channel;
+    }
+    for (const char *part : {"ADDR", "SHIFT", "LIMIT", "BANK", "MUX_PORT_SELECT", "SIZE", "COUNT"}) {
         if (has(part)) {
             return PinShape::Role::Small;
         }
@@ -277,7 +297,10 @@ class Reader {
         shape.name = name;
         shape.type = StringValue::get(getBlocksInfo().get_mapping(name), mContext);
         for (const BlockConnection &connection : info.connections) {
-            if (connection.kind == "Param") {
+            const bool isOfBus = connection.name.rfind(kFamilies[0], 0) == 0 && name.rfind(kFamilies[0], 0) != 0;
+            if (isOfBus && connection.optional) {
+                // A filter on a bus needs the bus of the whole design.
+            } else if (connection.kind == "Param") {
                 addParam(shape, connection);
             } else {
                 (connection.kind == "Port" ? shape.ports : shape.wires).push_back(pin(connection));

@@ -21,6 +21,8 @@ struct PinShape {
         Control,
         /// A few unsigned bits: addresses, counts, selects.
         Small,
+        /// The number of a channel: 8 bits.
+        Channel,
     };
     PureValueRef key;
     /// Every number from 0 on, or every pair of the key and such a number.

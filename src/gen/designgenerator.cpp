@@ -56,6 +56,13 @@ constexpr const char *kInputTypes[] = {
     "(typeSFixed -1 6)",
     "(typeVector 1 (typeSFixed 4 0))",
     "(typeVector 3 (typeUFixed 2 0))",
+    "(typeUFixed 8 0)",
+    "(typeSFloatIEEE 52 11)",
+    "(typeSFloatIEEE 3 4)",
+    "(typeVector 2 (typeAggregate (typeUFixed 2 0) (typeSFixed 1 1)))",
+    "(typeUFixed 64 0)",
+    "(typeSFixed 60 5)",
+    "(typeUFixed 100 29)",
 };
 
 struct Signal {
@@ -310,6 +317,9 @@ class DesignBuilder {
                     return isVector ? one.shape.isFixed() && one.shape.dims == first->shape.dims &&
                                           !one.shape.isSigned && one.shape.fraction == 0 && !one.shape.isComplex
                                     : isSmall(one.shape);
+                case PinShape::Role::Channel:
+                    return one.shape.isFixed() && one.shape.isScalar() && !one.shape.isSigned && one.shape.width == 8 &&
+                           one.shape.fraction == 0;
                 case PinShape::Role::Data:
                     break;
                 }

@@ -280,7 +280,8 @@ std::pair<Leaf, Leaf> writeMemoryBlock(BlockWriter &writer, Bus &bus) {
         type = type == nullptr ? signal.type : type;
     }
     const std::int64_t size = writer.integer(A_SHARED_MEM_SIZE, 0);
-    if (type == nullptr || type->leaves != 1 || type->scalar.isFloat || size < 1 ||
+    constexpr std::int64_t kMostElements = std::int64_t{1} << 31;
+    if (type == nullptr || type->leaves != 1 || type->scalar.isFloat || size < 1 || size > kMostElements ||
         (design.out.known() && design.out.type != type) || (design.data.known() && design.data.type != type)) {
         writer.fail("a shared memory holds single fixed-point numbers, of its output type, and at least one");
     }

@@ -21,8 +21,8 @@ namespace orvo::sim {
 namespace {
 
 /// A design beyond these would fail in a place that tells nothing.
-constexpr std::size_t kMostScalars = std::size_t{1} << 30;
-constexpr std::uint64_t kMostWords = std::uint64_t{1} << 32;
+constexpr std::size_t kMostScalars = std::size_t{1} << 26;
+constexpr std::uint64_t kMostWords = std::uint64_t{1} << 29;
 constexpr std::uint32_t kNoParent = ~std::uint32_t{0};
 
 /// The names of the scalars of a signal: as people write them, and as unrolling makes them.
@@ -148,7 +148,11 @@ std::int64_t BlockWriter::integer(const StaticString &key, std::int64_t fallback
 
 Signal BlockWriter::in(const PureValueRef &key) const {
     const Port *port = mBlock.getPort(key);
-    return port == nullptr ? Signal() : mCompiler.signalOf(port->peekWire(), mInstance);
+    const Wire *wire = port == nullptr ? nullptr : port->peekWire();
+    if (wire != nullptr && &wire->getBlock().getModel() != &mBlock.getModel()) {
+        fail("port '" + key->toString() + "' reads a wire of another model");
+    }
+    return wire == nullptr ? Signal() : mCompiler.signalOf(wire, mInstance);
 }
 
 Signal BlockWriter::in(int number) const { return in(NumberValue::get(number, context())); }
@@ -208,7 +212,10 @@ Leaf BlockWriter::unknown(const ScalarType &type) {
 }
 
 std::uint32_t BlockWriter::state(std::uint32_t words) {
-    const std::uint32_t at = mCompiler.mStateWords;
+    if (words > kMostWords - mCompiler.mStateWords) {
+        fail("the design takes too many words");
+    }
+    const auto at = static_cast<std::uint32_t>(mCompiler.mStateWords);
     mCompiler.mStateWords += words;
     return at;
 }

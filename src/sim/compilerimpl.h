@@ -99,7 +99,7 @@ class Compiler {
         std::uint32_t instance;
     };
     std::vector<Origin> mOrigins;
-    std::uint32_t mStateWords = 0;
+    std::uint64_t mStateWords = 0;
     std::vector<std::pair<std::uint32_t, std::uint64_t>> mInitial;
     /// Constant leaves with their bits.
     std::vector<std::pair<Leaf, std::vector<std::uint64_t>>> mConstants;

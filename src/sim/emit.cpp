@@ -110,7 +110,7 @@ Leaf emitBit(BlockWriter &writer, Logic logic, const std::vector<Leaf> &bits, bo
 namespace {
 
 /// More bits than these are not kept.
-constexpr std::int64_t kMostBits = std::int64_t{1} << 34;
+constexpr std::int64_t kMostBits = std::int64_t{1} << 31;
 
 } // namespace
 
@@ -176,7 +176,7 @@ Signal constantSignal(BlockWriter &writer, const StaticString &key) {
 
 Stored openStore(BlockWriter &writer, const ScalarType &type, std::int64_t length) {
     const std::uint32_t each = wordsFor(type.width);
-    if (length < 1 || length * each * 64 > kMostBits) {
+    if (length < 1 || length > kMostBits || length * each * 64 > kMostBits) {
         writer.fail("a delay in it has no length that can be kept");
     }
     Stored stored{writer.temporary(type), 0, each, length};

@@ -12,7 +12,7 @@ namespace orvo::sim {
 
 namespace {
 
-constexpr std::int64_t kMostEntries = std::int64_t{1} << 28;
+constexpr std::int64_t kMostEntries = std::int64_t{1} << 25;
 
 } // namespace
 

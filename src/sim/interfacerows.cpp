@@ -266,13 +266,40 @@ void writeOutsideMemory(BlockWriter &writer) {
     }
 }
 
+/// The name of a signal, and that of its lane or part as unrolling writes it.
+std::pair<std::string, std::string> splitName(const PureValueRef &name) {
+    const PureTupleValueRef tuple = pureTupleVR(name);
+    if (!tuple || tuple->size() < 2) {
+        return {name->toString(), ""};
+    }
+    std::string element;
+    for (std::size_t i = 1; i < tuple->size(); ++i) {
+        element += " " + tuple->at(i)->toString();
+    }
+    return {tuple->at(0)->toString(), element};
+}
+
 /// Each port to the wire of its name or, if there are only one of each, to that; what else is read comes from logic
 /// that is not told.
 void writeForeign(BlockWriter &writer, const Uninterpreted &what) {
     const Block &block = writer.block();
-    if (block.port_size() == 1 && block.getWireCount() == 1) {
-        if (const Signal out = writer.out(block.begin()->getName()); out.known()) {
-            convertSignal(writer, out, writer.in(block.ports().begin()->getName()));
+    std::map<std::string, std::map<std::string, PureValueRef>> ports;
+    std::map<std::string, std::map<std::string, PureValueRef>> wires;
+    for (const Port &port : block.ports()) {
+        const auto [name, element] = splitName(port.getName());
+        ports[name][element] = port.getName();
+    }
+    for (const Wire &wire : block) {
+        const auto [name, element] = splitName(wire.getName());
+        wires[name][element] = wire.getName();
+    }
+    if (ports.size() == 1 && wires.size() == 1) {
+        // Lanes and parts that have ports of their own are still one signal.
+        for (const auto &[element, name] : wires.begin()->second) {
+            const auto port = ports.begin()->second.find(element);
+            if (const Signal out = writer.out(name); out.known() && port != ports.begin()->second.end()) {
+                convertSignal(writer, out, writer.in(port->second));
+            }
         }
         return;
     }

@@ -12,7 +12,7 @@ namespace orvo::sim {
 namespace {
 
 /// More bits than these are not kept.
-constexpr std::int64_t kMostBits = std::int64_t{1} << 34;
+constexpr std::int64_t kMostBits = std::int64_t{1} << 31;
 
 } // namespace
 

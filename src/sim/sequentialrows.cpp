@@ -13,7 +13,7 @@ namespace orvo::sim {
 namespace {
 
 /// More entries than these are not kept.
-constexpr std::int64_t kMostEntries = std::int64_t{1} << 28;
+constexpr std::int64_t kMostEntries = std::int64_t{1} << 25;
 
 /// The bits of a constant of a scalar type, by way of a leaf that is read at reset.
 std::vector<std::uint64_t> bitsOf(const BlockWriter &writer, const NumberValueRef &number, const ScalarType &type) {
@@ -94,6 +94,9 @@ void writeDelay(BlockWriter &writer) {
         const Leaf leaf = out.first + i;
         const Leaf source = in.first + i;
         const std::uint32_t each = wordsFor(writer.scalar(leaf).width);
+        if (length * each > kMostEntries) {
+            writer.fail("the delay is longer than can be kept");
+        }
         if (length == 0) {
             writer.alias(leaf, source);
         } else if (length == 1) {

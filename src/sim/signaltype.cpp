@@ -8,7 +8,7 @@ namespace orvo::sim {
 namespace {
 
 /// Beyond this a design has no place in memory.
-constexpr std::uint64_t kMostLeaves = std::uint64_t{1} << 28;
+constexpr std::uint64_t kMostLeaves = std::uint64_t{1} << 24;
 
 ScalarType scalarOf(const NumTypeSpec &spec) {
     if (spec.isFloat()) {

@@ -21,9 +21,10 @@ bool sameType(const Scalar &a, const Scalar &b) {
 }
 
 Pairs match(const std::vector<Scalar> &first, const std::vector<Scalar> &second, std::vector<std::string> &unmatched) {
-    std::map<std::string, std::size_t> names;
+    // Several of one name belong together in their order.
+    std::multimap<std::string, std::size_t> names;
     for (std::size_t i = 0; i < second.size(); ++i) {
-        names[second[i].origin] = i;
+        names.emplace(second[i].origin, i);
     }
     Pairs pairs;
     for (std::size_t i = 0; i < first.size(); ++i) {
@@ -151,9 +152,10 @@ class SideBySide {
                 step();
                 ++result.cycles;
                 compareOutputs(cycle);
-                if (result.mismatches.size() >= mOptions.mostMismatches) {
-                    result.mismatches.resize(std::max<std::size_t>(mOptions.mostMismatches, 1),
-                                             result.mismatches.back());
+                const std::size_t most = std::max<std::size_t>(mOptions.mostMismatches, 1);
+                if (result.mismatches.size() >= most) {
+                    result.mismatches.erase(result.mismatches.begin() + static_cast<std::ptrdiff_t>(most),
+                                            result.mismatches.end());
                     return;
                 }
             }
@@ -228,7 +230,7 @@ class SideBySide {
                           mFirst.outputs()[a]};
             const bool isFaithful = mFirst.outputs()[a].isFaithful || mSecond.outputs()[b].isFaithful;
             if (differs(pair, mExcused[a]) && !areNeighbours(pair, isFaithful) &&
-                !(mFirst.tracksUnknown() && isExcused(a, b, pair))) {
+                !(mFirst.outputMayBeUnknown(a) && isExcused(a, b, pair))) {
                 result.mismatches.push_back(std::move(pair));
             }
         }
@@ -241,7 +243,9 @@ class SideBySide {
         Words &excused = mExcused[a];
         excused.resize(pair.first.size());
         std::vector<unsigned> differing(pair.first.size() * 64);
-        for (std::uint64_t attempt = 1; attempt <= kAttempts; ++attempt) {
+        const std::size_t each = std::min(mFirst.runs(), mSecond.tracksUnknown() ? mSecond.runs() : mFirst.runs());
+        std::size_t tried = 0;
+        for (std::uint64_t attempt = 1; tried < kTries; ++attempt, tried += each) {
             mFirst.reseed(mOptions.seed + attempt);
             mSecond.reseed(mOptions.seed + attempt);
             begin(pair.stream);
@@ -268,8 +272,9 @@ class SideBySide {
         return !differs(pair, excused);
     }
 
-    static constexpr std::uint64_t kAttempts = 16;
-    /// Of a thousand runs. A first side that is as free hides it in all of its runs once in 10^8 times.
+    /// Runs of each side, and how many of them must differ. A first side that is as free hides it in all of its runs
+    /// once in 10^8 times.
+    static constexpr std::size_t kTries = 1024;
     static constexpr unsigned kOften = 20;
 
     Simulator &mFirst;

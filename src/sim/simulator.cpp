@@ -101,7 +101,7 @@ namespace {
 
 /// A bit that depends on an unknown one by chance goes unseen in one of 2^31 cycles.
 constexpr std::size_t kWorlds = 64;
-constexpr std::size_t kMostTrackedWords = std::size_t{1} << 27;
+constexpr std::size_t kMostTrackedWords = std::size_t{1} << 25;
 
 /// The last word of a value is filled up by the sign or by zeros.
 void fillUp(std::uint64_t *words, const Operand &operand) {
@@ -268,6 +268,10 @@ void Simulator::reset() {
 }
 
 bool Simulator::tracksUnknown() const { return mImpl->worlds.size() > 1; }
+
+bool Simulator::outputMayBeUnknown(std::size_t output) const {
+    return mImpl->isReached(mImpl->outputEdges.at(output).operand);
+}
 
 std::size_t Simulator::runs() const { return mImpl->worlds.size(); }
 

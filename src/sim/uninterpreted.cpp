@@ -47,6 +47,23 @@ std::uint64_t patternWord(const std::uint64_t *words, const Operand &operand, st
 
 } // namespace
 
+namespace {
+
+/// Members of records in records count through.
+void appendMemberNames(const SignalType &type, const PureValueRef &name, Context *context, int &member,
+                       std::vector<std::string> &names) {
+    for (const SignalType *field : type.fields) {
+        if (field->isRecord() && field->dims.empty()) {
+            appendMemberNames(*field, name, context, member, names);
+        } else {
+            const PureValueRef index = NumberValue::get(member++, context);
+            appendElementNames(*field, 0, elementName(name, index, context), context, names);
+        }
+    }
+}
+
+} // namespace
+
 void appendElementNames(const SignalType &type, std::size_t dim, const PureValueRef &name, Context *context,
                         std::vector<std::string> &names) {
     if (dim < type.dims.size()) {
@@ -55,10 +72,8 @@ void appendElementNames(const SignalType &type, std::size_t dim, const PureValue
             appendElementNames(type, dim + 1, elementName(name, index, context), context, names);
         }
     } else if (type.isRecord()) {
-        for (std::size_t i = 0; i < type.fields.size(); ++i) {
-            const PureValueRef index = NumberValue::get(static_cast<int>(i), context);
-            appendElementNames(*type.fields[i], 0, elementName(name, index, context), context, names);
-        }
+        int member = 0;
+        appendMemberNames(type, name, context, member, names);
     } else if (type.isComplex) {
         for (const char *part : {"real", "imag"}) {
             names.push_back(elementName(name, StringValue::get(part, context), context)->toString());

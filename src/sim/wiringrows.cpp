@@ -25,6 +25,7 @@ void convertOrClear(BlockWriter &writer, Leaf out, const std::optional<Leaf> &in
 } // namespace
 
 void convertSignal(BlockWriter &writer, const Signal &out, const Signal &in) {
+    require(writer, in);
     if (out.type == in.type) {
         for (std::uint32_t i = 0; i < out.type->leaves; ++i) {
             writer.alias(out.first + i, in.first + i);

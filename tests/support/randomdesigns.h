@@ -5,6 +5,7 @@
 
 #include <rapidcheck.h>
 
+#include <algorithm>
 #include <limits>
 
 namespace orvo::test {
@@ -15,8 +16,10 @@ inline rc::Gen<std::vector<gen::Recipe>> recipes(std::size_t most) {
     const auto recipe = rc::gen::build<gen::Recipe>(
         rc::gen::set(&gen::Recipe::kind, number),
         rc::gen::set(&gen::Recipe::choices, rc::gen::container<std::vector<std::uint32_t>>(24, number)));
-    return rc::gen::mapcat(rc::gen::inRange<std::size_t>(0, most), [recipe](std::size_t size) {
-        return rc::gen::container<std::vector<gen::Recipe>>(size, recipe);
+    // A container shrinks by single elements, wherever they stand.
+    return rc::gen::map(rc::gen::container<std::vector<gen::Recipe>>(recipe), [most](std::vector<gen::Recipe> all) {
+        all.resize(std::min(all.size(), most));
+        return all;
     });
 }
 
