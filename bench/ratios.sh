@@ -5,4 +5,5 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 "$ORVO_BIN_DIR/tool_phases" "${1:-1000000}" "$scratch"
 "$ORVO_BIN_DIR/tool_types" "${1:-1000000}"
+"$ORVO_BIN_DIR/tool_constraints" "${1:-1000000}"
 "$ORVO_BIN_DIR/tool_sim" "${1:-1000000}"

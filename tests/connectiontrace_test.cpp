@@ -127,5 +127,73 @@ TEST_F(Trace, passesEachBlockOnceInALoop) {
     EXPECT_EQ(found(trace), "call d b c a");
 }
 
+/// source -> pin -> fan -> (marker "m", sink1); marker "m" -> sink2; source -> sink3
+class SimpleWalk : public Trace {
+  protected:
+    SimpleWalk() {
+        wire(source, "w");
+        wire(pin, "0");
+        wire(fan, "0");
+        wire(fan, "1");
+        wire(marker, "m");
+        wire(marker, "n");
+        connect(pin, "0", source, "w");
+        connect(fan, "0", pin, "0");
+        connect(marker, "m", fan, "0");
+        connect(sink1, "0", fan, "1");
+        connect(sink2, "0", marker, "m");
+        connect(sink3, "0", source, "w");
+    }
+    void connect(Block &reader, const char *port, const Block &driver, const char *name) {
+        reader.setParam(value(port), *driver.getWire(value(name)));
+    }
+    std::string ends(const Wire &from, TraceFlags flags) {
+        std::vector<const Port *> ports;
+        traceWireForward(from, flags, ports);
+        std::string names;
+        for (const Port *port : ports) {
+            names += port->getBlock().getName()->toString() + " ";
+        }
+        return names;
+    }
+    Block &source = *Block::create(top, "source", A_DELAY_BLOCK);
+    Block &pin = *Block::create(top, "pin", A_TYPE_PIN_BLOCK);
+    Block &fan = *Block::create(top, "fan", A_FANOUT_BLOCK);
+    Block &marker = *Block::create(top, "marker", A_SIGNAL_OUT_BLOCK);
+    Block &sink1 = *Block::create(top, "sink1", A_ADD_BLOCK);
+    Block &sink2 = *Block::create(top, "sink2", A_ADD_BLOCK);
+    Block &sink3 = *Block::create(top, "sink3", A_ADD_BLOCK);
+};
+
+TEST_F(SimpleWalk, looksThroughTheBlocksAskedFor) {
+    const Wire &from = *source.getWire(value("w"));
+    EXPECT_EQ(ends(from, TRACE_THROUGH_NOTHING), "pin sink3 ");
+    EXPECT_EQ(ends(from, TRACE_THROUGH_TYPE_PINS), "sink3 fan ");
+    EXPECT_EQ(ends(from, TRACE_THROUGH_TYPE_PINS | TRACE_THROUGH_FANOUTS), "sink3 marker sink1 ");
+    EXPECT_EQ(ends(from, TRACE_THROUGH_ALL), "sink3 sink1 sink2 ");
+    EXPECT_EQ(traceWireForward(from, TRACE_THROUGH_ALL), nullptr) << "it is not the only one";
+    EXPECT_EQ(traceWireForward(*fan.getWire(value("0")), TRACE_THROUGH_ALL), sink2.getPort(value("0")));
+    EXPECT_EQ(traceWireForward(*marker.getWire(value("n")), TRACE_THROUGH_ALL), nullptr) << "there is none";
+}
+
+TEST_F(SimpleWalk, goesBackToTheDriver) {
+    const Port &at = *sink2.getPort(value("0"));
+    EXPECT_EQ(tracePortBackward(at, TRACE_THROUGH_NOTHING), marker.getWire(value("m")));
+    EXPECT_EQ(tracePortBackward(at, TRACE_THROUGH_MARKERS), fan.getWire(value("0")));
+    EXPECT_EQ(tracePortBackward(at, TRACE_THROUGH_ALL), source.getWire(value("w")));
+    connect(sink3, "1", marker, "n");
+    EXPECT_EQ(tracePortBackward(*sink3.getPort(value("1")), TRACE_THROUGH_ALL), nullptr) << "nothing feeds it";
+    connect(sink3, "2", fan, "1");
+    std::vector<const Wire *> drivers;
+    tracePortBackward(sink3, TRACE_THROUGH_ALL, drivers);
+    EXPECT_EQ(drivers, std::vector<const Wire *>{source.getWire(value("w"))});
+}
+
+TEST_F(SimpleWalk, endsInARing) {
+    connect(pin, "0", fan, "0");
+    EXPECT_EQ(tracePortBackward(*sink1.getPort(value("0")), TRACE_THROUGH_ALL), nullptr);
+    EXPECT_EQ(ends(*pin.getWire(value("0")), TRACE_THROUGH_ALL), "sink1 sink2 ");
+}
+
 } // namespace
 } // namespace orvo

@@ -66,7 +66,7 @@ RC_GTEST_PROP(DesignGenerator, makesDesignsThatInferAndRunInSilence, ()) {
 TEST(DesignGenerator, makesDesignsOfEverySize) {
     ContextMgr mgr;
     DesignGenerator generator(mgr.context());
-    for (const std::size_t size : {0, 1, 2, 10, 100, 3000}) {
+    for (const std::size_t size : std::initializer_list<std::size_t>{0, 1, 2, 10, 100, 3000}) {
         const auto design = generator.make(recipesOf(7, size));
         EXPECT_TRUE(test::checkInvariants(*design));
         EXPECT_EQ(refusal(*design, mgr.context()), "") << size;

@@ -908,8 +908,6 @@ TEST_F(FftRowsTest, refusesWhatHasNoMeaning) {
     EXPECT_EQ(
         refusal("transposeBlock", {{"FFTBlockN", "2"}, {"FFTBlockPerm", "(0 2)"}}, in, {{"transposeWireQ", "c s8.0"}}),
         "the permutation is none");
-    EXPECT_EQ(refusal("BFUBlock", {{"FFTBlockN", "2"}}, {{"FFTBlockPortData", "s8.0"}}, {{"primWireOut", "s9.0"}}),
-              "the control of the butterfly is not connected");
     EXPECT_EQ(refusal("TwiddleRomBlock", {{"TwiddleRomAngleWidth", "2"}, {"FFTBlockTwiddleType", type("s2.6")}},
                       {{"0", "u2.0"}}, {{"primWireOut", "c s2.6"}}),
               "a table for an angle of 2 bits has no meaning in it");

@@ -77,6 +77,14 @@ TEST_F(FloatRowsTest, choosesAndBounds) {
     }
 }
 
+TEST_F(FloatRowsTest, takesAComplexFromARealNumber) {
+    Design design(mgr.context());
+    Simulator simulator(design, oneBlock(design, "subBlock", {{"0", kSingle}, {"1", kComplex}}, {{"primWireOut", ""}}));
+    const ByName out = stepByName(simulator, {{"0", bitsOf(2)}, {"1.re", bitsOf(1)}, {"1.im", bitsOf(1)}});
+    EXPECT_EQ(floatOf(out.at("primWireOut.re")), 1.0F);
+    EXPECT_EQ(floatOf(out.at("primWireOut.im")), -1.0F);
+}
+
 TEST_F(FloatRowsTest, multipliesByConstants) {
     Design design(mgr.context());
     Simulator simulator(design, oneBlock(design, "constmultBlock", {{"0", kSingle}}, {{"primWireOut", ""}},
@@ -307,6 +315,37 @@ TEST_F(FloatRowsTest, roundsTiesAwayInSumsToo) {
     EXPECT_EQ(compute(simulator, {{"0", 1.0F}, {"1", half}}), std::nextafter(1.0F, 2.0F));
     EXPECT_EQ(compute(simulator, {{"0", -1.0F}, {"1", -half}}), std::nextafter(-1.0F, -2.0F));
     EXPECT_EQ(compute(simulator, {{"0", 1.0F}, {"1", std::nextafter(half, 0.0F)}}), 1.0F);
+}
+
+TEST_F(FloatRowsTest, takesFloatsApartByTheirBits) {
+    struct Case {
+        const char *block;
+        Texts params;
+        std::int64_t result;
+    };
+    const Case cases[] = {
+        {"bitSelectBlock", {{"bitSelectBitOffset", "23"}, {"bitSelectOutputType", "(typeUFixed 8 0)"}}, 0x80},
+        {"bitSelectBlock", {{"bitSelectBitOffset", "-1"}, {"bitSelectOutputType", "(typeUFixed 1 0)"}}, 1},
+        {"chooseBitsBlock", {{"chooseBitsBitOffsets", "(31 0)"}, {"chooseBitsOutputType", "(typeUFixed 2 0)"}}, 3},
+        {"notBlock", {}, 0x3fb6f024},
+        {"reverseBlock", {}, 0xdbf09203}};
+    for (const Case &row : cases) {
+        Design design(mgr.context());
+        Simulator simulator(design, oneBlock(design, row.block, {{"0", kSingle}}, {{"primWireOut", ""}}, row.params));
+        EXPECT_EQ(stepByName(simulator, {{"0", 0xc0490fdb}}).at("primWireOut"), row.result) << row.block;
+    }
+}
+
+TEST_F(FloatRowsTest, comparesARealWithAComplexNumber) {
+    Design design(mgr.context());
+    Simulator simulator(design,
+                        oneBlock(design, "cmpEqBlock", {{"0", kSingle}, {"1", kComplex}}, {{"primWireOut", ""}}));
+    const auto equal = [&](float re, float im) {
+        return stepByName(simulator, {{"0", bitsOf(2)}, {"1.re", bitsOf(re)}, {"1.im", bitsOf(im)}}).at("primWireOut");
+    };
+    EXPECT_EQ(equal(2, 0), 1);
+    EXPECT_EQ(equal(2, 1), 0);
+    EXPECT_EQ(equal(1, 0), 0);
 }
 
 } // namespace

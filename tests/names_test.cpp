@@ -18,7 +18,9 @@ const std::map<std::string, std::string> &coveredBy() {
     static const std::map<std::string, std::string> table = {
         {"arithmeticrows", "simulator"},
         {"blockshape", "designgenerator"},
+        {"cloneconstraints", "scheduleconstraints"},
         {"compiler", "simulator"},
+        {"cycletraverse", "early_cycle_analysis"},
         {"deadblockhandlers", "deadblockpass"},
         {"deadmodelpass", "deadblockpass"},
         {"design", "model"},

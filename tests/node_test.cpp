@@ -324,6 +324,7 @@ TEST_F(ChangeTest, keepsScheduleBookkeepingQuiet) {
     block.setParam(A_SYNTH_SCHEDULE_CONSTRAINTS, value("1"));
     block.setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("1"));
     block.setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("1"));
+    block.setParam(A_SCHEDULE_CONSTRAINT_COUNT, value("1"));
     EXPECT_EQ(counter.blocks, 0);
     EXPECT_TRUE(block.getParam(A_SCHEDULE_CONSTRAINT_WIRES));
 }

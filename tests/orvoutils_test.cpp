@@ -106,16 +106,6 @@ TEST_F(CloneTest, survivesAModelThatInstantiatesItself) {
     EXPECT_EQ(design.size(), 0U);
 }
 
-int gHookCalls = 0;
-
-TEST_F(CloneTest, runsTheHookThatRenumbersWhatAClonedModelMustNotShare) {
-    auto before = OrvoUtils::setCloneHook(
-        [](const Model &, Model &, const OrvoUtils::NodeMap &nodes) { gHookCalls += static_cast<int>(nodes.size()); });
-    OrvoUtils::cloneModel(design, below);
-    OrvoUtils::setCloneHook(before);
-    EXPECT_EQ(gHookCalls, 1);
-}
-
 TEST_F(CloneTest, givesTheParentsOfACopyTheOrderOfTheSource) {
     // Many models, so that an order by address would show.
     for (int i = 0; i < 12; ++i) {

@@ -88,5 +88,29 @@ TEST_F(TableTest, refusesAnAddressThatIsNone) {
     EXPECT_EQ(refusal(design, top), "an address is no integer top/block");
 }
 
+class RegisterTest : public test::SimulatorFixture {};
+
+TEST_F(RegisterTest, beginsWithItsInitialValue) {
+    struct Case {
+        const char *type;
+        const char *initial;
+        Numbers first;
+    };
+    const Case cases[] = {{"s8.0", "-3", {-3}},
+                          {"c s8.0", "5", {5, 0}},
+                          {"c s8.0", "(complexRollTag 1 -2)", {1, -2}},
+                          {"[2] s8.0", "7", {7, 7}},
+                          {"[2] c s8.0", "(vectorRollTag (complexRollTag 1 -2) 3)", {1, -2, 3, 0}},
+                          {"[2][2] u4.0", "(vectorRollTag (vectorRollTag 1 2) 3)", {1, 2, 3, 3}},
+                          {"{s4.0,[2] u4.0}", "(-1 (vectorRollTag 2 3))", {-1, 2, 3}}};
+    for (const Case &row : cases) {
+        Design design(mgr.context());
+        Simulator simulator(design, oneBlock(design, "registerBlock", {{"0", row.type}}, {{"primWireOut", ""}},
+                                             {{"registerInitValue", row.initial}}));
+        EXPECT_EQ(stepWith(simulator, Numbers(row.first.size(), 1)), row.first) << row.type << row.initial;
+        EXPECT_EQ(stepWith(simulator, {}), Numbers(row.first.size(), 1)) << row.type;
+    }
+}
+
 } // namespace
 } // namespace orvo::sim

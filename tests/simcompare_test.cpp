@@ -137,6 +137,51 @@ TEST_F(CompareTest, matchesPortsThatWereUnrolled) {
     EXPECT_TRUE(result.same());
 }
 
+TEST_F(CompareTest, tellsEdgesOfOtherTypes) {
+    const auto build = [this](const char *type) {
+        auto design = std::make_unique<Design>(mgr.context());
+        Model &top = *Model::create(*design, "top");
+        Block &pin = *Block::create(top, "pin", A_TYPE_PIN_BLOCK);
+        pin.setParam(A_TYPE_PIN_TYPE, ValueRef(value(type)));
+        pin.setParam(value("0"), *Wire::create(*Block::create(top, "in", A_INPUT_BLOCK), "x"));
+        Block::create(top, "out", A_OUTPUT_BLOCK)->setParam(value("y"), *Wire::create(pin, value("0")));
+        return design;
+    };
+    const auto first = build("(typeUFixed 8 0)");
+    for (const char *other : {"(typeUFixed 4 4)", "(typeSFixed 8 0)"}) {
+        const auto second = build(other);
+        const sim::CompareResult result = sim::compareDesigns(*first, *first->begin(), *second, *second->begin());
+        EXPECT_EQ(result.unmatched, (std::vector<std::string>{"x", "y"})) << other;
+    }
+}
+
+TEST_F(CompareTest, allowsNeighboursWhereRoundingIsFaithful) {
+    // The root of the input, rounded to nearest and downward.
+    const auto build = [this](const StaticString &rounding, const char *mode) {
+        auto design = std::make_unique<Design>(mgr.context());
+        Model &top = *Model::create(*design, "top");
+        Block &pin = *Block::create(top, "pin", A_TYPE_PIN_BLOCK);
+        pin.setParam(A_TYPE_PIN_TYPE, ValueRef(value("(typeSFloatIEEE 10 5)")));
+        pin.setParam(value("0"), *Wire::create(*Block::create(top, "in", A_INPUT_BLOCK), "x"));
+        Wire &x = *Wire::create(pin, value("0"));
+        Block &root = *Block::create(top, "root", A_SQRT_BLOCK);
+        root.setParam(value("0"), x);
+        root.setParam(A_FLOAT_ROUNDING, rounding);
+        root.setParam(A_FLOAT_ROUNDING_MODE, ValueRef(value(mode)));
+        Block::create(top, "out", A_OUTPUT_BLOCK)->setParam(value("y"), *Wire::create(root, A_PRIM_WIRE_OUT));
+        return design;
+    };
+    const auto compare = [](const Design &a, const Design &b) {
+        return sim::compareDesigns(a, *a.begin(), b, *b.begin()).same();
+    };
+    const auto nearest = build(A_FAITHFUL_ROUNDING, "roundingToNearestTieEven");
+    const auto down = build(A_FAITHFUL_ROUNDING, "roundingDown");
+    EXPECT_TRUE(compare(*nearest, *down));
+    const auto exact = build(A_CORRECT_ROUNDING, "roundingToNearestTieEven");
+    const auto wrong = build(A_CORRECT_ROUNDING, "roundingDown");
+    EXPECT_FALSE(compare(*exact, *wrong));
+}
+
 TEST_F(CompareTest, tellsEdgesThatDoNotMatch) {
     const auto a = example("fir16");
     const auto b = example("biquad");

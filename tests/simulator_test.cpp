@@ -841,6 +841,129 @@ TEST_F(SimulatorTest, computesWithFloats) {
     check({constant});
 }
 
+TEST_F(SimulatorTest, takesNumberedPortsByTheirNumbers) {
+    check({
+        {"a gap in a sum", "addBlock", {{"0", "s4.0"}, {"2", "s4.0"}}, {}, {kOut}, {{{3, 4}, {7}}}},
+        {"a gap in a choice",
+         "muxBlock",
+         {{"muxPortSelect", "u2.0"}, {"0", "u4.0"}, {"2", "u4.0"}},
+         {},
+         {kOut},
+         {{{0, 3, 4}, {3}}, {{1, 3, 4}, {0}}, {{2, 3, 4}, {4}}, {{3, 3, 4}, {0}}}},
+    });
+}
+
+TEST_F(SimulatorTest, readsControlsOfOneSignedBit) {
+    check({
+        {"valid of a synchronising register",
+         "syncRegisterBlock",
+         {{"syncRegisterPortIclkData", "u4.0"}, {"syncRegisterPortIclkEnable", "s1.0"}},
+         {{"syncRegisterDataType", "(typeUFixed 4 0)"}, {"primRelaxBools", "true"}},
+         {"syncRegisterWireOclkData", "syncRegisterWireOclkValid"},
+         {{{9, -1}, {0, 0}}, {{3, 0}, {9, 1}}, {{3, 0}, {9, 0}}}},
+        {"channel and address by their bits",
+         "demuxBlock",
+         {{"demuxPortData", "u4.0"}, {"portValid", "u1.0"}, {"portChannel", "s2.0"}},
+         {{"demuxChannelCount", "4"}, {"primRelaxBools", "true"}},
+         {"0", "3"},
+         {{{5, 1, -1}, {0, 5}}, {{6, 1, 0}, {6, 5}}}},
+    });
+}
+
+TEST_F(SimulatorTest, worksOnBothPartsOfComplexNumbers) {
+    check({
+        {"saturate",
+         "saturateBlock",
+         {{"0", "c s6.0"}, {"1", "s4.0"}, {"2", "c s4.0"}},
+         {},
+         {kOut},
+         {{{9, -20, 4, -5, -6}, {4, -6}}, {{9, 20, 4, -5, -6}, {4, 0}}}},
+        {"max with a real number", "maxBlock", {{"0", "c s6.0"}, {"1", "s6.0"}}, {}, {kOut}, {{{-3, -4, 2}, {2, 0}}}},
+    });
+}
+
+TEST_F(SimulatorTest, joinsOverPortsOrElements) {
+    check({{"elements", "bitJoinReduceBlock", {{"0", "[3] u2.0"}}, {}, {kOut}, {{{1, 2, 3}, {1 + 8 + 48}}}}});
+}
+
+TEST_F(SimulatorTest, takesLimitsOfLoopsByTheirValue) {
+    // A limit of 2.5 leaves counts 0, 1 and 2.
+    check({{"a limit with a fraction",
+            "loopBlock",
+            {{"loopPortGo", "u1.0"}, {"(loopPortLimit 0)", "u3.2"}},
+            {},
+            {"loopWireValid", "(loopWireValue 0)", "(loopWireLastIter 0)"},
+            {{{1, 10}, {1, 0, 0}}, {{0, 0}, {1, 4, 0}}, {{0, 0}, {1, 8, 1}}, {{0, 0}, {0, 0, 0}}}}});
+}
+
+TEST_F(SimulatorTest, letsTheEnableOfALoopDependOnItsCount) {
+    Design design(mgr.context());
+    Model &top = *Model::create(design, "top");
+    Block &in = *Block::create(top, "in", A_INPUT_BLOCK);
+    Block &pin = *Block::create(top, "pin", A_TYPE_PIN_BLOCK);
+    pin.setParam(A_TYPE_PIN_TYPE, ValueRef(value("(typeUFixed 1 0)")));
+    pin.setParam(value("0"), *Wire::create(in, "go"));
+    Wire &go = *Wire::create(pin, value("0"));
+    Block &limit = *Block::create(top, "limit", A_CONST_BLOCK);
+    limit.setParam(A_CONST_VALUE, ValueRef(value("3")));
+    Block &loop = *Block::create(top, "loop", A_LOOP_BLOCK);
+    loop.setParam(A_LOOP_PORT_GO, go);
+    loop.setParam(value("(loopPortLimit 0)"), *Wire::create(limit, A_PRIM_WIRE_OUT));
+    Wire &valid = *Wire::create(loop, A_LOOP_WIRE_VALID);
+    Wire &count = *Wire::create(loop, value("(loopWireValue 0)"));
+    loop.setParam(A_LOOP_PORT_ENABLE, valid);
+    Block::create(top, "out", A_OUTPUT_BLOCK)->setParam(value("y"), count);
+    Simulator simulator(design, top);
+    Numbers shown;
+    for (const std::int64_t start : {1, 0, 0, 0}) {
+        shown.push_back(stepWith(simulator, {start})[0]);
+    }
+    EXPECT_EQ(shown, (Numbers{0, 1, 2, 0}));
+}
+
+TEST_F(SimulatorTest, refusesParametersThatAreNoNumbers) {
+    const auto refused = [&](const BlockCase &row) {
+        const std::unique_ptr<Design> design = oneBlock(mgr.context(), row);
+        return refusal(*design, *design->begin());
+    };
+    EXPECT_EQ(refused({"", "counterBlock", {{"portEnable", "u1.0"}}, {{"counterLimit", "-4"}}, {kOut}, {}}),
+              "'counterLimit' is not positive top/block");
+    EXPECT_EQ(refused({"", "delayBlock", {{"0", "u1.0"}}, {{"delayLength", "0x8p-4"}}, {kOut}, {}}),
+              "'delayLength' is no integer top/block");
+}
+
+TEST_F(SimulatorTest, namesABlockTypeThatItDoesNotKnowBeforeItsTypes) {
+    const std::unique_ptr<Design> design =
+        oneBlock(mgr.context(), {"", "inventedBlock", {{"0", "u1.0"}}, {}, {kOut}, {}});
+    EXPECT_EQ(refusal(*design, *design->begin()), "block type 'inventedBlock' cannot be simulated top/block");
+}
+
+TEST_F(SimulatorTest, keepsFloatsInMemories) {
+    const BlockCase row{
+        "",
+        "dualMemBlock",
+        {{"dualMemPortAddr1", "u1.0"}, {"dualMemPortData1", "float(23,8)"}, {"dualMemPortWrite1En", "u1.0"}},
+        {{"dualMemDepth1", "2"}, {"dualMemTypeData1", "(typeSFloatIEEE 23 8)"}},
+        {"dualMemWireData1"},
+        {}};
+    const std::unique_ptr<Design> design = oneBlock(mgr.context(), row);
+    Simulator simulator(*design, *design->begin());
+    stepWith(simulator, {1, 0x3f800000, 1});
+    EXPECT_EQ(stepWith(simulator, {1, 0, 0}), (Numbers{0x3f800000}));
+}
+
+TEST_F(SimulatorTest, keepsOneScalarInEachLaneOfAQueue) {
+    check({{"lanes",
+            "fifoBlock",
+            {{"fifoPortData", "u4.0"}, {"fifoPortWriteEn", "[2] u1.0"}, {"fifoPortReadAck", "[2] u1.0"}},
+            {{"fifoDepth", "2"}},
+            {"fifoWireValid"},
+            {{{9, 1, 0, 0, 0}, {0, 0}},
+             {{9, 0, 1, 0, 0}, {1, 0}},
+             {{9, 0, 0, 1, 0}, {1, 1}},
+             {{9, 0, 0, 0, 0}, {0, 1}}}}});
+}
+
 /// Samples of 16 bits to show a filter: an impulse, a step at each end of the range, the ends in turn, sines, a ramp,
 /// and numbers by chance.
 std::vector<Numbers> filterStimuli() {
@@ -1043,9 +1166,9 @@ TEST_F(SimulatorTest, refusesWhatHasNoMeaning) {
     Block &delay = *Block::create(top, "delay", A_DELAY_BLOCK);
     delay.setParam(A_DELAY_LENGTH, ValueRef(value("1")));
     delay.setParam(value("0"), *Wire::create(*Block::create(top, "in", A_INPUT_BLOCK), "x"));
-    EXPECT_EQ(refusal(design, top), "wire 'x' has no type top/in");
+    EXPECT_EQ(refusal(design, top), "wire 'x' has no type; Likely failure cause: external, input \"x\" top/in");
     Block &self = *Block::create(top, "self", A_MODEL_BLOCK);
-    EXPECT_EQ(refusal(design, top), "wire 'x' has no type top/in");
+    EXPECT_EQ(refusal(design, top), "wire 'x' has no type; Likely failure cause: external, input \"x\" top/in");
     delete &delay;
     delete top.getBlock(value("in"));
     EXPECT_EQ(refusal(design, top), "the model block has no model top/self");

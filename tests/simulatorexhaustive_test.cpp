@@ -389,6 +389,13 @@ std::pair<mpz_class, bool> castTo(const mpq_class &value, const Format &out, Rou
     return {clips ? (whole < low ? low : out.highest()) : whole, clips};
 }
 
+/// Whether no bit of the input is left. Then a constant stands for it, and no bound is looked at.
+bool isLost(const Format &in, const Format &out, Rounded rounding) {
+    const int drop = in.fraction - out.fraction;
+    const bool isNearest = rounding == Rounded::HalfUp || rounding == Rounded::HalfEven;
+    return drop > in.width || (drop == in.width && !isNearest);
+}
+
 mpz_class quotient(const Arguments &in, const Format &out) {
     return in[1]->value == 0 ? mpz_class(0) : truncated(scaled(in[0]->value / in[1]->value, out.fraction));
 }
@@ -488,7 +495,11 @@ TEST(EveryFixedNumber, goesThroughBlocksOfOneInput) {
          "decodeBlock",
          {{"decodePortAddr", 'a'}},
          {{"decodeAddress", "2"}},
-         {{"decodeWireMatch", [](const Arguments &in, const Format &) { return bit(in[0]->value == 2); }}}},
+         {{"decodeWireMatch",
+           [](const Arguments &in, const Format &) {
+               // The bits of the address count, whatever their sign.
+               return bit(scaled(mpz_class(in[0]->pattern), -in[0]->format.fraction) == 2);
+           }}}},
     };
     check(rows, {{'a', formats({-1, 0, 2})}});
 }
@@ -519,7 +530,8 @@ TEST(EveryFixedNumber, isCastToEveryTypeInEveryMode) {
                          return castTo(in[0]->value, out, rounding, bound).first;
                      }},
                     {"castWireClip", [rounding = rounding, bound = bound, target](const Arguments &in, const Format &) {
-                         return bit(castTo(in[0]->value, target, rounding, bound).second);
+                         return bit(!isLost(in[0]->format, target, rounding) &&
+                                    castTo(in[0]->value, target, rounding, bound).second);
                      }}};
                 rows.push_back(row);
             }

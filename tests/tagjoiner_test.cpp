@@ -165,7 +165,7 @@ TEST_F(TagJoinerTest, refusesTagsThatLeadNowhere) {
     scoped.setParam(A_GOTO_PORT_IN, y);
     EXPECT_EQ(refusal(design, top), "From and Goto blocks form a loop without a driver top/from");
     scoped.setParam(A_GOTO_PORT_IN, pinned(y, "s8.0"));
-    EXPECT_EQ(refusal(design, top), "a loop of wires has no driver");
+    EXPECT_EQ(refusal(design, top), "a loop of wires has no driver top/from top/(dupName 0 pin)");
     scoped.setParam(A_GOTO_PORT_IN, nullptr);
     EXPECT_EQ(refusal(design, top), "the Goto has no input top/goto");
     scoped.setParam(A_GOTO_PORT_IN, x);

@@ -168,6 +168,23 @@ TEST_F(UnknownBitsTest, startsFilledMemoriesKnown) {
     EXPECT_EQ(unknownWith(simulator, {4}), (std::vector<std::uint64_t>{~std::uint64_t{0}}));
 }
 
+TEST_F(UnknownBitsTest, startsElementsWithoutContentUnknownOneByOne) {
+    const auto design = test::oneBlock(mgr.context(), "dualMemBlock", {{"dualMemPortAddr1", "u5.0"}},
+                                       {{"dualMemDepth1", "30"},
+                                        {"dualMemData", "(1 2)"},
+                                        {"memUninit", "true"},
+                                        {"dualMemTypeData1", "(typeSFixed 5 0)"}},
+                                       {"dualMemWireData1"});
+    Simulator simulator(*design, topOf(*design), tracking());
+    for (const std::int64_t address : {0, 1}) {
+        EXPECT_EQ(unknownWith(simulator, {address}), (std::vector<std::uint64_t>{0})) << address;
+        EXPECT_EQ(simulator.outputInteger(0), address + 1);
+    }
+    for (const std::int64_t address : {2, 12, 13, 29}) {
+        EXPECT_EQ(unknownWith(simulator, {address}), (std::vector<std::uint64_t>{31})) << address;
+    }
+}
+
 TEST_F(UnknownBitsTest, tellsQuotientsByZeroAndSelectsBeyondTheLast) {
     const auto quotient = test::oneBlock(mgr.context(), "divideBlock", {{"0", "s4.0"}, {"1", "s4.0"}}, {}, {kOut});
     Simulator divide(*quotient, topOf(*quotient), tracking());
@@ -190,6 +207,18 @@ TEST_F(UnknownBitsTest, tellsDataOfAnEmptyQueue) {
     Simulator simulator(*design, topOf(*design), tracking());
     EXPECT_EQ(unknownWith(simulator, {9, 1, 0}), (std::vector<std::uint64_t>{255, 0}));
     EXPECT_EQ(unknownWith(simulator, {0, 0, 0}), (std::vector<std::uint64_t>{0, 0}));
+}
+
+TEST_F(UnknownBitsTest, comeOutOfBlocksThatLackAnInput) {
+    // A queue without an acknowledge.
+    const auto design =
+        test::oneBlock(mgr.context(), "fifoBlock", {{"fifoPortData", "u3.0"}, {"fifoPortWriteEn", "u1.0"}},
+                       {{"fifoDepth", "4"}}, {"fifoWireData", "fifoWireValid"});
+    Simulator plain(*design, topOf(*design));
+    EXPECT_EQ(unknownWith(plain, {5, 1}), (std::vector<std::uint64_t>{0, 0}));
+    EXPECT_EQ(plain.outputInteger(0), 0);
+    Simulator simulator(*design, topOf(*design), tracking());
+    EXPECT_EQ(unknownWith(simulator, {5, 1}), (std::vector<std::uint64_t>{7, 1}));
 }
 
 TEST_F(UnknownBitsTest, takesNoRunMoreWhereNothingIsUnknown) {

@@ -161,8 +161,9 @@ class ORVO_API NetlistReferencePointsUpdater {
   private:
     using MovedEntries = std::map<Block *, std::vector<ValueRef>, Model::ByName>;
     void unrollLatencyConstraints();
-    /// Rewrites one list of a block; entries for other blocks go to `moved`.
-    void unrollPortWireNames(Block &block, const TupleValueRef &entries, bool isPort, MovedEntries &moved);
+    /// One list of a block as it becomes, null if nothing stays; entries for other blocks go to `moved`.
+    ValueRef unrollPortWireNames(const Block &block, const TupleValueRef &entries, bool isPort,
+                                 MovedEntries &moved) const;
 
     Model &mModel;
     RefChain mRefChain;

@@ -106,4 +106,29 @@ class ORVO_API ConnectionTrace {
     std::unique_ptr<Walk> mWalk;
 };
 
+/// The blocks that a simple walk looks through, as bits: they hand their input on unchanged.
+enum TraceFlags : unsigned int {
+    TRACE_THROUGH_NOTHING = 0,
+    TRACE_THROUGH_TYPE_PINS = 1,
+    /// Fan-out and terminal blocks, whose outputs are all their one input.
+    TRACE_THROUGH_FANOUTS = 2,
+    /// Signal markers and boundary blocks, each output the input of its name.
+    TRACE_THROUGH_MARKERS = 4,
+    TRACE_THROUGH_ALL = 7,
+};
+constexpr TraceFlags operator|(TraceFlags a, TraceFlags b) {
+    return static_cast<TraceFlags>(static_cast<unsigned int>(a) | static_cast<unsigned int>(b));
+}
+
+/// The ports at which a signal ends in its own model, behind the blocks looked through, each once, appended in the
+/// order of the walk.
+ORVO_API void traceWireForward(const Wire &wire, TraceFlags flags, std::vector<const Port *> &ends);
+/// The one such port; null if there is none or another one, too.
+ORVO_API const Port *traceWireForward(const Wire &wire, TraceFlags flags);
+/// The wire that drives a port in its own model, before the blocks looked through; null for a ring of such blocks and
+/// where an input of one is missing.
+ORVO_API const Wire *tracePortBackward(const Port &port, TraceFlags flags);
+/// The same for the ports of a block that are driven, in their order; a wire that drives several stands there once.
+ORVO_API void tracePortBackward(const Block &block, TraceFlags flags, std::vector<const Wire *> &ends);
+
 } // namespace orvo

@@ -1,19 +1,18 @@
 // Static utilities on whole models and designs.
 #pragma once
 
-#include <orvo/node.h>
+#include <orvo/model.h>
 
 #include <map>
 
 namespace orvo {
 
-/// Copying and deleting of parts of a design.
+/// Copying and deleting of parts of a design, and the upkeep of latency constraints. Copies get their constraints under
+/// fresh ids, each with both of its ends; an end in an instance of the source that the copy has no part in is left out,
+/// as is a constraint that then has lost one.
 class ORVO_API OrvoUtils {
   public:
     using NodeMap = std::map<const Node *, Node *>;
-    /// Renumbers what a cloned model must not share with its source, such as the identifiers of latency constraints.
-    /// Called with the source, the clone and the map from old to new nodes at the end of each `cloneModel`.
-    using CloneHook = void (*)(const Model &source, Model &clone, const NodeMap &nodes);
 
     OrvoUtils() = delete;
     /// Sets each parameter of `source` on `destination`.
@@ -29,8 +28,27 @@ class ORVO_API OrvoUtils {
     static void deepCloneDesign(Design &destination, const Design &source);
     /// Deletes the model and every model below it.
     static void deepDeleteModel(Model *model);
-    /// Process-wide, set once at start-up; returns the one before.
-    static CloneHook setCloneHook(CloneHook hook);
+    /// `cloneModel`, telling under which ids the constraints of the source stand in the clone. Ids that `idMap` has
+    /// already keep their partners, so that one map serves several clones.
+    static Model *cloneModelWithLatencyConstraints(Design &design, const Model &source, std::map<int, int> &idMap,
+                                                   NodeMap *nodes = nullptr);
+
+    /// Turns on the check of constraints at the end of `gatherUpScheduleConstraints`, for the rest of the process.
+    static void requireStrictScheduleConstraints();
+    /// Takes the constraints of models that are scheduled with the model around them up to the root of that schedule
+    /// and tells each of them its root. A model that is inlined and used elsewhere, too, is reported and left alone.
+    static void gatherUpScheduleConstraints(Design &design);
+    /// Whether records of constraints and their ends agree with each other and with the design; what does not is
+    /// reported. Linear in the size of the design.
+    static bool requireConstraintsConsistentWithDesign(const Design &design);
+    /// The model that holds the constraints of this one: the root of its schedule, or itself.
+    static Model *getModelDefiningContraints(Model &model);
+    static const Model *getModelDefiningContraints(const Model &model);
+    /// Whether a chain as it is written on the netlist, pairs of model and block names from the root down, is this one.
+    /// `A_TRUE` is every chain.
+    static bool matchesRefChain(const PureValueRef &chain, const RefChain &refChain);
+    /// Whether a pair of `A_MODEL_TAG` and a name means this model, or one of `A_REFCHAIN_TAG` and a chain this chain.
+    static bool matchesModelOrRefChain(const PureValueRef &value, const Model &model, const RefChain &refChain);
 };
 
 } // namespace orvo

@@ -4,6 +4,7 @@
 #include <orvo/simulator.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +18,8 @@ struct CompareOptions {
     std::uint64_t streams = 2;
     /// No more mismatches than these are told.
     std::size_t mostMismatches = 10;
+    /// Told now and then: cycles done, and all of them.
+    std::function<void(std::uint64_t, std::uint64_t)> progress{};
 };
 
 /// A scalar that differs.
@@ -36,7 +39,7 @@ struct Mismatch {
 };
 
 struct CompareResult {
-    /// Scalars at the edges that only one of the designs has, or that have another width there.
+    /// Scalars at the edges that only one of the designs has, or that have another type there.
     std::vector<std::string> unmatched;
     std::vector<Mismatch> mismatches;
     /// Where two designs went apart: the signal of equal origin that is the first to differ, by cycle and then by what
@@ -50,7 +53,7 @@ struct CompareResult {
 /// Runs both simulators from reset. Scalars at the edges are matched by their names, or by those that unrolling gives
 /// them. Half of the stimulus are bits by chance, the other half zero, the least steps and the ends of the range.
 /// Where the simulators track what is unknown, an unknown bit of the first may be anything in the second; a known one
-/// must be known there, and equal.
+/// must be known there, and equal. Floats that come out of faithful rounding may be neighbours.
 ORVO_API CompareResult compareBehaviour(Simulator &first, Simulator &second, const CompareOptions &options = {});
 
 /// The same for models of two designs, tracking what is unknown. A mismatch is followed inside. Throws

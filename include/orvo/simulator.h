@@ -44,6 +44,8 @@ struct Scalar {
     std::string origin{};
     /// Exponent bits of a float of IEEE 754, behind the sign; 0 for any other scalar.
     std::uint32_t exponent = 0;
+    /// The float comes out of a block whose rounding may go either way between neighbours.
+    bool isFaithful = false;
     /// How late in the cycle it settles: never before what it is computed from.
     std::uint32_t rank = 0;
 };

@@ -1,9 +1,11 @@
-// The verb "check": a design against the block catalogue.
+// The verb "check": a design against the block catalogue, its latency constraints, and its types.
 #include "driver/verbs.h"
 
 #include "driver/catalogue.h"
+#include "driver/constraints.h"
 #include "driver/files.h"
 #include "driver/progress.h"
+#include "driver/typefailures.h"
 
 #include <orvo/blocksinfo.h>
 #include <orvo/context.h>
@@ -17,42 +19,72 @@ namespace orvo::driver {
 
 namespace {
 
-int check(const std::string &input, Console &console) {
-    if (input.empty()) {
+struct Arguments {
+    std::string input;
+    std::vector<std::string> traced;
+};
+
+int check(const Arguments &arguments, Console &console) {
+    if (arguments.input.empty()) {
         console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
     }
     Progress progress(console);
     ContextMgr guard;
     guard.context()->setListener(&console);
-    InputFile file(input, console);
+    InputFile file(arguments.input, console);
     progress.phase("reading");
     const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
     progress.phase("checking");
-    const std::vector<Finding> findings = checkDesign(*design, getBlocksInfo());
+    std::vector<Finding> findings = checkDesign(*design, getBlocksInfo());
+    for (Finding &finding : checkConstraints(*design)) {
+        findings.push_back(std::move(finding));
+    }
+    progress.phase("inferring types");
+    TypeFailures types(*design);
+    progress.hide();
+    for (const std::string &block : arguments.traced) {
+        if (const std::string reason = types.addTrace(block); !reason.empty()) {
+            console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", reason}});
+        }
+    }
+    const int exitCode = findings.empty() && !types.any() && console.errors() == 0 ? kFine : kDesignErrors;
     if (!console.json()) {
         for (const Finding &finding : findings) {
             console.report(Severity::Error, finding.tag, finding.params, {file.name()});
         }
-        return findings.empty() ? kFine : kDesignErrors;
+        if (types.any()) {
+            console.report(Severity::Error, "DRIVER_CHECK_MISSING_TYPES",
+                           {{"blocks", std::to_string(types.blocks())}, {"models", std::to_string(types.models())}},
+                           {file.name()});
+            console.emit(types.text());
+        }
+        return exitCode;
     }
     Json json;
     json["schema"] = "orvo.check/1";
-    json["input"] = input;
+    json["input"] = arguments.input;
     json["findings"] = Json::array();
     for (const Finding &finding : findings) {
         json["findings"].push_back(toJson(finding));
     }
+    json["types"] = types.json();
     console.emit(documentText(json));
-    return findings.empty() ? kFine : kDesignErrors;
+    return exitCode;
 }
 
 } // namespace
 
 void addCheckVerb(CLI::App &app, VerbHost &host) {
-    CLI::App *verb = addVerb(app, "check", "Check a design against the block catalogue");
-    auto input = std::make_shared<std::string>();
-    verb->add_option("IN", *input, "Design XML to read; - is standard input")->type_name("FILE");
-    verb->callback([&host, input] { host.action = [&host, input] { return check(*input, host.console); }; });
+    CLI::App *verb =
+        addVerb(app, "check", "Check a design against the block catalogue, its latency constraints, and its types");
+    auto arguments = std::make_shared<Arguments>();
+    verb->add_option("IN", arguments->input, "Design XML to read; - is standard input")->type_name("FILE");
+    verb->add_option("--trace", arguments->traced,
+                     "Tell how missing types came to this block, as top/a/block; may be repeated")
+        ->type_name("BLOCK")
+        ->allow_extra_args(false);
+    verb->callback(
+        [&host, arguments] { host.action = [&host, arguments] { return check(*arguments, host.console); }; });
 }
 
 } // namespace orvo::driver

@@ -62,7 +62,7 @@ std::string line(const sim::Mismatch &mismatch) {
 std::string text(const sim::CompareResult &result) {
     std::string out;
     for (const std::string &name : result.unmatched) {
-        out += fmt::format("'{}' is at the edge of only one of the designs, or has another width there\n", name);
+        out += fmt::format("'{}' is at the edge of only one of the designs, or has another type there\n", name);
     }
     for (const sim::Mismatch &mismatch : result.mismatches) {
         out += line(mismatch);
@@ -77,6 +77,9 @@ int compare(const Arguments &arguments, Console &console) {
     if (arguments.first.empty() || arguments.second.empty()) {
         console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "two designs are needed"}});
     }
+    if (arguments.first == "-" && arguments.second == "-") {
+        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "only one design can come from standard input"}});
+    }
     Progress progress(console);
     ContextMgr guard;
     guard.context()->setListener(&console);
@@ -84,9 +87,13 @@ int compare(const Arguments &arguments, Console &console) {
     const std::unique_ptr<Design> second = load(arguments.second, guard.context(), progress, console);
     const Model &firstTop = topModel(*first, arguments.top, console);
     const Model &secondTop = topModel(*second, arguments.top, console);
-    progress.phase("simulating");
+    sim::CompareOptions options = arguments.options;
+    options.progress = [&progress](std::uint64_t done, std::uint64_t all) {
+        progress.phase(fmt::format("simulating, {} % of {} cycles", done * 100 / all, all));
+    };
+    progress.phase("compiling");
     const sim::CompareResult result =
-        orFail([&] { return sim::compareDesigns(*first, firstTop, *second, secondTop, arguments.options); }, console);
+        orFail([&] { return sim::compareDesigns(*first, firstTop, *second, secondTop, options); }, console);
     progress.hide();
     console.emit(console.json() ? documentText(toJson(arguments, result)) : text(result));
     return result.same() ? kFine : kDesignErrors;
@@ -102,9 +109,12 @@ void addEquivVerb(CLI::App &app, VerbHost &host) {
     verb->add_option("--top", arguments->top, "The model to run; the only one that no other instantiates if not given")
         ->type_name("MODEL");
     verb->add_option("--cycles", arguments->options.cycles, "Clock cycles of a stream; 1000 if not given")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(CLI::Range(std::uint64_t{1}, kMostCycles));
     verb->add_option("--seed", arguments->options.seed, "Of the stimulus; 1 if not given")->type_name("S");
-    verb->add_option("--streams", arguments->options.streams, "Runs from reset; 2 if not given")->type_name("K");
+    verb->add_option("--streams", arguments->options.streams, "Runs from reset; 2 if not given")
+        ->type_name("K")
+        ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 20U));
     verb->callback(
         [&host, arguments] { host.action = [&host, arguments] { return compare(*arguments, host.console); }; });
 }

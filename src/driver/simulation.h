@@ -5,6 +5,7 @@
 
 #include <orvo/simulator.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -14,6 +15,9 @@ class Model;
 } // namespace orvo
 
 namespace orvo::driver {
+
+/// More cycles than these no run ends; also what a negative number is read as.
+inline constexpr std::uint64_t kMostCycles = std::uint64_t{1} << 40U;
 
 /// The model of a name or, for an empty one, the only model that no other instantiates; else the verb ends.
 const Model &topModel(const Design &design, const std::string &name, Console &console);

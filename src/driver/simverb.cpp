@@ -38,15 +38,23 @@ struct Arguments {
 /// A stimulus out of a table: one column an input, one row a cycle; the last row stays.
 class TableStimulus final : public Stimulus {
   public:
-    TableStimulus(const std::string &path, const std::vector<sim::Scalar> &inputs, bool raw, Console &console)
-        : mColumns(inputs.size()) {
-        std::istringstream in(readWhole(path, console));
+    TableStimulus(const std::string &path, const sim::Simulator &simulator, bool raw, Console &console)
+        : mColumns(simulator.inputs().size()) {
+        const std::vector<sim::Scalar> &inputs = simulator.inputs();
+        std::string text = readWhole(path, console);
+        if (const std::string mark = "\xef\xbb\xbf"; text.compare(0, mark.size(), mark) == 0) {
+            text.erase(0, mark.size());
+        }
+        std::istringstream in(text);
         const std::string name = path == "-" ? "<stdin>" : path;
         std::string line;
         std::getline(in, line);
         std::vector<std::optional<std::size_t>> order;
         for (const std::string &title : fields(line)) {
-            order.push_back(columnOf(title, inputs, name, console));
+            order.push_back(columnOf(title, simulator, name, console));
+            if (order.back() && std::count(order.begin(), order.end(), order.back()) > 1) {
+                refuse(name, 1, fmt::format("the input '{}' stands twice", title), console);
+            }
         }
         for (int row = 2; std::getline(in, line); ++row) {
             const std::vector<std::string> cells = fields(line);
@@ -76,25 +84,44 @@ class TableStimulus final : public Stimulus {
     }
 
   private:
+    /// Cells between commas; in quotes a comma is part of the cell, and two quotes are one.
     static std::vector<std::string> fields(const std::string &line) {
-        std::vector<std::string> cells;
-        std::istringstream in(line);
-        for (std::string cell; std::getline(in, cell, ',');) {
-            const std::size_t begin = cell.find_first_not_of(" \t\r\"");
-            const std::size_t end = cell.find_last_not_of(" \t\r\"");
-            cells.push_back(begin == std::string::npos ? "" : cell.substr(begin, end - begin + 1));
+        std::vector<std::string> cells{""};
+        bool isQuoted = false;
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            const char c = line[i];
+            if (c == '"' && isQuoted && i + 1 < line.size() && line[i + 1] == '"') {
+                cells.back() += line[++i];
+            } else if (c == '"') {
+                isQuoted = !isQuoted;
+            } else if (c == ',' && !isQuoted) {
+                cells.emplace_back();
+            } else {
+                cells.back() += c;
+            }
         }
-        return cells.empty() ? std::vector<std::string>{""} : cells;
+        for (std::string &cell : cells) {
+            const std::size_t begin = cell.find_first_not_of(" \t\r");
+            const std::size_t end = cell.find_last_not_of(" \t\r");
+            cell = begin == std::string::npos ? "" : cell.substr(begin, end - begin + 1);
+        }
+        return cells;
     }
-    /// A column of cycle numbers, as the output has it, is passed over.
-    static std::optional<std::size_t> columnOf(const std::string &title, const std::vector<sim::Scalar> &inputs,
+    /// A column of cycle numbers, as the output has it, is passed over, and one of an input that nobody reads.
+    static std::optional<std::size_t> columnOf(const std::string &title, const sim::Simulator &simulator,
                                                const std::string &name, Console &console) {
+        const std::vector<sim::Scalar> &inputs = simulator.inputs();
         std::vector<std::string> known;
         for (std::size_t i = 0; i < inputs.size(); ++i) {
             if (inputs[i].name == title) {
                 return i;
             }
             known.push_back(inputs[i].name);
+        }
+        const std::string wire = title.substr(0, title.find_first_of("[."));
+        const std::vector<std::string> &idle = simulator.idleInputs();
+        if (std::find(idle.begin(), idle.end(), wire) != idle.end()) {
+            return std::nullopt;
         }
         if (title != "cycle") {
             const std::string near = suggest(title, known);
@@ -181,16 +208,32 @@ class Run {
     std::vector<sim::Scalar> mAll;
 };
 
+/// A name as a cell of a table.
+std::string quoted(const std::string &name) {
+    if (name.find_first_of(",\" \t") == std::string::npos) {
+        return name;
+    }
+    std::string cell;
+    for (const char c : name) {
+        cell += c == '"' ? "\"\"" : std::string(1, c);
+    }
+    return '"' + cell + '"';
+}
+
 /// The tables of a run, in whole outputs: the rows, and the value changes beside them.
 void writeRun(const Arguments &arguments, Run &run, const std::string &top, Console &console) {
     const auto rows = [&](std::ostream &table, ChangeDump *changes) {
         table << "cycle";
         for (const sim::Scalar &scalar : run.shown()) {
-            table << "," << scalar.name;
+            table << "," << quoted(scalar.name);
         }
         table << "\n";
         run.forEachCycle([&](std::uint64_t cycle, const std::vector<Sample> &samples) {
-            table << fmt::format("{},{}\n", cycle, fmt::join(run.cells(samples), ","));
+            table << cycle;
+            for (const std::string &cell : run.cells(samples)) {
+                table << "," << cell;
+            }
+            table << "\n";
             if (changes != nullptr) {
                 changes->cycle(cycle, samples);
             }
@@ -206,10 +249,29 @@ void writeRun(const Arguments &arguments, Run &run, const std::string &top, Cons
     });
 }
 
+/// What is read must not be written, nor two things to one place.
+void requireApart(const Arguments &arguments, Console &console) {
+    const auto refuse = [&console](const char *reason) {
+        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", reason}});
+    };
+    if (arguments.input == "-" && arguments.stimulus == "-") {
+        refuse("the design and the stimulus cannot both come from standard input");
+    }
+    if (arguments.changes == arguments.output) {
+        refuse("the table and the dump need places of their own");
+    }
+    for (const std::string *output : {&arguments.output, &arguments.changes}) {
+        if (*output != "-" && (*output == arguments.input || *output == arguments.stimulus)) {
+            refuse("an output would take the place of what is read");
+        }
+    }
+}
+
 int simulate(const Arguments &arguments, Console &console) {
     if (arguments.input.empty()) {
         console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
     }
+    requireApart(arguments, console);
     Progress progress(console);
     ContextMgr guard;
     guard.context()->setListener(&console);
@@ -228,7 +290,7 @@ int simulate(const Arguments &arguments, Console &console) {
         if (arguments.stimulus.compare(0, 6, "noise:") == 0) {
             console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "noise takes seed=NUMBER"}});
         }
-        auto table = std::make_unique<TableStimulus>(arguments.stimulus, simulator->inputs(), arguments.raw, console);
+        auto table = std::make_unique<TableStimulus>(arguments.stimulus, *simulator, arguments.raw, console);
         cycles = arguments.cycles.value_or(table->rows());
         stimulus = std::move(table);
     }
@@ -248,8 +310,22 @@ int simulate(const Arguments &arguments, Console &console) {
               {"probes", describe(simulator->probes())}};
     if (arguments.output == "-") {
         json["rows"] = Json::array();
-        run.forEachCycle(
-            [&](std::uint64_t, const std::vector<Sample> &samples) { json["rows"].push_back(run.cells(samples)); });
+        const auto rows = [&](ChangeDump *changes) {
+            run.forEachCycle([&](std::uint64_t cycle, const std::vector<Sample> &samples) {
+                json["rows"].push_back(run.cells(samples));
+                if (changes != nullptr) {
+                    changes->cycle(cycle, samples);
+                }
+            });
+        };
+        if (arguments.changes.empty()) {
+            rows(nullptr);
+        } else {
+            writeOutput(arguments.changes, console, [&](std::ostream &out) {
+                ChangeDump changes(out, topName, run.all());
+                rows(&changes);
+            });
+        }
     } else {
         writeRun(arguments, run, topName, console);
     }
@@ -267,7 +343,8 @@ void addSimVerb(CLI::App &app, VerbHost &host) {
     verb->add_option("--top", arguments->top, "The model to run; the only one that no other instantiates if not given")
         ->type_name("MODEL");
     verb->add_option("--cycles", arguments->cycles, "Clock cycles to run; the rows of a table, else 100")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(CLI::Range(std::uint64_t{0}, kMostCycles));
     verb->add_option("--stimulus", arguments->stimulus,
                      "noise, noise:seed=S, impulse, ramp, corners, or a table: names of inputs, then a row a cycle")
         ->type_name("WHAT");

@@ -1,18 +1,27 @@
 // Names of ports and wires through the taking apart of blocks: who stands for whom now.
 #include <orvo/compoundportcorrespondence.h>
 
+#include "orvo/scheduleconstraints.h"
+
 #include <orvo/block.h>
 #include <orvo/design.h>
 #include <orvo/logging.h>
+#include <orvo/orvoutils.h>
 #include <orvo/pass.h>
 #include <orvo/staticstrings.h>
 
-#include <algorithm>
 #include <functional>
 #include <map>
 #include <set>
 
 namespace orvo {
+
+using internal::asEntry;
+using internal::elementsOf;
+using internal::kEntryChain;
+using internal::kEntryFrom;
+using internal::kEntryKey;
+using internal::kEntryTo;
 
 Port *MaybePort::getPort() const { return mBlock->getPort(mKey); }
 
@@ -122,9 +131,7 @@ const UnrollMappings *UnrolledPortWireNames::boundaryMappings(const BoundaryUnro
             return mappings(mModel, Side::Output);
         }
     }
-    const Model *below = state != nullptr && mBlock->type() == A_MODEL_BLOCK.get_ptr()
-                             ? Node::from<Model>(ValueRef(mBlock->getParam(A_MODEL_NODE)))
-                             : nullptr;
+    const Model *below = state == nullptr ? nullptr : internal::instantiatedModel(*mBlock);
     return below == nullptr ? nullptr : mappings(*below, mIsPort ? Side::Input : Side::Output);
 }
 
@@ -166,60 +173,25 @@ PureTupleValueRef pointOf(const Block &block, const PureValueRef &name) {
     return PureTupleValue::get(block.getName(), name, block.getContext());
 }
 
-const StaticString &constraintKey(bool isPort) {
-    return isPort ? A_SCHEDULE_CONSTRAINT_PORTS : A_SCHEDULE_CONSTRAINT_WIRES;
-}
-
-/// An entry of a block's list of constrained points.
-constexpr std::size_t kEntrySize = 4;
-constexpr std::size_t kEntryChain = 1;
-constexpr std::size_t kEntryStarts = 2;
-constexpr std::size_t kEntryEnds = 3;
-
-TupleValueRef entryOf(const ValueRef &value) {
-    const TupleValueRef entry = tupleVR(value);
-    return entry && entry->size() == kEntrySize ? entry : TupleValueRef();
-}
-
-/// Whether an entry speaks of this instance: it names the model blocks on the way, or stands for all instances.
-bool isOfInstance(const PureValueRef &chain, const RefChain &instance) {
-    if (chain == A_TRUE) {
-        return true;
-    }
-    const PureTupleValueRef links = pureTupleVR(chain);
-    if (!links || links->size() == 0 || links->size() != instance.size()) {
-        return false;
-    }
-    for (std::size_t i = 0; i < instance.size(); ++i) {
-        const PureTupleValueRef link = pureTupleVR(links->at(i));
-        if (!link || link->size() != 2 || !(link->at(0) == instance[i]->getModel().getName()) ||
-            !(link->at(1) == instance[i]->getName())) {
-            return false;
-        }
-    }
-    return true;
-}
-
 ValueRef renamed(const TupleValue &entry, const PureValueRef &name, Context *context) {
     std::vector<ValueRef> elements(entry.begin(), entry.end());
     elements.front() = name;
     return TupleValue::get(elements, context);
 }
 
-/// The numbers of both, each once.
-ValueRef joinNumbers(const ValueRef &a, const ValueRef &b, Context *context) {
-    std::vector<ValueRef> numbers;
+/// The ids of both, each once.
+ValueRef joinIds(const ValueRef &a, const ValueRef &b, Context *context) {
+    std::vector<ValueRef> ids = elementsOf(a.get_ptr());
     std::set<const Value *> known;
-    for (const ValueRef &list : {a, b}) {
-        if (const TupleValueRef tuple = tupleVR(list)) {
-            for (const ValueRef &number : *tuple) {
-                if (known.insert(number.get_ptr()).second) {
-                    numbers.push_back(number);
-                }
-            }
+    for (const ValueRef &id : ids) {
+        known.insert(id.get_ptr());
+    }
+    for (const ValueRef &id : elementsOf(b.get_ptr())) {
+        if (known.insert(id.get_ptr()).second) {
+            ids.push_back(id);
         }
     }
-    return TupleValue::get(numbers, context);
+    return TupleValue::get(ids, context);
 }
 
 /// The list of a block's constrained points in the making.
@@ -228,31 +200,33 @@ class PointEntries {
     explicit PointEntries(Context *context) : mContext(context) {}
     /// As it is.
     void keep(const ValueRef &value) {
-        if (const TupleValueRef entry = entryOf(value)) {
-            mPlaces.emplace(keyOf(entry), mEntries.size());
+        if (const TupleValue *entry = asEntry(value.get_ptr())) {
+            mPlaces.emplace(placeKey(*entry), mEntries.size());
         }
         mEntries.push_back(value);
     }
-    /// One for the same point and instance takes it in.
+    /// An entry; one for the same point and instance takes it in.
     void add(const ValueRef &value) {
-        const TupleValueRef entry = entryOf(value);
-        const auto [place, isNew] = mPlaces.try_emplace(keyOf(entry), mEntries.size());
+        const TupleValue &entry = *asEntry(value.get_ptr());
+        const auto [place, isNew] = mPlaces.try_emplace(placeKey(entry), mEntries.size());
         if (isNew) {
             mEntries.push_back(value);
             return;
         }
         ValueRef &present = mEntries[place->second];
-        const TupleValueRef other = entryOf(present);
-        present = TupleValue::get(entry->at(0), entry->at(kEntryChain),
-                                  joinNumbers(other->at(kEntryStarts), entry->at(kEntryStarts), mContext),
-                                  joinNumbers(other->at(kEntryEnds), entry->at(kEntryEnds), mContext), mContext);
+        const TupleValue &other = *asEntry(present.get_ptr());
+        present = TupleValue::get(entry.at(kEntryKey), entry.at(kEntryChain),
+                                  joinIds(other.at(kEntryFrom), entry.at(kEntryFrom), mContext),
+                                  joinIds(other.at(kEntryTo), entry.at(kEntryTo), mContext), mContext);
     }
     /// Null for an empty list.
     ValueRef toValue() const { return mEntries.empty() ? ValueRef() : ValueRef(TupleValue::get(mEntries, mContext)); }
 
   private:
     using Key = std::pair<const Value *, const Value *>;
-    static Key keyOf(const TupleValueRef &entry) { return {entry->at(0).get_ptr(), entry->at(kEntryChain).get_ptr()}; }
+    static Key placeKey(const TupleValue &entry) {
+        return {entry.at(kEntryKey).get_ptr(), entry.at(kEntryChain).get_ptr()};
+    }
 
     Context *mContext;
     std::vector<ValueRef> mEntries;
@@ -311,34 +285,38 @@ void NetlistReferencePointsUpdater::unrollLatencyConstraints() {
     if (mMapping.empty()) {
         return;
     }
-    for (const bool isPort : {true, false}) {
-        const StaticString &key = constraintKey(isPort);
+    for (const internal::PointTable &table : internal::kPointTables) {
         MovedEntries moved;
         for (Block &block : mModel) {
-            if (const TupleValueRef entries = tupleVR(block.getParam(key))) {
-                unrollPortWireNames(block, entries, isPort, moved);
+            if (const TupleValueRef entries = tupleVR(block.getParam(*table.param))) {
+                const ValueRef unrolled = unrollPortWireNames(block, entries, table.isPort, moved);
+                if (!(unrolled == entries)) {
+                    block.setParam(*table.param, unrolled);
+                }
             }
         }
         for (const auto &[block, values] : moved) {
             PointEntries list(block->getContext());
-            if (const TupleValueRef present = tupleVR(block->getParam(key))) {
-                std::for_each(present->begin(), present->end(), [&list](const ValueRef &value) { list.keep(value); });
+            for (const ValueRef &value : elementsOf(block->findParam(*table.param))) {
+                list.keep(value);
             }
-            std::for_each(values.begin(), values.end(), [&list](const ValueRef &value) { list.add(value); });
-            block->setParam(key, list.toValue());
+            for (const ValueRef &value : values) {
+                list.add(value);
+            }
+            block->setParam(*table.param, list.toValue());
         }
     }
 }
 
-void NetlistReferencePointsUpdater::unrollPortWireNames(Block &block, const TupleValueRef &entries, bool isPort,
-                                                        MovedEntries &moved) {
+ValueRef NetlistReferencePointsUpdater::unrollPortWireNames(const Block &block, const TupleValueRef &entries,
+                                                            bool isPort, MovedEntries &moved) const {
     PointEntries list(block.getContext());
     bool isChanged = false;
     for (const ValueRef &value : *entries) {
-        const TupleValueRef entry = entryOf(value);
-        const PureValueRef name = entry ? PureValueRef(entry->at(0)) : PureValueRef();
+        const TupleValue *entry = asEntry(value.get_ptr());
+        const PureValueRef name = entry == nullptr ? PureValueRef() : PureValueRef(entry->at(kEntryKey));
         const std::vector<PureTupleValueRef> points =
-            name && isOfInstance(PureValueRef(entry->at(kEntryChain)), mRefChain)
+            name && OrvoUtils::matchesRefChain(entry->at(kEntryChain), mRefChain)
                 ? mMapping.latestPoints(pointOf(block, name), isPort)
                 : std::vector<PureTupleValueRef>();
         isChanged = isChanged || !points.empty();
@@ -354,9 +332,7 @@ void NetlistReferencePointsUpdater::unrollPortWireNames(Block &block, const Tupl
             }
         }
     }
-    if (isChanged) {
-        block.setParam(constraintKey(isPort), list.toValue());
-    }
+    return isChanged ? list.toValue() : ValueRef(entries);
 }
 
 } // namespace orvo

@@ -331,4 +331,93 @@ void ConnectionTrace::traceBackward(const Port &port) {
     mWalk->run();
 }
 
+namespace {
+
+/// How a block hands its inputs on.
+enum class Passage : std::uint8_t { None, OneInput, ByName };
+
+struct PassageRow {
+    const StaticString *type;
+    TraceFlags flag;
+    Passage passage;
+};
+
+constexpr PassageRow kPassages[] = {
+    {&A_TYPE_PIN_BLOCK, TRACE_THROUGH_TYPE_PINS, Passage::OneInput},
+    {&A_FANOUT_BLOCK, TRACE_THROUGH_FANOUTS, Passage::OneInput},
+    {&A_TERMINAL_BLOCK, TRACE_THROUGH_FANOUTS, Passage::OneInput},
+    {&A_SIGNAL_IN_BLOCK, TRACE_THROUGH_MARKERS, Passage::ByName},
+    {&A_SIGNAL_OUT_BLOCK, TRACE_THROUGH_MARKERS, Passage::ByName},
+    {&A_BOUNDARY_BLOCK, TRACE_THROUGH_MARKERS, Passage::ByName},
+};
+
+Passage passageOf(const Block &block, TraceFlags flags) {
+    for (const PassageRow &row : kPassages) {
+        if (block.type() == row.type->get_ptr()) {
+            return (static_cast<unsigned int>(row.flag) & static_cast<unsigned int>(flags)) != 0 ? row.passage
+                                                                                                 : Passage::None;
+        }
+    }
+    return Passage::None;
+}
+
+/// The input that a wire of a passed block shows; null if it is not connected.
+const Port *inputOf(const Wire &wire, Passage passage) {
+    const Block &block = wire.getBlock();
+    if (passage == Passage::ByName) {
+        return block.getPort(wire.getName());
+    }
+    return block.port_size() == 1 ? &*block.port_begin() : nullptr;
+}
+
+} // namespace
+
+void traceWireForward(const Wire &wire, TraceFlags flags, std::vector<const Port *> &ends) {
+    std::vector<const Wire *> queue{&wire};
+    std::unordered_set<const Wire *> visited{&wire};
+    for (std::size_t i = 0; i < queue.size(); ++i) {
+        for (const Port &port : queue[i]->ports()) {
+            const Passage passage = passageOf(port.getBlock(), flags);
+            if (passage == Passage::None) {
+                ends.push_back(&port);
+                continue;
+            }
+            for (const Wire &next : port.getBlock()) {
+                if (inputOf(next, passage) == &port && visited.insert(&next).second) {
+                    queue.push_back(&next);
+                }
+            }
+        }
+    }
+}
+
+const Port *traceWireForward(const Wire &wire, TraceFlags flags) {
+    std::vector<const Port *> ends;
+    traceWireForward(wire, flags, ends);
+    return ends.size() == 1 ? ends.front() : nullptr;
+}
+
+const Wire *tracePortBackward(const Port &port, TraceFlags flags) {
+    std::unordered_set<const Port *> visited;
+    for (const Port *at = &port; at != nullptr && visited.insert(at).second;) {
+        const Wire &wire = *at->peekWire();
+        const Passage passage = passageOf(wire.getBlock(), flags);
+        if (passage == Passage::None) {
+            return &wire;
+        }
+        at = inputOf(wire, passage);
+    }
+    return nullptr;
+}
+
+void tracePortBackward(const Block &block, TraceFlags flags, std::vector<const Wire *> &ends) {
+    std::unordered_set<const Wire *> known;
+    for (const Port &port : block.ports()) {
+        const Wire *wire = tracePortBackward(port, flags);
+        if (wire != nullptr && known.insert(wire).second) {
+            ends.push_back(wire);
+        }
+    }
+}
+
 } // namespace orvo

@@ -18,7 +18,7 @@ namespace {
 /// Schedule bookkeeping must not look like a change of the netlist.
 bool structuralParam(const Value *key) {
     return key != A_SYNTH_SCHEDULE_CONSTRAINTS.get_ptr() && key != A_SCHEDULE_CONSTRAINT_PORTS.get_ptr() &&
-           key != A_SCHEDULE_CONSTRAINT_WIRES.get_ptr();
+           key != A_SCHEDULE_CONSTRAINT_WIRES.get_ptr() && key != A_SCHEDULE_CONSTRAINT_COUNT.get_ptr();
 }
 
 /// The number and the base of a name that a clash made; a null base for any other name.

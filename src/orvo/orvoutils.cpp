@@ -1,6 +1,9 @@
 // Copies and deletes models with all that hangs on them.
 #include <orvo/orvoutils.h>
 
+#include "orvo/cloneconstraints.h"
+#include "orvo/scheduleconstraints.h"
+
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/design.h>
@@ -9,25 +12,19 @@
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
-#include <atomic>
+#include <map>
 #include <set>
 #include <unordered_map>
 #include <vector>
 
 namespace orvo {
 
-namespace {
-
-std::atomic<OrvoUtils::CloneHook> gCloneHook{nullptr};
-
-/// From the models of a source to their copies.
-using ModelMap = std::unordered_map<const Model *, Model *>;
+namespace internal {
 
 Model *instantiatedModel(const Block &block) {
     return block.type() == A_MODEL_BLOCK.get_ptr() ? Node::from<Model>(block[A_MODEL_NODE]) : nullptr;
 }
 
-/// The models that the blocks of `root` refer to, at any depth, `root` first, each once, in the order of meeting them.
 std::vector<Model *> modelsBelow(Model *root) {
     std::vector<Model *> found{root};
     std::set<const Model *> known{root};
@@ -42,6 +39,17 @@ std::vector<Model *> modelsBelow(Model *root) {
     return found;
 }
 
+} // namespace internal
+
+using namespace internal;
+
+namespace {
+
+/// From the models of a source to their copies.
+using ModelMap = std::unordered_map<const Model *, Model *>;
+
+Model *cloneWithoutConstraints(Design &design, const Model &source, OrvoUtils::NodeMap &map);
+
 void pointAtClones(Model &clone, const ModelMap &clones) {
     for (Block &block : clone) {
         Model *model = instantiatedModel(block);
@@ -55,9 +63,20 @@ void pointAtClones(Model &clone, const ModelMap &clones) {
 ModelMap cloneAll(Design &destination, const std::vector<Model *> &sources) {
     ModelMap clones;
     for (Model *source : sources) {
-        clones.emplace(source, OrvoUtils::cloneModel(destination, *source));
+        OrvoUtils::NodeMap nodes;
+        clones.emplace(source, cloneWithoutConstraints(destination, *source, nodes));
     }
     return clones;
+}
+
+/// Models that were copied together share the map of ids, since a constraint may have its ends in several of them.
+void carryAll(const std::vector<Model *> &sources, const ModelMap &clones) {
+    ModelCopies copies;
+    for (const Model *source : sources) {
+        copies.emplace_back(source, clones.at(source));
+    }
+    std::map<int, int> ids;
+    carryConstraints(copies, ids);
 }
 
 /// The same, and model blocks of copies instantiate copies. In the order of the sources, which the parents of each copy
@@ -67,6 +86,7 @@ ModelMap cloneAllDeep(Design &destination, const std::vector<Model *> &sources) 
     for (const Model *source : sources) {
         pointAtClones(*clones.at(source), clones);
     }
+    carryAll(sources, clones);
     return clones;
 }
 
@@ -112,21 +132,12 @@ void connectClones(const BlockPairs &blocks, const WireMap &wires,
     }
 }
 
-} // namespace
-
-void OrvoUtils::copyParams(Node &destination, const Node &source) {
-    for (auto param : Params(source)) {
-        destination.setParam(param.first, param.second);
-    }
-}
-
-Model *OrvoUtils::cloneModel(Design &design, const Model &source, NodeMap *nodes) {
+/// All of it but for constraints, which stand in the copy as they were.
+Model *cloneWithoutConstraints(Design &design, const Model &source, OrvoUtils::NodeMap &map) {
     ORVO_ASSERT(design.getContext() == source.getContext(), "a model is cloned into a design of another context");
-    NodeMap own;
-    NodeMap &map = nodes == nullptr ? own : *nodes;
     Model *clone = Model::create(design, source.getName());
     map[&source] = clone;
-    copyParams(*clone, source);
+    OrvoUtils::copyParams(*clone, source);
     BlockPairs blocks;
     WireMap wires;
     std::unordered_map<const Block *, Block *> clones;
@@ -140,13 +151,31 @@ Model *OrvoUtils::cloneModel(Design &design, const Model &source, NodeMap *nodes
             Wire *wireCopy = Wire::create(*copy, wire.getName());
             map[&wire] = wireCopy;
             wires.emplace(&wire, wireCopy);
-            copyParams(*wireCopy, wire);
+            OrvoUtils::copyParams(*wireCopy, wire);
         }
     }
     connectClones(blocks, wires, clones);
-    if (CloneHook hook = gCloneHook.load(); hook != nullptr) {
-        hook(source, *clone, map);
+    return clone;
+}
+
+} // namespace
+
+void OrvoUtils::copyParams(Node &destination, const Node &source) {
+    for (auto param : Params(source)) {
+        destination.setParam(param.first, param.second);
     }
+}
+
+Model *OrvoUtils::cloneModel(Design &design, const Model &source, NodeMap *nodes) {
+    std::map<int, int> ids;
+    return cloneModelWithLatencyConstraints(design, source, ids, nodes);
+}
+
+Model *OrvoUtils::cloneModelWithLatencyConstraints(Design &design, const Model &source, std::map<int, int> &idMap,
+                                                   NodeMap *nodes) {
+    NodeMap own;
+    Model *clone = cloneWithoutConstraints(design, source, nodes == nullptr ? own : *nodes);
+    carryConstraints({{&source, clone}}, idMap);
     return clone;
 }
 
@@ -155,7 +184,10 @@ Model *OrvoUtils::deepCloneModel(Design &design, const Model &source) {
     return clones.at(&source);
 }
 
-void OrvoUtils::cloneDesign(Design &destination, const Design &source) { cloneAll(destination, modelsOf(source)); }
+void OrvoUtils::cloneDesign(Design &destination, const Design &source) {
+    const std::vector<Model *> sources = modelsOf(source);
+    carryAll(sources, cloneAll(destination, sources));
+}
 
 void OrvoUtils::deepCloneDesign(Design &destination, const Design &source) {
     cloneAllDeep(destination, modelsOf(source));
@@ -169,7 +201,5 @@ void OrvoUtils::deepDeleteModel(Model *model) {
     }
     delete model;
 }
-
-OrvoUtils::CloneHook OrvoUtils::setCloneHook(CloneHook hook) { return gCloneHook.exchange(hook); }
 
 } // namespace orvo

@@ -213,7 +213,7 @@ Leaf restartOf(BlockWriter &writer, int port, std::uint32_t lane) {
 
 void writeAccumulator(BlockWriter &writer) {
     const Signal data = writer.in(0);
-    require(writer, data, "the data");
+    require(writer, data);
     const Signal out = writer.out();
     const std::pair<const StaticString *, Leaf Flags::*> flags[] = {{&A_ACC_WIRE_XOVERFLOW, &Flags::exceeds},
                                                                     {&A_ACC_WIRE_XUNDERFLOW, &Flags::vanishes},
@@ -245,8 +245,8 @@ void writeAccumulator(BlockWriter &writer) {
 void writeMultiplyAccumulate(BlockWriter &writer) {
     const Signal a = writer.in(0);
     const Signal b = writer.in(1);
-    require(writer, a, "the first factor");
-    require(writer, b, "the second factor");
+    require(writer, a);
+    require(writer, b);
     if (const Signal out = writer.out(); out.known()) {
         if (out.type->isComplex) {
             writer.fail("products of complex numbers are not accumulated");

@@ -14,13 +14,12 @@ namespace orvo::sim {
 
 namespace {
 
-/// What the signals hold at a place of an output; those without an imaginary part are left out there.
-std::vector<Leaf> leavesAt(const std::vector<Signal> &signals, std::uint32_t lane, std::uint32_t part) {
+/// What the signals hold at a place of an output.
+std::vector<Leaf> leavesAt(BlockWriter &writer, const std::vector<Signal> &signals, std::uint32_t lane,
+                           std::uint32_t part) {
     std::vector<Leaf> leaves;
     for (const Signal &signal : signals) {
-        if (const auto leaf = leafAt(signal, lane, part)) {
-            leaves.push_back(*leaf);
-        }
+        leaves.push_back(partOrZero(writer, signal, lane, part));
     }
     return leaves;
 }
@@ -203,8 +202,8 @@ void writeAddReduce(BlockWriter &writer) {
 void writeAbs(BlockWriter &writer) {
     const std::vector<Signal> inputs = fixedInputs(writer, 1);
     if (const Signal out = writer.out(); out.known()) {
-        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
-            const Operand value = writer.raw(*leafAt(inputs[0], lane));
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            const Operand value = writer.raw(partOrZero(writer, inputs[0], lane, part));
             Operand negated = value;
             negated.isNegated = true;
             writer.emit(leaf, writer.scalar(leaf).fraction * -1 + inputs[0].type->scalar.fraction, {value, negated},
@@ -217,7 +216,7 @@ template <int larger> void writeExtreme(BlockWriter &writer) {
     const std::vector<Signal> inputs = fixedInputs(writer, 1);
     if (const Signal out = writer.out(); out.known()) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
-            emitAligned(writer, leaf, leavesAt(inputs, lane, part), extremeKernel, larger);
+            emitAligned(writer, leaf, leavesAt(writer, inputs, lane, part), extremeKernel, larger);
         });
     }
 }
@@ -236,8 +235,9 @@ Leaf exactDifference(BlockWriter &writer, Leaf a, Leaf b) {
 void writeDim(BlockWriter &writer) {
     const std::vector<Signal> inputs = fixedInputs(writer, 2);
     if (const Signal out = writer.out(); out.known()) {
-        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
-            const Leaf difference = exactDifference(writer, *leafAt(inputs[0], lane), *leafAt(inputs[1], lane));
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            const Leaf difference = exactDifference(writer, partOrZero(writer, inputs[0], lane, part),
+                                                    partOrZero(writer, inputs[1], lane, part));
             emitAligned(writer, leaf, {difference, zero(writer)}, extremeKernel, 1);
         });
     }
@@ -251,7 +251,7 @@ template <bool larger> void writeMagnitude(BlockWriter &writer) {
         return;
     }
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
-        std::vector<Leaf> leaves = leavesAt(inputs, lane, part);
+        std::vector<Leaf> leaves = leavesAt(writer, inputs, lane, part);
         const std::int32_t fraction = commonFraction(writer, leaves);
         std::int32_t whole = 1;
         for (const Leaf one : leaves) {
@@ -297,9 +297,9 @@ template <bool larger> void writeMagnitude(BlockWriter &writer) {
 void writeSaturate(BlockWriter &writer) {
     const std::vector<Signal> inputs = fixedInputs(writer, 3);
     if (const Signal out = writer.out(); out.known()) {
-        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
-            const Leaf data = *leafAt(inputs[0], lane);
-            const Leaf upper = *leafAt(inputs[1], lane);
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            const Leaf data = partOrZero(writer, inputs[0], lane, part);
+            const Leaf upper = partOrZero(writer, inputs[1], lane, part);
             const std::int32_t fraction = commonFraction(writer, std::initializer_list<Leaf>{data, upper});
             std::int32_t whole = 1;
             for (const Leaf one : {data, upper}) {
@@ -309,7 +309,7 @@ void writeSaturate(BlockWriter &writer) {
             const Leaf lesser = writer.temporary(
                 {static_cast<std::uint32_t>(std::max(whole + fraction, 0) + 1), fraction, true, false});
             emitAligned(writer, lesser, {data, upper}, extremeKernel, 0);
-            emitAligned(writer, leaf, {lesser, *leafAt(inputs[2], lane)}, extremeKernel, 1);
+            emitAligned(writer, leaf, {lesser, partOrZero(writer, inputs[2], lane, part)}, extremeKernel, 1);
         });
     }
 }
@@ -334,35 +334,42 @@ Leaf sameKind(BlockWriter &writer, Leaf out, Leaf in) {
 
 void writeMux(BlockWriter &writer) {
     const Signal select = fixedInput(writer, A_MUX_PORT_SELECT, "the select");
-    const std::vector<Signal> data = writer.numbered();
     const Signal out = writer.out();
     if (!out.known()) {
         return;
     }
-    for (const Signal &signal : data) {
+    // A number between others without a port is like one beyond the last.
+    constexpr int kMostInputs = 1 << 20;
+    std::vector<Signal> data;
+    for (const auto &[number, signal] : writer.numberedPorts()) {
+        if (number > kMostInputs) {
+            writer.fail("a data input has a number beyond all selects");
+        }
         if (signal.type->isRecord() || out.type->isRecord()) {
             requireType(writer, signal, *out.type);
         }
+        data.resize(static_cast<std::size_t>(number) + 1);
+        data.back() = signal;
     }
     if (data.empty()) {
         return;
     }
+    const auto choose = [&](Leaf leaf, std::uint32_t lane, auto dataAt) {
+        std::vector<Leaf> leaves;
+        for (const Signal &signal : data) {
+            leaves.push_back(signal.known() ? dataAt(signal) : writer.unknown(writer.scalar(leaf)));
+        }
+        emitMux(writer, leaf, *leafAt(select, lane), leaves);
+    };
     if (out.type->isRecord()) {
         for (std::uint32_t i = 0; i < out.type->leaves; ++i) {
-            std::vector<Leaf> leaves;
-            for (const Signal &signal : data) {
-                leaves.push_back(signal.first + i);
-            }
-            emitMux(writer, out.first + i, select.first, leaves);
+            choose(out.first + i, 0, [i](const Signal &signal) { return signal.first + i; });
         }
         return;
     }
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
-        std::vector<Leaf> leaves;
-        for (const Signal &signal : data) {
-            leaves.push_back(sameKind(writer, leaf, partOrZero(writer, signal, lane, part)));
-        }
-        emitMux(writer, leaf, *leafAt(select, lane), leaves);
+        choose(leaf, lane,
+               [&](const Signal &signal) { return sameKind(writer, leaf, partOrZero(writer, signal, lane, part)); });
     });
 }
 
@@ -441,7 +448,7 @@ void writeSelect(BlockWriter &writer) {
             const Signal control = writer.in(port.getName());
             requireFixed(writer, control, "a control");
             cases.push_back({control, writer.in(PureTupleValue::get(A_SELECT_PORTKEY_DATA, key->at(1), context))});
-            require(writer, cases.back().data, "a case's data");
+            require(writer, cases.back().data);
         }
     }
     const Signal other = writer.in(A_SELECT_PORT_DEFAULT_DATA);
@@ -522,7 +529,7 @@ void writeCompareControl(BlockWriter &writer) {
 
 /// Operands are aligned in the output's type, then their raw bits meet.
 template <Logic logic, int complement> void writeLogic(BlockWriter &writer) {
-    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const std::vector<Signal> in = patternInputs(writer, 1);
     if (const Signal out = writer.out(); out.known()) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             std::vector<Operand> operands;
@@ -558,7 +565,7 @@ void writeCountOnes(BlockWriter &writer) {
 }
 
 void writeReverse(BlockWriter &writer) {
-    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const std::vector<Signal> in = patternInputs(writer, 1);
     if (const Signal out = writer.out(); out.known()) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             writer.emit(leaf, 0, {writer.raw(*leafAt(in[0], lane, part))}, reverseKernel);
@@ -579,23 +586,30 @@ void writeBitJoin(BlockWriter &writer) {
     }
 }
 
-/// All elements of the vector side by side, element 0 lowest.
+/// The elements that meet in one of the output side by side, element 0 lowest, or several inputs.
 void writeBitJoinReduce(BlockWriter &writer) {
     const std::vector<Signal> in = fixedInputs(writer, 1);
+    if (in.size() > 1 || in[0].type->dims.empty()) {
+        writeBitJoin(writer);
+        return;
+    }
     const Signal out = writer.out();
     if (!out.known()) {
         return;
     }
-    std::vector<Operand> operands;
-    for (std::uint32_t lane = 0; lane < in[0].type->lanes(); ++lane) {
-        operands.push_back(writer.raw(*leafAt(in[0], lane)));
+    const std::uint32_t each = out.type->leaves;
+    for (std::uint32_t at = 0; at < each; ++at) {
+        std::vector<Operand> operands;
+        for (std::uint32_t i = at; i < in[0].type->leaves; i += each) {
+            operands.push_back(writer.raw(in[0].first + i));
+        }
+        writer.emit(out.first + at, 0, operands, joinKernel);
     }
-    writer.emit(out.first, 0, operands, joinKernel);
 }
 
 /// From the offset up, extended by the input's sign. A negative offset counts from the top.
 void writeBitSelect(BlockWriter &writer) {
-    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const std::vector<Signal> in = patternInputs(writer, 1);
     std::int64_t offset = writer.integer(A_BIT_SELECT_BIT_OFFSET, 0);
     if (const Signal out = writer.out(); out.known()) {
         const auto width = static_cast<std::int64_t>(in[0].type->scalar.width);
@@ -607,10 +621,13 @@ void writeBitSelect(BlockWriter &writer) {
 }
 
 void writeChooseBits(BlockWriter &writer) {
-    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const std::vector<Signal> in = patternInputs(writer, 1);
     const TupleValueRef offsets = tupleVR(writer.param(A_CHOOSE_BITS_BIT_OFFSETS));
     const Signal out = writer.out();
-    if (!out.known() || !offsets) {
+    if (!offsets) {
+        writer.fail("the list of bits is no tuple");
+    }
+    if (!out.known()) {
         return;
     }
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
@@ -701,7 +718,13 @@ void writeCast(BlockWriter &writer) {
         const std::int32_t drop = writer.scalar(*source).fraction - type.fraction;
         const int range = static_cast<int>(type.width) | (type.isSigned ? 1 << 24 : 0);
         writer.emit(leaf, drop, {value}, [&](const Op &op) { return castKernel(op, rounding, saturation); });
-        if (const auto flag = clip.known() ? leafAt(clip, lane, part) : std::nullopt) {
+        const auto flag = clip.known() ? leafAt(clip, lane, part) : std::nullopt;
+        // Where no bit of the input survives, a constant stands for the whole, and no bound is looked at.
+        const bool isNearest = rounding == Rounding::HalfUp || rounding == Rounding::HalfEven;
+        const auto width = static_cast<std::int32_t>(value.width);
+        if (flag && (drop > width || (drop == width && !isNearest))) {
+            writer.setConstant(*flag, 0);
+        } else if (flag) {
             writer.emit(
                 *flag, drop, {value}, [&](const Op &op) { return clipKernel(op, rounding, saturation); }, range);
         }

@@ -292,7 +292,7 @@ std::pair<Leaf, Leaf> writeMemoryBlock(BlockWriter &writer, Bus &bus) {
         writer.fail("elements of " + std::to_string(element.width) + " bits on a bus of " + std::to_string(dataWidth) +
                     " have no meaning here");
     }
-    const auto content = contentOf(writer, tupleVR(writer.param(A_SHARED_MEM_INITIAL_DATA)), element, 0, 0);
+    const auto content = contentOf(writer, tupleVR(writer.param(A_SHARED_MEM_INITIAL_DATA)), element, 0, 1);
     const auto [state, words] = memoryOf(writer, size * std::int64_t{element.width}, content);
     const auto [hit, index] = decode(writer, bus, size);
     const bool isOfBus = !(writer.param(A_BUS_ACCESS_MODE) == A_BUS_ACCESS_CONSTANT);

@@ -10,9 +10,11 @@
 #include <orvo/corevalues.h>
 #include <orvo/design.h>
 #include <orvo/limits.h>
+#include <orvo/typeinferdebug.h>
 #include <orvo/wire.h>
 
 #include <algorithm>
+#include <sstream>
 
 namespace orvo::sim {
 
@@ -133,10 +135,15 @@ std::vector<std::uint64_t> wordsOf(const BigInt &value, std::uint32_t width) {
 SignalTypes &BlockWriter::types() const { return mCompiler.mTypes; }
 
 std::int64_t BlockWriter::integer(const StaticString &key, std::int64_t fallback) const {
-    const NumberValueRef number = numberVR(mBlock.getParam(key));
-    return number && number->isInteger() && !number->isSpecial() && number->getBitWidths().first <= 62
-               ? number->toInt64(0)
-               : fallback;
+    const ValueRef value = mBlock.getParam(key);
+    if (!value) {
+        return fallback;
+    }
+    const NumberValueRef number = numberVR(value);
+    if (!number || number->isSpecial() || !number->isInteger() || number->getBitWidths().first > 62) {
+        fail("'" + std::string(key.text()) + "' is no integer");
+    }
+    return number->toInt64(0);
 }
 
 Signal BlockWriter::in(const PureValueRef &key) const {
@@ -146,9 +153,22 @@ Signal BlockWriter::in(const PureValueRef &key) const {
 
 Signal BlockWriter::in(int number) const { return in(NumberValue::get(number, context())); }
 
+std::vector<std::pair<int, Signal>> BlockWriter::numberedPorts() const {
+    std::vector<std::pair<int, Signal>> signals;
+    for (const Port &port : mBlock.ports()) {
+        const NumberValueRef number = numberVR(port.getName());
+        const Signal signal = number && number->isInt() ? in(port.getName()) : Signal();
+        if (signal.known() && number->toInt() >= 0) {
+            signals.emplace_back(number->toInt(), signal);
+        }
+    }
+    std::sort(signals.begin(), signals.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
+    return signals;
+}
+
 std::vector<Signal> BlockWriter::numbered() const {
     std::vector<Signal> signals;
-    for (Signal signal = in(0); signal.known(); signal = in(static_cast<int>(signals.size()))) {
+    for (const auto &[number, signal] : numberedPorts()) {
         signals.push_back(signal);
     }
     return signals;
@@ -195,8 +215,9 @@ std::uint32_t BlockWriter::state(std::uint32_t words) {
 
 void BlockWriter::setInitial(std::uint32_t at, std::uint64_t word) { mCompiler.mInitial.emplace_back(at, word); }
 
-void BlockWriter::setUnknown(std::uint32_t at, std::uint32_t bits) {
-    mCompiler.program.unknownState.push_back({at, bits, false, false, 0});
+void BlockWriter::setUnknown(std::uint32_t at, std::uint32_t firstBit, std::uint32_t bits) {
+    mCompiler.program.unknownState.push_back(
+        {at + firstBit / 64, bits, false, false, static_cast<std::int32_t>(firstBit % 64)});
 }
 
 Op &BlockWriter::begin(Leaf out, std::int32_t drop, const std::vector<Operand> &in, int aux) {
@@ -372,6 +393,30 @@ std::string Compiler::placeOf(const Block &block, std::uint32_t instance) const 
     return placeOf(instance) + block.getName()->toString();
 }
 
+/// Blames where the failure began, which may be far from the wire.
+void Compiler::failOnMissingType(const Wire &wire, std::uint32_t instance) {
+    std::string reason = "wire '" + wire.getName()->toString() + "' has no type";
+    std::vector<std::string> blocks{placeOf(wire.getBlock(), instance)};
+    TypeInferDebug report(mTypesOfSignals, {&mTop});
+    if (!report.causes().empty()) {
+        std::ostringstream text;
+        report.getLikelyFailureCause(text);
+        std::istringstream lines(text.str());
+        for (std::string line; std::getline(lines, line);) {
+            if (const std::size_t at = line.find("Likely failure cause"); at != std::string::npos) {
+                reason += "; " + line.substr(at);
+                break;
+            }
+        }
+        const CauseSpec &cause = *report.causes().front();
+        blocks.clear();
+        for (const Block *block : cause.blocks) {
+            blocks.push_back(cause.instance->path->toString() + "/" + block->getName()->toString());
+        }
+    }
+    throw CompileError{reason, std::move(blocks)};
+}
+
 Signal Compiler::signalOf(const Wire *wire, std::uint32_t instance) {
     const auto at = mWires[instance].find(wire);
     return at == mWires[instance].end() ? Signal() : at->second;
@@ -398,7 +443,10 @@ void Compiler::layOut(std::uint32_t instance) {
             }
             const SignalType *type = mTypes.of(mTypesOfSignals.getType(wire, mInstances[instance].chain));
             if (type == nullptr) {
-                throw CompileError{"wire '" + wire.getName()->toString() + "' has no type", {placeOf(block, instance)}};
+                if (!canSimulate(block.type())) {
+                    failOnType(block, instance);
+                }
+                failOnMissingType(wire, instance);
             }
             const auto first = static_cast<Leaf>(mLeaves.size());
             if (mLeaves.size() + type->leaves > kMostScalars) {
@@ -458,16 +506,26 @@ bool Compiler::hasFloats(const Block &block, std::uint32_t instance) {
     return false;
 }
 
+void Compiler::failOnType(const Block &block, std::uint32_t instance) const {
+    const Value *type = block.type();
+    throw CompileError{"block type '" + (type == nullptr ? std::string("(none)") : type->toString()) +
+                           "' cannot be simulated",
+                       {placeOf(block, instance)}};
+}
+
 void Compiler::writeBlock(const Block &block, std::uint32_t instance) {
     BlockWriter writer(*this, block, instance);
     const BlockRow *row = rowOf(block.type(), hasFloats(block, instance));
     if (row == nullptr) {
-        const Value *type = block.type();
-        writer.fail("block type '" + (type == nullptr ? std::string("(none)") : type->toString()) +
-                    "' cannot be simulated");
+        failOnType(block, instance);
     }
-    if (row->write != nullptr) {
+    if (row->write == nullptr) {
+        return;
+    }
+    try {
         row->write(writer);
+    } catch (const MissingInput &) {
+        // Wires that nothing drives are unknown.
     }
 }
 
@@ -613,6 +671,30 @@ void Compiler::addAllProbes() {
     }
 }
 
+/// Names the blocks whose wires stand for each other in a ring.
+void Compiler::failOnWireLoop(Leaf first) const {
+    std::vector<Leaf> ring{first};
+    while (mAliases[ring.back()] != first) {
+        ring.push_back(mAliases[ring.back()]);
+    }
+    std::vector<std::string> blocks;
+    for (std::uint32_t at = 0; at < mInstances.size(); ++at) {
+        for (const Block &block : *mInstances[at].model) {
+            const bool isInside = std::any_of(block.begin(), block.end(), [&](const Wire &wire) {
+                const auto known = mWires[at].find(&wire);
+                return known != mWires[at].end() &&
+                       std::any_of(ring.begin(), ring.end(), [&signal = known->second](Leaf leaf) {
+                           return leaf >= signal.first && leaf - signal.first < signal.type->leaves;
+                       });
+            });
+            if (isInside) {
+                blocks.push_back(placeOf(block, at));
+            }
+        }
+    }
+    throw CompileError{"a loop of wires has no driver", std::move(blocks)};
+}
+
 /// Follows each chain of aliases to its end. A chain without an end is a loop of wires.
 void Compiler::resolveAliases() {
     std::vector<Leaf> way;
@@ -623,7 +705,7 @@ void Compiler::resolveAliases() {
             way.push_back(at);
             at = mAliases[at];
             if (way.size() > mAliases.size()) {
-                throw CompileError{"a loop of wires has no driver", {}};
+                failOnWireLoop(at);
             }
         }
         for (const Leaf passed : way) {
@@ -717,7 +799,12 @@ void Compiler::order() {
         for (Edge &edge : *edges) {
             const std::uint32_t producer = mProducers[edge.operand.at];
             // A signal comes before those that only stand for it.
-            edge.rank += producer == 0 ? 0 : 2 * ranks[producer - 1];
+            if (producer != 0) {
+                edge.rank += 2 * ranks[producer - 1];
+                const Block &source = *mOrigins[producer - 1].block;
+                edge.isFaithful =
+                    edge.type.isFloat && source.findParam(A_FLOAT_ROUNDING) == A_FAITHFUL_ROUNDING.get_ptr();
+            }
         }
     }
 }

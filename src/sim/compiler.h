@@ -35,6 +35,9 @@ struct CompileError {
     std::vector<std::string> blocks;
 };
 
+/// Thrown where a block lacks an input that it cannot do without: what it would drive is unknown.
+struct MissingInput {};
+
 /// One block in one instance, as its row sees it.
 class BlockWriter {
   public:
@@ -46,13 +49,14 @@ class BlockWriter {
     SignalTypes &types() const;
     ValueRef param(const StaticString &key) const { return mBlock.getParam(key); }
     bool isTrue(const StaticString &key) const { return mBlock.findParam(key) == A_TRUE.get_ptr(); }
-    /// An integer parameter, `fallback` where there is none.
+    /// An integer parameter, `fallback` where there is none. Anything else ends compilation.
     std::int64_t integer(const StaticString &key, std::int64_t fallback) const;
 
     /// The signal at a port, unknown if the port is not connected.
     Signal in(const PureValueRef &key) const;
     Signal in(int number) const;
-    /// The signals at ports 0, 1, ... in order.
+    /// The signals at numbered ports, in the order of the numbers.
+    std::vector<std::pair<int, Signal>> numberedPorts() const;
     std::vector<Signal> numbered() const;
     /// A wire of the block, unknown if there is none.
     Signal out(const PureValueRef &key) const;
@@ -71,8 +75,8 @@ class BlockWriter {
     /// Words that last from cycle to cycle, with what they hold at reset.
     std::uint32_t state(std::uint32_t words);
     void setInitial(std::uint32_t at, std::uint64_t word);
-    /// So many bits from this word of the state on are unknown at reset.
-    void setUnknown(std::uint32_t at, std::uint32_t bits);
+    /// So many bits of the state are unknown at reset: those from the given one of the word on.
+    void setUnknown(std::uint32_t at, std::uint32_t firstBit, std::uint32_t bits);
 
     /// Adds an operation. Its kernel is picked by `pick` once the operands stand.
     template <class Pick>
@@ -112,6 +116,7 @@ class BlockWriter {
     void show(const PureValueRef &name, const Signal &signal);
 
     [[noreturn]] void fail(const std::string &reason) const;
+    [[noreturn]] void missing() const { throw MissingInput(); }
 
   private:
     void convertFloat(Leaf out, Leaf in);

@@ -20,6 +20,7 @@ struct Edge {
     std::string origin;
     ScalarType type;
     Operand operand;
+    bool isFaithful = false;
     std::uint32_t rank = 0;
 };
 
@@ -68,6 +69,9 @@ class Compiler {
     /// The path of an instance, with a slash at its end.
     std::string placeOf(std::uint32_t instance) const;
     std::string placeOf(const Block &block, std::uint32_t instance) const;
+    [[noreturn]] void failOnMissingType(const Wire &wire, std::uint32_t instance);
+    [[noreturn]] void failOnType(const Block &block, std::uint32_t instance) const;
+    [[noreturn]] void failOnWireLoop(Leaf first) const;
     [[noreturn]] void failOnLoop(const std::vector<std::uint32_t> &waits) const;
 
     const Model &mTop;

@@ -8,11 +8,21 @@
 
 namespace orvo::sim {
 
-std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least) {
+std::vector<Signal> patternInputs(const BlockWriter &writer, std::size_t least) {
     std::vector<Signal> inputs = writer.numbered();
     if (inputs.size() < least) {
-        writer.fail("port " + std::to_string(inputs.size()) + " is not connected");
+        writer.missing();
     }
+    for (const Signal &input : inputs) {
+        if (input.type->isRecord()) {
+            writer.fail("an input is a record");
+        }
+    }
+    return inputs;
+}
+
+std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least) {
+    std::vector<Signal> inputs = patternInputs(writer, least);
     for (const Signal &input : inputs) {
         requireFixed(writer, input, "an input");
     }
@@ -38,7 +48,8 @@ void emitSum(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, const s
 Leaf zero(BlockWriter &writer) { return writer.temporary({1, 0, false, false}); }
 
 Leaf truth(BlockWriter &writer, Leaf control) {
-    if (writer.scalar(control).width == 1) {
+    const ScalarType &type = writer.scalar(control);
+    if (type.width == 1 && !type.isSigned && !type.isFloat) {
         return control;
     }
     const Leaf bit = writer.temporary({1, 0, false, false});
@@ -141,12 +152,9 @@ void commitQueue(BlockWriter &writer, const Queue &queue, Leaf write, Leaf ackno
     writer.commit(queue.state, queue.words, operands, moveQueue);
 }
 
-Signal constantSignal(BlockWriter &writer, const StaticString &key) {
-    const ValueRef value = writer.param(key);
-    const NumTypeSpec spec = NumTypeSpec::fromFixedValue(value, false);
-    const SignalType *type = writer.types().of(spec.toValue(writer.context()));
+Signal temporarySignal(BlockWriter &writer, const SignalType *type, const char *what) {
     if (type == nullptr) {
-        writer.fail("the constant has no type");
+        writer.fail(std::string(what) + " has no type");
     }
     Signal signal{type, 0};
     std::vector<ScalarType> scalars;
@@ -155,6 +163,13 @@ Signal constantSignal(BlockWriter &writer, const StaticString &key) {
         const Leaf leaf = writer.temporary(scalars[i]);
         signal.first = i == 0 ? leaf : signal.first;
     }
+    return signal;
+}
+
+Signal constantSignal(BlockWriter &writer, const StaticString &key) {
+    const ValueRef value = writer.param(key);
+    const NumTypeSpec spec = NumTypeSpec::fromFixedValue(value, false);
+    const Signal signal = temporarySignal(writer, writer.types().of(spec.toValue(writer.context())), "the constant");
     writer.constant(signal, value);
     return signal;
 }

@@ -8,6 +8,8 @@ namespace orvo::sim {
 
 /// The numbered inputs, at least so many, all of fixed point.
 std::vector<Signal> fixedInputs(const BlockWriter &writer, std::size_t least);
+/// The same of fixed point or of floats, whose bits are taken as they are.
+std::vector<Signal> patternInputs(const BlockWriter &writer, std::size_t least);
 Signal fixedInput(const BlockWriter &writer, const PureValueRef &key, const char *what);
 /// The scalar there, or a zero in place of an imaginary part that a real number has not.
 Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, std::uint32_t part);
@@ -15,6 +17,8 @@ Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, s
 Leaf zero(BlockWriter &writer);
 /// One bit: whether a control is not zero.
 Leaf truth(BlockWriter &writer, Leaf control);
+/// A signal between two operations. Null for a type ends compilation; `what` tells of which.
+Signal temporarySignal(BlockWriter &writer, const SignalType *type, const char *what);
 /// The constant of a parameter as a signal of its own, of the least type that holds it.
 Signal constantSignal(BlockWriter &writer, const StaticString &key);
 

@@ -232,17 +232,7 @@ Signal Expansion::latched(Leaf enable, const Signal &data) {
 
 Signal Expansion::fresh(const NumTypeSpec &type) {
     const SignalType *known = mWriter.types().of(PureValueRef(type.toValue(mWriter.context())));
-    if (known == nullptr) {
-        mWriter.fail("a signal in it has no type");
-    }
-    Signal signal{known, 0};
-    std::vector<ScalarType> scalars;
-    appendScalars(*known, scalars);
-    for (std::size_t i = 0; i < scalars.size(); ++i) {
-        const Leaf leaf = mWriter.temporary(scalars[i]);
-        signal.first = i == 0 ? leaf : signal.first;
-    }
-    return signal;
+    return temporarySignal(mWriter, known, "a signal in it");
 }
 
 Leaf Expansion::control(const PureValueRef &port, const char *what) {

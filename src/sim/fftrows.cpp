@@ -37,7 +37,7 @@ PureValueRef portOf(const BlockWriter &writer, const StaticString &named, int nu
 
 Signal dataOf(const BlockWriter &writer) {
     const Signal data = writer.in(portOf(writer, A_FFTBLOCK_PORT_DATA, 0));
-    require(writer, data, "the data");
+    require(writer, data);
     if (data.type->isRecord()) {
         writer.fail("records have no meaning here");
     }
@@ -122,7 +122,7 @@ void writeDelayedValid(BlockWriter &writer) {
 
 void writeVectorFanout(BlockWriter &writer) {
     const Signal in = writer.in(0);
-    require(writer, in, "the input");
+    require(writer, in);
     if (const Signal out = writer.out(); out.known()) {
         if (out.type->leaves % in.type->leaves != 0) {
             writer.fail("the vector is no number of copies of the input");
@@ -137,8 +137,8 @@ void writeSwitch(BlockWriter &writer) {
     Expansion e(writer);
     const Leaf swap = e.control(A_XSWITCH_PORT_SWAP, "the control of the switch");
     const Signal data[2] = {writer.in(A_XSWITCH_PORT_D0), writer.in(A_XSWITCH_PORT_D1)};
-    require(writer, data[0], "the first data");
-    require(writer, data[1], "the second data");
+    require(writer, data[0]);
+    require(writer, data[1]);
     const Signal outs[2] = {writer.out(A_XSWITCH_WIRE_Q0), writer.out(A_XSWITCH_WIRE_Q1)};
     for (std::size_t i = 0; i < 2; ++i) {
         if (outs[i].known()) {
@@ -172,8 +172,8 @@ void writeTwiddleAddSub(BlockWriter &writer) {
     Expansion e(writer);
     const Signal a = writer.in(A_TWIDDLE_ADD_SUB_PORT_D0);
     const Signal b = writer.in(A_TWIDDLE_ADD_SUB_PORT_D1);
-    require(writer, a, "the first value");
-    require(writer, b, "the second value");
+    require(writer, a);
+    require(writer, b);
     const Signal outs[2] = {writer.out(A_TWIDDLE_ADD_SUB_WIRE_Q0), writer.out(A_TWIDDLE_ADD_SUB_WIRE_Q1)};
     for (std::uint32_t i = 0; i < 2; ++i) {
         if (!outs[i].known()) {
@@ -313,7 +313,7 @@ void writeTranspose(BlockWriter &writer) {
 void giveHeld(Expansion &e, const StaticString &wire, Leaf gate, const StaticString &port) {
     const Signal in = e.writer().in(port);
     if (const Signal out = e.writer().out(wire); out.known()) {
-        require(e.writer(), in, "what is held for a frame");
+        require(e.writer(), in);
         e.give(out, e.latched(gate, in));
     }
 }

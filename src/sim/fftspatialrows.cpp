@@ -22,7 +22,7 @@ int numberOf(const BlockWriter &writer, const StaticString &key, const char *wha
 /// A vector of two to so many elements.
 Signal wiresOf(const BlockWriter &writer, int bits) {
     const Signal data = writer.in(0);
-    require(writer, data, "the data");
+    require(writer, data);
     if (data.type->isRecord() || data.type->dims.size() != 1 ||
         data.type->dims.front() != std::uint32_t{1} << static_cast<unsigned>(bits)) {
         writer.fail("the data is no vector of two to the " + std::to_string(bits) + " numbers");
@@ -64,7 +64,7 @@ NumTypeSpec factorType(const BlockWriter &writer, const Signal &data) {
 
 Signal dataOf(const BlockWriter &writer) {
     const Signal data = writer.in(0);
-    require(writer, data, "the data");
+    require(writer, data);
     if (data.type->isRecord()) {
         writer.fail("records have no meaning here");
     }

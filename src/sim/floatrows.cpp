@@ -13,7 +13,7 @@ namespace {
 std::vector<Signal> inputsOf(const BlockWriter &writer, std::size_t least) {
     std::vector<Signal> inputs = writer.numbered();
     if (inputs.size() < least) {
-        writer.fail("port " + std::to_string(inputs.size()) + " is not connected");
+        writer.missing();
     }
     return inputs;
 }
@@ -57,9 +57,7 @@ template <FloatFunction function> void writeChain(BlockWriter &writer) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             std::vector<Leaf> leaves;
             for (const Signal &signal : in) {
-                if (const auto source = leafAt(signal, lane, part)) {
-                    leaves.push_back(*source);
-                }
+                leaves.push_back(partOrZero(writer, signal, lane, part));
             }
             emitChain(writer, leaf, function, leaves);
         });
@@ -233,10 +231,11 @@ template <bool larger> void writeExtreme(BlockWriter &writer) {
 void writeSaturate(BlockWriter &writer) {
     const std::vector<Signal> in = inputsOf(writer, 3);
     if (const Signal out = writer.out(); out.known()) {
-        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             const ScalarType type = writer.scalar(leaf);
-            const Leaf below = extremeOf(writer, type, false, *leafAt(in[0], lane), *leafAt(in[1], lane));
-            writer.alias(leaf, extremeOf(writer, type, true, below, *leafAt(in[2], lane)));
+            const Leaf below = extremeOf(writer, type, false, partOrZero(writer, in[0], lane, part),
+                                         partOrZero(writer, in[1], lane, part));
+            writer.alias(leaf, extremeOf(writer, type, true, below, partOrZero(writer, in[2], lane, part)));
         });
     }
 }
@@ -260,7 +259,7 @@ void writeAddSload(BlockWriter &writer) {
     const std::vector<Signal> in = inputsOf(writer, 2);
     const Signal load = writer.in(A_ADD_SLOAD_PORT_LOAD_VALUE);
     const Signal control = fixedInput(writer, A_ADD_SLOAD_PORT_LOAD_CTRL, "the control");
-    require(writer, load, "the load value");
+    require(writer, load);
     if (const Signal out = writer.out(); out.known()) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             const ScalarType type = writer.scalar(leaf);
@@ -334,7 +333,7 @@ template <Relation relation> void writeCompare(BlockWriter &writer) {
     if (!out.known()) {
         return;
     }
-    const bool isComplex = in[0].type->isComplex && in[1].type->isComplex;
+    const bool isComplex = in[0].type->isComplex || in[1].type->isComplex;
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
         if (!isComplex) {
             emitFloatCompare(writer, leaf, *leafAt(in[0], lane), *leafAt(in[1], lane), relation);
@@ -343,7 +342,8 @@ template <Relation relation> void writeCompare(BlockWriter &writer) {
         std::vector<Operand> bits;
         for (std::uint32_t part = 0; part < 2; ++part) {
             const Leaf bit = writer.temporary({1, 0, false, false});
-            emitFloatCompare(writer, bit, *leafAt(in[0], lane, part), *leafAt(in[1], lane, part), relation);
+            emitFloatCompare(writer, bit, partOrZero(writer, in[0], lane, part), partOrZero(writer, in[1], lane, part),
+                             relation);
             bits.push_back(writer.raw(bit));
         }
         writer.emit(leaf, 0, bits, [](const Op &op) {

@@ -137,7 +137,7 @@ std::vector<std::vector<ValueRef>> coefficientBanks(const BlockWriter &writer) {
 void writePolynomial(BlockWriter &writer) {
     const Signal in = writer.in(0);
     const Signal bank = writer.in(1);
-    require(writer, in, "the argument");
+    require(writer, in);
     if (!in.type->scalar.isFloat) {
         writer.fail("the argument is no float");
     }
@@ -172,7 +172,7 @@ void writePolynomial(BlockWriter &writer) {
 void writeUntold(BlockWriter &writer) {
     const std::vector<Signal> in = writer.numbered();
     if (in.size() < 3) {
-        writer.fail("port " + std::to_string(in.size()) + " is not connected");
+        writer.missing();
     }
     const std::string function = writer.block().type()->toString();
     for (const StaticString *wire : {&A_PRIM_WIRE_OUT, &A_PRIM_WIRE_AUX}) {

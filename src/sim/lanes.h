@@ -42,9 +42,9 @@ void convertSignal(BlockWriter &writer, const Signal &out, const Signal &in);
 /// Each port to the wire of its name.
 void writeByName(BlockWriter &writer);
 
-/// Ends compilation unless the signal is connected. `what` is the port's name for people.
-void require(const BlockWriter &writer, const Signal &signal, const char *what);
-/// The same, and that its scalars are fixed-point numbers.
+/// The outputs of the block are unknown unless the signal is connected: nothing is written from here on.
+void require(const BlockWriter &writer, const Signal &signal);
+/// The same, and compilation ends unless its scalars are fixed-point numbers. `what` is the port's name for people.
 void requireFixed(const BlockWriter &writer, const Signal &signal, const char *what);
 
 } // namespace orvo::sim

@@ -16,20 +16,42 @@ constexpr std::int64_t kMostBits = std::int64_t{1} << 34;
 
 } // namespace
 
+namespace {
+
+/// The scalars of an entry, lane by lane and part by part. A real number has no imaginary part.
+void appendEntry(const ValueRef &entry, std::uint32_t parts, std::vector<NumberValueRef> &scalars, Context *context) {
+    const TupleValueRef tuple = tupleVR(entry);
+    const bool isComplex = tuple && tuple->size() == 3 && tuple->at(0) == A_COMPLEX_ROLL_TAG;
+    if (tuple && !isComplex) {
+        for (std::size_t i = 1; i < tuple->size(); ++i) {
+            appendEntry(tuple->at(i), parts, scalars, context);
+        }
+        return;
+    }
+    for (std::uint32_t part = 0; part < parts; ++part) {
+        scalars.push_back(isComplex   ? numberVR(tuple->at(1 + part))
+                          : part == 0 ? numberVR(entry)
+                                      : NumberValue::get(0, context));
+    }
+}
+
+} // namespace
+
 std::vector<bool> contentOf(const BlockWriter &writer, const TupleValueRef &data, const ScalarType &type,
-                            std::uint32_t scalar, std::uint32_t part) {
+                            std::uint32_t scalar, std::uint32_t parts) {
     std::vector<bool> bits;
-    const NumberValueRef zero = NumberValue::get(0, writer.context());
     if (!data) {
         return bits;
     }
     for (const ValueRef &element : *data) {
-        const TupleValueRef rolled = tupleVR(element);
-        const NumberValueRef number = rolled      ? numberVR(rolled->maybeAt(scalar + 1))
-                                      : part == 0 ? numberVR(element)
-                                                  : zero;
-        if (!number || number->isSpecial() || type.isFloat) {
-            writer.fail("the content is no fixed-point number");
+        std::vector<NumberValueRef> scalars;
+        appendEntry(element, parts, scalars, writer.context());
+        // One number stands in all lanes.
+        const bool isOne = !tupleVR(element) || scalars.size() == parts;
+        const std::size_t place = isOne ? scalar % parts : scalar;
+        const NumberValueRef number = place < scalars.size() ? scalars[place] : NumberValueRef();
+        if (!number || (number->isSpecial() && !type.isFloat)) {
+            writer.fail("the content is no number of the memory's type");
         }
         const std::vector<std::uint64_t> words = BlockWriter::quantised(number, type);
         for (std::uint32_t bit = 0; bit < type.width; ++bit) {
@@ -39,7 +61,8 @@ std::vector<bool> contentOf(const BlockWriter &writer, const TupleValueRef &data
     return bits;
 }
 
-std::pair<std::uint32_t, std::uint32_t> memoryOf(BlockWriter &writer, std::int64_t bits, std::vector<bool> content) {
+std::pair<std::uint32_t, std::uint32_t> memoryOf(BlockWriter &writer, std::int64_t bits,
+                                                 const std::vector<bool> &content) {
     bits = std::max(bits, static_cast<std::int64_t>(content.size()));
     if (bits <= 0 || bits > kMostBits) {
         writer.fail("the memory has no depth that can be kept");
@@ -48,11 +71,10 @@ std::pair<std::uint32_t, std::uint32_t> memoryOf(BlockWriter &writer, std::int64
     const std::uint32_t state = writer.state(words);
     writer.setInitial(state, static_cast<std::uint64_t>(bits));
     if (writer.isTrue(A_MEM_UNINIT)) {
-        // Content that is given is known. Words are marked whole, so zeros are given up to the end of the last one.
-        content.resize((content.size() + 63) / 64 * 64);
-        const auto given = static_cast<std::uint32_t>(content.size() / 64);
-        if (const std::uint32_t left = words - kMemoryHeaderWords - given; left != 0) {
-            writer.setUnknown(state + kMemoryHeaderWords + given, left * 64);
+        // Content that is given is known.
+        const auto given = static_cast<std::uint32_t>(content.size());
+        if (const auto all = static_cast<std::uint32_t>(bits); all > given) {
+            writer.setUnknown(state + kMemoryHeaderWords, given, all - given);
         }
     }
     for (std::size_t word = 0; word * 64 < content.size(); ++word) {
@@ -115,10 +137,10 @@ std::int64_t laneNumber(const BlockWriter &writer, const StaticString &key, std:
 /// The scalars of the element of a signal that one lane of a queue keeps. Records have their lanes inside.
 std::vector<Leaf> elementLeaves(const Signal &signal, std::uint32_t lane, std::uint32_t lanes) {
     std::vector<Leaf> leaves;
-    const std::uint32_t own = signal.type->isRecord() ? 1 : signal.type->lanes();
-    const std::uint32_t each = signal.type->leaves / std::max(own, 1U);
-    // A signal of more lanes than the queue has is kept whole in each entry.
-    for (std::uint32_t at = lane; at < std::max(own, 1U); at += lanes) {
+    const std::uint32_t own = std::max(signal.type->lanes(), 1U);
+    const std::uint32_t each = signal.type->leaves / own;
+    // A signal of more lanes than the queue has is kept whole in each entry; one of fewer serves all lanes.
+    for (std::uint32_t at = own < lanes ? lane % own : lane; at < own; at += lanes) {
         for (std::uint32_t i = 0; i < each; ++i) {
             leaves.push_back(signal.first + at * each + i);
         }
@@ -137,7 +159,7 @@ void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
     const Signal write = fixedInput(writer, *ports.write, "the write enable");
     const Signal acknowledge = fixedInput(writer, *ports.acknowledge, "the acknowledge");
     const Signal flush = ports.flush == nullptr ? Signal() : writer.in(*ports.flush);
-    require(writer, data, "the data");
+    require(writer, data);
     const Signal out = writer.out(A_FIFO_WIRE_DATA);
     const std::pair<const StaticString *, QueueFlag> flags[] = {{&A_FIFO_WIRE_VALID, QueueFlag::Valid},
                                                                 {&A_FIFO_WIRE_LOW, QueueFlag::Low},
@@ -151,16 +173,17 @@ void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
     for (const Signal &control : {write, acknowledge}) {
         lanes = std::max(lanes, control.type->lanes());
     }
-    if (lanes > 1 && (data.type->isRecord() || (out.known() && out.type->leaves != data.type->leaves))) {
-        writer.fail("a queue of lanes keeps one vector of as many elements");
-    }
     for (std::uint32_t lane = 0; lane < lanes; ++lane) {
         const std::int64_t depth = laneNumber(writer, A_FIFO_DEPTH, lane, 1);
         const Queue queue =
             makeQueue(writer, depth, laneNumber(writer, A_FIFO_LOW_THRESHOLD, lane, 0),
                       laneNumber(writer, A_FIFO_HIGH_THRESHOLD, lane, depth), elementLeaves(data, lane, lanes));
         if (out.known()) {
-            emitOldest(writer, queue, elementLeaves(out, lane, lanes));
+            const std::vector<Leaf> oldest = elementLeaves(out, lane, lanes);
+            if (oldest.size() != queue.entry.size()) {
+                writer.fail("the output has other elements than the data");
+            }
+            emitOldest(writer, queue, oldest);
         }
         for (const auto &[wire, kind] : flags) {
             if (const Signal flag = writer.out(*wire); flag.known()) {
@@ -213,7 +236,7 @@ void writeSharedFifo(BlockWriter &writer) {
 
 /// The state of one scalar of the elements: `state` and its words, with the content at reset.
 std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Side sides[2], std::uint32_t scalar,
-                                                  std::uint32_t part) {
+                                                  std::uint32_t parts) {
     // The alternative content stands in elements of the other side.
     const bool isAlternative = !writer.param(A_DUAL_MEM_DATA);
     const bool dataIsSecond = (writer.param(A_DUAL_MEM_DATA_TYPE_IS_DATA1) == A_FALSE) != isAlternative;
@@ -232,7 +255,7 @@ std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Sid
         }
     }
     const StaticString &key = isAlternative ? A_DUAL_MEM_ALT_PORT_DATA : A_DUAL_MEM_DATA;
-    return memoryOf(writer, bits, contentOf(writer, tupleVR(writer.param(key)), contentType, scalar, part));
+    return memoryOf(writer, bits, contentOf(writer, tupleVR(writer.param(key)), contentType, scalar, parts));
 }
 
 /// A memory of one side that nobody writes.
@@ -249,7 +272,7 @@ void writeReadAccessTable(BlockWriter &writer) {
     forEachScalar(side.out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
         const std::uint32_t scalar = lane * side.out.type->element + part;
         const std::vector<bool> content =
-            contentOf(writer, tupleVR(writer.param(A_LUT_DATA)), writer.scalar(leaf), scalar, part);
+            contentOf(writer, tupleVR(writer.param(A_LUT_DATA)), writer.scalar(leaf), scalar, side.out.type->element);
         const auto [state, words] = memoryOf(writer, static_cast<std::int64_t>(content.size()), content);
         emitRead(writer, side, leaf, lane, state, words);
     });
@@ -266,7 +289,9 @@ void writeDualMemory(BlockWriter &writer) {
     for (const Side &side : sides) {
         for (const Signal &signal : {side.data, side.out}) {
             if (signal.known()) {
-                requireFixed(writer, signal, "the data");
+                if (signal.type->isRecord()) {
+                    writer.fail("a memory of records has no meaning here");
+                }
                 scalars = std::max(scalars, signal.type->leaves);
                 element = signal.type->element;
             }
@@ -275,7 +300,7 @@ void writeDualMemory(BlockWriter &writer) {
     for (std::uint32_t scalar = 0; scalar < scalars; ++scalar) {
         const std::uint32_t lane = scalar / element;
         const std::uint32_t part = scalar % element;
-        const auto [state, words] = memoryFor(writer, sides, scalar, part);
+        const auto [state, words] = memoryFor(writer, sides, scalar, element);
         std::vector<Operand> writes;
         for (const Side &side : sides) {
             if (side.out.known()) {

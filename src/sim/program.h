@@ -49,7 +49,7 @@ struct Program {
     std::vector<Op> commits;
     /// Values that nothing settles, in each cycle anew. Zero unless a run tracks what is unknown.
     std::vector<Operand> unknowns;
-    /// The same for state, settled by nothing at reset.
+    /// The same for state, settled by nothing at reset. The shift is the number of the first bit in the first word.
     std::vector<Operand> unknownState;
 };
 

@@ -73,7 +73,7 @@ void writeLatch(BlockWriter &writer) {
     const Signal data = writer.in(A_LATCH_0L_PORT_D);
     const Signal enable = fixedInput(writer, A_LATCH_0L_PORT_E, "the enable");
     const Signal out = writer.out();
-    require(writer, data, "the data");
+    require(writer, data);
     if (!out.known()) {
         return;
     }

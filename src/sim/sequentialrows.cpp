@@ -34,15 +34,45 @@ NumberValueRef elementOf(const ValueRef &value, std::uint32_t scalar) {
     return numberVR(tuple->maybeAt(scalar + (isRolled ? 1 : 0)));
 }
 
-/// The value of a parameter for a scalar, as what its state holds at reset; zero without one.
-void setInitialBits(BlockWriter &writer, std::uint32_t state, std::uint32_t words, const ValueRef &value,
-                    std::uint32_t scalar, const ScalarType &type) {
+/// What a parameter gives for each scalar of a type: as a constant of the type has it.
+void appendElements(const SignalType &type, std::size_t dim, const ValueRef &value,
+                    std::vector<NumberValueRef> &elements, Context *context) {
+    const TupleValueRef tuple = tupleVR(value);
+    const auto isRolled = [&](const StaticString &tag) { return tuple && tuple->size() != 0 && tuple->at(0) == tag; };
+    if (dim < type.dims.size()) {
+        const bool isTuple = tuple && !isRolled(A_COMPLEX_ROLL_TAG);
+        for (std::uint32_t i = 0; i < type.dims[dim]; ++i) {
+            appendElements(type, dim + 1, isTuple ? tuple->maybeAt(i + (isRolled(A_VECTOR_ROLL_TAG) ? 1 : 0)) : value,
+                           elements, context);
+        }
+    } else if (type.isRecord()) {
+        for (std::size_t i = 0; i < type.fields.size(); ++i) {
+            appendElements(*type.fields[i], 0, tuple ? tuple->maybeAt(i) : value, elements, context);
+        }
+    } else if (type.isComplex) {
+        const bool isPair = isRolled(A_COMPLEX_ROLL_TAG);
+        elements.push_back(numberVR(isPair ? tuple->maybeAt(1) : value));
+        elements.push_back(isPair ? numberVR(tuple->maybeAt(2)) : NumberValue::get(0, context));
+    } else {
+        elements.push_back(numberVR(value));
+    }
+}
+
+/// The value of a parameter as what states of the scalars of a signal hold at reset; zero without one.
+void setInitialBits(BlockWriter &writer, const std::vector<std::uint32_t> &states, const ValueRef &value,
+                    const SignalType &type) {
     if (!value) {
         return;
     }
-    const std::vector<std::uint64_t> bits = bitsOf(writer, elementOf(value, scalar), type);
-    for (std::uint32_t word = 0; word < words; ++word) {
-        writer.setInitial(state + word, bits[word]);
+    std::vector<NumberValueRef> elements;
+    appendElements(type, 0, value, elements, writer.context());
+    std::vector<ScalarType> scalars;
+    appendScalars(type, scalars);
+    for (std::size_t i = 0; i < states.size(); ++i) {
+        std::uint32_t at = states[i];
+        for (const std::uint64_t word : bitsOf(writer, elements[i], scalars[i])) {
+            writer.setInitial(at++, word);
+        }
     }
 }
 
@@ -50,7 +80,7 @@ void writeDelay(BlockWriter &writer) {
     const Signal in = writer.in(0);
     const Signal out = writer.out();
     const std::int64_t length = writer.integer(A_DELAY_LENGTH, -1);
-    require(writer, in, "the input");
+    require(writer, in);
     if (length < 0 || length > kMostEntries) {
         writer.fail("the length of the delay is no number of cycles");
     }
@@ -84,19 +114,19 @@ void writeRegister(BlockWriter &writer) {
     const Signal in = writer.in(0);
     const Signal out = writer.out();
     const Signal enable = writer.in(A_REGISTER_PORT_ENABLE);
-    require(writer, in, "the input");
+    require(writer, in);
     if (!out.known()) {
         return;
     }
     if (in.type != out.type) {
         writer.fail("the input has another type than the output");
     }
-    const ValueRef initial = writer.param(A_REGISTER_INIT_VALUE);
+    std::vector<std::uint32_t> states;
     for (std::uint32_t i = 0; i < out.type->leaves; ++i) {
         const Leaf leaf = out.first + i;
         const std::uint32_t each = wordsFor(writer.scalar(leaf).width);
         const std::uint32_t state = writer.state(each);
-        setInitialBits(writer, state, each, initial, i, writer.scalar(leaf));
+        states.push_back(state);
         std::vector<Operand> operands{writer.raw(in.first + i)};
         if (enable.known()) {
             operands.push_back(writer.raw(*leafAt(enable, i / out.type->element)));
@@ -104,6 +134,7 @@ void writeRegister(BlockWriter &writer) {
         writer.emitFromState(leaf, state, each, {}, readState);
         writer.commit(state, each, operands, writeState);
     }
+    setInitialBits(writer, states, writer.param(A_REGISTER_INIT_VALUE), *out.type);
 }
 
 /// `pulse` gives whether the count, which goes up by one, is below the step, in place of the count.
@@ -124,7 +155,11 @@ template <bool pulse> void writeCounterBlock(BlockWriter &writer) {
         };
         const std::uint32_t state = writer.state(4);
         writer.setInitial(state, static_cast<std::uint64_t>(setting(A_COUNTER_INITIAL, 0)));
-        writer.setInitial(state + 1, static_cast<std::uint64_t>(setting(A_COUNTER_LIMIT, 0)));
+        const std::int64_t limit = setting(A_COUNTER_LIMIT, 0);
+        if (limit <= 0) {
+            writer.fail("'" + std::string(A_COUNTER_LIMIT.text()) + "' is not positive");
+        }
+        writer.setInitial(state + 1, static_cast<std::uint64_t>(limit));
         const std::int64_t step = setting(A_COUNTER_STEP, 1);
         writer.setInitial(state + 2, pulse ? 1 : static_cast<std::uint64_t>(step));
         writer.setInitial(state + 3, static_cast<std::uint64_t>(step));
@@ -174,29 +209,65 @@ void writeLoadableCounter(BlockWriter &writer) {
     });
 }
 
-/// Takes the data on its enable, shows it on both sides, and valid the enable one cycle later.
+/// Takes the data on its enable, shows it on both sides in the type of the register, and valid the enable one cycle
+/// later.
 void writeSyncRegister(BlockWriter &writer) {
     const Signal in = writer.in(A_SYNC_REGISTER_PORT_ICLK_DATA);
     const Signal enable = fixedInput(writer, A_SYNC_REGISTER_PORT_ICLK_ENABLE, "the enable");
-    require(writer, in, "the data");
-    const ValueRef initial = writer.param(A_SYNC_REGISTER_INIT_VALUE);
-    const Signal outs[] = {writer.out(A_SYNC_REGISTER_WIRE_ICLK_DATA), writer.out(A_SYNC_REGISTER_WIRE_OCLK_DATA)};
-    for (std::uint32_t i = 0; i < in.type->leaves; ++i) {
-        const std::uint32_t each = wordsFor(writer.scalar(in.first + i).width);
-        const std::uint32_t state = writer.state(each);
-        setInitialBits(writer, state, each, initial, i, writer.scalar(in.first + i));
-        for (const Signal &out : outs) {
-            if (out.known()) {
-                writer.emitFromState(out.first + i, state, each, {}, readState);
+    require(writer, in);
+    std::vector<Signal> outs;
+    for (const StaticString *key : {&A_SYNC_REGISTER_WIRE_ICLK_DATA, &A_SYNC_REGISTER_WIRE_OCLK_DATA}) {
+        if (const Signal out = writer.out(*key); out.known()) {
+            outs.push_back(out);
+        }
+    }
+    if (!outs.empty()) {
+        const SignalType &type = *outs[0].type;
+        if (outs.back().type != &type || (in.type != &type && (in.type->isRecord() || type.isRecord()))) {
+            writer.fail("the data has another type than the register");
+        }
+        std::vector<std::uint32_t> states;
+        for (std::uint32_t i = 0; i < type.leaves; ++i) {
+            const ScalarType scalar = writer.scalar(outs[0].first + i);
+            const std::uint32_t lane = type.isRecord() ? 0 : i / type.element;
+            const Leaf taken = writer.temporary(scalar);
+            writer.convert(taken, type.isRecord() ? in.first + i : partOrZero(writer, in, lane, i % type.element));
+            const Stored stored = openStore(writer, scalar);
+            closeStore(writer, stored, taken, truth(writer, *leafAt(enable, lane)));
+            states.push_back(stored.state);
+            for (const Signal &out : outs) {
+                writer.alias(out.first + i, stored.out);
             }
         }
-        writer.commit(state, each, {writer.raw(in.first + i), writer.raw(enable.first)}, writeState);
+        setInitialBits(writer, states, writer.param(A_SYNC_REGISTER_INIT_VALUE), type);
     }
     if (const Signal valid = writer.out(A_SYNC_REGISTER_WIRE_OCLK_VALID); valid.known()) {
-        const std::uint32_t state = writer.state(1);
-        writer.emitFromState(valid.first, state, 1, {}, readState);
-        writer.commit(state, 1, {writer.raw(truth(writer, enable.first))}, writeState);
+        forEachScalar(valid, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+            const Stored stored = openStore(writer, {1, 0, false, false});
+            closeStore(writer, stored, truth(writer, *leafAt(enable, lane)));
+            writer.convert(leaf, stored.out);
+        });
     }
+}
+
+/// The least integer that is not below a limit: counts stay below both.
+Leaf integerLimit(BlockWriter &writer, const Signal &limit) {
+    const ScalarType type = writer.scalar(limit.first);
+    if (type.width > 60 || type.fraction < -60) {
+        writer.fail("a limit is wider than 60 bits");
+    }
+    if (type.fraction == 0) {
+        return limit.first;
+    }
+    const auto negated = [&](Leaf in, std::int32_t drop) {
+        const Leaf out = writer.temporary({63, 0, true, false});
+        Operand operand = writer.raw(in);
+        operand.isNegated = true;
+        writer.emit(out, drop, {operand}, sumKernel);
+        return out;
+    };
+    // Dropped bits round down, so the negative rounds up.
+    return negated(negated(limit.first, type.fraction), 0);
 }
 
 /// Nested counters: limits are sampled at go, which starts all at 0 in that cycle.
@@ -204,14 +275,7 @@ void writeLoop(BlockWriter &writer) {
     const Signal go = fixedInput(writer, A_LOOP_PORT_GO, "go");
     const Signal enable = writer.in(A_LOOP_PORT_ENABLE);
     Context *context = writer.context();
-    std::vector<Operand> operands{writer.raw(truth(writer, go.first)), {}};
-    if (enable.known()) {
-        operands[1] = writer.raw(truth(writer, enable.first));
-    } else {
-        const Leaf always = writer.temporary({1, 0, false, false});
-        writer.setConstant(always, 1);
-        operands[1] = writer.raw(always);
-    }
+    std::vector<Operand> operands{writer.raw(truth(writer, go.first))};
     const auto keyed = [context](const StaticString &key, int level) {
         return PureValueRef(PureTupleValue::get(key, NumberValue::get(level, context), context));
     };
@@ -219,16 +283,15 @@ void writeLoop(BlockWriter &writer) {
     for (Signal limit = writer.in(keyed(A_LOOP_PORT_LIMIT, 0)); limit.known();
          limit = writer.in(keyed(A_LOOP_PORT_LIMIT, ++levels))) {
         requireFixed(writer, limit, "a limit");
-        if (writer.scalar(limit.first).width > 62) {
-            writer.fail("a limit is wider than 62 bits");
-        }
-        operands.push_back(writer.raw(limit.first));
+        operands.push_back(writer.raw(integerLimit(writer, limit)));
     }
     const std::uint32_t words = 1 + 2 * static_cast<std::uint32_t>(levels);
     const std::uint32_t state = writer.state(words);
     const auto show = [&](const Signal &out, int what) {
         if (out.known()) {
-            writer.emitFromState(out.first, state, words, operands, readLoop, what);
+            const Leaf shown = writer.temporary({62, 0, false, false});
+            writer.emitFromState(shown, state, words, operands, readLoop, what);
+            writer.convert(out.first, shown);
         }
     };
     show(writer.out(A_LOOP_WIRE_VALID), 0);
@@ -237,6 +300,8 @@ void writeLoop(BlockWriter &writer) {
         show(writer.out(keyed(A_LOOP_WIRE_FIRST_ITER, level)), 2 + 3 * level);
         show(writer.out(keyed(A_LOOP_WIRE_LAST_ITER, level)), 3 + 3 * level);
     }
+    // What is shown does not depend on the enable.
+    operands.push_back(writer.raw(enable.known() ? truth(writer, enable.first) : one(writer)));
     writer.commit(state, words, operands, stepLoop);
 }
 

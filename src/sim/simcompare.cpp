@@ -15,6 +15,11 @@ namespace {
 using Pairs = std::vector<std::pair<std::size_t, std::size_t>>;
 using Words = std::vector<std::uint64_t>;
 
+bool sameType(const Scalar &a, const Scalar &b) {
+    return a.width == b.width && a.fraction == b.fraction && a.isSigned == b.isSigned && a.isFloat == b.isFloat &&
+           a.exponent == b.exponent;
+}
+
 Pairs match(const std::vector<Scalar> &first, const std::vector<Scalar> &second, std::vector<std::string> &unmatched) {
     std::map<std::string, std::size_t> names;
     for (std::size_t i = 0; i < second.size(); ++i) {
@@ -23,7 +28,7 @@ Pairs match(const std::vector<Scalar> &first, const std::vector<Scalar> &second,
     Pairs pairs;
     for (std::size_t i = 0; i < first.size(); ++i) {
         const auto at = names.find(first[i].origin);
-        if (at == names.end() || second[at->second].width != first[i].width) {
+        if (at == names.end() || !sameType(second[at->second], first[i])) {
             unmatched.push_back(first[i].name);
         } else {
             pairs.emplace_back(i, at->second);
@@ -46,6 +51,25 @@ bool isOfWire(const std::vector<std::string> &wires, const std::string &scalar) 
     });
 }
 
+/// Numbers of IEEE 754 as integers in the order of their values.
+std::uint64_t ordered(std::uint64_t bits, std::uint32_t width) {
+    const std::uint64_t sign = std::uint64_t{1} << (width - 1);
+    return (bits & sign) != 0 ? sign - (bits & (sign - 1)) : sign + bits;
+}
+
+/// Whether two floats are neighbours, as faithful rounding allows.
+bool areNeighbours(const Mismatch &pair, bool isFaithful) {
+    const std::uint32_t width = pair.scalar.width;
+    const bool isKnown =
+        std::all_of(pair.secondUnknown.begin(), pair.secondUnknown.end(), [](std::uint64_t word) { return word == 0; });
+    if (!isFaithful || !isKnown || width > 64) {
+        return false;
+    }
+    const std::uint64_t a = ordered(pair.first[0], width);
+    const std::uint64_t b = ordered(pair.second[0], width);
+    return (a > b ? a - b : b - a) <= 1;
+}
+
 /// Probes of equal origin; where several have one, the first ones of both sides belong together, if there are as many.
 Pairs matchInside(const std::vector<Scalar> &first, const std::vector<Scalar> &second) {
     std::map<std::string, std::pair<std::vector<std::size_t>, std::vector<std::size_t>>> places;
@@ -62,7 +86,7 @@ Pairs matchInside(const std::vector<Scalar> &first, const std::vector<Scalar> &s
         for (std::size_t i = 0; both.first.size() == both.second.size() && i < both.first.size(); ++i) {
             const Scalar &a = first[both.first[i]];
             const Scalar &b = second[both.second[i]];
-            if (a.width == b.width && a.fraction == b.fraction && a.isFloat == b.isFloat) {
+            if (sameType(a, b)) {
                 pairs.emplace_back(both.first[i], both.second[i]);
             }
         }
@@ -121,6 +145,9 @@ class SideBySide {
             begin(stream);
             mExcused.clear();
             for (std::uint64_t cycle = 0; cycle < mOptions.cycles; ++cycle) {
+                if (mOptions.progress && cycle % 256 == 0) {
+                    mOptions.progress(stream * mOptions.cycles + cycle, mOptions.streams * mOptions.cycles);
+                }
                 step();
                 ++result.cycles;
                 compareOutputs(cycle);
@@ -148,7 +175,8 @@ class SideBySide {
                                mFirst.unknownProbe(a),
                                mSecond.unknownProbe(b),
                                mFirst.probes()[a]};
-                if (differs(found, {})) {
+                const bool isFaithful = mFirst.probes()[a].isFaithful || mSecond.probes()[b].isFaithful;
+                if (differs(found, {}) && !areNeighbours(found, isFaithful)) {
                     return found;
                 }
             }
@@ -198,7 +226,9 @@ class SideBySide {
                           mFirst.unknownOutput(a),
                           mSecond.unknownOutput(b),
                           mFirst.outputs()[a]};
-            if (differs(pair, mExcused[a]) && !(mFirst.tracksUnknown() && isExcused(a, b, pair))) {
+            const bool isFaithful = mFirst.outputs()[a].isFaithful || mSecond.outputs()[b].isFaithful;
+            if (differs(pair, mExcused[a]) && !areNeighbours(pair, isFaithful) &&
+                !(mFirst.tracksUnknown() && isExcused(a, b, pair))) {
                 result.mismatches.push_back(std::move(pair));
             }
         }

@@ -121,11 +121,19 @@ void fillUp(std::uint64_t *words, const Operand &operand) {
 } // namespace
 
 void Simulator::Impl::fill(const Operand &operand, bool isState) {
-    for (std::uint32_t word = 0; word < wordsFor(operand.width); ++word) {
+    const std::uint32_t first = isState ? static_cast<std::uint32_t>(operand.shift) : 0;
+    const std::uint32_t end = first + operand.width;
+    for (std::uint32_t word = 0; word < wordsFor(end); ++word) {
+        // Of state only what is unknown; a value is filled up below.
+        const std::uint64_t low = word == 0 ? ~std::uint64_t{0} << first : ~std::uint64_t{0};
+        const std::uint64_t high =
+            isState && end < 64 * (word + 1) ? (std::uint64_t{1} << (end % 64)) - 1 : ~std::uint64_t{0};
         for (std::size_t pair = 0; pair * 2 < worlds.size(); ++pair) {
             const std::uint64_t bits = pair == 0 ? 0 : random.next();
-            worlds[2 * pair][operand.at + word] = bits;
-            worlds[2 * pair + 1][operand.at + word] = ~bits;
+            for (std::size_t one = 0; one < 2; ++one) {
+                std::uint64_t &to = worlds[2 * pair + one][operand.at + word];
+                to = (to & ~(low & high)) | ((one == 0 ? bits : ~bits) & low & high);
+            }
         }
     }
     if (!isState) {
@@ -172,7 +180,7 @@ Simulator::Simulator(const Design &design, const Model &top, const SimulatorOpti
     const auto describe = [](const std::vector<Edge> &edges, std::vector<Scalar> &scalars) {
         for (const Edge &edge : edges) {
             scalars.push_back({edge.name, edge.type.width, edge.type.isSigned, edge.type.isFloat, edge.type.fraction,
-                               edge.origin, edge.type.isFloat ? edge.type.exponent : 0, edge.rank});
+                               edge.origin, edge.type.isFloat ? edge.type.exponent : 0, edge.isFaithful, edge.rank});
         }
     };
     describe(mImpl->inputEdges, mImpl->inputs);

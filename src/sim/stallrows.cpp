@@ -63,7 +63,7 @@ std::vector<std::pair<PureValueRef, Signal>> keyedInputs(const BlockWriter &writ
     std::vector<std::pair<PureValueRef, Signal>> inputs;
     for (const Port &port : writer.block().ports()) {
         if (keyedLike(port.getName(), key, key, writer.context())) {
-            require(writer, writer.in(port.getName()), "an input");
+            require(writer, writer.in(port.getName()));
             inputs.emplace_back(port.getName(), writer.in(port.getName()));
         }
     }

@@ -83,9 +83,9 @@ struct LoopView {
     bool starts;
     const Op &op;
     const std::uint64_t *words;
-    std::uint32_t levels() const { return op.count - 2; }
+    std::uint32_t levels() const { return (op.stateWords - 1) / 2; }
     std::uint64_t limit(std::uint32_t level) const {
-        return starts ? words[op.in[2 + level].at] : words[op.state + 1 + levels() + level];
+        return starts ? words[op.in[1 + level].at] : words[op.state + 1 + levels() + level];
     }
     std::uint64_t count(std::uint32_t level) const { return starts ? 0 : words[op.state + 1 + level]; }
 };
@@ -125,7 +125,7 @@ void stepLoop(std::uint64_t *words, const Op &op) {
         limits.push_back(view.limit(level));
     }
     bool runs = view.runs;
-    if (runs && isTrue(words, op.in[1])) {
+    if (runs && isTrue(words, op.in[1 + view.levels()])) {
         std::uint32_t level = view.levels();
         while (level > 0 && ++counts[level - 1] == limits[level - 1]) {
             counts[--level] = 0;

@@ -21,11 +21,11 @@ void readCounter(std::uint64_t *words, const Op &op);
 /// Takes the next count.
 void writeCounter(std::uint64_t *words, const Op &op);
 
-/// Nested counters: the words are whether they run, the counts, and the limits, outermost first. Inputs: go, enable,
-/// then the limits. Gives by `op.aux`: 0 whether they run; for level i, 1 + 3i the count, then whether it is the first
+/// Nested counters: the words are whether they run, the counts, and the limits, outermost first. Inputs: go, then the
+/// limits. Gives by `op.aux`: 0 whether they run; for level i, 1 + 3i the count, then whether it is the first
 /// and the last of its level.
 void readLoop(std::uint64_t *words, const Op &op);
-/// Samples limits at go and steps the innermost counter if enabled.
+/// Samples limits at go and steps the innermost counter if enabled: one more input behind the limits.
 void stepLoop(std::uint64_t *words, const Op &op);
 
 /// A table: the words are the number of entries, the words of an entry, and the entries. Gives the entry at input 0, a

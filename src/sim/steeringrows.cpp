@@ -37,13 +37,24 @@ void writeNormalise(BlockWriter &writer) {
     }
 }
 
+/// The bits of a select as a number without a sign.
+Leaf pattern(BlockWriter &writer, Leaf select) {
+    const ScalarType type = writer.scalar(select);
+    if (!type.isSigned) {
+        return select;
+    }
+    const Leaf bits = writer.temporary({type.width, type.fraction, false, false});
+    writer.emit(bits, 0, {writer.raw(select)}, sumKernel);
+    return bits;
+}
+
 void writeDecode(BlockWriter &writer) {
     const Signal address = fixedInput(writer, A_DECODE_PORT_ADDR, "the address");
     const Signal enable = writer.in(A_DECODE_PORT_WREN);
     const Signal wanted = constantSignal(writer, A_DECODE_ADDRESS);
     const auto matchAt = [&](std::uint32_t lane) {
         const Leaf bit = writer.temporary({1, 0, false, false});
-        emitCompare(writer, bit, *leafAt(address, lane), *leafAt(wanted, lane), Relation::Equal);
+        emitCompare(writer, bit, pattern(writer, *leafAt(address, lane)), *leafAt(wanted, lane), Relation::Equal);
         return bit;
     };
     if (const Signal match = writer.out(A_DECODE_WIRE_MATCH); match.known()) {
@@ -64,8 +75,12 @@ void writeDemux(BlockWriter &writer) {
     const Signal data = writer.in(A_DEMUX_PORT_DATA);
     const Signal valid = fixedInput(writer, A_PORT_VALID, "valid");
     const Signal channel = fixedInput(writer, A_PORT_CHANNEL, "the channel");
-    require(writer, data, "the data");
+    require(writer, data);
     const std::int64_t channels = writer.integer(A_DEMUX_CHANNEL_COUNT, 0);
+    if (channels < 1) {
+        writer.fail("'" + std::string(A_DEMUX_CHANNEL_COUNT.text()) + "' is no number of channels");
+    }
+    const Leaf selected = pattern(writer, channel.first);
     for (int number = 0; number < channels; ++number) {
         const Signal out = writer.out(number);
         if (!out.known()) {
@@ -78,7 +93,7 @@ void writeDemux(BlockWriter &writer) {
         writer.setConstant(own, static_cast<std::uint64_t>(number));
         const Leaf isOwn = writer.temporary({1, 0, false, false});
         const Leaf takes = writer.temporary({1, 0, false, false});
-        emitCompare(writer, isOwn, channel.first, own, Relation::Equal);
+        emitCompare(writer, isOwn, selected, own, Relation::Equal);
         writer.emit(takes, 0, {writer.raw(isOwn), writer.raw(truth(writer, valid.first))},
                     [](const Op &op) { return logicKernel(op, Logic::And); });
         for (std::uint32_t i = 0; i < out.type->leaves; ++i) {

@@ -47,14 +47,14 @@ void writeByName(BlockWriter &writer) {
     }
 }
 
-void require(const BlockWriter &writer, const Signal &signal, const char *what) {
+void require(const BlockWriter &writer, const Signal &signal) {
     if (!signal.known()) {
-        writer.fail(std::string(what) + " is not connected");
+        writer.missing();
     }
 }
 
 void requireFixed(const BlockWriter &writer, const Signal &signal, const char *what) {
-    require(writer, signal, what);
+    require(writer, signal);
     if (signal.type->isRecord() || signal.type->scalar.isFloat) {
         writer.fail(std::string(what) + " is no fixed-point signal");
     }
@@ -94,25 +94,25 @@ void writeTypePin(BlockWriter &writer) {
 
 void writeVectorPack(BlockWriter &writer) {
     const Signal out = writer.out(A_VPACK_WIRE_OUT);
-    const std::vector<Signal> parts = writer.numbered();
     if (!out.known()) {
         return;
     }
     const std::uint32_t each = out.type->leaves / std::max(out.type->dims.empty() ? 1U : out.type->dims.front(), 1U);
-    if (parts.size() * each != out.type->leaves) {
-        writer.fail("the vector has another length than the pack has inputs");
-    }
-    for (std::uint32_t i = 0; i < parts.size(); ++i) {
-        if (parts[i].type->leaves != each) {
+    for (const auto &[number, part] : writer.numberedPorts()) {
+        const std::uint64_t at = static_cast<std::uint64_t>(number) * each;
+        if (at + each > out.type->leaves) {
+            writer.fail("the vector has another length than the pack has inputs");
+        }
+        if (part.type->leaves != each) {
             writer.fail("an input has another type than the vector's elements");
         }
-        aliasRun(writer, out, i * each, parts[i], 0, each);
+        aliasRun(writer, out, static_cast<std::uint32_t>(at), part, 0, each);
     }
 }
 
 void writeVectorUnpack(BlockWriter &writer) {
     const Signal in = writer.in(A_VUNPACK_PORT_IN);
-    require(writer, in, "the vector");
+    require(writer, in);
     for (int i = 0; i < static_cast<int>(in.type->dims.empty() ? 0 : in.type->dims.front()); ++i) {
         if (const Signal out = writer.out(i); out.known()) {
             aliasRun(writer, out, 0, in, static_cast<std::uint32_t>(i) * out.type->leaves, out.type->leaves);
@@ -138,7 +138,7 @@ void writeConcatenation(BlockWriter &writer) {
 /// The parts follow each other: as long as the layout tells, or equally long, the first ones by one element more.
 void writeSplit(BlockWriter &writer) {
     const Signal in = writer.in(0);
-    require(writer, in, "the vector");
+    require(writer, in);
     const TupleValueRef layout = tupleVR(writer.param(A_VSPLIT_LAYOUT));
     const std::size_t parts = layout ? layout->size() : writer.block().getWireCount();
     const std::uint32_t length = in.type->dims.empty() ? 0 : in.type->dims.front();
@@ -165,7 +165,7 @@ void writeVectorSelect(BlockWriter &writer) {
     const Signal in = writer.in(A_VSELECTOR_PORT_IN);
     const Signal out = writer.out();
     const TupleValueRef levels = tupleVR(writer.param(A_VSELECTOR_INDICIES));
-    require(writer, in, "the vector");
+    require(writer, in);
     if (!out.known() || !levels) {
         return;
     }
@@ -208,7 +208,7 @@ void writeComplexPack(BlockWriter &writer) {
 
 void writeComplexUnpack(BlockWriter &writer) {
     const Signal in = writer.in(A_CUNPACK_PORT_IN);
-    require(writer, in, "the complex signal");
+    require(writer, in);
     const Signal parts[] = {writer.out(A_CUNPACK_WIRE_REAL), writer.out(A_CUNPACK_WIRE_IMAG)};
     for (std::uint32_t part = 0; part < 2; ++part) {
         if (parts[part].known()) {
@@ -225,15 +225,21 @@ void writeRecordPack(BlockWriter &writer) {
         return;
     }
     std::uint32_t at = 0;
-    for (const Signal &field : writer.numbered()) {
-        aliasRun(writer, out, at, field, 0, field.type->leaves);
-        at += field.type->leaves;
+    for (std::size_t i = 0; i < out.type->fields.size(); ++i) {
+        const std::uint32_t length = out.type->fields[i]->leaves;
+        if (const Signal field = writer.in(static_cast<int>(i)); field.known()) {
+            if (field.type->leaves != length) {
+                writer.fail("an input has another type than its field");
+            }
+            aliasRun(writer, out, at, field, 0, length);
+        }
+        at += length;
     }
 }
 
 void writeRecordUnpack(BlockWriter &writer) {
     const Signal in = writer.in(A_AUNPACK_PORT_IN);
-    require(writer, in, "the record");
+    require(writer, in);
     std::uint32_t at = 0;
     for (std::size_t i = 0; i < in.type->fields.size(); ++i) {
         const std::uint32_t length = in.type->fields[i]->leaves;

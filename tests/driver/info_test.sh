@@ -5,12 +5,13 @@
 write_design d.xml
 write_bad_design bad.xml
 
-run 0 check d.xml
+typed="$ORVO_SRC/examples/fir16.xml"
+run 0 check "$typed"
 empty out
 empty err
-run 0 check - <d.xml
-run 0 check d.xml --json
-json out 'd == {"schema": "orvo.check/1", "input": "d.xml", "findings": []}'
+run 0 check - <"$typed"
+run 0 check - --json <"$typed"
+json out 'd == {"schema": "orvo.check/1", "input": "-", "findings": [], "types": {"causes": [], "traces": [], "missing": []}}'
 run 1 check bad.xml
 has err "bad.xml: error: block 'odd' in model 'top' has no type that the block catalogue knows: noSuchBlock"
 empty out
@@ -112,7 +113,7 @@ has err "did you mean 'LUT4S_WEIGHT'?"
 run 0 blocks addBlock
 has out 'Output type: '
 lacks out 'The simulator knows'
-run 0 blocks firBlock
+run 0 blocks HybridFFTBlock
 has out 'The simulator knows no meaning of it.'
 run 0 blocks addBlock --json
 json out 'd["blocks"][0]["simulated"] is True'

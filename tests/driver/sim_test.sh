@@ -105,7 +105,8 @@ run 2 opt select_lut.xml --check=eyes -p DeadBlockPass
 } >pinned.xml
 run 3 opt pinned.xml --check=sim -p 'ModelTreePass, AggressiveDeadBlockPass'
 has err 'internal fault in pass 2, AggressiveDeadBlockPass: the pass changed what the design computes'
-has err "has no type at top/"
+has err 'has no type; Likely failure cause: '
+has err ' at top/'
 run 3 opt --replay orvo-crash-*.orvo
 rm -f ./*.orvo
 run 1 opt d.xml --check=sim -p DeadBlockPass
@@ -166,3 +167,41 @@ run 0 sim float.xml --stimulus float.csv
 run 2 sim float.xml --stimulus float.csv --raw
 run 0 sim float.xml --stimulus corners --cycles 40
 has out ',inf'
+
+# What cannot be meant is told.
+run 2 sim fir16.xml --cycles -1
+run 2 equiv fir16.xml fir16.xml --cycles 0
+run 2 equiv fir16.xml fir16.xml --streams -1
+run 2 equiv - -
+has err 'only one design can come from standard input'
+run 2 sim - --stimulus -
+run 2 sim fir16.xml -o both --vcd both
+has err 'need places of their own'
+run 2 sim fir16.xml --vcd -
+cp fir16.xml kept.xml
+run 2 sim kept.xml -o kept.xml
+has err 'would take the place of what is read'
+same kept.xml fir16.xml
+
+# Tables: columns stand once, cells may be quoted, and columns of inputs that nobody reads any more pass.
+printf 'x,x\n1,2\n' >twice.csv
+run 2 sim biquad.xml --stimulus twice.csv
+has err "the input 'x' stands twice"
+printf '\xef\xbb\xbf"x"\n"1.5"\n' >quoted.csv
+run 0 sim biquad.xml --stimulus quoted.csv
+printf 'x,\n1.5,\n' >last.csv
+run 2 sim biquad.xml --stimulus last.csv
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block in inputBlock '<wire name="(a b)"/><wire name="idle"/>'
+    block pin typePinBlock "$(param 0 '[/top/in/(a b)]')$(param typePinType '(typeSFixed 8 0)')<wire name=\"0\"/>"
+    block out outputBlock "$(param '(c d)' '[/top/pin/0]')"
+    printf '</model></design></kelmar>\n'
+} >odd.xml
+printf '"(a b)",idle\n3,4\n' >odd.csv
+run 0 sim odd.xml --stimulus odd.csv
+has out 'cycle,"(c d)"'
+has out '0,3'
+run 0 sim biquad.xml --json --vcd json.vcd --cycles 2
+has json.vcd '$enddefinitions'
+json out 'len(d["rows"]) == 2'

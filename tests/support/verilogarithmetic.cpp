@@ -589,7 +589,12 @@ void writeCast(VerilogBlock &block) {
                                                                 : isSymmetric ? "-" + high.text
                                                                               : "-" + high.text + " - " + one);
         block.text.assign(net, fmt::format("{0} > {1} ? {1} : {0} < {2} ? {2} : {0}", value.text, high.text, low.text));
-        if (flag != nullptr) {
+        // Where no bit of the input is left, a constant stands for it, and no bound is looked at.
+        const int drop = source.fraction - net.fraction;
+        const bool isNearest = rounding == Rounding::HalfUp || rounding == Rounding::HalfEven;
+        if (flag != nullptr && (drop > source.width || (drop == source.width && !isNearest))) {
+            block.text.assign(*flag, "0");
+        } else if (flag != nullptr) {
             block.text.assign(*flag, fmt::format("{0} > {1} || {0} < {2}", value.text, high.text, low.text));
         }
     });

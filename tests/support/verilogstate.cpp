@@ -38,7 +38,11 @@ void writeDelay(VerilogBlock &block) {
     });
 }
 
-std::string initialOf(VerilogBlock &block, const StaticString &key, int scalar, const Net &type) {
+/// A number alone has no imaginary part.
+std::string initialOf(VerilogBlock &block, const StaticString &key, int scalar, int part, const Net &type) {
+    if (part == 1 && !tupleVR(block.param(key))) {
+        return "0";
+    }
     const NumberValueRef number = block.number(key, scalar);
     return number ? literal(number, type).text : "0";
 }
@@ -48,7 +52,7 @@ void writeRegister(VerilogBlock &block) {
     const NetSignal enable = block.in(A_REGISTER_PORT_ENABLE);
     int scalar = 0;
     forEachNet(block.out(), [&](int lane, int part, const Net &net) {
-        const Net state = registerLike(block.text, net, initialOf(block, A_REGISTER_INIT_VALUE, scalar++, net));
+        const Net state = registerLike(block.text, net, initialOf(block, A_REGISTER_INIT_VALUE, scalar++, part, net));
         onClock(block.text,
                 fmt::format("if ({}) {} <= {};", truthAt(enable, lane), state.text, in.at(lane, part)->text));
         block.text.assign(net, state.text);
@@ -61,7 +65,8 @@ void writeSyncRegister(VerilogBlock &block) {
     const NetSignal outs[] = {block.out(A_SYNC_REGISTER_WIRE_ICLK_DATA), block.out(A_SYNC_REGISTER_WIRE_OCLK_DATA)};
     int scalar = 0;
     forEachNet(in, [&](int lane, int part, const Net &net) {
-        const Net state = registerLike(block.text, net, initialOf(block, A_SYNC_REGISTER_INIT_VALUE, scalar++, net));
+        const Net state =
+            registerLike(block.text, net, initialOf(block, A_SYNC_REGISTER_INIT_VALUE, scalar++, part, net));
         onClock(block.text, fmt::format("if ({}) {} <= {};", truth(*enable.at(0)), state.text, net.text));
         for (const NetSignal &out : outs) {
             if (out.known()) {
