@@ -337,6 +337,33 @@ TEST_F(InterfaceRowsTest, refuseAScheduledModelWithoutAHandle) {
     EXPECT_EQ(refusal(design, top), "the scheduled model has no handle top/block");
 }
 
+TEST_F(InterfaceRowsTest, refuseMappingsOfPartsThatASignalDoesNotHave) {
+    const auto handle = [](const std::string &steps) {
+        return "(scheduledModelHandleTag note (scheduledModelPortlistTag (x) (y)) (scheduledModelTypesTag () ((y "
+               "(typeSFixed 8 0)))) (scheduledModelDomainsTag () ()) (scheduledModelTimestepsTag () ()) "
+               "(unrollMappingsTag (x (((compoundDecorIndexTag " +
+               steps + ") p)))) (unrollMappingsTag) (0 0 ()))";
+    };
+    const auto outcome = [&](const std::string &steps) {
+        const std::string text = handle(steps);
+        Design design(mgr.context());
+        Model &top = oneBlock(design, "scheduledModelBlock", {{"x", "[2] c s8.0"}}, {{"y", ""}},
+                              {{"scheduledModelValue", text.c_str()}, {"scheduledModelOriginalTypes", "true"}});
+        return refusal(design, top);
+    };
+    const std::string mismatch = "the handle's mappings do not fit the types top/block";
+    const std::string lane = "(compoundIndexTypeVector 1)";
+    const std::string part = "(compoundIndexTypeComplex 1)";
+    EXPECT_EQ(outcome(lane + part), "");
+    EXPECT_EQ(outcome(lane), "");
+    EXPECT_EQ(outcome(""), "");
+    EXPECT_EQ(outcome("(compoundIndexTypeVector 2)"), mismatch);
+    EXPECT_EQ(outcome(part), mismatch);
+    EXPECT_EQ(outcome(lane + lane), mismatch);
+    EXPECT_EQ(outcome(lane + part + part), mismatch);
+    EXPECT_EQ(outcome("(compoundIndexTypeAggregate 0)"), mismatch);
+}
+
 TEST_F(InterfaceRowsTest, refuseWhatTheFrontEndCouldNotTranslate) {
     Design design(mgr.context());
     Model &top = oneBlock(design, "unsupportedBlock", {{"x", "s8.0"}}, {{"y", "s8.0"}});

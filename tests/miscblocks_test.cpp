@@ -54,8 +54,10 @@ TEST(MiscTypes, declareInterfaces) {
 
 TEST(MiscTypes, readScheduledModels) {
     const char *const handle =
-        "(scheduledModelHandleTag info ports (scheduledModelTypesTag ((a (typeSFixed 8 0))) ((y (typeSFixed 9 0)))) "
-        "d t i o s scheduledModelHandleOriginaltypesTag (scheduledModelTypesTag () ((y (typeSFixed 5 5)))))";
+        "(scheduledModelHandleTag info (scheduledModelPortlistTag (a) (y)) "
+        "(scheduledModelTypesTag ((a (typeSFixed 8 0))) ((y (typeSFixed 9 0)))) (scheduledModelDomainsTag () ()) "
+        "(scheduledModelTimestepsTag () ()) (unrollMappingsTag) (unrollMappingsTag) (0 0 ()) "
+        "scheduledModelHandleOriginaltypesTag (scheduledModelTypesTag () ((y (typeSFixed 5 5)))))";
     checkTypes({{"as it is",
                  "scheduledModelBlock",
                  {{"a", ""}},

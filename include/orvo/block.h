@@ -80,7 +80,7 @@ class ORVO_API Block final : public Node {
     iterator begin() const { return iterator(Node::begin()); }
     iterator end() const { return iterator(Node::end()); }
     /// Null if no parameter of that name holds a wire.
-    MaybePort getPort(const PureValueRef &name) const;
+    Port *getPort(const PureValueRef &name) const;
     BlockPortIterator port_begin() const { return BlockPortIterator(mPortMap.begin()); }
     BlockPortIterator port_end() const { return BlockPortIterator(mPortMap.end()); }
     std::size_t port_size() const { return mPortMap.size(); }

@@ -8,6 +8,7 @@
 #include <orvo/logging.h>
 #include <orvo/model.h>
 #include <orvo/pass.h>
+#include <orvo/scheduledmodelhandle.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 #include <orvo/xmlservices.h>

@@ -73,7 +73,4 @@ inline PortIterator &PortIterator::operator++() {
     return *this;
 }
 
-/// A port that may be missing: what a look-up by name gives.
-using MaybePort = Port *;
-
 } // namespace orvo

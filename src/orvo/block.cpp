@@ -75,7 +75,7 @@ Value *Block::type() const { return findParam(A_BLOCK_TYPE); }
 
 Wire *Block::getWire(const PureValueRef &name) const { return static_cast<Wire *>(getChild(name)); }
 
-MaybePort Block::getPort(const PureValueRef &name) const {
+Port *Block::getPort(const PureValueRef &name) const {
     Port *const *port = name ? mPortMap.find(name.get_ptr()) : nullptr;
     return port == nullptr ? nullptr : *port;
 }

@@ -2,6 +2,8 @@
 // outside, models that come scheduled, stall regions, enables.
 #include "orvo/typerules.h"
 
+#include <orvo/scheduledmodelhandle.h>
+
 namespace orvo::internal {
 
 namespace {
@@ -76,37 +78,25 @@ class LatencyPlaceholderTypeHandler final : public TypeInferHandler2 {
     }
 };
 
-/// The types at the boundary of a scheduled model, out of its handle's value: of the ports as they are or, where the
-/// signals were taken apart, as they were. Null if the value is no handle.
-PureTupleValueRef boundaryTypes(const ValueRef &handle, bool original) {
-    constexpr std::size_t kTypes = 3;
-    constexpr std::size_t kFirstOption = 9;
-    const PureTupleValueRef tuple = pureTupleVR(handle);
-    if (!tuple || tuple->size() < kFirstOption || !(tuple->at(0) == A_SCHEDULED_MODEL_HANDLE_TAG)) {
-        return {};
-    }
-    PureTupleValueRef types = pureTupleVR(tuple->at(kTypes));
-    for (std::size_t i = kFirstOption; original && i + 1 < tuple->size(); i += 2) {
-        if (tuple->at(i) == A_SCHEDULED_MODEL_HANDLE_ORIGINALTYPES_TAG) {
-            types = pureTupleVR(tuple->at(i + 1));
-        }
-    }
-    const bool wellFormed = types && types->size() == 3 && types->at(0) == A_SCHEDULED_MODEL_TYPES_TAG;
-    return wellFormed ? types : PureTupleValueRef();
-}
-
+/// The boundary of a model that was scheduled elsewhere: as its ports are or, while the block stands for the model of
+/// before its signals were taken apart, as they were.
 class ScheduledModelTypeHandler final : public TypeInferHandler2 {
   public:
     void inferStatic(TypeInferAPI2 &api) const override {
-        const PureTupleValueRef types =
-            boundaryTypes(api.getParam(A_SCHEDULED_MODEL_VALUE), isParamTrue(api, A_SCHEDULED_MODEL_ORIGINAL_TYPES));
-        if (!types) {
+        const ScheduledModelHandle handle =
+            ScheduledModelHandle::fromValue(PureValueRef(api.getParam(A_SCHEDULED_MODEL_VALUE)));
+        if (!handle.valid()) {
             return;
         }
-        forPairsIn(types->at(1),
-                   [&](const PureValueRef &name, const PureValueRef &type) { api.setPortType(name, type); });
-        forPairsIn(types->at(2),
-                   [&](const PureValueRef &name, const PureValueRef &type) { api.setWireType(name, type); });
+        const bool isWhole = isParamTrue(api, A_SCHEDULED_MODEL_ORIGINAL_TYPES);
+        const ScheduledModelTypes *original = isWhole ? handle.getOriginalModelTypes() : nullptr;
+        const ScheduledModelTypes &types = original != nullptr ? *original : handle.getScheduledModelTypes();
+        for (NameEnumerator ports = api.getPortNames(); ports.next();) {
+            api.setPortType(ports.get(), types.getInputPortType(ports.get()));
+        }
+        for (NameEnumerator wires = api.getWireNames(); wires.next();) {
+            api.setWireType(wires.get(), types.getOutputPortType(wires.get()));
+        }
     }
 };
 

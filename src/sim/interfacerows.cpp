@@ -6,6 +6,7 @@
 #include "sim/statekernels.h"
 #include "sim/uninterpreted.h"
 
+#include <orvo/scheduledmodelhandle.h>
 #include <orvo/wire.h>
 
 #include <optional>
@@ -334,32 +335,27 @@ struct Element {
     bool isScalar;
 };
 
-/// Where a path of indices leads in a signal; none if it fits the type nowhere.
-std::optional<Element> elementAt(const SignalType &type, const PureTupleValueRef &path) {
-    if (!path || path->size() == 0 || !(path->at(0) == A_COMPOUND_DECOR_INDEX_TAG)) {
-        return std::nullopt;
-    }
+/// Where a path leads in a signal; none if it fits the type nowhere.
+std::optional<Element> elementAt(const SignalType &type, const CompoundDecorIndex &path) {
     Element element{0, &type, 0, false};
     std::uint32_t length = type.leaves;
-    for (std::size_t i = 1; i < path->size(); ++i) {
-        const PureTupleValueRef step = pureTupleVR(path->at(i));
-        const NumberValueRef number = step && step->size() == 2 ? numberVR(step->at(1)) : NumberValueRef();
-        if (!number || !number->isInt() || number->toInt() < 0 || element.isScalar) {
-            return std::nullopt;
-        }
-        const auto index = static_cast<std::uint32_t>(number->toInt());
+    for (const CompoundDecorIndex::Step &step : path.steps()) {
+        const auto index = static_cast<std::uint32_t>(step.index);
         const SignalType &at = *element.type;
         const bool inVector = element.dim < at.dims.size();
-        if (step->at(0) == A_COMPOUND_INDEX_TYPE_VECTOR && inVector && index < at.dims[element.dim]) {
+        if (element.isScalar) {
+            return std::nullopt;
+        }
+        if (step.kind == CompoundKind::Vector && inVector && index < at.dims[element.dim]) {
             length /= at.dims[element.dim++];
             element.first += index * length;
-        } else if (step->at(0) == A_COMPOUND_INDEX_TYPE_AGGREGATE && !inVector && index < at.fields.size()) {
+        } else if (step.kind == CompoundKind::Aggregate && !inVector && index < at.fields.size()) {
             for (std::uint32_t field = 0; field < index; ++field) {
                 element.first += at.fields[field]->leaves;
             }
             length = at.fields[index]->leaves;
             element = {element.first, at.fields[index], 0, false};
-        } else if (step->at(0) == A_COMPOUND_INDEX_TYPE_COMPLEX && !inVector && at.isComplex && index < 2) {
+        } else if (step.kind == CompoundKind::Complex && !inVector && at.isComplex) {
             element.first += index;
             element.isScalar = true;
         } else {
@@ -371,27 +367,24 @@ std::optional<Element> elementAt(const SignalType &type, const PureTupleValueRef
 
 /// Names the scalars of a signal as the ports that they become by the mappings of a scheduled model's handle.
 void renameByMappings(const BlockWriter &writer, const PureValueRef &name, const SignalType &type,
-                      const PureTupleValueRef &mappings, std::vector<NamedLeaf>::iterator scalars) {
-    for (std::size_t i = 1; mappings && i < mappings->size(); ++i) {
-        const PureTupleValueRef entry = pureTupleVR(mappings->at(i));
-        const PureTupleValueRef pairs =
-            entry && entry->size() == 2 && entry->at(0) == name ? pureTupleVR(entry->at(1)) : PureTupleValueRef();
-        for (std::size_t j = 0; pairs && j < pairs->size(); ++j) {
-            const PureTupleValueRef pair = pureTupleVR(pairs->at(j));
-            const auto element =
-                pair && pair->size() == 2 ? elementAt(type, pureTupleVR(pair->at(0))) : std::optional<Element>();
-            if (!element) {
-                writer.fail("the handle's mappings do not fit the types");
-            }
-            std::vector<std::string> names;
-            if (element->isScalar) {
-                names.push_back(pair->at(1)->toString());
-            } else {
-                appendElementNames(*element->type, element->dim, pair->at(1), writer.context(), names);
-            }
-            for (std::size_t k = 0; k < names.size(); ++k) {
-                scalars[static_cast<std::ptrdiff_t>(element->first + k)].name = names[k];
-            }
+                      const UnrollMappings &mappings, std::vector<NamedLeaf>::iterator scalars) {
+    const auto port = mappings.portMapping().find(name);
+    if (port == mappings.portMapping().end()) {
+        return;
+    }
+    for (const auto &[path, mapped] : port->second) {
+        const std::optional<Element> element = elementAt(type, path);
+        if (!element) {
+            writer.fail("the handle's mappings do not fit the types");
+        }
+        std::vector<std::string> names;
+        if (element->isScalar) {
+            names.push_back(mapped->toString());
+        } else {
+            appendElementNames(*element->type, element->dim, mapped, writer.context(), names);
+        }
+        for (std::size_t k = 0; k < names.size(); ++k) {
+            scalars[static_cast<std::ptrdiff_t>(element->first + k)].name = names[k];
         }
     }
 }
@@ -399,31 +392,28 @@ void renameByMappings(const BlockWriter &writer, const PureValueRef &name, const
 /// A model that was generated elsewhere is known by what its generator noted. It stays the same function when its
 /// signals are taken apart.
 void writeScheduledModel(BlockWriter &writer) {
-    constexpr std::size_t kNote = 1;
-    constexpr std::size_t kInputMappings = 6;
-    constexpr std::size_t kOutputMappings = 7;
-    const PureTupleValueRef handle = pureTupleVR(writer.param(A_SCHEDULED_MODEL_VALUE));
-    if (!handle || handle->size() < kOutputMappings + 2 || !(handle->at(0) == A_SCHEDULED_MODEL_HANDLE_TAG)) {
+    const ScheduledModelHandle handle =
+        ScheduledModelHandle::fromValue(PureValueRef(writer.param(A_SCHEDULED_MODEL_VALUE)));
+    if (!handle.valid()) {
         writer.fail("the scheduled model has no handle");
     }
     const auto append = [&](std::vector<NamedLeaf> &to, const PureValueRef &name, const Signal &signal,
-                            std::size_t mappings) {
+                            const UnrollMappings &mappings) {
         const auto before = static_cast<std::ptrdiff_t>(to.size());
         appendNamedLeaves(writer, name, signal, to);
         if (signal.known() && writer.isTrue(A_SCHEDULED_MODEL_ORIGINAL_TYPES)) {
-            renameByMappings(writer, name, *signal.type, pureTupleVR(handle->at(mappings)), to.begin() + before);
+            renameByMappings(writer, name, *signal.type, mappings, to.begin() + before);
         }
     };
     std::vector<NamedLeaf> in;
     std::vector<NamedLeaf> out;
     for (const Port &port : writer.block().ports()) {
-        append(in, port.getName(), writer.in(port.getName()), kInputMappings);
+        append(in, port.getName(), writer.in(port.getName()), handle.getInputUnrollMappings());
     }
     for (const Wire &wire : writer.block()) {
-        append(out, wire.getName(), writer.out(wire.getName()), kOutputMappings);
+        append(out, wire.getName(), writer.out(wire.getName()), handle.getOutputUnrollMappings());
     }
-    const PureValueRef note = handle->at(kNote);
-    emitUninterpreted(writer, "scheduledModelBlock " + (note ? note->toString() : std::string()), in, out);
+    emitUninterpreted(writer, "scheduledModelBlock " + handle.getGenerationInfoValue()->toString(), in, out);
 }
 
 const BlockRow kRows[] = {

@@ -1,0 +1,173 @@
+// How what refers to ports and wires by name finds them again after compound signals have been taken apart, and the
+// base of all that takes blocks apart.
+#pragma once
+
+#include <orvo/model.h>
+#include <orvo/unrollmappings.h>
+#include <orvo/wire.h>
+
+#include <map>
+#include <unordered_set>
+#include <vector>
+
+namespace orvo {
+
+class Block;
+class PassContext;
+class Port;
+
+/// A port that may not exist yet: a block and the key under which it will read a wire. Outlives the port itself, which
+/// ends and comes back as its connection changes; must not outlive the block.
+class ORVO_API MaybePort {
+  public:
+    MaybePort(Block &block, PureValueRef key) : mBlock(&block), mKey(std::move(key)) {}
+    explicit MaybePort(const Port &port) : mBlock(&port.getBlock()), mKey(port.getName()) {}
+
+    Block &getBlock() const { return *mBlock; }
+    const PureValueRef &getKey() const { return mKey; }
+    /// Null while nothing is connected.
+    Port *getPort() const;
+    Wire *getWire() const;
+    /// Makes the port, or has it read another wire.
+    void setWire(Wire &wire) const;
+
+  private:
+    Block *mBlock;
+    PureValueRef mKey;
+};
+
+/// All readers of a wire, in connection order.
+ORVO_API std::vector<MaybePort> maybePortsOf(const Wire &wire);
+
+/// Is told which ports and wires take the place of others. The blocks are looked at during the call only.
+class ORVO_API UnrollerNotifier {
+  public:
+    virtual ~UnrollerNotifier();
+    virtual void unrollPort(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
+                            const PureValueRef &newName) = 0;
+    virtual void unrollWire(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
+                            const PureValueRef &newName) = 0;
+};
+
+/// Listens to nothing.
+class ORVO_API DefaultUnrollerNotifier final : public UnrollerNotifier {
+  public:
+    void unrollPort(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
+                    const PureValueRef &newName) override;
+    void unrollWire(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
+                    const PureValueRef &newName) override;
+};
+
+/// What takes one block apart. The kinds of signals add the steps; here is what they share: how a substitute is made,
+/// and the list of ports that the step at hand has connected.
+class ORVO_API Unroller {
+  public:
+    Unroller();
+    Unroller(const Unroller &) = delete;
+    Unroller &operator=(const Unroller &) = delete;
+    virtual ~Unroller();
+
+    /// The word that tells the substitutes of this kind.
+    virtual const std::string &getSuffix() const = 0;
+
+    /// Not owned; null for none. It must outlive the unroller's work.
+    void setUnrollerNotifier(UnrollerNotifier *notifier);
+    /// A block beside the given one, named (block, suffix), with all its parameters but references to nodes.
+    Block &createSubstitute(Block &block) const;
+
+    void notifyUnrollPort(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
+                          const PureValueRef &newName) const;
+    void notifyUnrollWire(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
+                          const PureValueRef &newName) const;
+    void clearAttachedPorts() { mAttachedPorts.clear(); }
+    void addAttachedPort(const MaybePort &port) { mAttachedPorts.push_back(port); }
+    const std::vector<MaybePort> &attachedPorts() const { return mAttachedPorts; }
+    /// Tells of each attached port that it takes the place of this one.
+    void notifyUnrollAttachedPorts(const Block &oldBlock, const PureValueRef &oldName) const;
+
+  private:
+    UnrollerNotifier *mNotifier;
+    std::vector<MaybePort> mAttachedPorts;
+};
+
+/// The ports or the wires that a name of before the taking apart stands for now.
+class ORVO_API UnrolledPortWireNames {
+  public:
+    /// `blockName` is a block of the model, `A_INPUT_BLOCK` or `A_OUTPUT_BLOCK` for its ends, or what the names of
+    /// the blocks that took its place begin with.
+    UnrolledPortWireNames(const Model &model, PureValueRef blockName, bool isPort, PureValueRef name);
+
+    /// Looks the name up in the netlist as it is. `state` may be null: then no model boundary was taken apart. A block
+    /// at the boundary that was taken apart itself is an assertion.
+    void unrollNames(const BoundaryUnrollMappingStateItem *state);
+
+    /// Null if there is no such block.
+    Block *getBlock() const { return mBlock; }
+    /// Empty where wires were asked for.
+    const std::vector<Port *> &getPorts() const { return mPorts; }
+    /// Empty where ports were asked for.
+    const std::vector<Wire *> &getWires() const { return mWires; }
+    /// Whether the name stands for this wire, among others.
+    bool isMember(const Wire &wire) const { return mWireSet.count(&wire) != 0; }
+
+  private:
+    bool findBlock();
+    const UnrollMappings *boundaryMappings(const BoundaryUnrollMappingStateItem *state) const;
+    void addPoint(const PureValueRef &name);
+
+    const Model &mModel;
+    PureValueRef mBlockName;
+    bool mIsPort;
+    PureValueRef mName;
+    Block *mBlock = nullptr;
+    std::vector<Port *> mPorts;
+    std::vector<Wire *> mWires;
+    std::unordered_set<const Wire *> mWireSet;
+};
+
+/// Remembers which points took the place of which. A point is the pair (name of the block, name of the port or wire),
+/// since the blocks themselves die.
+class ORVO_API ReferenceNameMapping final : public UnrollerNotifier {
+  public:
+    void unrollPort(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
+                    const PureValueRef &newName) override;
+    void unrollWire(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
+                    const PureValueRef &newName) override;
+
+    bool empty() const { return mPorts.empty() && mWires.empty(); }
+    /// The points that stand there now, behind all replacements, each once, in the order in which they were told; empty
+    /// for a point that was not replaced.
+    std::vector<PureTupleValueRef> latestPoints(const PureTupleValueRef &point, bool isPort) const;
+
+  private:
+    using Table = std::map<PureTupleValueRef, std::vector<PureTupleValueRef>>;
+    Table mPorts;
+    Table mWires;
+};
+
+/// Keeps the latency constraints of one model, in one instance, at the right points while its blocks are replaced: what
+/// the unrollers told is written to the blocks when the updater goes.
+class ORVO_API NetlistReferencePointsUpdater {
+  public:
+    NetlistReferencePointsUpdater(const PassContext &context, Model &model, RefChain refChain);
+    ~NetlistReferencePointsUpdater();
+    NetlistReferencePointsUpdater(const NetlistReferencePointsUpdater &) = delete;
+    NetlistReferencePointsUpdater &operator=(const NetlistReferencePointsUpdater &) = delete;
+
+    /// Has the unroller report to this updater, which must outlive its work.
+    void setupUnrollerNotifier(Unroller *unroller) { unroller->setUnrollerNotifier(&mMapping); }
+    const ReferenceNameMapping &mapping() const { return mMapping; }
+
+  private:
+    using MovedEntries = std::map<Block *, std::vector<ValueRef>, Model::ByName>;
+    void unrollLatencyConstraints();
+    /// One list of a block as it becomes, null if nothing stays; entries for other blocks go to `moved`.
+    ValueRef unrollPortWireNames(const Block &block, const TupleValueRef &entries, bool isPort,
+                                 MovedEntries &moved) const;
+
+    Model &mModel;
+    RefChain mRefChain;
+    ReferenceNameMapping mMapping;
+};
+
+} // namespace orvo

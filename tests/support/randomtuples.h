@@ -1,0 +1,65 @@
+// Tuples by chance, and tuples with one part changed by chance, for readers of value forms.
+#pragma once
+
+#include <orvo/corevalues.h>
+
+#include <rapidcheck.h>
+
+#include <vector>
+
+namespace orvo::test {
+
+/// One of some small values, of each kind that a tuple may hold.
+inline PureValueRef chanceValue(Context *context) {
+    static const char *const texts[] = {"a",
+                                        "b",
+                                        "0",
+                                        "1",
+                                        "2",
+                                        "-1",
+                                        "1/2",
+                                        "nan",
+                                        "4294967296",
+                                        "()",
+                                        "(a)",
+                                        "(a 1)",
+                                        "true",
+                                        "compoundIndexTypeVector",
+                                        "(compoundDecorIndexTag)",
+                                        "(compoundDecorIndexTag (compoundIndexTypeVector 1))",
+                                        "unrollMappingsTag",
+                                        "scheduledModelHandleOriginaltypesTag"};
+    const auto at = *rc::gen::inRange<std::size_t>(0, std::size(texts));
+    return pureVR(Value::parse(texts[at], context));
+}
+
+/// The value with one part, at any depth, taken away, doubled, swapped with its neighbour or replaced.
+inline PureValueRef mutated(const PureValueRef &value, Context *context) {
+    const PureTupleValueRef tuple = pureTupleVR(value);
+    if (!tuple || tuple->size() == 0 || *rc::gen::inRange(0, 6) == 0) {
+        return chanceValue(context);
+    }
+    std::vector<PureValueRef> elements(tuple->begin(), tuple->end());
+    const auto at = *rc::gen::inRange<std::size_t>(0, elements.size());
+    const auto place = elements.begin() + static_cast<std::ptrdiff_t>(at);
+    switch (*rc::gen::inRange(0, 8)) {
+    case 0:
+        elements.erase(place);
+        break;
+    case 1:
+        elements.insert(place, elements[at]);
+        break;
+    case 2:
+        elements.insert(place, chanceValue(context));
+        break;
+    case 3:
+        std::swap(elements[at], elements[(at + 1) % elements.size()]);
+        break;
+    default:
+        elements[at] = mutated(elements[at], context);
+        break;
+    }
+    return PureTupleValue::get(elements, context);
+}
+
+} // namespace orvo::test
