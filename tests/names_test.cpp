@@ -18,6 +18,7 @@ const std::map<std::string, std::string> &coveredBy() {
     static const std::map<std::string, std::string> table = {
         {"arithmeticrows", "simulator"},
         {"blockshape", "designgenerator"},
+        {"changelog", "blockannotation"},
         {"compiler", "simulator"},
         {"deadblockhandlers", "deadblockpass"},
         {"deadmodelpass", "deadblockpass"},
