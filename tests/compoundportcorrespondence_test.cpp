@@ -340,11 +340,13 @@ TEST_F(ReferencePointsTest, writesNothingWhereNothingIsReplaced) {
         int *count;
         void onChange(Block &) { ++*count; }
     } counter{&changes};
-    design.events().blockChanged.add(util::Function<void(Block &)>::bind<&Counter::onChange>(&counter));
+    const auto onChange = util::Function<void(Block &)>::bind<&Counter::onChange>(&counter);
+    design.events().blockChanged.add(onChange);
     in.process(~ProcessFlags{0});
     update({}, [&](const Unroller &) {});
     update({}, [&](const Unroller &unroller) { unroller.notifyUnrollWire(in, value("q"), in, value("r")); });
     EXPECT_EQ(changes, 0);
+    design.events().blockChanged.remove(onChange);
     EXPECT_EQ(param(in, A_SCHEDULE_CONSTRAINT_WIRES), "()");
 }
 

@@ -173,8 +173,10 @@ TEST_F(ScheduledModelDomainsTest, areTheOriginalOnesWhereTheBlockStandsForTheMod
     block.setParam(A_SCHEDULED_MODEL_ORIGINAL_TYPES, A_TRUE);
     block.setParam(A_SCHEDULED_MODEL_VALUE, any(handle(kDomains, kOriginal)));
     EXPECT_EQ(settled(block), "port a=black wire y=white");
+    // Of a model in which nothing was taken apart, there is one kind of domains.
     block.setParam(A_SCHEDULED_MODEL_VALUE, any(handle(kDomains)));
-    EXPECT_EQ(settled(block), "");
+    EXPECT_EQ(settled(block), "port a=red port b=blue wire y=green");
+    block.setParam(A_SCHEDULED_MODEL_VALUE, any(handle(kDomains, kOriginal)));
     block.setParam(A_SCHEDULED_MODEL_ORIGINAL_TYPES, A_FALSE);
     EXPECT_EQ(settled(block), "port a=red port b=blue wire y=green");
 }

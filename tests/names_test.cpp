@@ -18,6 +18,7 @@ const std::map<std::string, std::string> &coveredBy() {
     static const std::map<std::string, std::string> table = {
         {"arithmeticrows", "simulator"},
         {"blockshape", "designgenerator"},
+        {"changelog", "blockannotation"},
         {"cloneconstraints", "scheduleconstraints"},
         {"compiler", "simulator"},
         {"cycletraverse", "early_cycle_analysis"},

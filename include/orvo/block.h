@@ -95,6 +95,7 @@ class ORVO_API Block final : public Node {
     bool dying() const { return mLife == Life::Dying; }
 
   private:
+    friend class internal::ChangeLog;
     template <class Blk> friend class WorkQueueImpl;
     enum class Life : std::uint8_t { NewBorn = 0, Alive = 1, Dying = 2 };
 
@@ -108,6 +109,8 @@ class ORVO_API Block final : public Node {
     Life mLife = Life::NewBorn;
     /// How many work queues hold this block: the end of a block that none holds costs them nothing.
     mutable std::uint32_t mQueues = 0;
+    /// Where the log of changes keeps what it knows of this block.
+    mutable std::uint32_t mLogged = 0;
 };
 
 } // namespace orvo

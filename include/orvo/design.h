@@ -31,15 +31,20 @@ class ORVO_API Design final : public Node {
     void unregisterModel(Model *model);
     TransferMetadataListener *getMetadataTransferListener() const { return mListener.get(); }
     EventManager &events() const { return mEvents; }
+    /// Whether any block has ever carried metadata: until then there is nothing that a rewrite could lose.
+    bool hasCarriedMetadata() const { return mHasCarriedMetadata; }
     /// Grows with every change of the netlist, so that a caller can tell whether anything was edited meanwhile.
     std::uint64_t editCount() const { return mEditCount; }
 
   private:
+    friend class Block;
     friend class Node;
     Context *mContext;
-    std::unique_ptr<TransferMetadataListener> mListener;
     mutable EventManager mEvents;
+    /// Hangs on the events, and so is made after them.
+    std::unique_ptr<TransferMetadataListener> mListener;
     std::uint64_t mEditCount = 0;
+    bool mHasCarriedMetadata = false;
 };
 
 } // namespace orvo

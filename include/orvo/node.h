@@ -9,6 +9,10 @@
 
 namespace orvo {
 
+namespace internal {
+class ChangeLog;
+}
+
 class Block;
 class Design;
 class Model;

@@ -52,6 +52,8 @@ class ORVO_API Port : public util::Pooled {
     Wire *getWire() const;
     /// The wire read, without an event: for walks that look only.
     Wire *peekWire() const { return mWire; }
+    /// The reader of the same wire that was connected before this one, null for the first.
+    Port *getPreviousReader() const { return mPrevious; }
     /// Where this port stands in its wire's list of readers.
     PortIterator getBackReference() const { return mBackReference; }
     void setBackReference(PortIterator position) { mBackReference = position; }

@@ -38,17 +38,22 @@ class ORVO_API Wire final : public Node, public GenericConnection {
     PortIterator port_end() const { return PortIterator(); }
     std::size_t port_size() const { return mPortCount; }
     WirePorts ports() const { return WirePorts(mFirst); }
+    /// The reader that was connected last, null if there is none.
+    Port *lastPort() const { return mLast; }
     /// Moves all readers to `other`. A wire replaced by itself changes nothing.
     void replace(Wire &other);
     void registerPort(Port *port);
     void unregisterPort(Port *port);
 
   private:
+    friend class internal::ChangeLog;
     Wire(Block &block, const PureValueRef &name);
     Design *mDesign;
     Port *mFirst = nullptr;
     Port *mLast = nullptr;
-    std::size_t mPortCount = 0;
+    std::uint32_t mPortCount = 0;
+    /// Where the log of changes keeps what it knows of this wire.
+    mutable std::uint32_t mLogged = 0;
 };
 
 } // namespace orvo

@@ -1,9 +1,13 @@
 // The metadata of blocks and the sections of their transfer.
 #include <orvo/annotation.h>
 
+#include "orvo/changelog.h"
+
 #include <orvo/block.h>
+#include <orvo/design.h>
 #include <orvo/logging.h>
 #include <orvo/staticstrings.h>
+#include <util/profiling.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -91,11 +95,109 @@ std::size_t MetadataManipulator::size() const {
     return mEntries.size();
 }
 
-void TransferMetadataListener::push() { ++mOpenSections; }
+// --- the listener
+
+template <class Action> void TransferMetadataListener::eachHook(Action action) {
+    using Listener = TransferMetadataListener;
+    EventManager &events = mDesign.events();
+    action(events.blockBorn, util::Function<void(Block &)>::bind<&Listener::onBlockBirth>(this));
+    action(events.blockDying, util::Function<void(Block &)>::bind<&Listener::onBlockDying>(this));
+    action(events.wireBorn, util::Function<void(Wire &)>::bind<&Listener::onWireBirth>(this));
+    action(events.wireDying, util::Function<void(Wire &)>::bind<&Listener::onWireDying>(this));
+    action(events.wireDriven,
+           util::Function<void(const Block &, const Wire &, GraphState)>::bind<&Listener::onWireDriven>(this));
+    action(events.blockDriven,
+           util::Function<void(const Wire &, const Block &, GraphState)>::bind<&Listener::onBlockDriven>(this));
+}
+
+TransferMetadataListener::TransferMetadataListener(Design &design)
+    : mDesign(design), mLog(std::make_unique<internal::ChangeLog>()) {
+    eachHook([](auto &events, const auto &callback) { events.add(callback); });
+}
+
+TransferMetadataListener::~TransferMetadataListener() {
+    eachHook([](auto &events, const auto &callback) { events.remove(callback); });
+}
+
+void TransferMetadataListener::push() { mSections.push_back(std::make_unique<BlockAnnotation>(*mLog)); }
 
 void TransferMetadataListener::pop() {
-    ORVO_ASSERT(mOpenSections > 0, "a section of metadata transfer is closed that was not opened");
-    --mOpenSections;
+    ORVO_ASSERT(!mSections.empty(), "a section of metadata transfer is closed that was not opened");
+    util::ProfilingSection profiling("TransferMetadataOrvo", "N/A");
+    const std::unique_ptr<BlockAnnotation> section = std::move(mSections.back());
+    mSections.pop_back();
+    section->apply();
+    // What happened in the section stays in the log, and with it in the section around it.
+    mLog->resume(mSections.empty() ? 0 : mSections.back()->number());
+}
+
+BlockAnnotation &TransferMetadataListener::section() {
+    ORVO_ASSERT(!mSections.empty(), "no section of metadata transfer is open");
+    return *mSections.back();
+}
+
+void TransferMetadataListener::addMetadata(const PureValueRef &entry) { section().addMetadata(entry); }
+
+bool TransferMetadataListener::recording() const { return !mSections.empty() && mDesign.hasCarriedMetadata(); }
+
+TransferMetadataListener::NodeBlock &TransferMetadataListener::getNode(const Block *block, GraphState state) {
+    if (state == kGraphStateNew) {
+        mLog->onBirth(*block);
+    } else if (state == kGraphStateGone) {
+        mLog->onDying(*block);
+    }
+    return mLog->node(*block);
+}
+
+TransferMetadataListener::NodeWire &TransferMetadataListener::getNode(const Wire *wire, GraphState state) {
+    if (state == kGraphStateNew) {
+        mLog->onBirth(*wire);
+    } else if (state == kGraphStateGone) {
+        mLog->onDying(*wire);
+    }
+    return mLog->node(*wire);
+}
+
+void TransferMetadataListener::onBlockBirth(Block &block) {
+    if (recording()) {
+        mLog->onBirth(block);
+    }
+}
+
+void TransferMetadataListener::onBlockDying(Block &block) {
+    if (recording()) {
+        mLog->onDying(block);
+    }
+}
+
+void TransferMetadataListener::onWireBirth(Wire &wire) {
+    if (recording()) {
+        mLog->onBirth(wire);
+    }
+}
+
+void TransferMetadataListener::onWireDying(Wire &wire) {
+    if (recording()) {
+        mLog->onDying(wire);
+    }
+}
+
+void TransferMetadataListener::onWireDriven(const Block &, const Wire &wire, GraphState state) {
+    // That a block drives a wire which it has just made is known from the wire's birth.
+    if (recording() && state == kGraphStateGone) {
+        mLog->onReplaced(wire);
+    }
+}
+
+void TransferMetadataListener::onBlockDriven(const Wire &wire, const Block &block, GraphState state) {
+    if (!recording()) {
+        return;
+    }
+    if (state == kGraphStateGone) {
+        mLog->onDisconnected(wire, block, mDesign.editCount());
+    } else {
+        mLog->onConnected(wire, block, mDesign.editCount());
+    }
 }
 
 } // namespace orvo

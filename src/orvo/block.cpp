@@ -92,6 +92,9 @@ void Block::onParamChanging(const PureValueRef &key, const ValueRef &oldValue, c
     if (key == A_BLOCK_TYPE) {
         onTypeChanging(oldValue, newValue);
     }
+    if (key == A_METADATA && newValue) {
+        mDesign->mHasCarriedMetadata = true;
+    }
     Wire *oldWire = from<Wire>(oldValue);
     Wire *newWire = from<Wire>(newValue);
     if (oldWire != nullptr || newWire != nullptr) {

@@ -21,7 +21,7 @@ GenericConnection::~GenericConnection() = default;
 
 Design::Design(Context *context)
     : Node(NodeKind::Design, A_ROOT_NAME, nullptr), mContext(context),
-      mListener(std::make_unique<TransferMetadataListener>()) {
+      mListener(std::make_unique<TransferMetadataListener>(*this)) {
     ORVO_ASSERT(context != nullptr, "a design needs a context");
 }
 

@@ -4,11 +4,11 @@
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/corevalues.h>
+#include <orvo/scheduledmodelhandle.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
 #include <algorithm>
-#include <map>
 
 namespace orvo::internal {
 
@@ -19,56 +19,6 @@ using Settled = std::vector<std::pair<DomainPoint, PureValueRef>>;
 template <class End> std::vector<DomainPoint> pointOf(const End *end, const DomainPoint &given) {
     return end == nullptr ? std::vector<DomainPoint>() : std::vector{DomainPoint(*end, given.refChainId())};
 }
-
-/// The domains at the boundary of a scheduled model, out of its handle's value: of the ports as they are or, where the
-/// signals were taken apart, as they were. None of a value of another form.
-class BoundaryDomains {
-  public:
-    BoundaryDomains(const ValueRef &handle, bool original) {
-        constexpr std::size_t kDomains = 4;
-        constexpr std::size_t kFirstOption = 9;
-        constexpr std::size_t kMost = 13;
-        const PureTupleValueRef tuple = pureTupleVR(handle);
-        if (!tuple || tuple->size() < kFirstOption || tuple->size() > kMost ||
-            !(tuple->at(0) == A_SCHEDULED_MODEL_HANDLE_TAG)) {
-            return;
-        }
-        PureTupleValueRef domains = original ? PureTupleValueRef() : pureTupleVR(tuple->at(kDomains));
-        for (std::size_t i = kFirstOption; original && i + 1 < tuple->size(); i += 2) {
-            if (tuple->at(i) == A_SCHEDULED_MODEL_HANDLE_ORIGINALDOMAINS_TAG) {
-                domains = pureTupleVR(tuple->at(i + 1));
-            }
-        }
-        const bool hasForm = domains && domains->size() == 3 && domains->at(0) == A_SCHEDULED_MODEL_DOMAINS_TAG;
-        if (!hasForm || !read(domains->at(1), mInputs) || !read(domains->at(2), mOutputs)) {
-            mInputs.clear();
-            mOutputs.clear();
-        }
-    }
-    /// Null for an unknown name.
-    PureValueRef getInputPortDomain(const PureValueRef &name) const { return find(mInputs, name); }
-    PureValueRef getOutputPortDomain(const PureValueRef &name) const { return find(mOutputs, name); }
-
-  private:
-    using PortMap = std::map<PureValueRef, PureValueRef>;
-    static bool read(const PureValueRef &value, PortMap &ports) {
-        const PureTupleValueRef pairs = pureTupleVR(value);
-        for (std::size_t i = 0; pairs && i < pairs->size(); ++i) {
-            const PureTupleValueRef pair = pureTupleVR(pairs->at(i));
-            if (!pair || pair->size() != 2) {
-                return false;
-            }
-            ports[pair->at(0)] = pair->at(1);
-        }
-        return static_cast<bool>(pairs);
-    }
-    static PureValueRef find(const PortMap &ports, const PureValueRef &name) {
-        const auto found = ports.find(name);
-        return found == ports.end() ? PureValueRef() : found->second;
-    }
-    PortMap mInputs;
-    PortMap mOutputs;
-};
 
 struct ChannelPair {
     const StaticString *port;
@@ -103,7 +53,12 @@ std::vector<DomainPoint> ChannelBoundaryDomainHandler::propagateFromPoint(const 
 Settled ScheduledModelDomainHandler::inferStatic(const Block &block, unsigned long refChainId) const {
     Settled settled;
     const bool original = block[A_SCHEDULED_MODEL_ORIGINAL_TYPES] == A_TRUE;
-    const BoundaryDomains domains(block.getParam(A_SCHEDULED_MODEL_VALUE), original);
+    const auto handle = ScheduledModelHandle::fromValue(PureValueRef(block.getParam(A_SCHEDULED_MODEL_VALUE)));
+    if (!handle.valid()) {
+        return settled;
+    }
+    const ScheduledModelDomains *told = original ? handle.getOriginalModelDomains() : nullptr;
+    const ScheduledModelDomains &domains = told != nullptr ? *told : handle.getScheduledModelDomains();
     for (const Port &port : block.ports()) {
         if (const PureValueRef domain = domains.getInputPortDomain(port.getName())) {
             settled.emplace_back(DomainPoint(port, refChainId), domain);

@@ -6,6 +6,7 @@
 #include <orvo/block.h>
 #include <orvo/design.h>
 #include <orvo/logging.h>
+#include <orvo/modelkinds.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
@@ -45,8 +46,6 @@ struct DelayLength {
     int cycles() const { return number->toInt(); }
     NumberValueRef number;
 };
-
-bool isScheduledModel(const Model &model) { return model[A_SYNTH_CIRCUIT_TIMED] == A_TRUE; }
 
 /// What each point waits for, as a graph.
 class DependencyGraph {

@@ -76,8 +76,8 @@ void writeConjugate(BlockWriter &writer) {
 }
 
 Factor exactProduct(BlockWriter &writer, const Factor &a, const Factor &b) {
-    const ScalarType &x = writer.scalar(a.re);
-    const ScalarType &y = writer.scalar(b.re);
+    const ScalarType x = writer.scalar(a.re);
+    const ScalarType y = writer.scalar(b.re);
     const ScalarType exact{x.width + y.width + 2, x.fraction + y.fraction, true, false};
     Factor product{writer.temporary(exact), std::nullopt};
     emitProductPart(writer, product.re, a, b, 0);
@@ -714,7 +714,7 @@ void writeCast(BlockWriter &writer) {
             writer.emit(leaf, 0, {value}, sumKernel);
             return;
         }
-        const ScalarType &type = writer.scalar(leaf);
+        const ScalarType type = writer.scalar(leaf);
         const std::int32_t drop = writer.scalar(*source).fraction - type.fraction;
         const int range = static_cast<int>(type.width) | (type.isSigned ? 1 << 24 : 0);
         writer.emit(leaf, drop, {value}, [&](const Op &op) { return castKernel(op, rounding, saturation); });

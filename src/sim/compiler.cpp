@@ -185,10 +185,10 @@ Signal BlockWriter::out(const PureValueRef &key) const {
 
 Signal BlockWriter::out(int number) const { return out(NumberValue::get(number, context())); }
 
-const ScalarType &BlockWriter::scalar(Leaf leaf) const { return mCompiler.mLeaves[leaf]; }
+ScalarType BlockWriter::scalar(Leaf leaf) const { return mCompiler.mLeaves[leaf]; }
 
 Operand BlockWriter::raw(Leaf leaf) const {
-    const ScalarType &type = scalar(leaf);
+    const ScalarType type = scalar(leaf);
     return {leaf, type.width, type.isSigned, false, 0};
 }
 
@@ -260,7 +260,7 @@ void BlockWriter::commit(std::uint32_t state, std::uint32_t words, const std::ve
 void BlockWriter::alias(Leaf out, Leaf in) { mCompiler.mAliases[out] = in; }
 
 void BlockWriter::convert(Leaf out, Leaf in) {
-    const ScalarType &to = scalar(out);
+    const ScalarType to = scalar(out);
     if (to == scalar(in)) {
         alias(out, in);
         return;

@@ -63,7 +63,7 @@ class BlockWriter {
     Signal out(int number) const;
     Signal out() const { return out(A_PRIM_WIRE_OUT); }
 
-    const ScalarType &scalar(Leaf leaf) const;
+    ScalarType scalar(Leaf leaf) const;
     /// How a leaf of an input is read for a result of these fraction bits.
     Operand aligned(Leaf leaf, std::int32_t fraction) const;
     Operand raw(Leaf leaf) const;

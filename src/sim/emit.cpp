@@ -48,7 +48,7 @@ void emitSum(BlockWriter &writer, Leaf out, const std::vector<Leaf> &in, const s
 Leaf zero(BlockWriter &writer) { return writer.temporary({1, 0, false, false}); }
 
 Leaf truth(BlockWriter &writer, Leaf control) {
-    const ScalarType &type = writer.scalar(control);
+    const ScalarType type = writer.scalar(control);
     if (type.width == 1 && !type.isSigned && !type.isFloat) {
         return control;
     }

@@ -253,7 +253,7 @@ void Expansion::floatInto(Leaf out, int function, const std::vector<Leaf> &in) {
     mode.keepsSubnormals = mWriter.isTrue(A_FLOAT_SUBNORMALS);
     std::vector<Operand> operands;
     for (const Leaf leaf : in) {
-        const ScalarType &type = mWriter.scalar(leaf);
+        const ScalarType type = mWriter.scalar(leaf);
         if (!(type == mWriter.scalar(out)) || type.exponent == 0) {
             mWriter.fail("floats of two formats, or of one without a meaning here, meet in it");
         }

@@ -148,7 +148,7 @@ Signal longButterfly(Expansion &e, const Signal &data, Leaf subtract, int bits, 
     const Signal in = e.converted(data, type);
     const Signal out = e.fresh(type);
     for (std::uint32_t i = 0; i < out.type->leaves; ++i) {
-        const ScalarType &scalar = e.writer().scalar(out.first + i);
+        const ScalarType scalar = e.writer().scalar(out.first + i);
         const DelayLine line = e.openDelay(scalar, length);
         const Leaf sum = e.writer().temporary(scalar);
         const Leaf difference = e.writer().temporary(scalar);

@@ -33,7 +33,7 @@ FloatMode floatModeOf(const BlockWriter &writer) {
 }
 
 Operand floatOperand(const BlockWriter &writer, Leaf leaf) {
-    const ScalarType &type = writer.scalar(leaf);
+    const ScalarType type = writer.scalar(leaf);
     if (!type.isFloat) {
         writer.fail("a fixed-point and a floating-point signal meet");
     }

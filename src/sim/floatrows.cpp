@@ -401,8 +401,8 @@ void writeCast(BlockWriter &writer) {
         if (!source) {
             return;
         }
-        const ScalarType &from = writer.scalar(*source);
-        const ScalarType &to = writer.scalar(leaf);
+        const ScalarType from = writer.scalar(*source);
+        const ScalarType to = writer.scalar(leaf);
         if (reinterprets) {
             writer.emit(leaf, 0, {writer.raw(*source)}, sumKernel);
         } else if (from.isFloat && to.isFloat) {

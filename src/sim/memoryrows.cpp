@@ -247,7 +247,7 @@ std::pair<std::uint32_t, std::uint32_t> memoryFor(BlockWriter &writer, const Sid
         if (!signal.known()) {
             continue;
         }
-        const ScalarType &type = writer.scalar(signal.first);
+        const ScalarType type = writer.scalar(signal.first);
         const std::int64_t depth = writer.integer(side == 0 ? A_DUAL_MEM_DEPTH1 : A_DUAL_MEM_DEPTH2, 0);
         bits = std::max(bits, depth * std::int64_t{type.width});
         if (contentType.width == 0 || (side == 1) == dataIsSecond) {

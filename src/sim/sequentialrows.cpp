@@ -194,7 +194,7 @@ void writeLoadableCounter(BlockWriter &writer) {
         const std::int32_t fraction = commonFraction(writer, std::initializer_list<Leaf>{held, step, limit});
         std::uint32_t width = 2;
         for (const Leaf one : {held, step, limit}) {
-            const ScalarType &scalar = writer.scalar(one);
+            const ScalarType scalar = writer.scalar(one);
             width = std::max(width, scalar.width + static_cast<std::uint32_t>(fraction - scalar.fraction) + 2);
         }
         const ScalarType exact{width, fraction, true, false};

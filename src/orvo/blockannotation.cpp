@@ -1,0 +1,267 @@
+// Forks, merges and the transfer from group to group. Edges are not stored: those that went are in the log, those that
+// stand in the netlist, and they are new if one of their ends is, or if the reader was moved there.
+#include "orvo/blockannotation.h"
+
+#include "orvo/changelog.h"
+
+#include <util/features.h>
+
+#include <algorithm>
+
+namespace orvo {
+
+using internal::ChangeLog;
+using internal::Disconnection;
+using internal::NodeBlock;
+using internal::NodeWire;
+
+namespace {
+
+constexpr std::size_t kMostThatStood = 64;
+
+const NodeBlock &asBlock(const BlockAnnotation::Node &node) { return static_cast<const NodeBlock &>(node); }
+const NodeWire &asWire(const BlockAnnotation::Node &node) { return static_cast<const NodeWire &>(node); }
+
+} // namespace
+
+BlockAnnotation::BlockAnnotation(ChangeLog &log)
+    : mLog(log), mNumber(log.open()), mFirstDisconnection(log.disconnections()), mFirstBlock(log.blocks()),
+      mFirstWire(log.wires()), mFirstDeath(log.deaths().size()) {}
+
+GraphState BlockAnnotation::stateOf(const Node &node) const {
+    if (!node.alive()) {
+        return kGraphStateGone;
+    }
+    if (node.getType() == NodeType::Dummy) {
+        return kGraphStatePresent;
+    }
+    return static_cast<const TransferMetadataListener::ORVONode &>(node).bornSince(mNumber) ? kGraphStateNew
+                                                                                            : kGraphStatePresent;
+}
+
+/// Calls `visit(node, state)` for what the node drives until it gives true. New readers of a wire stand behind those
+/// that stood before, of which only the last few are told.
+template <class Visit> bool BlockAnnotation::anyOutput(const Node &node, const Visit &visit) const {
+    if (node.getType() == NodeType::Dummy) {
+        return visit(*static_cast<const DummyNode &>(node).mMerge, kGraphStateNew);
+    }
+    if (node.getType() == NodeType::Block) {
+        for (const NodeWire *wire = asBlock(node).mWires; wire != nullptr; wire = wire->mNextOfOwner) {
+            const GraphState state = wire->mReplaced            ? kGraphStateGone
+                                     : wire->bornSince(mNumber) ? kGraphStateNew
+                                                                : kGraphStatePresent;
+            if (wire->mRedirected ? anyOutput(*wire, visit) : visit(*wire, state)) {
+                return true;
+            }
+        }
+        return false;
+    }
+    const NodeWire &wire = asWire(node);
+    for (std::uint32_t at = wire.mGone; since(at); at = mLog.disconnectionAt(at).nextOfWire) {
+        if (visit(*mLog.disconnectionAt(at).block, kGraphStateGone)) {
+            return true;
+        }
+    }
+    std::size_t stood = 0;
+    for (Port *port = wire.alive() ? wire.mWire->lastPort() : nullptr; port != nullptr && stood < kMostThatStood;
+         port = port->getPreviousReader()) {
+        const NodeBlock &reader = mLog.node(port->getBlock());
+        const bool isNew = isNewConnection(wire, reader);
+        if (visit(reader, isNew ? kGraphStateNew : kGraphStatePresent)) {
+            return true;
+        }
+        stood += isNew ? 0 : 1;
+    }
+    return false;
+}
+
+/// The same for what drives the node.
+template <class Visit> bool BlockAnnotation::anyInput(const Node &node, const Visit &visit) const {
+    if (node.getType() == NodeType::Dummy) {
+        return false;
+    }
+    const auto visitDriver = [&](const NodeWire &wire, GraphState state) {
+        return wire.mRedirected ? visit(static_cast<const Node &>(*wire.mOwner), state)
+                                : visit(static_cast<const Node &>(wire), state);
+    };
+    if (node.getType() == NodeType::Wire) {
+        const NodeWire &wire = asWire(node);
+        return visit(*wire.mOwner, wire.mReplaced            ? kGraphStateGone
+                                   : wire.bornSince(mNumber) ? kGraphStateNew
+                                                             : kGraphStatePresent);
+    }
+    const NodeBlock &block = asBlock(node);
+    for (std::uint32_t at = block.mGone; since(at); at = mLog.disconnectionAt(at).nextOfBlock) {
+        if (visitDriver(*mLog.disconnectionAt(at).wire, kGraphStateGone)) {
+            return true;
+        }
+    }
+    if (!block.alive()) {
+        return false;
+    }
+    for (const Port &port : block.mBlock->ports()) {
+        const NodeWire &wire = mLog.node(*port.peekWire());
+        if (visitDriver(wire, isNewConnection(wire, block) ? kGraphStateNew : kGraphStatePresent)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool BlockAnnotation::isNewConnection(const NodeWire &wire, const NodeBlock &reader) const {
+    if (wire.bornSince(mNumber) || reader.bornSince(mNumber)) {
+        return true;
+    }
+    for (std::uint32_t at = wire.tookOverSince(mNumber) ? reader.mGone : 0; since(at);
+         at = mLog.disconnectionAt(at).nextOfBlock) {
+        if (mLog.disconnectionAt(at).heir == &wire) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool BlockAnnotation::isFork(const Node &node) const {
+    bool hasNew = false;
+    bool hasOther = false;
+    return anyOutput(node, [&](const Node &, GraphState state) {
+        (state == kGraphStateNew ? hasNew : hasOther) = true;
+        return hasNew && hasOther;
+    });
+}
+
+bool BlockAnnotation::isMerge(const Node &node) const {
+    bool hasNew = false;
+    bool hasGone = false;
+    Memo memo;
+    return anyInput(node, [&](const Node &driver, GraphState state) {
+        hasNew = hasNew || state == kGraphStateNew;
+        hasGone = hasGone || state == kGraphStateGone || !hasLivePath(driver, 0, memo);
+        return hasNew && hasGone;
+    });
+}
+
+bool BlockAnnotation::hasLivePath(const Node &node, unsigned int depth, Memo &memo) const {
+    if (!node.alive()) {
+        return false;
+    }
+    if (depth == kLivePathDepth) {
+        return true;
+    }
+    if (const auto known = memo.find(&node); known != memo.end()) {
+        return known->second;
+    }
+    // What leads back here adds no path.
+    memo[&node] = false;
+    bool hasOutputs = false;
+    const bool found = anyOutput(node, [&](const Node &driven, GraphState state) {
+        hasOutputs = true;
+        return state != kGraphStateGone && hasLivePath(driven, depth + 1, memo);
+    });
+    return memo[&node] = found || !hasOutputs;
+}
+
+void BlockAnnotation::refineGraph() {
+    // A dead block has lost its inputs, so that only a wire can be a dead merge.
+    for (std::uint32_t number = mFirstWire + 1; number <= mLog.wires(); ++number) {
+        const NodeWire &wire = mLog.wireAt(number);
+        if (stateOf(wire) == kGraphStateGone && isMerge(wire)) {
+            redirectThrough(wire);
+        }
+    }
+}
+
+void BlockAnnotation::redirectThrough(const Node &node) const { asWire(node).mRedirected = true; }
+
+void BlockAnnotation::getForkAndMergeNodes(const TransferList &list, NodeSet &forks, NodeSet &merges) const {
+    NodeSet seen;
+    for (const NodeGroup &group : list.groups) {
+        for (const NodeRange &side : {group.forkSide, group.mergeSide}) {
+            for (std::size_t i = side.first; i < side.last; ++i) {
+                const Node &node = *list.nodes[i];
+                if (stateOf(node) != kGraphStatePresent || !seen.insert(&node)) {
+                    continue;
+                }
+                if (node.getType() == NodeType::Dummy || isFork(node)) {
+                    forks.insert(&node);
+                }
+                if (isMerge(node)) {
+                    merges.insert(&node);
+                }
+            }
+        }
+    }
+}
+
+bool BlockAnnotation::shouldBypass(const Node &node, const NodeSet &forks, const NodeSet &merges) const {
+    return forks.contains(&node) && anyOutput(node, [&](const Node &driven, GraphState state) {
+               return state == kGraphStateNew && merges.contains(&driven);
+           });
+}
+
+void BlockAnnotation::transferMetadata(const TransferList &list, const NodeSet &forks, const NodeSet &merges) const {
+    MetadataEntries entries;
+    std::vector<const NodeBlock *> receivers;
+    const auto anyOf = [&](const NodeRange &range, const auto &visit) {
+        for (std::size_t i = range.first; i < range.last; ++i) {
+            if (list.nodes[i]->getType() != NodeType::Dummy && visit(*list.nodes[i])) {
+                return true;
+            }
+        }
+        return false;
+    };
+    const auto give = [&](const Node &node) {
+        node.giveMetadata(entries);
+        if (node.getType() == NodeType::Block && asBlock(node).hasGifts()) {
+            receivers.push_back(&asBlock(node));
+        }
+        return false;
+    };
+    for (const NodeGroup &group : list.groups) {
+        entries.clear();
+        anyOf(group.sources, [&](const Node &node) {
+            node.takeMetadata(entries);
+            return false;
+        });
+        if (!group.targets.empty()) {
+            for (const PureValueRef &entry : mMetadata) {
+                entries.insert(entry);
+            }
+            anyOf(group.targets, give);
+            continue;
+        }
+        bool bypass = false;
+        for (const NodeRange &side : {group.forkSide, group.mergeSide}) {
+            for (std::size_t i = side.first; i < side.last && !bypass; ++i) {
+                bypass = shouldBypass(*list.nodes[i], forks, merges);
+            }
+        }
+        if (bypass) {
+            anyOf(group.forkSide, give);
+            anyOf(group.mergeSide, give);
+        }
+    }
+    for (const NodeBlock *receiver : receivers) {
+        receiver->consumeMetadata(receiver->mBlock);
+    }
+}
+
+void BlockAnnotation::apply() {
+    const std::vector<NodeBlock *> &deaths = mLog.deaths();
+    const bool anything =
+        !mMetadata.empty() || std::any_of(deaths.begin() + static_cast<std::ptrdiff_t>(mFirstDeath), deaths.end(),
+                                          [](const NodeBlock *dead) { return dead->hasMetadata(); });
+    if (!anything) {
+        return;
+    }
+    if (util::GetFeatureBooleanWithDefault("refineMetadataGraph", false)) {
+        refineGraph();
+    }
+    const TransferList list = getTransferList();
+    NodeSet forks;
+    NodeSet merges;
+    getForkAndMergeNodes(list, forks, merges);
+    transferMetadata(list, forks, merges);
+}
+
+} // namespace orvo

@@ -1,0 +1,219 @@
+// The log behind the transfer of metadata: the blocks and wires that open sections have met, and every connection that
+// went. Connections that stand are not written down, since the netlist tells of them. One log serves all open sections:
+// it only grows, so that a section is what was added since it was opened, and an outer one holds its inner ones.
+#pragma once
+
+#include "orvo/blockannotation.h"
+
+#include <orvo/annotation.h>
+#include <orvo/block.h>
+#include <orvo/wire.h>
+#include <util/pool.h>
+
+#include <bit>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace orvo {
+
+/// What is known of a thing of the netlist.
+class TransferMetadataListener::ORVONode : public BlockAnnotation::Node {
+  public:
+    /// Whether the section of this number, or one inside it, saw the birth.
+    bool bornSince(std::uint32_t section) const { return mBorn >= section; }
+    /// Whether readers were moved to this wire since then; of a block, whether it took another's place by that.
+    bool tookOverSince(std::uint32_t section) const { return mTookOver >= section; }
+
+    /// Numbers of sections; 0 for what did not happen.
+    std::uint32_t mBorn = 0;
+    std::uint32_t mTookOver = 0;
+    /// The newest of the connections that went, 0 if there is none.
+    std::uint32_t mGone = 0;
+    /// Scratch of the search for groups.
+    mutable std::uint32_t mMark = 0;
+
+  protected:
+    using Node::Node;
+};
+
+class TransferMetadataListener::NodeBlock final : public ORVONode {
+  public:
+    explicit NodeBlock(Block *block) : ORVONode(BlockAnnotation::NodeType::Block), mBlock(block) {}
+    ~NodeBlock() override;
+
+    /// The entries of the block, for a dead one those that it had.
+    void takeMetadata(MetadataEntries &entries) const override;
+    /// Adds the entries that the live block does not have; nothing happens for a dead one.
+    void giveMetadata(const MetadataEntries &entries) const override;
+    /// Writes what was given after the first gift, which `giveMetadata` only collects. True if there was something.
+    bool consumeMetadata(Block *block) const;
+    bool hasGifts() const { return mGifts != nullptr; }
+    bool hasMetadata() const;
+    /// Reads the metadata of the block, which is about to die.
+    void keepMetadata();
+
+    /// To be touched only while the node is alive.
+    Block *mBlock;
+    /// How many blocks had died before this one was born, and before it died: what is born between two deaths was made
+    /// together.
+    std::uint32_t mBirthEpoch = 0;
+    std::uint32_t mDeathEpoch = 0;
+    /// The block whose signal was last moved to a wire of this one.
+    const NodeBlock *mTookFrom = nullptr;
+    /// The wires of this block that were met, newest first.
+    NodeWire *mWires = nullptr;
+    /// Scratch of the search for groups.
+    mutable std::uint32_t mSlot = 0;
+    mutable std::uint32_t mRegion = 0;
+    mutable std::uint32_t mClaim = 0;
+    mutable std::uint32_t mReader = 0;
+    mutable const NodeBlock *mReaderMovedTo = nullptr;
+
+  private:
+    struct Gifts {
+        MetadataEntries entries;
+        /// How many of the entries the block had.
+        std::size_t had = 0;
+    };
+    PureTupleValueRef mMetadata;
+    mutable std::unique_ptr<Gifts> mGifts;
+};
+
+class TransferMetadataListener::NodeWire final : public ORVONode {
+  public:
+    NodeWire(Wire *wire, NodeBlock *owner) : ORVONode(BlockAnnotation::NodeType::Wire), mWire(wire), mOwner(owner) {}
+    /// Wires carry no metadata.
+    void takeMetadata(MetadataEntries &) const override {}
+    void giveMetadata(const MetadataEntries &) const override {}
+
+    /// To be touched only while the node is alive.
+    Wire *mWire;
+    NodeBlock *mOwner;
+    NodeWire *mNextOfOwner = nullptr;
+    /// Its readers were moved to another wire.
+    bool mReplaced = false;
+    /// Taken out of the graph: its block is joined with its readers.
+    mutable bool mRedirected = false;
+    /// Scratch of the search for groups.
+    mutable std::uint32_t mInputSince = 0;
+    mutable std::uint32_t mArrivals = 0;
+};
+
+namespace internal {
+
+using NodeBlock = TransferMetadataListener::NodeBlock;
+using NodeWire = TransferMetadataListener::NodeWire;
+
+/// A connection that went. If the reader got another wire at once, that is the heir.
+struct Disconnection {
+    NodeWire *wire;
+    NodeBlock *block;
+    NodeWire *heir;
+    /// The one before it with the same wire, and with the same block; 0 for none.
+    std::uint32_t nextOfWire;
+    std::uint32_t nextOfBlock;
+};
+
+/// Objects that stay where they are until all go at once, numbered from 1. Each chunk is as large as all before it
+/// together: small sections cost little, and the chunks of large ones lie in large pages.
+template <class T> class Arena {
+    static constexpr std::uint32_t kFirst = 64;
+
+  public:
+    Arena() = default;
+    ~Arena() { clear(); }
+    Arena(const Arena &) = delete;
+    Arena &operator=(const Arena &) = delete;
+    std::uint32_t size() const { return mSize; }
+    T &at(std::uint32_t number) const {
+        const std::uint32_t place = number - 1 + kFirst;
+        const auto chunk = static_cast<std::uint32_t>(std::bit_width(place) - std::bit_width(kFirst));
+        return mChunks[chunk][place - (kFirst << chunk)];
+    }
+    /// The new object is `at(size())`.
+    template <class... Args> T &make(Args &&...args) {
+        if (mNext == mEnd) {
+            addChunk();
+        }
+        ++mSize;
+        return *new (static_cast<void *>(mNext++)) T{std::forward<Args>(args)...};
+    }
+    void clear() {
+        if (!std::is_trivially_destructible_v<T>) {
+            for (std::uint32_t number = 1; number <= mSize; ++number) {
+                at(number).~T();
+            }
+        }
+        for (std::size_t i = 0; i < mChunks.size(); ++i) {
+            util::poolRelease(mChunks[i], bytesOf(i));
+        }
+        mChunks.clear();
+        mNext = mEnd = nullptr;
+        mSize = 0;
+    }
+
+  private:
+    static std::size_t bytesOf(std::size_t chunk) { return (std::size_t{kFirst} << chunk) * sizeof(T); }
+    void addChunk() {
+        const std::size_t bytes = bytesOf(mChunks.size());
+        mNext = static_cast<T *>(util::poolAllocate(bytes));
+        mEnd = mNext + bytes / sizeof(T);
+        mChunks.push_back(mNext);
+    }
+    std::vector<T *> mChunks;
+    T *mNext = nullptr;
+    T *mEnd = nullptr;
+    std::uint32_t mSize = 0;
+};
+
+class ChangeLog {
+  public:
+    /// Opens a section and gives its number. Numbers grow.
+    std::uint32_t open() { return mSection = ++mLastSection; }
+    /// Back in the section of that number; 0 for none, which forgets everything.
+    void resume(std::uint32_t section);
+
+    NodeBlock &node(const Block &block);
+    NodeWire &node(const Wire &wire);
+    /// Null for what was never met.
+    NodeBlock *find(const Block &block) const;
+    NodeWire *find(const Wire &wire) const;
+
+    void onBirth(const Block &block);
+    void onBirth(const Wire &wire);
+    void onDying(const Block &block);
+    void onDying(const Wire &wire);
+    void onReplaced(const Wire &wire);
+    /// `edit` is the design's count of edits: a reader that loses a wire and gets another within one edit was moved.
+    void onDisconnected(const Wire &wire, const Block &block, std::uint64_t edit);
+    void onConnected(const Wire &wire, const Block &block, std::uint64_t edit);
+
+    std::uint32_t blocks() const { return mBlocks.size(); }
+    NodeBlock &blockAt(std::uint32_t number) const { return mBlocks.at(number); }
+    std::uint32_t wires() const { return mWires.size(); }
+    NodeWire &wireAt(std::uint32_t number) const { return mWires.at(number); }
+    std::uint32_t disconnections() const { return mDisconnections.size(); }
+    const Disconnection &disconnectionAt(std::uint32_t number) const { return mDisconnections.at(number); }
+    /// The blocks that died, in the order of their deaths.
+    const std::vector<NodeBlock *> &deaths() const { return mDeaths; }
+    /// A number that no node's mark has.
+    std::uint32_t newMark() { return ++mLastMark; }
+
+  private:
+    std::uint32_t mSection = 0;
+    std::uint32_t mLastSection = 0;
+    std::uint32_t mLastMark = 0;
+    Arena<NodeBlock> mBlocks;
+    Arena<NodeWire> mWires;
+    Arena<Disconnection> mDisconnections;
+    std::vector<NodeBlock *> mDeaths;
+    /// The block that has just lost a wire, and the edit in which it did.
+    const Block *mOpenEnd = nullptr;
+    std::uint64_t mOpenEdit = 0;
+};
+
+} // namespace internal
+} // namespace orvo
