@@ -130,8 +130,12 @@ TEST(DesignGenerator, hitsEveryBlockTypeThatCanBeSimulated) {
         generator.make(recipesOf(seed, 60));
     }
     std::size_t cells = 0;
+    std::set<std::string> told;
+    for (const ToldBlock &block : toldBlocks()) {
+        told.insert(block.type->text());
+    }
     for (const BlockShape &shape : generator.shapes()) {
-        if (!shape.reason.empty()) {
+        if (!shape.reason.empty() && told.count(shape.type->toString()) == 0) {
             continue;
         }
         const Tally &tally = generator.tallies().at(shape.name);

@@ -1,6 +1,8 @@
 // From the catalogue to shapes.
 #include "gen/blockshape.h"
 
+#include "gen/toldblocks.h"
+
 #include <orvo/blockclass.h>
 #include <orvo/blocksinfo.h>
 #include <orvo/context.h>
@@ -226,29 +228,11 @@ const Apart kApart[] = {
     {&A_MODEL_BLOCK, "stands for the models below"},
     {&A_GOTO_BLOCK, "made in pairs"},
     {&A_FROM_BLOCK, "made in pairs"},
-    {&A_SARNET_MM_MASTER_IN_BLOCK, "gets its types from the pass that makes it"},
-    {&A_SARNET_MM_SLAVE_IN_BLOCK, "gets its types from the pass that makes it"},
-    {&A_SARNET_ST_SINK_BLOCK, "gets its types from the pass that makes it"},
-    {&A_SARNET_ST_SINK_IN_BLOCK, "gets its types from the pass that makes it"},
-    {&A_SARNET_ST_SOURCE_BLOCK, "gets its types from the pass that makes it"},
-    {&A_NCO_BLOCK, "tells the types of its inputs"},
-    {&A_BUS_IN_BLOCK, "needs a bus of the whole design"},
-    {&A_BUS_OUT_BLOCK, "needs a bus of the whole design"},
-    {&A_BUS_SIGNALS_BLOCK, "needs a bus of the whole design"},
-    {&A_MM_REGISTER_BLOCK, "needs a bus of the whole design"},
-    {&A_SHARED_MEM_BLOCK, "needs a bus of the whole design"},
-    {&A_SHARED_MEM_PLACEHOLDER_BLOCK, "needs a bus of the whole design"},
-    {&A_EXTMEM_READ_BLOCK, "needs a memory outside"},
-    {&A_EXTMEM_WRITE_BLOCK, "needs a memory outside"},
-    {&A_LATENCY_PLACEHOLDER_BLOCK, "gets its types from the pass that makes it"},
-    {&A_READ_ACCESS_LUT_BLOCK, "gets its type from the pass that makes it"},
-    {&A_STALLVALID_CONNECTOR_BLOCK, "gets its types from the pass that makes it"},
-    {&A_AXI4_STREAM_RECEIVER_BLOCK, "gets its types from the pass that makes it"},
-    {&A_AXI4_STREAM_TRANSMITTER_BLOCK, "gets its types from the pass that makes it"},
+    {&A_SHARED_MEM_PLACEHOLDER_BLOCK, "needs what a pass makes of it"},
 };
 
 /// Blocks that give names to signals at the edge of the system: one of these beginnings stands once in a design.
-constexpr const char *kFamilies[] = {"A_SARNET_MM", "A_SARNET_ST"};
+constexpr const char *kFamilies[] = {kBusFamily, "A_SARNET_ST"};
 
 /// Numbered ports that are no data.
 struct NumberedRole {
@@ -297,7 +281,7 @@ class Reader {
         shape.name = name;
         shape.type = StringValue::get(getBlocksInfo().get_mapping(name), mContext);
         for (const BlockConnection &connection : info.connections) {
-            const bool isOfBus = connection.name.rfind(kFamilies[0], 0) == 0 && name.rfind(kFamilies[0], 0) != 0;
+            const bool isOfBus = connection.name.rfind(kBusFamily, 0) == 0 && name.rfind(kBusFamily, 0) != 0;
             if (isOfBus && connection.optional) {
                 // A filter on a bus needs the bus of the whole design.
             } else if (connection.kind == "Param") {
@@ -309,6 +293,11 @@ class Reader {
         for (const Apart &apart : kApart) {
             if (shape.type == *apart.type) {
                 shape.reason = apart.reason;
+            }
+        }
+        for (const ToldBlock &told : toldBlocks()) {
+            if (shape.type == *told.type) {
+                shape.reason = "made with the pins that are told for it";
             }
         }
         for (const char *family : kFamilies) {

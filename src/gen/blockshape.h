@@ -52,6 +52,9 @@ struct ParamShape {
     Provider provider = nullptr;
 };
 
+/// The family of the blocks that belong to the bus where they have no name.
+inline constexpr const char *kBusFamily = "A_SARNET_MM";
+
 struct BlockShape {
     /// The name of the type in the catalogue.
     std::string name;

@@ -30,6 +30,7 @@ constexpr std::size_t kWindow = 48;
 constexpr std::uint32_t kAttempts = 4;
 constexpr std::size_t kChoices = 24;
 constexpr std::size_t kMostTrials = 200000;
+constexpr std::size_t kMostOnBus = (std::size_t{1} << kBusAddressWidth) / kBusAddresses;
 
 /// Types of the inputs at the top.
 constexpr const char *kInputTypes[] = {
@@ -143,6 +144,9 @@ class DesignBuilder {
             break;
         case 7:
             addTags(recipe);
+            break;
+        case 8:
+            addTold(recipe, mGenerator.mTold[recipe.kind / kKinds % mGenerator.mTold.size()]);
             break;
         default:
             addBlock(recipe, *mGenerator.mOrdinary[recipe.kind / kKinds % mGenerator.mOrdinary.size()]);
@@ -561,24 +565,97 @@ class DesignBuilder {
         addBlock(recipe, **at);
     }
 
-    /// A signal that goes on through a tag. Types do not pass tags, so a pin tells it.
+    /// A signal that goes on through a tag; beyond its model it comes from the top, whatever the reach of the tag.
+    /// Types do not pass tags, so a pin tells it.
     void addTags(const Recipe &recipe) {
         Chooser chooser(recipe, 0);
-        const std::optional<Signal> from = pick(mLevels.size() - 1, chooser, [](const Signal &) { return true; });
+        const StaticString *const reaches[] = {&A_GOTO_TAG_TYPE_LOCAL, &A_GOTO_TAG_TYPE_GLOBAL, &A_GOTO_TAG_TYPE_SCOPED,
+                                               &A_GOTO_TAG_TYPE_BUS};
+        const std::size_t place = chooser.below(2 * std::size(reaches));
+        const StaticString &reach = *reaches[place < std::size(reaches) ? place : 0];
+        const std::size_t at = &reach == reaches[0] ? mLevels.size() - 1 : 0;
+        const std::optional<Signal> from = pick(at, chooser, [](const Signal &) { return true; });
         if (!from) {
             return;
         }
-        Level &level = mLevels.back();
         const PureValueRef tag = text("tag" + std::to_string(mTags++));
         const std::size_t readers = 1 + chooser.below(2);
-        Block &source = *Block::create(*level.model, nextName(level), A_GOTO_BLOCK);
+        Block &source = *Block::create(*mLevels[at].model, nextName(mLevels[at]), A_GOTO_BLOCK);
         source.setParam(A_GOTO_PORT_IN, *from->wire);
         source.setParam(A_GOTO_TAG, ValueRef(tag));
+        if (&reach != reaches[0]) {
+            source.setParam(A_GOTO_TAG_TYPE, reach);
+        }
+        if (&reach == &A_GOTO_TAG_TYPE_SCOPED) {
+            mLevels[0].model->setParam(PureTupleValue::get(A_GOTO_TAG_TYPE_SCOPED, tag, mContext), A_TRUE);
+        }
+        Level &level = mLevels.back();
         for (std::size_t i = 0; i < readers; ++i) {
             Block &reader = *Block::create(*level.model, nextName(level), A_FROM_BLOCK);
             reader.setParam(A_GOTO_TAG, ValueRef(tag));
             level.pool.push_back(pinned(level, *Wire::create(reader, A_FROM_WIRE_OUT), from->type()));
         }
+    }
+
+    /// A block whose pins are told, on signals cast to their types. What the outside knows by a name or an address
+    /// stands at the top, where there is one of it.
+    void addTold(const Recipe &recipe, const std::pair<const ToldBlock *, std::string> &told) {
+        const ToldBlock &shape = *told.first;
+        const bool isOfOutside = shape.name != nullptr || shape.isOnBus;
+        if (isOfOutside && mLevels.size() > 1) {
+            return;
+        }
+        // An interface without a name is the bus.
+        if (shape.isOnBus && ((!mHasBus && mFamilies.count(kBusFamily) != 0) || mTold >= kMostOnBus)) {
+            return;
+        }
+        if (shape.isSingle && !mFamilies.insert(told.second).second) {
+            return;
+        }
+        Chooser chooser(recipe, 0);
+        Level &level = mLevels.back();
+        std::vector<Wire *> inputs;
+        for (const ToldPin &port : shape.ports) {
+            const PureValueRef type = parsed(port.type);
+            const bool isBit = isControl(shapeOf(type, mContext));
+            const auto from = pick(mLevels.size() - 1, chooser, [isBit](const Signal &one) {
+                return one.shape.isFixed() && one.shape.isScalar() && (!isBit || isControl(one.shape));
+            });
+            if (!from) {
+                return;
+            }
+            inputs.push_back(from->type() == type ? from->wire : &castTo(level, *from->wire, type));
+        }
+        Block &block = *Block::create(*level.model, nextName(level), *shape.type);
+        for (std::size_t i = 0; i < inputs.size(); ++i) {
+            block.setParam(parsed(shape.ports[i].key), *inputs[i]);
+        }
+        for (const auto &[key, value] : shape.params) {
+            block.setParam(parsed(key), Value::parse(value, mContext));
+        }
+        const std::size_t number = mTold++;
+        if (shape.name != nullptr) {
+            block.setParam(*shape.name, ValueRef(text("edge" + std::to_string(number))));
+        }
+        if (shape.isOnBus) {
+            mFamilies.insert(kBusFamily);
+            mHasBus = true;
+            mDesign->setParam(A_SYNTH_BUS_ADDR_WIDTH, NumberValue::get(kBusAddressWidth, mContext));
+            mDesign->setParam(A_SYNTH_BUS_DATA_WIDTH, NumberValue::get(kBusDataWidth, mContext));
+            block.setParam(A_BUS_BASE_ADDR, NumberValue::get(static_cast<int>(number) * kBusAddresses, mContext));
+        }
+        for (const ToldPin &pin : shape.wires) {
+            Wire &wire = *Wire::create(block, parsed(pin.key));
+            level.pool.push_back(pinned(level, wire, parsed(pin.type)));
+        }
+        ++mGenerator.mTallies[told.second].made[DataClass::Scalar];
+    }
+    PureValueRef parsed(const std::string &text) const { return PureValueRef(Value::parse(text, mContext)); }
+    Wire &castTo(Level &level, Wire &wire, const PureValueRef &type) {
+        Block &cast = *Block::create(*level.model, nextName(level), A_CAST_BLOCK);
+        cast.setParam(number(0), wire);
+        cast.setParam(A_CAST_OUTPUT_TYPE, ValueRef(type));
+        return *Wire::create(cast, A_PRIM_WIRE_OUT);
     }
 
     /// A delay whose input comes later, from what is made of its output.
@@ -611,10 +688,7 @@ class DesignBuilder {
                                    one.shape.dims == loop.pinned.shape.dims &&
                                    one.shape.isComplex == loop.pinned.shape.isComplex;
                 if (casts) {
-                    Block &cast = *Block::create(*level.model, nextName(level), A_CAST_BLOCK);
-                    cast.setParam(number(0), *one.wire);
-                    cast.setParam(A_CAST_OUTPUT_TYPE, ValueRef(loop.pinned.type()));
-                    source = Wire::create(cast, A_PRIM_WIRE_OUT);
+                    source = &castTo(level, *one.wire, loop.pinned.type());
                     break;
                 }
             }
@@ -702,12 +776,19 @@ class DesignBuilder {
     std::set<std::string> mFamilies;
     std::size_t mModels = 0;
     std::size_t mTags = 0;
+    std::size_t mTold = 0;
+    bool mHasBus = false;
 };
 
 DesignGenerator::DesignGenerator(Context *context) : mContext(context), mShapes(blockShapes(context)) {
     for (const BlockShape &shape : mShapes) {
         if (shape.reason.empty()) {
             mOrdinary.push_back(&shape);
+        }
+        for (const ToldBlock &told : toldBlocks()) {
+            if (shape.type == *told.type) {
+                mTold.emplace_back(&told, shape.name);
+            }
         }
     }
     mClasses.resize(mShapes.size());

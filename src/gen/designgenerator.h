@@ -4,6 +4,7 @@
 
 #include "gen/blockshape.h"
 #include "gen/recipe.h"
+#include "gen/toldblocks.h"
 
 #include <cstdint>
 #include <map>
@@ -51,6 +52,8 @@ class DesignGenerator {
     /// Shapes that blocks are made by, and for each the classes that it takes, once they were asked for.
     std::vector<const BlockShape *> mOrdinary;
     std::vector<std::unique_ptr<std::vector<DataClass>>> mClasses;
+    /// The blocks of told pins, with the catalogue's names of their types.
+    std::vector<std::pair<const ToldBlock *, std::string>> mTold;
     std::map<std::string, Tally> mTallies;
     struct Trial {
         std::vector<PureValueRef> types;
