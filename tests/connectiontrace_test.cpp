@@ -11,6 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <memory>
+#include <tuple>
+#include <utility>
+
 namespace orvo {
 namespace {
 
@@ -125,6 +130,132 @@ TEST_F(Trace, passesEachBlockOnceInALoop) {
     ConnectionTrace trace;
     trace.traceForward(a);
     EXPECT_EQ(found(trace), "call d b c a");
+}
+
+/// Asks for every port, wire and block that it is shown, and answers by their names.
+struct Listing final : ConnectionTrace {
+    using ConnectionTrace::ConnectionTrace;
+    using ConnectionTrace::keep;
+    TraceAction keep(const Block &block, const RefChain &, const Wire *wire) override {
+        return answer(block.getName()->toString() + ">" + wire->getName()->toString());
+    }
+    TraceAction keep(const Block &block, const RefChain &, const Port *port) override {
+        return answer(block.getName()->toString() + "<" + port->getName()->toString());
+    }
+    TraceAction keep(const Wire &wire, const RefChain &) override {
+        return answer("wire " + wire.getBlock().getName()->toString() + "." + wire.getName()->toString());
+    }
+    TraceAction keep(const Port &port, const RefChain &) override {
+        return answer("port " + port.getBlock().getName()->toString() + "." + port.getName()->toString());
+    }
+    TraceAction answer(const std::string &what) {
+        asked += (asked.empty() ? "" : ", ") + what;
+        const auto told = answers.find(what);
+        return told == answers.end() ? TRACE_KEEP : told->second;
+    }
+    std::string ports() const {
+        std::string names;
+        for (auto at = port_begin(); at != port_end(); ++at) {
+            names += (names.empty() ? "" : " ") + (*at)->getBlock().getName()->toString();
+        }
+        return names;
+    }
+    std::map<std::string, TraceAction> answers;
+    std::string asked;
+};
+
+TEST_F(Trace, asksAboutABlockByEachPortThatReachesIt) {
+    b.setParam(value("1"), *call.getWire(value("y")));
+    Listing trace;
+    trace.answers = {{"b<0", TRACE_STOP}, {"b<1", TRACE_KEEP}};
+    trace.traceForward(*call.getWire(value("y")));
+    EXPECT_EQ(trace.asked, "wire call.y, port b.0, port b.1, b<0, b<1, wire b.w, port c.0, c<0");
+    EXPECT_EQ(found(trace), "b c");
+}
+
+TEST_F(Trace, asksAboutABlockByEachWireThatLeadsBackToIt) {
+    wire(b, "v");
+    c.setParam(value("1"), *b.getWire(value("v")));
+    Listing trace;
+    trace.answers = {{"b>w", TRACE_STOP}, {"port b.0", TRACE_KEEP_STOP}};
+    trace.traceBackward(c);
+    EXPECT_EQ(trace.asked, "port c.0, wire b.w, port c.1, wire b.v, b>w, b>v, port b.0");
+    EXPECT_EQ(found(trace), "b");
+}
+
+TEST_F(Trace, recordsPortsAsTold) {
+    const std::tuple<TraceAction, const char *, const char *> cases[] = {
+        {TRACE_PASS, "c", "b c"}, {TRACE_STOP, "", ""}, {TRACE_KEEP, "b c", "b c"}, {TRACE_KEEP_STOP, "b", ""}};
+    for (const auto &[action, ports, blocks] : cases) {
+        Listing trace;
+        trace.answers = {{"port b.0", action}};
+        trace.traceForward(*call.getWire(value("y")));
+        EXPECT_EQ(trace.ports(), ports) << action;
+        EXPECT_EQ(found(trace), blocks) << action;
+    }
+}
+
+TEST_F(Trace, endsAtAWireAsTold) {
+    const std::pair<TraceAction, const char *> cases[] = {
+        {TRACE_PASS, "b c"}, {TRACE_STOP, "b"}, {TRACE_KEEP, "b c"}, {TRACE_KEEP_STOP, "b"}};
+    for (const auto &[action, blocks] : cases) {
+        Listing trace;
+        trace.answers = {{"wire b.w", action}};
+        trace.traceForward(*b.getPort(value("0")));
+        EXPECT_EQ(found(trace), blocks) << action;
+    }
+}
+
+TEST_F(Trace, leavesAModelBackwardByItsChainOrByEveryParent) {
+    Block &again = *Block::create(top, "again", A_MODEL_BLOCK);
+    again.setParam(A_MODEL_NODE, below);
+    Block &other = *Block::create(top, "other");
+    wire(other, "w");
+    again.setParam(value("x"), *other.getWire(value("w")));
+    ConnectionTrace inPlace(tree);
+    inPlace.startRefChain({&again});
+    inPlace.traceBackward(d);
+    EXPECT_EQ(found(inPlace), "other");
+    ConnectionTrace anywhere(tree);
+    anywhere.traceBackward(*d.getWire(value("w")));
+    EXPECT_EQ(found(anywhere), "d a other");
+    ConnectionTrace alone;
+    alone.traceBackward(d);
+    EXPECT_EQ(found(alone), "");
+}
+
+/// Goes on from `b` by the wire named like the port only.
+struct ByName final : ConnectionTrace {
+    struct One final : WireIterator {
+        explicit One(const Wire *wire) : left(wire) {}
+        bool hasNext() const override { return left != nullptr; }
+        const Wire &next() override { return *std::exchange(left, nullptr); }
+        const Wire *left;
+    };
+    struct OnePort final : PortIterator {
+        explicit OnePort(const Port *port) : left(port) {}
+        bool hasNext() const override { return left != nullptr; }
+        const Port &next() override { return *std::exchange(left, nullptr); }
+        const Port *left;
+    };
+    std::unique_ptr<WireIterator> wireIterator(Block &block, const PureValueRef &port) override {
+        return std::make_unique<One>(block.getWire(port));
+    }
+    std::unique_ptr<PortIterator> portIterator(Block &block, const PureValueRef &wire) override {
+        return std::make_unique<OnePort>(block.getPort(wire));
+    }
+};
+
+TEST_F(Trace, goesOnByTheWaysOfASubclass) {
+    wire(b, "0");
+    Block &e = *Block::create(top, "e");
+    e.setParam(value("0"), *b.getWire(value("0")));
+    ByName forward;
+    forward.traceForward(*b.getPort(value("0")));
+    EXPECT_EQ(found(forward), "b e");
+    ByName backward;
+    backward.traceBackward(*e.getPort(value("0")));
+    EXPECT_EQ(found(backward), "b call d") << "d has no port of the name of its wire";
 }
 
 /// source -> pin -> fan -> (marker "m", sink1); marker "m" -> sink2; source -> sink3

@@ -26,5 +26,14 @@ TEST_F(BoundariesDeath, needADomain) {
     EXPECT_EXIT(DomainBoundaryCreator(design, {}), ::testing::ExitedWithCode(1), "pure value");
 }
 
+TEST_F(BoundariesDeath, needAnEndInTheirDesign) {
+    DomainBoundaryCreator fast(design, value("fast"));
+    EXPECT_EXIT(fast.start(in.getPort(value("q"))), ::testing::ExitedWithCode(1), "is there");
+    EXPECT_EXIT(fast.stop(in.getWire(value("q"))), ::testing::ExitedWithCode(1), "is there");
+    Design other(mgr.context());
+    EXPECT_EXIT(DomainBoundaryCreator(other, value("fast")).start(wire(in)), ::testing::ExitedWithCode(1),
+                "in the design of its creator");
+}
+
 } // namespace
 } // namespace orvo

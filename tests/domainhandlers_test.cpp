@@ -240,7 +240,7 @@ TEST_F(DomainHandlers, ofAClientTakePartInInference) {
             return {{DomainPoint(*port, id), A_SCHEDULE_DOMAIN_DEFAULT}, {DomainPoint(), A_TRUE}};
         }
         std::vector<DomainPoint> propagateFromPoint(const DomainPoint &point) const override {
-            return {DomainPoint(*point.block()->begin(), point.refChainId())};
+            return {DomainPoint(), DomainPoint(*point.block()->begin(), point.refChainId())};
         }
     };
     mgr.context()->getBlockClass(A_ADD_BLOCK)->registerHandler<DomainPropagationHandler>(new FirstToLast);

@@ -215,7 +215,7 @@ RC_GTEST_FIXTURE_PROP(DomainProperty, doesNotDependOnTheOrderInWhichADesignWasMa
     }
 }
 
-/// A walk over the points of a design with one domain, without steps, tables or ids.
+/// A walk over the points that any domain reaches, without steps, tables or ids.
 class Walk {
   public:
     explicit Walk(const std::vector<Mark> &marks) : mMarks(marks) {}
@@ -227,6 +227,11 @@ class Walk {
             }
         }
         for (const Block &block : model) {
+            if (const auto *handler = block.getClass()->get<DomainPropagationHandler>()) {
+                for (const auto &[point, domain] : handler->inferStatic(block, 0)) {
+                    enter(chain, block, point.isWire(), point.name());
+                }
+            }
             if (block.type() == A_MODEL_BLOCK.get_ptr()) {
                 RefChain below = chain;
                 below.push_back(&block);

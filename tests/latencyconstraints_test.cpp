@@ -139,6 +139,22 @@ TEST_F(CreatorDeath, refusesAnEndThatMayCarryNoConstraint) {
     EXPECT_EXIT(LatencyConstraintCreator(design).to(wire(sum)), ::testing::ExitedWithCode(1), "an interface marker");
 }
 
+TEST_F(CreatorDeath, refusesWhatIsNotOfTheDesign) {
+    Design other(mgr.context());
+    EXPECT_EXIT(LatencyConstraintCreator(other).from(wire(in)), ::testing::ExitedWithCode(1), "of its creator");
+    EXPECT_EXIT(LatencyConstraintCreator(design).from(wire(in)).to(port(out)).equal(1).modifier({}),
+                ::testing::ExitedWithCode(1), "a pure value");
+}
+
+TEST_F(CreatorDeath, refusesEndsBelowTwoRoots) {
+    Model &second = *Model::create(design, "second");
+    Block &call = *Block::create(second, "call", A_MODEL_BLOCK);
+    call.setParam(A_MODEL_NODE, below);
+    EXPECT_EXIT(
+        LatencyConstraintCreator(design).from(wire(innerIn), {&call}).to(port(innerOut), {&call1}).equal(1).end(),
+        ::testing::ExitedWithCode(1), "below one root");
+}
+
 TEST(LatencyConstraintAllowed, standsOnTheSideThatFacesTheDesign) {
     struct Row {
         const StaticString *type;

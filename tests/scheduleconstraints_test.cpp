@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <set>
 #include <sstream>
 
 namespace orvo {
@@ -133,6 +134,10 @@ TEST_F(Check, tellsOfAnIdThatIsNoInteger) {
                      "INVALID_CONSTRAINT_ID block=/top/in constraint=x netpoint=(w true (0 0x1.5p+0 x) ())"}));
     EXPECT_EQ(checkWithWires("((w true (0) z))"),
               (Lines{"INVALID_CONSTRAINT_ID block=/top/in constraint=z netpoint=(w true (0) z)"}));
+    // A number is no tuple of one.
+    EXPECT_EQ(checkWithWires("((w true 0 ()))"),
+              (Lines{"INVALID_CONSTRAINT_ID block=/top/in constraint=0 netpoint=(w true 0 ())",
+                     "CONSTRAINT_NETPOINTS_INCOMPATIBLE constraint=0 flagBits=2 relation=synthLConstraintEq"}));
     EXPECT_EQ(checkWithRecords("((0 synthLConstraintEq 2) (x synthLConstraintEq 2))").front(),
               "INVALID_CONSTRAINT_ID constraint=(x synthLConstraintEq 2)");
 }
@@ -226,6 +231,41 @@ TEST_F(Gather, takesConstraintsOfAllLevelsUpToTheRoot) {
     OrvoUtils::gatherUpScheduleConstraints(design);
     EXPECT_EQ(records(top), "((0 synthLConstraintEq 2) (1 synthLConstraintEq 3) (2 synthLConstraintEq 4))") << "again";
     EXPECT_EQ(heard.take(), Lines{});
+}
+
+TEST_F(Gather, countsBeyondEveryIdWhereNobodyCounted) {
+    call1.setParam(A_INLINE_SCHEDULE, A_TRUE);
+    top.setParam(A_SCHEDULE_CONSTRAINT_COUNT, nullptr);
+    below.setParam(A_SCHEDULE_CONSTRAINT_COUNT, nullptr);
+    OrvoUtils::gatherUpScheduleConstraints(design);
+    EXPECT_EQ(text(top, A_SCHEDULE_CONSTRAINT_COUNT), "2");
+}
+
+TEST_F(Gather, takesTheInliningFromTheModelBlock) {
+    // A generated model that several operators share may say of itself that it is to be inlined.
+    below.setParam(A_INLINE_SCHEDULE, A_TRUE);
+    Block::create(top, "again", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, below);
+    OrvoUtils::gatherUpScheduleConstraints(design);
+    EXPECT_EQ(heard.take(), Lines{});
+    EXPECT_EQ(rootOf(below), nullptr);
+}
+
+TEST_F(Gather, leavesWhatIsBelowAnInlinedModelThatIsUsedTwice) {
+    Model &deepest = *Model::create(design, "deepest");
+    LatencyConstraintCreator(design)
+        .from(wire(marker(deepest, "a", A_CHANNEL_IN_BLOCK)))
+        .to(port(marker(deepest, "b", A_CHANNEL_OUT_BLOCK)))
+        .equal(4)
+        .end();
+    Block &call = *Block::create(below, "call", A_MODEL_BLOCK);
+    call.setParam(A_MODEL_NODE, deepest);
+    call.setParam(A_INLINE_SCHEDULE, A_TRUE);
+    call1.setParam(A_INLINE_SCHEDULE, A_TRUE);
+    Block::create(top, "again", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, below);
+    OrvoUtils::gatherUpScheduleConstraints(design);
+    EXPECT_EQ(heard.take(), (Lines{"NON_TREE_INLINED_SCHEDULE inline=1 model=/below refer=2"}));
+    EXPECT_EQ(rootOf(deepest), nullptr);
+    EXPECT_EQ(records(deepest), "((2 synthLConstraintEq 4))");
 }
 
 TEST_F(Gather, leavesASubmodelWithAScheduleOfItsOwn) {
@@ -414,6 +454,19 @@ TEST_F(Clones, shareAMapOfIds) {
     EXPECT_EQ(ids.size(), 1U);
 }
 
+TEST_F(Clones, countBeyondTheIdsOfAGivenMap) {
+    LatencyConstraintCreator(design).from(wire(in)).to(port(out)).equal(2).end();
+    std::map<int, int> ids = {{0, 60}};
+    const Model &one = *OrvoUtils::cloneModelWithLatencyConstraints(design, top, ids);
+    EXPECT_EQ(text(one, A_SCHEDULE_CONSTRAINT_COUNT), "61");
+    LatencyConstraintCreator(design).from(wire(in)).to(port(out)).lessThan(3).end();
+    std::map<int, int> taken = {{0, 62}};
+    const Model &two = *OrvoUtils::cloneModelWithLatencyConstraints(design, top, taken);
+    EXPECT_EQ(records(two), "((62 synthLConstraintEq 2) (63 synthLConstraintLt 3))") << "nothing else gets a partner";
+    EXPECT_EQ(text(two, A_SCHEDULE_CONSTRAINT_COUNT), "64");
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+}
+
 /// A hierarchy with markers at every level, and constraints between points of its instances.
 class DrawnConstraints {
   public:
@@ -510,6 +563,17 @@ std::vector<Model *> modelsOf(Design &design) {
     return models;
 }
 
+/// Whether each model that counts its constraints counts beyond all its ids.
+bool countsAreFree(const Design &design) {
+    return std::all_of(design.begin(), design.end(), [](const Model &model) {
+        const NumberValueRef count = numberVR(model.getParam(A_SCHEDULE_CONSTRAINT_COUNT));
+        const TupleValueRef records = tupleVR(model.getParam(A_SYNTH_SCHEDULE_CONSTRAINTS));
+        return !records || (count && std::all_of(records->begin(), records->end(), [&](const ValueRef &record) {
+                                return numberVR(tupleVR(record)->at(0))->toInt() < count->toInt();
+                            }));
+    });
+}
+
 std::size_t numberOfRecords(const Model &model) {
     const TupleValueRef records = tupleVR(model.getParam(A_SYNTH_SCHEDULE_CONSTRAINTS));
     return records ? records->size() : 0;
@@ -525,19 +589,27 @@ RC_GTEST_PROP(ConstraintProperty, clonesKeepTheCheckSilent, (const std::vector<s
         OrvoUtils::gatherUpScheduleConstraints(design);
     }
     RC_ASSERT(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+    RC_ASSERT(countsAreFree(design));
     Design other(mgr.context());
+    std::set<const Model *> cloned;
+    std::map<int, int> ids;
     for (int i = 0; i < 3; ++i) {
         const std::vector<Model *> models = modelsOf(design);
         Model &source = *models[made.draw(models.size())];
         Design &destination = made.draw(3) == 0 ? other : design;
         // A copy of one model in another design still refers to models of the old one.
         const bool shallow = &destination == &design && made.draw(2) == 0;
-        const Model &clone =
-            shallow ? *OrvoUtils::cloneModel(destination, source) : *OrvoUtils::deepCloneModel(destination, source);
+        // One map of ids serves clones of different models.
+        const bool withIds = shallow && made.draw(2) == 0 && cloned.insert(&source).second;
+        const Model &clone = withIds   ? *OrvoUtils::cloneModelWithLatencyConstraints(destination, source, ids)
+                             : shallow ? *OrvoUtils::cloneModel(destination, source)
+                                       : *OrvoUtils::deepCloneModel(destination, source);
         // As drawn, the ends of a model's constraints are all at or below it; a copy of a part may add others.
         RC_ASSERT(i != 0 || numberOfRecords(clone) == numberOfRecords(source));
         RC_ASSERT(OrvoUtils::requireConstraintsConsistentWithDesign(design));
         RC_ASSERT(OrvoUtils::requireConstraintsConsistentWithDesign(other));
+        RC_ASSERT(countsAreFree(design));
+        RC_ASSERT(countsAreFree(other));
     }
     Design copy(mgr.context());
     OrvoUtils::deepCloneDesign(copy, design);

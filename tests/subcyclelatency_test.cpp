@@ -49,6 +49,9 @@ TEST_F(SubCycleDeath, isOfOneExternalInterface) {
     EXPECT_EXIT(SubCycleLatencyCreator{in}, ::testing::ExitedWithCode(1), "external interface");
     SubCycleLatencyCreator creator(iface);
     EXPECT_EXIT(creator.set(*port(iface), -1), ::testing::ExitedWithCode(1), "not below 0");
+    EXPECT_EXIT(creator.set(*wire(iface), -1), ::testing::ExitedWithCode(1), "not below 0");
+    EXPECT_EXIT(creator.setForAllPorts(-1), ::testing::ExitedWithCode(1), "not below 0");
+    EXPECT_EXIT(creator.setForAllWires(-1), ::testing::ExitedWithCode(1), "not below 0");
     EXPECT_EXIT(creator.set(*port(in), 1), ::testing::ExitedWithCode(1), "the block's");
     EXPECT_EXIT(creator.set(*wire(in), 1), ::testing::ExitedWithCode(1), "the block's");
 }

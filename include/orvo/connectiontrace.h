@@ -23,8 +23,9 @@ enum TraceAction : unsigned int {
     TRACE_KEEP_STOP = 3,
 };
 
-/// Each pair of a block and a name is visited once an instance. Model blocks are stepped into and out of; they, and the
-/// edges of models, are shown to `keep` only when asked for. Results stand in the order in which they were met.
+/// Each pair of a block and a name is visited once an instance. Model blocks are stepped into and out of: on the way
+/// down they are shown to `keep`, on the way up and at the edges of models only when asked for. Results stand in the
+/// order in which they were met.
 class ORVO_API ConnectionTrace {
   public:
     /// Hands out the ports by which a backward trace goes on from a block.
@@ -59,8 +60,8 @@ class ORVO_API ConnectionTrace {
     virtual TraceAction keep(const Block &block, const RefChain &refChain, const Port *port);
     virtual TraceAction keep(const Wire &wire, const RefChain &refChain);
     virtual TraceAction keep(const Port &port, const RefChain &refChain);
-    /// What tells one visit of a block from another, beside block and chain: by default nothing, so that a block is
-    /// passed once however many of its wires or ports lead to it.
+    /// What tells one visit of a block from another, beside block and chain: by default the name by which it is
+    /// reached. With one key for all, `keep` is asked about a block once.
     virtual PureValueRef keyForWireName(const Block &block, const PureValueRef &name);
     virtual PureValueRef keyForPortName(const Block &block, const PureValueRef &name);
     /// The ways on from a block that was reached by the wire or port of that name; all of them unless overridden.

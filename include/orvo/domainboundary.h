@@ -18,7 +18,7 @@ class ORVO_API DomainBoundaryCreator {
     void stop(const Wire *wire);
 
   private:
-    void append(const StaticString &kind, const Block &block, const StaticString &tag, const PureValueRef &key) const;
+    template <class End> void append(const StaticString &kind, const End *end, const StaticString &tag) const;
 
     Design &mDesign;
     PureValueRef mDomain;

@@ -29,7 +29,8 @@ class ORVO_API OrvoUtils {
     /// Deletes the model and every model below it.
     static void deepDeleteModel(Model *model);
     /// `cloneModel`, telling under which ids the constraints of the source stand in the clone. Ids that `idMap` has
-    /// already keep their partners, so that one map serves several clones.
+    /// already keep their partners, so that one map serves clones of several models; a second clone of one model needs
+    /// a map of its own.
     static Model *cloneModelWithLatencyConstraints(Design &design, const Model &source, std::map<int, int> &idMap,
                                                    NodeMap *nodes = nullptr);
 

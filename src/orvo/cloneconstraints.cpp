@@ -265,17 +265,22 @@ class ConstraintCarrier {
 
     /// Fresh ids for what goes along, and the count behind them at the roots of the copies.
     void number() {
+        // Partners that the map has already are used again, and nothing else gets them.
         std::int64_t next = nextConstraintId(mDestination);
-        const std::int64_t first = next;
+        for (const auto &[old, partner] : mIdMap) {
+            next = std::max(next, std::int64_t{partner} + 1);
+        }
+        bool any = false;
         // What a design of its own lacks, its copy lacks, too.
         const bool whole = mAllHold && mCopies.size() == mSource.size();
         for (const ValueRef &id : mOrder) {
             Carried &known = mCarried.at(id.get_ptr());
             if (whole || (known.holder != nullptr && known.ends == kBothEnds)) {
                 known.fresh = getRemappedId(id, next);
+                any = true;
             }
         }
-        if (next == first) {
+        if (!any) {
             return;
         }
         const ValueRef count = NumberValue::get(static_cast<long>(next), mDestination.getContext());

@@ -179,6 +179,9 @@ struct ConnectionTrace::Walk {
             }
         } else {
             const auto ports = trace.portIterator(const_cast<Block &>(block), name);
+            if (isWhole<AllPorts>(*ports) && !passed.insert({&at, &block, nullptr, Direction::Backward}).second) {
+                return;
+            }
             while (ports->hasNext()) {
                 backFromPort(ports->next(), at);
             }
@@ -211,12 +214,19 @@ struct ConnectionTrace::Walk {
             }
         } else {
             const auto wires = trace.wireIterator(const_cast<Block &>(block), name);
+            if (isWhole<AllWires>(*wires) && !passed.insert({&at, &block, nullptr, Direction::Forward}).second) {
+                return;
+            }
             while (wires->hasNext()) {
                 onFromWire(wires->next(), at);
             }
         }
     }
 
+    /// All ends of a block are gone through once, by whichever of many ends it is reached.
+    template <class All, class Iterator> static bool isWhole(const Iterator &iterator) {
+        return dynamic_cast<const All *>(&iterator) != nullptr;
+    }
     static const Model *instantiated(const Block &block) {
         return block.type() == A_MODEL_BLOCK.get_ptr() ? Node::from<Model>(block[A_MODEL_NODE]) : nullptr;
     }
@@ -237,6 +247,8 @@ struct ConnectionTrace::Walk {
     Instance top;
     std::map<std::pair<const Instance *, const Block *>, std::unique_ptr<Instance>> instances;
     std::unordered_set<Visit, VisitHash> visited;
+    /// The blocks from which the walk has gone on by all their ends.
+    std::unordered_set<Visit, VisitHash> passed;
     /// Keeps the keys of visits alive.
     std::vector<PureValueRef> names;
     std::deque<Place> queue;
@@ -264,14 +276,9 @@ TraceAction ConnectionTrace::keep(const Block &block, const RefChain &refChain, 
 TraceAction ConnectionTrace::keep(const Wire &, const RefChain &) { return TRACE_KEEP; }
 TraceAction ConnectionTrace::keep(const Port &, const RefChain &) { return TRACE_KEEP; }
 
-// A signal that passes a level keeps its name, so that each name is a way of its own there.
-PureValueRef ConnectionTrace::keyForWireName(const Block &block, const PureValueRef &name) {
-    return block.type() == A_INPUT_BLOCK.get_ptr() || block.type() == A_MODEL_BLOCK.get_ptr() ? name : PureValueRef();
-}
+PureValueRef ConnectionTrace::keyForWireName(const Block &, const PureValueRef &name) { return name; }
 
-PureValueRef ConnectionTrace::keyForPortName(const Block &block, const PureValueRef &name) {
-    return block.type() == A_OUTPUT_BLOCK.get_ptr() || block.type() == A_MODEL_BLOCK.get_ptr() ? name : PureValueRef();
-}
+PureValueRef ConnectionTrace::keyForPortName(const Block &, const PureValueRef &name) { return name; }
 
 std::unique_ptr<ConnectionTrace::PortIterator> ConnectionTrace::portIterator(Block &block, const PureValueRef &) {
     return std::make_unique<AllPorts>(block);

@@ -16,8 +16,10 @@ DomainBoundaryCreator::DomainBoundaryCreator(Design &design, const PureValueRef 
     ORVO_ASSERT(static_cast<bool>(domain), "a domain is a pure value");
 }
 
-void DomainBoundaryCreator::append(const StaticString &kind, const Block &block, const StaticString &tag,
-                                   const PureValueRef &key) const {
+template <class End>
+void DomainBoundaryCreator::append(const StaticString &kind, const End *end, const StaticString &tag) const {
+    ORVO_ASSERT(end != nullptr, "an end of a domain is there");
+    const Block &block = end->getBlock();
     ORVO_ASSERT(&block.getDesign() == &mDesign, "a boundary stands in the design of its creator");
     Context *context = mDesign.getContext();
     Model &model = block.getModel();
@@ -26,22 +28,14 @@ void DomainBoundaryCreator::append(const StaticString &kind, const Block &block,
     if (old) {
         boundaries.assign(old->begin(), old->end());
     }
-    const ValueRef signpost = TupleValue::get(block.getName(), PureValueRef(tag), key, context);
+    const ValueRef signpost = TupleValue::get(block.getName(), PureValueRef(tag), end->getName(), context);
     boundaries.push_back(TupleValue::get(PureValueRef(kind), mDomain, signpost, context));
     model.setParam(A_SYNTH_SCHEDULE_DOMAINS, TupleValue::get(std::move(boundaries), context));
 }
 
-void DomainBoundaryCreator::start(const Port *port) {
-    append(A_SCHEDULE_DOMAIN_BEGIN, port->getBlock(), A_PORT_TAG, port->getName());
-}
-void DomainBoundaryCreator::start(const Wire *wire) {
-    append(A_SCHEDULE_DOMAIN_BEGIN, wire->getBlock(), A_WIRE_TAG, wire->getName());
-}
-void DomainBoundaryCreator::stop(const Port *port) {
-    append(A_SCHEDULE_DOMAIN_END, port->getBlock(), A_PORT_TAG, port->getName());
-}
-void DomainBoundaryCreator::stop(const Wire *wire) {
-    append(A_SCHEDULE_DOMAIN_END, wire->getBlock(), A_WIRE_TAG, wire->getName());
-}
+void DomainBoundaryCreator::start(const Port *port) { append(A_SCHEDULE_DOMAIN_BEGIN, port, A_PORT_TAG); }
+void DomainBoundaryCreator::start(const Wire *wire) { append(A_SCHEDULE_DOMAIN_BEGIN, wire, A_WIRE_TAG); }
+void DomainBoundaryCreator::stop(const Port *port) { append(A_SCHEDULE_DOMAIN_END, port, A_PORT_TAG); }
+void DomainBoundaryCreator::stop(const Wire *wire) { append(A_SCHEDULE_DOMAIN_END, wire, A_WIRE_TAG); }
 
 } // namespace orvo

@@ -385,7 +385,9 @@ class DomainInferencer {
         const ClassFacts &facts = factsOf(block);
         if (facts.handler != nullptr) {
             for (const DomainPoint &point : facts.handler->propagateFromPoint(reached.point)) {
-                setPointDomain(point, reached.domain);
+                if (point.valid()) {
+                    setPointDomain(point, reached.domain);
+                }
             }
         } else if (isFirstFlood(block, reached)) {
             forOtherPoints(reached.point, [&](const DomainPoint &point) { setPointDomain(point, reached.domain); });

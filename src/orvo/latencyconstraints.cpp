@@ -129,8 +129,12 @@ LatencyConstraintCreator &LatencyConstraintCreator::modifier(const PureValueRef 
 
 /// An end with a chain names the root of both.
 Model &LatencyConstraintCreator::constrainedModel() const {
-    const Point &point = mFrom.chain == A_TRUE && !(mTo.chain == A_TRUE) ? mTo : mFrom;
-    return *OrvoUtils::getModelDefiningContraints(*point.root);
+    const bool hasFrom = !(mFrom.chain == A_TRUE);
+    const bool hasTo = !(mTo.chain == A_TRUE);
+    Model &model = *OrvoUtils::getModelDefiningContraints(*(hasTo && !hasFrom ? mTo : mFrom).root);
+    ORVO_ASSERT(!hasFrom || !hasTo || &model == OrvoUtils::getModelDefiningContraints(*mTo.root),
+                "both ends of a constraint lie below one root of a schedule");
+    return model;
 }
 
 void LatencyConstraintCreator::backReferenceConstraint(std::size_t slot, const PureValueRef &id) const {

@@ -143,17 +143,15 @@ std::vector<Model *> inlinedBelow(Model &root, const ReferenceMap &references) {
     return found;
 }
 
-void gatherUpInto(Model &root, const std::vector<Model *> &inlined) {
+void gatherUpInto(Model &root, const std::vector<Model *> &inlined, std::int64_t count) {
     std::vector<ValueRef> records = elementsOf(root.findParam(A_SYNTH_SCHEDULE_CONSTRAINTS));
     const std::size_t own = records.size();
-    std::int64_t count = idNumber(root.findParam(A_SCHEDULE_CONSTRAINT_COUNT)).value_or(0);
     for (Model *model : inlined) {
         if (Node::from<Model>((*model)[A_SYNTH_ROOT_SCHEDULE_MODEL]) != &root) {
             model->setParam(A_SYNTH_ROOT_SCHEDULE_MODEL, root);
         }
         const std::vector<ValueRef> below = elementsOf(model->findParam(A_SYNTH_SCHEDULE_CONSTRAINTS));
         records.insert(records.end(), below.begin(), below.end());
-        count = std::max(count, idNumber(model->findParam(A_SCHEDULE_CONSTRAINT_COUNT)).value_or(0));
         if (!below.empty()) {
             model->setParam(A_SYNTH_SCHEDULE_CONSTRAINTS, nullptr);
         }
@@ -362,8 +360,9 @@ class ConstraintChecker {
             const TupleValue *tuple = asTuple(ids);
             if (tuple == nullptr) {
                 if (ids != nullptr) {
+                    // Nobody else reads such a thing as an id.
                     any = true;
-                    readId(block, ref(ids), value, slot);
+                    reportId(block, ref(ids), value);
                 }
                 continue;
             }
@@ -377,9 +376,13 @@ class ConstraintChecker {
         }
     }
 
+    void reportId(const Block &block, const ValueRef &id, const ValueRef &entry) {
+        report(msg::error::INVALID_CONSTRAINT_ID, log::p("constraint", id) % pointOf(block, entry));
+    }
+
     void readId(const Block &block, const ValueRef &id, const ValueRef &entry, std::size_t slot) {
         if (!isConstraintId(id.get_ptr())) {
-            report(msg::error::INVALID_CONSTRAINT_ID, log::p("constraint", id) % pointOf(block, entry));
+            reportId(block, id, entry);
             return;
         }
         const auto [known, isNew] = mIds.try_emplace(id.get_ptr());
@@ -432,9 +435,11 @@ void OrvoUtils::gatherUpScheduleConstraints(Design &design) {
                                                                 log::p("model", model.value()));
         }
     }
+    // Gathering makes no ids.
+    const std::int64_t count = nextConstraintId(design);
     for (Model &model : design) {
         if (isScheduleRoot(model)) {
-            gatherUpInto(model, inlinedBelow(model, references));
+            gatherUpInto(model, inlinedBelow(model, references), count);
         }
     }
     if (gStrictScheduleConstraints) {

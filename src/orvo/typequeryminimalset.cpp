@@ -37,12 +37,6 @@ class NamedTrace : public ConnectionTrace {
         traceModelBlocksWhenAscending(true);
         traceInputOutputBlocks(true);
     }
-    PureValueRef keyForWireName(const Block &block, const PureValueRef &name) override {
-        return passesByName(block) ? name : ConnectionTrace::keyForWireName(block, name);
-    }
-    PureValueRef keyForPortName(const Block &block, const PureValueRef &name) override {
-        return passesByName(block) ? name : ConnectionTrace::keyForPortName(block, name);
-    }
     std::unique_ptr<PortIterator> portIterator(Block &block, const PureValueRef &wireName) override {
         if (passesByName(block) && wireName) {
             return std::make_unique<PassThrough<PortIterator, Port>>(block.getPort(wireName));
