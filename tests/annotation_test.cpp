@@ -341,6 +341,187 @@ TEST_F(TransferTest, findsAReaderThatWasConnectedPastADeletedBlock) {
     EXPECT_EQ(of("b"), "(b (commentTag hello) a)");
 }
 
+/// source -> a -> b -> sink becomes source -> sink.
+TEST_F(TransferTest, givesToTheReaderWhenAnInversePairIsBypassedAtOnce) {
+    run([&] {
+        wireOf(other).replace(wireOf(source));
+        delete &other;
+        delete &block;
+    });
+    EXPECT_EQ(of("source"), "(s)");
+    EXPECT_EQ(of("sink"), "(b (commentTag hello) a)");
+}
+
+TEST_F(TransferTest, givesToTheReaderWhenAPairIsBypassedOfWhichTheFirstStays) {
+    run([&] {
+        wireOf(other).replace(wireOf(source));
+        delete &other;
+    });
+    EXPECT_EQ(of("source"), "(s)");
+    EXPECT_EQ(of("a"), "((commentTag hello) a)");
+    EXPECT_EQ(of("sink"), "(b)");
+}
+
+TEST_F(TransferTest, looksOnlyAtThePortThatWasLeftOpen) {
+    connect(other, {&wireOf(source)});
+    run([&] {
+        delete &block;
+        other.setParam(NumberValue::get(0, mgr.context()), wireOf(make("n")));
+    });
+    EXPECT_EQ(of("n"), "((commentTag hello) a)");
+    EXPECT_EQ(of("b"), "(b)") << "its other port was not touched";
+}
+
+TEST_F(TransferTest, keepsPortsApartThatWereLeftOpenTogether) {
+    connect(sink, {&wireOf(block)});
+    run([&] {
+        delete &block;
+        delete &other;
+        sink.setParam(NumberValue::get(1, mgr.context()), wireOf(make("m")));
+        sink.setParam(NumberValue::get(0, mgr.context()), wireOf(make("n")));
+    });
+    EXPECT_EQ(of("m"), "((commentTag hello) a)");
+    EXPECT_EQ(of("n"), "(b)");
+}
+
+TEST_F(TransferTest, givesNothingToAnHeirOfAnotherInput) {
+    Block &x = make("x");
+    connect(other, {&wireOf(x)});
+    x.setParam(A_METADATA, value("(x)"));
+    run([&] {
+        delete &block;
+        replace(x, make("nx"));
+    });
+    EXPECT_EQ(of("nx"), "(x)");
+}
+
+TEST_F(TransferTest, findsTheOpenPortOfABlockWithVeryMany) {
+    Block &wide = make("wide");
+    for (int i = 0; i < 100; ++i) {
+        connect(wide, {&wireOf(source)});
+    }
+    connect(wide, {&wireOf(block)});
+    run([&] {
+        delete &other;
+        delete &block;
+        wide.setParam(NumberValue::get(100, mgr.context()), wireOf(make("n")));
+    });
+    EXPECT_EQ(of("n"), "((commentTag hello) a)");
+}
+
+/// a drives b and a further reader. b and a become one, the further reader is served otherwise.
+TEST_F(TransferTest, givesToAFusedBlockBesideAnotherHeir) {
+    Block &reader = make("reader", {&wireOf(block)});
+    run([&] {
+        replace(other, make("m", {&wireOf(source)}));
+        reader.setParam(NumberValue::get(0, mgr.context()), wireOf(make("n", {&wireOf(source)})));
+        delete &block;
+    });
+    EXPECT_EQ(of("m"), "(b (commentTag hello) a)");
+    EXPECT_EQ(of("n"), "((commentTag hello) a)");
+}
+
+TEST_F(TransferTest, givesToAFusedBlockBesideABypass) {
+    Block &reader = make("reader", {&wireOf(block)});
+    run([&] {
+        replace(other, make("m", {&wireOf(source)}));
+        wireOf(block).replace(wireOf(source));
+        delete &block;
+    });
+    EXPECT_EQ(of("m"), "(b (commentTag hello) a)");
+    EXPECT_EQ(metadata(reader), "((commentTag hello) a)");
+}
+
+TEST_F(TransferTest, givesNothingToAConstantInThePlaceOfAReader) {
+    make("reader", {&wireOf(block)});
+    run([&] {
+        replace(other, make("c"));
+        replace(block, make("n", {&wireOf(source)}));
+    });
+    EXPECT_EQ(of("c"), "(b)");
+    EXPECT_EQ(of("n"), "((commentTag hello) a)");
+}
+
+TEST_F(TransferTest, givesNothingToNewBlocksThatServeSomethingElse) {
+    run([&] {
+        replace(block, make("n", {&wireOf(source)}));
+        make("unrelated", {&wireOf(sink)});
+        make("unconnected");
+    });
+    EXPECT_EQ(of("n"), "((commentTag hello) a)");
+    EXPECT_EQ(of("unrelated"), "none");
+    EXPECT_EQ(of("unconnected"), "none");
+}
+
+TEST_F(TransferTest, givesToTheInnerBlocksOfADecompositionThatWasInterrupted) {
+    run([&] {
+        Block &first = make("first", {&wireOf(source)});
+        replace(other, make("m", {&wireOf(block)}));
+        Block &second = make("second", {&wireOf(first)});
+        replace(block, second);
+    });
+    EXPECT_EQ(of("first"), "((commentTag hello) a)");
+    EXPECT_EQ(of("second"), "((commentTag hello) a)");
+    EXPECT_EQ(of("m"), "(b)");
+}
+
+TEST_F(TransferTest, givesToAllOfWhatStandsWhereASinkStood) {
+    sink.setParam(A_METADATA, value("(k)"));
+    run([&] {
+        Block &inner = make("inner", {&wireOf(other)});
+        make("last", {&wireOf(inner)});
+        delete &sink;
+        replace(source, make("t"));
+    });
+    EXPECT_EQ(of("inner"), "(k)");
+    EXPECT_EQ(of("last"), "(k)");
+    EXPECT_EQ(of("t"), "(s)");
+}
+
+TEST_F(TransferTest, findsABypassBesideVeryManyReaders) {
+    std::vector<Block *> readers;
+    for (int i = 0; i < 100; ++i) {
+        readers.push_back(&make(("r" + std::to_string(i)).c_str(), {&wireOf(source)}));
+    }
+    run([&] {
+        wireOf(block).replace(wireOf(source));
+        delete &block;
+        for (Block *reader : readers) {
+            reader->setParam(NumberValue::get(0, mgr.context()), nullptr);
+            reader->setParam(NumberValue::get(0, mgr.context()), wireOf(source));
+        }
+    });
+    EXPECT_EQ(of("b"), "(b (commentTag hello) a)");
+}
+
+TEST_F(TransferTest, givesNothingAgainInTheSectionAround) {
+    run([&] {
+        listener().push();
+        replace(block, make("n", {&wireOf(source)}));
+        replace(other, make("m", {&wireOf(*model.getBlock(value("n")))}));
+        listener().pop();
+        model.getBlock(value("n"))->setParam(A_METADATA, nullptr);
+        make("later", {&wireOf(source)});
+    });
+    EXPECT_EQ(of("n"), "none") << "the pass took them off";
+    EXPECT_EQ(of("m"), "(b)");
+    EXPECT_EQ(of("later"), "none");
+}
+
+TEST_F(TransferTest, givesItsOwnEntriesInADesignWithoutMetadata) {
+    Design bare(mgr.context());
+    Model &bareModel = *Model::create(bare, "m");
+    Block &old = *Block::create(bareModel, "old");
+    connect(*Block::create(bareModel, "reader"), {&wireOf(old)});
+    TransferMetadataListener &own = *bare.getMetadataTransferListener();
+    own.push();
+    own.addMetadata(value("here"));
+    Block &made = *Block::create(bareModel, "made");
+    replace(old, made);
+    own.pop();
+    EXPECT_EQ(metadata(made), "(here)");
+}
+
 TEST_F(TransferTest, losesTheMetadataOfABlockThatReachesNothing) {
     run([&] {
         delete &sink;

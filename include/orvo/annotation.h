@@ -97,7 +97,8 @@ class ORVO_API TransferMetadataListener {
     /// Ends the innermost section and transfers its metadata. A section must be open.
     void pop();
     std::size_t openSections() const { return mSections.size(); }
-    /// Every block that takes another's place in the innermost section gets this entry, too. A section must be open.
+    /// Every block that takes another's place in the innermost section gets this entry, too. A section must be open; to
+    /// be told before the first edit.
     void addMetadata(const PureValueRef &entry);
     /// The innermost section. A section must be open.
     BlockAnnotation &section();

@@ -39,12 +39,15 @@ class ORVO_API Design final : public Node {
   private:
     friend class Block;
     friend class Node;
+    friend class TransferMetadataListener;
     Context *mContext;
     mutable EventManager mEvents;
     /// Hangs on the events, and so is made after them.
     std::unique_ptr<TransferMetadataListener> mListener;
     std::uint64_t mEditCount = 0;
     bool mHasCarriedMetadata = false;
+    /// While a connection goes and leaves its port open: the port's key.
+    const PureValueRef *mOpenedPort = nullptr;
 };
 
 } // namespace orvo

@@ -136,7 +136,10 @@ BlockAnnotation &TransferMetadataListener::section() {
     return *mSections.back();
 }
 
-void TransferMetadataListener::addMetadata(const PureValueRef &entry) { section().addMetadata(entry); }
+void TransferMetadataListener::addMetadata(const PureValueRef &entry) {
+    section().addMetadata(entry);
+    mDesign.mHasCarriedMetadata = true;
+}
 
 bool TransferMetadataListener::recording() const { return !mSections.empty() && mDesign.hasCarriedMetadata(); }
 
@@ -195,6 +198,9 @@ void TransferMetadataListener::onBlockDriven(const Wire &wire, const Block &bloc
     }
     if (state == kGraphStateGone) {
         mLog->onDisconnected(wire, block, mDesign.editCount());
+        if (mDesign.mOpenedPort != nullptr) {
+            mLog->onOpened(block, *mDesign.mOpenedPort);
+        }
     } else {
         mLog->onConnected(wire, block, mDesign.editCount());
     }

@@ -126,7 +126,9 @@ void Block::onConnectionChanging(const PureValueRef &key, Wire *oldWire, Wire *n
     auto &driven = mDesign->events().blockDriven;
     std::unique_ptr<Port> kept;
     if (oldWire != nullptr) {
+        mDesign->mOpenedPort = newWire == nullptr ? &key : nullptr;
         driven.fire(*oldWire, *this, kGraphStateGone);
+        mDesign->mOpenedPort = nullptr;
         Port **port = mPortMap.find(key.get_ptr());
         ORVO_ASSERT(port != nullptr, "a connected parameter has no port");
         kept.reset(*port);

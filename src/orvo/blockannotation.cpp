@@ -50,7 +50,7 @@ template <class Visit> bool BlockAnnotation::anyOutput(const Node &node, const V
             const GraphState state = wire->mReplaced            ? kGraphStateGone
                                      : wire->bornSince(mNumber) ? kGraphStateNew
                                                                 : kGraphStatePresent;
-            if (wire->mRedirected ? anyOutput(*wire, visit) : visit(*wire, state)) {
+            if (wire->mRedirected == mNumber ? anyOutput(*wire, visit) : visit(*wire, state)) {
                 return true;
             }
         }
@@ -81,8 +81,8 @@ template <class Visit> bool BlockAnnotation::anyInput(const Node &node, const Vi
         return false;
     }
     const auto visitDriver = [&](const NodeWire &wire, GraphState state) {
-        return wire.mRedirected ? visit(static_cast<const Node &>(*wire.mOwner), state)
-                                : visit(static_cast<const Node &>(wire), state);
+        return wire.mRedirected == mNumber ? visit(static_cast<const Node &>(*wire.mOwner), state)
+                                           : visit(static_cast<const Node &>(wire), state);
     };
     if (node.getType() == NodeType::Wire) {
         const NodeWire &wire = asWire(node);
@@ -163,7 +163,7 @@ bool BlockAnnotation::hasLivePath(const Node &node, unsigned int depth, Memo &me
 
 void BlockAnnotation::refineGraph() {
     // A dead block has lost its inputs, so that only a wire can be a dead merge.
-    for (std::uint32_t number = mFirstWire + 1; number <= mLog.wires(); ++number) {
+    for (std::uint32_t number = 1; number <= mLog.wires(); ++number) {
         const NodeWire &wire = mLog.wireAt(number);
         if (stateOf(wire) == kGraphStateGone && isMerge(wire)) {
             redirectThrough(wire);
@@ -171,23 +171,20 @@ void BlockAnnotation::refineGraph() {
     }
 }
 
-void BlockAnnotation::redirectThrough(const Node &node) const { asWire(node).mRedirected = true; }
+void BlockAnnotation::redirectThrough(const Node &node) const { asWire(node).mRedirected = mNumber; }
 
 void BlockAnnotation::getForkAndMergeNodes(const TransferList &list, NodeSet &forks, NodeSet &merges) const {
-    NodeSet seen;
+    // The connection of both sides is new, and the dead block read the one and drove the other. So the one is a fork
+    // and the other a merge, which spares a look at all their connections.
     for (const NodeGroup &group : list.groups) {
-        for (const NodeRange &side : {group.forkSide, group.mergeSide}) {
-            for (std::size_t i = side.first; i < side.last; ++i) {
-                const Node &node = *list.nodes[i];
-                if (stateOf(node) != kGraphStatePresent || !seen.insert(&node)) {
-                    continue;
-                }
-                if (node.getType() == NodeType::Dummy || isFork(node)) {
-                    forks.insert(&node);
-                }
-                if (isMerge(node)) {
-                    merges.insert(&node);
-                }
+        for (std::size_t i = group.forkSide.first; i < group.forkSide.last; ++i) {
+            if (stateOf(*list.nodes[i]) == kGraphStatePresent) {
+                forks.insert(list.nodes[i]);
+            }
+        }
+        for (std::size_t i = group.mergeSide.first; i < group.mergeSide.last; ++i) {
+            if (stateOf(*list.nodes[i]) == kGraphStatePresent) {
+                merges.insert(list.nodes[i]);
             }
         }
     }
@@ -202,6 +199,7 @@ bool BlockAnnotation::shouldBypass(const Node &node, const NodeSet &forks, const
 void BlockAnnotation::transferMetadata(const TransferList &list, const NodeSet &forks, const NodeSet &merges) const {
     MetadataEntries entries;
     std::vector<const NodeBlock *> receivers;
+    std::vector<NodeRange> given;
     const auto anyOf = [&](const NodeRange &range, const auto &visit) {
         for (std::size_t i = range.first; i < range.last; ++i) {
             if (list.nodes[i]->getType() != NodeType::Dummy && visit(*list.nodes[i])) {
@@ -228,17 +226,25 @@ void BlockAnnotation::transferMetadata(const TransferList &list, const NodeSet &
                 entries.insert(entry);
             }
             anyOf(group.targets, give);
+            given.push_back(group.sources);
             continue;
         }
+        // The ends of a path stand at the same places of both sides.
         bool bypass = false;
-        for (const NodeRange &side : {group.forkSide, group.mergeSide}) {
-            for (std::size_t i = side.first; i < side.last && !bypass; ++i) {
-                bypass = shouldBypass(*list.nodes[i], forks, merges);
-            }
+        for (std::size_t i = 0; i < group.forkSide.last - group.forkSide.first && !bypass; ++i) {
+            bypass = forks.contains(list.nodes[group.forkSide.first + i]) &&
+                     merges.contains(list.nodes[group.mergeSide.first + i]);
         }
         if (bypass) {
             anyOf(group.forkSide, give);
             anyOf(group.mergeSide, give);
+            given.push_back(group.sources);
+        }
+    }
+    // A section around this one gives them to nobody else: they go on with those who got them.
+    for (const NodeRange &sources : given) {
+        for (std::size_t i = sources.first; i < sources.last; ++i) {
+            asBlock(*list.nodes[i]).dropMetadata();
         }
     }
     for (const NodeBlock *receiver : receivers) {

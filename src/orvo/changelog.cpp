@@ -91,6 +91,7 @@ void ChangeLog::resume(std::uint32_t section) {
         mWires.clear();
         mDisconnections.clear();
         std::vector<NodeBlock *>().swap(mDeaths);
+        std::vector<OpenedPort>().swap(mOpened);
     }
 }
 
@@ -163,6 +164,19 @@ void ChangeLog::onDisconnected(const Wire &wire, const Block &block, std::uint64
     wireNode.mGone = blockNode.mGone = mDisconnections.size();
     mOpenEnd = &block;
     mOpenEdit = edit;
+}
+
+void ChangeLog::onOpened(const Block &block, const PureValueRef &key) {
+    if (find(block)->alive()) {
+        mOpened.push_back({mDisconnections.size(), key});
+    }
+}
+
+const PureValueRef *ChangeLog::openedBy(std::uint32_t disconnection) const {
+    const auto place =
+        std::lower_bound(mOpened.begin(), mOpened.end(), disconnection,
+                         [](const OpenedPort &opened, std::uint32_t number) { return opened.disconnection < number; });
+    return place == mOpened.end() || place->disconnection != disconnection ? nullptr : &place->key;
 }
 
 void ChangeLog::onConnected(const Wire &wire, const Block &block, std::uint64_t edit) {

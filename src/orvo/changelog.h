@@ -54,6 +54,8 @@ class TransferMetadataListener::NodeBlock final : public ORVONode {
     bool hasMetadata() const;
     /// Reads the metadata of the block, which is about to die.
     void keepMetadata();
+    /// Forgets those of a dead block: others have them now.
+    void dropMetadata() const { mMetadata = {}; }
 
     /// To be touched only while the node is alive.
     Block *mBlock;
@@ -78,7 +80,7 @@ class TransferMetadataListener::NodeBlock final : public ORVONode {
         /// How many of the entries the block had.
         std::size_t had = 0;
     };
-    PureTupleValueRef mMetadata;
+    mutable PureTupleValueRef mMetadata;
     mutable std::unique_ptr<Gifts> mGifts;
 };
 
@@ -95,8 +97,8 @@ class TransferMetadataListener::NodeWire final : public ORVONode {
     NodeWire *mNextOfOwner = nullptr;
     /// Its readers were moved to another wire.
     bool mReplaced = false;
-    /// Taken out of the graph: its block is joined with its readers.
-    mutable bool mRedirected = false;
+    /// The section that took it out of its graph: its block is joined with its readers there.
+    mutable std::uint32_t mRedirected = 0;
     /// Scratch of the search for groups.
     mutable std::uint32_t mInputSince = 0;
     mutable std::uint32_t mArrivals = 0;
@@ -115,6 +117,12 @@ struct Disconnection {
     /// The one before it with the same wire, and with the same block; 0 for none.
     std::uint32_t nextOfWire;
     std::uint32_t nextOfBlock;
+};
+
+/// A port that was left open by a connection that went, and its key.
+struct OpenedPort {
+    std::uint32_t disconnection;
+    PureValueRef key;
 };
 
 /// Objects that stay where they are until all go at once, numbered from 1. Each chunk is as large as all before it
@@ -190,6 +198,8 @@ class ChangeLog {
     /// `edit` is the design's count of edits: a reader that loses a wire and gets another within one edit was moved.
     void onDisconnected(const Wire &wire, const Block &block, std::uint64_t edit);
     void onConnected(const Wire &wire, const Block &block, std::uint64_t edit);
+    /// The connection that went last leaves a port open. It may be connected again later.
+    void onOpened(const Block &block, const PureValueRef &key);
 
     std::uint32_t blocks() const { return mBlocks.size(); }
     NodeBlock &blockAt(std::uint32_t number) const { return mBlocks.at(number); }
@@ -197,6 +207,8 @@ class ChangeLog {
     NodeWire &wireAt(std::uint32_t number) const { return mWires.at(number); }
     std::uint32_t disconnections() const { return mDisconnections.size(); }
     const Disconnection &disconnectionAt(std::uint32_t number) const { return mDisconnections.at(number); }
+    /// The key of the port that a connection left open; null if it left none.
+    const PureValueRef *openedBy(std::uint32_t disconnection) const;
     /// The blocks that died, in the order of their deaths.
     const std::vector<NodeBlock *> &deaths() const { return mDeaths; }
     /// A number that no node's mark has.
@@ -210,6 +222,7 @@ class ChangeLog {
     Arena<NodeWire> mWires;
     Arena<Disconnection> mDisconnections;
     std::vector<NodeBlock *> mDeaths;
+    std::vector<OpenedPort> mOpened;
     /// The block that has just lost a wire, and the edit in which it did.
     const Block *mOpenEnd = nullptr;
     std::uint64_t mOpenEdit = 0;

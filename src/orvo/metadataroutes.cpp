@@ -74,7 +74,11 @@ class MetadataRoutes {
         return wire.mMark == mark && wire.mInputSince < number;
     }
     void followWire(const NodeWire &wire, std::uint32_t mark);
-    bool followOpenReader(NodeBlock &reader, std::uint32_t mark);
+    bool followMove(NodeBlock &reader, const NodeWire &heir, std::uint32_t mark, std::uint32_t number);
+    bool followOpenReader(NodeBlock &reader, std::uint32_t mark, std::uint32_t number);
+    bool isUpstream(const NodeBlock &dead, const NodeBlock &block) const;
+    bool doesWorkOf(const NodeBlock &deadReader, std::uint32_t mark) const;
+    template <class Visit> bool anyInputOf(const NodeBlock &block, const Visit &visit) const;
     void followUnread(const NodeBlock &dead, std::uint32_t mark);
     bool reads(const NodeBlock &block, const NodeWire &wire) const;
     /// What reads the dead block and got another wire to read was put behind it. But a copy of a block that feeds
@@ -128,6 +132,8 @@ class MetadataRoutes {
     const std::uint32_t mClaimMark;
     /// Only one block died that stood before.
     bool mOnlyDeath = false;
+    /// The block whose routes are followed.
+    const NodeBlock *mDead = nullptr;
     BlockAnnotation::TransferList mList;
     std::vector<Route> mRoutes;
     std::vector<Region> mRegions;
@@ -172,7 +178,10 @@ void MetadataRoutes::addOnce(NodeBlock &block, std::uint32_t mark) {
 }
 
 bool MetadataRoutes::addHeir(NodeBlock &heir, std::uint32_t mark) {
-    const auto isBehind = [&](const NodeBlock *block) { return standsBehind(*block, heir, mark); };
+    // What was made with it and reads the dead block makes the whole stand behind that.
+    const auto isBehind = [&](const NodeBlock *block) {
+        return block->mBirthEpoch == heir.mBirthEpoch && standsBehind(*block, heir, mark);
+    };
     if (heir.mMark == mark) {
         return true;
     }
@@ -219,6 +228,7 @@ void MetadataRoutes::addBypass(const NodeWire &fork, NodeBlock &merge, std::uint
 void MetadataRoutes::follow(std::uint32_t route) {
     NodeBlock &dead = *mRoutes[route].block;
     const std::uint32_t mark = mLog.newMark();
+    mDead = &dead;
     bool read = false;
     eachReaderOf(dead, [&](const Disconnection &gone) {
         read = true;
@@ -242,7 +252,9 @@ void MetadataRoutes::follow(std::uint32_t route) {
     if (!read) {
         followUnread(dead, mark);
     }
-    if (mOnlyDeath && !isNew(dead)) {
+    const bool leadsOn =
+        own.targets.first != mTargets.size() || own.sides.first != mSides.size() || next.first != mNext.size();
+    if (!leadsOn && mOnlyDeath && !isNew(dead)) {
         // All that is new and took nobody else's place can only stand for this block.
         for (std::uint32_t number = mSection.mFirstBlock + 1; number <= mLog.blocks(); ++number) {
             if (NodeBlock &block = mLog.blockAt(number); isFree(block)) {
@@ -292,41 +304,94 @@ void MetadataRoutes::markInputs(const NodeBlock &dead, std::uint32_t mark) const
 void MetadataRoutes::followWire(const NodeWire &wire, std::uint32_t mark) {
     bool found = false;
     eachGoneOf(wire, [&](const Disconnection &gone, std::uint32_t number) {
-        if (gone.heir == nullptr) {
-            found = (gone.block->alive() && followOpenReader(*gone.block, mark)) || found;
-        } else if (wasInput(*gone.heir, mark, number)) {
-            addBypass(*gone.heir, *gone.block, mark);
-            found = true;
-        } else {
-            found = addHeir(*gone.heir->mOwner, mark) || found;
+        if (gone.heir != nullptr) {
+            found = followMove(*gone.block, *gone.heir, mark, number) || found;
+        } else if (gone.block->alive()) {
+            found = followOpenReader(*gone.block, mark, number) || found;
         }
     });
-    if (found) {
-        return;
-    }
     eachGoneOf(wire, [&](const Disconnection &gone) {
-        if (!gone.block->alive() && gone.block != wire.mOwner) {
+        if (gone.heir == nullptr && !gone.block->alive() && gone.block != wire.mOwner &&
+            (!found || doesWorkOf(*gone.block, mark))) {
             addOnce(*gone.block, mark);
         }
     });
 }
 
-/// A reader that was left open for a while: what is new at it came for what it lost.
-bool MetadataRoutes::followOpenReader(NodeBlock &reader, std::uint32_t mark) {
-    if (reader.mBlock->port_size() > kFew) {
-        return false;
+/// A reader that reads another wire now: what drives it took the dead block's place, or the reader passes the block by.
+bool MetadataRoutes::followMove(NodeBlock &reader, const NodeWire &heir, std::uint32_t mark, std::uint32_t number) {
+    if (wasInput(heir, mark, number) || (!isNew(*heir.mOwner) && isUpstream(*mDead, *heir.mOwner))) {
+        addBypass(heir, reader, mark);
+        return true;
     }
-    bool found = false;
-    for (const Port &port : reader.mBlock->ports()) {
-        const NodeWire *now = mLog.find(*port.peekWire());
-        if (now != nullptr && wasInput(*now, mark)) {
-            addOnce(reader, mark);
-            found = true;
-        } else if (now != nullptr && isNew(*now)) {
-            found = addHeir(*now->mOwner, mark) || found;
+    return addHeir(*heir.mOwner, mark);
+}
+
+/// Calls `visit` for the wires that the block reads or read until it gives true.
+template <class Visit> bool MetadataRoutes::anyInputOf(const NodeBlock &block, const Visit &visit) const {
+    for (std::uint32_t at = block.mGone; mSection.since(at); at = mLog.disconnectionAt(at).nextOfBlock) {
+        if (visit(*mLog.disconnectionAt(at).wire)) {
+            return true;
         }
     }
-    return found;
+    if (!block.alive()) {
+        return false;
+    }
+    const auto ports = block.mBlock->ports();
+    return std::any_of(ports.begin(), ports.end(),
+                       [&](const Port &port) { return visit(mLog.node(*port.peekWire())); });
+}
+
+/// Whether the block lies a few steps before the dead one.
+bool MetadataRoutes::isUpstream(const NodeBlock &dead, const NodeBlock &block) const {
+    std::vector<const NodeBlock *> passed{&dead};
+    std::size_t depthEnd = 1;
+    unsigned int depth = 0;
+    for (std::size_t i = 0; i < passed.size() && i < kFew; ++i) {
+        if (i == depthEnd) {
+            depthEnd = passed.size();
+            if (++depth == BlockAnnotation::kLivePathDepth) {
+                return false;
+            }
+        }
+        std::size_t looked = 0;
+        const bool found = anyInputOf(*passed[i], [&](const NodeWire &wire) {
+            if (wire.mOwner == &block) {
+                return true;
+            }
+            if (std::find(passed.begin(), passed.end(), wire.mOwner) == passed.end()) {
+                passed.push_back(wire.mOwner);
+            }
+            return ++looked == kFew;
+        });
+        if (found) {
+            return looked < kFew;
+        }
+    }
+    return false;
+}
+
+/// Whether what took the place of a reader that died does the dead block's work, too: it reads what the dead block
+/// read, and not the dead block.
+bool MetadataRoutes::doesWorkOf(const NodeBlock &deadReader, std::uint32_t mark) const {
+    bool does = false;
+    bool reads = false;
+    eachReaderOf(deadReader, [&](const Disconnection &gone) {
+        if (gone.heir == nullptr || gone.heir->mOwner == &deadReader) {
+            return;
+        }
+        const NodeBlock &heir = *gone.heir->mOwner;
+        reads = reads || heir.mReader == mark || &heir == mDead;
+        does = does || (isNew(heir) && anyInputOf(heir, [&](const NodeWire &wire) { return wasInput(wire, mark); }));
+    });
+    return does && !reads;
+}
+
+/// A reader that was left open for a while.
+bool MetadataRoutes::followOpenReader(NodeBlock &reader, std::uint32_t mark, std::uint32_t number) {
+    const PureValueRef *key = mLog.openedBy(number);
+    const Port *port = key == nullptr ? nullptr : reader.mBlock->getPort(*key);
+    return port != nullptr && followMove(reader, mLog.node(*port->peekWire()), mark, number);
 }
 
 /// Nobody read the dead block, so that nothing tells what took its place but what it read: new blocks that read the
@@ -352,9 +417,23 @@ void MetadataRoutes::followUnread(const NodeBlock &dead, std::uint32_t mark) {
     });
     const auto isLate = [&](const NodeBlock *block) { return block->mBirthEpoch == dead.mDeathEpoch; };
     const bool anyLate = std::any_of(found.begin(), found.end(), isLate);
+    std::vector<NodeBlock *> heirs;
     for (NodeBlock *block : found) {
         if (!anyLate || isLate(block)) {
             addHeir(*block, mark);
+            heirs.push_back(block);
+        }
+    }
+    // What reads them stands where the dead block stood.
+    for (std::size_t i = 0; i < heirs.size() && i < kFew; ++i) {
+        for (const NodeWire *wire = heirs[i]->mWires; wire != nullptr; wire = wire->mNextOfOwner) {
+            Port *port = wire->alive() ? wire->mWire->lastPort() : nullptr;
+            for (std::size_t looked = 0; port != nullptr && looked < kFew; ++looked, port = port->getPreviousReader()) {
+                NodeBlock &reader = mLog.node(port->getBlock());
+                if (isFree(reader) && reader.mMark != mark && reader.mClaim != mClaimMark && addHeir(reader, mark)) {
+                    heirs.push_back(&reader);
+                }
+            }
         }
     }
 }
@@ -387,8 +466,7 @@ void MetadataRoutes::addNodesOnForkToMergePaths(const NodeBlock &heir, const Nod
     });
     const auto claim = [&](const NodeWire &wire) {
         NodeBlock &driver = *wire.mOwner;
-        if (isFree(driver) && driver.mBirthEpoch == heir.mBirthEpoch && !wasInput(wire, inputs) &&
-            driver.mClaim != mClaimMark && &driver != &heir &&
+        if (isFree(driver) && !wasInput(wire, inputs) && driver.mClaim != mClaimMark && &driver != &heir &&
             std::find(movedTo.begin(), movedTo.end(), &wire) == movedTo.end()) {
             driver.mClaim = mClaimMark;
             mMembers.push_back(&driver);
