@@ -68,10 +68,12 @@ class DomainProperty : public ::testing::Test {
         const StaticString *const modes[] = {&A_SYNTH_OUTPUT_HDL_ROOT, &A_SYNTH_OUTPUT_INTERNAL_ROOT,
                                              &A_SYNTH_OUTPUT_STANDALONE_ROOT};
         for (Model &model : *design) {
-            const auto mode = &model == &top ? 0 : *rc::gen::inRange<std::size_t>(0, 6);
+            const bool isTop = &model == &top;
+            const auto mode = isTop ? 0 : *rc::gen::inRange<std::size_t>(0, 6);
             if (mode < std::size(modes)) {
                 model.setParam(A_SYNTH_OUTPUT_MODE, *modes[mode]);
-            } else if (mode == std::size(modes)) {
+            }
+            if (*rc::gen::inRange(0, isTop ? 8 : 2) == 1) {
                 model.setParam(A_SYNTH_CIRCUIT_TIMED, A_TRUE);
             }
         }
