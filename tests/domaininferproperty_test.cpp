@@ -9,6 +9,8 @@
 #include <orvo/design.h>
 #include <orvo/logging.h>
 #include <orvo/model.h>
+#include <orvo/modelkinds.h>
+#include <orvo/scheduledmodelhandle.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
@@ -57,13 +59,105 @@ class DomainProperty : public ::testing::Test {
     DomainProperty() { mgr.context()->setListener(&heard); }
     ~DomainProperty() override { mgr.context()->setListener(nullptr); }
 
-    /// A random design with its top as the output root.
+    /// A random design with its top as an output root, which another root instantiates; some of its other models are
+    /// roots, too, and some are scheduled.
     std::unique_ptr<Design> draw() {
         gen::DesignGenerator generator(mgr.context());
         std::unique_ptr<Design> design = generator.make(*test::recipes(30));
-        design->getModel(StringValue::get("top", mgr.context()))
-            ->setParam(A_SYNTH_OUTPUT_MODE, A_SYNTH_OUTPUT_HDL_ROOT);
+        Model &top = *design->getModel(StringValue::get("top", mgr.context()));
+        const StaticString *const modes[] = {&A_SYNTH_OUTPUT_HDL_ROOT, &A_SYNTH_OUTPUT_INTERNAL_ROOT,
+                                             &A_SYNTH_OUTPUT_STANDALONE_ROOT};
+        for (Model &model : *design) {
+            const bool isTop = &model == &top;
+            const auto mode = isTop ? 0 : *rc::gen::inRange<std::size_t>(0, 6);
+            if (mode < std::size(modes)) {
+                model.setParam(A_SYNTH_OUTPUT_MODE, *modes[mode]);
+            }
+            if (*rc::gen::inRange(0, isTop ? 8 : 2) == 1) {
+                model.setParam(A_SYNTH_CIRCUIT_TIMED, A_TRUE);
+            }
+        }
+        instantiate(top, *Model::create(*design, "around"));
         return design;
+    }
+
+    /// A ring of outputs and inputs, so that domains get from each instance to the next.
+    void instantiate(Model &model, Model &around) {
+        around.setParam(A_SYNTH_OUTPUT_MODE, A_SYNTH_OUTPUT_HDL_ROOT);
+        std::vector<Block *> instances;
+        std::vector<Wire *> outputs;
+        for (const char *name : {"first", "second"}) {
+            Block &instance = *Block::create(around, name, A_MODEL_BLOCK);
+            instance.setParam(A_MODEL_NODE, model);
+            instances.push_back(&instance);
+            for (const Block *output : model.getOutputBlocks()) {
+                for (const Port &port : output->ports()) {
+                    outputs.push_back(Wire::create(instance, port.getName()));
+                }
+            }
+        }
+        std::size_t next = outputs.size() / 2;
+        for (Block *instance : instances) {
+            for (const Block *input : model.getInputBlocks()) {
+                for (const Wire &wire : *input) {
+                    if (!outputs.empty()) {
+                        instance->setParam(wire.getName(), *outputs[next++ % outputs.size()]);
+                    }
+                }
+            }
+        }
+    }
+
+    PureValueRef drawDomain(int domains) { return NumberValue::get(*rc::gen::inRange(0, domains), mgr.context()); }
+
+    /// Puts blocks that settle domains by themselves between the wires and the ports of the models.
+    void drawSeeds(Design &design, int most, int domains) {
+        std::vector<Model *> models;
+        for (Model &model : design) {
+            models.push_back(&model);
+        }
+        for (int left = *rc::gen::inRange(0, most); left > 0; --left) {
+            Model &model = *models[*rc::gen::inRange<std::size_t>(0, models.size())];
+            std::vector<Wire *> wires;
+            std::vector<std::pair<Block *, PureValueRef>> ports;
+            for (Block &block : model) {
+                for (Wire &wire : block) {
+                    wires.push_back(&wire);
+                }
+                for (const Port &port : block.ports()) {
+                    ports.emplace_back(&block, port.getName());
+                }
+            }
+            if (wires.empty() || ports.empty()) {
+                continue;
+            }
+            const bool isScheduled = *rc::gen::arbitrary<bool>();
+            Block &seed = *Block::create(model, "seed" + std::to_string(left),
+                                         isScheduled ? A_SCHEDULED_MODEL_BLOCK : A_STALLVALID_CONNECTOR_BLOCK);
+            ScheduledModelDomains::Map inputs;
+            ScheduledModelDomains::Map outputs;
+            for (int i = 0; i < 2; ++i) {
+                const PureValueRef key = NumberValue::get(i, mgr.context());
+                seed.setParam(key, *wires[*rc::gen::inRange<std::size_t>(0, wires.size())]);
+                inputs[key] = drawDomain(domains);
+                const auto &[reader, port] = ports[*rc::gen::inRange<std::size_t>(0, ports.size())];
+                reader->setParam(port, *Wire::create(seed, key));
+                outputs[key] = drawDomain(domains);
+            }
+            if (isScheduled) {
+                seed.setParam(A_SCHEDULED_MODEL_VALUE,
+                              handleOf(ScheduledModelDomains::createScheduledModelDomains(inputs, outputs)));
+            }
+        }
+    }
+
+    ValueRef handleOf(const ScheduledModelDomains &domains) {
+        return Value::parse(
+            "(scheduledModelHandleTag note (scheduledModelPortlistTag () ()) (scheduledModelTypesTag () "
+            "()) " +
+                domains.toValue(mgr.context())->toString() +
+                " (scheduledModelTimestepsTag () ()) (unrollMappingsTag) (unrollMappingsTag) (0 0 ()))",
+            mgr.context());
     }
 
     std::vector<Mark> drawMarks(const Design &design, int most, int domains) {
@@ -83,7 +177,7 @@ class DomainProperty : public ::testing::Test {
             const auto at = *rc::gen::inRange<std::size_t>(0, points.size());
             marks.push_back(points[at]);
             marks.back().isBegin = *rc::gen::arbitrary<bool>();
-            marks.back().domain = NumberValue::get(*rc::gen::inRange(0, domains), mgr.context());
+            marks.back().domain = drawDomain(domains);
             points.erase(points.begin() + static_cast<std::ptrdiff_t>(at));
         }
         return marks;
@@ -108,39 +202,51 @@ class DomainProperty : public ::testing::Test {
         }
     }
 
-    Domains infer(const Design &design) {
+    /// All output roots are instances of the empty chain.
+    static std::vector<const Model *> modelsAt(const RefChain &chain, const Design &design) {
+        if (!chain.empty()) {
+            return {Node::from<Model>((*chain.back())[A_MODEL_NODE])};
+        }
+        std::vector<const Model *> roots;
+        for (const Model &model : design) {
+            if (DomainInference::isOutputRoot(model)) {
+                roots.push_back(&model);
+            }
+        }
+        return roots;
+    }
+
+    Domains infer(const Design &design,
+                  const DomainInference::InferenceModifier &modifier = DomainInference::DefaultInferenceModifier()) {
         heard.whole.clear();
         heard.nameless.clear();
-        const DomainAnalysisInfo info =
-            DomainInference::inferDomains(design, DomainInference::DefaultInferenceModifier());
+        const DomainAnalysisInfo info = DomainInference::inferDomains(design, modifier);
         const RefChainCollection &chains = info.getRefChainCollection();
         Domains all;
         for (unsigned long id = 0; id < chains.size(); ++id) {
             const RefChain chain = chains.getRefChain(id);
-            const Model *model =
-                chain.empty() ? design.getModel(mTopName) : Node::from<Model>((*chain.back())[A_MODEL_NODE]);
-            for (const Block &block : *model) {
-                const auto add = [&](bool isWire, const PureValueRef &name, const PureValueRef &domain) {
-                    all[{chain, &block, isWire, name->toString()}] = domain ? domain->toString() : "";
-                };
-                for (const Wire &wire : block) {
-                    add(true, wire.getName(), info.getDomain(wire, id));
-                }
-                for (const Port &port : block.ports()) {
-                    add(false, port.getName(), info.getDomain(port, id));
+            for (const Model *model : modelsAt(chain, design)) {
+                for (const Block &block : *model) {
+                    const auto add = [&](bool isWire, const PureValueRef &name, const PureValueRef &domain) {
+                        all[{chain, &block, isWire, name->toString()}] = domain ? domain->toString() : "";
+                    };
+                    for (const Wire &wire : block) {
+                        add(true, wire.getName(), info.getDomain(wire, id));
+                    }
+                    for (const Port &port : block.ports()) {
+                        add(false, port.getName(), info.getDomain(port, id));
+                    }
                 }
             }
         }
         return all;
     }
 
-    /// New names for all blocks, and for all models but the top, so that everything is met in another order.
+    /// New names for all models and blocks, so that everything is met in another order.
     void rename(Design &design, std::mt19937 &random) {
         std::vector<Node *> nodes;
         for (Model &model : design) {
-            if (model.getParentBlocks().size() != 0) {
-                nodes.push_back(&model);
-            }
+            nodes.push_back(&model);
             for (Block &block : model) {
                 nodes.push_back(&block);
             }
@@ -181,11 +287,12 @@ class DomainProperty : public ::testing::Test {
 
     ContextMgr mgr;
     Heard heard;
-    const PureValueRef mTopName = StringValue::get("top", mgr.context());
+    const DomainInference::UnscheduledInferenceModifier mUnscheduled;
 };
 
 RC_GTEST_FIXTURE_PROP(DomainProperty, doesNotDependOnNames, ()) {
     const std::unique_ptr<Design> design = draw();
+    drawSeeds(*design, 6, 12);
     const std::vector<Mark> marks = drawMarks(*design, 30, 12);
     write(*design, marks);
     const Domains before = infer(*design);
@@ -201,10 +308,13 @@ RC_GTEST_FIXTURE_PROP(DomainProperty, doesNotDependOnNames, ()) {
 
 RC_GTEST_FIXTURE_PROP(DomainProperty, doesNotDependOnTheOrderInWhichADesignWasMade, ()) {
     const std::unique_ptr<Design> design = draw();
+    drawSeeds(*design, 6, 12);
     std::vector<Mark> marks = drawMarks(*design, 30, 12);
     write(*design, marks);
     const Domains before = infer(*design);
     const auto saidBefore = heard.whole;
+    const Domains unscheduledBefore = infer(*design, mUnscheduled);
+    const auto saidOfUnscheduledBefore = heard.whole;
     std::mt19937 random(*rc::gen::arbitrary<unsigned>());
     for (int i = 0; i < 4; ++i) {
         reconnect(*design, random);
@@ -212,10 +322,22 @@ RC_GTEST_FIXTURE_PROP(DomainProperty, doesNotDependOnTheOrderInWhichADesignWasMa
         write(*design, marks);
         RC_ASSERT(infer(*design) == before);
         RC_ASSERT(heard.whole == saidBefore);
+        RC_ASSERT(infer(*design, mUnscheduled) == unscheduledBefore);
+        RC_ASSERT(heard.whole == saidOfUnscheduledBefore);
     }
 }
 
-/// A walk over the points that any domain reaches, without steps, tables or ids.
+RC_GTEST_FIXTURE_PROP(DomainProperty, isNoneInScheduledModelsThatTakeNoPart, ()) {
+    const std::unique_ptr<Design> design = draw();
+    drawSeeds(*design, 6, 12);
+    write(*design, drawMarks(*design, 30, 12));
+    for (const auto &[place, domain] : infer(*design, mUnscheduled)) {
+        const Block &block = *std::get<const Block *>(place);
+        RC_ASSERT(domain.empty() || !isScheduledModel(block.getModel()));
+    }
+}
+
+/// A walk over the points of a design that any domain reaches, without steps, tables or ids.
 class Walk {
   public:
     explicit Walk(const std::vector<Mark> &marks) : mMarks(marks) {}
@@ -227,10 +349,8 @@ class Walk {
             }
         }
         for (const Block &block : model) {
-            if (const auto *handler = block.getClass()->get<DomainPropagationHandler>()) {
-                for (const auto &[point, domain] : handler->inferStatic(block, 0)) {
-                    enter(chain, block, point.isWire(), point.name());
-                }
+            for (const auto &[point, domain] : handlerOf(block).inferStatic(block, 0)) {
+                enter(chain, block, point.isWire(), point.name());
             }
             if (block.type() == A_MODEL_BLOCK.get_ptr()) {
                 RefChain below = chain;
@@ -282,13 +402,15 @@ class Walk {
             enter(at.chain, port.getBlock(), false, port.getName());
         }
     }
-    void throughBlock(const At &at) {
+    static const DomainPropagationHandler &handlerOf(const Block &block) {
         static const DefaultDomainPropagationHandler byDefault;
-        const auto *own = at.block->getClass()->get<DomainPropagationHandler>();
-        const DomainPropagationHandler &handler = own == nullptr ? byDefault : *own;
+        const auto *own = block.getClass()->get<DomainPropagationHandler>();
+        return own == nullptr ? byDefault : *own;
+    }
+    void throughBlock(const At &at) {
         const DomainPoint point =
             at.isWire ? DomainPoint(*at.block->getWire(at.key), 0) : DomainPoint(*at.block->getPort(at.key), 0);
-        for (const DomainPoint &other : handler.propagateFromPoint(point)) {
+        for (const DomainPoint &other : handlerOf(*at.block).propagateFromPoint(point)) {
             enter(at.chain, *at.block, other.isWire(), other.name());
         }
     }
@@ -313,20 +435,26 @@ class Walk {
     std::vector<At> mOpen;
 };
 
-RC_GTEST_FIXTURE_PROP(DomainProperty, ofOneDomainReachesWhatAWalkReaches, ()) {
+RC_GTEST_FIXTURE_PROP(DomainProperty, standsWhereAWalkReaches, ()) {
     const std::unique_ptr<Design> design = draw();
-    const std::vector<Mark> marks = drawMarks(*design, 5, 1);
+    const int domains = *rc::gen::element(1, 12);
+    drawSeeds(*design, 3, domains);
+    const std::vector<Mark> marks = drawMarks(*design, 5, domains);
     write(*design, marks);
     std::set<Place> found;
+    std::set<std::string> different;
     for (const auto &[place, domain] : infer(*design)) {
         if (!domain.empty()) {
             found.insert(place);
+            different.insert(domain);
         }
     }
     Walk walk(marks);
-    walk.from(*design->getModel(mTopName), {});
+    for (const Model *root : modelsAt({}, *design)) {
+        walk.from(*root, {});
+    }
     RC_ASSERT(found == walk.reached);
-    RC_ASSERT(heard.whole.empty());
+    RC_ASSERT(different.size() > 1u || heard.whole.empty());
 }
 
 } // namespace

@@ -57,7 +57,16 @@ TEST_F(FeaturesTest, knowsItsObjectsByNameKindAndDefault) {
     EXPECT_EQ(GetFeature(Features::DISABLED_OPTIMISATIONS), "");
     EXPECT_TRUE(std::is_sorted(KnownFeatures().begin(), KnownFeatures().end(),
                                [](const auto &a, const auto &b) { return a.name < b.name; }));
-    EXPECT_EQ(KnownFeatures().size(), 17U);
+    EXPECT_EQ(KnownFeatures().size(), 18U);
+}
+
+TEST_F(FeaturesTest, knowsTheKindOfThoseOfAPlainNameToo) {
+    for (const KelmarFeature *feature : {&Features::multipleFileWriteWarning, &Features::refineMetadataGraph}) {
+        EXPECT_FALSE(GetFeatureBoolean(*feature)) << feature->name;
+        EXPECT_FALSE(SetFeatureText(feature->name, "perhaps")) << feature->name;
+        EXPECT_TRUE(SetFeatureText(feature->name, "yes")) << feature->name;
+        EXPECT_TRUE(GetFeatureBoolean(*feature)) << feature->name;
+    }
 }
 
 TEST_F(FeaturesTest, refusesAUsersTextOfTheWrongKind) {

@@ -260,7 +260,7 @@ void BlockAnnotation::apply() {
     if (!anything) {
         return;
     }
-    if (util::GetFeatureBooleanWithDefault("refineMetadataGraph", false)) {
+    if (util::GetFeatureBoolean(Features::refineMetadataGraph)) {
         refineGraph();
     }
     const TransferList list = getTransferList();

@@ -373,20 +373,34 @@ struct TypeInferDebug::TypeInferDebugImpl {
             const FailedModel *failed = mDebug.failureAt(step.instance);
             ORVO_ASSERT(failed != nullptr, "the trace of a failure came to a model without one");
             const LoopExamination *loop = failed->loopAt(block);
-            if (loop != nullptr ? !mPassedLoops.insert(loop).second
-                                : !mPassed.insert({step.instance, &block, step.signal}).second) {
+            const bool isFirst = loop != nullptr ? mPassedLoops.insert(loop).second
+                                                 : mTold.insert({step.instance, &block, nullptr}).second;
+            const bool isNewWay = passes({step.instance, &block, step.signal});
+            if (!isFirst) {
                 line(step) << "from block \"" << textOr(block.getName().get_ptr(), kInvalid) << "\", already seen\n";
-                return;
-            }
-            if (loop != nullptr) {
+                if (isNewWay) {
+                    goOn(step, *failed, false);
+                }
+            } else if (loop != nullptr) {
                 tellLoop(step, *loop);
-                return;
+            } else {
+                line(step) << "from " << blockText(block) << "\n";
+                goOn(step, *failed, true);
             }
-            line(step) << "from " << blockText(block) << "\n";
-            if (isOfType(block, A_INPUT_BLOCK)) {
-                leaveModel(step, *failed);
-            } else if (!enterModel(step, *failed)) {
-                followPorts(step, *failed->find(block), nullptr);
+        }
+
+        /// False if the walk has gone back from the block by that signal before.
+        bool passes(const Passed &way) {
+            return mPassed.count({way.instance, way.block, nullptr}) == 0 && mPassed.insert(way).second;
+        }
+
+        /// On from a block; at the edge of a model from the signal that the step asks for.
+        void goOn(const TraceSpec &step, const FailedModel &failed, bool isFirst) {
+            const BlockLocationSpec &location = *failed.find(*step.block);
+            if (isOfType(*step.block, A_INPUT_BLOCK)) {
+                leaveModel(step, location);
+            } else if (!enterModel(step, location) && (isFirst || isOfType(*step.block, A_OUTPUT_BLOCK))) {
+                followPorts(step, location, nullptr);
             }
         }
 
@@ -396,7 +410,26 @@ struct TypeInferDebug::TypeInferDebugImpl {
                 mOut << std::string(std::min(step.depth + 1, kDeepestTab), '\t') << blockText(*location->block) << "\n";
             }
             for (const BlockLocationSpec *location : loop.blocks) {
+                enterModelOnLoop(step, *location, loop);
                 followPorts(step, *location, &loop);
+            }
+        }
+
+        /// Into a model that the loop leads through, by the signals that close the loop and by the one asked for.
+        void enterModelOnLoop(const TraceSpec &step, const BlockLocationSpec &location, const LoopExamination &loop) {
+            if (!isOfType(*location.block, A_MODEL_BLOCK)) {
+                return;
+            }
+            const FailedModel &failed = *mDebug.failureAt(step.instance);
+            for (const Wire *wire : location.wires) {
+                const Value *signal = wire->getName().get_ptr();
+                const bool isAsked = location.block == step.block && (step.signal == nullptr || step.signal == signal);
+                const auto isOnLoop = [&](const Port &port) { return failed.loopAt(port.getBlock()) == &loop; };
+                const auto readers = wire->ports();
+                if (isAsked || (std::any_of(readers.begin(), readers.end(), isOnLoop) &&
+                                passes({step.instance, location.block, signal}))) {
+                    enterModelBy(*wire, step);
+                }
             }
         }
 
@@ -423,9 +456,9 @@ struct TypeInferDebug::TypeInferDebugImpl {
                                                                                     : nullptr;
         }
 
-        void leaveModel(const TraceSpec &step, const FailedModel &failed) {
+        void leaveModel(const TraceSpec &step, const BlockLocationSpec &location) {
             const Instance *above = step.instance->parent;
-            for (const Wire *wire : failed.find(*step.block)->wires) {
+            for (const Wire *wire : location.wires) {
                 const Value *name = wire->getName().get_ptr();
                 if (step.signal != nullptr && step.signal != name) {
                     continue;
@@ -441,22 +474,26 @@ struct TypeInferDebug::TypeInferDebugImpl {
         }
 
         /// False if the block stands for no model in which the failure goes on.
-        bool enterModel(const TraceSpec &step, const FailedModel &failed) {
-            const auto inner = step.instance->below.find(step.block);
+        bool enterModel(const TraceSpec &step, const BlockLocationSpec &location) {
+            bool enters = false;
+            for (const Wire *wire : location.wires) {
+                if (step.signal == nullptr || step.signal == wire->getName().get_ptr()) {
+                    enters = enterModelBy(*wire, step) || enters;
+                }
+            }
+            return enters;
+        }
+
+        bool enterModelBy(const Wire &wire, const TraceSpec &step) {
+            const auto inner = step.instance->below.find(&wire.getBlock());
             if (inner == step.instance->below.end()) {
                 return false;
             }
             bool enters = false;
-            for (const Wire *wire : failed.find(*step.block)->wires) {
-                const Value *name = wire->getName().get_ptr();
-                if (step.signal != nullptr && step.signal != name) {
-                    continue;
-                }
-                for (const Block *output : inner->second->model->getOutputBlocks()) {
-                    if (output->getPort(wire->getName()) != nullptr && mDebug.isUntyped(*inner->second, *output)) {
-                        mNext.push_back({inner->second, output, name, nullptr, true, step.depth + 1});
-                        enters = true;
-                    }
+            for (const Block *output : inner->second->model->getOutputBlocks()) {
+                if (output->getPort(wire.getName()) != nullptr && mDebug.isUntyped(*inner->second, *output)) {
+                    mNext.push_back({inner->second, output, wire.getName().get_ptr(), nullptr, true, step.depth + 1});
+                    enters = true;
                 }
             }
             return enters;
@@ -466,6 +503,9 @@ struct TypeInferDebug::TypeInferDebugImpl {
         std::ostream &mOut;
         std::vector<TraceSpec> mPending;
         std::vector<TraceSpec> mNext;
+        /// The blocks that stand in the report; no signal takes part.
+        std::unordered_set<Passed, PassedHash> mTold;
+        /// The ways back from them; without a signal all that a block has.
         std::unordered_set<Passed, PassedHash> mPassed;
         std::unordered_set<const LoopExamination *> mPassedLoops;
     };
