@@ -40,13 +40,13 @@ inline PureValueRef chanceValue(Context *context) {
 /// The value with one part, at any depth, taken away, doubled, swapped with its neighbour or replaced.
 inline PureValueRef mutated(const PureValueRef &value, Context *context) {
     const PureTupleValueRef tuple = pureTupleVR(value);
-    if (!tuple || tuple->size() == 0 || *rc::gen::inRange(0, 6) == 0) {
+    if (!tuple || tuple->size() == 0 || *rc::gen::inRange(0, 10) == 0) {
         return chanceValue(context);
     }
     std::vector<PureValueRef> elements(tuple->begin(), tuple->end());
     const auto at = *rc::gen::inRange<std::size_t>(0, elements.size());
     const auto place = elements.begin() + static_cast<std::ptrdiff_t>(at);
-    switch (*rc::gen::inRange(0, 8)) {
+    switch (*rc::gen::inRange(0, 12)) {
     case 0:
         elements.erase(place);
         break;
