@@ -3,6 +3,7 @@
 
 #include <orvo/block.h>
 #include <orvo/design.h>
+#include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
 
 #include <gtest/gtest.h>
@@ -330,6 +331,171 @@ TEST_F(ReferencePointsTest, substitutesKeepWhatTheyWereGiven) {
         delete old;
     });
     EXPECT_EQ(param(*model.getBlock(value("(a vunroll)")), A_SCHEDULE_CONSTRAINT_WIRES), "((x true (0) ()))");
+}
+
+class DyingBlockTest : public ReferencePointsTest {
+  protected:
+    /// A constraint of four cycles from wire x of block a to port x of block t, which reads it.
+    DyingBlockTest() {
+        model.setParam(A_SYNTH_CIRCUIT_TIMED, A_TRUE);
+        target.setParam(value("x"), wire(*old, "x"));
+        setRecords("((0 synthLConstraintGE 4))");
+        setEntries(*old, A_SCHEDULE_CONSTRAINT_WIRES, "((x true (0) ()))");
+        setEntries(target, A_SCHEDULE_CONSTRAINT_PORTS, "((x true () (0)))");
+    }
+    void setRecords(const std::string &text) {
+        model.setParam(A_SYNTH_SCHEDULE_CONSTRAINTS, Value::parse(text, mgr.context()));
+    }
+    bool isConsistent() { return OrvoUtils::requireConstraintsConsistentWithDesign(design); }
+
+    Block *old = &block("a", A_SIGNAL_IN_BLOCK);
+    Block &target = block("t", A_SIGNAL_OUT_BLOCK);
+};
+
+TEST_F(DyingBlockTest, aSubstituteWithOtherWiresHasTheConstraintOnEachOfThem) {
+    ASSERT_TRUE(isConsistent());
+    update({}, [&](const Unroller &unroller) {
+        Block &substitute = unroller.createSubstitute(*old);
+        for (const char *part : {"(x 0)", "(x 1)"}) {
+            target.setParam(value(part), wire(substitute, part));
+            unroller.notifyUnrollWire(*old, value("x"), substitute, value(part));
+            unroller.notifyUnrollPort(target, value("x"), target, value(part));
+        }
+        delete old;
+    });
+    EXPECT_EQ(param(*model.getBlock(value("(a vunroll)")), A_SCHEDULE_CONSTRAINT_WIRES),
+              "(((x 0) true (0) ()) ((x 1) true (0) ()))");
+    EXPECT_EQ(param(target, A_SCHEDULE_CONSTRAINT_PORTS), "(((x 0) true () (0)) ((x 1) true () (0)))");
+    EXPECT_TRUE(isConsistent());
+}
+
+TEST_F(DyingBlockTest, aConstraintMovesToABlockThatWasThereBefore) {
+    Block &other = block("b", A_SIGNAL_IN_BLOCK);
+    update({}, [&](const Unroller &unroller) {
+        target.setParam(value("x"), wire(other, "y"));
+        unroller.notifyUnrollWire(*old, value("x"), other, value("y"));
+        delete old;
+    });
+    EXPECT_EQ(param(other, A_SCHEDULE_CONSTRAINT_WIRES), "((y true (0) ()))");
+    EXPECT_TRUE(isConsistent());
+}
+
+TEST_F(DyingBlockTest, anotherBlocksOwnEntryStaysEvenIfItLooksTheSame) {
+    Block &other = block("b", A_SIGNAL_IN_BLOCK);
+    wire(other, "x");
+    setEntries(other, A_SCHEDULE_CONSTRAINT_WIRES, "((x true (0) ()))");
+    update({}, [&](const Unroller &unroller) {
+        target.setParam(value("x"), wire(other, "y"));
+        unroller.notifyUnrollWire(*old, value("x"), other, value("y"));
+        delete old;
+    });
+    EXPECT_EQ(param(other, A_SCHEDULE_CONSTRAINT_WIRES), "((x true (0) ()) (y true (0) ()))");
+    EXPECT_TRUE(isConsistent());
+}
+
+TEST_F(DyingBlockTest, oneSubstitutePerLaneKeepsTheEntryThatEachWasGiven) {
+    update({}, [&](const Unroller &unroller) {
+        for (const int number : {0, 1}) {
+            const PureValueRef name =
+                PureTupleValue::get(value("a"), PureValueRef(NumberValue::get(number, mgr.context())), mgr.context());
+            Block &substitute = *Block::create(model, name);
+            substitute.setParam(A_BLOCK_TYPE, A_SIGNAL_IN_BLOCK);
+            substitute.setParam(A_SCHEDULE_CONSTRAINT_WIRES, old->getParam(A_SCHEDULE_CONSTRAINT_WIRES));
+            target.setParam(value(number == 0 ? "x" : "y"), wire(substitute, "x"));
+            unroller.notifyUnrollWire(*old, value("x"), substitute, value("x"));
+        }
+        delete old;
+    });
+    EXPECT_EQ(param(*model.getBlock(value("(a 0)")), A_SCHEDULE_CONSTRAINT_WIRES), "((x true (0) ()))");
+    EXPECT_EQ(param(*model.getBlock(value("(a 1)")), A_SCHEDULE_CONSTRAINT_WIRES), "((x true (0) ()))");
+    EXPECT_TRUE(isConsistent());
+}
+
+TEST_F(DyingBlockTest, aSubstituteLosesTheEntryOfAPointThatWentElsewhere) {
+    setRecords("((0 synthLConstraintGE 4) (1 synthLConstraintGE 2))");
+    wire(*old, "y");
+    setEntries(*old, A_SCHEDULE_CONSTRAINT_WIRES, "((y true (1) ()) (x true (0) ()))");
+    setEntries(target, A_SCHEDULE_CONSTRAINT_PORTS, "((x true () (0 1)))");
+    Block &other = block("b", A_SIGNAL_IN_BLOCK);
+    update({}, [&](const Unroller &unroller) {
+        Block &substitute = unroller.createSubstitute(*old);
+        wire(substitute, "y");
+        unroller.notifyUnrollWire(*old, value("y"), substitute, value("y"));
+        target.setParam(value("x"), wire(other, "z"));
+        unroller.notifyUnrollWire(*old, value("x"), other, value("z"));
+        delete old;
+    });
+    EXPECT_EQ(param(*model.getBlock(value("(a vunroll)")), A_SCHEDULE_CONSTRAINT_WIRES), "((y true (1) ()))");
+    EXPECT_EQ(param(other, A_SCHEDULE_CONSTRAINT_WIRES), "((z true (0) ()))");
+    EXPECT_TRUE(isConsistent());
+}
+
+TEST_F(DyingBlockTest, substitutesOfSubstitutesHandTheConstraintOn) {
+    update({}, [&](const Unroller &unroller) {
+        Block &first = unroller.createSubstitute(*old);
+        wire(first, "y");
+        unroller.notifyUnrollWire(*old, value("x"), first, value("y"));
+        delete old;
+        Block &second = unroller.createSubstitute(first);
+        target.setParam(value("x"), wire(second, "z"));
+        unroller.notifyUnrollWire(first, value("y"), second, value("z"));
+        delete &first;
+    });
+    EXPECT_EQ(param(*model.getBlock(value("((a vunroll) vunroll)")), A_SCHEDULE_CONSTRAINT_WIRES), "((z true (0) ()))");
+    EXPECT_TRUE(isConsistent());
+}
+
+TEST_F(DyingBlockTest, aSubstituteIsKnownUnderTheNameThatAClashGaveIt) {
+    update({}, [&](const Unroller &unroller) {
+        unroller.createSubstitute(*old).setParam(A_SCHEDULE_CONSTRAINT_WIRES, nullptr);
+        Block &substitute = unroller.createSubstitute(*old);
+        target.setParam(value("x"), wire(substitute, "y"));
+        unroller.notifyUnrollWire(*old, value("x"), substitute, value("y"));
+        delete old;
+    });
+    const Block &substitute = target.getPort(value("x"))->peekWire()->getBlock();
+    EXPECT_EQ(param(substitute, A_SCHEDULE_CONSTRAINT_WIRES), "((y true (0) ()))");
+    EXPECT_TRUE(isConsistent());
+}
+
+TEST_F(ReferencePointsTest, aNameThatIsTakenAgainLaterIsAnotherPoint) {
+    Block &in = block("in", A_SIGNAL_IN_BLOCK);
+    const auto rewritten = [&](const std::string &entries,
+                               const std::vector<std::pair<const char *, const char *>> &steps) {
+        setEntries(in, A_SCHEDULE_CONSTRAINT_PORTS, entries);
+        update({}, [&](const Unroller &unroller) {
+            for (const auto &[from, to] : steps) {
+                unroller.notifyUnrollPort(in, value(from), in, value(to));
+            }
+        });
+        return param(in, A_SCHEDULE_CONSTRAINT_PORTS);
+    };
+    EXPECT_EQ(rewritten("((x true (1) ()))", {{"b", "c"}, {"x", "b"}}), "((b true (1) ()))");
+    EXPECT_EQ(rewritten("((x true (1) ()))", {{"x", "b"}, {"b", "c"}}), "((c true (1) ()))");
+    EXPECT_EQ(rewritten("((0 true (0) ()) (1 true (1) ()))", {{"1", "2"}, {"1", "3"}, {"0", "0"}, {"0", "1"}}),
+              "((0 true (0) ()) (1 true (0) ()) (2 true (1) ()) (3 true (1) ()))");
+    EXPECT_EQ(rewritten("((0 true (0) ()) (1 true (1) ()))", {{"0", "0"}, {"0", "1"}, {"1", "2"}, {"1", "3"}}),
+              "((0 true (0) ()) (2 true (0 1) ()) (3 true (0 1) ()))");
+    // What left is not moved again by what happens to the newcomer, and one that stays goes with it.
+    EXPECT_EQ(rewritten("((0 true (0) ()) (1 true (1) ()))", {{"1", "2"}, {"0", "1"}, {"1", "4"}}),
+              "((4 true (0) ()) (2 true (1) ()))");
+    EXPECT_EQ(
+        rewritten("((0 true (0) ()) (1 true (1) ()))", {{"1", "1"}, {"1", "2"}, {"0", "1"}, {"1", "4"}, {"1", "5"}}),
+        "((4 true (0 1) ()) (5 true (0 1) ()) (2 true (1) ()))");
+    // Reports of one point go on whatever else is told between.
+    EXPECT_EQ(rewritten("((x true (0) ()))", {{"x", "x"}, {"y", "z"}, {"x", "w"}}),
+              "((x true (0) ()) (w true (0) ()))");
+}
+
+TEST_F(ReferencePointsTest, malformedEntriesStayApartWherePointsMeet) {
+    Block &in = block("in", A_SIGNAL_IN_BLOCK);
+    setEntries(in, A_SCHEDULE_CONSTRAINT_WIRES, "((z true 7 ()) (x true (1) 8) (y true (2) ()) (v true (3) (4)))");
+    update({}, [&](const Unroller &unroller) {
+        for (const char *name : {"x", "y", "v"}) {
+            unroller.notifyUnrollWire(in, value(name), in, value("z"));
+        }
+    });
+    EXPECT_EQ(param(in, A_SCHEDULE_CONSTRAINT_WIRES), "((z true 7 ()) (z true (1) 8) (z true (2 3) (4)))");
 }
 
 TEST_F(ReferencePointsTest, writesNothingWhereNothingIsReplaced) {

@@ -135,7 +135,10 @@ TEST_F(CompoundDecorIndexTest, isInvalidForWhatIsNoPath) {
           "(compoundDecorIndexTag (compoundIndexTypeVector x))",
           "(compoundDecorIndexTag (compoundIndexTypeVector 0.5))",
           "(compoundDecorIndexTag (compoundIndexTypeVector 4294967296))",
-          "(compoundDecorIndexTag (compoundIndexTypeVector nan))",
+          "(compoundDecorIndexTag (compoundIndexTypeVector 0x0.8))",
+          "(compoundDecorIndexTag (compoundIndexTypeVector +nan))",
+          "(compoundDecorIndexTag (compoundIndexTypeVector +inf))",
+          "(compoundDecorIndexTag (compoundIndexTypeVector -zero))",
           "(compoundDecorIndexTag (compoundIndexTypeVector -1))",
           "(compoundDecorIndexTag (compoundIndexTypeComplex 2))",
           "(compoundDecorIndexTag (compoundIndexTypeVector 0) 1)"}) {
@@ -155,7 +158,7 @@ RC_GTEST_FIXTURE_PROP(CompoundDecorIndexTest, readsWhatItWrites, ()) {
 }
 
 RC_GTEST_FIXTURE_PROP(CompoundDecorIndexTest, readsMutatedTuplesOnlyIfTheyArePaths, ()) {
-    const PureValueRef tuple = test::mutated(chanceIndex().toValue(), mgr.context());
+    const PureValueRef tuple = test::mutatedSome(chanceIndex().toValue(), mgr.context());
     const CompoundDecorIndex index = CompoundDecorIndex::fromValue(tuple);
     if (index.valid()) {
         RC_ASSERT(index.toValue() == tuple);
@@ -322,6 +325,37 @@ TEST_F(CompoundTypeInfoTest, readsNestingsAsDeepAsATextCanBe) {
     }
     EXPECT_EQ(CompoundTypeInfo::createFromValue(type).getIndexDeep(0).steps().size(), limits::kTupleDepth);
     EXPECT_FALSE(CompoundTypeInfo::createFromValue(PureTupleValue::get(A_TYPE_AGGREGATE, type, mgr.context())).valid());
+}
+
+TEST_F(CompoundTypeInfoTest, hasNoMoreLevelsThanATextCanHave) {
+    const auto ones = [](std::size_t count) { return CompoundTypeInfo::createVectorInfo(std::vector<int>(count, 1)); };
+    const CompoundTypeInfo deepest = ones(limits::kTupleDepth);
+    EXPECT_EQ(deepest.getIndexDeep(0).steps().size(), limits::kTupleDepth);
+    EXPECT_FALSE(ones(limits::kTupleDepth + 1).valid());
+    EXPECT_FALSE(ones(1000000).valid());
+    CompoundTypeInfo atALeaf = deepest;
+    atALeaf.setLevelBelow(atALeaf.begin(), CompoundTypeInfo::createComplexInfo());
+    EXPECT_FALSE(atALeaf.valid());
+    CompoundTypeInfo around = CompoundTypeInfo::createAggregateTypeInfo(3);
+    around.setLevelBelow(1, ones(limits::kTupleDepth - 1));
+    ASSERT_TRUE(around.valid());
+    // The deepest element counts, wherever it stands, and only as long as it does.
+    around.setLevelBelow(2, CompoundTypeInfo::createComplexInfo());
+    CompoundTypeInfo outer = CompoundTypeInfo::createComplexInfo();
+    outer.setLevelBelow(0, around);
+    EXPECT_FALSE(outer.valid());
+    around.setLevelBelow(1, CompoundTypeInfo());
+    outer = CompoundTypeInfo::createComplexInfo();
+    outer.setLevelBelow(0, around);
+    EXPECT_EQ(leavesOf(outer), "re.a0 re.a1 re.a2.re re.a2.im im");
+    CompoundTypeInfo grown = CompoundTypeInfo::createVectorInfo(1);
+    std::size_t levels = 1;
+    for (; grown.valid() && levels < 1000000; ++levels) {
+        CompoundTypeInfo next = CompoundTypeInfo::createVectorInfo(1);
+        next.setLevelBelow(0, grown);
+        grown = next;
+    }
+    EXPECT_EQ(levels, limits::kTupleDepth + 1);
 }
 
 TEST_F(CompoundTypeInfoTest, readsATypeThatSharesItsPartsOnce) {

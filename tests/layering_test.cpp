@@ -83,6 +83,7 @@ const std::map<std::string, int> &floors() {
         {"compoundtypeinfo", 4},
         {"unrollmappings", 4},
         {"compoundportcorrespondence", 4},
+        {"replacedpoints", 4},
         {"scheduledmodelhandle", 4},
         {"typequeryminimalset", 4},
         {"typeinferdebug", 4},

@@ -44,6 +44,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"passscheduler", "pass"},
         {"port", "block"},
         {"profilingwriter", "profiling"},
+        {"replacedpoints", "compoundportcorrespondence"},
         {"root", "utilsmall"},
         {"signalshape", "designgenerator"},
         {"statekernels", "simulator"},

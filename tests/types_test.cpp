@@ -157,11 +157,28 @@ TEST_F(Types, readsNothingOutOfMalformedTuples) {
     for (const char *text :
          {"a", "7", "()", "(typeSFixed)", "(typeSFixed 8)", "(typeSFixed a 4)", "(typeNone 8 4)", "(typeVector 3)",
           "(typeVector a (typeSFixed 8 4))", "(typeComplex)", "(typeComplex (typeVector 2 (typeSFixed 8 4)))",
-          "(typeAggregate (typeSFixed 8 4))", "(typeSFixed 0x1p+40 0)"}) {
+          "(typeAggregate (typeSFixed 8 4))", "(typeSFixed 0x1p+40 0)", "(typeSFixed +nan 4)", "(typeSFixed 8 -inf)"}) {
         EXPECT_EQ(spec(text), NumTypeSpec()) << text;
     }
     EXPECT_FALSE(NumTypeSpec(PureValueRef(), ctx).valid());
 }
+
+TEST_F(Types, takesOnlyWholeNumbersForLengthsOfVectors) {
+    for (const char *length : {"0x2.8", "0x0.8", "+nan", "+inf", "-inf", "-zero", "2147483648", "4294967298"}) {
+        ASSERT_TRUE(numberVR(value(length))) << length;
+        const std::string text = std::string("(typeVector ") + length + " (typeSFixed 8 4))";
+        EXPECT_FALSE(spec(text).valid()) << text;
+        EXPECT_FALSE(spec("(typeVector 2 " + text + ")").valid()) << text;
+        PureValueRef inner;
+        const VectorDecorSpec vectors(value("(typeVector 3 " + text + ")"), inner, ctx);
+        EXPECT_EQ(vectors.vectorLengths(), (Lengths{3})) << text;
+        EXPECT_EQ(inner, value(text));
+        EXPECT_EQ(readableType(value(text).get_ptr()), value(text)->toString());
+    }
+    EXPECT_EQ(spec("(typeVector 2147483647 (typeSFixed 8 4))").vectorLengths(), (Lengths{2147483647}));
+}
+
+TEST_F(Types, readsAWidthOfMinusZeroAsZero) { EXPECT_EQ(spec("(typeSFixed 8 -zero)"), NumTypeSpec::sfixed(8, 0)); }
 
 TEST_F(Types, keepsAnInvalidSpecInvalid) {
     NumTypeSpec type;

@@ -7,6 +7,7 @@
 #include <orvo/wire.h>
 
 #include <map>
+#include <memory>
 #include <unordered_set>
 #include <vector>
 
@@ -15,6 +16,10 @@ namespace orvo {
 class Block;
 class PassContext;
 class Port;
+
+namespace internal {
+class ReplacedPoints;
+}
 
 /// A port that may not exist yet: a block and the key under which it will read a wire. Outlives the port itself, which
 /// ends and comes back as its connection changes; must not outlive the block.
@@ -125,28 +130,40 @@ class ORVO_API UnrolledPortWireNames {
     std::unordered_set<const Wire *> mWireSet;
 };
 
-/// Remembers which points took the place of which. A point is the pair (name of the block, name of the port or wire),
-/// since the blocks themselves die.
+/// Remembers which points took the place of which, and the constraints that were there. A point is the pair (name of
+/// the block, name of the port or wire), since the blocks themselves die.
+///
+/// Names are used again, so the order of the reports counts. Reports of one old point make one step: each names one
+/// more point that takes the place of what stood there. Once another point has become the old one, the next report of
+/// it begins a new step, which moves on what stands there by then, and nothing that has left.
 class ORVO_API ReferenceNameMapping final : public UnrollerNotifier {
   public:
+    ReferenceNameMapping();
+    ~ReferenceNameMapping() override;
+    ReferenceNameMapping(const ReferenceNameMapping &) = delete;
+    ReferenceNameMapping &operator=(const ReferenceNameMapping &) = delete;
+
     void unrollPort(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
                     const PureValueRef &newName) override;
     void unrollWire(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
                     const PureValueRef &newName) override;
 
-    bool empty() const { return mPorts.empty() && mWires.empty(); }
-    /// The points that stand there now, behind all replacements, each once, in the order in which they were told; empty
+    bool empty() const;
+    /// The points where what first stood at this one stands now, each once, in the order in which they were told; empty
     /// for a point that was not replaced.
     std::vector<PureTupleValueRef> latestPoints(const PureTupleValueRef &point, bool isPort) const;
 
   private:
-    using Table = std::map<PureTupleValueRef, std::vector<PureTupleValueRef>>;
-    Table mPorts;
-    Table mWires;
+    friend class NetlistReferencePointsUpdater;
+    const internal::ReplacedPoints &points(bool isPort) const { return isPort ? *mPorts : *mWires; }
+
+    std::unique_ptr<internal::ReplacedPoints> mPorts;
+    std::unique_ptr<internal::ReplacedPoints> mWires;
 };
 
 /// Keeps the latency constraints of one model, in one instance, at the right points while its blocks are replaced: what
-/// the unrollers told is written to the blocks when the updater goes.
+/// the unrollers told is written to the blocks when the updater goes. A block may die once its points were told of. A
+/// substitute that was given all parameters of a block keeps the entries of points that were not replaced.
 class ORVO_API NetlistReferencePointsUpdater {
   public:
     NetlistReferencePointsUpdater(const PassContext &context, Model &model, RefChain refChain);
@@ -161,9 +178,13 @@ class ORVO_API NetlistReferencePointsUpdater {
   private:
     using MovedEntries = std::map<Block *, std::vector<ValueRef>, Model::ByName>;
     void unrollLatencyConstraints();
+    bool isOfThisInstance(const ValueRef &entry) const;
+    /// What the replaced points had, at the points that stand there now; their blocks may be gone.
+    MovedEntries movedEntries(bool isPort) const;
     /// One list of a block as it becomes, null if nothing stays; entries for other blocks go to `moved`.
     ValueRef unrollPortWireNames(const Block &block, const TupleValueRef &entries, bool isPort,
                                  MovedEntries &moved) const;
+    void moveEntry(const PureTupleValueRef &point, const ValueRef &entry, MovedEntries &moved) const;
 
     Model &mModel;
     RefChain mRefChain;

@@ -74,8 +74,8 @@ class ORVO_API CompoundDecorIndex {
 };
 
 /// The shape of a compound signal, a tree: each element of a level is a leaf or has a level below. A plain signal has
-/// no shape: it is an invalid info, as is a shape of more leaves than an `int` counts. Copies share the tree until one
-/// of them is changed.
+/// no shape: it is an invalid info, as is a shape of more leaves than an `int` counts or of more levels than a text can
+/// have (`limits::kTupleDepth`). Copies share the tree until one of them is changed.
 class ORVO_API CompoundTypeInfo {
   public:
     /// From a place among the leaves, or among the elements of the top level, to its path.
@@ -132,7 +132,7 @@ class ORVO_API CompoundTypeInfo {
     /// if the spec is no record.
     static CompoundTypeInfo createAggregateTypeInfo(const AggregateTypeSpec &record, bool withDecorations);
     /// All levels of a type. Invalid for a plain type and for null; a record without members has no leaves, and makes
-    /// all that it stands in invalid, as does a nesting deeper than a text can have (`limits::kTupleDepth`).
+    /// all that it stands in invalid, as does a nesting that is too deep.
     static CompoundTypeInfo createFromValue(const PureValueRef &type);
 
     bool valid() const { return mImpl != nullptr; }
@@ -142,7 +142,8 @@ class ORVO_API CompoundTypeInfo {
 
     /// Invalid for a leaf. An element that the top level does not have is an assertion.
     CompoundTypeInfo getLevelBelow(int element) const;
-    /// Replaces what is below an element of the top level; an invalid info makes it a leaf.
+    /// Replaces what is below an element of the top level; an invalid info makes it a leaf. This info becomes invalid
+    /// if it has too many leaves or levels then.
     void setLevelBelow(int element, const CompoundTypeInfo &below);
     /// The same for a leaf, wherever it is.
     void setLevelBelow(const const_iterator &leaf, const CompoundTypeInfo &below);

@@ -30,6 +30,7 @@ class ORVO_API UnrollMappings {
     bool operator!=(const UnrollMappings &other) const { return !(*this == other); }
 
     /// Naming another new port for the same part than before is an assertion, as are null names and an invalid index.
+    /// A part that is mapped whole must not be mapped in parts as well; the value of such mappings is not read back.
     void addMapping(const PureValueRef &originalPortName, const CompoundDecorIndex &index,
                     const PureValueRef &mappedPortName);
     /// Null for a part that is not mapped.
@@ -45,7 +46,7 @@ class ORVO_API UnrollMappings {
 
     /// Null if invalid.
     PureValueRef toValue(Context *context = ContextMgr::getThreadContext()) const;
-    /// A port that is told twice or without parts, or a part told twice, is malformed, too.
+    /// A port that is told twice or without parts is malformed, too, as is a part told twice or beside parts of itself.
     static UnrollMappings fromValue(const PureValueRef &value);
 
   private:

@@ -1,6 +1,7 @@
 // Names of ports and wires through the taking apart of blocks: who stands for whom now.
 #include <orvo/compoundportcorrespondence.h>
 
+#include "orvo/replacedpoints.h"
 #include "orvo/scheduleconstraints.h"
 
 #include <orvo/block.h>
@@ -10,7 +11,6 @@
 #include <orvo/pass.h>
 #include <orvo/staticstrings.h>
 
-#include <functional>
 #include <map>
 #include <set>
 
@@ -169,14 +169,19 @@ void UnrolledPortWireNames::unrollNames(const BoundaryUnrollMappingStateItem *st
 
 namespace {
 
-PureTupleValueRef pointOf(const Block &block, const PureValueRef &name) {
-    return PureTupleValue::get(block.getName(), name, block.getContext());
-}
-
 ValueRef renamed(const TupleValue &entry, const PureValueRef &name, Context *context) {
     std::vector<ValueRef> elements(entry.begin(), entry.end());
     elements.front() = name;
     return TupleValue::get(elements, context);
+}
+
+/// Whether the ids of an entry have the form that can be joined with others.
+bool isJoinable(const TupleValue &entry) {
+    const auto isList = [&entry](std::size_t slot) {
+        const Value *ids = entry.at(slot).get_ptr();
+        return ids == nullptr || internal::asTuple(ids) != nullptr;
+    };
+    return isList(kEntryFrom) && isList(kEntryTo);
 }
 
 /// The ids of both, each once.
@@ -200,14 +205,23 @@ class PointEntries {
     explicit PointEntries(Context *context) : mContext(context) {}
     /// As it is.
     void keep(const ValueRef &value) {
-        if (const TupleValue *entry = asEntry(value.get_ptr())) {
+        const TupleValue *entry = asEntry(value.get_ptr());
+        if (entry != nullptr && isJoinable(*entry)) {
             mPlaces.emplace(placeKey(*entry), mEntries.size());
         }
+        mApart.insert(value.get_ptr());
         mEntries.push_back(value);
     }
-    /// An entry; one for the same point and instance takes it in.
+    /// An entry; one for the same point and instance takes it in. A malformed one stays apart, so that a check finds
+    /// it.
     void add(const ValueRef &value) {
         const TupleValue &entry = *asEntry(value.get_ptr());
+        if (!isJoinable(entry)) {
+            if (mApart.insert(value.get_ptr()).second) {
+                mEntries.push_back(value);
+            }
+            return;
+        }
         const auto [place, isNew] = mPlaces.try_emplace(placeKey(entry), mEntries.size());
         if (isNew) {
             mEntries.push_back(value);
@@ -231,46 +245,30 @@ class PointEntries {
     Context *mContext;
     std::vector<ValueRef> mEntries;
     std::map<Key, std::size_t> mPlaces;
+    std::set<const Value *> mApart;
 };
 
 } // namespace
 
+ReferenceNameMapping::ReferenceNameMapping()
+    : mPorts(std::make_unique<internal::ReplacedPoints>()), mWires(std::make_unique<internal::ReplacedPoints>()) {}
+
+ReferenceNameMapping::~ReferenceNameMapping() = default;
+
 void ReferenceNameMapping::unrollPort(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
                                       const PureValueRef &newName) {
-    mPorts[pointOf(oldBlock, oldName)].push_back(pointOf(newBlock, newName));
+    mPorts->tell(oldBlock, oldName, newBlock, newName, A_SCHEDULE_CONSTRAINT_PORTS);
 }
 
 void ReferenceNameMapping::unrollWire(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock,
                                       const PureValueRef &newName) {
-    mWires[pointOf(oldBlock, oldName)].push_back(pointOf(newBlock, newName));
+    mWires->tell(oldBlock, oldName, newBlock, newName, A_SCHEDULE_CONSTRAINT_WIRES);
 }
 
+bool ReferenceNameMapping::empty() const { return mPorts->empty() && mWires->empty(); }
+
 std::vector<PureTupleValueRef> ReferenceNameMapping::latestPoints(const PureTupleValueRef &point, bool isPort) const {
-    const Table &table = isPort ? mPorts : mWires;
-    std::vector<PureTupleValueRef> latest;
-    std::set<PureTupleValueRef> met{point};
-    std::set<PureTupleValueRef> given;
-    const auto give = [&](const PureTupleValueRef &at) {
-        if (given.insert(at).second) {
-            latest.push_back(at);
-        }
-    };
-    const std::function<void(const std::vector<PureTupleValueRef> &, const PureTupleValueRef &)> follow =
-        [&](const std::vector<PureTupleValueRef> &replacements, const PureTupleValueRef &from) {
-            for (const PureTupleValueRef &at : replacements) {
-                const auto next = table.find(at);
-                // A point that stays, beside others or alone, is told as its own replacement.
-                if (next == table.end() || at == from) {
-                    give(at);
-                } else if (met.insert(at).second) {
-                    follow(next->second, at);
-                }
-            }
-        };
-    if (const auto replaced = table.find(point); replaced != table.end()) {
-        follow(replaced->second, point);
-    }
-    return latest;
+    return points(isPort).latest(point);
 }
 
 NetlistReferencePointsUpdater::NetlistReferencePointsUpdater(const PassContext &context, Model &model,
@@ -286,7 +284,7 @@ void NetlistReferencePointsUpdater::unrollLatencyConstraints() {
         return;
     }
     for (const internal::PointTable &table : internal::kPointTables) {
-        MovedEntries moved;
+        MovedEntries moved = movedEntries(table.isPort);
         for (Block &block : mModel) {
             if (const TupleValueRef entries = tupleVR(block.getParam(*table.param))) {
                 const ValueRef unrolled = unrollPortWireNames(block, entries, table.isPort, moved);
@@ -308,27 +306,47 @@ void NetlistReferencePointsUpdater::unrollLatencyConstraints() {
     }
 }
 
+bool NetlistReferencePointsUpdater::isOfThisInstance(const ValueRef &entry) const {
+    return OrvoUtils::matchesRefChain(asEntry(entry.get_ptr())->at(kEntryChain), mRefChain);
+}
+
+void NetlistReferencePointsUpdater::moveEntry(const PureTupleValueRef &point, const ValueRef &entry,
+                                              MovedEntries &moved) const {
+    if (Block *block = mModel.getBlock(point->at(0))) {
+        moved[block].push_back(renamed(*asEntry(entry.get_ptr()), point->at(1), block->getContext()));
+    }
+}
+
+NetlistReferencePointsUpdater::MovedEntries NetlistReferencePointsUpdater::movedEntries(bool isPort) const {
+    MovedEntries moved;
+    const internal::ReplacedPoints &points = mMapping.points(isPort);
+    for (const internal::ReplacedPoints::HeldEntry &held : points.heldEntries()) {
+        if (isOfThisInstance(held.entry)) {
+            for (const PureTupleValueRef &point : points.latest(held.point)) {
+                moveEntry(point, held.entry, moved);
+            }
+        }
+    }
+    return moved;
+}
+
 ValueRef NetlistReferencePointsUpdater::unrollPortWireNames(const Block &block, const TupleValueRef &entries,
                                                             bool isPort, MovedEntries &moved) const {
+    const internal::ReplacedPoints &replaced = mMapping.points(isPort);
     PointEntries list(block.getContext());
     bool isChanged = false;
     for (const ValueRef &value : *entries) {
-        const TupleValue *entry = asEntry(value.get_ptr());
-        const PureValueRef name = entry == nullptr ? PureValueRef() : PureValueRef(entry->at(kEntryKey));
-        const std::vector<PureTupleValueRef> points =
-            name && OrvoUtils::matchesRefChain(entry->at(kEntryChain), mRefChain)
-                ? mMapping.latestPoints(pointOf(block, name), isPort)
-                : std::vector<PureTupleValueRef>();
-        isChanged = isChanged || !points.empty();
-        if (points.empty()) {
+        const PureTupleValueRef at = replaced.replacedPoint(block, value);
+        if (!at || !isOfThisInstance(value)) {
             list.keep(value);
+            continue;
         }
-        for (const PureTupleValueRef &point : points) {
-            const ValueRef renamedEntry = renamed(*entry, point->at(1), block.getContext());
+        isChanged = true;
+        for (const PureTupleValueRef &point : replaced.latest(at)) {
             if (point->at(0) == block.getName()) {
-                list.add(renamedEntry);
-            } else if (Block *other = mModel.getBlock(point->at(0))) {
-                moved[other].push_back(renamedEntry);
+                list.add(renamed(*asEntry(value.get_ptr()), point->at(1), block.getContext()));
+            } else {
+                moveEntry(point, value, moved);
             }
         }
     }

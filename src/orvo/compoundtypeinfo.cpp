@@ -155,15 +155,15 @@ class CompoundTypeInfoImpl {
   public:
     using Step = CompoundDecorIndex::Step;
 
-    /// A level of equal elements. Invalid if it has too many leaves.
+    /// A level of equal elements. Invalid if it has too many leaves or levels.
     static CompoundTypeInfo makeLevel(CompoundKind kind, int size, const CompoundTypeInfo &below) {
         ORVO_ASSERT(size > 0, "a level of a compound type has no elements");
         auto level = std::make_shared<CompoundTypeInfoImpl>(kind, size, below);
-        return level->mLeaves > kMostLeaves ? CompoundTypeInfo() : CompoundTypeInfo(std::move(level));
+        return level->isWithinBounds() ? CompoundTypeInfo(std::move(level)) : CompoundTypeInfo();
     }
 
     CompoundTypeInfoImpl(CompoundKind kind, int size, const CompoundTypeInfo &below)
-        : mKind(kind), mSize(size), mRuns{{0, 0, below}} {
+        : mKind(kind), mSize(size), mRuns{{0, 0, 0, below}} {
         count(0);
     }
 
@@ -176,7 +176,7 @@ class CompoundTypeInfoImpl {
         return mRuns[runAt(&Run::first, element)].below;
     }
 
-    /// False if the leaves have become too many.
+    /// False if the leaves or the levels have become too many.
     bool setBelow(int element, const CompoundTypeInfo &below) {
         const std::size_t at = runAt(&Run::first, element);
         const Run old = mRuns[at];
@@ -184,16 +184,16 @@ class CompoundTypeInfoImpl {
         if (old.first < element) {
             parts.push_back(old);
         }
-        parts.push_back({element, 0, below});
+        parts.push_back({element, 0, 0, below});
         if (element + 1 < endOf(at)) {
-            parts.push_back({element + 1, 0, old.below});
+            parts.push_back({element + 1, 0, 0, old.below});
         }
         const auto place = mRuns.erase(mRuns.begin() + static_cast<std::ptrdiff_t>(at));
         mRuns.insert(place, parts.begin(), parts.end());
         const std::size_t from = at == 0 ? 0 : at - 1;
         joinEqual(from, at + parts.size());
         count(from);
-        return mLeaves <= kMostLeaves;
+        return isWithinBounds();
     }
 
     /// The element that a leaf is under; `leaf` becomes its place among the leaves of that element.
@@ -225,10 +225,17 @@ class CompoundTypeInfoImpl {
     struct Run {
         int first;
         std::int64_t firstLeaf;
+        /// The most levels below an element before these.
+        std::size_t levelsBefore;
         CompoundTypeInfo below;
     };
 
     static std::int64_t leavesOf(const CompoundTypeInfo &below) { return below.valid() ? below.mImpl->mLeaves : 1; }
+
+    static std::size_t levelsOf(const CompoundTypeInfo &below) { return below.valid() ? below.mImpl->mLevels : 0; }
+
+    /// The levels are as many as calls inside each other where a shape is changed or ends.
+    bool isWithinBounds() const { return mLeaves <= kMostLeaves && mLevels <= limits::kTupleDepth; }
 
     int endOf(std::size_t run) const { return run + 1 < mRuns.size() ? mRuns[run + 1].first : mSize; }
 
@@ -249,13 +256,21 @@ class CompoundTypeInfoImpl {
         for (std::size_t i = from; i < mRuns.size(); ++i) {
             const std::int64_t behind =
                 mRuns[i].firstLeaf + leavesOf(mRuns[i].below) * std::int64_t{endOf(i) - mRuns[i].first};
-            (i + 1 < mRuns.size() ? mRuns[i + 1].firstLeaf : mLeaves) = behind;
+            const std::size_t levels = std::max(mRuns[i].levelsBefore, levelsOf(mRuns[i].below));
+            if (i + 1 < mRuns.size()) {
+                mRuns[i + 1].firstLeaf = behind;
+                mRuns[i + 1].levelsBefore = levels;
+            } else {
+                mLeaves = behind;
+                mLevels = levels + 1;
+            }
         }
     }
 
     CompoundKind mKind;
     int mSize;
     std::int64_t mLeaves = 0;
+    std::size_t mLevels = 0;
     std::vector<Run> mRuns;
 };
 

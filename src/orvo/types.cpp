@@ -27,18 +27,20 @@ bool readWidth(const Value *value, int &width) {
     if (number == nullptr || !(std::abs(number->toDouble()) <= static_cast<double>(NumTypeSpec::kMaxWidth))) {
         return false;
     }
-    width = number->toInt();
+    // By way of the double, which knows what stands for zero.
+    width = static_cast<int>(number->toDouble());
     return true;
 }
 
-/// One layer of a vector type: its length and what it stands around. Null if the value is no vector type.
+/// One layer of a vector type: its length and what it stands around. Null if the value is no vector type: a part of a
+/// lane is no length, nor is what an `int` does not hold.
 const Value *peelVector(const Value *value, std::vector<int> &lengths) {
     const TupleValue *tuple = asTuple(value);
     if (tuple == nullptr || tuple->size() != 3 || !(tuple->at(0) == A_TYPE_VECTOR)) {
         return nullptr;
     }
     const NumberValue *length = asNumber(tuple->at(1).get_ptr());
-    if (length == nullptr) {
+    if (length == nullptr || !length->isInt()) {
         return nullptr;
     }
     lengths.push_back(length->toInt());

@@ -6,7 +6,34 @@
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
 
+#include <algorithm>
+
 namespace orvo {
+
+namespace {
+
+/// Whether a part of a port has parts of its own beside itself. Composing such mappings could name one part twice.
+bool hasPartInPart(const UnrollMappings::Parts &parts) {
+    using Step = CompoundDecorIndex::Step;
+    using Path = std::vector<Step>;
+    std::vector<const Path *> paths;
+    for (const auto &[index, name] : parts) {
+        paths.push_back(&index.steps());
+    }
+    // Step by step, so that a path stands right before the paths that continue it.
+    std::sort(paths.begin(), paths.end(), [](const Path *a, const Path *b) {
+        return std::lexicographical_compare(
+            a->begin(), a->end(), b->begin(), b->end(), [](const Step &left, const Step &right) {
+                return std::pair(left.kind, left.index) < std::pair(right.kind, right.index);
+            });
+    });
+    const auto continues = [](const Path *shorter, const Path *longer) {
+        return shorter->size() < longer->size() && std::equal(shorter->begin(), shorter->end(), longer->begin());
+    };
+    return std::adjacent_find(paths.begin(), paths.end(), continues) != paths.end();
+}
+
+} // namespace
 
 void UnrollMappings::addMapping(const PureValueRef &originalPortName, const CompoundDecorIndex &index,
                                 const PureValueRef &mappedPortName) {
@@ -105,7 +132,7 @@ bool UnrollMappings::addFromValue(const PureValueRef &entry) {
         }
         mMappedNames.insert(pair->at(1));
     }
-    return true;
+    return !hasPartInPart(parts->second);
 }
 
 UnrollMappings UnrollMappings::fromValue(const PureValueRef &value) {

@@ -3,7 +3,11 @@
 
 #include <orvo/unrollmappings.h>
 
+#include "support/randomtuples.h"
+
 #include <rapidcheck.h>
+
+#include <vector>
 
 namespace orvo::test {
 
@@ -23,6 +27,22 @@ inline UnrollMappings chanceMappings(Context *context) {
         }
     }
     return mappings;
+}
+
+/// The tuple of mappings, of which there is one for each part, in the order in which they are written.
+inline PureValueRef sortedMappings(const PureValueRef &value, Context *context) {
+    const PureTupleValueRef tuple = pureTupleVR(value);
+    const auto byPath = [](const PureValueRef &a, const PureValueRef &b) {
+        return CompoundDecorIndex::fromValue(a) < CompoundDecorIndex::fromValue(b);
+    };
+    std::vector<PureValueRef> elements(tuple->begin(), tuple->end());
+    for (std::size_t i = 1; i < elements.size(); ++i) {
+        const PureTupleValueRef port = pureTupleVR(elements[i]);
+        std::vector<PureValueRef> parts(port->begin(), port->end());
+        parts[1] = sortedEntries(parts[1], 0, byPath, context);
+        elements[i] = PureTupleValue::get(parts, context);
+    }
+    return sortedEntries(PureTupleValue::get(elements, context), 1, DeepValueCmp(), context);
 }
 
 } // namespace orvo::test
