@@ -374,17 +374,17 @@ bool MetadataRoutes::isUpstream(const NodeBlock &dead, const NodeBlock &block) c
 /// Whether what took the place of a reader that died does the dead block's work, too: it reads what the dead block
 /// read, and not the dead block.
 bool MetadataRoutes::doesWorkOf(const NodeBlock &deadReader, std::uint32_t mark) const {
-    bool does = false;
     bool reads = false;
     eachReaderOf(deadReader, [&](const Disconnection &gone) {
-        if (gone.heir == nullptr || gone.heir->mOwner == &deadReader) {
-            return;
-        }
-        const NodeBlock &heir = *gone.heir->mOwner;
-        reads = reads || heir.mReader == mark || &heir == mDead;
-        does = does || (isNew(heir) && anyInputOf(heir, [&](const NodeWire &wire) { return wasInput(wire, mark); }));
+        const NodeBlock *heir = gone.heir == nullptr ? nullptr : gone.heir->mOwner;
+        reads = reads || heir == mDead || (heir != nullptr && heir != &deadReader && heir->mReader == mark);
     });
-    return does && !reads;
+    bool does = false;
+    eachReaderOf(deadReader, [&](const Disconnection &gone) {
+        does = does || (!reads && gone.heir != nullptr && isNew(*gone.heir->mOwner) &&
+                        anyInputOf(*gone.heir->mOwner, [&](const NodeWire &wire) { return wasInput(wire, mark); }));
+    });
+    return does;
 }
 
 /// A reader that was left open for a while.
