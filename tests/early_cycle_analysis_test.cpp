@@ -171,8 +171,10 @@ struct LoopsOfType : LoopsOfNegations {
     bool preventsFurtherAnalysis(const Block *block) const override {
         return wall != nullptr && block->type() == wall->get_ptr();
     }
+    bool furtherAnalysis() const override { return tells; }
     const StaticString &janus;
     const StaticString *wall;
+    bool tells = true;
 };
 
 TEST_F(EarlyCycle, asksOfTheBlocksThatCarrySignalsByName) {
@@ -186,6 +188,8 @@ TEST_F(EarlyCycle, asksOfTheBlocksThatCarrySignalsByName) {
         EXPECT_TRUE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &edges)) << type->text();
         EXPECT_EQ(edges.told, Told({"0: " + type->text() + " neg"}));
         LoopsOfType walled(A_NEG_BLOCK, type);
+        EXPECT_FALSE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &walled)) << type->text();
+        walled.tells = false;
         EXPECT_FALSE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &walled)) << type->text();
     }
 }
@@ -414,6 +418,20 @@ TEST_F(EarlyCycleAcross, keepsInstancesOfTheUpperModelApart) {
     EXPECT_EQ(toldOf(above), Told({"3: neg"}));
 }
 
+TEST_F(EarlyCycleAcross, joinsNoEndsOfTwoInstancesOfOneModel) {
+    Block &head = make(sub, "head", A_NEG_BLOCK);
+    head.setParam(value("0"), *Wire::create(*Block::create(sub, "c", A_CONST_BLOCK), "c"));
+    Block::create(sub, "out", A_OUTPUT_BLOCK)->setParam(value("y"), out(head));
+    startsAt("true");
+    endsAt(head, "true");
+    Block &first = instance(top, "first", sub);
+    Block &second = instance(top, "second", sub);
+    first.setParam(value("x"), *second.getWire(value("y")));
+    EXPECT_EQ(toldOf(top), Told());
+    second.setParam(value("x"), *first.getWire(value("y")));
+    EXPECT_EQ(toldOf(top), Told({"6: head head", "6: head head"}));
+}
+
 TEST_F(EarlyCycleAcross, joinsAllEndsOfModelsThatHaveNothingToDoWithEachOther) {
     Model &other = *Model::create(design, "other");
     Block &head = make(other, "head", A_NEG_BLOCK);
@@ -492,20 +510,24 @@ TEST_F(EarlyCycleTwoWays, tellsTheWorstWhereALatencyIsNegative) {
 
 TEST_F(EarlyCycleTwoWays, countsNegativeLatenciesForAdders) {
     top.setParam(A_SYNTH_CIRCUIT_TIMED, A_TRUE);
-    neg.setParam(A_BLOCK_TYPE, A_BIT_SELECT_BLOCK);
-    neg.setParam(A_BIT_SELECT_BIT_OFFSET, value("1"));
-    connect(make(top, "c", A_CONST_BLOCK), sum, "1");
-    const auto suppresses = [&] {
-        EarlyCycleAdderAnalysis::suppressPipeliningOfAdderFeedbackLoops(design);
-        return sum[A_TESSELLATION_SPLIT_WIDTH] == value("-1") && three[A_TESSELLATION_SPLIT_WIDTH] == value("-1") &&
-               !two[A_TESSELLATION_SPLIT_WIDTH];
-    };
-    latency(0);
-    EXPECT_FALSE(suppresses());
-    latency(-1);
-    EXPECT_FALSE(suppresses());
-    latency(-2);
-    EXPECT_TRUE(suppresses());
+    const PureValueRef mark = value("-1");
+    // The ways fork in front of the shift, or behind it.
+    for (const auto &[adder, shift] : {std::pair(&neg, &sum), std::pair(&sum, &neg)}) {
+        adder->setParam(A_BLOCK_TYPE, A_SUB_BLOCK);
+        shift->setParam(A_BLOCK_TYPE, A_BIT_SELECT_BLOCK);
+        shift->setParam(A_BIT_SELECT_BIT_OFFSET, value("1"));
+        for (const int cycles : {0, -1, -2}) {
+            latency(cycles);
+            for (Block &block : top) {
+                block.setParam(A_TESSELLATION_SPLIT_WIDTH, nullptr);
+            }
+            EarlyCycleAdderAnalysis::suppressPipeliningOfAdderFeedbackLoops(design);
+            for (const Block *block : {adder, &three, shift}) {
+                EXPECT_EQ((*block)[A_TESSELLATION_SPLIT_WIDTH] == mark, cycles < -1) << cycles;
+            }
+            EXPECT_FALSE(two[A_TESSELLATION_SPLIT_WIDTH]);
+        }
+    }
 }
 
 TEST_F(EarlyCycleTwoWays, tellsNoMoreThanANegativeCycleOnTheWay) {
@@ -528,6 +550,40 @@ TEST_F(EarlyCycleTwoWays, tellsNoMoreThanANegativeCycleOnTheWay) {
     last.setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((primWireOut true (1) ()))"));
     last.setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((0 true () (1)))"));
     EXPECT_EQ(toldOf(top), Told({"-1: neg two sum last"}));
+}
+
+TEST_F(EarlyCycleTwoWays, leavesOutNegativeCyclesBehindABlockThatEndsTheSearch) {
+    struct Policy : LoopsOfNegations {
+        bool isJanusBlock(const Block *block) const override {
+            return LoopsOfNegations::isJanusBlock(block) || preventsFurtherAnalysis(block);
+        }
+        bool isBlockSalient(const Block *block) const override { return salient == nullptr || salient == block; }
+        const Block *salient = nullptr;
+        bool preventsFurtherAnalysis(const Block *block) const override {
+            return block->type() == A_ABS_BLOCK.get_ptr();
+        }
+    } policy;
+    latency(1);
+    Block &back = delay(top, "back", -4);
+    Block &wall = make(top, "wall", A_ABS_BLOCK);
+    ring({&back});
+    // Behind the negation, and in front of it.
+    connect(neg, back, "in");
+    connect(back, wall);
+    connect(wall, neg, "1");
+    EXPECT_TRUE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &policy));
+    EXPECT_EQ(policy.told, Told({"2: neg two sum", "-4: wall neg back"}));
+    policy.told.clear();
+    policy.salient = &two;
+    EXPECT_TRUE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &policy));
+    EXPECT_EQ(policy.told, Told({"2: neg two sum", "-4: wall neg two sum back"}));
+    policy.told.clear();
+    policy.salient = nullptr;
+    connect(wall, back, "in");
+    connect(neg, wall);
+    connect(back, neg, "1");
+    EXPECT_TRUE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &policy));
+    EXPECT_EQ(policy.told, Told({"2: neg two sum", "-4: wall back neg"}));
 }
 
 TEST_F(EarlyCycle, looksForMemoryOnLoopsWithoutDelay) {
