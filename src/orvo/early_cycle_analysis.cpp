@@ -186,14 +186,48 @@ class ShortestWays {
     /// and `untilReturn` is set, which needs lengths that are not negative. Otherwise the way back to the start is none
     /// of the ways. Gives a node of a cycle of negative length that makes ways shorter without end, or `kNone`.
     template <class Neighbours> std::uint32_t explore(std::uint32_t start, bool untilReturn, Neighbours neighbours) {
+        begin();
+        seed(start);
+        return run(start, untilReturn, neighbours);
+    }
+
+    /// The same from each of many nodes, to that which is the nearest from any.
+    template <class Nodes, class Neighbours> std::uint32_t exploreFromAll(const Nodes &starts, Neighbours neighbours) {
+        begin();
+        std::for_each(starts.begin(), starts.end(), [this](std::uint32_t start) { seed(start); });
+        return run(kNone, false, neighbours);
+    }
+
+    bool reaches(std::uint32_t node) const { return mSearchOf[node] == mSearch; }
+    const Step &stepTo(std::uint32_t node) const { return mSteps[node]; }
+    /// The last step of the shortest way back to the start.
+    const Step &stepBack() const { return mReturn; }
+    /// The nodes as they were passed; some stand there several times.
+    const std::vector<std::uint32_t> &order() const { return mOrder; }
+
+  private:
+    struct Waiting {
+        Distance distance;
+        std::uint32_t node;
+        bool operator>(const Waiting &other) const {
+            return std::tie(distance, node) > std::tie(other.distance, other.node);
+        }
+    };
+
+    void begin() {
         ++mSearch;
         mOrder.clear();
         mReturn = {};
         mWaiting = {};
         mNegative.clear();
+    }
+    void seed(std::uint32_t start) {
         mSearchOf[start] = mSearch;
         mSteps[start] = {};
         mWaiting.push({0, start});
+    }
+    template <class Neighbours> std::uint32_t run(std::uint32_t start, bool untilReturn, Neighbours neighbours) {
+        std::size_t round = 0;
         while (!mWaiting.empty()) {
             const auto [distance, node] = mWaiting.top();
             mWaiting.pop();
@@ -221,30 +255,14 @@ class ShortestWays {
                     take(next, step);
                 }
                 mNegative.clear();
-                if (const std::uint32_t round = findRound(start); round != kNone) {
-                    return round;
+                if (const std::uint32_t circling = findCircling(round); circling != kNone) {
+                    return circling;
                 }
+                round = mOrder.size();
             }
         }
         return kNone;
     }
-
-    bool reaches(std::uint32_t node) const { return mSearchOf[node] == mSearch; }
-    const Step &stepTo(std::uint32_t node) const { return mSteps[node]; }
-    /// The last step of the shortest way back to the start.
-    const Step &stepBack() const { return mReturn; }
-    /// The nodes as they were passed; some stand there several times.
-    const std::vector<std::uint32_t> &order() const { return mOrder; }
-
-  private:
-    struct Waiting {
-        Distance distance;
-        std::uint32_t node;
-        bool operator>(const Waiting &other) const {
-            return std::tie(distance, node) > std::tie(other.distance, other.node);
-        }
-    };
-
     void take(std::uint32_t node, const Step &step) {
         if (!reaches(node) || step.distance < mSteps[node].distance) {
             mSearchOf[node] = mSearch;
@@ -252,16 +270,18 @@ class ShortestWays {
             mWaiting.push({step.distance, node});
         }
     }
-    /// A node whose way comes back to it: the ways make no tree any more once a negative cycle is gone round.
-    std::uint32_t findRound(std::uint32_t start) {
-        mWalkOf.assign(mSteps.size(), 0);
-        mWalkOf[start] = kNone;
-        for (std::uint32_t walk = 0; walk < mOrder.size(); ++walk) {
-            std::uint32_t node = mOrder[walk];
-            for (; mWalkOf[node] == 0; node = mSteps[node].before) {
-                mWalkOf[node] = walk + 1;
+    /// A node whose way comes back to it: the ways make no tree any more once a negative cycle is gone round. Such a
+    /// way leads over a node that was passed in this round.
+    std::uint32_t findCircling(std::size_t round) {
+        mWalkOf.resize(mSteps.size());
+        const std::uint64_t before = mWalk;
+        for (std::size_t i = round; i < mOrder.size(); ++i) {
+            ++mWalk;
+            std::uint32_t node = mOrder[i];
+            for (; node != kNone && mWalkOf[node] <= before; node = mSteps[node].before) {
+                mWalkOf[node] = mWalk;
             }
-            if (mWalkOf[node] == walk + 1) {
+            if (node != kNone && mWalkOf[node] == mWalk) {
                 return node;
             }
         }
@@ -277,7 +297,9 @@ class ShortestWays {
     std::priority_queue<Waiting, std::vector<Waiting>, std::greater<>> mWaiting;
     /// Negative edges that wait for the next round.
     std::vector<std::pair<std::uint32_t, Step>> mNegative;
-    std::vector<std::uint32_t> mWalkOf;
+    /// The walk back along the steps that passed the node last.
+    std::vector<std::uint64_t> mWalkOf;
+    std::uint64_t mWalk = 0;
 };
 
 class LoopSearch {
@@ -345,6 +367,9 @@ class LoopSearch {
         }
         std::sort(starts.begin(), starts.end());
         mIsNegative = mGraph.hasNegative() && hasNegativeInside(component);
+        if (mIsNegative) {
+            findPotentials(component);
+        }
         bool found = false;
         for (const std::uint32_t start : starts) {
             // An earlier loop may have taken the policy's interest in this block away.
@@ -372,7 +397,7 @@ class LoopSearch {
         return mAgainstData.explore(start, untilReturn, [&](std::uint32_t node, const auto &visit) {
             mGraph.forEachDriver(node, [&](std::uint32_t next, std::size_t edge) {
                 if (isPassable(next, start) && (region == Region::Component || mWithData.reaches(next))) {
-                    visit(next, edge, lengthOf(edge, lengths));
+                    visit(next, edge, lengthOf(edge, node, next, lengths));
                 }
             });
         });
@@ -381,13 +406,38 @@ class LoopSearch {
         return mWithData.explore(start, false, [&](std::uint32_t node, const auto &visit) {
             mGraph.forEachConsumer(node, [&](std::uint32_t next, std::size_t edge) {
                 if (isPassable(next, start) && (region == Region::Component || mAgainstData.reaches(next))) {
-                    visit(next, edge, lengthOf(edge, lengths));
+                    visit(next, edge, lengthOf(edge, next, node, lengths));
                 }
             });
         });
     }
-    std::int64_t lengthOf(std::size_t edge, Lengths lengths) const {
-        return lengths == Lengths::Exact ? mGraph.length(edge) : std::max<std::int64_t>(mGraph.length(edge), 0);
+    /// Exact up to potentials, which cancel each other in the length of a loop.
+    std::int64_t lengthOf(std::size_t edge, std::uint32_t node, std::uint32_t driver, Lengths lengths) const {
+        if (lengths == Lengths::NotNegative) {
+            return std::max<std::int64_t>(mGraph.length(edge), 0);
+        }
+        return mPotentials.empty() ? mGraph.length(edge)
+                                   : mGraph.length(edge) + mPotentials[node] - mPotentials[driver];
+    }
+
+    /// With potentials (D. B. Johnson, "Efficient algorithms for shortest paths in sparse networks", Journal of the ACM
+    /// 24, 1977), no length in the component is negative, but for those at blocks that prevent further analysis. They
+    /// are all 0 if it has a negative cycle.
+    void findPotentials(std::uint32_t component) {
+        mPotentials.resize(mGraph.drivers().size());
+        std::vector<std::uint32_t> open;
+        std::copy_if(mComponents[component].begin(), mComponents[component].end(), std::back_inserter(open),
+                     [&](std::uint32_t node) { return isPassable(node, kNone); });
+        const std::uint32_t circling = mAgainstData.exploreFromAll(open, [&](std::uint32_t node, const auto &visit) {
+            mGraph.forEachDriver(node, [&](std::uint32_t next, std::size_t edge) {
+                if (mComponentOf[next] == component && isPassable(next, kNone)) {
+                    visit(next, edge, mGraph.length(edge));
+                }
+            });
+        });
+        for (const std::uint32_t node : open) {
+            mPotentials[node] = circling == kNone ? mAgainstData.stepTo(node).distance : 0;
+        }
     }
 
     /// The loops through a Janus block that pass no other block which prevents that.
@@ -441,7 +491,7 @@ class LoopSearch {
     }
 
     bool isPassable(std::uint32_t node, std::uint32_t start) const {
-        if (mComponentOf[node] != mComponentOf[start]) {
+        if (start != kNone && mComponentOf[node] != mComponentOf[start]) {
             return false;
         }
         const Block *block = mGraph.blockAt(node);
@@ -490,6 +540,7 @@ class LoopSearch {
     ShortestWays mWithData;
     /// Of the component that is examined.
     bool mIsNegative = false;
+    std::vector<std::int64_t> mPotentials;
 };
 
 } // namespace
