@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <map>
 
 namespace orvo {
 namespace {
@@ -127,6 +128,23 @@ TEST_F(EarlyCycle, findsNoLoopThatASignalOfStallBreaks) {
     EXPECT_TRUE(plainlyFound(top));
 }
 
+TEST_F(EarlyCycle, leavesOutTheStallOfEachBlockThatHasOne) {
+    const std::pair<const StaticString *, const StaticString *> stalls[] = {
+        {&A_STALLENABLE_BLOCK, &A_STALLENABLE_WIRE_STALL_BACK},
+        {&A_STALLENTER_BLOCK, &A_STALLENTER_WIRE_STALL_BACK},
+        {&A_STALLEXIT_BLOCK, &A_STALLEXIT_WIRE_STALL_BACK},
+        {&A_STALLREG_BLOCK, &A_STALLREG_WIRE_STALL_BACK},
+    };
+    for (const auto &[type, wire] : stalls) {
+        Block &stalled = *Block::create(top, type->text(), *type);
+        stalled.setParam(value("any"), out(neg));
+        for (const auto &[other, name] : stalls) {
+            neg.setParam(value("0"), *Wire::create(stalled, *name));
+            EXPECT_EQ(plainlyFound(top), type != other) << type->text() << ' ' << name->text();
+        }
+    }
+}
+
 TEST_F(EarlyCycle, leavesOutWiresOfUnscheduledBlocks) {
     Block &other = make(top, "other", U_NOT_BLOCK);
     ring({&neg, &other});
@@ -144,6 +162,82 @@ TEST_F(EarlyCycle, carriesSignalsThroughBoundariesByName) {
     EXPECT_FALSE(plainlyFound(top));
     neg.setParam(value("0"), a);
     EXPECT_TRUE(plainlyFound(top));
+}
+
+/// Looks at loops through one type, and perhaps ends all ways at another one.
+struct LoopsOfType : LoopsOfNegations {
+    explicit LoopsOfType(const StaticString &start, const StaticString *end = nullptr) : janus(start), wall(end) {}
+    bool isJanusBlock(const Block *block) const override { return block->type() == janus.get_ptr(); }
+    bool preventsFurtherAnalysis(const Block *block) const override {
+        return wall != nullptr && block->type() == wall->get_ptr();
+    }
+    bool furtherAnalysis() const override { return tells; }
+    const StaticString &janus;
+    const StaticString *wall;
+    bool tells = true;
+};
+
+TEST_F(EarlyCycle, asksOfTheBlocksThatCarrySignalsByName) {
+    for (const StaticString *type : {&A_SIGNAL_IN_BLOCK, &A_SIGNAL_OUT_BLOCK, &A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK,
+                                     &A_BOUNDARY_BLOCK, &A_UNSCHED_BLOCK}) {
+        Block &edge = *Block::create(top, type->text(), *type);
+        edge.setParam(value("a"), out(neg));
+        neg.setParam(value("0"), *Wire::create(edge, "a"));
+        EXPECT_EQ(toldOf(top), Told({"0: neg " + type->text()}));
+        LoopsOfType edges(*type);
+        EXPECT_TRUE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &edges)) << type->text();
+        EXPECT_EQ(edges.told, Told({"0: " + type->text() + " neg"}));
+        LoopsOfType walled(A_NEG_BLOCK, type);
+        EXPECT_FALSE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &walled)) << type->text();
+        walled.tells = false;
+        EXPECT_FALSE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &walled)) << type->text();
+    }
+}
+
+TEST_F(EarlyCycle, tellsEachSignalThatABoundaryCarries) {
+    Block &edge = *Block::create(top, "edge", A_SIGNAL_IN_BLOCK);
+    Block &other = make(top, "other", A_NEG_BLOCK);
+    edge.setParam(value("a"), out(neg));
+    edge.setParam(value("b"), out(other));
+    neg.setParam(value("0"), *Wire::create(edge, "a"));
+    other.setParam(value("0"), *Wire::create(edge, "b"));
+    LoopsOfType edges(A_SIGNAL_IN_BLOCK);
+    EXPECT_TRUE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &edges));
+    std::sort(edges.told.begin(), edges.told.end());
+    EXPECT_EQ(edges.told, Told({"0: edge neg", "0: edge other"}));
+    // A constraint that ends at the wire closes a loop that does not pass the block.
+    edge.setParam(value("a"), nullptr);
+    edge.setParam(value("b"), nullptr);
+    constrain(top, "((0 synthLConstraintGE 1))");
+    neg.setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((primWireOut true (0) ()))"));
+    edge.setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((a true () (0)))"));
+    EXPECT_EQ(toldOf(top), Told({"1: neg"}));
+}
+
+TEST_F(EarlyCycle, pairsWhatGoesWithTheDataOfAChannel) {
+    const std::pair<const StaticString *, const StaticString *> pairs[] = {
+        {&A_PORT_VALID, &A_WIRE_VALID},
+        {&A_PORT_CHANNEL, &A_WIRE_CHANNEL},
+        {&A_PORT_PACKET_BEGIN, &A_WIRE_PACKET_BEGIN},
+    };
+    for (const StaticString *type : {&A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK}) {
+        Block &edge = *Block::create(top, type->text(), *type);
+        for (const auto &[port, wire] : pairs) {
+            Wire::create(edge, *wire);
+        }
+        for (const auto &[port, wire] : pairs) {
+            edge.setParam(*port, out(neg));
+            for (const auto &[other, name] : pairs) {
+                neg.setParam(value("0"), *edge.getWire(*name));
+                EXPECT_EQ(plainlyFound(top), port == other) << port->text() << ' ' << name->text();
+            }
+            edge.setParam(*port, nullptr);
+        }
+        // Data goes from one lane to no other.
+        edge.setParam(value("x"), out(neg));
+        neg.setParam(value("0"), *Wire::create(edge, "y"));
+        EXPECT_FALSE(plainlyFound(top));
+    }
 }
 
 /// A model that delays x into y, and one that passes it through.
@@ -266,6 +360,232 @@ TEST_F(EarlyCycleInside, joinsTheEndsOfAConstraintInEachInstance) {
     EXPECT_EQ(toldOf(sub), Told());
 }
 
+/// A model "sub" with a marker, in which a constraint may start that ends at the one negation of "top".
+class EarlyCycleAcross : public EarlyCycleInside {
+  protected:
+    EarlyCycleAcross() {
+        tail.setParam(value("x"), *Wire::create(*Block::create(sub, "in", A_INPUT_BLOCK), "x"));
+        neg.setParam(value("0"), *Wire::create(*Block::create(top, "source", A_CONST_BLOCK), "c"));
+        constrain(top, "((0 synthLConstraintGE 3))");
+    }
+    void startsAt(const std::string &chain) {
+        tail.setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((x " + chain + " (0) ()))"));
+    }
+    void endsAt(Block &block, const std::string &chain) {
+        block.setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((0 " + chain + " () (0)))"));
+    }
+    Model &sub = *Model::create(design, "sub");
+    Block &tail = *Block::create(sub, "tail", A_SIGNAL_OUT_BLOCK);
+};
+
+TEST_F(EarlyCycleAcross, joinsEndsForEveryInstanceAcrossTheHierarchy) {
+    instance(top, "i", sub).setParam(value("x"), out(neg));
+    endsAt(neg, "true");
+    startsAt("((top i))");
+    EXPECT_EQ(toldOf(top), Told({"3: neg"}));
+    startsAt("true");
+    EXPECT_EQ(toldOf(top), Told({"3: neg"}));
+    // The other way round: from the model around it down into the instance.
+    neg.setParam(A_SCHEDULE_CONSTRAINT_PORTS, nullptr);
+    Block &head = make(sub, "head", A_NEG_BLOCK);
+    head.setParam(value("0"), *sub.getBlock(value("in"))->getWire(value("x")));
+    Block::create(sub, "out", A_OUTPUT_BLOCK)->setParam(value("y"), out(head));
+    neg.setParam(value("0"), *top.getBlock(value("i"))->getWire(value("y")));
+    top.getBlock(value("i"))->setParam(value("x"), nullptr);
+    tail.setParam(A_SCHEDULE_CONSTRAINT_PORTS, nullptr);
+    neg.setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((primWireOut true (0) ()))"));
+    endsAt(head, "true");
+    EXPECT_EQ(toldOf(top), Told({"3: neg head", "3: head neg"}));
+}
+
+TEST_F(EarlyCycleAcross, keepsInstancesOfTheUpperModelApart) {
+    // Each "top" has its own "sub": what starts in one does not end in the other.
+    instance(top, "i", sub);
+    Block::create(top, "out", A_OUTPUT_BLOCK)->setParam(value("y"), out(neg));
+    Block::create(top, "in", A_INPUT_BLOCK);
+    top.getBlock(value("i"))->setParam(value("x"), *Wire::create(*top.getBlock(value("in")), "x"));
+    Model &above = *Model::create(design, "above");
+    Block &first = instance(above, "first", top);
+    Block &second = instance(above, "second", top);
+    startsAt("true");
+    endsAt(neg, "true");
+    second.setParam(value("x"), *first.getWire(value("y")));
+    EXPECT_EQ(toldOf(above), Told());
+    first.setParam(value("x"), *second.getWire(value("y")));
+    EXPECT_EQ(toldOf(above), Told({"6: neg neg", "6: neg neg"}));
+    second.setParam(value("x"), nullptr);
+    first.setParam(value("x"), *first.getWire(value("y")));
+    EXPECT_EQ(toldOf(above), Told({"3: neg"}));
+}
+
+TEST_F(EarlyCycleAcross, joinsNoEndsOfTwoInstancesOfOneModel) {
+    Block &head = make(sub, "head", A_NEG_BLOCK);
+    head.setParam(value("0"), *Wire::create(*Block::create(sub, "c", A_CONST_BLOCK), "c"));
+    Block::create(sub, "out", A_OUTPUT_BLOCK)->setParam(value("y"), out(head));
+    startsAt("true");
+    endsAt(head, "true");
+    Block &first = instance(top, "first", sub);
+    Block &second = instance(top, "second", sub);
+    first.setParam(value("x"), *second.getWire(value("y")));
+    EXPECT_EQ(toldOf(top), Told());
+    second.setParam(value("x"), *first.getWire(value("y")));
+    EXPECT_EQ(toldOf(top), Told({"6: head head", "6: head head"}));
+}
+
+TEST_F(EarlyCycleAcross, joinsAllEndsOfModelsThatHaveNothingToDoWithEachOther) {
+    Model &other = *Model::create(design, "other");
+    Block &head = make(other, "head", A_NEG_BLOCK);
+    Block::create(other, "out", A_OUTPUT_BLOCK)->setParam(value("y"), out(head));
+    Block &source = instance(top, "source2", other);
+    instance(top, "source3", other);
+    instance(top, "i", sub).setParam(value("x"), *source.getWire(value("y")));
+    startsAt("true");
+    head.setParam(value("0"), *Wire::create(*Block::create(other, "c", A_CONST_BLOCK), "c"));
+    endsAt(head, "true");
+    EXPECT_EQ(toldOf(top), Told({"3: head"}));
+}
+
+TEST_F(EarlyCycle, saturatesWhatIsBeyondAnInteger) {
+    constexpr int kMost = std::numeric_limits<int>::max();
+    constexpr int kLeast = std::numeric_limits<int>::min();
+    const std::pair<const char *, int> lengths[] = {
+        {"2147483646", 2147483646},
+        {"2147483647", kMost},
+        {"2147483648", kMost},
+        {"4294967295", kMost},
+        {"4294967296", kMost},
+        {"36893488147419103232", kMost},
+        {"-2147483648", kLeast},
+        {"-2147483649", kLeast},
+        {"-4294967297", kLeast},
+        {"-36893488147419103232", kLeast},
+        {"0x0.8", 0},
+        {"0x1.8", 1},
+        {"-0x1.8", -1},
+        {"+nan", 0},
+        {"+inf", 0},
+    };
+    Block &wait = delay(top, "wait", 0);
+    ring({&neg, &wait});
+    for (const auto &[text, cycles] : lengths) {
+        wait.setParam(A_DELAY_LENGTH, value(text));
+        EXPECT_EQ(toldOf(top), Told({std::to_string(cycles) + ": neg wait"})) << text;
+        EXPECT_EQ(plainlyFound(top), cycles < 1) << text;
+    }
+    connect(make(top, "source", A_ABS_BLOCK), neg);
+    neg.setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((0 true () (0)))"));
+    wait.setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((primWireOut true (0) ()))"));
+    wait.setParam(A_DELAY_LENGTH, value("2147483647"));
+    constrain(top, "((0 synthLConstraintGE 4294967296))");
+    EXPECT_EQ(toldOf(top), Told({std::to_string(kMost) + ": neg wait"}));
+    constrain(top, "((0 synthLConstraintGE -4294967296))");
+    EXPECT_EQ(toldOf(top), Told({"-1: neg wait"}));
+}
+
+/// Two ways from "neg" to "sum", of two and of three cycles, and a constraint along the latter.
+class EarlyCycleTwoWays : public EarlyCycle {
+  protected:
+    EarlyCycleTwoWays() {
+        connect(neg, two);
+        connect(neg, three);
+        connect(two, sum, "0");
+        connect(sum, neg);
+        three.setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((primWireOut true (0) ()))"));
+        sum.setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((0 true () (0)))"));
+    }
+    void latency(int cycles) { constrain(top, "((0 synthLConstraintGE " + std::to_string(cycles) + "))"); }
+    Block &two = delay(top, "two", 2);
+    Block &three = delay(top, "three", 3);
+    Block &sum = make(top, "sum", A_ADD_BLOCK);
+};
+
+TEST_F(EarlyCycleTwoWays, tellsTheWorstWhereALatencyIsNegative) {
+    latency(0);
+    EXPECT_EQ(toldOf(top), Told({"2: neg two sum"}));
+    latency(-2);
+    EXPECT_EQ(toldOf(top), Told({"1: neg three sum"}));
+    latency(-5);
+    EXPECT_EQ(toldOf(top), Told({"-2: neg three sum"}));
+}
+
+TEST_F(EarlyCycleTwoWays, countsNegativeLatenciesForAdders) {
+    top.setParam(A_SYNTH_CIRCUIT_TIMED, A_TRUE);
+    const PureValueRef mark = value("-1");
+    // The ways fork in front of the shift, or behind it.
+    for (const auto &[adder, shift] : {std::pair(&neg, &sum), std::pair(&sum, &neg)}) {
+        adder->setParam(A_BLOCK_TYPE, A_SUB_BLOCK);
+        shift->setParam(A_BLOCK_TYPE, A_BIT_SELECT_BLOCK);
+        shift->setParam(A_BIT_SELECT_BIT_OFFSET, value("1"));
+        for (const int cycles : {0, -1, -2}) {
+            latency(cycles);
+            for (Block &block : top) {
+                block.setParam(A_TESSELLATION_SPLIT_WIDTH, nullptr);
+            }
+            EarlyCycleAdderAnalysis::suppressPipeliningOfAdderFeedbackLoops(design);
+            for (const Block *block : {adder, &three, shift}) {
+                EXPECT_EQ((*block)[A_TESSELLATION_SPLIT_WIDTH] == mark, cycles < -1) << cycles;
+            }
+            EXPECT_FALSE(two[A_TESSELLATION_SPLIT_WIDTH]);
+        }
+    }
+}
+
+TEST_F(EarlyCycleTwoWays, tellsNoMoreThanANegativeCycleOnTheWay) {
+    latency(1);
+    Block &back = delay(top, "back", -4);
+    ring({&back});
+    connect(neg, back, "in");
+    // No loop through the negation can pass it.
+    EXPECT_EQ(toldOf(top), Told({"2: neg two sum"}));
+    connect(back, sum, "1");
+    EXPECT_EQ(toldOf(top), Told({"-4: neg back sum"}));
+    back.setParam(A_DELAY_LENGTH, value("4"));
+    back.setParam(value("0"), nullptr);
+    EXPECT_EQ(toldOf(top), Told({"2: neg two sum"}));
+    // Here the way has more cycles than the one that can be passed again and again.
+    constrain(top, "((0 synthLConstraintGE 1) (1 synthLConstraintGE -7))");
+    Block &last = delay(top, "last", 6);
+    connect(last, neg);
+    connect(sum, last);
+    last.setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((primWireOut true (1) ()))"));
+    last.setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((0 true () (1)))"));
+    EXPECT_EQ(toldOf(top), Told({"-1: neg two sum last"}));
+}
+
+TEST_F(EarlyCycleTwoWays, leavesOutNegativeCyclesBehindABlockThatEndsTheSearch) {
+    struct Policy : LoopsOfNegations {
+        bool isJanusBlock(const Block *block) const override {
+            return LoopsOfNegations::isJanusBlock(block) || preventsFurtherAnalysis(block);
+        }
+        bool isBlockSalient(const Block *block) const override { return salient == nullptr || salient == block; }
+        const Block *salient = nullptr;
+        bool preventsFurtherAnalysis(const Block *block) const override {
+            return block->type() == A_ABS_BLOCK.get_ptr();
+        }
+    } policy;
+    latency(1);
+    Block &back = delay(top, "back", -4);
+    Block &wall = make(top, "wall", A_ABS_BLOCK);
+    ring({&back});
+    // Behind the negation, and in front of it.
+    connect(neg, back, "in");
+    connect(back, wall);
+    connect(wall, neg, "1");
+    EXPECT_TRUE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &policy));
+    EXPECT_EQ(policy.told, Told({"2: neg two sum", "-4: wall neg back"}));
+    policy.told.clear();
+    policy.salient = &two;
+    EXPECT_TRUE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &policy));
+    EXPECT_EQ(policy.told, Told({"2: neg two sum", "-4: wall neg two sum back"}));
+    policy.told.clear();
+    policy.salient = nullptr;
+    connect(wall, back, "in");
+    connect(neg, wall);
+    connect(back, neg, "1");
+    EXPECT_TRUE(EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(top, &policy));
+    EXPECT_EQ(policy.told, Told({"2: neg two sum", "-4: wall back neg"}));
+}
+
 TEST_F(EarlyCycle, looksForMemoryOnLoopsWithoutDelay) {
     for (const StaticString *type : {&A_EXTMEM_READ_BLOCK, &A_EXTMEM_WRITE_BLOCK, &A_SHARED_MEM_BLOCK}) {
         Model &model = *Model::create(design, "m");
@@ -339,6 +659,63 @@ TEST_F(AdderFeedback, needsAShiftedFeedback) {
     EXPECT_TRUE(suppresses());
 }
 
+TEST_F(AdderFeedback, readsTheShiftAsAnInteger) {
+    for (const char *none : {"0x0.8", "-0x0.8", "+nan", "+inf", "some", "(1)"}) {
+        shift.setParam(A_BIT_SELECT_BIT_OFFSET, value(none));
+        EXPECT_FALSE(suppresses()) << none;
+    }
+    for (const char *some : {"0x1.8", "4294967296"}) {
+        shift.setParam(A_BIT_SELECT_BIT_OFFSET, value(some));
+        EXPECT_TRUE(suppresses()) << some;
+    }
+}
+
+TEST_F(AdderFeedback, takesASplitWidthThatIsNoNumberForNone) {
+    adder.setParam(A_TESSELLATION_SPLIT_WIDTH, value("wide"));
+    EarlyCycleAdderAnalysis::suppressPipeliningOfAdderFeedbackLoops(design);
+    EXPECT_TRUE(isSuppressed(adder));
+}
+
+TEST_F(AdderFeedback, leavesAnAdderOfOneAlone) {
+    Block &single = make(top, "single", A_ADD_BLOCK);
+    connect(neg, adder, "0");
+    ring({&single, &shift, &wait});
+    ASSERT_EQ(single.port_size(), 1U);
+    EarlyCycleAdderAnalysis::suppressPipeliningOfAdderFeedbackLoops(design);
+    EXPECT_FALSE(isSuppressed(single));
+    connect(neg, single, "1");
+    EarlyCycleAdderAnalysis::suppressPipeliningOfAdderFeedbackLoops(design);
+    EXPECT_TRUE(isSuppressed(single));
+}
+
+TEST_F(AdderFeedback, endsAtDelaysWithoutAFiniteLength) {
+    for (const char *length : {"+nan", "+inf", "-inf"}) {
+        wait.setParam(A_DELAY_LENGTH, value(length));
+        ASSERT_TRUE(numberVR(wait[A_DELAY_LENGTH]) && numberVR(wait[A_DELAY_LENGTH])->isSpecial()) << length;
+        EXPECT_FALSE(suppresses()) << length;
+    }
+    wait.setParam(A_DELAY_LENGTH, value("4294967296"));
+    EXPECT_FALSE(suppresses());
+    wait.setParam(A_DELAY_LENGTH, value("0x1.8"));
+    EXPECT_TRUE(suppresses());
+}
+
+TEST_F(AdderFeedback, addsTheLatencyOfAConstraint) {
+    // The constraint closes the loop instead of a wire.
+    connect(neg, adder, "0");
+    EXPECT_FALSE(suppresses());
+    wait.setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((primWireOut true (0) ()))"));
+    adder.setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((0 true () (0)))"));
+    constrain(top, "((0 synthLConstraintGE 0))");
+    EXPECT_TRUE(suppresses());
+    constrain(top, "((0 synthLConstraintGE 1))");
+    EXPECT_FALSE(suppresses());
+    wait.setParam(A_DELAY_LENGTH, value("3"));
+    EXPECT_FALSE(suppresses());
+    constrain(top, "((0 synthLConstraintGE -2))");
+    EXPECT_TRUE(suppresses());
+}
+
 TEST_F(AdderFeedback, takesTheWorstLoopThatIsShifted) {
     // A shorter way round without a shift does not count; the shifted one has slack enough.
     wait.setParam(A_DELAY_LENGTH, value("3"));
@@ -398,6 +775,31 @@ TEST_F(AdderFeedback, concernsScheduledModelsAtTheTop) {
     EXPECT_TRUE(suppresses());
 }
 
+TEST_F(AdderFeedback, looksAtAModelFromEachScheduledParentButNoOther) {
+    // The loop is closed around the model, or not.
+    Block &in = *Block::create(top, "in", A_INPUT_BLOCK);
+    adder.setParam(value("0"), *Wire::create(in, "x"));
+    Block::create(top, "out", A_OUTPUT_BLOCK)->setParam(value("y"), out(wait));
+    const auto instantiate = [&](const std::string &name, const ValueRef &timed, bool isRing) {
+        Model &holder = *Model::create(design, name);
+        holder.setParam(A_SYNTH_CIRCUIT_TIMED, timed);
+        Block &block = *Block::create(holder, "sub", A_MODEL_BLOCK);
+        block.setParam(A_MODEL_NODE, top);
+        block.setParam(value("x"), *Wire::create(isRing ? block : *Block::create(holder, "c", A_CONST_BLOCK), "y"));
+    };
+    instantiate("unscheduled", A_FALSE, true);
+    EXPECT_FALSE(suppresses());
+    instantiate("scheduled", A_TRUE, false);
+    EXPECT_FALSE(suppresses());
+    instantiate("closed", A_TRUE, true);
+    EXPECT_TRUE(suppresses());
+    // A loop inside of it is seen from any of them.
+    design.getModel(value("closed"))->setParam(A_SYNTH_CIRCUIT_TIMED, A_FALSE);
+    EXPECT_FALSE(suppresses());
+    ring({&adder, &shift, &wait});
+    EXPECT_TRUE(suppresses());
+}
+
 // A random graph of negations and delays has a loop exactly if one block reaches itself, and the least slack is that of
 // the shortest ways.
 RC_GTEST_PROP(EarlyCycleProperty, tellsTheLeastSlackThroughEachBlock, ()) {
@@ -448,6 +850,87 @@ RC_GTEST_PROP(EarlyCycleProperty, tellsTheLeastSlackThroughEachBlock, ()) {
     std::sort(policy.slacks.begin(), policy.slacks.end());
     std::sort(wanted.begin(), wanted.end());
     RC_ASSERT(policy.slacks == wanted);
+}
+
+// With delays of less than no cycles, the ways are those of Bellman and Ford in the graph without the start and without
+// the other blocks that prevent further analysis. Where a negative cycle lies on them, the slack is negative at least.
+RC_GTEST_PROP(EarlyCycleProperty, tellsTheLeastSlackWithNegativeDelays, ()) {
+    constexpr int kFar = 1000000;
+    const auto size = *rc::gen::inRange<std::size_t>(1, 8);
+    const auto lengths = *rc::gen::container<std::vector<int>>(size, rc::gen::inRange(-2, 5));
+    const auto sources = *rc::gen::container<std::vector<std::vector<std::size_t>>>(
+        size, rc::gen::container<std::vector<std::size_t>>(rc::gen::inRange<std::size_t>(0, size)));
+    const auto walls =
+        *rc::gen::container<std::vector<bool>>(size, rc::gen::weightedElement<bool>({{3, false}, {1, true}}));
+    ContextMgr mgr;
+    Design design(mgr.context());
+    Model &model = *Model::create(design, "m");
+    std::vector<Block *> blocks;
+    for (std::size_t i = 0; i < size; ++i) {
+        blocks.push_back(Block::create(model, "b" + std::to_string(i), A_DELAY_BLOCK));
+        Wire::create(*blocks.back(), A_PRIM_WIRE_OUT);
+        blocks.back()->setParam(A_DELAY_LENGTH, NumberValue::get(lengths[i], mgr.context()));
+        if (walls[i]) {
+            blocks.back()->setParam(A_DELAY_EQUIV_GROUP, A_TRUE);
+        }
+    }
+    for (std::size_t i = 0; i < size; ++i) {
+        for (std::size_t port = 0; port < sources[i].size(); ++port) {
+            blocks[i]->setParam(NumberValue::get(static_cast<int>(port), mgr.context()),
+                                *blocks[sources[i][port]]->getWire(A_PRIM_WIRE_OUT));
+        }
+    }
+    const auto reaches = [&](std::size_t from, std::size_t to) {
+        const auto isOpen = [&](std::size_t block) { return block == to || !walls[block]; };
+        std::vector<bool> seen(size, false);
+        seen[from] = true;
+        for (std::size_t round = 0; round < size; ++round) {
+            for (std::size_t i = 0; i < size; ++i) {
+                seen[i] = seen[i] || std::any_of(sources[i].begin(), sources[i].end(),
+                                                 [&](std::size_t source) { return seen[source] && isOpen(source); });
+            }
+        }
+        return static_cast<bool>(seen[to]);
+    };
+    struct Policy : LoopsOfNegations {
+        bool isJanusBlock(const Block *) const override { return true; }
+        bool preventsFurtherAnalysis(const Block *block) const override {
+            return static_cast<bool>((*block)[A_DELAY_EQUIV_GROUP]);
+        }
+        void worstSlackPath(const std::vector<const Block *> &path, int slack) override {
+            slacks.emplace(path.front(), slack);
+        }
+        std::map<const Block *, int> slacks;
+    } policy;
+    EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(model, &policy);
+    for (std::size_t start = 0; start < size; ++start) {
+        // With the delays of all blocks but the last; back at the start, of all.
+        std::vector<int> way(size, kFar);
+        int back = kFar;
+        bool isEndless = false;
+        for (std::size_t round = 0; round <= size + 1; ++round) {
+            for (std::size_t i = 0; i < size; ++i) {
+                for (const std::size_t source : sources[i]) {
+                    const int before = source == start ? 0 : way[source];
+                    if (before >= kFar / 2 || (walls[i] && i != start) || !reaches(i, start)) {
+                        continue;
+                    }
+                    const int here = before + lengths[source];
+                    if (i == start) {
+                        back = std::min(back, here);
+                    } else if (here < way[i]) {
+                        way[i] = here;
+                        isEndless = isEndless || round > size;
+                    }
+                }
+            }
+        }
+        const auto told = policy.slacks.find(blocks[start]);
+        RC_ASSERT((told != policy.slacks.end()) == (back < kFar / 2));
+        if (told != policy.slacks.end()) {
+            RC_ASSERT((isEndless ? told->second < 0 : told->second == back));
+        }
+    }
 }
 
 } // namespace

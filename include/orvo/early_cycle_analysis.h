@@ -4,7 +4,12 @@
 
 #include <orvo/model.h>
 
+#include <memory>
 #include <vector>
+
+namespace orvo::internal {
+class LatencyRecords;
+}
 
 namespace orvo {
 
@@ -22,22 +27,41 @@ class ORVO_API EarlyCycleAnalysis {
     /// Whether no loop is followed through this block, but for one that starts at it; by default a delay or register of
     /// at least one cycle.
     virtual bool preventsFurtherAnalysis(const Block *block) const;
-    /// Cycles that the block gives to a loop through it; by default those of a delay or register.
+    /// Cycles that the block gives to a loop through it; by default those of a delay or register. Asked before the
+    /// search, and not of blocks that prevent further analysis and are no Janus blocks.
     virtual int getSlackDelay(const Block *block) const;
     /// Told, for each Janus block on a loop that counts, the loop with the least slack through it and a salient block:
-    /// its blocks in the order of the data, the Janus block first, and its cycles. Parameters of blocks may be changed.
+    /// its blocks in the order of the data, the Janus block first, and its cycles. A block that carries signals by
+    /// their names is one for each of them. Where a loop can pass a cycle of less than no cycles any number of times,
+    /// a loop is told with no more slack than that cycle has. Parameters of blocks may be changed.
     virtual void worstSlackPath(const std::vector<const Block *> &path, int slack);
 };
 
 /// The machinery behind the policies.
 class ORVO_API EarlyCycleAnalysisImpl {
   public:
-    EarlyCycleAnalysisImpl() = delete;
+    /// To look at several models of one design, which must outlive this: its latency constraints are read only once,
+    /// and must stay as they are meanwhile.
+    explicit EarlyCycleAnalysisImpl(const Design &design);
+    ~EarlyCycleAnalysisImpl();
+    EarlyCycleAnalysisImpl(const EarlyCycleAnalysisImpl &) = delete;
+    EarlyCycleAnalysisImpl &operator=(const EarlyCycleAnalysisImpl &) = delete;
+
     /// Whether the model, with all that is instantiated below it, has a loop that counts for the policy. Each instance
     /// of a model is looked at by itself. Loops through blocks that run unscheduled and through signals that stall a
-    /// region do not exist here. Takes time linear in the instances, but for policies whose Janus blocks prevent
-    /// further analysis or that ask for paths: these add a search around each Janus block that is on a loop.
+    /// region do not exist here. A constraint whose ends stand for every instance joins them where one of the instances
+    /// is the other or lies in it; if there is none such, each start to each end.
+    ///
+    /// Takes time linear in the instances and in the ends of constraints, but for policies whose Janus blocks prevent
+    /// further analysis or that ask for paths: these add a search around each Janus block that is on a loop, which
+    /// takes longer where constraints or delays of less than no cycles are about.
+    bool analyze(const Model &model, EarlyCycleAnalysis &analysis);
+    /// The same for one model. If blocks below it carry constraints, all models of the design are asked for their
+    /// records.
     static bool analyzeUnschedulableLoops(const Model &model, EarlyCycleAnalysis *analysis);
+
+  private:
+    std::unique_ptr<internal::LatencyRecords> mRecords;
 };
 
 /// Looks for memory accesses on loops without delay.

@@ -5,6 +5,7 @@
 #include "driver/files.h"
 #include "driver/jsontext.h"
 #include "driver/progress.h"
+#include "driver/simulation.h"
 
 #include <orvo/block.h>
 #include <orvo/context.h>
@@ -24,6 +25,7 @@ namespace {
 
 struct Arguments {
     std::string input;
+    std::string top;
     std::size_t limit = 1000;
 };
 
@@ -43,7 +45,10 @@ class EveryLoop final : public EarlyCycleAnalysis {
   public:
     EveryLoop(std::vector<Loop> &loops, std::size_t limit) : mLoops(loops), mLimit(limit) {}
 
-    void startAt(const Model &root) { mRoot = &root; }
+    void startAt(const Model &root) {
+        mRoot = &root;
+        mIsSearching = false;
+    }
     /// Whether the limit kept no block from being looked at.
     bool isComplete() const { return mIsComplete; }
 
@@ -56,11 +61,15 @@ class EveryLoop final : public EarlyCycleAnalysis {
         return goesOn;
     }
     bool furtherAnalysis() const override { return true; }
-    bool isBlockSalient(const Block *) const override { return true; }
-    bool preventsFurtherAnalysis(const Block *) const override { return false; }
-    int getSlackDelay(const Block *block) const override {
-        ++mSteps;
-        return EarlyCycleAnalysis::getSlackDelay(block);
+    /// Asked of the blocks on loops when the graph is made and before searches begin.
+    bool isBlockSalient(const Block *) const override {
+        mIsSearching = true;
+        return true;
+    }
+    /// Asked of each block that is passed.
+    bool preventsFurtherAnalysis(const Block *) const override {
+        mSteps += mIsSearching ? 1 : 0;
+        return false;
     }
     void worstSlackPath(const std::vector<const Block *> &path, int slack) override {
         mShown.insert(path.begin(), path.end());
@@ -76,6 +85,7 @@ class EveryLoop final : public EarlyCycleAnalysis {
     const Model *mRoot = nullptr;
     std::unordered_set<const Block *> mShown;
     mutable bool mIsComplete = true;
+    mutable bool mIsSearching = false;
     mutable std::size_t mSteps = 0;
 };
 
@@ -121,6 +131,20 @@ Json toJson(const std::vector<Loop> &loops, bool isComplete, const std::string &
     return json;
 }
 
+/// Loops are looked for in every design, so one whose models all instantiate each other is taken as a whole.
+std::vector<const Model *> rootsOf(const Design &design, const std::string &top, Console &console) {
+    if (!top.empty()) {
+        return {&topModel(design, top, console)};
+    }
+    std::vector<const Model *> roots = designRoots(design);
+    if (roots.empty()) {
+        for (const Model &model : design) {
+            roots.push_back(&model);
+        }
+    }
+    return roots;
+}
+
 int loops(const Arguments &arguments, Console &console) {
     if (arguments.input.empty()) {
         console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
@@ -131,12 +155,14 @@ int loops(const Arguments &arguments, Console &console) {
     InputFile file(arguments.input, console);
     progress.phase("reading");
     const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
+    const std::vector<const Model *> roots = rootsOf(*design, arguments.top, console);
     progress.phase("looking for loops");
     std::vector<Loop> found;
     EveryLoop policy(found, arguments.limit);
-    for (const Model *root : designRoots(*design)) {
+    EarlyCycleAnalysisImpl impl(*design);
+    for (const Model *root : roots) {
         policy.startAt(*root);
-        EarlyCycleAnalysisImpl::analyzeUnschedulableLoops(*root, &policy);
+        impl.analyze(*root, policy);
     }
     progress.hide();
     console.emit(console.json() ? documentText(toJson(found, policy.isComplete(), arguments.input))
@@ -150,6 +176,8 @@ void addLoopsVerb(CLI::App &app, VerbHost &host) {
     CLI::App *verb = addVerb(app, "loops", "Show the feedback loops of a design and the delay in them");
     auto arguments = std::make_shared<Arguments>();
     verb->add_option("IN", arguments->input, "Design XML to read; - is standard input")->type_name("FILE");
+    verb->add_option("--top", arguments->top, "The model to start at; the roots of the design if not given")
+        ->type_name("MODEL");
     verb->add_option("--limit", arguments->limit, "Show no more loops than that, and search in proportion (1000)")
         ->type_name("N")
         ->check(CLI::Range(1, 1000000000));

@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
+#include <map>
 #include <unordered_set>
 
 namespace orvo::internal {
@@ -44,7 +46,50 @@ constexpr std::array<StallWire, 4> kStallWires{{
     {&A_STALLREG_BLOCK, &A_STALLREG_WIRE_STALL_BACK},
 }};
 
+/// Blocks each of whose outputs carries the like-named input.
+constexpr std::array<const StaticString *, 6> kPassesByName{&A_SIGNAL_IN_BLOCK,  &A_SIGNAL_OUT_BLOCK,
+                                                            &A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK,
+                                                            &A_BOUNDARY_BLOCK,   &A_UNSCHED_BLOCK};
+
+bool passesByName(const Block &block) {
+    return std::any_of(kPassesByName.begin(), kPassesByName.end(),
+                       [&block](const StaticString *type) { return block.type() == type->get_ptr(); });
+}
+
+struct ChannelPair {
+    const StaticString *port;
+    const StaticString *wire;
+};
+
+/// What goes with the data of a channel has one name on either side.
+constexpr std::array<ChannelPair, 3> kChannelPairs{{
+    {&A_PORT_PACKET_BEGIN, &A_WIRE_PACKET_BEGIN},
+    {&A_PORT_VALID, &A_WIRE_VALID},
+    {&A_PORT_CHANNEL, &A_WIRE_CHANNEL},
+}};
+
+const Port *passedInput(const Wire &wire) {
+    const Block &block = wire.getBlock();
+    if (block.type() == A_CHANNEL_IN_BLOCK.get_ptr() || block.type() == A_CHANNEL_OUT_BLOCK.get_ptr()) {
+        for (const ChannelPair &pair : kChannelPairs) {
+            if (wire.getName() == *pair.wire) {
+                return block.getPort(*pair.port);
+            }
+        }
+    }
+    return block.getPort(wire.getName());
+}
+
 } // namespace
+
+int saturatedInteger(const NumberValue &number) {
+    using Limits = std::numeric_limits<int>;
+    const double value = number.toDouble();
+    if (value >= static_cast<double>(Limits::max()) + 1) {
+        return Limits::max();
+    }
+    return value <= static_cast<double>(Limits::min()) - 1 ? Limits::min() : number.toInt();
+}
 
 void NetPointDict::addBlock(const Block &block) {
     const auto add = [this](const void *key, NetPoint point) {
@@ -55,8 +100,12 @@ void NetPointDict::addBlock(const Block &block) {
     for (const Port &port : block.ports()) {
         add(&port, {&block, &port, nullptr});
     }
+    const bool byName = passesByName(block);
     for (const Wire &wire : block) {
         add(&wire, {&block, nullptr, &wire});
+        if (const Port *input = byName ? passedInput(wire) : nullptr; input != nullptr) {
+            mPoints.push_back({&block, input, &wire});
+        }
     }
 }
 
@@ -69,7 +118,16 @@ std::uint32_t NetPointDict::getPoint(const Block *block, bool isPort, const Pure
     return found == mNumbers.end() ? kNone : found->second;
 }
 
+std::uint32_t NetPointDict::getPoint(const Port &port) const { return mNumbers.at(&port); }
 std::uint32_t NetPointDict::getPoint(const Wire &wire) const { return mNumbers.at(&wire); }
+
+std::uint32_t NetPointDict::getSource(const Wire &wire) const {
+    if (!passesByName(wire.getBlock())) {
+        return mNumbers.at(&wire.getBlock());
+    }
+    // A passage is numbered behind its wire.
+    return passedInput(wire) != nullptr ? getPoint(wire) + 1 : kNone;
+}
 
 SimpleTraverse::SimpleTraverse(const Model &model) : mModel(&model) {
     for (const Block &block : model) {
@@ -117,14 +175,6 @@ bool ModelTreeTraverse::isInside(const Model &model, std::uint32_t instance) con
     return false;
 }
 
-std::uint32_t ModelTreeTraverse::instanceOf(std::uint32_t point) const {
-    // Of instances without points, which share their first with the next one, the last is the one that holds it.
-    const auto next =
-        std::upper_bound(mInstances.begin(), mInstances.end(), point,
-                         [](std::uint32_t p, const Instance &instance) { return p < instance.firstPoint; });
-    return static_cast<std::uint32_t>(next - mInstances.begin()) - 1;
-}
-
 std::uint32_t ModelTreeTraverse::below(std::uint32_t instance, const Block &step) const {
     const auto found = mBelow.find({instance, &step});
     return found == mBelow.end() ? kNone : found->second;
@@ -148,11 +198,7 @@ std::uint32_t ModelTreeTraverse::getSource(std::uint32_t instance, const Wire &w
     if (const std::uint32_t child = below(instance, block); child != kNone) {
         return remapPointToChildModel(child, name);
     }
-    // These carry each signal through by its name.
-    if (block.type() == A_SIGNAL_IN_BLOCK.get_ptr() || block.type() == A_SIGNAL_OUT_BLOCK.get_ptr()) {
-        return getPoint(instance, &block, true, name);
-    }
-    return getPoint(instance, &block, false, {});
+    return numberOf(instance, at.traverse->points().getSource(wire));
 }
 
 std::uint32_t ModelTreeTraverse::remapPointToChildModel(std::uint32_t child, const PureValueRef &name) const {
@@ -173,35 +219,19 @@ std::uint32_t ModelTreeTraverse::numberOf(std::uint32_t instance, std::uint32_t 
     return point == kNone ? kNone : mInstances[instance].firstPoint + point;
 }
 
-LatencyTraverse::LatencyTraverse(const ModelTreeTraverse &tree) : mTree(&tree) {
-    populateMaps();
-    populateLatencyDependencies();
-}
-
-void LatencyTraverse::populateMaps() {
-    // Ids are unique in a design, and any model on the way down to here may hold the record of a constraint.
-    for (const Model &model : mTree->getModel(0).getDesign()) {
-        readRecords(model);
-    }
-    if (mIds.empty()) {
-        return;
-    }
-    for (std::uint32_t at = 0; at < mTree->countModels(); ++at) {
-        mInstancesOf[&mTree->getModel(at)].push_back(at);
-    }
-    for (std::uint32_t at = 0; at < mTree->countModels(); ++at) {
-        if (mInstancesOf.at(&mTree->getModel(at)).front() != at) {
-            continue;
-        }
-        for (const Block &block : mTree->getModel(at)) {
-            parseConstraintPoints(block, A_SCHEDULE_CONSTRAINT_PORTS, true);
-            parseConstraintPoints(block, A_SCHEDULE_CONSTRAINT_WIRES, false);
+const int *LatencyRecords::find(const Value *id) {
+    if (!mIsRead) {
+        mIsRead = true;
+        for (const Model &model : *mDesign) {
+            read(model);
         }
     }
+    const auto found = mLatencies.find(id);
+    return found == mLatencies.end() ? nullptr : &found->second;
 }
 
 /// A record is (id relation latency modifiers...). What is malformed is the business of the check of constraints.
-void LatencyTraverse::readRecords(const Model &model) {
+void LatencyRecords::read(const Model &model) {
     const TupleValueRef records = tupleVR(model[A_SYNTH_SCHEDULE_CONSTRAINTS]);
     if (!records) {
         return;
@@ -210,9 +240,31 @@ void LatencyTraverse::readRecords(const Model &model) {
         const TupleValueRef record = tupleVR(element);
         const NumberValueRef id = record ? numberVR(record->maybeAt(0)) : NumberValueRef();
         const NumberValueRef latency = record ? numberVR(record->maybeAt(2)) : NumberValueRef();
-        if (id && latency && !latency->isSpecial() &&
-            mConstraints.emplace(id.get_ptr(), Constraint{latency->toInt(), {}, {}}).second) {
-            mIds.push_back(id.get_ptr());
+        if (id && latency && !latency->isSpecial()) {
+            mLatencies.emplace(id.get_ptr(), saturatedInteger(*latency));
+        }
+    }
+}
+
+LatencyTraverse::LatencyTraverse(const ModelTreeTraverse &tree, LatencyRecords &records)
+    : mTree(&tree), mRecords(&records) {
+    populateMaps();
+    populateLatencyDependencies();
+}
+
+void LatencyTraverse::populateMaps() {
+    std::vector<const Model *> models;
+    for (std::uint32_t at = 0; at < mTree->countModels(); ++at) {
+        std::vector<std::uint32_t> &instances = mInstancesOf[&mTree->getModel(at)];
+        if (instances.empty()) {
+            models.push_back(&mTree->getModel(at));
+        }
+        instances.push_back(at);
+    }
+    for (const Model *model : models) {
+        for (const Block &block : *model) {
+            parseConstraintPoints(block, A_SCHEDULE_CONSTRAINT_PORTS, true);
+            parseConstraintPoints(block, A_SCHEDULE_CONSTRAINT_WIRES, false);
         }
     }
 }
@@ -224,8 +276,7 @@ void LatencyTraverse::parseConstraintPoints(const Block &block, const PureValueR
         return;
     }
     const Model &model = block.getModel();
-    const std::vector<std::uint32_t> &every = mInstancesOf.at(&model);
-    const NetPointDict &dict = mTree->getInstance(every.front()).traverse->points();
+    const NetPointDict &dict = mTree->getInstance(mInstancesOf.at(&model).front()).traverse->points();
     for (const ValueRef &element : *entries) {
         const TupleValueRef entry = tupleVR(element);
         const PureValueRef name = entry ? PureValueRef(entry->maybeAt(0)) : PureValueRef();
@@ -234,40 +285,43 @@ void LatencyTraverse::parseConstraintPoints(const Block &block, const PureValueR
             continue;
         }
         const bool isNamed = !(entry->maybeAt(1) == A_TRUE);
-        std::vector<std::uint32_t> points;
-        if (!isNamed) {
-            for (const std::uint32_t instance : every) {
-                points.push_back(mTree->getInstance(instance).firstPoint + point);
-            }
-        } else if (const std::uint32_t only = namedInstance(entry->maybeAt(1), model);
-                   only != ModelTreeTraverse::kNone) {
-            points.push_back(mTree->getInstance(only).firstPoint + point);
+        const std::uint32_t only = isNamed ? namedInstance(entry->maybeAt(1), model) : ModelTreeTraverse::kNone;
+        if (isNamed && only == ModelTreeTraverse::kNone) {
+            continue;
         }
-        appendConstraintIds(entry->maybeAt(2), points, true, isNamed);
-        appendConstraintIds(entry->maybeAt(3), points, false, isNamed);
+        const auto append = [&](const ValueRef &ids, Ends Constraint::*side) {
+            const TupleValueRef list = tupleVR(ids);
+            for (std::size_t i = 0; list && i < list->size(); ++i) {
+                Constraint *constraint = constraintOf(list->at(i).get_ptr());
+                if (constraint == nullptr) {
+                    continue;
+                }
+                Ends &ends = constraint->*side;
+                if (isNamed) {
+                    ends.named.push_back(mTree->getInstance(only).firstPoint + point);
+                } else {
+                    if (ends.every.empty() || ends.every.back().model != &model) {
+                        ends.every.push_back({&model, {}});
+                    }
+                    ends.every.back().points.push_back(point);
+                }
+            }
+        };
+        append(entry->maybeAt(2), &Constraint::starts);
+        append(entry->maybeAt(3), &Constraint::stops);
     }
 }
 
-void LatencyTraverse::appendConstraintIds(const ValueRef &ids, const std::vector<std::uint32_t> &points, bool isStart,
-                                          bool isNamed) {
-    const TupleValueRef list = tupleVR(ids);
-    if (!list) {
-        return;
+LatencyTraverse::Constraint *LatencyTraverse::constraintOf(const Value *id) {
+    if (const auto known = mConstraints.find(id); known != mConstraints.end()) {
+        return &known->second;
     }
-    for (const ValueRef &id : *list) {
-        const auto found = mConstraints.find(id.get_ptr());
-        if (found == mConstraints.end()) {
-            continue;
-        }
-        Ends &ends = isStart ? found->second.starts : found->second.stops;
-        for (const std::uint32_t point : points) {
-            if (isNamed) {
-                ends.named.push_back(point);
-            } else {
-                ends.every.emplace_back(mTree->instanceOf(point), point);
-            }
-        }
+    const int *latency = mRecords->find(id);
+    if (latency == nullptr) {
+        return nullptr;
     }
+    mIds.push_back(id);
+    return &mConstraints.emplace(id, Constraint{*latency, {}, {}}).first->second;
 }
 
 /// A chain is a tuple of (model name, block name) from the design's root down, which may stand above the model that is
@@ -314,40 +368,78 @@ std::uint32_t LatencyTraverse::namedInstance(const ValueRef &chain, const Model 
 
 void LatencyTraverse::populateLatencyDependencies() {
     for (const Value *id : mIds) {
-        Constraint &constraint = mConstraints.at(id);
-        Ends &starts = constraint.starts;
-        Ends &stops = constraint.stops;
-        // Two ends that stand for every instance meet in each one; an end with a chain meets all that the other has.
-        std::sort(starts.every.begin(), starts.every.end());
-        std::sort(stops.every.begin(), stops.every.end());
-        auto stop = stops.every.begin();
-        for (auto start = starts.every.begin(); start != starts.every.end();) {
-            const std::uint32_t instance = start->first;
-            std::vector<std::uint32_t> from;
-            for (; start != starts.every.end() && start->first == instance; ++start) {
-                from.push_back(start->second);
+        const Constraint &constraint = mConstraints.at(id);
+        for (const EveryInstance &starts : constraint.starts.every) {
+            for (const EveryInstance &stops : constraint.stops.every) {
+                joinEveryInstance(starts, stops, constraint.latency);
             }
-            std::vector<std::uint32_t> to;
-            for (; stop != stops.every.end() && stop->first <= instance; ++stop) {
-                if (stop->first == instance) {
-                    to.push_back(stop->second);
-                }
-            }
-            addHub(from, to, constraint.latency);
         }
-        std::vector<std::uint32_t> all = stops.named;
-        std::transform(stops.every.begin(), stops.every.end(), std::back_inserter(all),
-                       [](const auto &end) { return end.second; });
-        addHub(starts.named, all, constraint.latency);
-        std::vector<std::uint32_t> every;
-        std::transform(starts.every.begin(), starts.every.end(), std::back_inserter(every),
-                       [](const auto &end) { return end.second; });
-        addHub(every, stops.named, constraint.latency);
+        // An end with a chain meets all that the other side has.
+        addHub(constraint.starts.named, allOf(constraint.stops), constraint.latency);
+        for (const EveryInstance &starts : constraint.starts.every) {
+            addHub(allOf(starts), constraint.stops.named, constraint.latency);
+        }
     }
 }
 
-void LatencyTraverse::addHub(const std::vector<std::uint32_t> &starts, const std::vector<std::uint32_t> &stops,
-                             int latency) {
+/// Ends that stand for every instance meet where one instance is the other or lies in it. Where no instance of the one
+/// model has to do with one of the other, all meet all.
+void LatencyTraverse::joinEveryInstance(const EveryInstance &starts, const EveryInstance &stops, int latency) {
+    const auto joinBelow = [&](const EveryInstance &upper, const EveryInstance &lower) {
+        std::map<std::uint32_t, Points> below;
+        for (const std::uint32_t instance : mInstancesOf.at(lower.model)) {
+            const std::uint32_t above = instanceAbove(instance, *upper.model);
+            if (above != ModelTreeTraverse::kNone) {
+                appendInstance(lower, instance, below[above]);
+            }
+        }
+        for (const auto &[above, points] : below) {
+            Points met;
+            appendInstance(upper, above, met);
+            addHub(&upper == &starts ? met : points, &upper == &starts ? points : met, latency);
+        }
+        return !below.empty();
+    };
+    const bool isAbove = joinBelow(starts, stops);
+    const bool isBelow = starts.model != stops.model && joinBelow(stops, starts);
+    if (!isAbove && !isBelow) {
+        addHub(allOf(starts), allOf(stops), latency);
+    }
+}
+
+void LatencyTraverse::appendInstance(const EveryInstance &ends, std::uint32_t instance, Points &points) const {
+    for (const std::uint32_t point : ends.points) {
+        points.push_back(mTree->getInstance(instance).firstPoint + point);
+    }
+}
+
+LatencyTraverse::Points LatencyTraverse::allOf(const EveryInstance &ends) const {
+    Points points;
+    for (const std::uint32_t instance : mInstancesOf.at(ends.model)) {
+        appendInstance(ends, instance, points);
+    }
+    return points;
+}
+
+LatencyTraverse::Points LatencyTraverse::allOf(const Ends &ends) const {
+    Points points = ends.named;
+    for (const EveryInstance &every : ends.every) {
+        const Points more = allOf(every);
+        points.insert(points.end(), more.begin(), more.end());
+    }
+    return points;
+}
+
+/// The instance itself, or the one around it that is of the model.
+std::uint32_t LatencyTraverse::instanceAbove(std::uint32_t instance, const Model &model) const {
+    std::uint32_t at = instance;
+    while (at != ModelTreeTraverse::kNone && &mTree->getModel(at) != &model) {
+        at = mTree->getInstance(at).parent;
+    }
+    return at;
+}
+
+void LatencyTraverse::addHub(const Points &starts, const Points &stops, int latency) {
     if (starts.empty() || stops.empty()) {
         return;
     }

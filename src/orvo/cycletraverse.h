@@ -13,6 +13,7 @@
 
 namespace orvo {
 class Block;
+class Design;
 class Model;
 class Port;
 class Wire;
@@ -20,12 +21,16 @@ class Wire;
 
 namespace orvo::internal {
 
-/// A block, or one of its ports or wires.
+/// The integer part of a number that is not special, or the bound of `int` that it lies beyond.
+ORVO_API int saturatedInteger(const NumberValue &number);
+
+/// A block, or one of its ports or wires. With both, what a block is for the one signal that it carries from that port
+/// to that wire.
 struct NetPoint {
     const Block *block;
     const Port *port = nullptr;
     const Wire *wire = nullptr;
-    bool isBlock() const { return port == nullptr && wire == nullptr; }
+    bool isBlock() const { return (port == nullptr) == (wire == nullptr); }
 };
 
 /// Numbers the points of one model.
@@ -36,7 +41,11 @@ class NetPointDict {
     void addBlock(const Block &block);
     /// A port, a wire or, for a null key, the block; `kNone` if the block has none of that name.
     std::uint32_t getPoint(const Block *block, bool isPort, const PureValueRef &key) const;
+    std::uint32_t getPoint(const Port &port) const;
     std::uint32_t getPoint(const Wire &wire) const;
+    /// What gives the signal of a wire: its block, or the passage to it through that block; `kNone` if the block
+    /// carries signals by their names and has none for this wire.
+    std::uint32_t getSource(const Wire &wire) const;
     const std::vector<NetPoint> &points() const { return mPoints; }
 
   private:
@@ -85,11 +94,11 @@ class ModelTreeTraverse {
     const Model &getModel(std::uint32_t instance) const { return mInstances[instance].traverse->model(); }
     const Instance &getInstance(std::uint32_t instance) const { return mInstances[instance]; }
     std::uint32_t countPoints() const { return mPointCount; }
-    std::uint32_t instanceOf(std::uint32_t point) const;
     std::uint32_t below(std::uint32_t instance, const Block &step) const;
     /// The wire that drives a port, if it belongs to the graph.
     std::uint32_t getDriverWire(std::uint32_t instance, const Port &port) const;
-    /// Where the signal of a wire comes from: the block or, at the edges of models, the port on the other side.
+    /// Where the signal of a wire comes from: the block, its passage or, at the edges of models, the port on the other
+    /// side.
     std::uint32_t getSource(std::uint32_t instance, const Wire &wire) const;
 
   private:
@@ -112,10 +121,26 @@ class ModelTreeTraverse {
     std::uint32_t mPointCount = 0;
 };
 
+/// The latencies of the constraints of a design, whose ids are unique there. They are read when the first one is asked
+/// for, and must not change from then on.
+class LatencyRecords {
+  public:
+    explicit LatencyRecords(const Design &design) : mDesign(&design) {}
+    /// Null for an id without a well-formed record.
+    const int *find(const Value *id);
+
+  private:
+    void read(const Model &model);
+
+    const Design *mDesign;
+    bool mIsRead = false;
+    std::unordered_map<const Value *, int> mLatencies;
+};
+
 /// Adds the latency constraints: the point at which one ends depends on the point at which it starts.
 class LatencyTraverse {
   public:
-    explicit LatencyTraverse(const ModelTreeTraverse &tree);
+    LatencyTraverse(const ModelTreeTraverse &tree, LatencyRecords &records);
 
     /// Points that stand for constraints alone are numbered behind those of the tree.
     std::uint32_t countPoints() const { return mTree->countPoints() + static_cast<std::uint32_t>(mHubs.size()); }
@@ -123,11 +148,17 @@ class LatencyTraverse {
     void getDriverDepends(std::uint32_t point, std::vector<Dependency> &depends) const;
 
   private:
+    /// Numbers of points.
+    using Points = std::vector<std::uint32_t>;
+    /// Ends in one model of entries for every instance of it, as its own points.
+    struct EveryInstance {
+        const Model *model;
+        Points points;
+    };
     struct Ends {
-        /// Of entries for every instance of their model, with that instance.
-        std::vector<std::pair<std::uint32_t, std::uint32_t>> every;
+        std::vector<EveryInstance> every;
         /// Of entries that name the instance.
-        std::vector<std::uint32_t> named;
+        Points named;
     };
     struct Constraint {
         int latency;
@@ -136,21 +167,26 @@ class LatencyTraverse {
     };
 
     void populateMaps();
-    void readRecords(const Model &model);
     void parseConstraintPoints(const Block &block, const PureValueRef &key, bool isPort);
-    void appendConstraintIds(const ValueRef &ids, const std::vector<std::uint32_t> &points, bool isStart, bool isNamed);
+    Constraint *constraintOf(const Value *id);
     void populateLatencyDependencies();
-    void addHub(const std::vector<std::uint32_t> &starts, const std::vector<std::uint32_t> &stops, int latency);
+    void joinEveryInstance(const EveryInstance &starts, const EveryInstance &stops, int latency);
+    void addHub(const Points &starts, const Points &stops, int latency);
+    void appendInstance(const EveryInstance &ends, std::uint32_t instance, Points &points) const;
+    Points allOf(const EveryInstance &ends) const;
+    Points allOf(const Ends &ends) const;
+    std::uint32_t instanceAbove(std::uint32_t instance, const Model &model) const;
     std::uint32_t namedInstance(const ValueRef &chain, const Model &model) const;
 
     const ModelTreeTraverse *mTree;
+    LatencyRecords *mRecords;
     std::unordered_map<const Model *, std::vector<std::uint32_t>> mInstancesOf;
     std::unordered_map<const Value *, Constraint> mConstraints;
-    /// In the order of the records, so that every run is the same.
+    /// In the order in which their ends were met, so that every run is the same.
     std::vector<const Value *> mIds;
     /// A constraint with many starts and many stops joins them through a point of its own, so that the graph stays
     /// as small as the constraints are.
-    std::vector<std::vector<std::uint32_t>> mHubs;
+    std::vector<Points> mHubs;
     std::unordered_map<std::uint32_t, std::vector<Dependency>> mLatencyDepends;
 };
 

@@ -52,6 +52,49 @@ run 0 loops loops.xml --limit 3 --json
 json out 'd["complete"]'
 run 2 loops loops.xml --limit 0
 
+# Where it looks: below the models that are written out, else below the tops, else everywhere; or below a given one.
+write_two() { # FILE MODE-OF-TOP INNER: two models with a loop each; "top" instantiates INNER, "aside" instantiates "top".
+    {
+        printf '<kelmar xmlns="%s"><design version="1.2">\n' "$namespace"
+        for model in top aside; do
+            printf '<model name="%s">%s\n' $model "$([ $model = aside ] || printf '%s' "$2")"
+            block a negBlock "$(param 0 "[/$model/b/primWireOut]")<wire name=\"primWireOut\"/>"
+            block b negBlock "$(param 0 "[/$model/a/primWireOut]")<wire name=\"primWireOut\"/>"
+            [ $model = aside ] && block inner modelBlock "$(param modelNode '[/top]')"
+            [ $model = top ] && [ -n "$3" ] && block inner modelBlock "$(param modelNode "[/$3]")"
+            printf '</model>\n'
+        done
+        printf '</design></kelmar>\n'
+    } >"$1"
+}
+places='[(l["root"], l["blocks"][0]["model"]) for l in d["loops"]]'
+write_two marked.xml "$(param synthOutputMode synthOutputHDLRoot)" ''
+run 0 loops marked.xml --json
+json out "$places == [('top', 'top')]"
+run 0 loops marked.xml --top aside --json
+json out "sorted($places) == [('aside', 'aside'), ('aside', 'top')]"
+write_two unmarked.xml '' ''
+run 0 loops unmarked.xml --json
+json out "sorted($places) == [('aside', 'aside'), ('aside', 'top')]"
+write_two mutual.xml '' aside
+run 0 loops mutual.xml --json
+json out "sorted(m for r, m in $places) == ['aside', 'top']"
+run 2 loops mutual.xml --top tip
+has err "no model 'tip'"
+
+# A block that carries signals by their names is on the loop.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block c channelInBlock "$(param x '[/top/n/primWireOut]')<wire name=\"x\"/><wire name=\"y\"/>"
+    block n negBlock "$(param 0 '[/top/c/x]')<wire name=\"primWireOut\"/>"
+    printf '</model></design></kelmar>\n'
+} >names.xml
+run 0 loops names.xml --json
+json out '[[b["block"] for b in l["blocks"]] for l in d["loops"]] == [["c", "n"]]'
+sed -i 's|/c/x|/c/y|' names.xml
+run 0 loops names.xml
+empty out
+
 # The limit bounds the search, too: each one in a long ring without delay passes all of it.
 python3 -c 'import sys
 count = 12000
