@@ -112,7 +112,7 @@ int main(int argc, char **argv) {
     const std::size_t most = argc > 1 ? static_cast<std::size_t>(std::atol(argv[1])) : 1000000;
     std::printf("%10s %-10s %12s %12s %10s %14s\n", "blocks", "metadata", "without, us", "with, us", "cost, %",
                 "peak bytes/blk");
-    for (const std::size_t spacing : {0, 100, 10, 1}) {
+    for (const std::size_t spacing : {0U, 100U, 10U, 1U}) {
         std::vector<double> seconds;
         for (std::size_t blocks = most / 100; blocks <= most; blocks *= 10) {
             const Figures without = inChild([&] { return rewriting(blocks, spacing, false); });
