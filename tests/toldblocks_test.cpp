@@ -73,6 +73,16 @@ TEST(ToldBlocks, haveOnlyWhatTheCatalogueKnows) {
                            (one.name == "ANY" || one.name == "0..." || valueOf(one.name) == pin.key);
                 });
             };
+            for (const BlockConnection &one : catalogue.blocks().at(shape.name).connections) {
+                const auto isGiven = [&](const auto &keys, auto keyOf) {
+                    return std::any_of(keys.begin(), keys.end(),
+                                       [&](const auto &given) { return keyOf(given) == valueOf(one.name); });
+                };
+                const auto keyOfPin = [](const ToldPin &pin) { return pin.key; };
+                EXPECT_TRUE(one.optional || isGiven(told.ports, keyOfPin) || isGiven(told.wires, keyOfPin) ||
+                            isGiven(told.params, [](const auto &param) { return param.first; }))
+                    << shape.name << " " << one.name;
+            }
             for (const ToldPin &port : told.ports) {
                 EXPECT_TRUE(isKnown("Port", port)) << shape.name << " " << port.key;
             }

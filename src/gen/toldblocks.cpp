@@ -117,7 +117,9 @@ ToldBlock oscillator(bool hasChannel) {
         made.ports.push_back({"1", "(typeUFixed 12 0)"});
         made.wires.push_back({text(A_WIRE_CHANNEL), kByte});
     }
-    made.params = {{text(A_NCO_ACCUM_BIT_COUNT), "12"}, {text(A_NCO_OUTPUT_TYPE), "(typeSFixed 2 9)"}};
+    made.params = {{text(A_NCO_ACCUM_BIT_COUNT), "12"},
+                   {text(A_NCO_OUTPUT_RATE), "1"},
+                   {text(A_NCO_OUTPUT_TYPE), "(typeSFixed 2 9)"}};
     return made;
 }
 
