@@ -76,7 +76,8 @@ class ORVO_API MetadataManipulator {
 /// blocks that vanished to those that now do their work:
 /// - the readers of a dead block's output were moved to another output: the block of that output gets the entries, and
 ///   so do the new blocks that serve it alone;
-/// - they were moved to what the dead block itself read: the readers get them, for nothing took its place;
+/// - they were moved to what the dead block itself read, or to what lies a few blocks before it: the readers get them,
+///   for nothing took its place;
 /// - the readers died, too, and what took their place no longer needs the dead block's signal: what took their place.
 ///
 /// A block that gets entries and dies hands them on. No block gets an entry that it has. Sections nest, and a block

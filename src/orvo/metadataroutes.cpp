@@ -299,8 +299,8 @@ void MetadataRoutes::markInputs(const NodeBlock &dead, std::uint32_t mark) const
     eachGoneOf(dead, [&](const Disconnection &gone) { gone.wire->mMark = mark; });
 }
 
-/// Where the signal of one wire went: to the wires that its readers were moved to. Only if there is none, its dead
-/// readers lead on, for what took their place must do the dead block's work, too.
+/// Where the signal of one wire went: to the wires that its readers were moved to. If there is none, its dead readers
+/// lead on, for what took their place must do the dead block's work, too; beside others they do where this shows.
 void MetadataRoutes::followWire(const NodeWire &wire, std::uint32_t mark) {
     bool found = false;
     eachGoneOf(wire, [&](const Disconnection &gone, std::uint32_t number) {
