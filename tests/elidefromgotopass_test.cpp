@@ -434,9 +434,9 @@ TEST_F(ElideFromGotoTest, reportsALoopOfTagsThatNothingDrives) {
     sender(top, "a", &receiver(top, "c", "v"), "gotoTagTypeLocal", "u");
     sender(top, "b", &receiver(top, "d", "u"), "gotoTagTypeLocal", "v");
     Block &reader = sink(top, "y", receiver(top, "e", "v"));
-    EXPECT_EQ(run(), Lines{"FROM_UNKNOWN_TAG block=/top/d tag=u"});
-    EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines{"/top/d"});
-    EXPECT_EQ(readBy(reader), "/top/d/fromWireOut");
+    EXPECT_EQ(run(), Lines{"FROM_UNKNOWN_TAG block=/top/c tag=v"});
+    EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines{"/top/c"});
+    EXPECT_EQ(readBy(reader), "/top/c/fromWireOut");
 }
 
 TEST_F(ElideFromGotoTest, passesAFaultyFromOnToTheReadersOfItsGoto) {

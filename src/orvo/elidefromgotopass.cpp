@@ -18,6 +18,7 @@
 #include <set>
 #include <tuple>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace orvo {
@@ -198,8 +199,9 @@ class TagTable {
 
     /// Enters what a Goto gives and deletes it; a faulty one is reported and stays.
     void take(Block &sender);
-    /// Replaces a From by the wire of its tag; one that cannot be resolved is reported and stays.
-    void resolve(Block &from);
+    /// Replaces a From by the wire of its tag, unless it is gone already; one that cannot be resolved is reported and
+    /// stays.
+    void resolve(Block *first);
     /// Takes the marks of the tags off their scope root.
     void clearMarks(Model &root);
 
@@ -209,6 +211,8 @@ class TagTable {
     template <class Holds> Model *upward(Model &model, Holds holds) const;
     TagKey keyOf(Block &sender, const PureValueRef &tag);
     Tags::iterator find(Model &model, const PureValueRef &tag);
+    TagInfo *tagFor(Block &from);
+    void replace(Block &from, Wire &source);
     void follow(Block &from, Wire &wire);
 
     Design &mDesign;
@@ -217,6 +221,8 @@ class TagTable {
     /// The tags whose Gotos are fed by a From: their wires follow when the From is resolved.
     std::unordered_map<Block *, std::vector<TagInfo *>> mFedBy;
     std::unordered_map<Model *, std::set<PureValueRef>> mScoped;
+    /// Also those that are gone: a From never comes to stand in the place of another.
+    std::unordered_set<const Block *> mTried;
 };
 
 PureValueRef markOf(const PureValueRef &tag, Context *context) {
@@ -294,34 +300,67 @@ TagTable::Tags::iterator TagTable::find(Model &model, const PureValueRef &tag) {
     return hit != mTags.end() ? hit : mTags.find({TagKind::Bus, tag, nullptr});
 }
 
-void TagTable::resolve(Block &from) {
-    Wire *own = from.getWire(A_FROM_WIRE_OUT);
-    if (own == nullptr) {
+/// Null, after a message, if none reaches the From.
+TagInfo *TagTable::tagFor(Block &from) {
+    if (from.getWire(A_FROM_WIRE_OUT) == nullptr) {
         log::msg(msg::error::FROM_MISSING_WIRE, log::p("block", from.value()));
-        return;
+        return nullptr;
     }
     const PureValueRef tag = tagOf(from, msg::error::FROM_MISSING_TAG, msg::error::FROM_BAD_TAG);
     if (!tag) {
-        return;
+        return nullptr;
     }
     Model &model = from.getModel();
     const auto hit = find(model, tag);
-    if (hit != mTags.end() && hit->second.wires.count(&model) == 0 &&
-        !routeAcrossModels(model, hit->first, hit->second, mTree)) {
-        return;
-    }
-    // A From that feeds its own Goto has no more of a source than one without a Goto.
-    Wire *source = hit == mTags.end() ? nullptr : hit->second.wires.at(&model);
-    if (source == nullptr || &source->getBlock() == &from) {
+    if (hit == mTags.end()) {
         log::msg(msg::error::FROM_UNKNOWN_TAG, log::p("tag", tag) % log::p("block", from.value()));
+        return nullptr;
+    }
+    const bool isThere = hit->second.wires.count(&model) != 0;
+    return isThere || routeAcrossModels(model, hit->first, hit->second, mTree) ? &hit->second : nullptr;
+}
+
+void TagTable::resolve(Block *first) {
+    struct Step {
+        Block *from;
+        TagInfo *tag;
+    };
+    // Froms that feed others go first, so that each reader moves once however long the chain is.
+    std::vector<Step> chain;
+    const auto enter = [&](Block *from) {
+        if (!mTried.insert(from).second) {
+            return false;
+        }
+        if (TagInfo *tag = tagFor(*from); tag != nullptr) {
+            chain.push_back({from, tag});
+        }
+        return true;
+    };
+    enter(first);
+    while (!chain.empty()) {
+        const auto [from, tag] = chain.back();
+        Wire &source = *tag->wires.at(&from->getModel());
+        if (isOfType(source.getBlock(), A_FROM_BLOCK) && enter(&source.getBlock())) {
+            continue;
+        }
+        replace(*from, source);
+        chain.pop_back();
+    }
+}
+
+void TagTable::replace(Block &from, Wire &source) {
+    // A From that feeds its own Goto has no more of a source than one without a Goto.
+    if (&source.getBlock() == &from) {
+        log::msg(msg::error::FROM_UNKNOWN_TAG,
+                 log::p("tag", from.getParam(A_GOTO_TAG)) % log::p("block", from.value()));
         return;
     }
-    own->replace(*source);
-    follow(from, *source);
+    from.getWire(A_FROM_WIRE_OUT)->replace(source);
+    follow(from, source);
     delete &from;
 }
 
-/// Makes the tags that a From fed go by the wire that took its place. That may come from a From, too.
+/// Makes the tags that a From fed go by the wire that took its place. That comes from a From, too, if that From stays.
 void TagTable::follow(Block &from, Wire &wire) {
     const auto at = mFedBy.find(&from);
     if (at == mFedBy.end()) {
@@ -367,7 +406,7 @@ void ElideFromGotoPass::apply(PassContext &context) {
     }
     for (Model &model : design) {
         for (Block *from : blocksOfType(model, A_FROM_BLOCK)) {
-            tags.resolve(*from);
+            tags.resolve(from);
         }
         tags.clearMarks(model);
     }
