@@ -145,6 +145,44 @@ TEST_F(TagJoinerTest, letsTheLastOfEqualTagsInAModelHold) {
     EXPECT_EQ(stepWith(simulator, {1, 2}), (Numbers{2}));
 }
 
+TEST_F(TagJoinerTest, letsTheNearestModelOnTheWayToTheLastGotoHold) {
+    for (const bool alsoBetween : {false, true}) {
+        Design design(mgr.context());
+        Model &top = *Model::create(design, "top");
+        Model &between = reader(design, "between");
+        Block &outer = instance(top, "call", between);
+        // In the order of the design, which is not that of the instances, the Goto in `z` is the last.
+        for (const char *name : {"z", "m", "a"}) {
+            Model &below = reader(design, name);
+            Block &call = instance(between, name == std::string("z") ? "first" : name, below);
+            if (name != std::string("m")) {
+                sender(below, "goto", *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), "i"),
+                       "gotoTagTypeGlobal");
+                outer.setParam(value(name), input(top, name, "s8.0"));
+                call.setParam(value("i"), input(between, name, "s8.0"));
+            }
+            output(between, name, *Wire::create(call, "o"));
+            output(top, name, *Wire::create(outer, name));
+        }
+        if (alsoBetween) {
+            outer.setParam(value("b"), input(top, "b", "s8.0"));
+            sender(between, "goto", input(between, "b", "s8.0"), "gotoTagTypeGlobal");
+        }
+        output(top, "o", *Wire::create(outer, "o"));
+        output(top, "outside", receiver(top, "from"));
+        Simulator simulator(design, top);
+        std::map<std::string, std::int64_t> in{{"z", 1}, {"a", 2}};
+        if (alsoBetween) {
+            in["b"] = 3;
+        }
+        const std::int64_t others = alsoBetween ? 3 : 1;
+        EXPECT_EQ(stepByName(simulator, in),
+                  (std::map<std::string, std::int64_t>{
+                      {"a", 2}, {"m", others}, {"o", others}, {"outside", others}, {"z", 1}}))
+            << alsoBetween;
+    }
+}
+
 TEST_F(TagJoinerTest, refusesTagsThatLeadNowhere) {
     Design design(mgr.context());
     Model &top = *Model::create(design, "top");
@@ -183,7 +221,8 @@ TEST_F(TagJoinerTest, refusesATagThatTwoInstancesGive) {
     }
     EXPECT_EQ(refusal(design, top), "");
     output(top, "y", receiver(top, "from"));
-    EXPECT_EQ(refusal(design, top), "Goto blocks in several models give the tag 't' top/from top/a/goto top/b/goto");
+    EXPECT_EQ(refusal(design, top),
+              "Goto blocks in several instances of a model give the tag 't' top/from top/a/goto top/b/goto");
 }
 
 } // namespace

@@ -227,6 +227,15 @@ class DesignBuilder {
         std::vector<PureValueRef> inputTypes;
         std::vector<Loop> loops;
         std::size_t blocks = 0;
+        /// Not to be called again.
+        bool isUnique = false;
+    };
+    struct Tag {
+        PureValueRef name;
+        PureValueRef type;
+        /// The model of a local tag or the scope root of a scoped one.
+        Model *scope;
+        bool isLocal;
     };
     struct Callable {
         Model *model;
@@ -326,6 +335,10 @@ class DesignBuilder {
                            one.shape.fraction == 0;
                 case PinShape::Role::Data:
                     break;
+                }
+                if (first && shape.type == A_CPACK_BLOCK) {
+                    // A type pin behind the pack tells both parts one type.
+                    return one.type() == first->type();
                 }
                 return first ? meets(*first, one) : classOf(one.shape) == wanted;
             });
@@ -565,36 +578,78 @@ class DesignBuilder {
         addBlock(recipe, **at);
     }
 
-    /// A signal that goes on through a tag; beyond its model it comes from the top, whatever the reach of the tag.
-    /// Types do not pass tags, so a pin tells it.
+    /// A signal that goes on through a tag, a new one or one that is there. Types do not pass tags, so a pin tells it.
     void addTags(const Recipe &recipe) {
         Chooser chooser(recipe, 0);
+        std::optional<Tag> tag = chooser.chance(1, 3) ? tagInReach(chooser) : std::nullopt;
+        tag = tag ? tag : newTag(chooser);
+        if (!tag) {
+            return;
+        }
+        keepInScope(*tag);
+        const std::size_t readers = 1 + chooser.below(2);
+        Level &level = mLevels.back();
+        for (std::size_t i = 0; i < readers; ++i) {
+            Block &reader = *Block::create(*level.model, nextName(level), A_FROM_BLOCK);
+            reader.setParam(A_GOTO_TAG, ValueRef(tag->name));
+            level.pool.push_back(pinned(level, *Wire::create(reader, A_FROM_WIRE_OUT), tag->type));
+        }
+    }
+    /// Local ones are in this model. Others come mostly from the top, since there must not be two of their Gotos.
+    std::optional<Tag> newTag(Chooser &chooser) {
         const StaticString *const reaches[] = {&A_GOTO_TAG_TYPE_LOCAL, &A_GOTO_TAG_TYPE_GLOBAL, &A_GOTO_TAG_TYPE_SCOPED,
                                                &A_GOTO_TAG_TYPE_BUS};
         const std::size_t place = chooser.below(2 * std::size(reaches));
         const StaticString &reach = *reaches[place < std::size(reaches) ? place : 0];
-        const std::size_t at = &reach == reaches[0] ? mLevels.size() - 1 : 0;
+        const bool isLocal = &reach == reaches[0];
+        const std::size_t deepest = mLevels.size() - 1;
+        const std::size_t at = isLocal ? deepest : chooser.chance(1, 2) ? chooser.below(mLevels.size()) : 0;
         const std::optional<Signal> from = pick(at, chooser, [](const Signal &) { return true; });
         if (!from) {
-            return;
+            return std::nullopt;
         }
-        const PureValueRef tag = text("tag" + std::to_string(mTags++));
-        const std::size_t readers = 1 + chooser.below(2);
+        Tag tag{text("tag" + std::to_string(mTags.size())), from->type(), isLocal ? mLevels[at].model : nullptr,
+                isLocal};
         Block &source = *Block::create(*mLevels[at].model, nextName(mLevels[at]), A_GOTO_BLOCK);
-        source.setParam(A_GOTO_PORT_IN, *from->wire);
-        source.setParam(A_GOTO_TAG, ValueRef(tag));
-        if (&reach != reaches[0]) {
+        source.setParam(A_GOTO_PORT_IN, chooser.chance(1, 2) ? wireBehindPin(*from->wire) : *from->wire);
+        source.setParam(A_GOTO_TAG, ValueRef(tag.name));
+        if (place != 0) {
             source.setParam(A_GOTO_TAG_TYPE, reach);
         }
         if (&reach == &A_GOTO_TAG_TYPE_SCOPED) {
-            mLevels[0].model->setParam(PureTupleValue::get(A_GOTO_TAG_TYPE_SCOPED, tag, mContext), A_TRUE);
+            tag.scope = mLevels[chooser.below(at + 1)].model;
+            tag.scope->setParam(PureTupleValue::get(A_GOTO_TAG_TYPE_SCOPED, tag.name, mContext), A_TRUE);
         }
-        Level &level = mLevels.back();
-        for (std::size_t i = 0; i < readers; ++i) {
-            Block &reader = *Block::create(*level.model, nextName(level), A_FROM_BLOCK);
-            reader.setParam(A_GOTO_TAG, ValueRef(tag));
-            level.pool.push_back(pinned(level, *Wire::create(reader, A_FROM_WIRE_OUT), from->type()));
+        for (std::size_t i = 1; !isLocal && i <= at; ++i) {
+            mLevels[i].isUnique = true;
         }
+        mTags.push_back(tag);
+        return tag;
+    }
+    std::optional<Tag> tagInReach(Chooser &chooser) const {
+        std::vector<const Tag *> found;
+        for (const Tag &tag : mTags) {
+            const bool isInScope = std::any_of(mLevels.begin(), mLevels.end(),
+                                               [&tag](const Level &level) { return level.model == tag.scope; });
+            if (tag.scope == nullptr || (tag.isLocal ? tag.scope == mLevels.back().model : isInScope)) {
+                found.push_back(&tag);
+            }
+        }
+        return found.empty() ? std::nullopt : std::optional(*found[chooser.below(found.size())]);
+    }
+    /// Models that read a scoped tag are not called from outside of its scope.
+    void keepInScope(const Tag &tag) {
+        for (std::size_t i = mLevels.size(); tag.scope != nullptr && mLevels[--i].model != tag.scope;) {
+            mLevels[i].isUnique |= tag.scope != mLevels[0].model;
+        }
+    }
+    /// What a pin on a From reads: a Goto may hang on the From itself.
+    Wire &wireBehindPin(Wire &wire) const {
+        const Port *port = wire.getBlock().getPort(number(0));
+        return port != nullptr && wire.getBlock().type() == A_TYPE_PIN_BLOCK.get_ptr() &&
+                       port->peekWire()->getBlock().type() == A_FROM_BLOCK.get_ptr()
+                   ? *port->peekWire()
+                   : wire;
     }
 
     /// A block whose pins are told, on signals cast to their types. What the outside knows by a name or an address
@@ -733,7 +788,9 @@ class DesignBuilder {
             }
         }
         addOutputs(*closed.call, callable);
-        mCallables.push_back(std::move(callable));
+        if (!closed.isUnique) {
+            mCallables.push_back(std::move(callable));
+        }
     }
     void addOutputs(Block &call, const Callable &callable) {
         for (std::size_t i = 0; i < callable.outputTypes.size(); ++i) {
@@ -775,7 +832,7 @@ class DesignBuilder {
     std::vector<Callable> mCallables;
     std::set<std::string> mFamilies;
     std::size_t mModels = 0;
-    std::size_t mTags = 0;
+    std::vector<Tag> mTags;
     std::size_t mTold = 0;
     bool mHasBus = false;
 };

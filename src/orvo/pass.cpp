@@ -1,7 +1,8 @@
 // The bases of passes: what they do when a pass says nothing of its own.
 #include <orvo/pass.h>
 
-#include <orvo/annotation.h>
+#include "orvo/metadatasection.h"
+
 #include <orvo/design.h>
 #include <orvo/logging.h>
 #include <orvo/model.h>
@@ -15,26 +16,6 @@
 namespace orvo {
 
 namespace {
-
-/// A section of metadata transfer that closes with its scope, also when a pass throws.
-class MetadataSection {
-  public:
-    explicit MetadataSection(TransferMetadataListener *listener) : mListener(listener) {
-        if (mListener != nullptr) {
-            mListener->push();
-        }
-    }
-    ~MetadataSection() {
-        if (mListener != nullptr) {
-            mListener->pop();
-        }
-    }
-    MetadataSection(const MetadataSection &) = delete;
-    MetadataSection &operator=(const MetadataSection &) = delete;
-
-  private:
-    TransferMetadataListener *mListener;
-};
 
 /// The models of a design at the start of a round, less those that die in it.
 class ModelRound {
@@ -116,7 +97,7 @@ void ModelPass::apply(PassContext &context) {
             } else if (action == ACTION_ANALYZE) {
                 analyze(modelContext);
             } else {
-                MetadataSection metadata(
+                internal::MetadataSection metadata(
                     useMetadataTransferListener() ? context.getDesign().getMetadataTransferListener() : nullptr);
                 apply(modelContext);
             }

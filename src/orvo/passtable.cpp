@@ -5,6 +5,7 @@
 #include "orvo/deadmodelpass.h"
 #include "orvo/dumptypespass.h"
 #include "orvo/dumpxmlpass.h"
+#include "orvo/elidefromgotopass.h"
 #include "orvo/elideterminalpass.h"
 #include "orvo/elideunpackpass.h"
 #include "orvo/netlistverificationpass.h"
@@ -29,8 +30,9 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(AggressiveDeadBlockPass), ORVO_PASS_ROW(AggressiveDeadBlockLatePass),
     ORVO_PASS_ROW(DumpTypesPass),           ORVO_PASS_ROW(DumpXMLPass),
     ORVO_PASS_ROW(GlobalTypePass),          ORVO_PASS_ROW(ElideTerminalPass),
-    ORVO_PASS_ROW(ElideUnpackPass),         ORVO_PASS_ROW(ModelTreePass),
-    ORVO_PASS_ROW(DeadModelPass),           ORVO_PASS_ROW(NetlistVerificationPass),
+    ORVO_PASS_ROW(ElideUnpackPass),         ORVO_PASS_ROW(ElideFromGotoPass),
+    ORVO_PASS_ROW(ModelTreePass),           ORVO_PASS_ROW(DeadModelPass),
+    ORVO_PASS_ROW(NetlistVerificationPass),
 };
 #undef ORVO_PASS_ROW
 

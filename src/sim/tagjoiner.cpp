@@ -110,6 +110,54 @@ void TagJoiner::enter(const Place &sender) {
     mSenders[key].push_back(sender);
 }
 
+/// The instance and those around it, up to the top.
+std::vector<std::uint32_t> TagJoiner::wayUp(std::uint32_t instance) const {
+    std::vector<std::uint32_t> way;
+    upward(instance, [&way](std::uint32_t at) {
+        way.push_back(at);
+        return false;
+    });
+    return way;
+}
+
+/// Of the Gotos of one reach the last in the first instance that has one, on the way to the last of all.
+const TagJoiner::Place &TagJoiner::nearest(const Place &from, const std::vector<Place> &senders) const {
+    const auto isFirst = [&](const Place &sender) { return sender.instance == senders[0].instance; };
+    if (std::all_of(senders.begin(), senders.end(), isFirst)) {
+        return senders.back();
+    }
+    const auto modelOf = [](const Place &sender) { return &sender.block->getModel(); };
+    const Place &last = *std::max_element(senders.begin(), senders.end(), [&](const Place &a, const Place &b) {
+        return DeepValueCmp()(modelOf(a)->getName(), modelOf(b)->getName());
+    });
+    std::vector<std::uint32_t> way = wayUp(from.instance);
+    std::vector<std::uint32_t> back = wayUp(last.instance);
+    std::uint32_t turn = way.back();
+    while (!way.empty() && !back.empty() && way.back() == back.back()) {
+        turn = way.back();
+        way.pop_back();
+        back.pop_back();
+    }
+    way.push_back(turn);
+    way.insert(way.end(), back.rbegin(), back.rend());
+    const bool isAmbiguous = std::any_of(senders.begin(), senders.end(), [&](const Place &other) {
+        return modelOf(other) == modelOf(last) && other.instance != last.instance;
+    });
+    for (const std::uint32_t instance : way) {
+        const auto at = std::find_if(senders.rbegin(), senders.rend(),
+                                     [&](const Place &sender) { return sender.instance == instance; });
+        if (at != senders.rend() && (instance == from.instance || !isAmbiguous)) {
+            return *at;
+        }
+    }
+    std::vector<std::string> places{placeOf(from)};
+    for (const Place &sender : senders) {
+        places.push_back(placeOf(sender));
+    }
+    const PureValueRef tag = tagOf(from);
+    throw CompileError{"Goto blocks in several instances of a model give the tag '" + tag->toString() + "'", places};
+}
+
 /// The Goto whose signal a From reads. In one model the last of equal tags holds.
 const TagJoiner::Place &TagJoiner::senderFor(const Place &from) const {
     const PureValueRef tag = tagOf(from);
@@ -125,16 +173,7 @@ const TagJoiner::Place &TagJoiner::senderFor(const Place &from) const {
         if (at == mSenders.end()) {
             continue;
         }
-        const std::vector<Place> &senders = at->second;
-        if (std::any_of(senders.begin(), senders.end(),
-                        [&](const Place &other) { return other.instance != senders[0].instance; })) {
-            std::vector<std::string> places{placeOf(from)};
-            for (const Place &sender : senders) {
-                places.push_back(placeOf(sender));
-            }
-            throw CompileError{"Goto blocks in several models give the tag '" + tag->toString() + "'", places};
-        }
-        return senders.back();
+        return nearest(from, at->second);
     }
     fail(from, "no Goto with the tag '" + tag->toString() + "' is in reach");
 }

@@ -1,5 +1,7 @@
 // From and Goto blocks as wires. A tag is found first in the From's own model, then at the nearest scope root above it,
 // then in the whole design, then on the bus: instance by instance, so that each instance of a model reads its own tags.
+// Of several Gotos in one reach the last of the design holds; on the way from it, each model with a Goto of its own
+// passes on what that gives.
 #pragma once
 
 #include "sim/compilerimpl.h"
@@ -12,7 +14,7 @@
 
 namespace orvo::sim {
 
-/// Throws `CompileError` for tags that lead nowhere or to several instances.
+/// Throws `CompileError` for tags that lead nowhere or to several instances of one Goto.
 class TagJoiner {
   public:
     /// Reads the tags in all instances.
@@ -36,6 +38,8 @@ class TagJoiner {
     PureValueRef tagOf(const Place &place) const;
     template <class Holds> std::optional<std::uint32_t> upward(std::uint32_t instance, Holds holds) const;
     void enter(const Place &sender);
+    std::vector<std::uint32_t> wayUp(std::uint32_t instance) const;
+    const Place &nearest(const Place &from, const std::vector<Place> &senders) const;
     const Place &senderFor(const Place &from) const;
     void resolve(const Place &first);
 
