@@ -5,10 +5,15 @@
 #include "support/invariants.h"
 #include "support/randomdesigns.h"
 #include "support/samebehaviour.h"
+#include "support/simulatorfixture.h"
+#include "support/typetable.h"
 
 #include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/pass.h>
+#include <orvo/staticstrings.h>
+#include <orvo/typeinferpass.h>
+#include <orvo/unrollmappings.h>
 #include <orvo/xmlservices.h>
 
 #include <gtest/gtest.h>
@@ -70,6 +75,158 @@ RC_GTEST_PROP(UnrollVectorCrossModelPassOnRandomDesigns, computesTheSame, ()) {
 
 RC_GTEST_PROP(UnrollVectorPassesOnRandomDesigns, computeTheSame, ()) {
     computesTheSame({"UnrollVectorPass", "UnrollVectorCrossModelPass", "ElideUnpackPass", "DeadBlockPass"});
+}
+
+class UnrollVectorPassTest : public test::SimulatorFixture {
+  protected:
+    std::vector<std::string> run(const char *pass) {
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler(&state);
+        scheduler.addPass(pass);
+        scheduler.apply(design);
+        EXPECT_TRUE(test::checkInvariants(design));
+        return heard.take();
+    }
+    /// A level that adds its inputs x and y, and a top that uses it.
+    void makeTwoLevels(const std::string &x, const std::string &y) {
+        Block &sum = block(below, "sum", "addBlock");
+        sum.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));
+        sum.setParam(value("1"), *Wire::create(*below.getInputBlock(), value("y")));
+        output(below, "z", *Wire::create(sum, A_PRIM_WIRE_OUT));
+        Block &use = block(model, "use", "modelBlock");
+        use.setParam(A_MODEL_NODE, below);
+        use.setParam(value("x"), input(model, "x", x));
+        use.setParam(value("y"), input(model, "y", y));
+        output(model, "z", *Wire::create(use, value("z")));
+    }
+    static std::vector<std::string> portsOf(const Block &block) {
+        std::vector<std::string> names;
+        for (const Port &port : block.ports()) {
+            names.push_back(port.getName()->toString());
+        }
+        return names;
+    }
+    static std::vector<std::string> wiresOf(const Block &block) {
+        std::vector<std::string> names;
+        for (const Wire &wire : block) {
+            names.push_back(wire.getName()->toString());
+        }
+        return names;
+    }
+
+    using Names = std::vector<std::string>;
+    Design design{mgr.context()};
+    Model &model = *Model::create(design, "top");
+    Model &below = *Model::create(design, "below");
+    PassSchedulerState state;
+};
+
+TEST_F(UnrollVectorPassTest, leavesTheBoundariesOfModelsAlone) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    EXPECT_EQ(run("UnrollVectorPass"), Names{});
+    EXPECT_EQ(portsOf(*model.getBlock(value("use"))), (Names{"x", "y"}));
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"x", "y"}));
+    EXPECT_EQ(below.getBlock(value("sum")), nullptr);
+    EXPECT_NE(below.getBlock(value("(sum 1)")), nullptr);
+}
+
+TEST_F(UnrollVectorPassTest, attachesAScalarToAllLanesWithoutAnUnpack) {
+    makeTwoLevels("[3] s4.0", "s4.0");
+    run("UnrollVectorPass");
+    EXPECT_EQ(below.getInputBlock()->getWire(value("y"))->port_size(), 3U);
+    for (const char *lane : {"(sum 0)", "(sum 1)", "(sum 2)"}) {
+        const Port *port = below.getBlock(value(lane))->getPort(value("1"));
+        EXPECT_EQ(&port->peekWire()->getBlock(), below.getInputBlock()) << lane;
+    }
+}
+
+TEST_F(UnrollVectorPassTest, feedsEachLaneAVectorOfFewerDimensionsAgain) {
+    makeTwoLevels("[2][3] s4.0", "[3] s4.0");
+    EXPECT_EQ(run("UnrollVectorPass"), Names{});
+    // The lane (1, 0) and the lane (1, 1) read the same element.
+    const Block &first = *below.getBlock(value("(sum 1 0)"));
+    const Block &second = *below.getBlock(value("(sum 1 1)"));
+    EXPECT_EQ(first.getPort(value("1"))->peekWire(), second.getPort(value("1"))->peekWire());
+    EXPECT_NE(first.getPort(value("0"))->peekWire(), second.getPort(value("0"))->peekWire());
+}
+
+TEST_F(UnrollVectorPassTest, takesBoundariesApartAndKeepsTheMappings) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    EXPECT_EQ(run("UnrollVectorPass"), Names{});
+    EXPECT_EQ(run("UnrollVectorCrossModelPass"), Names{});
+    EXPECT_EQ(portsOf(*model.getBlock(value("use"))), (Names{"y", "(x 0)", "(x 1)"}));
+    EXPECT_EQ(wiresOf(*model.getBlock(value("use"))), (Names{"(z 0)", "(z 1)"}));
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"y", "(x 0)", "(x 1)"}));
+    EXPECT_EQ(portsOf(*below.getOutputBlock()), (Names{"(z 0)", "(z 1)"}));
+    const auto *item =
+        dynamic_cast<BoundaryUnrollMappingStateItem *>(state.getItemOfState(A_BOUNDARY_UNROLL_STATE_KEY));
+    ASSERT_NE(item, nullptr);
+    for (const Model *level : {&model, &below}) {
+        const UnrollMappings &inputs = item->getInputUnrollMapping(*level);
+        EXPECT_EQ(inputs.getUnrolledPortName(value("x"), CompoundDecorIndex::createVectorIndex(1)), value("(x 1)"));
+        EXPECT_TRUE(inputs.getUnrolledPortNameList(value("y")).empty());
+        EXPECT_EQ(item->getOutputUnrollMapping(*level).getUnrolledPortNameList(value("z")).size(), 2U);
+    }
+}
+
+TEST_F(UnrollVectorPassTest, givesThePortsOfTheMappingsTheTypesOfTheirElements) {
+    makeTwoLevels("[2][3] s4.0", "s4.0");
+    run("UnrollVectorCrossModelPass");
+    PassScheduler scheduler;
+    scheduler.requirePass("GlobalTypePass");
+    const PassResults results = scheduler.apply(design);
+    const auto *item =
+        dynamic_cast<BoundaryUnrollMappingStateItem *>(state.getItemOfState(A_BOUNDARY_UNROLL_STATE_KEY));
+    const std::vector<PureValueRef> names = item->getInputUnrollMapping(model).getUnrolledPortNameList(value("x"));
+    ASSERT_EQ(names.size(), 6U);
+    for (const PureValueRef &name : names) {
+        const PureValueRef type = results.getPass<GlobalTypePass>()->getType(model.getInputBlock()->getWire(name), {});
+        EXPECT_EQ(type, value(testing::typeText("s4.0"))) << name->toString();
+    }
+    const CompoundDecorIndex path = CompoundDecorIndex::createVectorIndex(1)
+                                    << CompoundDecorIndex::createVectorIndex(2);
+    EXPECT_EQ(item->getInputUnrollMapping(model).getUnrolledPortName(value("x"), path), value("(x 5)"));
+}
+
+TEST_F(UnrollVectorPassTest, putsTheLaneBeforeTheLastPartOfAName) {
+    output(model, "y", input(model, "(a b)", "[2] s4.0"));
+    run("UnrollVectorCrossModelPass");
+    EXPECT_EQ(wiresOf(*model.getInputBlock()), (Names{"(a 0 b)", "(a 1 b)"}));
+}
+
+TEST_F(UnrollVectorPassTest, leavesABoundaryWholeWhoseNamesWouldClash) {
+    output(model, "y", input(model, "x", "[2] s4.0"));
+    output(model, "w", input(model, "(x 0)", "s4.0"));
+    EXPECT_EQ(run("UnrollVectorCrossModelPass"), Names{"UNVEC_INVALID_EXPAND_TYPE block=/top/in"});
+    EXPECT_NE(model.getInputBlock()->getWire(value("x")), nullptr);
+}
+
+TEST_F(UnrollVectorPassTest, tellsOfUnknownTypes) {
+    Block &sum = block(below, "sum", "addBlock");
+    sum.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));
+    Wire::create(sum, A_PRIM_WIRE_OUT);
+    EXPECT_EQ(run("UnrollVectorPass"), (Names{"UNVEC_INVALID_WIRE_TYPE wire=/below/sum/primWireOut",
+                                              "UNVEC_INVALID_PORT_TYPE block=/below/sum port=0"}));
+    EXPECT_NE(below.getBlock(value("sum")), nullptr);
+}
+
+TEST_F(UnrollVectorPassTest, tellsOfDimensionsThatDoNotMeet) {
+    Block &fan = block(model, "fan", "selectBlock");
+    fan.setParam(value("(a 0)"), input(model, "x", "[2] s4.0"));
+    fan.setParam(value("(b 0)"), input(model, "y", "[3] s4.0"));
+    EXPECT_EQ(run("UnrollVectorPass"), Names{"UNVEC_INVALID_EXPAND_TYPE block=/top/fan"});
+    EXPECT_NE(model.getBlock(value("fan")), nullptr);
+}
+
+TEST_F(UnrollVectorPassTest, handsMetadataToEveryLane) {
+    Block &sum = block(model, "sum", "notBlock");
+    sum.setParam(value("0"), input(model, "x", "[2] u4.0"));
+    sum.setParam(A_METADATA, value("((comment hello))"));
+    output(model, "y", *Wire::create(sum, A_PRIM_WIRE_OUT));
+    run("UnrollVectorPass");
+    for (const char *lane : {"(sum 0)", "(sum 1)"}) {
+        EXPECT_EQ(PureValueRef(model.getBlock(value(lane))->getParam(A_METADATA)), value("((comment hello))")) << lane;
+    }
 }
 
 } // namespace
