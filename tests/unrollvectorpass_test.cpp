@@ -229,5 +229,52 @@ TEST_F(UnrollVectorPassTest, handsMetadataToEveryLane) {
     }
 }
 
+TEST_F(UnrollVectorPassTest, movesConstraintsAlongWithTheirPoints) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    const PureValueRef atWire = value("((primWireOut true (1) ()))");
+    const PureValueRef atPort = value("((0 true () (1)))");
+    below.getBlock(value("sum"))->setParam(A_SCHEDULE_CONSTRAINT_WIRES, atWire);
+    below.getBlock(value("sum"))->setParam(A_SCHEDULE_CONSTRAINT_PORTS, atPort);
+    below.getInputBlock()->setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((x true (2) ()))"));
+    run("UnrollVectorPass");
+    for (const char *lane : {"(sum 0)", "(sum 1)"}) {
+        const Block &block = *below.getBlock(value(lane));
+        EXPECT_EQ(PureValueRef(block.getParam(A_SCHEDULE_CONSTRAINT_WIRES)), atWire) << lane;
+        EXPECT_EQ(PureValueRef(block.getParam(A_SCHEDULE_CONSTRAINT_PORTS)), atPort) << lane;
+    }
+    run("UnrollVectorCrossModelPass");
+    EXPECT_EQ(PureValueRef(below.getInputBlock()->getParam(A_SCHEDULE_CONSTRAINT_WIRES)),
+              value("(((x 0) true (2) ()) ((x 1) true (2) ()))"));
+}
+
+TEST_F(UnrollVectorPassTest, takesAModelApartThatIsUsedTwice) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    Block &again = block(model, "again", "modelBlock");
+    again.setParam(A_MODEL_NODE, below);
+    again.setParam(value("x"), *model.getInputBlock()->getWire(value("x")));
+    again.setParam(value("y"), *model.getInputBlock()->getWire(value("y")));
+    output(model, "w", *Wire::create(again, value("z")));
+    EXPECT_EQ(run("UnrollVectorPass"), Names{});
+    EXPECT_EQ(run("UnrollVectorCrossModelPass"), Names{});
+    for (const char *use : {"use", "again"}) {
+        EXPECT_EQ(wiresOf(*model.getBlock(value(use))), (Names{"(z 0)", "(z 1)"}));
+    }
+}
+
+TEST_F(UnrollVectorPassTest, leavesAModelWholeWhoseInstancesHaveVectorsOfTheirOwn) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    Block &again = block(model, "again", "modelBlock");
+    again.setParam(A_MODEL_NODE, below);
+    again.setParam(value("x"), input(model, "longer", "[3] s4.0"));
+    again.setParam(value("y"), *model.getInputBlock()->getWire(value("y")));
+    output(model, "w", *Wire::create(again, value("z")));
+    EXPECT_EQ(run("UnrollVectorPass"), (Names{"UNVEC_INVALID_WIRE_TYPE wire=/below/sum/primWireOut",
+                                              "UNVEC_INVALID_PORT_TYPE block=/below/sum port=0"}));
+    run("UnrollVectorCrossModelPass");
+    for (const char *use : {"use", "again"}) {
+        EXPECT_EQ(portsOf(*model.getBlock(value(use))), (Names{"x", "y"}));
+    }
+}
+
 } // namespace
 } // namespace orvo
