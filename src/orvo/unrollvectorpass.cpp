@@ -42,6 +42,16 @@ void declareRequired(PassDeclarations &declarations) {
 
 } // namespace
 
+namespace {
+
+/// Of all other blocks the updater need not hear, which would cost more than taking them apart.
+bool hasConstraints(const Block &block) {
+    return block.findParam(A_SCHEDULE_CONSTRAINT_PORTS) != nullptr ||
+           block.findParam(A_SCHEDULE_CONSTRAINT_WIRES) != nullptr;
+}
+
+} // namespace
+
 /// What was found of a model before any model changed.
 struct UnrollVectorPass::Prepared {
     std::vector<RefChain> instances;
@@ -82,7 +92,9 @@ void UnrollVectorPass::apply(ModelPassContext &context) {
     }
     NetlistReferencePointsUpdater updater(context, context.getModel(), prepared->second->instances.front());
     for (BlockUnrollerImpl &block : prepared->second->blocks) {
-        updater.setupUnrollerNotifier(&block.unroller());
+        if (hasConstraints(block.block())) {
+            updater.setupUnrollerNotifier(&block.unroller());
+        }
         block.unroll(typesOf(context));
     }
 }
