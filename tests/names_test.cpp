@@ -18,6 +18,7 @@ const std::map<std::string, std::string> &coveredBy() {
     static const std::map<std::string, std::string> table = {
         {"arithmeticrows", "simulator"},
         {"blockshape", "designgenerator"},
+        {"boundaryvectorunroller", "unrollvectorpass"},
         {"changelog", "blockannotation"},
         {"cloneconstraints", "scheduleconstraints"},
         {"compiler", "simulator"},
@@ -53,6 +54,8 @@ const std::map<std::string, std::string> &coveredBy() {
         {"typeinferstate", "typeinferpass"},
         {"typequeryminimalset", "typeinferpass"},
         {"unknowncone", "unknownbits"},
+        {"vectorunroll", "unrollvectorpass"},
+        {"vectorunroller", "unrollvectorpass"},
         {"wire", "block"},
         {"wiringrows", "simulator"},
         {"xmlplatform", "xmlservices"},
@@ -87,9 +90,12 @@ TEST(Names, giveEveryPassASourceOfItsName) {
         }
         std::transform(name.begin(), name.end(), name.begin(),
                        [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        // The dead-block passes are one family.
+        // The dead-block passes are one family, as are those for vectors.
         const bool family = name.find("deadblock") != std::string::npos;
-        const std::string source = family ? "deadblockpass" : name == "globaltypepass" ? "typeinferpass" : name;
+        const std::string source = family                                 ? "deadblockpass"
+                                   : name == "globaltypepass"             ? "typeinferpass"
+                                   : name == "unrollvectorcrossmodelpass" ? "unrollvectorpass"
+                                                                          : name;
         EXPECT_TRUE(fs::exists(sources / (source + ".cpp"))) << name;
     }
 }

@@ -163,7 +163,7 @@ TEST_F(UninterpretedTest, namesElementsAsTheirPortsAreNamedWhenTakenApart) {
     EXPECT_EQ(names("s8.0", "x"), (Names{"x"}));
     EXPECT_EQ(names("[2] s8.0", "x"), (Names{"(x 0)", "(x 1)"}));
     EXPECT_EQ(names("c s8.0", "(a b)"), (Names{"(a real b)", "(a imag b)"}));
-    EXPECT_EQ(names("[2][2] s8.0", "x"), (Names{"(x 0 0)", "(x 1 0)", "(x 0 1)", "(x 1 1)"}));
+    EXPECT_EQ(names("[2][2] s8.0", "x"), (Names{"(x 0)", "(x 1)", "(x 2)", "(x 3)"}));
     EXPECT_EQ(names("{u1.0,c s8.0}", "x"), (Names{"(x 0)", "(x real 1)", "(x imag 1)"}));
 }
 

@@ -4,11 +4,19 @@
 
 #include <orvo/blockclass.h>
 
+#include <memory>
+
 namespace orvo {
+
+class VectorUnroller;
 
 /// How a block of compound signals becomes blocks of their parts.
 class ORVO_API AggregateUnrollHandler : public BlockHandler {};
 class ORVO_API ComplexUnrollHandler : public BlockHandler {};
-class ORVO_API VectorUnrollHandler : public BlockHandler {};
+class ORVO_API VectorUnrollHandler : public BlockHandler {
+  public:
+    /// The default makes one block a lane.
+    virtual std::shared_ptr<VectorUnroller> createUnroller(Block &block) const;
+};
 
 } // namespace orvo

@@ -8,6 +8,7 @@
 #include "orvo/portordering.h"
 #include "orvo/typerules.h"
 #include "orvo/valuetext.h"
+#include "orvo/vectorunrollers.h"
 
 #include <orvo/blocksinfo.h>
 #include <orvo/context.h>
@@ -57,6 +58,11 @@ void initialiseORVO_PortOrderingHandlers(Context *context) {
     registerPortOrderingHandlers(context);
 }
 
+void initialiseORVO_VectorUnrollers(Context *context) {
+    ContextMgr guard(context);
+    registerVectorUnrollers(context);
+}
+
 /// Variants for regions without scheduling behave as their plain types do.
 void initialiseNONSBlocks(Context *context) {
     HandlerLinker linker(context,
@@ -67,10 +73,10 @@ void initialiseNONSBlocks(Context *context) {
 
 using Module = void (*)(Context *);
 constexpr Module kModules[] = {
-    initialiseORVO_CommonBlocks, initialiseORVO_IPBlocks,   initialiseORVO_PrimBlocks,
-    initialiseORVO_PipeBlock,    initialiseORVO_BusBlocks,  initialiseORVO_SarnetBlocks,
-    initialiseORVO_ExtMemBlocks, initialiseORVO_MiscBlocks, initialiseORVO_PortOrderingHandlers,
-    initialiseORVO_FFTBlocks,
+    initialiseORVO_CommonBlocks, initialiseORVO_IPBlocks,        initialiseORVO_PrimBlocks,
+    initialiseORVO_PipeBlock,    initialiseORVO_BusBlocks,       initialiseORVO_SarnetBlocks,
+    initialiseORVO_ExtMemBlocks, initialiseORVO_MiscBlocks,      initialiseORVO_PortOrderingHandlers,
+    initialiseORVO_FFTBlocks,    initialiseORVO_VectorUnrollers,
 };
 
 } // namespace

@@ -9,6 +9,7 @@
 #include "orvo/elideterminalpass.h"
 #include "orvo/elideunpackpass.h"
 #include "orvo/netlistverificationpass.h"
+#include "orvo/unrollvectorpass.h"
 
 #include <orvo/modeltreepass.h>
 #include <orvo/typeinferpass.h>
@@ -32,7 +33,8 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(GlobalTypePass),          ORVO_PASS_ROW(ElideTerminalPass),
     ORVO_PASS_ROW(ElideUnpackPass),         ORVO_PASS_ROW(ElideFromGotoPass),
     ORVO_PASS_ROW(ModelTreePass),           ORVO_PASS_ROW(DeadModelPass),
-    ORVO_PASS_ROW(NetlistVerificationPass),
+    ORVO_PASS_ROW(NetlistVerificationPass), ORVO_PASS_ROW(UnrollVectorPass),
+    ORVO_PASS_ROW(UnrollVectorCrossModelPass),
 };
 #undef ORVO_PASS_ROW
 

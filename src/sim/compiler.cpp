@@ -53,10 +53,15 @@ class ScalarNames {
         parts.insert(parts.size() > 1 ? parts.end() - 1 : parts.end(), step);
         return parts;
     }
-    void visit(const SignalType &type, const std::string &text, const Parts &parts, std::size_t dim) {
+    /// All dimensions of a vector are one step: the number of the lane, in which the innermost one varies fastest.
+    void visit(const SignalType &type, const std::string &text, const Parts &parts, std::size_t dim,
+               std::uint64_t outer = 0) {
         if (dim < type.dims.size()) {
+            const bool isInnermost = dim + 1 == type.dims.size();
             for (std::uint32_t i = 0; i < type.dims[dim]; ++i) {
-                visit(type, text + "[" + std::to_string(i) + "]", with(parts, std::to_string(i)), dim + 1);
+                const std::uint64_t lane = outer * type.dims[dim] + i;
+                visit(type, text + "[" + std::to_string(i) + "]",
+                      isInnermost ? with(parts, std::to_string(lane)) : parts, dim + 1, lane);
             }
         } else if (type.isRecord()) {
             std::size_t member = 0;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <sstream>
 
 namespace orvo::sim {
 
@@ -20,7 +21,7 @@ bool sameType(const Scalar &a, const Scalar &b) {
            a.exponent == b.exponent;
 }
 
-Pairs match(const std::vector<Scalar> &first, const std::vector<Scalar> &second, std::vector<std::string> &unmatched) {
+Pairs match(const std::vector<Scalar> &first, const std::vector<Scalar> &second, std::vector<Scalar> &unmatched) {
     // Several of one name belong together in their order.
     std::multimap<std::string, std::size_t> names;
     for (std::size_t i = 0; i < second.size(); ++i) {
@@ -30,7 +31,7 @@ Pairs match(const std::vector<Scalar> &first, const std::vector<Scalar> &second,
     for (std::size_t i = 0; i < first.size(); ++i) {
         const auto at = names.find(first[i].origin);
         if (at == names.end() || !sameType(second[at->second], first[i])) {
-            unmatched.push_back(first[i].name);
+            unmatched.push_back(first[i]);
         } else {
             pairs.emplace_back(i, at->second);
         }
@@ -39,16 +40,36 @@ Pairs match(const std::vector<Scalar> &first, const std::vector<Scalar> &second,
         }
     }
     for (const auto &[name, at] : names) {
-        unmatched.push_back(second[at].name);
+        unmatched.push_back(second[at]);
     }
     return pairs;
 }
 
+/// Whether a scalar that unrolling names so is part of a wire of a name that unrolling may have made: (x real 2) of x
+/// and of (x 2). Steps are put into a name without a change of what is there.
+bool isMadeFrom(const std::string &name, const std::string &wire) {
+    const auto parts = [](std::string text) {
+        std::replace_if(
+            text.begin(), text.end(), [](char one) { return one == '(' || one == ')'; }, ' ');
+        std::istringstream words(text);
+        return std::vector<std::string>(std::istream_iterator<std::string>(words), {});
+    };
+    const std::vector<std::string> all = parts(name);
+    const std::vector<std::string> some = parts(wire);
+    std::size_t at = 0;
+    for (const std::string &part : all) {
+        at += at < some.size() && some[at] == part ? 1 : 0;
+    }
+    return !some.empty() && some.front() == all.front() && at == some.size();
+}
+
 /// Whether a scalar belongs to one of the wires, as x[2].re does to x.
-bool isOfWire(const std::vector<std::string> &wires, const std::string &scalar) {
+bool isOfWire(const std::vector<std::string> &wires, const Scalar &scalar) {
     return std::any_of(wires.begin(), wires.end(), [&scalar](const std::string &wire) {
-        return scalar.compare(0, wire.size(), wire) == 0 &&
-               (scalar.size() == wire.size() || scalar[wire.size()] == '[' || scalar[wire.size()] == '.');
+        const std::string &name = scalar.name;
+        const bool isPart = name.compare(0, wire.size(), wire) == 0 &&
+                            (name.size() == wire.size() || name[wire.size()] == '[' || name[wire.size()] == '.');
+        return isPart || isMadeFrom(scalar.origin, wire);
     });
 }
 
@@ -131,14 +152,19 @@ class SideBySide {
   public:
     SideBySide(Simulator &first, Simulator &second, const CompareOptions &options)
         : mFirst(first), mSecond(second), mOptions(options) {
-        std::vector<std::string> unmatched;
+        std::vector<Scalar> unmatched;
         mInputs = match(first.inputs(), second.inputs(), unmatched);
         // An input that the other side does not read says nothing there.
-        std::copy_if(unmatched.begin(), unmatched.end(), std::back_inserter(result.unmatched),
-                     [&](const std::string &name) {
-                         return !isOfWire(first.idleInputs(), name) && !isOfWire(second.idleInputs(), name);
-                     });
-        mOutputs = match(first.outputs(), second.outputs(), result.unmatched);
+        unmatched.erase(std::remove_if(unmatched.begin(), unmatched.end(),
+                                       [&](const Scalar &scalar) {
+                                           return isOfWire(first.idleInputs(), scalar) ||
+                                                  isOfWire(second.idleInputs(), scalar);
+                                       }),
+                        unmatched.end());
+        mOutputs = match(first.outputs(), second.outputs(), unmatched);
+        for (const Scalar &scalar : unmatched) {
+            result.unmatched.push_back(scalar.name);
+        }
     }
 
     void run() {

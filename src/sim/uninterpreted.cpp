@@ -64,14 +64,11 @@ void appendMemberNames(const SignalType &type, const PureValueRef &name, Context
 
 } // namespace
 
-void appendElementNames(const SignalType &type, std::size_t dim, const PureValueRef &name, Context *context,
-                        std::vector<std::string> &names) {
-    if (dim < type.dims.size()) {
-        for (std::uint32_t i = 0; i < type.dims[dim]; ++i) {
-            const PureValueRef index = NumberValue::get(static_cast<int>(i), context);
-            appendElementNames(type, dim + 1, elementName(name, index, context), context, names);
-        }
-    } else if (type.isRecord()) {
+namespace {
+
+void appendLaneNames(const SignalType &type, const PureValueRef &name, Context *context,
+                     std::vector<std::string> &names) {
+    if (type.isRecord()) {
         int member = 0;
         appendMemberNames(type, name, context, member, names);
     } else if (type.isComplex) {
@@ -80,6 +77,23 @@ void appendElementNames(const SignalType &type, std::size_t dim, const PureValue
         }
     } else {
         names.push_back(name->toString());
+    }
+}
+
+} // namespace
+
+void appendElementNames(const SignalType &type, std::size_t dim, const PureValueRef &name, Context *context,
+                        std::vector<std::string> &names) {
+    if (dim >= type.dims.size()) {
+        appendLaneNames(type, name, context, names);
+        return;
+    }
+    int lanes = 1;
+    for (std::size_t i = dim; i < type.dims.size(); ++i) {
+        lanes *= static_cast<int>(type.dims[i]);
+    }
+    for (int lane = 0; lane < lanes; ++lane) {
+        appendLaneNames(type, elementName(name, NumberValue::get(lane, context), context), context, names);
     }
 }
 

@@ -121,18 +121,36 @@ void writeVectorUnpack(BlockWriter &writer) {
     }
 }
 
+/// The elements of the parts side by side, each brought to the type of the output's elements.
 void writeConcatenation(BlockWriter &writer) {
     const Signal out = writer.out();
     if (!out.known()) {
         return;
     }
+    const std::uint32_t length = out.type->dims.empty() ? 1 : out.type->dims.front();
+    const std::uint32_t inner = out.type->leaves / (length * out.type->element);
     std::uint32_t at = 0;
     for (const Signal &part : writer.numbered()) {
-        if (at + part.type->leaves > out.type->leaves) {
+        const std::uint32_t elements = part.type->dims.empty() ? 1 : part.type->dims.front();
+        if (at + elements > length) {
             writer.fail("the inputs are longer than the output");
         }
-        aliasRun(writer, out, at, part, 0, part.type->leaves);
-        at += part.type->leaves;
+        if (out.type->isRecord()) {
+            const std::uint32_t each = out.type->leaves / length;
+            if (part.type->leaves != elements * each) {
+                writer.fail("an input has another type than the vector's elements");
+            }
+            aliasRun(writer, out, at * each, part, 0, part.type->leaves);
+        } else {
+            const std::uint32_t own = std::max(part.type->lanes() / elements, 1U);
+            for (std::uint32_t lane = 0; lane < elements * inner; ++lane) {
+                for (std::uint32_t side = 0; side < out.type->element; ++side) {
+                    convertOrClear(writer, *leafAt(out, at * inner + lane, side),
+                                   leafAt(part, lane / inner * own + lane % inner % own, side));
+                }
+            }
+        }
+        at += elements;
     }
 }
 

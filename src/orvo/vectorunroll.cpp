@@ -1,0 +1,206 @@
+// The engine of vector unrolling.
+#include "orvo/vectorunroll.h"
+
+#include <orvo/block.h>
+#include <orvo/logging.h>
+#include <orvo/modeltreepass.h>
+#include <orvo/staticstrings.h>
+#include <orvo/typeinferpass.h>
+
+#include <algorithm>
+
+namespace orvo::internal_vector {
+
+namespace {
+
+VectorDecorSpec scalar() {
+    VectorDecorSpec none;
+    none.setVector(0);
+    return none;
+}
+
+void collectInstances(Model &model, ModelTreePass &tree, std::vector<const Model *> &below, RefChain &tail,
+                      std::vector<RefChain> &chains) {
+    if (std::find(below.begin(), below.end(), &model) != below.end()) {
+        return; // it instantiates itself: no chain ends here
+    }
+    const std::list<Block *> refs = tree.getRefBlocks(model);
+    if (refs.empty()) {
+        chains.emplace_back(tail.rbegin(), tail.rend());
+        return;
+    }
+    below.push_back(&model);
+    for (Block *ref : refs) {
+        tail.push_back(ref);
+        collectInstances(ref->getModel(), tree, below, tail, chains);
+        tail.pop_back();
+    }
+    below.pop_back();
+}
+
+} // namespace
+
+std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree) {
+    std::vector<RefChain> chains;
+    std::vector<const Model *> below;
+    RefChain tail;
+    collectInstances(model, tree, below, tail, chains);
+    if (chains.empty()) {
+        chains.emplace_back();
+    }
+    return chains;
+}
+
+VectorPackManager::VectorPackManager(const VectorDecorSpec &lanes, const VectorDecorSpec &signal, Model &model,
+                                     const PureValueRef &name)
+    : mDepth(std::min(lanes.vectorDepth(), signal.vectorDepth())), mPacker(shapeOf(lanes, signal), model, name) {}
+
+CompoundTypeInfo VectorPackManager::shapeOf(const VectorDecorSpec &lanes, const VectorDecorSpec &signal) {
+    if (!lanes.isVector()) {
+        return {};
+    }
+    ORVO_ASSERT(signal.vectorDepth() <= lanes.vectorDepth(), "a signal has more dimensions than its lanes");
+    for (std::size_t k = 0; k < signal.vectorDepth(); ++k) {
+        ORVO_ASSERT(lanes.vectorLength(k) == signal.vectorLength(k), "a signal has another length than its lanes");
+    }
+    return CompoundTypeInfo::createVectorInfo(signal);
+}
+
+CompoundDecorIndex VectorPackManager::pathOf(const std::vector<int> &indices) const {
+    CompoundDecorIndex path = CompoundDecorIndex::createEmptyIndex();
+    for (std::size_t k = mDepth; k-- > 0;) {
+        path = path << CompoundDecorIndex::createVectorIndex(indices[k]);
+    }
+    return path;
+}
+
+Wire &VectorPackManager::getUnpackedWire(const std::vector<int> &indices) const {
+    Wire *wire = mPacker.getUnpackedWire(pathOf(indices));
+    ORVO_ASSERT(wire != nullptr, "a lane has no wire after the unpack");
+    return *wire;
+}
+
+std::vector<MaybePort> VectorPackManager::getPackedPorts(const std::vector<int> &indices) const {
+    return mPacker.getPackedPorts(pathOf(indices));
+}
+
+BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &instances,
+                                     std::shared_ptr<VectorUnroller> unroller, GlobalTypePass &types)
+    : mBlock(block), mInstances(instances), mUnroller(std::move(unroller)), mMerged(scalar()) {
+    mUnroller->setTypePassRefChain(types, mInstances.front());
+    mWires.reserve(block.getWireCount());
+    for (Wire &wire : block) {
+        const VectorDecorSpec vectors = vectorsOf(wire, types);
+        if (!vectors.valid()) {
+            log::msg(msg::error::UNVEC_INVALID_WIRE_TYPE, log::p("wire", wire.value()));
+            mFailed = true;
+        }
+        const VectorUnrollKind kind = mUnroller->originalWire(wire, vectors);
+        note(vectors, kind);
+        mWires.push_back({&wire, vectors, kind});
+    }
+    mPorts.reserve(block.getPortCount());
+    for (Port &port : block.ports()) {
+        const VectorDecorSpec vectors = vectorsOf(port, types);
+        if (!vectors.valid()) {
+            log::msg(msg::error::UNVEC_INVALID_PORT_TYPE,
+                     log::p("port", port.getName()) % log::p("block", block.value()));
+            mFailed = true;
+        }
+        const VectorUnrollKind kind = mUnroller->originalPort(port, vectors);
+        note(vectors, kind);
+        mPorts.push_back({MaybePort(port), vectors, kind});
+    }
+    if (!mFailed && (!mMerged.valid() || (hasWork() && !mUnroller->canUnroll()))) {
+        failOnDimensions();
+    }
+}
+
+void BlockUnrollerImpl::failOnDimensions() {
+    log::msg(msg::error::UNVEC_INVALID_EXPAND_TYPE, log::p("block", mBlock.value()));
+    mFailed = true;
+}
+
+template <class End> VectorDecorSpec BlockUnrollerImpl::vectorsOf(const End &end, GlobalTypePass &types) const {
+    Context *context = mBlock.getContext();
+    const VectorDecorSpec vectors(types.getType(end, mInstances.front()), context);
+    // One netlist serves all instances.
+    const bool agree = std::all_of(mInstances.begin() + 1, mInstances.end(), [&](const RefChain &instance) {
+        return VectorDecorSpec(types.getType(end, instance), context) == vectors;
+    });
+    return agree ? vectors : VectorDecorSpec();
+}
+
+void BlockUnrollerImpl::note(const VectorDecorSpec &vectors, VectorUnrollKind kind) {
+    if (kind == VectorUnrollKind::Merged) {
+        mMerged.mergeVectors(vectors);
+    }
+    mExpand = mExpand || vectors.isVector();
+}
+
+VectorDecorSpec BlockUnrollerImpl::lanesOf(VectorUnrollKind kind, const VectorDecorSpec &own) const {
+    const VectorDecorSpec lanes = kind == VectorUnrollKind::Whole ? scalar()
+                                  : kind == VectorUnrollKind::Own ? own
+                                                                  : mMerged;
+    ORVO_ASSERT(lanes.valid() && own.valid(), "a block of unknown types is taken apart");
+    return lanes;
+}
+
+PureValueRef BlockUnrollerImpl::packerName(const PureValueRef &key) const {
+    return PureTupleValue::get(mBlock.getName(), key, mBlock.getContext());
+}
+
+void BlockUnrollerImpl::unroll(GlobalTypePass &types) {
+    if (!hasWork()) {
+        return;
+    }
+    mExpand = false;
+    mUnroller->preAttachExtended(mMerged, types, mInstances.front());
+    for (const PortInfo &info : mPorts) {
+        if (info.kind != VectorUnrollKind::Leave) {
+            unrollPort(info);
+        }
+    }
+    for (const WireInfo &info : mWires) {
+        if (info.kind != VectorUnrollKind::Leave) {
+            unrollWire(info);
+        }
+    }
+    mUnroller->postAttach();
+}
+
+void BlockUnrollerImpl::unrollPort(const PortInfo &info) {
+    const VectorDecorSpec lanes = lanesOf(info.kind, info.vectors);
+    // Neighbours that were taken apart before have connected the port anew.
+    Port *port = info.port.getPort();
+    ORVO_ASSERT(port != nullptr, "a neighbour went without handing over its readers");
+    VectorPackManager packs(lanes, info.vectors, mBlock.getModel(), packerName(info.port.getKey()));
+    packs.doUnpack(*port->peekWire());
+    for (LaneCounter lane(lanes); !lane.atEnd(); lane.next()) {
+        mUnroller->clearAttachedPorts();
+        mUnroller->attachPort(*port, lanes, lane.indices(), packs.getUnpackedWire(lane.indices()));
+        mUnroller->notifyUnrollAttachedPorts(mBlock, info.port.getKey());
+    }
+}
+
+void BlockUnrollerImpl::unrollWire(const WireInfo &info) {
+    const VectorDecorSpec lanes = lanesOf(info.kind, info.vectors);
+    const std::vector<MaybePort> readers = maybePortsOf(*info.wire);
+    const auto attach = [&](const VectorDecorSpec &of, const std::vector<int> &indices,
+                            const std::vector<MaybePort> &ports) {
+        if (const Wire *taken = mUnroller->attachWire(*info.wire, of, indices, ports)) {
+            mUnroller->notifyUnrollWire(mBlock, info.wire->getName(), taken->getBlock(), taken->getName());
+        }
+    };
+    if (!info.vectors.isVector()) {
+        attach(lanes, std::vector<int>(lanes.vectorDepth(), 0), readers);
+        return;
+    }
+    VectorPackManager packs(lanes, info.vectors, mBlock.getModel(), packerName(info.wire->getName()));
+    packs.doPack(readers);
+    for (LaneCounter lane(lanes); !lane.atEnd(); lane.next()) {
+        attach(lanes, lane.indices(), packs.getPackedPorts(lane.indices()));
+    }
+}
+
+} // namespace orvo::internal_vector

@@ -1,0 +1,93 @@
+// The engine that takes blocks of vectors apart: it looks at the signals of a block, lets the block's unroller make
+// what stands in its place, and joins that to the neighbours through packs and unpacks.
+#pragma once
+
+#include <orvo/signalpacker.h>
+#include <orvo/vectorunroller.h>
+
+#include <memory>
+#include <vector>
+
+namespace orvo {
+
+class ModelTreePass;
+
+namespace internal_vector {
+
+struct PortInfo {
+    MaybePort port;
+    VectorDecorSpec vectors;
+    VectorUnrollKind kind;
+};
+
+struct WireInfo {
+    Wire *wire;
+    VectorDecorSpec vectors;
+    VectorUnrollKind kind;
+};
+
+/// The chains that lead to the instances of a model, at least one.
+std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree);
+
+/// A signal of some dimensions as the lanes of an unroller see it. Lanes of no dimensions take it whole; others have at
+/// least its dimensions, and those beyond take the same elements again.
+class VectorPackManager {
+  public:
+    /// Lengths that disagree are an assertion.
+    VectorPackManager(const VectorDecorSpec &lanes, const VectorDecorSpec &signal, Model &model,
+                      const PureValueRef &name);
+    void doUnpack(Wire &wire) { mPacker.doUnpack(wire); }
+    void doPack(const std::vector<MaybePort> &ports) { mPacker.doPack(ports); }
+    Wire &getUnpackedWire(const std::vector<int> &indices) const;
+    std::vector<MaybePort> getPackedPorts(const std::vector<int> &indices) const;
+
+  private:
+    static CompoundTypeInfo shapeOf(const VectorDecorSpec &lanes, const VectorDecorSpec &signal);
+    CompoundDecorIndex pathOf(const std::vector<int> &indices) const;
+
+    std::size_t mDepth;
+    SignalPacker mPacker;
+};
+
+/// One block on its way. Types are read when it is made, before anything changes.
+class BlockUnrollerImpl {
+  public:
+    /// The chains are those of all instances of the block's model, in which the signals must have the same dimensions.
+    /// They must outlive this.
+    BlockUnrollerImpl(Block &block, const std::vector<RefChain> &instances, std::shared_ptr<VectorUnroller> unroller,
+                      GlobalTypePass &types);
+
+    Block &block() const { return mBlock; }
+    VectorUnroller &unroller() const { return *mUnroller; }
+    const std::vector<PortInfo> &ports() const { return mPorts; }
+    const std::vector<WireInfo> &wires() const { return mWires; }
+    /// Whether a type is missing or does not fit; that was reported, and the block stays as it is.
+    bool failed() const { return mFailed; }
+    void fail() { mFailed = true; }
+    /// Reports that the signals of the block do not fit together, and gives up on it.
+    void failOnDimensions();
+    bool hasWork() const { return !mFailed && (mExpand || mUnroller->mandatoryUnrolling()); }
+    /// Takes the block apart if there is anything to do. The block is gone afterwards if its unroller deletes it.
+    void unroll(GlobalTypePass &types);
+
+  private:
+    template <class End> VectorDecorSpec vectorsOf(const End &end, GlobalTypePass &types) const;
+    void note(const VectorDecorSpec &vectors, VectorUnrollKind kind);
+    VectorDecorSpec lanesOf(VectorUnrollKind kind, const VectorDecorSpec &own) const;
+    PureValueRef packerName(const PureValueRef &key) const;
+    void unrollPort(const PortInfo &info);
+    void unrollWire(const WireInfo &info);
+
+    Block &mBlock;
+    const std::vector<RefChain> &mInstances;
+    std::shared_ptr<VectorUnroller> mUnroller;
+    bool mExpand = false;
+    bool mFailed = false;
+    VectorDecorSpec mMerged;
+    std::vector<PortInfo> mPorts;
+    std::vector<WireInfo> mWires;
+};
+
+} // namespace internal_vector
+
+} // namespace orvo

@@ -1,0 +1,1017 @@
+// The unrollers of block types that are more than one block a lane, and the table of all.
+#include "orvo/vectorunrollers.h"
+
+#include "orvo/boundaryvectorunroller.h"
+
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/logging.h>
+#include <orvo/staticstrings.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+namespace orvo::internal {
+
+namespace {
+
+/// Ports and wires that have names of their own inside a model.
+class PrimBoundaryVectorUnroller final : public BoundaryVectorUnroller {
+  public:
+    using BoundaryVectorUnroller::BoundaryVectorUnroller;
+    bool canUnroll() const override { return !namesClash(); }
+};
+
+/// The type inside all vector layers; null for null.
+PureValueRef elementType(const PureValueRef &type, Context *context) {
+    PureValueRef inner;
+    const VectorDecorSpec vectors(type, inner, context);
+    return inner;
+}
+
+/// The type below the outermost dimension; a scalar is its own.
+PureValueRef belowOutermost(const PureValueRef &type, Context *context) {
+    PureValueRef inner;
+    VectorDecorSpec vectors(type, inner, context);
+    if (vectors.isVector()) {
+        vectors.removeVector();
+    }
+    return vectors.toValue(inner, context);
+}
+
+/// 0 for a scalar.
+int outermostLength(const VectorDecorSpec &vectors) { return vectors.isVector() ? vectors.vectorLengthRev(0) : 0; }
+
+PureValueRef named(const char *pattern, const PureValueRef &name, int number = 0) {
+    return StringValue::get(fmt::format(fmt::runtime(pattern), name->toString(), number),
+                            ContextMgr::getThreadContext());
+}
+
+PureValueRef numberOf(std::size_t number) {
+    return NumberValue::get(static_cast<int>(number), ContextMgr::getThreadContext());
+}
+
+Block &create(const Block &beside, const PureValueRef &name, const StaticString &type) {
+    Block &made = *Block::create(beside.getModel(), name);
+    made.setParam(A_BLOCK_TYPE, type);
+    return made;
+}
+
+/// The wire brought to a type that holds all that its own does.
+Wire &widened(const Block &beside, const PureValueRef &name, Wire &wire, const PureValueRef &type) {
+    Block &cast = create(beside, name, A_CAST_BLOCK);
+    cast.setParam(A_CAST_OUTPUT_TYPE, type);
+    cast.setParam(numberOf(0), wire);
+    return *Wire::create(cast, A_PRIM_WIRE_OUT);
+}
+
+void connect(const std::vector<MaybePort> &readers, Wire &wire) {
+    for (const MaybePort &reader : readers) {
+        reader.setWire(wire);
+    }
+}
+
+bool isOneOf(const PureValueRef &key, std::initializer_list<const StaticString *> keys) {
+    return std::any_of(keys.begin(), keys.end(), [&](const StaticString *one) { return *one == key; });
+}
+
+bool isTagged(const TupleValueRef &tuple, const StaticString &tag) {
+    return tuple && tuple->size() != 0 && tuple->at(0) == tag;
+}
+
+/// Some parameters give each lane its own value by a tuple that is not rolled.
+class LaneTupleVectorUnroller : public DefaultVectorUnroller {
+  public:
+    using DefaultVectorUnroller::DefaultVectorUnroller;
+
+  protected:
+    ValueRef laneValue(const PureValueRef &key, const ValueRef &value, const VectorDecorSpec &merged,
+                       const std::vector<int> &indices) const override {
+        TupleValueRef tuple = tupleVR(value);
+        if (!tuple || tuple->size() == 0 || isTagged(tuple, A_VECTOR_ROLL_TAG)) {
+            return DefaultVectorUnroller::laneValue(key, value, merged, indices);
+        }
+        if (isOneOf(key, {&A_COUNTER_LIMIT, &A_COUNTER_INITIAL, &A_COUNTER_STEP, &A_FIFO_DEPTH, &A_FIFO_LOW_THRESHOLD,
+                          &A_FIFO_HIGH_THRESHOLD})) {
+            return tuple->at(merged.elementIndex(indices) % tuple->size());
+        }
+        if (isOneOf(key, {&A_REGISTER_INIT_VALUE, &A_SYNC_REGISTER_INIT_VALUE})) {
+            return nested(value, indices);
+        }
+        return DefaultVectorUnroller::laneValue(key, value, merged, indices);
+    }
+
+  private:
+    /// A tuple a dimension, the outermost one outside.
+    static ValueRef nested(ValueRef value, const std::vector<int> &indices) {
+        for (std::size_t k = indices.size(); k-- > 0;) {
+            const TupleValueRef tuple = tupleVR(value);
+            if (!tuple || isTagged(tuple, A_COMPLEX_ROLL_TAG)) {
+                break;
+            }
+            value = tuple->maybeAt(static_cast<std::size_t>(indices[k]));
+        }
+        return value;
+    }
+};
+
+/// The element's type stands in a parameter of each lane, whose own value may need fewer bits.
+template <const StaticString &kType> class TypedVectorUnroller : public DefaultVectorUnroller {
+  public:
+    using DefaultVectorUnroller::DefaultVectorUnroller;
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        if (wire.getName() == A_PRIM_WIRE_OUT) {
+            mType = elementType(typeOf(wire), wire.getContext());
+        }
+        return DefaultVectorUnroller::originalWire(wire, vectors);
+    }
+    void preAttach(const VectorDecorSpec &merged) override {
+        DefaultVectorUnroller::preAttach(merged);
+        for (Block *lane : substitutes()) {
+            if (mType) {
+                lane->setParam(kType, mType);
+            }
+        }
+    }
+
+  private:
+    PureValueRef mType;
+};
+
+using ConstVectorUnroller = TypedVectorUnroller<A_CONST_TYPE>;
+
+/// Each lane's contents are its own: of a vector of tables one table, of a table of vectors their elements.
+class LUTVectorUnroller final : public TypedVectorUnroller<A_LUT_TYPE> {
+  public:
+    using TypedVectorUnroller<A_LUT_TYPE>::TypedVectorUnroller;
+    void preAttachExtended(const VectorDecorSpec &merged, GlobalTypePass &, const RefChain &) override {
+        preAttach(merged);
+    }
+
+  protected:
+    ValueRef laneValue(const PureValueRef &key, const ValueRef &value, const VectorDecorSpec &merged,
+                       const std::vector<int> &indices) const override {
+        return key == A_LUT_DATA ? contentOfLane(value, indices)
+                                 : DefaultVectorUnroller::laneValue(key, value, merged, indices);
+    }
+
+  private:
+    static std::size_t layersOf(const ValueRef &value) {
+        std::size_t layers = 0;
+        TupleValueRef tuple = tupleVR(value);
+        for (; isTagged(tuple, A_VECTOR_ROLL_TAG) && tuple->size() > 1; tuple = tupleVR(tuple->at(1))) {
+            ++layers;
+        }
+        return layers;
+    }
+    static ValueRef contentOfLane(const ValueRef &value, const std::vector<int> &indices) {
+        const ValueRef table = elementOfLane(value, std::vector<int>(layersOf(value), 0));
+        const TupleValueRef entries = tupleVR(table);
+        if (!entries || entries->size() == 0 || isTagged(entries, A_COMPLEX_ROLL_TAG)) {
+            return elementOfLane(value, indices);
+        }
+        // The dimensions of the entries lie inside those of the tables.
+        const std::size_t inner = std::min(layersOf(entries->at(0)), indices.size());
+        const auto split = indices.begin() + static_cast<std::ptrdiff_t>(inner);
+        const TupleValueRef own = tupleVR(elementOfLane(value, std::vector<int>(split, indices.end())));
+        std::vector<ValueRef> content;
+        for (const ValueRef &entry : *own) {
+            content.push_back(elementOfLane(entry, std::vector<int>(indices.begin(), split)));
+        }
+        return TupleValue::get(content, table->context());
+    }
+};
+
+/// Both sides keep their types, which came from the whole content.
+class DualMemVectorUnroller final : public DefaultVectorUnroller {
+  public:
+    using DefaultVectorUnroller::DefaultVectorUnroller;
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        mTypes.emplace_back(wire.getName() == A_DUAL_MEM_WIRE_DATA1 ? &A_DUAL_MEM_TYPE_DATA1 : &A_DUAL_MEM_TYPE_DATA2,
+                            elementType(typeOf(wire), wire.getContext()));
+        return DefaultVectorUnroller::originalWire(wire, vectors);
+    }
+    void preAttach(const VectorDecorSpec &merged) override {
+        DefaultVectorUnroller::preAttach(merged);
+        for (Block *lane : substitutes()) {
+            for (const auto &[key, type] : mTypes) {
+                lane->setParam(*key, type);
+            }
+        }
+    }
+
+  protected:
+    ValueRef laneValue(const PureValueRef &key, const ValueRef &value, const VectorDecorSpec &merged,
+                       const std::vector<int> &indices) const override {
+        const TupleValueRef content = tupleVR(value);
+        if (!(key == A_DUAL_MEM_DATA) || !content || isTagged(content, A_VECTOR_ROLL_TAG)) {
+            return DefaultVectorUnroller::laneValue(key, value, merged, indices);
+        }
+        std::vector<ValueRef> entries;
+        for (const ValueRef &entry : *content) {
+            entries.push_back(elementOfLane(entry, indices));
+        }
+        return TupleValue::get(entries, block().getContext());
+    }
+
+  private:
+    std::vector<std::pair<const StaticString *, PureValueRef>> mTypes;
+};
+
+/// A lane with a value of its own may get a narrower type than the others; behind it a cast makes them equal again.
+class WideningVectorUnroller final : public LaneTupleVectorUnroller {
+  public:
+    using LaneTupleVectorUnroller::LaneTupleVectorUnroller;
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        mTypes[&wire] = elementType(typeOf(wire), wire.getContext());
+        return LaneTupleVectorUnroller::originalWire(wire, vectors);
+    }
+    void preAttach(const VectorDecorSpec &merged) override {
+        for (auto param : Params(block())) {
+            const bool isTuple = !nodeVR(param.second) && !!tupleVR(param.second);
+            mDiffers = mDiffers || (isTuple && differs(param.first, param.second, merged));
+        }
+        LaneTupleVectorUnroller::preAttach(merged);
+    }
+    Wire *attachWire(Wire &wire, const VectorDecorSpec &lanes, const std::vector<int> &indices,
+                     const std::vector<MaybePort> &readers) override {
+        if (!mDiffers) {
+            return LaneTupleVectorUnroller::attachWire(wire, lanes, indices, readers);
+        }
+        const Block &lane = *substitutes()[lanes.elementIndex(indices)];
+        const PureValueRef name =
+            PureTupleValue::get(lane.getName(), StringValue::get("cast", lane.getContext()), lane.getContext());
+        Wire &wide = widened(lane, name, *lane.getWire(wire.getName()), mTypes[&wire]);
+        connect(readers, wide);
+        return &wide;
+    }
+
+  private:
+    bool differs(const PureValueRef &key, const ValueRef &value, const VectorDecorSpec &merged) const {
+        const ValueRef first = laneValue(key, value, merged, std::vector<int>(merged.vectorDepth(), 0));
+        for (LaneCounter lane(merged); !lane.atEnd(); lane.next()) {
+            if (!(laneValue(key, value, merged, lane.indices()) == first)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    std::map<const Wire *, PureValueRef> mTypes;
+    bool mDiffers = false;
+};
+
+/// One pin whose ports are numbered lane by lane.
+class TypePinVectorUnroller final : public VectorUnroller {
+  public:
+    explicit TypePinVectorUnroller(Block &block) : mBlock(block) {}
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        mWires.emplace_back(wire.getName(), vectors);
+        return VectorUnrollKind::Own;
+    }
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        reserve(port.getName(), vectors, elementType(typeOf(port), mBlock.getContext()));
+        return VectorUnrollKind::Own;
+    }
+    void preAttach(const VectorDecorSpec &) override {
+        Context *context = mBlock.getContext();
+        // The main output is that of the first port.
+        for (const auto &[name, vectors] : mWires) {
+            if (name == A_PRIM_WIRE_OUT && mBlock.port_size() != 0) {
+                mFirst.emplace(name, mFirst.at(mBlock.port_begin()->getName()));
+            } else if (mFirst.count(name) == 0) {
+                reserve(name, vectors, elementType(PureValueRef(mBlock.getParam(A_TYPE_PIN_TYPE)), context));
+            }
+        }
+        mPin = &create(mBlock, named("{}_vunroll", mBlock.getName()), A_TYPE_PIN_BLOCK);
+        for (auto param : Params(mBlock)) {
+            if (!nodeVR(param.second)) {
+                mPin->setParam(param.first, param.second);
+            }
+        }
+        if (const PureValueRef type = PureValueRef(mBlock.getParam(A_TYPE_PIN_TYPE))) {
+            mPin->setParam(A_TYPE_PIN_TYPE, elementType(type, context));
+        }
+        if (mBlock.getParam(A_TYPE_PIN_PORT_TYPES)) {
+            mPin->setParam(A_TYPE_PIN_PORT_TYPES, PureTupleValue::get(mTypes, context));
+        }
+    }
+    void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
+        const MaybePort attached(*mPin, numberOf(mFirst.at(port.getName()) + lanes.elementIndex(indices)));
+        attached.setWire(driver);
+        addAttachedPort(attached);
+    }
+    Wire *attachWire(Wire &wire, const VectorDecorSpec &lanes, const std::vector<int> &indices,
+                     const std::vector<MaybePort> &readers) override {
+        const PureValueRef name = numberOf(mFirst.at(wire.getName()) + lanes.elementIndex(indices));
+        Wire *lane = mPin->getWire(name);
+        lane = lane == nullptr ? Wire::create(*mPin, name) : lane;
+        connect(readers, *lane);
+        return lane;
+    }
+    void postAttach() override { delete &mBlock; }
+
+  private:
+    void reserve(const PureValueRef &name, const VectorDecorSpec &vectors, const PureValueRef &type) {
+        mFirst.emplace(name, mTypes.size());
+        mTypes.insert(mTypes.end(), vectors.elementCount(), type);
+    }
+
+    Block &mBlock;
+    Block *mPin = nullptr;
+    std::vector<std::pair<PureValueRef, VectorDecorSpec>> mWires;
+    std::map<PureValueRef, std::size_t, DeepValueCmp> mFirst;
+    /// Of each number, null where nothing is pinned.
+    std::vector<PureValueRef> mTypes;
+};
+
+/// Of the blocks that only join wires: what they make is wired once all is known.
+class WiringVectorUnroller : public VectorUnroller {
+  public:
+    explicit WiringVectorUnroller(Block &block) : mBlock(block) {}
+    bool mandatoryUnrolling() const override { return true; }
+    VectorUnrollKind originalWire(Wire &, const VectorDecorSpec &) override { return VectorUnrollKind::Leave; }
+    VectorUnrollKind originalPort(Port &, const VectorDecorSpec &) override { return VectorUnrollKind::Leave; }
+    void preAttach(const VectorDecorSpec &) override {}
+    void attachPort(Port &, const VectorDecorSpec &, const std::vector<int> &, Wire &) override {}
+    Wire *attachWire(Wire &, const VectorDecorSpec &, const std::vector<int> &,
+                     const std::vector<MaybePort> &) override {
+        return nullptr;
+    }
+
+  protected:
+    Block &block() const { return mBlock; }
+    /// An unpack of the outermost dimension in place of a port.
+    Block &unpack(const PureValueRef &name, const PureValueRef &port, int length) const {
+        Block &made = create(mBlock, name, A_VUNPACK_BLOCK);
+        made.setParam(A_VUNPACK_PORT_IN, *mBlock.getPort(port)->getWire());
+        for (int i = 0; i < length; ++i) {
+            Wire::create(made, numberOf(static_cast<std::size_t>(i)));
+        }
+        notifyUnrollPort(mBlock, port, made, A_VUNPACK_PORT_IN);
+        return made;
+    }
+    void replaceWire(Wire &wire, Wire &by) const {
+        wire.replace(by);
+        notifyUnrollWire(mBlock, wire.getName(), by.getBlock(), by.getName());
+    }
+
+  private:
+    Block &mBlock;
+};
+
+/// An unpack for each vector that goes in, and one pack.
+class VecConcatUnroller final : public WiringVectorUnroller {
+  public:
+    using WiringVectorUnroller::WiringVectorUnroller;
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        if (wire.getName() == A_PRIM_WIRE_OUT) {
+            mElement = belowOutermost(typeOf(wire), wire.getContext());
+        }
+        return WiringVectorUnroller::originalWire(wire, vectors);
+    }
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        if (port.getName()->kind() == CoreType::Number) {
+            mParts.push_back(
+                {port.getName(), outermostLength(vectors), belowOutermost(typeOf(port), port.getBlock().getContext())});
+        }
+        return WiringVectorUnroller::originalPort(port, vectors);
+    }
+    void postAttach() override {
+        Block &pack = create(block(), named("{0}_vp", block().getName()), A_VPACK_BLOCK);
+        Wire &whole = *Wire::create(pack, A_VPACK_WIRE_OUT);
+        std::size_t next = 0;
+        const auto put = [&](Wire &element, const PureValueRef &type) {
+            const PureValueRef key = numberOf(next++);
+            const bool fits = !mElement || type == mElement;
+            const PureValueRef name = PureTupleValue::get(pack.getName(), key, pack.getContext());
+            pack.setParam(key, fits ? element : widened(pack, name, element, mElement));
+            return key;
+        };
+        for (const Part &part : mParts) {
+            const int number = static_cast<const NumberValue *>(part.key.get_ptr())->toInt();
+            if (part.length == 0) {
+                const PureValueRef key = put(*block().getPort(part.key)->getWire(), part.element);
+                notifyUnrollPort(block(), part.key, pack, key);
+                continue;
+            }
+            for (Wire &element : unpack(named("{0}_vup{1}", block().getName(), number), part.key, part.length)) {
+                put(element, part.element);
+            }
+        }
+        if (Wire *wire = block().getWire(A_PRIM_WIRE_OUT)) {
+            replaceWire(*wire, whole);
+        }
+        delete &block();
+    }
+
+  private:
+    struct Part {
+        PureValueRef key;
+        int length;
+        PureValueRef element;
+    };
+    PureValueRef mElement;
+    std::vector<Part> mParts;
+};
+
+/// One unpack, and a pack for each vector that comes out.
+class VecSplitUnroller final : public WiringVectorUnroller {
+  public:
+    using WiringVectorUnroller::WiringVectorUnroller;
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        if (port.getName() == numberOf(0)) {
+            mLength = outermostLength(vectors);
+        }
+        return WiringVectorUnroller::originalPort(port, vectors);
+    }
+    bool canUnroll() const override { return mLength > 0; }
+    void postAttach() override {
+        const Block &elements = unpack(named("{}_vup", block().getName()), numberOf(0), mLength);
+        const TupleValueRef layout = tupleVR(block().getParam(A_VSPLIT_LAYOUT));
+        const auto parts = static_cast<int>(layout ? layout->size() : block().getWireCount());
+        int at = 0;
+        for (int part = 0; part < parts; ++part) {
+            const int length = lengthOf(layout, part, parts);
+            if (Wire *wire = block().getWire(numberOf(static_cast<std::size_t>(part)))) {
+                replaceWire(*wire, joined(elements, part, at, length));
+            }
+            at += length;
+        }
+        delete &block();
+    }
+
+  private:
+    int lengthOf(const TupleValueRef &layout, int part, int parts) const {
+        if (!layout) {
+            return mLength / parts + (part < mLength % parts ? 1 : 0);
+        }
+        const NumberValueRef told = numberVR(layout->at(static_cast<std::size_t>(part)));
+        return told && told->isInt() ? std::max(told->toInt(), 0) : 0;
+    }
+    /// One element stands for itself.
+    Wire &joined(const Block &elements, int part, int at, int length) const {
+        if (length == 1) {
+            return *elements.getWire(numberOf(static_cast<std::size_t>(at)));
+        }
+        Block &pack = create(block(), named("{}_vp{}", block().getName(), part), A_VPACK_BLOCK);
+        for (int i = 0; i < length; ++i) {
+            pack.setParam(numberOf(static_cast<std::size_t>(i)),
+                          *elements.getWire(numberOf(static_cast<std::size_t>(at + i))));
+        }
+        return *Wire::create(pack, A_VPACK_WIRE_OUT);
+    }
+
+    int mLength = 0;
+};
+
+/// The readers of each lane that comes out read the lane that was selected.
+class VecSelectorUnroller final : public WiringVectorUnroller {
+  public:
+    using WiringVectorUnroller::WiringVectorUnroller;
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        if (!(port.getName() == A_VSELECTOR_PORT_IN)) {
+            return VectorUnrollKind::Leave;
+        }
+        mIn = vectors;
+        mLanes.resize(vectors.elementCount());
+        return VectorUnrollKind::Own;
+    }
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &) override {
+        return wire.getName() == A_PRIM_WIRE_OUT ? VectorUnrollKind::Own : VectorUnrollKind::Leave;
+    }
+    void preAttach(const VectorDecorSpec &) override { select(tupleVR(block().getParam(A_VSELECTOR_INDICIES))); }
+    void attachPort(Port &, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
+        mLanes[lanes.elementIndex(indices)] = &driver;
+    }
+    Wire *attachWire(Wire &, const VectorDecorSpec &lanes, const std::vector<int> &indices,
+                     const std::vector<MaybePort> &readers) override {
+        const std::size_t at = lanes.elementIndex(indices);
+        const std::size_t run = at / mRunLength;
+        ORVO_ASSERT(run < mRuns.size(), "a vector selector gives more lanes than it selects");
+        Wire *lane = mLanes[mRuns[run] + at % mRunLength];
+        connect(readers, *lane);
+        return lane;
+    }
+    void postAttach() override { delete &block(); }
+
+  private:
+    /// Each level takes its elements out of all that the levels around it took.
+    void select(const TupleValueRef &levels) {
+        mRunLength = mIn.elementCount();
+        for (std::size_t level = 0; levels && level < levels->size() && level < mIn.vectorDepth(); ++level) {
+            const TupleValueRef chosen = tupleVR(levels->at(level));
+            mRunLength /= static_cast<std::size_t>(mIn.vectorLengthRev(level));
+            std::vector<std::size_t> runs;
+            for (const std::size_t run : mRuns) {
+                for (const ValueRef &index : *chosen) {
+                    runs.push_back(run + static_cast<std::size_t>(numberVR(index)->toInt()) * mRunLength);
+                }
+            }
+            mRuns.swap(runs);
+        }
+    }
+
+    VectorDecorSpec mIn;
+    std::vector<Wire *> mLanes;
+    /// The first lanes of the runs that are selected, in the order of the output.
+    std::vector<std::size_t> mRuns{0};
+    std::size_t mRunLength = 1;
+};
+
+/// What combines the elements of vectors: blocks of numbered scalars, one for each lane that is left.
+class CombiningVectorUnroller : public VectorUnroller {
+  public:
+    explicit CombiningVectorUnroller(Block &block) : mBlock(block) {}
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        if (!(wire.getName() == A_PRIM_WIRE_OUT)) {
+            return VectorUnrollKind::Leave;
+        }
+        mOut = vectors;
+        mType = elementType(typeOf(wire), wire.getContext());
+        return VectorUnrollKind::Own;
+    }
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        mIn.emplace(port.getName(), vectors);
+        return VectorUnrollKind::Own;
+    }
+    bool canUnroll() const override { return !!mType; }
+    void preAttach(const VectorDecorSpec &) override {
+        for (LaneCounter lane(mOut); !lane.atEnd(); lane.next()) {
+            std::vector<PureValueRef> name{named("{}_vunroll", mBlock.getName())};
+            for (const int index : lane.indices()) {
+                name.emplace_back(NumberValue::get(index, mBlock.getContext()));
+            }
+            const bool isOne = name.size() == 1;
+            Block &made = *Block::create(
+                mBlock.getModel(), isOne ? name[0] : PureValueRef(PureTupleValue::get(name, mBlock.getContext())));
+            for (auto param : Params(mBlock)) {
+                if (!nodeVR(param.second)) {
+                    made.setParam(param.first, param.second);
+                }
+            }
+            finish(made);
+            mLanes.push_back(&made);
+            mResults.push_back(Wire::create(made, A_PRIM_WIRE_OUT));
+        }
+    }
+    Wire *attachWire(Wire &, const VectorDecorSpec &lanes, const std::vector<int> &indices,
+                     const std::vector<MaybePort> &readers) override {
+        const std::size_t lane = lanes.elementIndex(indices);
+        Wire &result = shaped(*mResults[lane]);
+        connect(readers, result);
+        return &result;
+    }
+    void postAttach() override { delete &mBlock; }
+
+  protected:
+    /// What a block gets beside the parameters of the original.
+    virtual void finish(Block &lane) const = 0;
+    /// What the result must go through.
+    virtual Wire &shaped(Wire &result) const { return result; }
+    Block &block() const { return mBlock; }
+    const PureValueRef &type() const { return mType; }
+    std::size_t laneCount() const { return mLanes.size(); }
+    const std::map<PureValueRef, VectorDecorSpec, DeepValueCmp> &inputs() const { return mIn; }
+    void attach(std::size_t lane, const PureValueRef &key, Wire &driver) {
+        const MaybePort attached(*mLanes[lane], key);
+        attached.setWire(driver);
+        addAttachedPort(attached);
+    }
+    std::size_t outCount() const { return mOut.elementCount(); }
+
+  private:
+    Block &mBlock;
+    VectorDecorSpec mOut;
+    PureValueRef mType;
+    std::map<PureValueRef, VectorDecorSpec, DeepValueCmp> mIn;
+    std::vector<Block *> mLanes;
+    std::vector<Wire *> mResults;
+};
+
+/// The elements of one input, outermost dimension first, or those of several inputs lane by lane.
+class PrimReduceVectorUnroller final : public CombiningVectorUnroller {
+  public:
+    using CombiningVectorUnroller::CombiningVectorUnroller;
+    bool mandatoryUnrolling() const override { return true; }
+    bool canUnroll() const override {
+        const auto isVector = [](const auto &input) { return input.second.isVector(); };
+        const bool joinsVectors = isJoin() && std::any_of(inputs().begin(), inputs().end(), isVector);
+        return CombiningVectorUnroller::canUnroll() && !(joinsVectors && inputs().size() > 1);
+    }
+    void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
+        const std::size_t element = lanes.elementIndex(indices);
+        if (inputs().size() == 1) {
+            attach(element % laneCount(), numberOf(element / laneCount()), driver);
+            return;
+        }
+        for (std::size_t lane = element; lane < laneCount(); lane += lanes.elementCount()) {
+            attach(lane, port.getName(), driver);
+        }
+    }
+
+  protected:
+    void finish(Block &lane) const override {
+        lane.setParam(A_BLOCK_TYPE, isJoin() ? A_BIT_JOIN_BLOCK : A_ADD_BLOCK);
+        if (!isJoin()) {
+            // A reduction leaves a margin in its type that a sum does not.
+            lane.setParam(A_ADD_TYPE, type());
+        }
+    }
+    Wire &shaped(Wire &result) const override {
+        const NumTypeSpec spec(type(), block().getContext());
+        if (!isJoin() || (inputs().size() == 1 && !mHasFraction)) {
+            return result;
+        }
+        // The bits as they are, as an integer.
+        const PureValueRef name = PureTupleValue::get(
+            result.getBlock().getName(), StringValue::get("bits", block().getContext()), block().getContext());
+        Block &bits = create(block(), name, A_BIT_SELECT_BLOCK);
+        bits.setParam(A_BIT_SELECT_BIT_OFFSET, numberOf(0));
+        bits.setParam(A_BIT_SELECT_OUTPUT_TYPE, type());
+        bits.setParam(numberOf(0), result);
+        return *Wire::create(bits, A_PRIM_WIRE_OUT);
+    }
+
+  public:
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        const NumTypeSpec spec(typeOf(port), block().getContext());
+        mHasFraction = mHasFraction || (spec.fracBits() != 0 && vectors.isVector());
+        return CombiningVectorUnroller::originalPort(port, vectors);
+    }
+
+  private:
+    bool isJoin() const { return block().type() == A_BIT_JOIN_REDUCE_BLOCK.get_ptr(); }
+    bool mHasFraction = false;
+};
+
+/// The products of all elements of the pairs in one sum.
+class ScalarProductVectorUnroller final : public CombiningVectorUnroller {
+  public:
+    using CombiningVectorUnroller::CombiningVectorUnroller;
+    void preAttach(const VectorDecorSpec &merged) override {
+        CombiningVectorUnroller::preAttach(merged);
+        // Pairs of lengths of their own follow each other.
+        std::size_t number = 0;
+        Operand first;
+        for (const auto &[key, vectors] : inputs()) {
+            if (key->kind() != CoreType::Number) {
+                continue;
+            }
+            Operand operand{number / 2, number % 2, mTerms, vectors.elementCount()};
+            if (++number % 2 != 0) {
+                first = operand;
+                mOperands[key] = operand;
+                mFirstKey = key;
+                continue;
+            }
+            const std::size_t terms = std::max<std::size_t>(std::max(first.elements, operand.elements) / outCount(), 1);
+            operand.terms = first.terms = terms;
+            mOperands[mFirstKey] = first;
+            mOperands[key] = operand;
+            mTerms += terms;
+        }
+    }
+    void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
+        const auto at = mOperands.find(port.getName());
+        if (at == mOperands.end()) {
+            for (std::size_t lane = lanes.elementIndex(indices); lane < laneCount(); lane += lanes.elementCount()) {
+                attach(lane, port.getName(), driver);
+            }
+            return;
+        }
+        const Operand &operand = at->second;
+        Wire *negated = nullptr;
+        for (std::size_t place = lanes.elementIndex(indices); place < operand.terms * laneCount();
+             place += operand.elements) {
+            const std::size_t term = operand.base + place / laneCount();
+            const bool negates = isSubtracted(operand) && operand.side == 0 && term + 1 < mTerms;
+            if (negates && negated == nullptr) {
+                negated = &negation(driver, term, place % laneCount());
+            }
+            attach(place % laneCount(), numberOf(2 * term + operand.side), negates ? *negated : driver);
+        }
+    }
+
+  protected:
+    void finish(Block &lane) const override { lane.setParam(A_MULT_TYPE, type()); }
+
+  private:
+    struct Operand {
+        std::size_t pair = 0;
+        std::size_t side = 0;
+        std::size_t base = 0;
+        std::size_t elements = 1;
+        std::size_t terms = 1;
+    };
+    /// A block subtracts only its last product; those of the same pair before it have a factor negated.
+    bool isSubtracted(const Operand &operand) const {
+        return block().findParam(A_SUBTRACTIVE) == A_TRUE.get_ptr() && operand.base + operand.terms == mTerms;
+    }
+    Wire &negation(Wire &driver, std::size_t term, std::size_t lane) const {
+        const PureValueRef name = PureTupleValue::get(block().getName(), StringValue::get("neg", block().getContext()),
+                                                      numberOf(term), numberOf(lane), block().getContext());
+        Block &neg = create(block(), name, A_NEG_BLOCK);
+        neg.setParam(numberOf(0), driver);
+        return *Wire::create(neg, A_PRIM_WIRE_OUT);
+    }
+
+    std::map<PureValueRef, Operand, DeepValueCmp> mOperands;
+    PureValueRef mFirstKey;
+    std::size_t mTerms = 0;
+};
+
+/// A demultiplexer for each lane of the data. Outputs are numbered through, those of one lane side by side.
+class DemuxVectorUnroller final : public VectorUnroller {
+  public:
+    explicit DemuxVectorUnroller(Block &block) : mBlock(block) {}
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        if (port.getName() == A_DEMUX_PORT_DATA) {
+            mLanes = vectors;
+        }
+        return port.getName() == A_DEMUX_PORT_DATA ? VectorUnrollKind::Own : VectorUnrollKind::Whole;
+    }
+    VectorUnrollKind originalWire(Wire &, const VectorDecorSpec &) override { return VectorUnrollKind::Own; }
+    bool canUnroll() const override {
+        return channels() > 0 && std::all_of(mBlock.begin(), mBlock.end(), [this](const Wire &wire) {
+                   const NumberValueRef number = numberVR(wire.getName());
+                   return number && number->isInt() && number->toInt() >= 0 &&
+                          static_cast<std::size_t>(number->toInt() / channels()) < mLanes.elementCount();
+               });
+    }
+    void preAttach(const VectorDecorSpec &) override {
+        Context *context = mBlock.getContext();
+        for (std::size_t lane = 0; lane < mLanes.elementCount(); ++lane) {
+            const PureValueRef name =
+                PureTupleValue::get(mBlock.getName(), StringValue::get(getSuffix(), context), numberOf(lane), context);
+            Block &made = *Block::create(mBlock.getModel(), name);
+            for (auto param : Params(mBlock)) {
+                if (!nodeVR(param.second)) {
+                    made.setParam(param.first, param.second);
+                }
+            }
+            mSubstitutes.push_back(&made);
+        }
+    }
+    void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
+        const bool isData = port.getName() == A_DEMUX_PORT_DATA;
+        for (std::size_t lane = 0; lane < mSubstitutes.size(); ++lane) {
+            if (!isData || lane == lanes.elementIndex(indices)) {
+                const MaybePort attached(*mSubstitutes[lane], port.getName());
+                attached.setWire(driver);
+                addAttachedPort(attached);
+            }
+        }
+    }
+    Wire *attachWire(Wire &wire, const VectorDecorSpec &, const std::vector<int> &,
+                     const std::vector<MaybePort> &readers) override {
+        const int number = numberVR(wire.getName())->toInt();
+        Block &lane = *mSubstitutes[static_cast<std::size_t>(number / channels())];
+        Wire *made = Wire::create(lane, numberOf(static_cast<std::size_t>(number % channels())));
+        connect(readers, *made);
+        return made;
+    }
+    void postAttach() override { delete &mBlock; }
+
+  private:
+    int channels() const {
+        const NumberValueRef count = numberVR(mBlock.getParam(A_DEMUX_CHANNEL_COUNT));
+        return count && count->isInt() ? count->toInt() : 0;
+    }
+
+    Block &mBlock;
+    VectorDecorSpec mLanes;
+    std::vector<Block *> mSubstitutes;
+};
+
+/// The map of types names the lanes.
+class LatencyPlaceholderVectorUnroller final : public BoundaryVectorUnroller {
+  public:
+    using BoundaryVectorUnroller::BoundaryVectorUnroller;
+    bool canUnroll() const override { return !namesClash(); }
+    void postAttach() override {
+        Context *context = block().getContext();
+        std::vector<PureValueRef> entries;
+        const TupleValueRef types = tupleVR(block().getParam(A_LATENCY_PLACEHOLDER_TYPEMAP));
+        for (std::size_t i = 0; types && i < types->size(); ++i) {
+            const PureTupleValueRef pair = pureTupleVR(types->at(i));
+            if (!pair || pair->size() != 2) {
+                continue;
+            }
+            PureValueRef element;
+            const VectorDecorSpec vectors(pair->at(1), element, context);
+            for (LaneCounter lane(vectors); !lane.atEnd(); lane.next()) {
+                entries.emplace_back(
+                    PureTupleValue::get(makeName(pair->at(0), vectors, lane.indices()), element, context));
+            }
+        }
+        block().setParam(A_LATENCY_PLACEHOLDER_TYPEMAP, PureTupleValue::get(entries, context));
+        BoundaryVectorUnroller::postAttach();
+    }
+};
+
+const VectorUnrollHandler *defaultHandler() {
+    static const VectorUnrollHandler handler;
+    return &handler;
+}
+
+template <class U> const VectorUnrollHandler *handler() {
+    static const VectorUnrollHandlerT<U> handler;
+    return &handler;
+}
+
+constexpr const char *kLane = "one block a lane";
+constexpr const char *kNames = "one block with a port and a wire a lane";
+constexpr const char *kOne = "one block for all elements of the outermost dimension";
+
+// clang-format off
+const VectorUnrollRow kRows[] = {
+    {&A_ADD_BLOCK, defaultHandler, kLane},
+    {&A_MONSTER_ADD_BLOCK, defaultHandler, kLane},
+    {&A_SUB_BLOCK, defaultHandler, kLane},
+    {&A_MULT_BLOCK, defaultHandler, kLane},
+    {&A_MONSTER_MULT_BLOCK, defaultHandler, kLane},
+    {&A_ADD_REDUCE_BLOCK, handler<PrimReduceVectorUnroller>, kOne},
+    {&A_SCALAR_PRODUCT_BLOCK, handler<ScalarProductVectorUnroller>, "one scalar product of the products of all elements"},
+    {&A_ADDSUB_BLOCK, defaultHandler, kLane},
+    {&A_ADDSUBFUSED_BLOCK, defaultHandler, kLane},
+    {&A_ADD_SLOAD_BLOCK, defaultHandler, kLane},
+    {&A_MINMAX_BLOCK, defaultHandler, kLane},
+    {&A_MIN_BLOCK, defaultHandler, kLane},
+    {&A_MAX_BLOCK, defaultHandler, kLane},
+    {&A_SATURATE_BLOCK, defaultHandler, kLane},
+    {&A_DIM_BLOCK, defaultHandler, kLane},
+    {&A_MAGMIN_BLOCK, defaultHandler, kLane},
+    {&A_MAGMAX_BLOCK, defaultHandler, kLane},
+    {&A_AND_BLOCK, defaultHandler, kLane},
+    {&A_NAND_BLOCK, defaultHandler, kLane},
+    {&A_OR_BLOCK, defaultHandler, kLane},
+    {&A_NOR_BLOCK, defaultHandler, kLane},
+    {&A_XOR_BLOCK, defaultHandler, kLane},
+    {&A_XNOR_BLOCK, defaultHandler, kLane},
+    {&A_AND_REDUCE_BLOCK, defaultHandler, kLane},
+    {&A_NAND_REDUCE_BLOCK, defaultHandler, kLane},
+    {&A_OR_REDUCE_BLOCK, defaultHandler, kLane},
+    {&A_NOR_REDUCE_BLOCK, defaultHandler, kLane},
+    {&A_XOR_REDUCE_BLOCK, defaultHandler, kLane},
+    {&A_XNOR_REDUCE_BLOCK, defaultHandler, kLane},
+    {&A_BIT_JOIN_BLOCK, defaultHandler, kLane},
+    {&A_BIT_JOIN_REDUCE_BLOCK, handler<PrimReduceVectorUnroller>, kOne},
+    {&A_NOT_BLOCK, defaultHandler, kLane},
+    {&A_REVERSE_BLOCK, defaultHandler, kLane},
+    {&A_DELAY_BLOCK, defaultHandler, kLane},
+    {&A_RECIPROCAL_BLOCK, defaultHandler, kLane},
+    {&A_RECIP_SQRT_BLOCK, defaultHandler, kLane},
+    {&A_SQRT_BLOCK, defaultHandler, kLane},
+    {&A_REGISTER_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
+    {&A_NEG_BLOCK, defaultHandler, kLane},
+    {&A_COMPLEX_CONJUGATE_BLOCK, defaultHandler, kLane},
+    {&A_ABS_BLOCK, defaultHandler, kLane},
+    {&A_CMP_EQ_BLOCK, defaultHandler, kLane},
+    {&A_CMP_NE_BLOCK, defaultHandler, kLane},
+    {&A_CMP_GE_BLOCK, defaultHandler, kLane},
+    {&A_CMP_LT_BLOCK, defaultHandler, kLane},
+    {&A_COMPARECTRL_BLOCK, defaultHandler, kLane},
+    {&A_BIT_COUNT_BLOCK, defaultHandler, kLane},
+    {&A_CTPOP_BLOCK, defaultHandler, kLane},
+    {&A_TRUNCATE_BLOCK, defaultHandler, kLane},
+    {&A_TRUNCATE_TO_ZERO_BLOCK, defaultHandler, kLane},
+    {&A_BIASED_ROUND_BLOCK, defaultHandler, kLane},
+    {&A_UNBIASED_ROUND_BLOCK, defaultHandler, kLane},
+    {&A_CONST_BLOCK, handler<ConstVectorUnroller>, kLane},
+    {&A_DIVIDE_BLOCK, defaultHandler, kLane},
+    {&A_MOD_MULT_BLOCK, handler<WideningVectorUnroller>, kLane},
+    {&A_CONSTMULT_BLOCK, handler<WideningVectorUnroller>, kLane},
+    {&A_CONSTDIV_BLOCK, handler<WideningVectorUnroller>, kLane},
+    {&A_RAW_SHIFT_BLOCK, defaultHandler, kLane},
+    {&A_BARREL_LEFT_BLOCK, defaultHandler, kLane},
+    {&A_BARREL_RIGHT_BLOCK, defaultHandler, kLane},
+    {&A_BARREL_RIGHT_LZC_BLOCK, defaultHandler, kLane},
+    {&A_BIT_SELECT_BLOCK, defaultHandler, kLane},
+    {&A_CHOOSE_BITS_BLOCK, defaultHandler, kLane},
+    {&A_CAST_BLOCK, defaultHandler, kLane},
+    {&A_MUX_BLOCK, defaultHandler, kLane},
+    {&A_SELECT_BLOCK, defaultHandler, kLane},
+    {&A_TAN_BLOCK, defaultHandler, kLane},
+    {&A_COT_BLOCK, defaultHandler, kLane},
+    {&A_TANPIX_BLOCK, defaultHandler, kLane},
+    {&A_COTPIX_BLOCK, defaultHandler, kLane},
+    {&A_ARCCOSPI_BLOCK, defaultHandler, kLane},
+    {&A_ARCSINPI_BLOCK, defaultHandler, kLane},
+    {&A_ARCTANPI_BLOCK, defaultHandler, kLane},
+    {&A_CUBEROOT_BLOCK, defaultHandler, kLane},
+    {&A_RINT_BLOCK, defaultHandler, kLane},
+    {&A_ROUND_BLOCK, defaultHandler, kLane},
+    {&A_FLOOR_BLOCK, defaultHandler, kLane},
+    {&A_CEIL_BLOCK, defaultHandler, kLane},
+    {&A_TRUNC_BLOCK, defaultHandler, kLane},
+    {&A_EXP2_BLOCK, defaultHandler, kLane},
+    {&A_EXP10_BLOCK, defaultHandler, kLane},
+    {&A_LOG2_BLOCK, defaultHandler, kLane},
+    {&A_LOG10_BLOCK, defaultHandler, kLane},
+    {&A_EXPM1_BLOCK, defaultHandler, kLane},
+    {&A_LOG1P_BLOCK, defaultHandler, kLane},
+    {&A_FRAC_BLOCK, defaultHandler, kLane},
+    {&A_ASIN_BLOCK, defaultHandler, kLane},
+    {&A_ACOS_BLOCK, defaultHandler, kLane},
+    {&A_ATAN_BLOCK, defaultHandler, kLane},
+    {&A_POLYNOMIAL_BLOCK, defaultHandler, kLane},
+    {&A_HYPOT_BLOCK, defaultHandler, kLane},
+    {&A_HYPOT3D_BLOCK, defaultHandler, kLane},
+    {&A_ARCTAN2_BLOCK, defaultHandler, kLane},
+    {&A_MOD_BLOCK, defaultHandler, kLane},
+    {&A_POW_BLOCK, defaultHandler, kLane},
+    {&A_POWR_BLOCK, defaultHandler, kLane},
+    {&A_POWN_BLOCK, defaultHandler, kLane},
+    {&A_MULT_POW2_BLOCK, defaultHandler, kLane},
+    {&A_ILOGB_BLOCK, defaultHandler, kLane},
+    {&A_LOG_BLOCK, defaultHandler, kLane},
+    {&A_EXP_BLOCK, defaultHandler, kLane},
+    {&A_SIN_BLOCK, defaultHandler, kLane},
+    {&A_COS_BLOCK, defaultHandler, kLane},
+    {&A_SINCOSFUSED_BLOCK, defaultHandler, kLane},
+    {&A_SINPIX_BLOCK, defaultHandler, kLane},
+    {&A_COSPIX_BLOCK, defaultHandler, kLane},
+    {&A_SINCOSPIXFUSED_BLOCK, defaultHandler, kLane},
+    {&A_CORDIC_BLOCK, defaultHandler, kLane},
+    {&A_FLOAT_MULTADD_BLOCK, defaultHandler, kLane},
+    {&A_FLOAT_MULTSUB_BLOCK, defaultHandler, kLane},
+    {&A_FLOAT_CLASS_BLOCK, defaultHandler, kLane},
+    {&A_DUAL_MEM_BLOCK, handler<DualMemVectorUnroller>, kLane},
+    {&A_LUT_BLOCK, handler<LUTVectorUnroller>, "one table a lane, with its own contents"},
+    {&A_SYNC_REGISTER_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
+    {&A_FIFO_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
+    {&A_FIFO_DELAY_BLOCK, defaultHandler, kLane},
+    {&A_SEQUENCE_BLOCK, defaultHandler, kLane},
+    {&A_COUNTER_BLOCK, handler<WideningVectorUnroller>, kLane},
+    {&A_LD_COUNTER_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
+    {&A_LOOP_BLOCK, nullptr, "limits and counts are scalar"},
+    {&A_FOR_LOOP_BLOCK, defaultHandler, kLane},
+    {&A_ACC_BLOCK, defaultHandler, kLane},
+    {&A_FLOAT_MULTACC_BLOCK, defaultHandler, kLane},
+    {&A_DECODE_BLOCK, defaultHandler, kLane},
+    {&A_DEMUX_BLOCK, handler<DemuxVectorUnroller>, "one demultiplexer a lane of the data"},
+    {&A_FANOUT_BLOCK, defaultHandler, kLane},
+    {&A_MODEL_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollVectorCrossModelPass"},
+    {&A_INPUT_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollVectorCrossModelPass"},
+    {&A_OUTPUT_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollVectorCrossModelPass"},
+    {&A_SIGNAL_IN_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
+    {&A_SIGNAL_OUT_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
+    {&A_TERMINAL_BLOCK, defaultHandler, kLane},
+    {&A_FOLDING_KERNEL_BOUNDARY_BLOCK, defaultHandler, kLane},
+    {&A_CHANNEL_IN_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
+    {&A_CHANNEL_OUT_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
+    {&A_TYPE_PIN_BLOCK, handler<TypePinVectorUnroller>, "one pin with a port a lane"},
+    {&A_VPACK_BLOCK, nullptr, "what joins lanes stays"},
+    {&A_VUNPACK_BLOCK, nullptr, "what joins lanes stays"},
+    {&A_VCONCAT_BLOCK, handler<VecConcatUnroller>, "unpacks and a pack"},
+    {&A_VSPLIT_BLOCK, handler<VecSplitUnroller>, "an unpack and packs"},
+    {&A_VSELECTOR_BLOCK, handler<VecSelectorUnroller>, "wires"},
+    {&A_CPACK_BLOCK, nullptr, "what joins lanes stays"},
+    {&A_CUNPACK_BLOCK, nullptr, "what joins lanes stays"},
+    {&A_APACK_BLOCK, nullptr, "what joins lanes stays"},
+    {&A_AUNPACK_BLOCK, nullptr, "what joins lanes stays"},
+    {&A_UNSCHED_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
+    {&A_BOUNDARY_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
+    {&A_HIDDEN_IFACE_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_EXT_IFACE_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_LATENCY_PLACEHOLDER_BLOCK, handler<LatencyPlaceholderVectorUnroller>, "one block with a port and a wire a lane"},
+    {&A_SCHEDULED_MODEL_BLOCK, nullptr, "its ports follow the mappings of the scheduled model"},
+    {&A_UNSUPPORTED_BLOCK, nullptr, "nothing is known of what it computes"},
+    {&A_STALLREG_BLOCK, nullptr, "its data are numbered"},
+    {&A_STALLENABLE_BLOCK, nullptr, "its data are numbered"},
+    {&A_STALLENTER_BLOCK, nullptr, "its data are numbered"},
+    {&A_STALLEXIT_BLOCK, nullptr, "its data are numbered"},
+    {&A_STALLVALID_CONNECTOR_BLOCK, nullptr, "all its signals are scalar"},
+    {&A_ENABLE_SINK_BLOCK, nullptr, "all its signals are scalar"},
+    {&A_ENABLE_SRC_BLOCK, nullptr, "all its signals are scalar"},
+    {&A_READY_BLOCK, nullptr, "all its signals are scalar"},
+    {&A_ECC_SRC_BLOCK, nullptr, "all its signals are scalar"},
+    {&A_PIPE_BLOCK, defaultHandler, kLane},
+    {&A_FIXED_MFUNC_BLOCK, defaultHandler, kLane},
+    {&A_FLOAT_MFUNC_BLOCK, defaultHandler, kLane},
+    {&A_CIC_BLOCK, nullptr, "its lanes carry channels of one computation"},
+    {&A_FIR_BLOCK, nullptr, "its lanes carry channels of one computation"},
+    {&A_SCALE_BLOCK, nullptr, "its lanes carry channels of one computation"},
+    {&A_MIXER_BLOCK, nullptr, "its lanes carry channels of one computation"},
+    {&A_NCO_BLOCK, nullptr, "its lanes carry channels of one computation"},
+    {&A_CHANVIEW_BLOCK, nullptr, "its lanes carry channels of one computation"},
+    {&A_SHARED_FIFO_BLOCK, nullptr, "its lanes carry channels of one computation"},
+};
+// clang-format on
+
+} // namespace
+
+std::span<const VectorUnrollRow> vectorUnrollRows() { return kRows; }
+
+void registerVectorUnrollers(Context *context) {
+    for (const VectorUnrollRow &row : kRows) {
+        if (row.handler != nullptr) {
+            context->getBlockClass(*row.blockType)->registerHandler<VectorUnrollHandler>(row.handler(), false);
+        }
+    }
+}
+
+} // namespace orvo::internal

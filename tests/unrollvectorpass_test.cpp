@@ -1,0 +1,280 @@
+// Vectors come apart inside models and at their boundaries, and the design computes the same.
+#include "orvo/unrollvectorpass.h"
+
+#include "support/heardmessages.h"
+#include "support/invariants.h"
+#include "support/randomdesigns.h"
+#include "support/samebehaviour.h"
+#include "support/simulatorfixture.h"
+#include "support/typetable.h"
+
+#include <orvo/design.h>
+#include <orvo/model.h>
+#include <orvo/pass.h>
+#include <orvo/staticstrings.h>
+#include <orvo/typeinferpass.h>
+#include <orvo/unrollmappings.h>
+#include <orvo/xmlservices.h>
+
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+
+namespace orvo {
+namespace {
+
+std::vector<std::string> runPasses(Design &design, std::initializer_list<const char *> passes) {
+    test::HeardMessages heard(design.getContext());
+    PassSchedulerState state;
+    for (const char *pass : passes) {
+        PassScheduler scheduler(&state);
+        scheduler.addPass(pass);
+        scheduler.apply(design);
+        const auto sound = test::checkInvariants(design);
+        RC_LOG() << sound.message();
+        RC_ASSERT(static_cast<bool>(sound));
+    }
+    return heard.take();
+}
+
+void computesTheSame(std::initializer_list<const char *> passes) {
+    ContextMgr mgr;
+    gen::DesignGenerator generator(mgr.context());
+    const std::vector<gen::Recipe> recipes = *test::recipes(40);
+    const auto before = generator.make(recipes);
+    const auto design = generator.make(recipes);
+    std::vector<std::string> heard = runPasses(*design, passes);
+    // A join over several vectors is left alone, which is told.
+    heard.erase(std::remove_if(heard.begin(), heard.end(),
+                               [](const std::string &line) { return line.find("UNVEC_INVALID_EXPAND_TYPE") == 0; }),
+                heard.end());
+    if (!heard.empty()) {
+        std::ostringstream text;
+        XMLServices().toXML(text, *before);
+        RC_LOG() << heard.front() << text.str();
+    }
+    RC_ASSERT(heard.empty());
+    sim::CompareOptions options;
+    options.cycles = 40;
+    const auto same = test::sameBehaviour(*before, *design, "top", options);
+    if (!same) {
+        std::ostringstream text;
+        XMLServices().toXML(text, *before);
+        RC_LOG() << same.message() << text.str();
+    }
+    RC_ASSERT(static_cast<bool>(same));
+}
+
+RC_GTEST_PROP(UnrollVectorPassOnRandomDesigns, computesTheSame, ()) { computesTheSame({"UnrollVectorPass"}); }
+
+RC_GTEST_PROP(UnrollVectorCrossModelPassOnRandomDesigns, computesTheSame, ()) {
+    computesTheSame({"UnrollVectorCrossModelPass"});
+}
+
+RC_GTEST_PROP(UnrollVectorPassesOnRandomDesigns, computeTheSame, ()) {
+    computesTheSame({"UnrollVectorPass", "UnrollVectorCrossModelPass", "ElideUnpackPass", "DeadBlockPass"});
+}
+
+class UnrollVectorPassTest : public test::SimulatorFixture {
+  protected:
+    std::vector<std::string> run(const char *pass) {
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler(&state);
+        scheduler.addPass(pass);
+        scheduler.apply(design);
+        EXPECT_TRUE(test::checkInvariants(design));
+        return heard.take();
+    }
+    /// A level that adds its inputs x and y, and a top that uses it.
+    void makeTwoLevels(const std::string &x, const std::string &y) {
+        Block &sum = block(below, "sum", "addBlock");
+        sum.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));
+        sum.setParam(value("1"), *Wire::create(*below.getInputBlock(), value("y")));
+        output(below, "z", *Wire::create(sum, A_PRIM_WIRE_OUT));
+        Block &use = block(model, "use", "modelBlock");
+        use.setParam(A_MODEL_NODE, below);
+        use.setParam(value("x"), input(model, "x", x));
+        use.setParam(value("y"), input(model, "y", y));
+        output(model, "z", *Wire::create(use, value("z")));
+    }
+    static std::vector<std::string> portsOf(const Block &block) {
+        std::vector<std::string> names;
+        for (const Port &port : block.ports()) {
+            names.push_back(port.getName()->toString());
+        }
+        return names;
+    }
+    static std::vector<std::string> wiresOf(const Block &block) {
+        std::vector<std::string> names;
+        for (const Wire &wire : block) {
+            names.push_back(wire.getName()->toString());
+        }
+        return names;
+    }
+
+    using Names = std::vector<std::string>;
+    Design design{mgr.context()};
+    Model &model = *Model::create(design, "top");
+    Model &below = *Model::create(design, "below");
+    PassSchedulerState state;
+};
+
+TEST_F(UnrollVectorPassTest, leavesTheBoundariesOfModelsAlone) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    EXPECT_EQ(run("UnrollVectorPass"), Names{});
+    EXPECT_EQ(portsOf(*model.getBlock(value("use"))), (Names{"x", "y"}));
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"x", "y"}));
+    EXPECT_EQ(below.getBlock(value("sum")), nullptr);
+    EXPECT_NE(below.getBlock(value("(sum 1)")), nullptr);
+}
+
+TEST_F(UnrollVectorPassTest, attachesAScalarToAllLanesWithoutAnUnpack) {
+    makeTwoLevels("[3] s4.0", "s4.0");
+    run("UnrollVectorPass");
+    EXPECT_EQ(below.getInputBlock()->getWire(value("y"))->port_size(), 3U);
+    for (const char *lane : {"(sum 0)", "(sum 1)", "(sum 2)"}) {
+        const Port *port = below.getBlock(value(lane))->getPort(value("1"));
+        EXPECT_EQ(&port->peekWire()->getBlock(), below.getInputBlock()) << lane;
+    }
+}
+
+TEST_F(UnrollVectorPassTest, feedsEachLaneAVectorOfFewerDimensionsAgain) {
+    makeTwoLevels("[2][3] s4.0", "[3] s4.0");
+    EXPECT_EQ(run("UnrollVectorPass"), Names{});
+    // The lane (1, 0) and the lane (1, 1) read the same element.
+    const Block &first = *below.getBlock(value("(sum 1 0)"));
+    const Block &second = *below.getBlock(value("(sum 1 1)"));
+    EXPECT_EQ(first.getPort(value("1"))->peekWire(), second.getPort(value("1"))->peekWire());
+    EXPECT_NE(first.getPort(value("0"))->peekWire(), second.getPort(value("0"))->peekWire());
+}
+
+TEST_F(UnrollVectorPassTest, takesBoundariesApartAndKeepsTheMappings) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    EXPECT_EQ(run("UnrollVectorPass"), Names{});
+    EXPECT_EQ(run("UnrollVectorCrossModelPass"), Names{});
+    EXPECT_EQ(portsOf(*model.getBlock(value("use"))), (Names{"y", "(x 0)", "(x 1)"}));
+    EXPECT_EQ(wiresOf(*model.getBlock(value("use"))), (Names{"(z 0)", "(z 1)"}));
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"y", "(x 0)", "(x 1)"}));
+    EXPECT_EQ(portsOf(*below.getOutputBlock()), (Names{"(z 0)", "(z 1)"}));
+    const auto *item =
+        dynamic_cast<BoundaryUnrollMappingStateItem *>(state.getItemOfState(A_BOUNDARY_UNROLL_STATE_KEY));
+    ASSERT_NE(item, nullptr);
+    for (const Model *level : {&model, &below}) {
+        const UnrollMappings &inputs = item->getInputUnrollMapping(*level);
+        EXPECT_EQ(inputs.getUnrolledPortName(value("x"), CompoundDecorIndex::createVectorIndex(1)), value("(x 1)"));
+        EXPECT_TRUE(inputs.getUnrolledPortNameList(value("y")).empty());
+        EXPECT_EQ(item->getOutputUnrollMapping(*level).getUnrolledPortNameList(value("z")).size(), 2U);
+    }
+}
+
+TEST_F(UnrollVectorPassTest, givesThePortsOfTheMappingsTheTypesOfTheirElements) {
+    makeTwoLevels("[2][3] s4.0", "s4.0");
+    run("UnrollVectorCrossModelPass");
+    PassScheduler scheduler;
+    scheduler.requirePass("GlobalTypePass");
+    const PassResults results = scheduler.apply(design);
+    const auto *item =
+        dynamic_cast<BoundaryUnrollMappingStateItem *>(state.getItemOfState(A_BOUNDARY_UNROLL_STATE_KEY));
+    const std::vector<PureValueRef> names = item->getInputUnrollMapping(model).getUnrolledPortNameList(value("x"));
+    ASSERT_EQ(names.size(), 6U);
+    for (const PureValueRef &name : names) {
+        const PureValueRef type = results.getPass<GlobalTypePass>()->getType(model.getInputBlock()->getWire(name), {});
+        EXPECT_EQ(type, value(testing::typeText("s4.0"))) << name->toString();
+    }
+    const CompoundDecorIndex path = CompoundDecorIndex::createVectorIndex(1)
+                                    << CompoundDecorIndex::createVectorIndex(2);
+    EXPECT_EQ(item->getInputUnrollMapping(model).getUnrolledPortName(value("x"), path), value("(x 5)"));
+}
+
+TEST_F(UnrollVectorPassTest, putsTheLaneBeforeTheLastPartOfAName) {
+    output(model, "y", input(model, "(a b)", "[2] s4.0"));
+    run("UnrollVectorCrossModelPass");
+    EXPECT_EQ(wiresOf(*model.getInputBlock()), (Names{"(a 0 b)", "(a 1 b)"}));
+}
+
+TEST_F(UnrollVectorPassTest, leavesABoundaryWholeWhoseNamesWouldClash) {
+    output(model, "y", input(model, "x", "[2] s4.0"));
+    output(model, "w", input(model, "(x 0)", "s4.0"));
+    EXPECT_EQ(run("UnrollVectorCrossModelPass"), Names{"UNVEC_INVALID_EXPAND_TYPE block=/top/in"});
+    EXPECT_NE(model.getInputBlock()->getWire(value("x")), nullptr);
+}
+
+TEST_F(UnrollVectorPassTest, tellsOfUnknownTypes) {
+    Block &sum = block(below, "sum", "addBlock");
+    sum.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));
+    Wire::create(sum, A_PRIM_WIRE_OUT);
+    EXPECT_EQ(run("UnrollVectorPass"), (Names{"UNVEC_INVALID_WIRE_TYPE wire=/below/sum/primWireOut",
+                                              "UNVEC_INVALID_PORT_TYPE block=/below/sum port=0"}));
+    EXPECT_NE(below.getBlock(value("sum")), nullptr);
+}
+
+TEST_F(UnrollVectorPassTest, tellsOfDimensionsThatDoNotMeet) {
+    Block &fan = block(model, "fan", "selectBlock");
+    fan.setParam(value("(a 0)"), input(model, "x", "[2] s4.0"));
+    fan.setParam(value("(b 0)"), input(model, "y", "[3] s4.0"));
+    EXPECT_EQ(run("UnrollVectorPass"), Names{"UNVEC_INVALID_EXPAND_TYPE block=/top/fan"});
+    EXPECT_NE(model.getBlock(value("fan")), nullptr);
+}
+
+TEST_F(UnrollVectorPassTest, handsMetadataToEveryLane) {
+    Block &sum = block(model, "sum", "notBlock");
+    sum.setParam(value("0"), input(model, "x", "[2] u4.0"));
+    sum.setParam(A_METADATA, value("((comment hello))"));
+    output(model, "y", *Wire::create(sum, A_PRIM_WIRE_OUT));
+    run("UnrollVectorPass");
+    for (const char *lane : {"(sum 0)", "(sum 1)"}) {
+        EXPECT_EQ(PureValueRef(model.getBlock(value(lane))->getParam(A_METADATA)), value("((comment hello))")) << lane;
+    }
+}
+
+TEST_F(UnrollVectorPassTest, movesConstraintsAlongWithTheirPoints) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    const PureValueRef atWire = value("((primWireOut true (1) ()))");
+    const PureValueRef atPort = value("((0 true () (1)))");
+    below.getBlock(value("sum"))->setParam(A_SCHEDULE_CONSTRAINT_WIRES, atWire);
+    below.getBlock(value("sum"))->setParam(A_SCHEDULE_CONSTRAINT_PORTS, atPort);
+    below.getInputBlock()->setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((x true (2) ()))"));
+    run("UnrollVectorPass");
+    for (const char *lane : {"(sum 0)", "(sum 1)"}) {
+        const Block &block = *below.getBlock(value(lane));
+        EXPECT_EQ(PureValueRef(block.getParam(A_SCHEDULE_CONSTRAINT_WIRES)), atWire) << lane;
+        EXPECT_EQ(PureValueRef(block.getParam(A_SCHEDULE_CONSTRAINT_PORTS)), atPort) << lane;
+    }
+    run("UnrollVectorCrossModelPass");
+    EXPECT_EQ(PureValueRef(below.getInputBlock()->getParam(A_SCHEDULE_CONSTRAINT_WIRES)),
+              value("(((x 0) true (2) ()) ((x 1) true (2) ()))"));
+}
+
+TEST_F(UnrollVectorPassTest, takesAModelApartThatIsUsedTwice) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    Block &again = block(model, "again", "modelBlock");
+    again.setParam(A_MODEL_NODE, below);
+    again.setParam(value("x"), *model.getInputBlock()->getWire(value("x")));
+    again.setParam(value("y"), *model.getInputBlock()->getWire(value("y")));
+    output(model, "w", *Wire::create(again, value("z")));
+    EXPECT_EQ(run("UnrollVectorPass"), Names{});
+    EXPECT_EQ(run("UnrollVectorCrossModelPass"), Names{});
+    for (const char *use : {"use", "again"}) {
+        EXPECT_EQ(wiresOf(*model.getBlock(value(use))), (Names{"(z 0)", "(z 1)"}));
+    }
+}
+
+TEST_F(UnrollVectorPassTest, leavesAModelWholeWhoseInstancesHaveVectorsOfTheirOwn) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    Block &again = block(model, "again", "modelBlock");
+    again.setParam(A_MODEL_NODE, below);
+    again.setParam(value("x"), input(model, "longer", "[3] s4.0"));
+    again.setParam(value("y"), *model.getInputBlock()->getWire(value("y")));
+    output(model, "w", *Wire::create(again, value("z")));
+    EXPECT_EQ(run("UnrollVectorPass"), (Names{"UNVEC_INVALID_WIRE_TYPE wire=/below/sum/primWireOut",
+                                              "UNVEC_INVALID_PORT_TYPE block=/below/sum port=0"}));
+    run("UnrollVectorCrossModelPass");
+    for (const char *use : {"use", "again"}) {
+        EXPECT_EQ(portsOf(*model.getBlock(value(use))), (Names{"x", "y"}));
+    }
+}
+
+} // namespace
+} // namespace orvo
