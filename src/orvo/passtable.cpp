@@ -7,6 +7,10 @@
 #include "orvo/dumpxmlpass.h"
 #include "orvo/elideterminalpass.h"
 #include "orvo/elideunpackpass.h"
+#include "orvo/flatteneverythingpass.h"
+#include "orvo/flattenexplicitpass.h"
+#include "orvo/flattensimulinkpass.h"
+#include "orvo/flattenzrtexplicitpass.h"
 #include "orvo/netlistverificationpass.h"
 
 #include <orvo/modeltreepass.h>
@@ -28,7 +32,9 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(DeadBlockPass),           ORVO_PASS_ROW(DeadBlockLatePass),
     ORVO_PASS_ROW(AggressiveDeadBlockPass), ORVO_PASS_ROW(AggressiveDeadBlockLatePass),
     ORVO_PASS_ROW(DumpTypesPass),           ORVO_PASS_ROW(DumpXMLPass),
-    ORVO_PASS_ROW(GlobalTypePass),          ORVO_PASS_ROW(ElideTerminalPass),
+    ORVO_PASS_ROW(GlobalTypePass),          ORVO_PASS_ROW(FlattenEverythingPass),
+    ORVO_PASS_ROW(FlattenSimulinkPass),     ORVO_PASS_ROW(FlattenExplicitPass),
+    ORVO_PASS_ROW(FlattenZRTExplicitPass),  ORVO_PASS_ROW(ElideTerminalPass),
     ORVO_PASS_ROW(ElideUnpackPass),         ORVO_PASS_ROW(ModelTreePass),
     ORVO_PASS_ROW(DeadModelPass),           ORVO_PASS_ROW(NetlistVerificationPass),
 };
