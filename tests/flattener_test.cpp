@@ -22,7 +22,7 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
-#include <set>
+#include <map>
 #include <sstream>
 
 namespace orvo {
@@ -577,6 +577,105 @@ TEST_F(FlattenConstraints, doNotBelongOnAModelBlock) {
     run();
     EXPECT_EQ(messages(), Lines{"DISALLOWED_SIGNPOST_ON_MODEL_BLOCK refBlk=/top/call1"});
     EXPECT_EQ(top.getBlock(value("call1")), nullptr);
+}
+
+/// A walk down from a model, by numbers as long as there are some and something to step into.
+RefChain walkFrom(const Model &model, std::vector<std::uint32_t> &numbers) {
+    RefChain chain;
+    const Model *at = &model;
+    while (!numbers.empty()) {
+        std::vector<const Block *> calls;
+        for (const Block &block : *at) {
+            if (block.type() == A_MODEL_BLOCK.get_ptr()) {
+                calls.push_back(&block);
+            }
+        }
+        const std::size_t choice = numbers.back() % (calls.size() + 2);
+        numbers.pop_back();
+        if (choice >= calls.size()) {
+            break;
+        }
+        chain.push_back(calls[choice]);
+        at = Node::from<Model>((*chain.back())[A_MODEL_NODE]);
+    }
+    return chain;
+}
+
+const Model &endOf(const RefChain &chain, const Model &start) {
+    return chain.empty() ? start : *Node::from<Model>((*chain.back())[A_MODEL_NODE]);
+}
+
+/// How often each id stands at the given place of the entries of blocks.
+std::map<std::string, int> idsAt(const Design &design, const StaticString &param, std::size_t place) {
+    std::map<std::string, int> counts;
+    for (const Model &model : design) {
+        for (const Block &block : model) {
+            const TupleValueRef entries = tupleVR(block.getParam(param));
+            for (std::size_t i = 0; entries && i < entries->size(); ++i) {
+                for (const ValueRef &id : *tupleVR(tupleVR(entries->at(i))->at(place))) {
+                    ++counts[id->toString()];
+                }
+            }
+        }
+    }
+    return counts;
+}
+
+// Each constraint of the flat design has one start and one end, whatever dissolved and in whatever order.
+RC_GTEST_PROP(FlattenConstraintsProperty, keepBothEndsOfEachConstraint, ()) {
+    ContextMgr mgr;
+    test::HeardMessages heard(mgr.context());
+    Design design(mgr.context());
+    const auto number = rc::gen::inRange<std::uint32_t>(0, 1U << 20U);
+    std::vector<Model *> models;
+    const std::size_t count = *rc::gen::inRange<std::size_t>(1, 6);
+    for (std::size_t i = 0; i < count; ++i) {
+        // The order of the names is that in which models are flattened.
+        Model &model = *Model::create(design, "m" + std::to_string(*number) + "_" + std::to_string(i));
+        Wire::create(*Block::create(model, "from", A_SIGNAL_IN_BLOCK), "w");
+        Block::create(model, "to", A_SIGNAL_OUT_BLOCK)
+            ->setParam(StringValue::get("p", mgr.context()),
+                       *Wire::create(*Block::create(model, "const", A_CONST_BLOCK), "w"));
+        if (i != 0 && *number % 3 == 0) {
+            model.setParam(A_FOLDING_IS_FOLDING_KERNEL, A_TRUE);
+        }
+        models.push_back(&model);
+    }
+    for (std::size_t i = 0; i + 1 < count; ++i) {
+        for (std::uint32_t call = *number % 4; call > 0; --call) {
+            Block::create(*models[i], "call", A_MODEL_BLOCK)
+                ->setParam(A_MODEL_NODE, *models[i + 1 + *number % (count - 1 - i)]);
+        }
+    }
+    models[0]->setParam(A_SYNTH_OUTPUT_MODE, A_SYNTH_OUTPUT_HDL_ROOT);
+    // A model that dies takes its records with it.
+    PassScheduler deadModels;
+    deadModels.addPass("DeadModelPass");
+    deadModels.apply(design);
+    for (std::uint32_t i = *number % 6; i > 0; --i) {
+        auto numbers = *rc::gen::container<std::vector<std::uint32_t>>(number);
+        const Model &root = endOf(walkFrom(*models[0], numbers), *models[0]);
+        const RefChain fromChain = walkFrom(root, numbers);
+        const RefChain toChain = walkFrom(root, numbers);
+        const Wire *from = &*endOf(fromChain, root).getBlock(StringValue::get("from", mgr.context()))->begin();
+        const Port *to = &*endOf(toChain, root).getBlock(StringValue::get("to", mgr.context()))->port_begin();
+        LatencyConstraintCreator(design).from(from, fromChain).to(to, toChain).lessEqual(3).end();
+    }
+    RC_PRE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+    PassScheduler scheduler;
+    scheduler.addPass(kEverything);
+    scheduler.addPass("DeadModelPass");
+    scheduler.apply(design);
+    RC_ASSERT(test::checkInvariants(design));
+    OrvoUtils::requireConstraintsConsistentWithDesign(design);
+    RC_ASSERT(heard.take() == std::vector<std::string>());
+    const auto starts = idsAt(design, A_SCHEDULE_CONSTRAINT_WIRES, 2);
+    const auto ends = idsAt(design, A_SCHEDULE_CONSTRAINT_PORTS, 3);
+    for (const auto *counts : {&starts, &ends}) {
+        for (const auto &[id, times] : *counts) {
+            RC_ASSERT(times == 1);
+        }
+    }
 }
 
 // --- designs by chance
