@@ -34,7 +34,6 @@ const std::map<std::string, std::string> &coveredBy() {
         {"expansion", "fftrows"},
         {"fftelements", "fftrows"},
         {"fftstages", "fftrows"},
-        {"flattenconstraints", "flattener"},
         {"flatteneverythingpass", "flattener"},
         {"flattenexplicitpass", "flattener"},
         {"flattenzrtexplicitpass", "flattener"},
