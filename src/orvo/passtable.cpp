@@ -8,6 +8,10 @@
 #include "orvo/elidefromgotopass.h"
 #include "orvo/elideterminalpass.h"
 #include "orvo/elideunpackpass.h"
+#include "orvo/flatteneverythingpass.h"
+#include "orvo/flattenexplicitpass.h"
+#include "orvo/flattensimulinkpass.h"
+#include "orvo/flattenzrtexplicitpass.h"
 #include "orvo/netlistverificationpass.h"
 #include "orvo/unrollvectorpass.h"
 
@@ -27,13 +31,24 @@ struct Row {
 #define ORVO_PASS_ROW(PASS)                                                                                            \
     { #PASS, &PASS::create, &PASS::defaultParamSettings }
 constexpr Row kPasses[] = {
-    ORVO_PASS_ROW(DeadBlockPass),           ORVO_PASS_ROW(DeadBlockLatePass),
-    ORVO_PASS_ROW(AggressiveDeadBlockPass), ORVO_PASS_ROW(AggressiveDeadBlockLatePass),
-    ORVO_PASS_ROW(DumpTypesPass),           ORVO_PASS_ROW(DumpXMLPass),
-    ORVO_PASS_ROW(GlobalTypePass),          ORVO_PASS_ROW(ElideTerminalPass),
-    ORVO_PASS_ROW(ElideUnpackPass),         ORVO_PASS_ROW(ElideFromGotoPass),
-    ORVO_PASS_ROW(ModelTreePass),           ORVO_PASS_ROW(DeadModelPass),
-    ORVO_PASS_ROW(NetlistVerificationPass), ORVO_PASS_ROW(UnrollVectorPass),
+    ORVO_PASS_ROW(DeadBlockPass),
+    ORVO_PASS_ROW(DeadBlockLatePass),
+    ORVO_PASS_ROW(AggressiveDeadBlockPass),
+    ORVO_PASS_ROW(AggressiveDeadBlockLatePass),
+    ORVO_PASS_ROW(DumpTypesPass),
+    ORVO_PASS_ROW(DumpXMLPass),
+    ORVO_PASS_ROW(GlobalTypePass),
+    ORVO_PASS_ROW(FlattenEverythingPass),
+    ORVO_PASS_ROW(FlattenSimulinkPass),
+    ORVO_PASS_ROW(FlattenExplicitPass),
+    ORVO_PASS_ROW(FlattenZRTExplicitPass),
+    ORVO_PASS_ROW(ElideTerminalPass),
+    ORVO_PASS_ROW(ElideUnpackPass),
+    ORVO_PASS_ROW(ElideFromGotoPass),
+    ORVO_PASS_ROW(ModelTreePass),
+    ORVO_PASS_ROW(DeadModelPass),
+    ORVO_PASS_ROW(NetlistVerificationPass),
+    ORVO_PASS_ROW(UnrollVectorPass),
     ORVO_PASS_ROW(UnrollVectorCrossModelPass),
 };
 #undef ORVO_PASS_ROW

@@ -1,0 +1,403 @@
+// The copying. A model that is dissolved is read once into a plan, a list of what each instance gets. The outputs of
+// dissolved model blocks give their readers away only when all of a model is done, each straight to the wire that
+// lasts: a signal that goes through many levels moves once.
+#include "orvo/flattener.h"
+
+#include "orvo/scheduleconstraints.h"
+#include "orvo/strongcomponents.h"
+
+#include <orvo/annotation.h>
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/design.h>
+#include <orvo/logging.h>
+#include <orvo/staticstrings.h>
+#include <orvo/wire.h>
+
+#include <limits>
+
+namespace orvo::internal {
+
+namespace {
+
+/// A wire of another model, or none.
+constexpr std::uint32_t kNoWire = std::numeric_limits<std::uint32_t>::max();
+
+std::uint32_t sizeOf(const auto &vector) { return static_cast<std::uint32_t>(vector.size()); }
+
+bool isPointTable(const PureValueRef &key) {
+    return key == A_SCHEDULE_CONSTRAINT_PORTS || key == A_SCHEDULE_CONSTRAINT_WIRES;
+}
+
+Block *errorCorrectionSink(const Wire &wire) {
+    Block *sink = nullptr;
+    for (const Port &port : wire.ports()) {
+        Block &reader = port.getBlock();
+        if (reader.type() == A_ECC_SINK_BLOCK.get_ptr()) {
+            ORVO_ASSERT(sink == nullptr, "a signal has one error-correction sink");
+            sink = &reader;
+        }
+    }
+    return sink;
+}
+
+} // namespace
+
+struct Flattener::Source {
+    struct Param {
+        PureValueRef key;
+        ValueRef value;
+        bool isWire;
+        std::uint32_t wire;
+    };
+    struct Copied {
+        PureValueRef name;
+        PureValueRef drawnAs;
+        bool isModelBlock;
+        std::uint32_t endWire;
+        std::uint32_t endParam;
+    };
+    /// A parameter of a wire.
+    struct OfWire {
+        std::uint32_t wire;
+        PureValueRef key;
+        ValueRef value;
+    };
+
+    bool dissolves = false;
+    std::vector<Copied> blocks;
+    /// Those of the copied blocks, in their order; those of input blocks follow them.
+    std::vector<PureValueRef> wireNames;
+    std::vector<OfWire> wireParams;
+    std::vector<Param> params;
+    std::uint32_t firstInput = 0;
+    std::unordered_map<const Value *, std::uint32_t> outputs;
+    std::unordered_map<const Block *, std::uint32_t> numbers;
+    bool hasDomains = false;
+
+    void read(const Model &model) {
+        hasDomains = model.findParam(A_SYNTH_SCHEDULE_DOMAINS) != nullptr;
+        std::unordered_map<const Wire *, std::uint32_t> wires;
+        const auto addWires = [&](const Block &block) {
+            for (const Wire &wire : block) {
+                wires.emplace(&wire, sizeOf(wireNames));
+                wireNames.push_back(wire.getName());
+            }
+        };
+        std::vector<const Block *> copied;
+        for (const Block &block : model) {
+            if (block.type() == A_INPUT_BLOCK.get_ptr() || block.type() == A_OUTPUT_BLOCK.get_ptr()) {
+                continue;
+            }
+            copied.push_back(&block);
+            addWires(block);
+            blocks.push_back({PureTupleValue::get(model.getName(), block.getName(), model.getContext()),
+                              block.getName(), block.type() == A_MODEL_BLOCK.get_ptr(), sizeOf(wireNames), 0});
+        }
+        firstInput = sizeOf(wireNames);
+        for (const Block *input : model.getInputBlocks()) {
+            addWires(*input);
+        }
+        const auto numberOf = [&wires](const Wire *wire) {
+            const auto known = wires.find(wire);
+            return known == wires.end() ? kNoWire : known->second;
+        };
+        for (std::size_t i = 0; i < copied.size(); ++i) {
+            readParams(*copied[i], numberOf);
+            blocks[i].endParam = sizeOf(params);
+            if (hasDomains) {
+                numbers.emplace(copied[i], static_cast<std::uint32_t>(i));
+            }
+        }
+        for (const Block *output : model.getOutputBlocks()) {
+            for (const Port &port : output->ports()) {
+                outputs.emplace(port.getName().get_ptr(), numberOf(port.peekWire()));
+            }
+        }
+    }
+
+    void readParams(const Block &block, const auto &numberOf) {
+        for (auto param : Params(block)) {
+            const Wire *wire = Node::from<Wire>(param.second);
+            params.push_back({param.first, wire == nullptr ? param.second : ValueRef(), wire != nullptr,
+                              wire == nullptr ? kNoWire : numberOf(wire)});
+        }
+        for (const Wire &wire : block) {
+            for (auto param : Params(wire)) {
+                wireParams.push_back({numberOf(&wire), param.first, param.second});
+            }
+        }
+    }
+};
+
+Flattener::Flattener(Design &design, Predicate dissolves, std::unordered_set<const Model *> &dissolved)
+    : mDesign(design), mDissolves(std::move(dissolves)), mDissolved(dissolved), mConstraints(design) {
+    findRecursiveModels();
+}
+
+Flattener::~Flattener() = default;
+
+// Dissolving other models neither makes nor breaks a ring.
+void Flattener::findRecursiveModels() {
+    std::vector<const Model *> models;
+    std::unordered_map<const Model *, std::uint32_t> numbers;
+    for (const Model &model : mDesign) {
+        numbers.emplace(&model, sizeOf(models));
+        models.push_back(&model);
+    }
+    Digraph graph;
+    for (const Model *model : models) {
+        std::unordered_set<const Model *> below;
+        for (const Block &block : *model) {
+            const Model *instantiated = instantiatedModel(block);
+            if (instantiated != nullptr && below.insert(instantiated).second && numbers.count(instantiated) != 0) {
+                graph.addEdge(numbers.at(instantiated));
+            }
+        }
+        graph.closeNode();
+    }
+    const StrongComponents components = stronglyConnectedComponents(graph);
+    for (std::size_t i = 0; i < components.size(); ++i) {
+        if (isCyclic(graph, components[i])) {
+            for (const std::uint32_t node : components[i]) {
+                mRecursive.insert(models[node]);
+            }
+        }
+    }
+}
+
+const Flattener::Source &Flattener::sourceOf(const Model &model) {
+    std::unique_ptr<Source> &known = mSources[&model];
+    if (known == nullptr) {
+        known = std::make_unique<Source>();
+        known->dissolves = mRecursive.count(&model) == 0 && mDissolves(model);
+        if (known->dissolves) {
+            known->read(model);
+        }
+    }
+    return *known;
+}
+
+void Flattener::flatten(Model &model) {
+    mModel = &model;
+    for (Block &block : model) {
+        if (block.type() == A_MODEL_BLOCK.get_ptr()) {
+            mQueue.push_back({&block, {}, &model, block.getName()});
+        }
+    }
+    while (!mQueue.empty()) {
+        const Pending pending = std::move(mQueue.front());
+        mQueue.pop_front();
+        Model *source = instantiatedModel(*pending.block);
+        const Source *plan = source == nullptr ? nullptr : &sourceOf(*source);
+        if (plan != nullptr && plan->dissolves) {
+            dissolve(pending, *source, *plan);
+        } else {
+            mConstraints.addLasting(*pending.block, pending.above, *pending.drawnIn, pending.drawnAs);
+        }
+    }
+    if (mDissolvedBlocks.empty()) {
+        mConstraints.close(model);
+        return;
+    }
+    moveReaders();
+    writeSignposts();
+    for (const Model *changed : mConstraints.close(model)) {
+        mSources.erase(changed);
+    }
+    cancelErrorCorrection();
+    deleteDissolved();
+    mSources.erase(&model);
+}
+
+void Flattener::finish() { mConstraints.finish(mDissolved); }
+
+void Flattener::dissolve(const Pending &pending, Model &source, const Source &plan) {
+    Block &block = *pending.block;
+    mWires.assign(plan.wireNames.size(), nullptr);
+    for (std::size_t i = plan.firstInput; i < plan.wireNames.size(); ++i) {
+        const Port *port = block.getPort(plan.wireNames[i]);
+        mWires[i] = port == nullptr ? nullptr : port->peekWire();
+    }
+    const FlattenedConstraints::Instance instance =
+        mConstraints.open(block, pending.above, *pending.drawnIn, pending.drawnAs, source);
+    copyBlocks(plan);
+    connect(plan, instance);
+    carryMetadata(block);
+    queueCopies(plan, source, instance);
+    replaceOutputs(block, plan);
+    if (plan.hasDomains) {
+        takeSignposts(source, plan);
+    }
+    mDissolved.insert(&source);
+    mDissolvedBlocks.push_back(&block);
+}
+
+void Flattener::copyBlocks(const Source &plan) {
+    mCopies.clear();
+    std::uint32_t wire = 0;
+    for (const Source::Copied &planned : plan.blocks) {
+        Block *copy = Block::create(*mModel, planned.name);
+        mCopies.push_back(copy);
+        for (; wire < planned.endWire; ++wire) {
+            mWires[wire] = Wire::create(*copy, plan.wireNames[wire]);
+        }
+    }
+    for (const Source::OfWire &param : plan.wireParams) {
+        mWires[param.wire]->setParam(param.key, param.value);
+    }
+}
+
+void Flattener::connect(const Source &plan, FlattenedConstraints::Instance instance) {
+    std::uint32_t at = 0;
+    for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
+        Block &copy = *mCopies[i];
+        for (; at < plan.blocks[i].endParam; ++at) {
+            const Source::Param &param = plan.params[at];
+            if (!param.isWire) {
+                const bool isPoints = isPointTable(param.key) && mConstraints.any();
+                copy.setParam(param.key, isPoints ? mConstraints.carried(copy, param.value, instance) : param.value);
+            } else if (param.wire != kNoWire && mWires[param.wire] != nullptr) {
+                copy.setParam(param.key, *mWires[param.wire]);
+            }
+        }
+    }
+}
+
+void Flattener::carryMetadata(Block &block) {
+    const MetadataManipulator own(block);
+    if (own.size() != 0) {
+        for (Block *copy : mCopies) {
+            MetadataManipulator(*copy).appendFrom(own);
+        }
+    }
+}
+
+void Flattener::queueCopies(const Source &plan, const Model &source, FlattenedConstraints::Instance instance) {
+    for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
+        if (plan.blocks[i].isModelBlock) {
+            mQueue.push_back({mCopies[i], instance, &source, plan.blocks[i].drawnAs});
+        }
+    }
+}
+
+void Flattener::replaceOutputs(Block &block, const Source &plan) {
+    for (Wire &wire : block) {
+        const auto output = plan.outputs.find(wire.getName().get_ptr());
+        const bool driven = output != plan.outputs.end() && output->second != kNoWire;
+        mReplacements[&wire].by = driven ? mWires[output->second] : nullptr;
+        mReplacedWires.push_back(&wire);
+    }
+}
+
+void Flattener::takeSignposts(const Model &source, const Source &plan) {
+    const DomainInference::ParsedDomains parsed = DomainInference::parseScheduledDomainsParameter(source);
+    for (const auto *list : {&parsed.begins, &parsed.ends}) {
+        for (const DomainInference::SignpostInfo &info : *list) {
+            const Block *block = info.point.block();
+            if (block == nullptr) {
+                continue;
+            }
+            const auto number = plan.numbers.find(block);
+            if (number == plan.numbers.end()) {
+                log::msg(msg::error::FLATTENING_DOMAIN_INPUTOUTPUT, log::p("srcModel", source.value()));
+            } else {
+                mSignposts.push_back({info, mCopies[number->second]});
+            }
+        }
+    }
+}
+
+/// The wire that readers of this one end at: model blocks may hand on what other dissolved model blocks drive. Null for
+/// a ring of such, and where nothing drives.
+Wire *Flattener::lastingWire(Wire *wire) {
+    std::vector<Replacement *> way;
+    while (wire != nullptr) {
+        const auto known = mReplacements.find(wire);
+        if (known == mReplacements.end()) {
+            break;
+        }
+        if (known->second.onTheWay) {
+            wire = nullptr;
+            break;
+        }
+        known->second.onTheWay = true;
+        way.push_back(&known->second);
+        wire = known->second.by;
+    }
+    for (Replacement *passed : way) {
+        passed->by = wire;
+        passed->onTheWay = false;
+    }
+    return wire;
+}
+
+void Flattener::moveReaders() {
+    for (Wire *wire : mReplacedWires) {
+        Wire *lasting = lastingWire(wire);
+        if (lasting == nullptr) {
+            continue;
+        }
+        if (Block *sink = errorCorrectionSink(*wire)) {
+            mErrorCorrection.emplace_back(sink, lasting);
+        } else {
+            wire->replace(*lasting);
+        }
+    }
+}
+
+/// An edge of a domain at a port that nothing drives any more marks nothing.
+void Flattener::writeSignposts() {
+    Context *context = mDesign.getContext();
+    std::vector<ValueRef> entries = elementsOf(mModel->findParam(A_SYNTH_SCHEDULE_DOMAINS));
+    const std::size_t old = entries.size();
+    for (const Signpost &signpost : mSignposts) {
+        const DomainPoint &point = signpost.info.point;
+        const Port *port = point.port();
+        if (port != nullptr && signpost.copy->getPort(port->getName()) == nullptr) {
+            continue;
+        }
+        const PureValueRef key = port != nullptr ? port->getName() : point.wire()->getName();
+        const bool ends = signpost.info.kind == DomainInference::SIGNPOST_END;
+        entries.push_back(
+            TupleValue::get(PureValueRef(ends ? A_SCHEDULE_DOMAIN_END : A_SCHEDULE_DOMAIN_BEGIN), signpost.info.domain,
+                            TupleValue::get(signpost.copy->getName(),
+                                            PureValueRef(port != nullptr ? A_PORT_TAG : A_WIRE_TAG), key, context),
+                            context));
+    }
+    if (entries.size() != old) {
+        mModel->setParam(A_SYNTH_SCHEDULE_DOMAINS, TupleValue::get(std::move(entries), context));
+    }
+    mSignposts.clear();
+}
+
+/// Both blocks only carry a signal across an edge that is gone.
+void Flattener::cancelErrorCorrection() {
+    const PureValueRef input = NumberValue::get(0, mDesign.getContext());
+    std::vector<Block *> pair;
+    std::unordered_set<const Block *> known;
+    for (const auto &[sink, wire] : mErrorCorrection) {
+        Block &source = wire->getBlock();
+        ORVO_ASSERT(source.type() == A_ECC_SRC_BLOCK.get_ptr(), "an error-correction sink reads its source");
+        ORVO_ASSERT(sink->port_size() == 1, "an error-correction sink has one input");
+        ORVO_ASSERT(known.insert(&source).second && known.insert(sink).second, "error correction comes in pairs");
+        pair.push_back(&source);
+        pair.push_back(sink);
+        sink->setParam(input, nullptr);
+    }
+    for (Block *block : pair) {
+        delete block;
+    }
+    mErrorCorrection.clear();
+}
+
+void Flattener::deleteDissolved() {
+    mReplacements.clear();
+    mReplacedWires.clear();
+    for (Block *block : mDissolvedBlocks) {
+        delete block;
+    }
+    mDissolvedBlocks.clear();
+}
+
+} // namespace orvo::internal
