@@ -596,7 +596,7 @@ std::uint32_t MetadataRoutes::endsOf(std::size_t bottom) {
 
 BlockAnnotation::TransferList MetadataRoutes::find() {
     const std::vector<NodeBlock *> &deaths = mLog.deaths();
-    std::uint32_t oldDeaths = 0;
+    std::uint32_t oldDeaths = mLog.settledDeaths() - mSection.mFirstSettledDeath;
     for (std::size_t i = mSection.mFirstDeath; i < deaths.size(); ++i) {
         oldDeaths += isNew(*deaths[i]) ? 0 : 1;
         if (isSource(*deaths[i])) {
