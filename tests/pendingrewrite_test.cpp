@@ -68,6 +68,46 @@ TEST_F(PendingRewriteTest, givesTheMetadataWhenTheOldBlockDies) {
     EXPECT_EQ(of(made), "(f)");
 }
 
+/// A block that nobody reads, replaced by another.
+class UnreadRewriteTest : public PendingRewriteTest {
+  protected:
+    UnreadRewriteTest() {
+        wireOf(dead);
+        dead.setParam(A_METADATA, value("(d)"));
+        // It stood before the section.
+        close();
+        listener().push();
+    }
+    Block &dead = make("dead", {&source});
+};
+
+TEST_F(UnreadRewriteTest, isSettledWhenTheOldBlockDies) {
+    Block &made = make("made", {&source});
+    replace(dead, made);
+    EXPECT_EQ(of(made), "(d)");
+    close();
+    EXPECT_EQ(of(made), "(d)");
+}
+
+TEST_F(UnreadRewriteTest, waitsWhereTwoBlocksMayStandForTheOldOne) {
+    Block &beside = make("beside", {&source});
+    Block &made = make("made", {&source});
+    replace(dead, made);
+    EXPECT_EQ(of(made), "none");
+    close();
+    EXPECT_EQ(of(made), "(d)");
+    EXPECT_EQ(of(beside), "(d)");
+}
+
+TEST_F(UnreadRewriteTest, givesToANewReaderThatStandsWithTheNewBlock) {
+    Block &made = make("made", {&source});
+    replace(dead, made);
+    Block &reader = make("reader", {&made});
+    close();
+    EXPECT_EQ(of(made), "(d)");
+    EXPECT_EQ(of(reader), "(d)");
+}
+
 TEST_F(PendingRewriteTest, waitsForTheSectionsEndWhereTheNewBlockReadsSomethingElse) {
     Block &made = make("made");
     replace(first, made);

@@ -121,6 +121,7 @@ void ChangeLog::resume(std::uint32_t section) {
         mDisconnections.clear();
         mSettled.clear();
         mSettledDeaths = 0;
+        mHasBirths = false;
         std::vector<NodeBlock *>().swap(mDeaths);
         std::vector<Recalled>().swap(mRecalled);
         std::vector<OpenedPort>().swap(mOpened);
@@ -147,9 +148,8 @@ NodeWire *ChangeLog::find(const Wire &wire) const {
 }
 
 std::uint32_t ChangeLog::settledOf(const Block &block) const {
-    const std::uint32_t number = block.mLogged & ~kSettledBit;
-    const bool known = number != block.mLogged && number <= mSettled.size() && mSettled.at(number).heir == &block;
-    return known ? number : 0;
+    const std::uint32_t number = settledAt(block.mLogged);
+    return number != 0 && mSettled.at(number).heir == &block ? number : 0;
 }
 
 NodeBlock &ChangeLog::node(const Block &block) {
@@ -161,7 +161,8 @@ NodeBlock &ChangeLog::node(const Block &block) {
     block.mLogged = mBlocks.size();
     if (made.mSettled != 0) {
         const Settled &settled = mSettled.at(made.mSettled);
-        made.mBorn = made.mTookOver = settled.section;
+        made.mBorn = settled.section;
+        made.mTookOver = settled.hadReaders ? settled.section : 0;
         made.mBirthEpoch = settled.birthEpoch;
         for (const Wire &wire : block) {
             node(wire).mBorn = settled.section;
@@ -190,9 +191,12 @@ bool ChangeLog::isFromFreeBlock(const Wire &wire) const {
     return node != nullptr && node->mOwner->mBorn != 0 && node->mOwner->mTookOver == 0;
 }
 
-void ChangeLog::settle(const Block &heir, bool gaveMetadata) {
-    mSettled.make(&heir, mSection, epoch(), gaveMetadata);
+void ChangeLog::settle(const Block &heir, bool gaveMetadata, bool hadReaders) {
+    mSettled.make(&heir, mSection, epoch(), gaveMetadata, hadReaders);
     heir.mLogged = mSettled.size() | kSettledBit;
+    for (const Wire &wire : heir) {
+        wire.mLogged = hadReaders ? wire.mLogged : heir.mLogged;
+    }
     ++mSettledDeaths;
 }
 
@@ -221,7 +225,9 @@ void ChangeLog::recall(const Block &heir, const std::vector<const Wire *> &input
     dead.mBirthEpoch = dead.mDeathEpoch = settled.birthEpoch;
     output.mReplaced = true;
     // Who its readers were is of no more interest, only where they were moved.
-    addDisconnection(output, dead, taker.mWires);
+    if (settled.hadReaders) {
+        addDisconnection(output, dead, taker.mWires);
+    }
     for (const Wire *input : inputs) {
         addDisconnection(node(*input), dead, nullptr);
     }
@@ -237,6 +243,8 @@ void ChangeLog::onBirth(const Block &block) {
     NodeBlock &born = node(block);
     born.mBorn = mSection;
     born.mBirthEpoch = epoch();
+    mHasBirths = true;
+    mLastBirthEpoch = epoch();
 }
 
 void ChangeLog::onBirth(const Wire &wire) { node(wire).mBorn = mSection; }
@@ -289,7 +297,13 @@ void ChangeLog::onConnected(const Wire &wire, const Block &block, std::uint64_t 
         if (isSettled(block)) {
             recall(block, inputsOf(block, wire.lastPort()));
         }
+        if (isSettledUnread(wire)) {
+            recall(wire.getBlock());
+        }
         return;
+    }
+    if (isSettledUnread(wire)) {
+        recall(wire.getBlock());
     }
     NodeWire &heir = node(wire);
     // A reader that is moved to what its driver reads passes the driver by, and nothing took the driver's place.

@@ -131,13 +131,14 @@ struct OpenedPort {
 
 /// A new block that took a dead one's place at once and in full: it reads what that read, got all its readers, and got
 /// its metadata when it died. The log knows no more of the two, unless something else happens to the new block: then
-/// it writes down the dead one, too.
+/// it writes down the dead one, too. Where nobody read the dead block, that goes for a reader of the new one as well.
 struct Settled {
     const Block *heir;
     /// The section of the birth and the death.
     std::uint32_t section;
     std::uint32_t birthEpoch;
     bool gaveMetadata;
+    bool hadReaders;
 };
 
 /// Objects that stay where they are until all go at once, numbered from 1. Each chunk is as large as all before it
@@ -206,12 +207,21 @@ class ChangeLog {
     /// Null for what was never met, and for a block of which no more is known than that it took a place.
     NodeBlock *find(const Block &block) const;
     NodeWire *find(const Wire &wire) const;
+    /// The same, but not null for a block that is known to have taken a place.
+    NodeBlock *known(const Block &block) { return isMet(block) ? &node(block) : nullptr; }
     bool isMet(const Block &block) const { return find(block) != nullptr || settledOf(block) != 0; }
     /// Whether a new block that took nobody's place drives the wire.
     bool isFromFreeBlock(const Wire &wire) const;
 
     /// The block was born in this section and has just taken the place of one that dies and was never met.
-    void settle(const Block &heir, bool gaveMetadata);
+    void settle(const Block &heir, bool gaveMetadata, bool hadReaders);
+    /// Whether a block was born since the death before.
+    bool hasNewbornBlock() const { return mHasBirths && mLastBirthEpoch == epoch(); }
+    /// Whether the block of a wire took the place of one that nobody read, which is not written down.
+    bool isSettledUnread(const Wire &wire) const {
+        const std::uint32_t number = settledAt(wire.mLogged);
+        return number != 0 && mSettled.at(number).heir == &wire.getBlock() && isSettled(wire.getBlock());
+    }
     /// Whether the block took a place so, and the dead one is not written down.
     bool isSettled(const Block &block) const;
     /// Writes down the dead block, which read these wires.
@@ -256,6 +266,11 @@ class ChangeLog {
     };
 
     std::uint32_t settledOf(const Block &block) const;
+    /// The place in `mSettled` that a place in the log is, 0 if it is none.
+    std::uint32_t settledAt(std::uint32_t place) const {
+        const std::uint32_t number = place & ~kSettledBit;
+        return number != place && number <= mSettled.size() ? number : 0;
+    }
     std::uint32_t epoch() const { return static_cast<std::uint32_t>(mDeaths.size()) + mSettledDeaths; }
     void addDisconnection(NodeWire &wire, NodeBlock &block, NodeWire *heir);
     void setHeir(NodeWire &heir, bool passesBy);
@@ -270,6 +285,8 @@ class ChangeLog {
     Arena<Settled> mSettled;
     std::vector<NodeBlock *> mDeaths;
     std::uint32_t mSettledDeaths = 0;
+    bool mHasBirths = false;
+    std::uint32_t mLastBirthEpoch = 0;
     std::vector<Recalled> mRecalled;
     std::vector<OpenedPort> mOpened;
     /// The block that has just lost a wire, the edit in which it did, and what was written down of it.

@@ -412,7 +412,7 @@ void MetadataRoutes::followUnread(const NodeBlock &dead, std::uint32_t mark) {
         }
         Port *port = input.wire->alive() ? input.wire->mWire->lastPort() : nullptr;
         for (; port != nullptr && looked < kFew; ++looked, port = port->getPreviousReader()) {
-            consider(mLog.find(port->getBlock()));
+            consider(mLog.known(port->getBlock()));
         }
     });
     const auto isLate = [&](const NodeBlock *block) { return block->mBirthEpoch == dead.mDeathEpoch; };

@@ -152,7 +152,8 @@ void PendingRewrite::onConnected(const Wire &wire, const Block &block, std::uint
             mLost = nullptr;
             return;
         }
-        if (!isMoving() && &block != mDead && (&block == mMade || !mLog.isSettled(block))) {
+        const bool isOther = !mLog.isSettledUnread(wire) && (&block == mMade || !mLog.isSettled(block));
+        if (!isMoving() && &block != mDead && isOther) {
             return;
         }
         flush();
@@ -190,9 +191,14 @@ bool PendingRewrite::readTheSame() const {
 
 /// False if the death of the old block does not settle the matter.
 bool PendingRewrite::settle() {
-    if (!mHasMoved || isMoving() || mSettled != nullptr || !mDead->dying() || mDead->hasReader() || !readTheSame()) {
+    if (isMoving() || mSettled != nullptr || !mDead->dying() || mDead->hasReader() || !readTheSame()) {
         return false;
     }
+    // Where no reader was moved, only a block that is the one newborn and does not stand alone is beyond doubt.
+    if (!mHasMoved && (mLog.hasNewbornBlock() || mMade->port_size() == 0 || mMade->hasReader())) {
+        return false;
+    }
+    const bool hadReaders = mHasMoved;
     const bool hasMetadata = mDead->findParam(A_METADATA) != nullptr;
     if (hasMetadata && mMade->findParam(A_METADATA) != nullptr) {
         return false;
@@ -201,7 +207,7 @@ bool PendingRewrite::settle() {
     // The log only looks, but metadata are given.
     auto &made = const_cast<Block &>(*mMade);
     forget();
-    mLog.settle(made, hasMetadata && give(made, *mSettled));
+    mLog.settle(made, hasMetadata && give(made, *mSettled), hadReaders);
     return true;
 }
 
