@@ -49,6 +49,7 @@ const std::map<std::string, int> &floors() {
         {"blockannotation", 2},
         {"changelog", 2},
         {"metadataroutes", 2},
+        {"pendingrewrite", 2},
         {"orvoutils", 2},
         {"cloneconstraints", 2},
         {"domainboundary", 2},
