@@ -50,6 +50,7 @@ const std::map<std::string, int> &floors() {
         {"changelog", 2},
         {"metadataroutes", 2},
         {"metadatasection", 2},
+        {"pendingrewrite", 2},
         {"orvoutils", 2},
         {"cloneconstraints", 2},
         {"domainboundary", 2},

@@ -25,6 +25,7 @@ class Wire;
 
 namespace internal {
 class ChangeLog;
+class PendingRewrite;
 
 /// Interned values are equal when they are one object.
 struct ValueIdentityHash {
@@ -115,6 +116,8 @@ class ORVO_API TransferMetadataListener {
     void onWireDying(Wire &wire);
     void onWireDriven(const Block &block, const Wire &wire, GraphState state);
     void onBlockDriven(const Wire &wire, const Block &block, GraphState state);
+    /// The block, of which something is recorded, is about to get other metadata.
+    void onMetadataChanging(const Block &block);
 
   private:
     bool recording() const;
@@ -122,6 +125,8 @@ class ORVO_API TransferMetadataListener {
 
     Design &mDesign;
     std::unique_ptr<internal::ChangeLog> mLog;
+    std::unique_ptr<internal::PendingRewrite> mPending;
+    bool mTransferring = false;
     std::deque<std::unique_ptr<BlockAnnotation>> mSections;
 };
 

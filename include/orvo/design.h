@@ -48,6 +48,8 @@ class ORVO_API Design final : public Node {
     bool mHasCarriedMetadata = false;
     /// While a connection goes and leaves its port open: the port's key.
     const PureValueRef *mOpenedPort = nullptr;
+    /// While a connection is made, and not only looked at.
+    bool mConnecting = false;
 };
 
 } // namespace orvo

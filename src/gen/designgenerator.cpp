@@ -69,6 +69,8 @@ constexpr const char *kInputTypes[] = {
 struct Signal {
     Wire *wire = nullptr;
     SignalShape shape;
+    /// It goes out of its model, read or not: the pin at it alone tells the type of what it reads.
+    bool isKept = false;
     const PureValueRef &type() const { return shape.type; }
 };
 
@@ -161,7 +163,7 @@ class DesignBuilder {
         Block &out = *Block::create(*mLevels[0].model, "out", A_OUTPUT_BLOCK);
         std::size_t number = 0;
         for (const Signal &signal : mLevels[0].pool) {
-            if (signal.wire->port_size() == 0) {
+            if (signal.wire->port_size() == 0 || signal.isKept) {
                 out.setParam(text("y" + std::to_string(number++)), *signal.wire);
             }
         }
@@ -702,6 +704,7 @@ class DesignBuilder {
         for (const ToldPin &pin : shape.wires) {
             Wire &wire = *Wire::create(block, parsed(pin.key));
             level.pool.push_back(pinned(level, wire, parsed(pin.type)));
+            level.pool.back().isKept = true;
         }
         ++mGenerator.mTallies[told.second].made[DataClass::Scalar];
     }
@@ -782,7 +785,7 @@ class DesignBuilder {
         Callable callable{closed.model, closed.inputTypes, {}};
         Block &out = *Block::create(*closed.model, "out", A_OUTPUT_BLOCK);
         for (const Signal &inner : closed.pool) {
-            if (inner.wire->port_size() == 0) {
+            if (inner.wire->port_size() == 0 || inner.isKept) {
                 out.setParam(text("y" + std::to_string(callable.outputTypes.size())), *inner.wire);
                 callable.outputTypes.push_back(inner.type());
             }

@@ -2,6 +2,7 @@
 #include <orvo/annotation.h>
 
 #include "orvo/changelog.h"
+#include "orvo/pendingrewrite.h"
 
 #include <orvo/block.h>
 #include <orvo/design.h>
@@ -111,7 +112,8 @@ template <class Action> void TransferMetadataListener::eachHook(Action action) {
 }
 
 TransferMetadataListener::TransferMetadataListener(Design &design)
-    : mDesign(design), mLog(std::make_unique<internal::ChangeLog>()) {
+    : mDesign(design), mLog(std::make_unique<internal::ChangeLog>()),
+      mPending(std::make_unique<internal::PendingRewrite>(*mLog)) {
     eachHook([](auto &events, const auto &callback) { events.add(callback); });
 }
 
@@ -119,31 +121,44 @@ TransferMetadataListener::~TransferMetadataListener() {
     eachHook([](auto &events, const auto &callback) { events.remove(callback); });
 }
 
-void TransferMetadataListener::push() { mSections.push_back(std::make_unique<BlockAnnotation>(*mLog)); }
+void TransferMetadataListener::push() {
+    mPending->flush();
+    mSections.push_back(std::make_unique<BlockAnnotation>(*mLog));
+}
 
 void TransferMetadataListener::pop() {
     ORVO_ASSERT(!mSections.empty(), "a section of metadata transfer is closed that was not opened");
     util::ProfilingSection profiling("TransferMetadataOrvo", "N/A");
     const std::unique_ptr<BlockAnnotation> section = std::move(mSections.back());
     mSections.pop_back();
+    mPending->flush();
+    mLog->close();
+    mTransferring = true;
     section->apply();
+    mTransferring = false;
     // What happened in the section stays in the log, and with it in the section around it.
     mLog->resume(mSections.empty() ? 0 : mSections.back()->number());
+    if (mSections.empty()) {
+        mPending->setSettling(true);
+    }
 }
 
 BlockAnnotation &TransferMetadataListener::section() {
     ORVO_ASSERT(!mSections.empty(), "no section of metadata transfer is open");
+    mPending->flush();
     return *mSections.back();
 }
 
 void TransferMetadataListener::addMetadata(const PureValueRef &entry) {
     section().addMetadata(entry);
+    mPending->setSettling(false);
     mDesign.mHasCarriedMetadata = true;
 }
 
 bool TransferMetadataListener::recording() const { return !mSections.empty() && mDesign.hasCarriedMetadata(); }
 
 TransferMetadataListener::NodeBlock &TransferMetadataListener::getNode(const Block *block, GraphState state) {
+    mPending->flush();
     if (state == kGraphStateNew) {
         mLog->onBirth(*block);
     } else if (state == kGraphStateGone) {
@@ -153,6 +168,7 @@ TransferMetadataListener::NodeBlock &TransferMetadataListener::getNode(const Blo
 }
 
 TransferMetadataListener::NodeWire &TransferMetadataListener::getNode(const Wire *wire, GraphState state) {
+    mPending->flush();
     if (state == kGraphStateNew) {
         mLog->onBirth(*wire);
     } else if (state == kGraphStateGone) {
@@ -163,32 +179,32 @@ TransferMetadataListener::NodeWire &TransferMetadataListener::getNode(const Wire
 
 void TransferMetadataListener::onBlockBirth(Block &block) {
     if (recording()) {
-        mLog->onBirth(block);
+        mPending->onBirth(block);
     }
 }
 
 void TransferMetadataListener::onBlockDying(Block &block) {
     if (recording()) {
-        mLog->onDying(block);
+        mPending->onDying(block);
     }
 }
 
 void TransferMetadataListener::onWireBirth(Wire &wire) {
     if (recording()) {
-        mLog->onBirth(wire);
+        mPending->onBirth(wire);
     }
 }
 
 void TransferMetadataListener::onWireDying(Wire &wire) {
     if (recording()) {
-        mLog->onDying(wire);
+        mPending->onDying(wire);
     }
 }
 
 void TransferMetadataListener::onWireDriven(const Block &, const Wire &wire, GraphState state) {
     // That a block drives a wire which it has just made is known from the wire's birth.
     if (recording() && state == kGraphStateGone) {
-        mLog->onReplaced(wire);
+        mPending->onReplaced(wire);
     }
 }
 
@@ -197,12 +213,16 @@ void TransferMetadataListener::onBlockDriven(const Wire &wire, const Block &bloc
         return;
     }
     if (state == kGraphStateGone) {
-        mLog->onDisconnected(wire, block, mDesign.editCount());
-        if (mDesign.mOpenedPort != nullptr) {
-            mLog->onOpened(block, *mDesign.mOpenedPort);
-        }
-    } else {
-        mLog->onConnected(wire, block, mDesign.editCount());
+        mPending->onDisconnected(wire, block, mDesign.mOpenedPort, mDesign.editCount());
+    } else if (mDesign.mConnecting) {
+        mPending->onConnected(wire, block, mDesign.editCount());
+    }
+}
+
+void TransferMetadataListener::onMetadataChanging(const Block &block) {
+    if (recording() && !mTransferring && mLog->isSettled(block)) {
+        mPending->flush();
+        mLog->recall(block);
     }
 }
 

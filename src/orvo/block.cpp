@@ -2,6 +2,7 @@
 // follow each parameter as it changes.
 #include <orvo/block.h>
 
+#include <orvo/annotation.h>
 #include <orvo/context.h>
 #include <orvo/design.h>
 #include <orvo/logging.h>
@@ -92,8 +93,11 @@ void Block::onParamChanging(const PureValueRef &key, const ValueRef &oldValue, c
     if (key == A_BLOCK_TYPE) {
         onTypeChanging(oldValue, newValue);
     }
-    if (key == A_METADATA && newValue) {
-        mDesign->mHasCarriedMetadata = true;
+    if (key == A_METADATA) {
+        mDesign->mHasCarriedMetadata = mDesign->mHasCarriedMetadata || newValue;
+        if (mLogged != 0) {
+            mDesign->getMetadataTransferListener()->onMetadataChanging(*this);
+        }
     }
     Wire *oldWire = from<Wire>(oldValue);
     Wire *newWire = from<Wire>(newValue);
@@ -147,7 +151,9 @@ void Block::onConnectionChanging(const PureValueRef &key, Wire *oldWire, Wire *n
         mPortMap.insert(key, kept.get());
     }
     newWire->registerPort(kept.release());
+    mDesign->mConnecting = true;
     driven.fire(*newWire, *this, kGraphStatePresent);
+    mDesign->mConnecting = false;
 }
 
 } // namespace orvo

@@ -26,7 +26,7 @@ const NodeWire &asWire(const BlockAnnotation::Node &node) { return static_cast<c
 
 BlockAnnotation::BlockAnnotation(ChangeLog &log)
     : mLog(log), mNumber(log.open()), mFirstDisconnection(log.disconnections()), mFirstBlock(log.blocks()),
-      mFirstWire(log.wires()), mFirstDeath(log.deaths().size()) {}
+      mFirstWire(log.wires()), mFirstDeath(log.deaths().size()), mFirstSettledDeath(log.settledDeaths()) {}
 
 GraphState BlockAnnotation::stateOf(const Node &node) const {
     if (!node.alive()) {

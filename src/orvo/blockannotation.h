@@ -112,6 +112,7 @@ class ORVO_API BlockAnnotation {
     std::uint32_t mFirstBlock;
     std::uint32_t mFirstWire;
     std::size_t mFirstDeath;
+    std::uint32_t mFirstSettledDeath;
 };
 
 } // namespace orvo

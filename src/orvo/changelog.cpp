@@ -82,20 +82,53 @@ std::ptrdiff_t countReads(const Block &block, const Wire &wire) {
                          [&](const Port &port) { return port.peekWire() == &wire; });
 }
 
+/// What the ports of a block read, but for one that is new.
+std::vector<const Wire *> inputsOf(const Block &block, const Port *fresh) {
+    std::vector<const Wire *> inputs;
+    for (const Port &port : block.ports()) {
+        if (&port != fresh) {
+            inputs.push_back(port.peekWire());
+        }
+    }
+    return inputs;
+}
+
 } // namespace
+
+std::uint32_t ChangeLog::open() {
+    mSection = ++mLastSection;
+    mOpenSections.push_back(mSection);
+    return mSection;
+}
+
+void ChangeLog::close() {
+    const auto isOfThis = [&](const Recalled &recalled) { return recalled.section == mSection; };
+    for (const Recalled &recalled : mRecalled) {
+        if (isOfThis(recalled)) {
+            mDeaths.push_back(recalled.dead);
+            --mSettledDeaths;
+        }
+    }
+    mRecalled.erase(std::remove_if(mRecalled.begin(), mRecalled.end(), isOfThis), mRecalled.end());
+}
 
 void ChangeLog::resume(std::uint32_t section) {
     mSection = section;
+    mOpenSections.pop_back();
     if (section == 0) {
         mBlocks.clear();
         mWires.clear();
         mDisconnections.clear();
+        mSettled.clear();
+        mSettledDeaths = 0;
+        mHasBirths = false;
         std::vector<NodeBlock *>().swap(mDeaths);
+        std::vector<Recalled>().swap(mRecalled);
         std::vector<OpenedPort>().swap(mOpened);
     }
 }
 
-// A place in the log may be left over from an earlier run of sections: it counts if the node there is this thing's.
+// A place in the log may be left over from an earlier run of sections: it counts if what stands there is this thing's.
 NodeBlock *ChangeLog::find(const Block &block) const {
     const std::uint32_t number = block.mLogged;
     if (number == 0 || number > mBlocks.size()) {
@@ -114,12 +147,27 @@ NodeWire *ChangeLog::find(const Wire &wire) const {
     return there.mWire == &wire ? &there : nullptr;
 }
 
+std::uint32_t ChangeLog::settledOf(const Block &block) const {
+    const std::uint32_t number = settledAt(block.mLogged);
+    return number != 0 && mSettled.at(number).heir == &block ? number : 0;
+}
+
 NodeBlock &ChangeLog::node(const Block &block) {
     if (NodeBlock *known = find(block); known != nullptr) {
         return *known;
     }
     NodeBlock &made = mBlocks.make(const_cast<Block *>(&block));
+    made.mSettled = settledOf(block);
     block.mLogged = mBlocks.size();
+    if (made.mSettled != 0) {
+        const Settled &settled = mSettled.at(made.mSettled);
+        made.mBorn = settled.section;
+        made.mTookOver = settled.hadReaders ? settled.section : 0;
+        made.mBirthEpoch = settled.birthEpoch;
+        for (const Wire &wire : block) {
+            node(wire).mBorn = settled.section;
+        }
+    }
     return made;
 }
 
@@ -128,6 +176,9 @@ NodeWire &ChangeLog::node(const Wire &wire) {
         return *known;
     }
     NodeBlock &owner = node(wire.getBlock());
+    if (NodeWire *known = find(wire); known != nullptr) {
+        return *known;
+    }
     NodeWire &made = mWires.make(const_cast<Wire *>(&wire), &owner);
     wire.mLogged = mWires.size();
     made.mNextOfOwner = owner.mWires;
@@ -135,20 +186,76 @@ NodeWire &ChangeLog::node(const Wire &wire) {
     return made;
 }
 
+bool ChangeLog::isFromFreeBlock(const Wire &wire) const {
+    const NodeWire *node = find(wire);
+    return node != nullptr && node->mOwner->mBorn != 0 && node->mOwner->mTookOver == 0;
+}
+
+void ChangeLog::settle(const Block &heir, bool gaveMetadata, bool hadReaders) {
+    mSettled.make(&heir, mSection, epoch(), gaveMetadata, hadReaders);
+    heir.mLogged = mSettled.size() | kSettledBit;
+    for (const Wire &wire : heir) {
+        wire.mLogged = hadReaders ? wire.mLogged : heir.mLogged;
+    }
+    ++mSettledDeaths;
+}
+
+bool ChangeLog::isSettled(const Block &block) const {
+    if (block.mLogged == 0) {
+        return false;
+    }
+    const NodeBlock *known = find(block);
+    return known != nullptr ? known->mSettled != 0 : settledOf(block) != 0;
+}
+
+void ChangeLog::recall(const Block &heir) {
+    if (isSettled(heir)) {
+        recall(heir, inputsOf(heir, nullptr));
+    }
+}
+
+void ChangeLog::recall(const Block &heir, const std::vector<const Wire *> &inputs) {
+    NodeBlock &taker = node(heir);
+    const Settled &settled = mSettled.at(taker.mSettled);
+    taker.mSettled = 0;
+    NodeBlock &dead = mBlocks.make(nullptr);
+    NodeWire &output = mWires.make(nullptr, &dead);
+    dead.mAlive = output.mAlive = false;
+    dead.mWires = &output;
+    dead.mBirthEpoch = dead.mDeathEpoch = settled.birthEpoch;
+    output.mReplaced = true;
+    // Who its readers were is of no more interest, only where they were moved.
+    if (settled.hadReaders) {
+        addDisconnection(output, dead, taker.mWires);
+    }
+    for (const Wire *input : inputs) {
+        addDisconnection(node(*input), dead, nullptr);
+    }
+    const bool open = std::find(mOpenSections.begin(), mOpenSections.end(), settled.section) != mOpenSections.end();
+    // The metadata that the block got stand with it, for this comes before any change of them.
+    if (settled.gaveMetadata && open) {
+        dead.keepMetadata(metadataOf(heir));
+        mRecalled.push_back({&dead, settled.section});
+    }
+}
+
 void ChangeLog::onBirth(const Block &block) {
     NodeBlock &born = node(block);
     born.mBorn = mSection;
-    born.mBirthEpoch = static_cast<std::uint32_t>(mDeaths.size());
+    born.mBirthEpoch = epoch();
+    mHasBirths = true;
+    mLastBirthEpoch = epoch();
 }
 
 void ChangeLog::onBirth(const Wire &wire) { node(wire).mBorn = mSection; }
 
 void ChangeLog::onDying(const Block &block) {
+    recall(block);
     NodeBlock &dying = node(block);
     if (dying.alive()) {
         dying.keepMetadata();
         dying.mAlive = false;
-        dying.mDeathEpoch = static_cast<std::uint32_t>(mDeaths.size());
+        dying.mDeathEpoch = epoch();
         mDeaths.push_back(&dying);
     }
 }
@@ -157,13 +264,18 @@ void ChangeLog::onDying(const Wire &wire) { node(wire).mAlive = false; }
 
 void ChangeLog::onReplaced(const Wire &wire) { node(wire).mReplaced = true; }
 
+void ChangeLog::addDisconnection(NodeWire &wire, NodeBlock &block, NodeWire *heir) {
+    mDisconnections.make(&wire, &block, heir, wire.mGone, block.mGone);
+    wire.mGone = block.mGone = mDisconnections.size();
+}
+
 void ChangeLog::onDisconnected(const Wire &wire, const Block &block, std::uint64_t edit) {
+    recall(block);
     NodeWire &wireNode = node(wire);
-    NodeBlock &blockNode = node(block);
-    mDisconnections.make(&wireNode, &blockNode, nullptr, wireNode.mGone, blockNode.mGone);
-    wireNode.mGone = blockNode.mGone = mDisconnections.size();
+    addDisconnection(wireNode, node(block), nullptr);
     mOpenEnd = &block;
     mOpenEdit = edit;
+    mOpenDisconnection = mDisconnections.size();
 }
 
 void ChangeLog::onOpened(const Block &block, const PureValueRef &key) {
@@ -180,21 +292,38 @@ const PureValueRef *ChangeLog::openedBy(std::uint32_t disconnection) const {
 }
 
 void ChangeLog::onConnected(const Wire &wire, const Block &block, std::uint64_t edit) {
-    // Anything else is a look at a connection that stands, or connects what nothing was connected to.
+    // Anything else connects what nothing was connected to.
     if (mOpenEnd != &block || mOpenEdit != edit) {
+        if (isSettled(block)) {
+            recall(block, inputsOf(block, wire.lastPort()));
+        }
+        if (isSettledUnread(wire)) {
+            recall(wire.getBlock());
+        }
         return;
     }
-    mOpenEnd = nullptr;
+    if (isSettledUnread(wire)) {
+        recall(wire.getBlock());
+    }
     NodeWire &heir = node(wire);
-    Disconnection &gone = mDisconnections.at(mDisconnections.size());
+    // A reader that is moved to what its driver reads passes the driver by, and nothing took the driver's place.
+    const NodeBlock &from = *mDisconnections.at(mOpenDisconnection).wire->mOwner;
+    setHeir(heir, heir.mOwner->mTookFrom != &from && countReads(*from.mBlock, wire) > (from.mBlock == &block ? 1 : 0));
+}
+
+void ChangeLog::onMoved(const Wire &wire, const Wire &heir, const Block &block, std::uint64_t edit) {
+    onDisconnected(wire, block, edit);
+    setHeir(node(heir), false);
+}
+
+void ChangeLog::setHeir(NodeWire &heir, bool passesBy) {
+    mOpenEnd = nullptr;
+    Disconnection &gone = mDisconnections.at(mOpenDisconnection);
     gone.heir = &heir;
     heir.mTookOver = mSection;
-    // A reader that is moved to what its driver reads passes the driver by, and nothing took the driver's place.
-    const NodeBlock &from = *gone.wire->mOwner;
-    NodeBlock &owner = *heir.mOwner;
-    if (owner.mTookFrom == &from || countReads(*from.mBlock, wire) <= (from.mBlock == &block ? 1 : 0)) {
-        owner.mTookFrom = &from;
-        owner.mTookOver = mSection;
+    if (!passesBy) {
+        heir.mOwner->mTookFrom = gone.wire->mOwner;
+        heir.mOwner->mTookOver = mSection;
     }
 }
 

@@ -54,6 +54,8 @@ class TransferMetadataListener::NodeBlock final : public ORVONode {
     bool hasMetadata() const;
     /// Reads the metadata of the block, which is about to die.
     void keepMetadata();
+    /// The same for a block that is no longer there to be read.
+    void keepMetadata(PureTupleValueRef metadata) { mMetadata = std::move(metadata); }
     /// Forgets those of a dead block: others have them now.
     void dropMetadata() const { mMetadata = {}; }
 
@@ -63,6 +65,8 @@ class TransferMetadataListener::NodeBlock final : public ORVONode {
     /// together.
     std::uint32_t mBirthEpoch = 0;
     std::uint32_t mDeathEpoch = 0;
+    /// Where the log keeps what it knows of the dead block whose place this one took at once, 0 for none.
+    std::uint32_t mSettled = 0;
     /// The block whose signal was last moved to a wire of this one.
     const NodeBlock *mTookFrom = nullptr;
     /// The wires of this block that were met, newest first.
@@ -125,6 +129,18 @@ struct OpenedPort {
     PureValueRef key;
 };
 
+/// A new block that took a dead one's place at once and in full: it reads what that read, got all its readers, and got
+/// its metadata when it died. The log knows no more of the two, unless something else happens to the new block: then
+/// it writes down the dead one, too. Where nobody read the dead block, that goes for a reader of the new one as well.
+struct Settled {
+    const Block *heir;
+    /// The section of the birth and the death.
+    std::uint32_t section;
+    std::uint32_t birthEpoch;
+    bool gaveMetadata;
+    bool hadReaders;
+};
+
 /// Objects that stay where they are until all go at once, numbered from 1. Each chunk is as large as all before it
 /// together: small sections cost little, and the chunks of large ones lie in large pages.
 template <class T> class Arena {
@@ -180,15 +196,37 @@ template <class T> class Arena {
 class ChangeLog {
   public:
     /// Opens a section and gives its number. Numbers grow.
-    std::uint32_t open() { return mSection = ++mLastSection; }
-    /// Back in the section of that number; 0 for none, which forgets everything.
+    std::uint32_t open();
+    /// To be told before the innermost section transfers its metadata.
+    void close();
+    /// Back in the section around it, to whose number that is; 0 for none, which forgets everything.
     void resume(std::uint32_t section);
 
     NodeBlock &node(const Block &block);
     NodeWire &node(const Wire &wire);
-    /// Null for what was never met.
+    /// Null for what was never met, and for a block of which no more is known than that it took a place.
     NodeBlock *find(const Block &block) const;
     NodeWire *find(const Wire &wire) const;
+    /// The same, but not null for a block that is known to have taken a place.
+    NodeBlock *known(const Block &block) { return isMet(block) ? &node(block) : nullptr; }
+    bool isMet(const Block &block) const { return find(block) != nullptr || settledOf(block) != 0; }
+    /// Whether a new block that took nobody's place drives the wire.
+    bool isFromFreeBlock(const Wire &wire) const;
+
+    /// The block was born in this section and has just taken the place of one that dies and was never met.
+    void settle(const Block &heir, bool gaveMetadata, bool hadReaders);
+    /// Whether a block was born since the death before.
+    bool hasNewbornBlock() const { return mHasBirths && mLastBirthEpoch == epoch(); }
+    /// Whether the block of a wire took the place of one that nobody read, which is not written down.
+    bool isSettledUnread(const Wire &wire) const {
+        const std::uint32_t number = settledAt(wire.mLogged);
+        return number != 0 && mSettled.at(number).heir == &wire.getBlock() && isSettled(wire.getBlock());
+    }
+    /// Whether the block took a place so, and the dead one is not written down.
+    bool isSettled(const Block &block) const;
+    /// Writes down the dead block, which read these wires.
+    void recall(const Block &heir, const std::vector<const Wire *> &inputs);
+    void recall(const Block &heir);
 
     void onBirth(const Block &block);
     void onBirth(const Wire &wire);
@@ -198,6 +236,8 @@ class ChangeLog {
     /// `edit` is the design's count of edits: a reader that loses a wire and gets another within one edit was moved.
     void onDisconnected(const Wire &wire, const Block &block, std::uint64_t edit);
     void onConnected(const Wire &wire, const Block &block, std::uint64_t edit);
+    /// A reader was moved from a wire to one whose signal the block of the first does not read.
+    void onMoved(const Wire &wire, const Wire &heir, const Block &block, std::uint64_t edit);
     /// The connection that went last leaves a port open. It may be connected again later.
     void onOpened(const Block &block, const PureValueRef &key);
 
@@ -211,21 +251,48 @@ class ChangeLog {
     const PureValueRef *openedBy(std::uint32_t disconnection) const;
     /// The blocks that died, in the order of their deaths.
     const std::vector<NodeBlock *> &deaths() const { return mDeaths; }
+    /// How many died beside these, whose place was taken at once.
+    std::uint32_t settledDeaths() const { return mSettledDeaths; }
     /// A number that no node's mark has.
     std::uint32_t newMark() { return ++mLastMark; }
 
   private:
+    /// A block's place in the log is a number of `mSettled` with this bit, or one of `mBlocks`.
+    static constexpr std::uint32_t kSettledBit = std::uint32_t{1} << 31U;
+    /// A dead block that gave its metadata, and the section in which it did.
+    struct Recalled {
+        NodeBlock *dead;
+        std::uint32_t section;
+    };
+
+    std::uint32_t settledOf(const Block &block) const;
+    /// The place in `mSettled` that a place in the log is, 0 if it is none.
+    std::uint32_t settledAt(std::uint32_t place) const {
+        const std::uint32_t number = place & ~kSettledBit;
+        return number != place && number <= mSettled.size() ? number : 0;
+    }
+    std::uint32_t epoch() const { return static_cast<std::uint32_t>(mDeaths.size()) + mSettledDeaths; }
+    void addDisconnection(NodeWire &wire, NodeBlock &block, NodeWire *heir);
+    void setHeir(NodeWire &heir, bool passesBy);
+
     std::uint32_t mSection = 0;
     std::uint32_t mLastSection = 0;
+    std::vector<std::uint32_t> mOpenSections;
     std::uint32_t mLastMark = 0;
     Arena<NodeBlock> mBlocks;
     Arena<NodeWire> mWires;
     Arena<Disconnection> mDisconnections;
+    Arena<Settled> mSettled;
     std::vector<NodeBlock *> mDeaths;
+    std::uint32_t mSettledDeaths = 0;
+    bool mHasBirths = false;
+    std::uint32_t mLastBirthEpoch = 0;
+    std::vector<Recalled> mRecalled;
     std::vector<OpenedPort> mOpened;
-    /// The block that has just lost a wire, and the edit in which it did.
+    /// The block that has just lost a wire, the edit in which it did, and what was written down of it.
     const Block *mOpenEnd = nullptr;
     std::uint64_t mOpenEdit = 0;
+    std::uint32_t mOpenDisconnection = 0;
 };
 
 } // namespace internal

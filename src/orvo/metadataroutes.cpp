@@ -412,7 +412,7 @@ void MetadataRoutes::followUnread(const NodeBlock &dead, std::uint32_t mark) {
         }
         Port *port = input.wire->alive() ? input.wire->mWire->lastPort() : nullptr;
         for (; port != nullptr && looked < kFew; ++looked, port = port->getPreviousReader()) {
-            consider(mLog.find(port->getBlock()));
+            consider(mLog.known(port->getBlock()));
         }
     });
     const auto isLate = [&](const NodeBlock *block) { return block->mBirthEpoch == dead.mDeathEpoch; };
@@ -596,7 +596,7 @@ std::uint32_t MetadataRoutes::endsOf(std::size_t bottom) {
 
 BlockAnnotation::TransferList MetadataRoutes::find() {
     const std::vector<NodeBlock *> &deaths = mLog.deaths();
-    std::uint32_t oldDeaths = 0;
+    std::uint32_t oldDeaths = mLog.settledDeaths() - mSection.mFirstSettledDeath;
     for (std::size_t i = mSection.mFirstDeath; i < deaths.size(); ++i) {
         oldDeaths += isNew(*deaths[i]) ? 0 : 1;
         if (isSource(*deaths[i])) {

@@ -441,7 +441,8 @@ void Compiler::layOut(std::uint32_t instance) {
     for (const Block &block : model) {
         for (const Wire &wire : block) {
             const bool isInput = block.type() == A_INPUT_BLOCK.get_ptr();
-            if (wire.port_size() == 0 && !mTypesOfSignals.getType(wire, mInstances[instance].chain)) {
+            if (wire.port_size() == 0 && (isInput || !block.hasReader()) &&
+                !mTypesOfSignals.getType(wire, mInstances[instance].chain)) {
                 // What nobody reads may stay without a type.
                 if (isInput && instance == 0) {
                     idleInputs.push_back(wire.getName()->toString());
