@@ -48,6 +48,7 @@ const std::map<std::string, int> &floors() {
         {"annotation", 2},
         {"blockannotation", 2},
         {"changelog", 2},
+        {"channelpairs", 2},
         {"metadataroutes", 2},
         {"metadatasection", 2},
         {"pendingrewrite", 2},

@@ -205,19 +205,24 @@ class Gather : public ConstraintRig {
         delete &call2;
     }
     const Model *rootOf(const Model &model) { return Node::from<Model>(model[A_SYNTH_ROOT_SCHEDULE_MODEL]); }
+    /// A constrained model, inlined in one that is itself inlined.
+    Model &inlineDeepest() {
+        Model &deepest = *Model::create(design, "deepest");
+        LatencyConstraintCreator(design)
+            .from(wire(marker(deepest, "a", A_CHANNEL_IN_BLOCK)))
+            .to(port(marker(deepest, "b", A_CHANNEL_OUT_BLOCK)))
+            .equal(4)
+            .end();
+        Block &call = *Block::create(below, "call", A_MODEL_BLOCK);
+        call.setParam(A_MODEL_NODE, deepest);
+        call.setParam(A_INLINE_SCHEDULE, A_TRUE);
+        call1.setParam(A_INLINE_SCHEDULE, A_TRUE);
+        return deepest;
+    }
 };
 
 TEST_F(Gather, takesConstraintsOfAllLevelsUpToTheRoot) {
-    Model &deepest = *Model::create(design, "deepest");
-    LatencyConstraintCreator(design)
-        .from(wire(marker(deepest, "a", A_CHANNEL_IN_BLOCK)))
-        .to(port(marker(deepest, "b", A_CHANNEL_OUT_BLOCK)))
-        .equal(4)
-        .end();
-    Block &call = *Block::create(below, "call", A_MODEL_BLOCK);
-    call.setParam(A_MODEL_NODE, deepest);
-    call.setParam(A_INLINE_SCHEDULE, A_TRUE);
-    call1.setParam(A_INLINE_SCHEDULE, A_TRUE);
+    const Model &deepest = inlineDeepest();
     OrvoUtils::gatherUpScheduleConstraints(design);
     EXPECT_EQ(records(top), "((0 synthLConstraintEq 2) (1 synthLConstraintEq 3) (2 synthLConstraintEq 4))");
     EXPECT_EQ(text(top, A_SCHEDULE_CONSTRAINT_COUNT), "3");
@@ -251,16 +256,7 @@ TEST_F(Gather, takesTheInliningFromTheModelBlock) {
 }
 
 TEST_F(Gather, leavesWhatIsBelowAnInlinedModelThatIsUsedTwice) {
-    Model &deepest = *Model::create(design, "deepest");
-    LatencyConstraintCreator(design)
-        .from(wire(marker(deepest, "a", A_CHANNEL_IN_BLOCK)))
-        .to(port(marker(deepest, "b", A_CHANNEL_OUT_BLOCK)))
-        .equal(4)
-        .end();
-    Block &call = *Block::create(below, "call", A_MODEL_BLOCK);
-    call.setParam(A_MODEL_NODE, deepest);
-    call.setParam(A_INLINE_SCHEDULE, A_TRUE);
-    call1.setParam(A_INLINE_SCHEDULE, A_TRUE);
+    const Model &deepest = inlineDeepest();
     Block::create(top, "again", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, below);
     OrvoUtils::gatherUpScheduleConstraints(design);
     EXPECT_EQ(heard.take(), (Lines{"NON_TREE_INLINED_SCHEDULE inline=1 model=/below refer=2"}));

@@ -123,13 +123,13 @@ class ORVO_API CompoundTypeInfo {
     static CompoundTypeInfo createVectorInfo(int length);
     /// One level for each length, outermost first.
     static CompoundTypeInfo createVectorInfo(const std::vector<int> &lengths);
-    /// Invalid for a scalar and for a spec that is invalid or has an impossible length.
+    /// Invalid for a scalar, and for vectors that are invalid or have an impossible length.
     static CompoundTypeInfo createVectorInfo(const VectorDecorSpec &vectors);
     /// A record of so many leaves, at least 1.
     static CompoundTypeInfo createAggregateTypeInfo(int members);
     /// A record, and the records that stand directly in it; vectors and complex numbers are leaves, unless
     /// `withDecorations`. The leaves without decorations are counted as `AggregateTypeSpec::getFlatSize` does. Invalid
-    /// if the spec is no record.
+    /// if the type is no record.
     static CompoundTypeInfo createAggregateTypeInfo(const AggregateTypeSpec &record, bool withDecorations);
     /// All levels of a type. Invalid for a plain type and for null; a record without members has no leaves, and makes
     /// all that it stands in invalid, as does a nesting that is too deep.

@@ -97,7 +97,7 @@ class ORVO_API NumTypeSpec {
     void invalidate();
     /// A float cannot be made unsigned: that invalidates it.
     void setSigned(bool isSigned);
-    /// Keeps the decorations, whatever the spec held.
+    /// Keeps the decorations, whatever the type was.
     void setToFixed(bool isSigned, int intBits, int fracBits);
     void setIntBits(int intBits) { setFixedBits(intBits, mSecond); }
     void setFracBits(int fracBits) { setFixedBits(mFirst, fracBits); }
@@ -106,7 +106,7 @@ class ORVO_API NumTypeSpec {
     void setToFloat(int significand, int exponent) { setToFloat(TYPE_CLASS_SFLOAT_IEEE, significand, exponent); }
     /// A class that is no float's is an assertion.
     void setToFloat(TypeClass typeClass, int significand, int exponent);
-    /// Whether the spec was valid; an invalid one stays as it is.
+    /// Whether the type was valid; an invalid one stays as it is.
     bool setComplex(bool isComplex);
     /// A new outermost dimension. A length below 1 is an assertion.
     void addVector(int length);
@@ -275,14 +275,14 @@ enum AggregateState : std::uint32_t {
 /// The type of a record: the types of its elements in order, each any type.
 class ORVO_API AggregateTypeSpec {
   public:
-    /// The specs and flat sizes met in one walk over a design, by the identity of the type's tuple.
+    /// The records and flat sizes met in one walk over a design, by the identity of the type's tuple.
     class ORVO_API Cache {
       public:
         Cache();
         ~Cache();
         Cache(const Cache &) = delete;
         Cache &operator=(const Cache &) = delete;
-        /// The spec of a type; owned by the cache.
+        /// What a type is as a record; owned by the cache.
         const AggregateTypeSpec &specOf(const PureValueRef &type);
 
       private:

@@ -3,13 +3,10 @@
 
 #include "driver/catalogue.h"
 #include "driver/constraints.h"
-#include "driver/files.h"
-#include "driver/progress.h"
+#include "driver/openeddesign.h"
 #include "driver/typefailures.h"
 
 #include <orvo/blocksinfo.h>
-#include <orvo/context.h>
-#include <orvo/design.h>
 
 #include <CLI/CLI.hpp>
 
@@ -25,23 +22,15 @@ struct Arguments {
 };
 
 int check(const Arguments &arguments, Console &console) {
-    if (arguments.input.empty()) {
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
-    }
-    Progress progress(console);
-    ContextMgr guard;
-    guard.context()->setListener(&console);
-    InputFile file(arguments.input, console);
-    progress.phase("reading");
-    const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
-    progress.phase("checking");
-    std::vector<Finding> findings = checkDesign(*design, getBlocksInfo());
-    for (Finding &finding : checkConstraints(*design)) {
+    OpenedDesign opened(arguments.input, console);
+    opened.progress.phase("checking");
+    std::vector<Finding> findings = checkDesign(*opened.design, getBlocksInfo());
+    for (Finding &finding : checkConstraints(*opened.design)) {
         findings.push_back(std::move(finding));
     }
-    progress.phase("inferring types");
-    TypeFailures types(*design);
-    progress.hide();
+    opened.progress.phase("inferring types");
+    TypeFailures types(*opened.design);
+    opened.progress.hide();
     for (const std::string &block : arguments.traced) {
         if (const std::string reason = types.addTrace(block); !reason.empty()) {
             console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", reason}});
@@ -50,12 +39,12 @@ int check(const Arguments &arguments, Console &console) {
     const int exitCode = findings.empty() && !types.any() && console.errors() == 0 ? kFine : kDesignErrors;
     if (!console.json()) {
         for (const Finding &finding : findings) {
-            console.report(Severity::Error, finding.tag, finding.params, {file.name()});
+            console.report(Severity::Error, finding.tag, finding.params, {opened.file.name()});
         }
         if (types.any()) {
             console.report(Severity::Error, "DRIVER_CHECK_MISSING_TYPES",
                            {{"blocks", std::to_string(types.blocks())}, {"models", std::to_string(types.models())}},
-                           {file.name()});
+                           {opened.file.name()});
             console.emit(types.text());
         }
         return exitCode;

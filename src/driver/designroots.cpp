@@ -7,11 +7,13 @@
 
 namespace orvo::driver {
 
-std::vector<const Model *> designRoots(const Design &design) {
+bool hasOutputMode(const Model &model) { return static_cast<bool>(model[A_SYNTH_OUTPUT_MODE]); }
+
+std::vector<const Model *> designRoots(const Design &design, bool (*isMarked)(const Model &)) {
     std::vector<const Model *> marked;
     std::vector<const Model *> tops;
     for (const Model &model : design) {
-        if (model[A_SYNTH_OUTPUT_MODE]) {
+        if (isMarked(model)) {
             marked.push_back(&model);
         }
         if (model.getParentBlocks().empty()) {

@@ -10,7 +10,10 @@ class Model;
 
 namespace orvo::driver {
 
-/// The models that say how they are to be written out or, where none does, those that nothing instantiates.
-std::vector<const Model *> designRoots(const Design &design);
+/// Whether a model says how it is to be written out.
+bool hasOutputMode(const Model &model);
+
+/// The marked models or, where none is marked, those that nothing instantiates.
+std::vector<const Model *> designRoots(const Design &design, bool (*isMarked)(const Model &) = hasOutputMode);
 
 } // namespace orvo::driver

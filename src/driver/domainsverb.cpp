@@ -1,14 +1,12 @@
 // The verb "domains": the domain of every port and wire, in each instance of each model.
 #include "driver/verbs.h"
 
-#include "driver/files.h"
+#include "driver/designroots.h"
 #include "driver/jsontext.h"
-#include "driver/progress.h"
+#include "driver/openeddesign.h"
 #include "driver/simulation.h"
 
 #include <orvo/block.h>
-#include <orvo/context.h>
-#include <orvo/design.h>
 #include <orvo/domaininfer.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
@@ -41,20 +39,8 @@ struct DomainRow {
 
 /// The models to start at. A design that nobody has marked yet is looked at from its tops.
 std::vector<const Model *> rootsOf(const Design &design, const std::string &top, Console &console) {
-    if (!top.empty()) {
-        return {&topModel(design, top, console)};
-    }
-    std::vector<const Model *> marked;
-    std::vector<const Model *> tops;
-    for (const Model &model : design) {
-        if (DomainInference::isOutputRoot(model)) {
-            marked.push_back(&model);
-        }
-        if (model.getParentBlocks().empty()) {
-            tops.push_back(&model);
-        }
-    }
-    return marked.empty() ? tops : marked;
+    return top.empty() ? designRoots(design, DomainInference::isOutputRoot)
+                       : std::vector{&topModel(design, top, console)};
 }
 
 /// The points of the instances that were looked at, root by root from the top down.
@@ -151,21 +137,13 @@ Json toJson(const DomainTable &table, const std::string &input) {
 }
 
 int domains(const Arguments &arguments, Console &console) {
-    if (arguments.input.empty()) {
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
-    }
-    Progress progress(console);
-    ContextMgr guard;
-    guard.context()->setListener(&console);
-    InputFile file(arguments.input, console);
-    progress.phase("reading");
-    const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
-    const std::vector<const Model *> roots = rootsOf(*design, arguments.top, console);
-    progress.phase("inferring domains");
+    OpenedDesign opened(arguments.input, console);
+    const std::vector<const Model *> roots = rootsOf(*opened.design, arguments.top, console);
+    opened.progress.phase("inferring domains");
     const DomainAnalysisInfo info = DomainInference::inferDomains(roots, DomainInference::DefaultInferenceModifier());
     DomainTable table(info, arguments);
     table.collect(roots);
-    progress.hide();
+    opened.progress.hide();
     if (!table.anyChosen() && !arguments.instance.empty()) {
         refuseName("instance", arguments.instance, table.instances(), console);
     }

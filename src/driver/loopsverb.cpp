@@ -2,14 +2,11 @@
 #include "driver/verbs.h"
 
 #include "driver/designroots.h"
-#include "driver/files.h"
 #include "driver/jsontext.h"
-#include "driver/progress.h"
+#include "driver/openeddesign.h"
 #include "driver/simulation.h"
 
 #include <orvo/block.h>
-#include <orvo/context.h>
-#include <orvo/design.h>
 #include <orvo/early_cycle_analysis.h>
 
 #include <CLI/CLI.hpp>
@@ -146,25 +143,17 @@ std::vector<const Model *> rootsOf(const Design &design, const std::string &top,
 }
 
 int loops(const Arguments &arguments, Console &console) {
-    if (arguments.input.empty()) {
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
-    }
-    Progress progress(console);
-    ContextMgr guard;
-    guard.context()->setListener(&console);
-    InputFile file(arguments.input, console);
-    progress.phase("reading");
-    const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
-    const std::vector<const Model *> roots = rootsOf(*design, arguments.top, console);
-    progress.phase("looking for loops");
+    OpenedDesign opened(arguments.input, console);
+    const std::vector<const Model *> roots = rootsOf(*opened.design, arguments.top, console);
+    opened.progress.phase("looking for loops");
     std::vector<Loop> found;
     EveryLoop policy(found, arguments.limit);
-    EarlyCycleAnalysisImpl impl(*design);
+    EarlyCycleAnalysisImpl impl(*opened.design);
     for (const Model *root : roots) {
         policy.startAt(*root);
         impl.analyze(*root, policy);
     }
-    progress.hide();
+    opened.progress.hide();
     console.emit(console.json() ? documentText(toJson(found, policy.isComplete(), arguments.input))
                                 : text(found, policy.isComplete()));
     return kFine;

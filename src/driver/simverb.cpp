@@ -3,12 +3,12 @@
 
 #include "driver/files.h"
 #include "driver/jsontext.h"
+#include "driver/openeddesign.h"
 #include "driver/progress.h"
 #include "driver/simulation.h"
 #include "driver/suggest.h"
 #include "driver/waveform.h"
 
-#include <orvo/context.h>
 #include <orvo/design.h>
 #include <orvo/model.h>
 
@@ -268,22 +268,15 @@ void requireApart(const Arguments &arguments, Console &console) {
 }
 
 int simulate(const Arguments &arguments, Console &console) {
-    if (arguments.input.empty()) {
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
-    }
+    requireInput(arguments.input, console);
     requireApart(arguments, console);
-    Progress progress(console);
-    ContextMgr guard;
-    guard.context()->setListener(&console);
-    InputFile file(arguments.input, console);
-    progress.phase("reading");
-    const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
-    const Model &top = topModel(*design, arguments.top, console);
-    progress.phase("compiling");
+    OpenedDesign opened(arguments.input, console);
+    const Model &top = topModel(*opened.design, arguments.top, console);
+    opened.progress.phase("compiling");
     sim::SimulatorOptions options;
     options.probes = arguments.probes;
     options.trackUnknown = arguments.unknowns;
-    const std::unique_ptr<sim::Simulator> simulator = compileSimulator(*design, top, options, console);
+    const std::unique_ptr<sim::Simulator> simulator = compileSimulator(*opened.design, top, options, console);
     std::unique_ptr<Stimulus> stimulus = makeStimulus(arguments.stimulus, simulator->inputs());
     std::uint64_t cycles = arguments.cycles.value_or(100);
     if (stimulus == nullptr) {
@@ -294,7 +287,7 @@ int simulate(const Arguments &arguments, Console &console) {
         cycles = arguments.cycles.value_or(table->rows());
         stimulus = std::move(table);
     }
-    Run run(arguments, *simulator, *stimulus, cycles, progress);
+    Run run(arguments, *simulator, *stimulus, cycles, opened.progress);
     const std::string topName = top.getName()->toString();
     if (!console.json()) {
         writeRun(arguments, run, topName, console);
@@ -329,7 +322,7 @@ int simulate(const Arguments &arguments, Console &console) {
     } else {
         writeRun(arguments, run, topName, console);
     }
-    progress.hide();
+    opened.progress.hide();
     console.emit(documentText(json));
     return kFine;
 }

@@ -1,12 +1,8 @@
 // The verb "stat": what a design holds, in figures.
 #include "driver/verbs.h"
 
-#include "driver/files.h"
-#include "driver/progress.h"
+#include "driver/openeddesign.h"
 #include "driver/statistics.h"
-
-#include <orvo/context.h>
-#include <orvo/design.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -55,18 +51,10 @@ Json toJson(const DesignStatistics &statistics, const std::string &input) {
 }
 
 int stat(const std::string &input, Console &console) {
-    if (input.empty()) {
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
-    }
-    Progress progress(console);
-    ContextMgr guard;
-    guard.context()->setListener(&console);
-    InputFile file(input, console);
-    progress.phase("reading");
-    const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
-    progress.phase("counting");
-    const DesignStatistics statistics = countDesign(*design);
-    progress.hide();
+    OpenedDesign opened(input, console);
+    opened.progress.phase("counting");
+    const DesignStatistics statistics = countDesign(*opened.design);
+    opened.progress.hide();
     console.emit(console.json() ? documentText(toJson(statistics, input)) : text(statistics));
     return kFine;
 }

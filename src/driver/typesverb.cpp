@@ -1,13 +1,9 @@
 // The verb "types": the type of every port and wire, in each instance of each model.
 #include "driver/verbs.h"
 
-#include "driver/files.h"
 #include "driver/jsontext.h"
-#include "driver/progress.h"
+#include "driver/openeddesign.h"
 #include "driver/typetable.h"
-
-#include <orvo/context.h>
-#include <orvo/design.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -55,19 +51,11 @@ Json toJson(const std::vector<TypeRow> &rows, const std::string &input) {
 }
 
 int types(const Arguments &arguments, Console &console) {
-    if (arguments.input.empty()) {
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
-    }
-    Progress progress(console);
-    ContextMgr guard;
-    guard.context()->setListener(&console);
-    InputFile file(arguments.input, console);
-    progress.phase("reading");
-    const std::unique_ptr<Design> design = readDesign(file, guard.context(), console);
-    progress.phase("inferring types");
+    OpenedDesign opened(arguments.input, console);
+    opened.progress.phase("inferring types");
     const TypeFilter &filter = arguments.filter;
-    const TypeTable table = collectTypes(*design, filter);
-    progress.hide();
+    const TypeTable table = collectTypes(*opened.design, filter);
+    opened.progress.hide();
     if (!table.anyChosen && !filter.instance.empty()) {
         refuseName("instance", filter.instance, table.instances, console);
     }

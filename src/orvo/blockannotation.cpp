@@ -17,8 +17,6 @@ using internal::NodeWire;
 
 namespace {
 
-constexpr std::size_t kMostThatStood = 64;
-
 const NodeBlock &asBlock(const BlockAnnotation::Node &node) { return static_cast<const NodeBlock &>(node); }
 const NodeWire &asWire(const BlockAnnotation::Node &node) { return static_cast<const NodeWire &>(node); }
 
@@ -39,8 +37,7 @@ GraphState BlockAnnotation::stateOf(const Node &node) const {
                                                                                             : kGraphStatePresent;
 }
 
-/// Calls `visit(node, state)` for what the node drives until it gives true. New readers of a wire stand behind those
-/// that stood before, of which only the last few are told.
+/// Calls `visit(node, state)` for what the node drives until it gives true, the newest readers of a wire first.
 template <class Visit> bool BlockAnnotation::anyOutput(const Node &node, const Visit &visit) const {
     if (node.getType() == NodeType::Dummy) {
         return visit(*static_cast<const DummyNode &>(node).mMerge, kGraphStateNew);
@@ -62,15 +59,12 @@ template <class Visit> bool BlockAnnotation::anyOutput(const Node &node, const V
             return true;
         }
     }
-    std::size_t stood = 0;
-    for (Port *port = wire.alive() ? wire.mWire->lastPort() : nullptr; port != nullptr && stood < kMostThatStood;
+    for (Port *port = wire.alive() ? wire.mWire->lastPort() : nullptr; port != nullptr;
          port = port->getPreviousReader()) {
         const NodeBlock &reader = mLog.node(port->getBlock());
-        const bool isNew = isNewConnection(wire, reader);
-        if (visit(reader, isNew ? kGraphStateNew : kGraphStatePresent)) {
+        if (visit(reader, isNewConnection(wire, reader) ? kGraphStateNew : kGraphStatePresent)) {
             return true;
         }
-        stood += isNew ? 0 : 1;
     }
     return false;
 }
@@ -112,9 +106,17 @@ bool BlockAnnotation::isNewConnection(const NodeWire &wire, const NodeBlock &rea
     if (wire.bornSince(mNumber) || reader.bornSince(mNumber)) {
         return true;
     }
-    for (std::uint32_t at = wire.tookOverSince(mNumber) ? reader.mGone : 0; since(at);
-         at = mLog.disconnectionAt(at).nextOfBlock) {
+    if (!wire.tookOverSince(mNumber) && !mLog.hasOpened()) {
+        return false;
+    }
+    for (std::uint32_t at = reader.mGone; since(at); at = mLog.disconnectionAt(at).nextOfBlock) {
         if (mLog.disconnectionAt(at).heir == &wire) {
+            return true;
+        }
+        // A port that was left open and reads the wire now.
+        const PureValueRef *key = reader.alive() ? mLog.openedBy(at) : nullptr;
+        const Port *port = key == nullptr ? nullptr : reader.mBlock->getPort(*key);
+        if (port != nullptr && port->peekWire() == wire.mWire) {
             return true;
         }
     }
@@ -174,17 +176,20 @@ void BlockAnnotation::refineGraph() {
 void BlockAnnotation::redirectThrough(const Node &node) const { asWire(node).mRedirected = mNumber; }
 
 void BlockAnnotation::getForkAndMergeNodes(const TransferList &list, NodeSet &forks, NodeSet &merges) const {
-    // The connection of both sides is new, and the dead block read the one and drove the other. So the one is a fork
-    // and the other a merge, which spares a look at all their connections.
+    NodeSet seen;
     for (const NodeGroup &group : list.groups) {
-        for (std::size_t i = group.forkSide.first; i < group.forkSide.last; ++i) {
-            if (stateOf(*list.nodes[i]) == kGraphStatePresent) {
-                forks.insert(list.nodes[i]);
-            }
-        }
-        for (std::size_t i = group.mergeSide.first; i < group.mergeSide.last; ++i) {
-            if (stateOf(*list.nodes[i]) == kGraphStatePresent) {
-                merges.insert(list.nodes[i]);
+        for (const NodeRange &side : {group.forkSide, group.mergeSide}) {
+            for (std::size_t i = side.first; i < side.last; ++i) {
+                const Node &node = *list.nodes[i];
+                if (stateOf(node) != kGraphStatePresent || !seen.insert(&node)) {
+                    continue;
+                }
+                if (node.getType() == NodeType::Dummy || isFork(node)) {
+                    forks.insert(&node);
+                }
+                if (isMerge(node)) {
+                    merges.insert(&node);
+                }
             }
         }
     }
@@ -208,6 +213,15 @@ void BlockAnnotation::transferMetadata(const TransferList &list, const NodeSet &
         }
         return false;
     };
+    // Groups share forks: a constant or an enable may be one for every group.
+    Memo known;
+    const auto bypasses = [&](const Node &node) {
+        const auto [place, isNew] = known.try_emplace(&node, false);
+        if (isNew) {
+            place->second = shouldBypass(node, forks, merges);
+        }
+        return place->second;
+    };
     const auto give = [&](const Node &node) {
         node.giveMetadata(entries);
         if (node.getType() == NodeType::Block && asBlock(node).hasGifts()) {
@@ -229,11 +243,11 @@ void BlockAnnotation::transferMetadata(const TransferList &list, const NodeSet &
             given.push_back(group.sources);
             continue;
         }
-        // The ends of a path stand at the same places of both sides.
         bool bypass = false;
-        for (std::size_t i = 0; i < group.forkSide.last - group.forkSide.first && !bypass; ++i) {
-            bypass = forks.contains(list.nodes[group.forkSide.first + i]) &&
-                     merges.contains(list.nodes[group.mergeSide.first + i]);
+        for (const NodeRange &side : {group.forkSide, group.mergeSide}) {
+            for (std::size_t i = side.first; i < side.last && !bypass; ++i) {
+                bypass = bypasses(*list.nodes[i]);
+            }
         }
         if (bypass) {
             anyOf(group.forkSide, give);

@@ -249,6 +249,7 @@ class ChangeLog {
     const Disconnection &disconnectionAt(std::uint32_t number) const { return mDisconnections.at(number); }
     /// The key of the port that a connection left open; null if it left none.
     const PureValueRef *openedBy(std::uint32_t disconnection) const;
+    bool hasOpened() const { return !mOpened.empty(); }
     /// The blocks that died, in the order of their deaths.
     const std::vector<NodeBlock *> &deaths() const { return mDeaths; }
     /// How many died beside these, whose place was taken at once.

@@ -385,7 +385,7 @@ CompoundTypeInfo CompoundTypeInfo::createVectorInfo(const VectorDecorSpec &vecto
     if (!vectors.isVector() || *std::min_element(lengths.begin(), lengths.end()) < 1) {
         return {};
     }
-    // A spec counts its dimensions from the innermost one.
+    // The decoration of a type counts its dimensions from the innermost one.
     return createVectorInfo(std::vector<int>(lengths.rbegin(), lengths.rend()));
 }
 

@@ -1,6 +1,8 @@
 // Points and instances of a netlist, and what its latency constraints join.
 #include "orvo/cycletraverse.h"
 
+#include "orvo/channelpairs.h"
+
 #include <orvo/block.h>
 #include <orvo/design.h>
 #include <orvo/limits.h>
@@ -56,28 +58,11 @@ bool passesByName(const Block &block) {
                        [&block](const StaticString *type) { return block.type() == type->get_ptr(); });
 }
 
-struct ChannelPair {
-    const StaticString *port;
-    const StaticString *wire;
-};
-
-/// What goes with the data of a channel has one name on either side.
-constexpr std::array<ChannelPair, 3> kChannelPairs{{
-    {&A_PORT_PACKET_BEGIN, &A_WIRE_PACKET_BEGIN},
-    {&A_PORT_VALID, &A_WIRE_VALID},
-    {&A_PORT_CHANNEL, &A_WIRE_CHANNEL},
-}};
-
 const Port *passedInput(const Wire &wire) {
     const Block &block = wire.getBlock();
-    if (block.type() == A_CHANNEL_IN_BLOCK.get_ptr() || block.type() == A_CHANNEL_OUT_BLOCK.get_ptr()) {
-        for (const ChannelPair &pair : kChannelPairs) {
-            if (wire.getName() == *pair.wire) {
-                return block.getPort(*pair.port);
-            }
-        }
-    }
-    return block.getPort(wire.getName());
+    const bool isChannel =
+        block.type() == A_CHANNEL_IN_BLOCK.get_ptr() || block.type() == A_CHANNEL_OUT_BLOCK.get_ptr();
+    return block.getPort(isChannel ? channelPortOf(wire.getName()) : wire.getName());
 }
 
 } // namespace

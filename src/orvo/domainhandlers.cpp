@@ -1,14 +1,14 @@
 // The handlers, and the table of the block types that have one. A type that is not in the table lies in one domain.
 #include "orvo/domainhandlers.h"
 
+#include "orvo/channelpairs.h"
+
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/corevalues.h>
 #include <orvo/scheduledmodelhandle.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
-
-#include <algorithm>
 
 namespace orvo::internal {
 
@@ -19,16 +19,6 @@ using Settled = std::vector<std::pair<DomainPoint, PureValueRef>>;
 template <class End> std::vector<DomainPoint> pointOf(const End *end, const DomainPoint &given) {
     return end == nullptr ? std::vector<DomainPoint>() : std::vector{DomainPoint(*end, given.refChainId())};
 }
-
-struct ChannelPair {
-    const StaticString *port;
-    const StaticString *wire;
-};
-constexpr ChannelPair kChannelPairs[] = {
-    {&A_PORT_PACKET_BEGIN, &A_WIRE_PACKET_BEGIN},
-    {&A_PORT_VALID, &A_WIRE_VALID},
-    {&A_PORT_CHANNEL, &A_WIRE_CHANNEL},
-};
 
 } // namespace
 
@@ -41,13 +31,8 @@ std::vector<DomainPoint> IndependentPortsDomainHandler::propagateFromPoint(const
 
 std::vector<DomainPoint> ChannelBoundaryDomainHandler::propagateFromPoint(const DomainPoint &point) const {
     const Block &block = *point.block();
-    const PureValueRef name = point.name();
-    const auto *pair = std::find_if(std::begin(kChannelPairs), std::end(kChannelPairs), [&](const ChannelPair &one) {
-        return name == (point.isPort() ? *one.port : *one.wire);
-    });
-    const bool isPair = pair != std::end(kChannelPairs);
-    return point.isPort() ? pointOf(block.getWire(isPair ? PureValueRef(*pair->wire) : name), point)
-                          : pointOf(block.getPort(isPair ? PureValueRef(*pair->port) : name), point);
+    return point.isPort() ? pointOf(block.getWire(channelWireOf(point.name())), point)
+                          : pointOf(block.getPort(channelPortOf(point.name())), point);
 }
 
 Settled ScheduledModelDomainHandler::inferStatic(const Block &block, unsigned long refChainId) const {

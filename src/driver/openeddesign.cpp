@@ -1,0 +1,20 @@
+// Opening a design.
+#include "driver/openeddesign.h"
+
+namespace orvo::driver {
+
+Console &requireInput(const std::string &input, Console &console) {
+    if (input.empty()) {
+        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "the input design is missing"}});
+    }
+    return console;
+}
+
+OpenedDesign::OpenedDesign(const std::string &input, Console &console)
+    : progress(requireInput(input, console)), file(input, console) {
+    guard.context()->setListener(&console);
+    progress.phase("reading");
+    design = readDesign(file, guard.context(), console);
+}
+
+} // namespace orvo::driver
