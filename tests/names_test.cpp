@@ -57,6 +57,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"typeinferstate", "typeinferpass"},
         {"typequeryminimalset", "typeinferpass"},
         {"unknowncone", "unknownbits"},
+        {"unrollpasses", "unrollvectorpass"},
         {"vectorunroll", "unrollvectorpass"},
         {"vectorunroller", "unrollvectorpass"},
         {"wire", "block"},

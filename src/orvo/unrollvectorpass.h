@@ -1,14 +1,10 @@
 // The passes that leave no vectors: inside models, and at their boundaries.
 #pragma once
 
-#include <orvo/pass.h>
-
-#include <memory>
-#include <unordered_map>
+#include "orvo/unrollpasses.h"
+#include "orvo/vectorunroll.h"
 
 namespace orvo {
-
-class GlobalTypePass;
 
 /// Takes blocks of vectors apart, model by model. Boundaries of models keep their vectors; packs and unpacks join them
 /// to the lanes.
@@ -16,17 +12,14 @@ class GlobalTypePass;
 ///     x -> unpack -> x0, x1;  x0, y -> add -> z0;  x1, y -> add -> z1;  z0, z1 -> pack -> z
 class UnrollVectorPass final : public ModelPass {
     ORVO_PASS(UnrollVectorPass)
-    UnrollVectorPass();
-    ~UnrollVectorPass() override;
     using ModelPass::apply;
-    void declare(PassDeclarations &declarations) override;
-    void before(PassContext &context) override;
-    void apply(ModelPassContext &context) override;
-    void after(PassContext &context) override;
+    void declare(PassDeclarations &declarations) override { internal::declareForUnrolling(declarations); }
+    void before(PassContext &context) override { mUnrolling.before(context); }
+    void apply(ModelPassContext &context) override { mUnrolling.apply(context); }
+    void after(PassContext &context) override { mUnrolling.after(context); }
 
   private:
-    struct Prepared;
-    std::unordered_map<const Model *, std::unique_ptr<Prepared>> mPrepared;
+    internal::ModelUnrolling<internal_vector::BlockUnrollerImpl, VectorUnrollHandler> mUnrolling;
 };
 
 /// Takes the vectors at the boundaries of all models apart: port x of 2 lanes becomes the ports (x, 0) and (x, 1), on
@@ -34,7 +27,7 @@ class UnrollVectorPass final : public ModelPass {
 /// of the run.
 class UnrollVectorCrossModelPass final : public Pass {
     ORVO_PASS(UnrollVectorCrossModelPass)
-    void declare(PassDeclarations &declarations) override;
+    void declare(PassDeclarations &declarations) override { internal::declareForUnrolling(declarations); }
     void apply(PassContext &context) override;
 };
 

@@ -3,7 +3,6 @@
 
 #include <orvo/block.h>
 #include <orvo/logging.h>
-#include <orvo/modeltreepass.h>
 #include <orvo/staticstrings.h>
 #include <orvo/typeinferpass.h>
 
@@ -19,37 +18,7 @@ VectorDecorSpec scalar() {
     return none;
 }
 
-void collectInstances(Model &model, ModelTreePass &tree, std::vector<const Model *> &below, RefChain &tail,
-                      std::vector<RefChain> &chains) {
-    if (std::find(below.begin(), below.end(), &model) != below.end()) {
-        return; // it instantiates itself: no chain ends here
-    }
-    const std::list<Block *> refs = tree.getRefBlocks(model);
-    if (refs.empty()) {
-        chains.emplace_back(tail.rbegin(), tail.rend());
-        return;
-    }
-    below.push_back(&model);
-    for (Block *ref : refs) {
-        tail.push_back(ref);
-        collectInstances(ref->getModel(), tree, below, tail, chains);
-        tail.pop_back();
-    }
-    below.pop_back();
-}
-
 } // namespace
-
-std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree) {
-    std::vector<RefChain> chains;
-    std::vector<const Model *> below;
-    RefChain tail;
-    collectInstances(model, tree, below, tail, chains);
-    if (chains.empty()) {
-        chains.emplace_back();
-    }
-    return chains;
-}
 
 VectorPackManager::VectorPackManager(const VectorDecorSpec &lanes, const VectorDecorSpec &signal, Model &model,
                                      const PureValueRef &name)
@@ -112,11 +81,11 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
         mPorts.push_back({MaybePort(port), vectors, kind});
     }
     if (!mFailed && (!mMerged.valid() || (hasWork() && !mUnroller->canUnroll()))) {
-        failOnDimensions();
+        failOnBoundary();
     }
 }
 
-void BlockUnrollerImpl::failOnDimensions() {
+void BlockUnrollerImpl::failOnBoundary() {
     log::msg(msg::error::UNVEC_INVALID_EXPAND_TYPE, log::p("block", mBlock.value()));
     mFailed = true;
 }

@@ -10,8 +10,6 @@
 
 namespace orvo {
 
-class ModelTreePass;
-
 namespace internal_vector {
 
 struct PortInfo {
@@ -25,9 +23,6 @@ struct WireInfo {
     VectorDecorSpec vectors;
     VectorUnrollKind kind;
 };
-
-/// The chains that lead to the instances of a model, at least one.
-std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree);
 
 /// A signal of some dimensions as the lanes of an unroller see it. Lanes of no dimensions take it whole; others have at
 /// least its dimensions, and those beyond take the same elements again.
@@ -65,7 +60,7 @@ class BlockUnrollerImpl {
     bool failed() const { return mFailed; }
     void fail() { mFailed = true; }
     /// Reports that the signals of the block do not fit together, and gives up on it.
-    void failOnDimensions();
+    void failOnBoundary();
     bool hasWork() const { return !mFailed && (mExpand || mUnroller->mandatoryUnrolling()); }
     /// Takes the block apart if there is anything to do. The block is gone afterwards if its unroller deletes it.
     void unroll(GlobalTypePass &types);

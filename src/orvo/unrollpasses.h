@@ -1,0 +1,238 @@
+// What the passes that take compound signals apart have in common, whatever they take apart: the order of their steps
+// inside models, and the boundaries of models, which come apart on both sides together.
+#pragma once
+
+#include <orvo/block.h>
+#include <orvo/blockclass.h>
+#include <orvo/compoundportcorrespondence.h>
+#include <orvo/design.h>
+#include <orvo/modeltreepass.h>
+#include <orvo/pass.h>
+#include <orvo/staticstrings.h>
+#include <orvo/typeinferpass.h>
+#include <orvo/unrollmappings.h>
+
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+namespace orvo::internal {
+
+GlobalTypePass &unrolledTypes(const PassContext &context);
+ModelTreePass &unrolledTree(const PassContext &context);
+void declareForUnrolling(PassDeclarations &declarations);
+
+/// The chains that lead to the instances of a model, at least one.
+std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree);
+
+/// Whether the updater of reference points must hear of the block. Of all others it need not, which would cost more
+/// than taking them apart.
+bool hasReferencePoints(const Block &block);
+
+/// A pass over the insides of models. `Impl` takes one block apart by what a block type's `Handler` makes:
+///     Impl(block, instances, handler.createUnroller(block), types)
+///     hasWork(), block(), unroller(), unroll(types)
+template <class Impl, class Handler> class ModelUnrolling {
+  public:
+    /// Looks at all models before any of them changes, for their types depend on each other.
+    void before(PassContext &context) {
+        GlobalTypePass &types = unrolledTypes(context);
+        for (Model &model : context.getDesign()) {
+            auto prepared = std::make_unique<Prepared>();
+            prepared->instances = instancesOf(model, unrolledTree(context));
+            for (Block &block : model) {
+                const auto *handler = block.getClass() == nullptr ? nullptr : block.getClass()->template get<Handler>();
+                if (handler == nullptr) {
+                    continue;
+                }
+                Impl unroller(block, prepared->instances, handler->createUnroller(block), types);
+                if (unroller.hasWork()) {
+                    prepared->blocks.push_back(std::move(unroller));
+                }
+            }
+            mPrepared.emplace(&model, std::move(prepared));
+        }
+        types.freeze();
+    }
+
+    void apply(ModelPassContext &context) {
+        const auto prepared = mPrepared.find(&context.getModel());
+        if (prepared == mPrepared.end() || prepared->second->blocks.empty()) {
+            return;
+        }
+        NetlistReferencePointsUpdater updater(context, context.getModel(), prepared->second->instances.front());
+        for (Impl &block : prepared->second->blocks) {
+            if (hasReferencePoints(block.block())) {
+                updater.setupUnrollerNotifier(&block.unroller());
+            }
+            block.unroll(unrolledTypes(context));
+        }
+    }
+
+    void after(PassContext &context) {
+        mPrepared.clear();
+        unrolledTypes(context).thaw();
+    }
+
+  private:
+    struct Prepared {
+        std::vector<RefChain> instances;
+        std::vector<Impl> blocks;
+    };
+    std::unordered_map<const Model *, std::unique_ptr<Prepared>> mPrepared;
+};
+
+/// The blocks at which the boundary of one model shows: those at its edge, and those that instantiate it. They change
+/// together or not at all.
+struct ModelBoundary {
+    std::vector<std::size_t> inputs;
+    std::vector<std::size_t> outputs;
+    std::vector<std::size_t> references;
+};
+
+/// A pass over the boundaries of all models. `Impl` takes one block apart with a `Boundary`, which keeps the block and
+/// renames its ports and wires:
+///     Impl(block, instances, boundary, types), failed(), fail(), failOnBoundary(), unroll(types)
+///     Boundary(block), namesClash(), portMappings(), wireMappings(), block()
+template <class Impl, class Boundary> class BoundaryUnrolling {
+  public:
+    explicit BoundaryUnrolling(PassContext &context) : mContext(context), mTypes(unrolledTypes(context)) {
+        for (Model &model : context.getDesign()) {
+            mModels.push_back({&model, instancesOf(model, unrolledTree(context)), {}});
+        }
+        for (PerModel &of : mModels) {
+            prepare(of);
+        }
+        for (PerModel &of : mModels) {
+            settle(mBoundaries[of.model]);
+        }
+    }
+
+    void unroll() {
+        mTypes.freeze();
+        for (PerModel &of : mModels) {
+            NetlistReferencePointsUpdater updater(mContext, *of.model, of.instances.front());
+            for (const std::size_t at : of.blocks) {
+                updater.setupUnrollerNotifier(mUnrollers[at].get());
+                mBlocks[at].unroll(mTypes);
+            }
+        }
+        mTypes.thaw();
+    }
+
+    /// Puts what became of the ports behind what earlier passes made of them.
+    void store() {
+        BoundaryUnrollMappingStateItem *state = BoundaryUnrollMappingStateItem::findOrCreate(mContext);
+        for (const PerModel &of : mModels) {
+            const ModelBoundary &boundary = mBoundaries[of.model];
+            const UnrollMappings inputs = mappingsOf(boundary.inputs, &Boundary::wireMappings);
+            const UnrollMappings outputs = mappingsOf(boundary.outputs, &Boundary::portMappings);
+            if (state != nullptr && !inputs.empty()) {
+                state->setInputUnrollMapping(*of.model, state->getInputUnrollMapping(*of.model) << inputs);
+            }
+            if (state != nullptr && !outputs.empty()) {
+                state->setOutputUnrollMapping(*of.model, state->getOutputUnrollMapping(*of.model) << outputs);
+            }
+        }
+    }
+
+  private:
+    struct PerModel {
+        Model *model;
+        std::vector<RefChain> instances;
+        std::vector<std::size_t> blocks;
+    };
+
+    void prepare(PerModel &of) {
+        for (Block &block : *of.model) {
+            std::vector<std::size_t> *side = sideOf(block);
+            if (side == nullptr) {
+                continue;
+            }
+            const auto unroller = std::make_shared<Boundary>(block);
+            const std::size_t at = mBlocks.size();
+            mBlocks.emplace_back(block, of.instances, unroller, mTypes);
+            mUnrollers.push_back(unroller);
+            if (!mBlocks.back().failed() && unroller->namesClash()) {
+                mBlocks.back().failOnBoundary();
+            }
+            of.blocks.push_back(at);
+            side->push_back(at);
+        }
+    }
+
+    std::vector<std::size_t> *sideOf(Block &block) {
+        if (block.type() == A_INPUT_BLOCK.get_ptr()) {
+            return &mBoundaries[&block.getModel()].inputs;
+        }
+        if (block.type() == A_OUTPUT_BLOCK.get_ptr()) {
+            return &mBoundaries[&block.getModel()].outputs;
+        }
+        const bool isModel = block.type() == A_MODEL_BLOCK.get_ptr();
+        const Model *below = isModel ? Node::from<Model>(block[A_MODEL_NODE]) : nullptr;
+        return below == nullptr ? nullptr : &mBoundaries[below].references;
+    }
+
+    /// What one side of a signal cannot do, the other must not.
+    void settle(const ModelBoundary &boundary) {
+        bool anyFailed = false;
+        forAll(boundary, [&](Impl &block) { anyFailed = anyFailed || block.failed(); });
+        for (const std::size_t at : boundary.references) {
+            if (!anyFailed && !agrees(boundary, *mUnrollers[at])) {
+                mBlocks[at].failOnBoundary();
+                anyFailed = true;
+            }
+        }
+        if (anyFailed) {
+            forAll(boundary, [](Impl &block) { block.fail(); });
+        }
+    }
+
+    template <class Visit> void forAll(const ModelBoundary &boundary, Visit visit) {
+        for (const auto *side : {&boundary.inputs, &boundary.outputs, &boundary.references}) {
+            for (const std::size_t at : *side) {
+                visit(mBlocks[at]);
+            }
+        }
+    }
+
+    /// Whether both sides of each signal fall apart alike.
+    bool agrees(const ModelBoundary &boundary, const Boundary &reference) const {
+        return agrees(mappingsOf(boundary.inputs, &Boundary::wireMappings), reference.portMappings(), reference.block(),
+                      true) &&
+               agrees(mappingsOf(boundary.outputs, &Boundary::portMappings), reference.wireMappings(),
+                      reference.block(), false);
+    }
+
+    static bool agrees(const UnrollMappings &inside, const UnrollMappings &outside, const Block &reference,
+                       bool isPort) {
+        for (const auto &[name, parts] : inside.portMapping()) {
+            const bool isThere = isPort ? reference.getPort(name) != nullptr : reference.getWire(name) != nullptr;
+            const auto other = outside.portMapping().find(name);
+            if (isThere && (other == outside.portMapping().end() || other->second != parts)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    using Mappings = const UnrollMappings &(Boundary::*)() const;
+    UnrollMappings mappingsOf(const std::vector<std::size_t> &blocks, Mappings side) const {
+        UnrollMappings all;
+        for (const std::size_t at : blocks) {
+            if (!mBlocks[at].failed()) {
+                all = all << ((*mUnrollers[at]).*side)();
+            }
+        }
+        return all;
+    }
+
+    PassContext &mContext;
+    GlobalTypePass &mTypes;
+    std::vector<PerModel> mModels;
+    std::vector<Impl> mBlocks;
+    std::vector<std::shared_ptr<Boundary>> mUnrollers;
+    std::unordered_map<const Model *, ModelBoundary> mBoundaries;
+};
+
+} // namespace orvo::internal
