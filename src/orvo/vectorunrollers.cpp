@@ -226,12 +226,14 @@ class WideningVectorUnroller final : public LaneTupleVectorUnroller {
     using LaneTupleVectorUnroller::LaneTupleVectorUnroller;
     VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
         mTypes[&wire] = elementType(typeOf(wire), wire.getContext());
+        // Floats keep their type whatever the value, and a cast would flush subnormals.
+        mWidens = mWidens || !NumTypeSpec(mTypes[&wire], wire.getContext()).isFloat();
         return LaneTupleVectorUnroller::originalWire(wire, vectors);
     }
     void preAttach(const VectorDecorSpec &merged) override {
         for (auto param : Params(block())) {
             const bool isTuple = !nodeVR(param.second) && !!tupleVR(param.second);
-            mDiffers = mDiffers || (isTuple && differs(param.first, param.second, merged));
+            mDiffers = mDiffers || (mWidens && isTuple && differs(param.first, param.second, merged));
         }
         LaneTupleVectorUnroller::preAttach(merged);
     }
@@ -260,6 +262,7 @@ class WideningVectorUnroller final : public LaneTupleVectorUnroller {
     }
 
     std::map<const Wire *, PureValueRef> mTypes;
+    bool mWidens = false;
     bool mDiffers = false;
 };
 
