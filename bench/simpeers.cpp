@@ -3,6 +3,7 @@
 #include "simpeers.h"
 
 #include "measure.h"
+#include "peers.h"
 #include "support/verilog.h"
 #include "synthetic.h"
 
@@ -13,10 +14,7 @@
 
 #include <fmt/format.h>
 
-#include <sys/resource.h>
-
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -36,46 +34,6 @@ std::int64_t strideOf(std::size_t input) { return 12345 + 2468 * static_cast<std
 constexpr std::size_t kCompared = 100;
 /// Processor time that a measurement lasts at least.
 constexpr double kLeastSeconds = 0.5;
-
-double childSeconds() {
-    rusage usage{};
-    ::getrusage(RUSAGE_CHILDREN, &usage);
-    const auto seconds = [](const timeval &time) {
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-/// Runs a command and gives its processor time; none if it fails.
-std::optional<double> timed(const std::string &command) {
-    const double began = childSeconds();
-    if (std::system(command.c_str()) != 0) {
-        return std::nullopt;
-    }
-    return childSeconds() - began;
-}
-
-/// A folder that goes with its object.
-class Scratch {
-  public:
-    Scratch() {
-        std::string name = (fs::temp_directory_path() / "orvo_simXXXXXX").string();
-        if (::mkdtemp(name.data()) == nullptr) {
-            std::abort();
-        }
-        mPath = name;
-    }
-    ~Scratch() {
-        std::error_code ignored;
-        fs::remove_all(mPath, ignored);
-    }
-    Scratch(const Scratch &) = delete;
-    Scratch &operator=(const Scratch &) = delete;
-    const fs::path &path() const { return mPath; }
-
-  private:
-    fs::path mPath;
-};
 
 /// What a simulator took, and the sum of the outputs of the compared cycles.
 struct Peer {
@@ -203,10 +161,6 @@ std::optional<Peer> runVerilator(const test::VerilogModule &module, const fs::pa
                    "verilator --cc --exe --build -O3 -CFLAGS -O3 -Wno-fatal -Wno-lint --top-module netlist netlist.v "
                    "bench.cpp",
                    "./obj_dir/Vnetlist ");
-}
-
-bool isInstalled(const char *tool) {
-    return std::system(fmt::format("command -v {} >/dev/null 2>&1", tool).c_str()) == 0;
 }
 
 } // namespace

@@ -50,10 +50,12 @@ Wire &fillModel(Model &model, std::size_t blocks, Wire &first, const SyntheticOp
     std::vector<Wire *> wires{&first};
     for (std::size_t i = 0; i < blocks; ++i) {
         Block *block = Block::create(model, numbered("block", i));
-        block->setParam(A_BLOCK_TYPE, *types[random.below(4)]);
+        // A difference of one signal and itself would be a constant.
+        block->setParam(A_BLOCK_TYPE, *types[options.allNeeded && i == 0 ? 0 : random.below(4)]);
         const std::size_t reach = std::min(options.reach, wires.size());
-        block->setParam(port0, *wires[wires.size() - 1 - random.below(reach)]);
-        block->setParam(port1, *wires[wires.size() - 1 - random.below(reach)]);
+        block->setParam(port0, *wires[wires.size() - 1 - (options.allNeeded ? 0 : random.below(reach))]);
+        const std::size_t back = options.allNeeded && reach > 1 ? 1 + random.below(reach - 1) : random.below(reach);
+        block->setParam(port1, *wires[wires.size() - 1 - back]);
         const bool noGrowth = random.below(2) == 0 || options.typed;
         block->setParam(A_ADD_NO_GROWTH, noGrowth ? A_TRUE : A_FALSE);
         Wire *wire = Wire::create(*block, A_PRIM_WIRE_OUT);

@@ -24,6 +24,8 @@ struct SyntheticOptions {
     bool halfDead = false;
     /// The inputs have types and no operation grows, so that every signal has one.
     bool typed = false;
+    /// Each block reads the one before it and another one, so that all are needed for the last.
+    bool allNeeded = false;
     /// Not 0: the blocks are those of this many instances of one model, one behind the other.
     std::size_t instances = 0;
 };
