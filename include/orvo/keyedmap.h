@@ -99,6 +99,8 @@ template <class T> class KeyedMap {
     struct Big {
         Tree tree;
         Index index;
+        /// What was inserted last, the end if that is gone.
+        TreeIt last = tree.end();
     };
 
   public:
@@ -276,6 +278,9 @@ template <class T> class KeyedMap {
             }
             TreeIt at = *hit;
             big().index.erase(key);
+            if (big().last == at) {
+                big().last = big().tree.end();
+            }
             big().tree.erase(at);
             return true;
         }
@@ -323,10 +328,12 @@ template <class T> class KeyedMap {
     Big &big() const { return *static_cast<Big *>(mData); }
 
     void insertIntoTree(const PureValueRef &key, T value) {
-        // A front end that delivers its nodes in order, as design XML does, appends each time.
-        Tree &tree = big().tree;
-        TreeIt at = tree.emplace_hint(tree.end(), key, std::move(value));
-        big().index.insert(key.get_ptr(), at);
+        // Nodes come in order, from design XML, or in runs, as a pass makes those of one instance or of all lanes: the
+        // place behind the last one is looked at first.
+        Big &all = big();
+        const TreeIt hint = all.last == all.tree.end() ? all.last : std::next(all.last);
+        all.last = all.tree.emplace_hint(hint, key, std::move(value));
+        all.index.insert(key.get_ptr(), all.last);
     }
 
     void grow() {
