@@ -1,4 +1,4 @@
-# Installation: library, headers with the catalogue beside them, driver, package files for CMake and pkg-config, and the
+# Installation: library, headers with the catalogue and the pipelines beside them, driver, package files for CMake and pkg-config, and the
 # shell completions. Every path in an installed file is relative to that file, so the tree can be moved.
 include(CMakePackageConfigHelpers)
 
@@ -7,7 +7,7 @@ set(ORVO_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/orvo)
 install(TARGETS orvo orvo_sim EXPORT orvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(
     DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-    FILES_MATCHING PATTERN "*.h" PATTERN "*.def" PATTERN "*.csv"
+    FILES_MATCHING PATTERN "*.h" PATTERN "*.def" PATTERN "*.csv" PATTERN "*.txt"
 )
 if(TARGET orvo_driver)
     install(TARGETS orvo_driver RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -57,6 +57,7 @@ const std::map<std::string, int> &floors() {
         {"domainboundary", 2},
         {"latencyconstraints", 2},
         {"modelkinds", 2},
+        {"nameorigin", 2},
         {"querypoint", 2},
         {"scheduleconstraints", 2},
         {"subcyclelatency", 2},

@@ -126,6 +126,8 @@ void refuseName(const char *what, const std::string &name, const std::vector<std
 
 void addVerbs(CLI::App &app, VerbHost &host) {
     addOptVerb(app, host);
+    addLowerVerb(app, host);
+    addDiffVerb(app, host);
     addCheckVerb(app, host);
     addStatVerb(app, host);
     addTypesVerb(app, host);

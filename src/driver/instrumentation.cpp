@@ -7,7 +7,6 @@
 #include "driver/invariants.h"
 #include "driver/message_texts.h"
 #include "driver/simulation.h"
-#include "driver/statistics.h"
 #include "driver/waveform.h"
 
 #include <orvo/block.h>
@@ -58,8 +57,8 @@ bool DriverInstrumentation::shouldRun(const PassExecution &execution, Design &de
         mOptions.skip.count(record.number) == 0 && (!mOptions.stopAfter || record.number <= *mOptions.stopAfter);
     record.ran = !mOptions.list && mConsole.errors() == 0 && record.wouldRun;
     if (mOptions.stats) {
-        record.blocksBefore = mRecords.empty() ? countBlocks(design) : mRecords.back().blocksAfter;
-        record.blocksAfter = record.blocksBefore;
+        record.before = mRecords.empty() ? countNodes(design) : mRecords.back().after;
+        record.after = record.before;
     }
     mRecords.push_back(record);
     if (!record.ran && record.requested) {
@@ -131,7 +130,7 @@ void DriverInstrumentation::afterPass(const PassExecution &, Design &design, boo
         compareWithBefore(record, design);
     }
     if (changed && mOptions.stats) {
-        record.blocksAfter = countBlocks(design);
+        record.after = countNodes(design);
     }
     if (record.requested) {
         ++mRequestsDone;

@@ -7,6 +7,7 @@
 #include "driver/passtext.h"
 #include "driver/progress.h"
 #include "driver/reproducer.h"
+#include "driver/statistics.h"
 
 #include <orvo/pass.h>
 #include <orvo/simulator.h>
@@ -19,12 +20,12 @@
 
 namespace orvo::driver {
 
-/// What the options of "orvo opt" say about a run.
+/// What the options of a verb say about a run.
 struct RunOptions {
     bool verifyEach = false;
     /// Compare by simulation after each pass that changed something.
     bool simulate = false;
-    /// Count blocks after each pass.
+    /// Count blocks and wires after each pass.
     bool stats = false;
     /// Run nothing, only number.
     bool list = false;
@@ -53,8 +54,8 @@ struct PassRecord {
     /// The file of its dump; empty for none.
     std::string dump;
     /// Only with statistics.
-    std::size_t blocksBefore = 0;
-    std::size_t blocksAfter = 0;
+    NodeCounts before;
+    NodeCounts after;
 };
 
 class DriverInstrumentation final : public PassInstrumentation {

@@ -1,537 +1,48 @@
 // The verb "opt": reads a design, runs passes, writes the design.
 #include "driver/verbs.h"
 
-#include "driver/catalogue.h"
 #include "driver/files.h"
-#include "driver/instrumentation.h"
-#include "driver/statistics.h"
-#include "driver/suggest.h"
-#include "driver/typetable.h"
-
-#include <orvo/blocksinfo.h>
-#include <orvo/context.h>
-#include <orvo/design.h>
-#include <util/features.h>
-#include <util/io.h>
-#include <util/profiling.h>
+#include "driver/passrun.h"
 
 #include <CLI/CLI.hpp>
-#include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <memory>
-#include <optional>
-#include <sstream>
 
 namespace orvo::driver {
 
 namespace {
 
-/// No run has so many passes; larger numbers could not be told from overflow.
-constexpr int kLargestNumber = 1000000000;
-
-/// The command line of the verb, as it stands there.
 struct OptArguments {
-    std::string input;
-    std::string output;
+    RunArguments run;
     std::vector<std::string> passes;
-    std::vector<std::string> features;
-    std::vector<std::size_t> skip;
-    std::optional<std::size_t> stopAfter;
-    std::string dumpFolder;
-    std::string crashFolder;
-    std::string replay;
-    std::string timeJson;
-    std::string timeTrace;
-    bool verifyEach = false;
-    bool stats = false;
-    bool time = false;
-    bool list = false;
-    bool noReproducer = false;
-    bool types = false;
-    std::string check;
-
-    bool wantsTiming() const { return time || !timeJson.empty() || !timeTrace.empty(); }
 };
 
-/// Sums the sections of one label, so that the text of a design with many models stays short.
-void fold(util::ProfilingNode &node) {
-    std::vector<std::unique_ptr<util::ProfilingNode>> kept;
-    for (auto &child : node.children) {
-        fold(*child);
-        const bool perModel = !child->label.empty() && child->label.front() == '[';
-        const auto same = std::find_if(kept.begin(), kept.end(),
-                                       [&](const auto &other) { return perModel && other->label == child->label; });
-        if (same == kept.end()) {
-            child->detail = perModel ? "" : child->detail;
-            kept.push_back(std::move(child));
-            continue;
-        }
-        (*same)->wallNs += child->wallNs;
-        (*same)->cpuNs += child->cpuNs;
-        (*same)->peakMemoryKiB = std::max((*same)->peakMemoryKiB, child->peakMemoryKiB);
-        (*same)->count += child->count;
-    }
-    node.children = std::move(kept);
+/// Without the mark that some editors put before a text.
+std::string readList(const std::string &name, Console &console) {
+    static constexpr std::string_view mark = "\xef\xbb\xbf";
+    const std::string text = readWhole(name, console);
+    return text.compare(0, mark.size(), mark) == 0 ? text.substr(mark.size()) : text;
 }
 
-Json toJson(const PassRecord &record, bool stats) {
-    Json json;
-    json["number"] = record.number;
-    json["name"] = record.name;
-    json["text"] = record.text;
-    json["requested"] = record.requested;
-    json["ran"] = record.ran;
-    json["would_run"] = record.wouldRun;
-    json["changed"] = record.changed;
-    json["dump"] = record.dump.empty() ? Json() : Json(record.dump);
-    if (stats) {
-        json["blocks_before"] = record.blocksBefore;
-        json["blocks_after"] = record.blocksAfter;
+std::vector<PassText> readPasses(const std::vector<std::string> &arguments, Context *context, Console &console) {
+    std::vector<PassText> passes;
+    for (const std::string &argument : arguments) {
+        const bool isFile = !argument.empty() && argument.front() == '@';
+        const std::string name = isFile ? argument.substr(1) : "--passes";
+        addPassTexts(isFile ? readList(name, console) : argument, name == "-" ? "<stdin>" : name, context, passes,
+                     console);
     }
-    return json;
+    return passes;
 }
 
-/// One run of the verb, step by step.
-class OptRun {
-  public:
-    OptRun(OptArguments arguments, Console &console)
-        : mArguments(std::move(arguments)), mConsole(console), mProgress(console) {}
-    ~OptRun() { disarmFaults(); }
-    OptRun(const OptRun &) = delete;
-    OptRun &operator=(const OptRun &) = delete;
-
-    int run() {
-        checkArguments();
-        if (!mArguments.replay.empty()) {
-            takeReplay();
-        }
-        setFeatures();
-        // The log belongs to the thread, so it is on from before the library starts.
-        if (mArguments.wantsTiming()) {
-            util::ProfilingLog::enable();
-        }
-        mContext.emplace();
-        Context *context = mContext->context();
-        context->setListener(&mConsole);
-        readPasses(context);
-        try {
-            return runOn(context);
-        } catch (const std::exception &exception) {
-            // Told here, while the files that a reproducer is copied from are still open.
-            reportFault(std::string("exception: ") + exception.what());
-            return kInternalFault;
-        }
-    }
-
-  private:
-    [[noreturn]] void wrongUsage(const std::string &reason) {
-        mConsole.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", reason}});
-    }
-
-    void checkArguments() {
-        const bool replays = !mArguments.replay.empty();
-        if (mArguments.input.empty() && !replays) {
-            wrongUsage("the input design is missing");
-        }
-        if (replays && (!mArguments.input.empty() || !mArguments.passes.empty())) {
-            wrongUsage("--replay has its design and its passes with it, so neither can be given");
-        }
-        const auto inputs = std::count(mArguments.passes.begin(), mArguments.passes.end(), "@-");
-        if (inputs + (mArguments.input == "-") + (mArguments.replay == "-") > 1) {
-            wrongUsage("only one input can come from standard input");
-        }
-        const std::string &output = mArguments.output;
-        if ((output == "-") + (mArguments.timeJson == "-") + (mArguments.timeTrace == "-") > 1) {
-            wrongUsage("only one output can go to standard output");
-        }
-    }
-
-    void takeReplay() {
-        const std::string text = readWhole(mArguments.replay, mConsole);
-        if (const auto reason = parseReproducer(text, mReplay)) {
-            mConsole.fail(kWrongUsage, "DRIVER_BAD_REPRODUCER", {{"file", mArguments.replay}, {"reason", *reason}});
-        }
-        mArguments.verifyEach = mArguments.verifyEach || mReplay.verifyEach;
-        mArguments.check = mReplay.simulate ? "sim" : mArguments.check;
-        mArguments.skip.insert(mArguments.skip.end(), mReplay.skip.begin(), mReplay.skip.end());
-        mArguments.stopAfter = mArguments.stopAfter ? mArguments.stopAfter : mReplay.stopAfter;
-        std::vector<std::string> features;
-        for (const auto &[name, value] : mReplay.features) {
-            features.push_back(fmt::format("{}={}", name, value));
-        }
-        mArguments.features.insert(mArguments.features.begin(), features.begin(), features.end());
-        if (mReplay.version != ORVO_VERSION) {
-            mConsole.hint("orvo: the reproducer was written by version " + mReplay.version);
-        }
-    }
-
-    void setFeatures() {
-        for (const std::string &text : mArguments.features) {
-            const std::size_t equals = text.find('=');
-            if (equals == std::string::npos || equals == 0) {
-                mConsole.fail(kWrongUsage, "DRIVER_BAD_FEATURE", {{"text", text}});
-            }
-            const std::string name = text.substr(0, equals);
-            const std::string value = text.substr(equals + 1);
-            if (!util::SetFeatureText(name, value)) {
-                mConsole.fail(kWrongUsage, "DRIVER_BAD_FEATURE",
-                              {{"text", text}, {"reason", "the value is not of the feature's kind"}});
-            }
-            warnOfUnknownFeature(name, text);
-            mFeatures.emplace_back(name, value);
-        }
-    }
-
-    /// The library may read a feature that has no entry in the list, so that an unlisted name is no error by itself.
-    void warnOfUnknownFeature(const std::string &name, const std::string &text) {
-        const std::vector<std::string> known = featureNames();
-        const std::string near = suggest(name, known);
-        if (std::find(known.begin(), known.end(), name) == known.end() && !near.empty()) {
-            mConsole.report(Severity::Warning, "DRIVER_BAD_FEATURE",
-                            {{"text", text}, {"reason", "no feature has this name: did you mean '" + near + "'?"}});
-        }
-    }
-
-    void readPasses(Context *context) {
-        for (const std::string &argument : mArguments.passes) {
-            const bool isFile = !argument.empty() && argument.front() == '@';
-            const std::string name = isFile ? argument.substr(1) : "--passes";
-            addPasses(isFile ? readList(name) : argument, name == "-" ? "<stdin>" : name, context);
-        }
-        if (!mArguments.replay.empty()) {
-            addPasses(mReplay.passes, mArguments.replay, context);
-        }
-    }
-
-    /// Without the mark that some editors put before a text.
-    std::string readList(const std::string &name) {
-        static constexpr std::string_view mark = "\xef\xbb\xbf";
-        const std::string text = readWhole(name, mConsole);
-        return text.compare(0, mark.size(), mark) == 0 ? text.substr(mark.size()) : text;
-    }
-
-    void addPasses(const std::string &text, const std::string &name, Context *context) {
-        std::vector<PassText> passes;
-        if (const auto error = parsePassText(text, context, passes)) {
-            mConsole.fail(kWrongUsage, "DRIVER_BAD_PASS_TEXT", {{"reason", error->reason}},
-                          {name, error->position.line, error->position.column});
-        }
-        if (const auto unknown = findUnknown(passes)) {
-            Console::Params params{{"pass", unknown->pass}};
-            if (!unknown->suggestion.empty()) {
-                params["suggestion"] = unknown->suggestion;
-            }
-            if (!unknown->param.empty()) {
-                params["param"] = unknown->param;
-            }
-            mConsole.fail(kWrongUsage, unknown->param.empty() ? "DRIVER_UNKNOWN_PASS" : "DRIVER_UNKNOWN_PARAM", params,
-                          {name, unknown->position.line, unknown->position.column});
-        }
-        mPasses.insert(mPasses.end(), passes.begin(), passes.end());
-    }
-
-    /// Reads the design. For a file that can be read again, the file itself is what a reproducer would hold.
-    std::unique_ptr<Design> readInput(Context *context) {
-        util::ProfilingSection section("read", mArguments.replay.empty() ? mArguments.input : mArguments.replay);
-        mProgress.phase("reading");
-        if (!mArguments.replay.empty()) {
-            std::istringstream in(std::move(mReplay.design));
-            return readDesign(in, mArguments.replay, mReplay.designLine, context, mConsole);
-        }
-        mInput = std::make_unique<InputFile>(mArguments.input, mConsole);
-        armOutsidePasses("reading");
-        return readDesign(*mInput, context, mConsole);
-    }
-
-    /// From here on a fault leaves the input with all passes; one inside a pass leaves what that pass saw.
-    void armOutsidePasses(const char *phase) {
-        if (mInput == nullptr || !mInput->isRegular() || reproducerPath().empty()) {
-            disarmFaults();
-            return;
-        }
-        Reproducer reproducer;
-        reproducer.version = ORVO_VERSION;
-        reproducer.pass = std::string("0 ") + phase;
-        reproducer.features = mFeatures;
-        reproducer.passes = printPassTexts(mPasses);
-        reproducer.verifyEach = mArguments.verifyEach;
-        reproducer.simulate = mArguments.check == "sim";
-        reproducer.skip = mArguments.skip;
-        reproducer.stopAfter = mArguments.stopAfter;
-        armFaults({0, "", reproducerPath(), printReproducerHeader(reproducer), mInput->descriptor()});
-    }
-
-    std::string reproducerPath() const {
-        if (mArguments.noReproducer || (!mArguments.replay.empty() && mArguments.crashFolder.empty())) {
-            return {};
-        }
-        return (mArguments.crashFolder.empty() ? "" : mArguments.crashFolder + "/") + "orvo-crash-" +
-               std::to_string(::getpid()) + ".orvo";
-    }
-
-    RunOptions runOptions() const {
-        RunOptions options;
-        options.verifyEach = mArguments.verifyEach;
-        options.simulate = mArguments.check == "sim";
-        options.stats = mArguments.stats;
-        options.list = mArguments.list;
-        options.dumpFolder = mArguments.dumpFolder;
-        options.stopAfter = mArguments.stopAfter;
-        options.skip.insert(mArguments.skip.begin(), mArguments.skip.end());
-        options.features = mFeatures;
-        options.reproducerPath = reproducerPath();
-        options.inputDescriptor = mInput != nullptr && mInput->isRegular() ? mInput->descriptor() : -1;
-        return options;
-    }
-
-    void makeFolder(const std::string &folder) {
-        std::string error;
-        if (!folder.empty() && !util::io::CreateAndValidateOutputDirectory(folder, &error)) {
-            mConsole.fail(kWrongUsage, "DRIVER_UNWRITABLE_FILE",
-                          {{"file", folder}, {"reason", reasonOf(error, folder)}});
-        }
-    }
-
-    int runOn(Context *context) {
-        makeFolder(mArguments.dumpFolder);
-        makeFolder(mArguments.crashFolder);
-        const std::unique_ptr<Design> design = readInput(context);
-        armOutsidePasses("before the first pass");
-        if (mArguments.verifyEach) {
-            verifyInput(*design);
-        }
-        BlockCounts before;
-        if (mArguments.stats) {
-            before = countBlocksByType(*design);
-        }
-        collectWireTypes(*design, mTypesBefore);
-        const RunOptions options = runOptions();
-        mInstrumentation = std::make_unique<DriverInstrumentation>(options, mPasses, mConsole, mProgress);
-        runPasses(*design);
-        armOutsidePasses("behind the last pass");
-        const bool writes = mConsole.errors() == 0 && !mArguments.list && !mArguments.output.empty();
-        if (writes) {
-            util::ProfilingSection section("write", mArguments.output);
-            mProgress.phase("writing");
-            writeDesign(*design, mArguments.output, mConsole);
-        }
-        collectWireTypes(*design, mTypesAfter);
-        report(*design, before, writes);
-        return mConsole.errors() == 0 ? kFine : kDesignErrors;
-    }
-
-    void collectWireTypes(const Design &design, TypeTable &table) {
-        if (mArguments.types) {
-            util::ProfilingSection section("types", "");
-            mProgress.phase("inferring types");
-            TypeFilter filter;
-            filter.ports = false;
-            table = collectTypes(design, filter);
-        }
-    }
-
-    /// What a pass leaves broken is only its fault if it was whole before.
-    void verifyInput(const Design &design) {
-        for (const Finding &finding : checkDesign(design, getBlocksInfo())) {
-            mConsole.report(Severity::Error, finding.tag, finding.params);
-        }
-        if (mConsole.errors() != 0) {
-            throw VerbFailure{kDesignErrors};
-        }
-    }
-
-    void runPasses(Design &design) {
-        PassScheduler scheduler;
-        for (const PassText &pass : mPasses) {
-            ParamContext::Settings settings;
-            for (const auto &[name, value] : pass.params) {
-                settings[name] = value;
-            }
-            scheduler.addPass(pass.name, ParamContext(settings));
-        }
-        scheduler.setInstrumentation(mInstrumentation.get());
-        util::ProfilingSection section("passes", "");
-        try {
-            scheduler.apply(design);
-        } catch (const std::exception &) {
-            // A pass tells what is wrong with a design before it gives up; without that, the fault is ours.
-            if (mConsole.errors() == 0) {
-                throw;
-            }
-            disarmFaults();
-        }
-    }
-
-    void report(const Design &design, const BlockCounts &before, bool written) {
-        std::unique_ptr<util::ProfilingNode> times = mArguments.wantsTiming() ? util::ProfilingLog::take() : nullptr;
-        if (!mArguments.timeJson.empty()) {
-            writeOutput(mArguments.timeJson, util::profilingJson(*times) + "\n", mConsole);
-        }
-        if (!mArguments.timeTrace.empty()) {
-            writeOutput(mArguments.timeTrace, util::profilingChromeTrace(*times), mConsole);
-        }
-        const BlockCounts after = mArguments.stats ? countBlocksByType(design) : BlockCounts();
-        emitReport(mConsole.json() ? jsonReport(before, after, times.get(), written)
-                                   : textReport(before, after, times.get()));
-    }
-
-    /// Standard output is for the design where the command line says so; the report then goes beside the messages.
-    void emitReport(const std::string &text) {
-        mProgress.hide();
-        if (mArguments.output == "-" || mArguments.timeJson == "-" || mArguments.timeTrace == "-") {
-            writeAll(STDERR_FILENO, text);
-        } else {
-            mConsole.emit(text);
-        }
-    }
-
-    std::string jsonReport(const BlockCounts &before, const BlockCounts &after, const util::ProfilingNode *times,
-                           bool written) {
-        Json json;
-        json["schema"] = "orvo.opt/1";
-        json["version"] = ORVO_VERSION;
-        json["input"] = mArguments.replay.empty() ? mArguments.input : mArguments.replay;
-        json["output"] = mArguments.output.empty() ? Json() : Json(mArguments.output);
-        json["written"] = written;
-        json["errors"] = mConsole.errors();
-        json["warnings"] = mConsole.warnings();
-        json["passes"] = Json::array();
-        for (const PassRecord &record : mInstrumentation->records()) {
-            json["passes"].push_back(toJson(record, mArguments.stats));
-        }
-        if (mArguments.stats) {
-            json["stats"] = {{"before", driver::toJson(before)}, {"after", driver::toJson(after)}};
-        }
-        if (mArguments.types) {
-            json["types"] = typesJson();
-        }
-        if (mArguments.time && times != nullptr) {
-            json["time"] = Json::parse(util::profilingJson(*times), nullptr, false);
-        }
-        return lineText(json) + "\n";
-    }
-
-    std::string textReport(const BlockCounts &before, const BlockCounts &after, util::ProfilingNode *times) {
-        std::string text;
-        if (mArguments.list) {
-            for (const PassRecord &record : mInstrumentation->records()) {
-                text += fmt::format("{:>5}  {}{}{}\n", record.number, record.text,
-                                    record.requested ? "" : " (required)", record.wouldRun ? "" : " (skipped)");
-            }
-        }
-        if (mArguments.stats) {
-            text += statsText(before, after);
-        }
-        if (mArguments.types) {
-            text += typesText();
-        }
-        if (mArguments.time && times != nullptr) {
-            fold(*times);
-            text += util::profilingText(*times);
-        }
-        return text;
-    }
-
-    Json typesJson() const {
-        const TypeComparison comparison = compareTypes(mTypesBefore, mTypesAfter);
-        Json json = {
-            {"same", comparison.same}, {"gone", comparison.gone}, {"new", comparison.made}, {"changed", Json::array()}};
-        for (const TypeChange &change : comparison.changed) {
-            json["changed"].push_back({{"instance", change.row->instance},
-                                       {"block", change.row->block},
-                                       {"wire", change.row->name},
-                                       {"before", typeJson(change.before)},
-                                       {"after", typeJson(change.row->type)}});
-        }
-        return json;
-    }
-
-    std::string typesText() const {
-        const TypeComparison comparison = compareTypes(mTypesBefore, mTypesAfter);
-        std::string text = fmt::format("types of wires: {} changed, {} unchanged, {} gone, {} new\n",
-                                       comparison.changed.size(), comparison.same, comparison.gone, comparison.made);
-        for (const TypeChange &change : comparison.changed) {
-            const TypeRow &row = *change.row;
-            text += fmt::format("  {}/{} {}\n    before {}\n    after  {}\n", row.instance, row.block, row.name,
-                                typeText(change.before), typeText(row.type));
-        }
-        return text + "\n";
-    }
-
-    std::string statsText(BlockCounts before, BlockCounts after) {
-        std::size_t totalBefore = 0;
-        std::size_t totalAfter = 0;
-        for (const auto &[type, count] : before) {
-            after.try_emplace(type, 0);
-            totalBefore += count;
-        }
-        std::string text = fmt::format("{:<52} {:>10} {:>10}\n", "blocks", "before", "after");
-        for (const auto &[type, count] : after) {
-            text += fmt::format("{:<52} {:>10} {:>10}\n", typeLabel(type), before[type], count);
-            totalAfter += count;
-        }
-        text += fmt::format("{:<52} {:>10} {:>10}\n\n", "all", totalBefore, totalAfter);
-        text += fmt::format("{:>5}  {:<45} {:>10} {:>10} {:>10}\n", "", "pass", "before", "after", "growth");
-        for (const PassRecord &record : mInstrumentation->records()) {
-            const auto growth =
-                static_cast<long long>(record.blocksAfter) - static_cast<long long>(record.blocksBefore);
-            text += fmt::format("{:>5}  {:<45} {:>10} {:>10} {:>+10}\n", record.number,
-                                record.name + (record.ran ? "" : " (not run)"), record.blocksBefore, record.blocksAfter,
-                                growth);
-        }
-        return text + "\n";
-    }
-
-    OptArguments mArguments;
-    Console &mConsole;
-    Progress mProgress;
-    Reproducer mReplay;
-    std::vector<std::pair<std::string, std::string>> mFeatures;
-    /// Before all that holds its values.
-    std::optional<ContextMgr> mContext;
-    std::vector<PassText> mPasses;
-    TypeTable mTypesBefore;
-    TypeTable mTypesAfter;
-    std::unique_ptr<InputFile> mInput;
-    std::unique_ptr<DriverInstrumentation> mInstrumentation;
-};
-
-void addRunOptions(CLI::App &verb, OptArguments &arguments) {
-    verb.add_option("IN", arguments.input, "Design XML to read; - is standard input")->type_name("FILE");
-    verb.add_option("-o,--output", arguments.output, "Design XML to write; - is standard output")->type_name("FILE");
-    verb.add_option("-p,--passes", arguments.passes, "Passes to run, or @FILE with them; lists follow each other")
-        ->type_name("PASSES")
-        ->allow_extra_args(false);
-    verb.add_option("--feature", arguments.features, "Set a feature")->type_name("NAME=VALUE")->allow_extra_args(false);
-    verb.add_flag("--verify-each", arguments.verifyEach, "Check the netlist before the first pass and after each");
-    verb.add_option("--check", arguments.check, "sim: compare what the design computes after each pass with before")
-        ->type_name("HOW")
-        ->check(CLI::IsMember({"sim"}));
-    verb.add_flag("--list", arguments.list, "Print the numbered passes that would run, and run none");
-    verb.add_option("--stop-after", arguments.stopAfter, "Run no pass beyond this number")
-        ->type_name("N")
-        ->check(CLI::Range(0, kLargestNumber));
-    verb.add_option("--skip", arguments.skip, "Leave out the pass of this number")
-        ->type_name("N")
-        ->check(CLI::Range(1, kLargestNumber))
-        ->allow_extra_args(false);
-}
-
-void addReportOptions(CLI::App &verb, OptArguments &arguments) {
-    verb.add_flag("--stats", arguments.stats, "Print blocks by type before and after, and the growth of each pass");
-    verb.add_flag("--types-before-after", arguments.types, "Print the wires whose type the passes changed");
-    verb.add_flag("--time", arguments.time, "Print where time and memory went");
-    verb.add_option("--time-json", arguments.timeJson, "Write the same as JSON")->type_name("FILE");
-    verb.add_option("--time-trace", arguments.timeTrace, "Write the same as a Chrome trace")->type_name("FILE");
-    verb.add_option("--dump-dir", arguments.dumpFolder, "Write the design after each pass that changed it")
-        ->type_name("DIR");
-    verb.add_option("--crash-dir", arguments.crashFolder, "Where a reproducer goes; the current folder if not given")
-        ->type_name("DIR");
-    verb.add_flag("--no-reproducer", arguments.noReproducer,
-                  "Write no reproducer at a fault, and keep nothing for one");
-    verb.add_option("--replay", arguments.replay, "Run a reproducer")->type_name("FILE");
+int optimise(const OptArguments &given, Console &console) {
+    RunArguments run = given.run;
+    run.schema = "orvo.opt/1";
+    run.passesGiven = !given.passes.empty();
+    run.inputsTaken = static_cast<int>(std::count(given.passes.begin(), given.passes.end(), "@-"));
+    return runPasses(
+        run, [&](Context *context) { return readPasses(given.passes, context, console); }, console);
 }
 
 } // namespace
@@ -539,10 +50,13 @@ void addReportOptions(CLI::App &verb, OptArguments &arguments) {
 void addOptVerb(CLI::App &app, VerbHost &host) {
     CLI::App *verb = addVerb(app, "opt", "Run passes on a design");
     auto arguments = std::make_shared<OptArguments>();
-    addRunOptions(*verb, *arguments);
-    addReportOptions(*verb, *arguments);
+    verb->add_option("-p,--passes", arguments->passes, "Passes to run, or @FILE with them; lists follow each other")
+        ->type_name("PASSES")
+        ->allow_extra_args(false);
+    addRunOptions(*verb, arguments->run);
+    verb->add_option("--replay", arguments->run.replay, "Run a reproducer")->type_name("FILE");
     verb->callback(
-        [&host, arguments] { host.action = [&host, arguments] { return OptRun(*arguments, host.console).run(); }; });
+        [&host, arguments] { host.action = [&host, arguments] { return optimise(*arguments, host.console); }; });
 }
 
 } // namespace orvo::driver

@@ -119,12 +119,15 @@ BlockCounts countBlocksByType(const Design &design) {
     return named;
 }
 
-std::size_t countBlocks(const Design &design) {
-    std::size_t count = 0;
+NodeCounts countNodes(const Design &design) {
+    NodeCounts counts;
     for (const Model &model : design) {
-        count += model.size();
+        counts.blocks += model.size();
+        for (const Block &block : model) {
+            counts.wires += block.size();
+        }
     }
-    return count;
+    return counts;
 }
 
 DesignStatistics countDesign(const Design &design) {

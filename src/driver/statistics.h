@@ -17,6 +17,12 @@ namespace orvo::driver {
 /// Counts by the text of the block type; blocks without a type count under "(none)".
 using BlockCounts = std::map<std::string, std::size_t>;
 
+/// How large a design is.
+struct NodeCounts {
+    std::size_t blocks = 0;
+    std::size_t wires = 0;
+};
+
 struct DesignStatistics {
     std::size_t models = 0;
     std::size_t blocks = 0;
@@ -34,7 +40,7 @@ struct DesignStatistics {
 };
 
 DesignStatistics countDesign(const Design &design);
-std::size_t countBlocks(const Design &design);
+NodeCounts countNodes(const Design &design);
 BlockCounts countBlocksByType(const Design &design);
 
 /// The catalogue's name of a block type, with the text in brackets behind it where they differ.

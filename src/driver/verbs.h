@@ -24,6 +24,9 @@ struct VerbHost {
 };
 
 void addOptVerb(CLI::App &app, VerbHost &host);
+void addLowerVerb(CLI::App &app, VerbHost &host);
+void addDiffVerb(CLI::App &app, VerbHost &host);
+void addTraceVerb(CLI::App &app, VerbHost &host);
 void addCheckVerb(CLI::App &app, VerbHost &host);
 void addStatVerb(CLI::App &app, VerbHost &host);
 void addEquivVerb(CLI::App &app, VerbHost &host);

@@ -1,0 +1,226 @@
+// Names read from the outside in; each reading leaves a shorter name, and fails where none leads to a block.
+#include <orvo/nameorigin.h>
+
+#include <orvo/block.h>
+#include <orvo/corevalues.h>
+#include <orvo/design.h>
+#include <orvo/model.h>
+#include <orvo/modelkinds.h>
+#include <orvo/staticstrings.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace orvo {
+
+namespace {
+
+using Kind = NameStep::Kind;
+
+/// What rewrites add to a name that is a text; a number may follow where the last column says so.
+struct TextEnding {
+    std::string_view ending;
+    Kind kind;
+    bool takesNumber;
+};
+constexpr TextEnding kTextEndings[] = {
+    {"_vunroll", Kind::Substitute, false}, {"_cunroll", Kind::Substitute, false}, {"_aunroll", Kind::Substitute, false},
+    {"_vup", Kind::Beside, true},          {"_vp", Kind::Beside, true},
+};
+
+constexpr std::string_view kSubstitutes[] = {"vunroll", "cunroll", "aunroll"};
+constexpr std::string_view kParts[] = {"real", "imag"};
+/// Behind a name and the key of a port or wire of it.
+constexpr std::string_view kAtPort[] = {"ap",    "aup",     "vp",    "vup",     "cp",      "cup",
+                                        "cpack", "cunpack", "apack", "aunpack", "imagZero"};
+/// The same, with the path to a member behind it.
+constexpr std::string_view kMemberPath = "unapack_";
+
+std::string_view textOf(const PureValueRef &value) {
+    return value->kind() == CoreType::String
+               ? std::string_view(static_cast<const StringValue *>(value.get_ptr())->str())
+               : std::string_view();
+}
+
+template <std::size_t N> bool isOneOf(std::string_view text, const std::string_view (&words)[N]) {
+    return std::find(std::begin(words), std::end(words), text) != std::end(words);
+}
+
+bool isAtPort(std::string_view text) {
+    return isOneOf(text, kAtPort) || text.substr(0, kMemberPath.size()) == kMemberPath;
+}
+
+bool isNumber(const PureValueRef &value) { return value->kind() == CoreType::Number; }
+
+/// What a single element behind a name says.
+Kind kindOf(const PureValueRef &element) {
+    if (isNumber(element)) {
+        return Kind::Lane;
+    }
+    const std::string_view text = textOf(element);
+    return isOneOf(text, kParts) ? Kind::Part : isOneOf(text, kSubstitutes) ? Kind::Substitute : Kind::Beside;
+}
+
+bool isLaneOrPart(const PureValueRef &element) {
+    const Kind kind = kindOf(element);
+    return kind == Kind::Lane || kind == Kind::Part;
+}
+
+PureValueRef elementOf(const PureTupleValueRef &tuple, std::size_t at) { return PureValueRef(tuple->at(at)); }
+
+NameOrigin with(NameOrigin origin, std::initializer_list<NameStep> steps) {
+    if (origin) {
+        origin.steps.insert(origin.steps.end(), steps);
+    }
+    return origin;
+}
+
+} // namespace
+
+bool NameOrigin::standsForBlock() const {
+    return block != nullptr && std::none_of(steps.begin(), steps.end(), [](const NameStep &step) {
+               return step.kind == Kind::Port || step.kind == Kind::Beside;
+           });
+}
+
+NameOrigins::NameOrigins(const Design &source) : mSource(source) {}
+
+NameOrigin NameOrigins::originOf(const Block &block) const {
+    const Model *model = mSource.getModel(block.getModel().getName());
+    return model == nullptr ? NameOrigin() : originOf(block.getName(), *model);
+}
+
+NameOrigin NameOrigins::originOf(const PureValueRef &name, const Model &model) const {
+    if (const Block *block = model.getBlock(name)) {
+        return {block, {}};
+    }
+    switch (name->kind()) {
+    case CoreType::PureTuple:
+        return ofTuple(name, model);
+    case CoreType::String:
+        return ofText(name, model);
+    default:
+        return {};
+    }
+}
+
+NameOrigin NameOrigins::ofTuple(const PureValueRef &name, const Model &model) const {
+    const PureTupleValueRef tuple = pureTupleVR(name);
+    const std::size_t size = tuple->size();
+    if (size < 2) {
+        return {};
+    }
+    const PureValueRef first = elementOf(tuple, 0);
+    const PureValueRef second = elementOf(tuple, 1);
+    if (const Model *dissolved = size == 2 ? mSource.getModel(first) : nullptr) {
+        if (NameOrigin found = with(originOf(second, *dissolved), {{Kind::Copy, first}})) {
+            return found;
+        }
+    }
+    if (size == 3 && first == A_DUPLICATE_NAME) {
+        if (NameOrigin found = with(originOf(elementOf(tuple, 2), model), {{Kind::Duplicate, second}})) {
+            return found;
+        }
+    }
+    const PureTupleValueRef signal = pureTupleVR(first);
+    if (isAtPort(textOf(second)) && signal && signal->size() == 2) {
+        return with(originOf(elementOf(signal, 0), model),
+                    {{Kind::Port, elementOf(signal, 1)}, {Kind::Beside, second}});
+    }
+    if (size >= 3 && isAtPort(textOf(elementOf(tuple, 2)))) {
+        return with(originOf(first, model), {{Kind::Port, second}, {Kind::Beside, elementOf(tuple, 2)}});
+    }
+    NameOrigin found = originOf(first, model);
+    for (std::size_t i = 1; found && i < size; ++i) {
+        const PureValueRef element = elementOf(tuple, i);
+        found.steps.push_back({kindOf(element), element});
+        if (found.steps.back().kind == Kind::Beside) {
+            break; // What follows tells such blocks apart.
+        }
+    }
+    return found;
+}
+
+NameOrigin NameOrigins::ofText(const PureValueRef &name, const Model &model) const {
+    const std::string_view whole = textOf(name);
+    std::string_view unnumbered = whole;
+    while (!unnumbered.empty() && unnumbered.back() >= '0' && unnumbered.back() <= '9') {
+        unnumbered.remove_suffix(1);
+    }
+    for (const TextEnding &row : kTextEndings) {
+        const std::string_view text = row.takesNumber ? unnumbered : whole;
+        if (text.size() <= row.ending.size() || text.substr(text.size() - row.ending.size()) != row.ending) {
+            continue;
+        }
+        const std::string rest(text.substr(0, text.size() - row.ending.size()));
+        const std::string word(whole.substr(rest.size() + 1));
+        Context *context = name->context();
+        if (NameOrigin found =
+                with(originOf(parseName(rest, context), model), {{row.kind, StringValue::get(word, context)}})) {
+            return found;
+        }
+    }
+    return {};
+}
+
+bool continuesName(const PureValueRef &name, const PureValueRef &source, std::vector<NameStep> &steps) {
+    if (name == source) {
+        return true;
+    }
+    const PureTupleValueRef tuple = pureTupleVR(name);
+    if (!tuple || tuple->size() < 2) {
+        return false;
+    }
+    const std::size_t size = tuple->size();
+    const auto takeSteps = [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i) {
+            if (!isLaneOrPart(elementOf(tuple, i))) {
+                return false;
+            }
+        }
+        for (std::size_t i = begin; i < end; ++i) {
+            steps.push_back({kindOf(elementOf(tuple, i)), elementOf(tuple, i)});
+        }
+        return true;
+    };
+    const PureTupleValueRef before = pureTupleVR(source);
+    if (before && before->size() >= 2 && size > before->size() &&
+        elementOf(tuple, size - 1) == elementOf(before, before->size() - 1)) {
+        bool same = true;
+        for (std::size_t i = 0; i + 1 < before->size(); ++i) {
+            same = same && elementOf(tuple, i) == elementOf(before, i);
+        }
+        if (same && takeSteps(before->size() - 1, size - 1)) {
+            return true;
+        }
+    }
+    const std::size_t known = steps.size();
+    if (continuesName(elementOf(tuple, 0), source, steps) && takeSteps(1, size)) {
+        return true;
+    }
+    steps.erase(steps.begin() + static_cast<std::ptrdiff_t>(known), steps.end());
+    return false;
+}
+
+std::string describe(const NameStep &step) {
+    const std::string value = step.value->toString();
+    switch (step.kind) {
+    case Kind::Copy:
+        return "copied out of model " + value;
+    case Kind::Duplicate:
+        return "one more of the name (" + value + ")";
+    case Kind::Lane:
+        return "element " + value;
+    case Kind::Part:
+        return value == "real" ? "real part" : "imaginary part";
+    case Kind::Substitute:
+        return "in its place (" + value + ")";
+    case Kind::Port:
+        return "at " + value;
+    case Kind::Beside:
+        return "beside it (" + value + ")";
+    }
+    return value;
+}
+
+} // namespace orvo

@@ -1,0 +1,118 @@
+#!/bin/bash
+# The verb "lower": pipelines, presets and what the options make of them.
+. "$ORVO_SRC/tests/driver/lib.sh"
+
+example=$ORVO_SRC/examples/mixer_pair.xml
+
+# What comes with the library takes an example apart, and leaves what it computes.
+run 0 lower "$example" -o flat.xml
+empty out
+empty err
+lacks flat.xml modelBlock
+lacks flat.xml typeVector
+run 0 equiv "$example" flat.xml
+run 0 lower "$example" -o - --check sim --verify-each
+same out flat.xml
+run 0 lower "$example" -o more.xml --preset primitives
+run 0 equiv "$example" more.xml
+
+# A pipeline that is printed is a pipeline file, and runs the same.
+run 0 lower --print-pipeline
+has out '[structural]'
+cp out own
+run 0 lower "$example" -o own.xml --pipeline own
+same own.xml flat.xml
+run 0 lower --print-pipeline --pipeline own
+same out own
+run 0 lower --print-pipeline --preset primitives
+has out '[primitives]'
+has out ElideTerminalPass
+run 0 lower --print-pipeline --json
+json out 'd["schema"] == "orvo.pipeline/1" and d["preset"] == "structural" and d["passes"][0] == {"name": "ElideFromGotoPass", "text": "ElideFromGotoPass"}'
+
+# --upto ends behind the last of its name.
+cat >own <<'TEXT'
+# A pipeline.
+[first]   # comments stand anywhere
+DeadBlockPass
+ElideTerminalPass # here, too
+[all]
+include first
+DeadBlockPass
+DumpXMLPass{P_FILENAME="dump.xml", P_CLOBBER=true}
+TEXT
+run 0 lower --print-pipeline --pipeline own --preset all
+[ "$(cat out)" = '[all]
+DeadBlockPass
+ElideTerminalPass
+DeadBlockPass
+DumpXMLPass{P_FILENAME="dump.xml", P_CLOBBER=true}' ] || die "another pipeline"
+run 0 lower --print-pipeline --pipeline own --preset all --upto DeadBlockPass
+[ "$(cat out)" = '[all]
+DeadBlockPass
+ElideTerminalPass
+DeadBlockPass' ] || die "another end"
+run 0 lower --print-pipeline --pipeline own --preset all --upto ElideTerminalPass
+[ "$(tail -1 out)" = ElideTerminalPass ] || die "another end"
+write_design d.xml
+run 0 lower d.xml -o done.xml --pipeline own --preset all
+same dump.xml done.xml
+lacks done.xml terminalBlock
+run 0 lower d.xml -o stopped.xml --pipeline own --preset first --upto DeadBlockPass
+lacks stopped.xml dead1
+has stopped.xml terminalBlock
+
+# The growth, pass by pass, of passes that changed something.
+run 0 lower d.xml -o done.xml --pipeline own --preset all --growth
+[ "$(cat out)" = '       after                                blocks      wires     growth
+       reading                                   6          6           
+    1  DeadBlockPass                             4          4         -2
+    2  ElideTerminalPass                         3          3         -1' ] || die "another growth"
+run 0 lower d.xml -o done.xml --pipeline own --preset all --growth --json
+json out 'd["schema"] == "orvo.lower/1" and d["written"] and [(p["name"], p["blocks_after"], p["wires_after"])
+    for p in d["passes"]] == [("DeadBlockPass", 4, 4), ("ElideTerminalPass", 3, 3), ("DeadBlockPass", 3, 3), ("DumpXMLPass", 3, 3)]'
+run 0 lower d.xml --pipeline own --preset all --list
+has out '    3  DeadBlockPass'
+run 0 lower d.xml --pipeline own --preset all --stop-after 1 -o stopped.xml
+has stopped.xml terminalBlock
+run 0 lower d.xml --pipeline own --preset all --time --stats
+has out 'pass'
+run 0 lower d.xml --pipeline - --preset first -o piped.xml <own
+same piped.xml done.xml
+run 2 lower - --pipeline - <own
+has err 'only one input can come from standard input'
+
+# What is wrong with a pipeline is told with its place.
+wrong() {
+    printf "$1" >bad
+    run 2 lower d.xml --pipeline bad --preset a
+    has err "$2"
+}
+wrong '[a]\nDeadBlockPas\n' 'bad:2:1: error: there is no pass '"'DeadBlockPas': did you mean 'DeadBlockPass'?"
+wrong '[a]\n  DumpXMLPass{P_FILENAM=1}\n' "bad:2:15: error: pass 'DumpXMLPass' has no parameter 'P_FILENAM'"
+wrong 'DeadBlockPass\n' 'bad:1:1: error: the pipeline cannot be read: expected a preset like [structural] before the first pass'
+wrong '[a]\nDeadBlockPass, ElideTerminalPass\n' 'bad:2:16: error: the pipeline cannot be read: expected one pass a line'
+wrong '[a]\n\n include b\n[b]\n' "bad:3:2: error: the pipeline cannot be read: there is no preset 'b' above"
+wrong '[first]\n[a]\ninclude firts\n' "did you mean 'first'?"
+wrong '[a]\ninclude a\n' "there is no preset 'a' above"
+wrong '[a]\n[a]\n' "bad:2:1: error: the pipeline cannot be read: preset 'a' stands twice"
+wrong '[a\n' "expected ']' behind the name of the preset"
+wrong '[a] b\n' "bad:1:5: error: the pipeline cannot be read: expected the end of the line behind ']'"
+wrong '[]\n' 'expected the name of a preset'
+wrong '[a]\ninclude\n' 'expected the name of a preset'
+wrong '[a]\nDeadBlockPass{\n' 'the pipeline cannot be read'
+wrong '[b]\n' "there is no preset 'a' in bad"
+run 2 lower d.xml --preset structura
+has err "did you mean 'structural'?"
+run 2 lower d.xml --upto DeadBlokPass
+has err "preset 'structural' has no pass 'DeadBlokPass': did you mean 'DeadBlockPass'?"
+run 2 lower d.xml --pipeline nowhere
+has err "cannot read 'nowhere'"
+run 2 lower
+has err 'the input design is missing'
+
+# A design none of whose models is to be written out would lose them all.
+run 1 lower d.xml -o kept.xml
+has err 'd.xml: error: no model of the design says how it is to be written out'
+has err DRIVER_NO_OUTPUT_MODEL
+[ ! -e kept.xml ] || die "an empty design was written"
