@@ -35,26 +35,14 @@ class VectorUnrollersTest : public test::SimulatorFixture {
     /// Unrolls the block, which must compute the same, and gives the names of what is new in its place, but for what
     /// joins it.
     std::set<std::string> madeOf(const std::string &type, const Texts &inputs, const Texts &outputs,
-                                 const Texts &params = {}, bool simulates = true) {
-        Design before(mgr.context());
-        Design after(mgr.context());
-        oneBlock(before, type, inputs, outputs, params);
-        Model &model = oneBlock(after, type, inputs, outputs, params);
+                                 const Texts &params = {}) {
+        Design design(mgr.context());
+        const Model &model = unrolled(design, type, inputs, outputs, params);
+        // What stood there before.
+        Design other(mgr.context());
         std::set<std::string> old;
-        for (const Block &block : model) {
+        for (const Block &block : oneBlock(other, type, inputs, outputs, params)) {
             old.insert(block.getName()->toString());
-        }
-        test::HeardMessages heard(mgr.context());
-        PassScheduler scheduler;
-        scheduler.addPass("UnrollVectorPass");
-        scheduler.addPass("ElideUnpackPass");
-        scheduler.apply(after);
-        EXPECT_EQ(heard.take(), std::vector<std::string>());
-        EXPECT_TRUE(test::checkInvariants(after));
-        if (simulates) {
-            sim::CompareOptions options;
-            options.cycles = 100;
-            test::expectSameBehaviour(before, after, model.getName()->toString(), options);
         }
         std::set<std::string> made;
         for (const Block &block : model) {
@@ -64,6 +52,27 @@ class VectorUnrollersTest : public test::SimulatorFixture {
             }
         }
         return made;
+    }
+    static void unrollVectors(Design &design) {
+        test::HeardMessages heard(design.getContext());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollVectorPass");
+        scheduler.addPass("ElideUnpackPass");
+        scheduler.apply(design);
+        EXPECT_EQ(heard.take(), std::vector<std::string>());
+        EXPECT_TRUE(test::checkInvariants(design));
+    }
+    /// A model of one block after the pass, which computes what it did.
+    Model &unrolled(Design &design, const std::string &type, const Texts &inputs, const Texts &outputs,
+                    const Texts &params = {}) {
+        Design before(mgr.context());
+        oneBlock(before, type, inputs, outputs, params);
+        Model &model = oneBlock(design, type, inputs, outputs, params);
+        unrollVectors(design);
+        sim::CompareOptions options;
+        options.cycles = 100;
+        test::expectSameBehaviour(before, design, model.getName()->toString(), options);
+        return model;
     }
     static bool joinsLanes(const std::string &name) {
         return name.find("((block") == 0 &&
@@ -202,6 +211,111 @@ TEST_F(VectorUnrollersTest, keepsNamedPortsOnOneBlock) {
                      {{"latencyPlaceholderTypemap",
                        "((x (typeVector 2 (typeSFixed 4 0))) (y (typeVector 3 (typeSFixed 4 0))))"}}),
               Made{});
+}
+
+TEST_F(VectorUnrollersTest, givesDataOfARegionNumbersOfTheirOwn) {
+    struct Case {
+        const char *type;
+        const char *in;
+        const char *out;
+    };
+    const Case cases[] = {{"stallenterBlock", "stallenterPortkeyDataBack", "stallenterWirekeyDataFront"},
+                          {"stallexitBlock", "stallexitPortkeyDataBack", "stallexitWirekeyDataFront"},
+                          {"stallregBlock", "stallregPortkeyDataBack", "stallregWirekeyDataFront"}};
+    for (const Case &row : cases) {
+        const auto in = [&](int number) { return "(" + std::string(row.in) + " " + std::to_string(number) + ")"; };
+        const auto out = [&](int number) { return "(" + std::string(row.out) + " " + std::to_string(number) + ")"; };
+        Design design(mgr.context());
+        Model &model = unrolled(design, row.type,
+                                {{in(0).c_str(), "[4] s4.0"}, {in(2).c_str(), "s4.0"}, {in(7).c_str(), "[2][3] u3.0"}},
+                                {{out(0).c_str(), ""}, {out(2).c_str(), ""}, {out(7).c_str(), ""}});
+        const Block &block = *model.getBlock(value("block"));
+        Made ports;
+        for (const Port &port : block.ports()) {
+            ports.insert(port.getName()->toString());
+        }
+        Made wires;
+        for (const Wire &wire : block) {
+            wires.insert(wire.getName()->toString());
+        }
+        Made wantedPorts{in(2)};
+        Made wantedWires{out(2)};
+        for (int number = 8; number < 8 + 4 + 6; ++number) {
+            wantedPorts.insert(in(number));
+            wantedWires.insert(out(number));
+        }
+        EXPECT_EQ(ports, wantedPorts) << row.type;
+        EXPECT_EQ(wires, wantedWires) << row.type;
+    }
+}
+
+TEST_F(VectorUnrollersTest, leavesARegionAloneWhoseValidIsAVector) {
+    Design design(mgr.context());
+    oneBlock(design, "stallregBlock",
+             {{"(stallregPortkeyValidBack 0)", "[2] u1.0"}, {"(stallregPortkeyDataBack 0)", "[2] s4.0"}},
+             {{"(stallregWirekeyDataFront 0)", ""}});
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollVectorPass");
+    scheduler.apply(design);
+    EXPECT_EQ(heard.take(), std::vector<std::string>{"UNVEC_INVALID_EXPAND_TYPE block=/top/block"});
+}
+
+TEST_F(VectorUnrollersTest, keepsFiltersWhole) {
+    const char *valid = "portValid";
+    const Texts fir{{"firCoefs", "(3 -7 2 5)"}, {"firChannelCount", "4"}, {"firDecimFactor", "2"}};
+    EXPECT_EQ(madeOf("firBlock", {{valid, "u1.0"}, {"0", "[2] s8.0"}, {"1", "[2] s8.0"}},
+                     {{"0", ""}, {"1", ""}, {"wireValid", ""}, {"wireChannel", ""}}, fir),
+              Made{});
+    EXPECT_EQ(madeOf("firBlock", {{valid, "u1.0"}, {"0", "[2][3] s8.0"}}, {{"0", ""}, {"wireValid", ""}},
+                     {{"firCoefs", "(3 -7 2 5)"}, {"firInterpFactor", "2"}}),
+              Made{});
+    const Texts cic{
+        {"cicScaleType", "cicScaleDecim"}, {"cicRateFactor", "3"}, {"cicStageCount", "2"}, {"cicDelayCount", "1"},
+        {"cicChannelCount", "1"},          {"cicInputRate", "1"}};
+    EXPECT_EQ(madeOf("cicBlock", {{valid, "u1.0"}, {"0", "[3] s6.0"}}, {{"0", ""}, {"wireValid", ""}}, cic), Made{});
+    EXPECT_EQ(madeOf("scaleBlock", {{valid, "u1.0"}, {"0", "[2] s8.4"}, {"1", "[2] s3.0"}},
+                     {{"scaleWireData", ""}, {"0", ""}, {"primWireAux", ""}},
+                     {{"scaleOutputType", "(typeSFixed 6 2)"}}),
+              Made{});
+    EXPECT_EQ(madeOf("mixerBlock", {{valid, "u1.0"}, {"0", "[3] s8.0"}, {"1", "s5.3"}}, {{"0", ""}, {"wireValid", ""}}),
+              Made{});
+    EXPECT_EQ(madeOf("mixerBlock", {{valid, "u1.0"}, {"0", "[3] s8.0"}, {"1", "[3] s5.3"}, {"2", "[3] s5.3"}},
+                     {{"0", ""}, {"1", ""}}),
+              Made{});
+    EXPECT_EQ(madeOf("chanviewBlock", {{valid, "u1.0"}, {"0", "[3] s8.0"}}, {{"0", ""}, {"wireValid", ""}}), Made{});
+    EXPECT_EQ(madeOf("sharedFifoBlock", {{valid, "u1.0"}, {"portReady", "u1.0"}, {"0", "[3] s8.0"}, {"2", "u5.0"}},
+                     {{"0", ""}, {"2", ""}, {"wireValid", ""}}, {{"fifoDepth", "4"}}),
+              Made{});
+}
+
+TEST_F(VectorUnrollersTest, namesTheLanesOfAFilter) {
+    Design design(mgr.context());
+    Model &model = unrolled(design, "firBlock", {{"portValid", "u1.0"}, {"0", "[2] s8.0"}}, {{"0", ""}},
+                            {{"firCoefs", "(3 -7 2 5)"}});
+    const Block &block = *model.getBlock(value("block"));
+    EXPECT_EQ(block.getPort(value("0")), nullptr);
+    EXPECT_EQ(block.getWire(value("0")), nullptr);
+    for (const char *lane : {"(0 0)", "(0 1)"}) {
+        EXPECT_NE(block.getPort(value(lane)), nullptr) << lane;
+        EXPECT_NE(block.getWire(value(lane)), nullptr) << lane;
+    }
+}
+
+TEST_F(VectorUnrollersTest, takesAnOscillatorOfSeveralChannelsApart) {
+    Design before(mgr.context());
+    Design after(mgr.context());
+    for (Design *design : {&before, &after}) {
+        Model &model =
+            oneBlock(*design, "ncoBlock", {{"portValid", "u1.0"}, {"0", "u8.0"}, {"1", "u8.0"}},
+                     {{"ncoWireSin", ""}, {"ncoWireCos", ""}},
+                     {{"ncoAccumBitCount", "8"}, {"ncoOutputRate", "20"}, {"ncoOutputType", "(typeSFixed 2 6)"}});
+        model.setParam(A_SYNTH_CLOCK_FREQ, value("10"));
+    }
+    unrollVectors(after);
+    test::expectSameBehaviour(before, after);
+    const Block &block = *after.begin()->getBlock(value("block"));
+    EXPECT_NE(block.getWire(value("(ncoWireSin 1)")), nullptr);
 }
 
 TEST_F(VectorUnrollersTest, pinsEachLane) {

@@ -6,6 +6,7 @@
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/logging.h>
+#include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
 
 #include <fmt/format.h>
@@ -786,6 +787,107 @@ class DemuxVectorUnroller final : public VectorUnroller {
     std::vector<Block *> mSubstitutes;
 };
 
+/// Filters and oscillators. Their data goes by number, and what a lane of it becomes is known by its number and lane.
+class IPVectorUnroller final : public BoundaryVectorUnroller {
+  public:
+    using BoundaryVectorUnroller::BoundaryVectorUnroller;
+    bool canUnroll() const override { return !namesClash(); }
+};
+
+/// Data of a region that can stall. The block stays one, so that all of it moves together; each lane gets a number of
+/// its own, the same before the block and behind it.
+class StallBoundaryVectorUnroller final : public VectorUnroller {
+  public:
+    explicit StallBoundaryVectorUnroller(Block &block) : mBlock(block) {
+        for (const Keys &keys : kKeys) {
+            mKeys = block.type() == keys.type->get_ptr() ? &keys : mKeys;
+        }
+        ORVO_ASSERT(mKeys != nullptr, "a block is taken for one at which a region can stall");
+    }
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        return look(wire.getName(), *mKeys->dataOut, vectors);
+    }
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        return look(port.getName(), *mKeys->dataIn, vectors);
+    }
+    bool canUnroll() const override { return !mHasOtherVectors; }
+    void preAttach(const VectorDecorSpec &) override {
+        int next = 0;
+        const auto skip = [&next](const PureValueRef &name) {
+            const PureTupleValueRef tuple = pureTupleVR(name);
+            const NumberValueRef number = tuple && tuple->size() == 2 ? numberVR(tuple->at(1)) : NumberValueRef();
+            next = number && number->isInt() ? std::max(next, number->toInt() + 1) : next;
+        };
+        for (const Port &port : mBlock.ports()) {
+            skip(port.getName());
+        }
+        for (const Wire &wire : mBlock) {
+            skip(wire.getName());
+        }
+        for (auto &[number, signal] : mSignals) {
+            signal.first = next;
+            next += static_cast<int>(signal.lanes);
+        }
+    }
+    void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
+        const MaybePort attached(mBlock, laneName(port.getName(), lanes, indices));
+        attached.setWire(driver);
+        addAttachedPort(attached);
+    }
+    Wire *attachWire(Wire &wire, const VectorDecorSpec &lanes, const std::vector<int> &indices,
+                     const std::vector<MaybePort> &readers) override {
+        Wire *lane = Wire::create(mBlock, laneName(wire.getName(), lanes, indices));
+        OrvoUtils::copyParams(*lane, wire);
+        connect(readers, *lane);
+        return lane;
+    }
+    void postAttach() override {
+        for (const auto &[number, signal] : mSignals) {
+            mBlock.setParam(PureTupleValue::get(*mKeys->dataIn, number, mBlock.getContext()), nullptr);
+            delete mBlock.getWire(PureTupleValue::get(*mKeys->dataOut, number, mBlock.getContext()));
+        }
+    }
+
+  private:
+    struct Keys {
+        const StaticString *type;
+        const StaticString *dataIn;
+        const StaticString *dataOut;
+    };
+    static constexpr Keys kKeys[] = {
+        {&A_STALLENTER_BLOCK, &A_STALLENTER_PORTKEY_DATA_BACK, &A_STALLENTER_WIREKEY_DATA_FRONT},
+        {&A_STALLEXIT_BLOCK, &A_STALLEXIT_PORTKEY_DATA_BACK, &A_STALLEXIT_WIREKEY_DATA_FRONT},
+        {&A_STALLREG_BLOCK, &A_STALLREG_PORTKEY_DATA_BACK, &A_STALLREG_WIREKEY_DATA_FRONT},
+    };
+    struct Signal {
+        std::size_t lanes = 1;
+        int first = 0;
+    };
+
+    VectorUnrollKind look(const PureValueRef &name, const StaticString &key, const VectorDecorSpec &vectors) {
+        const PureTupleValueRef tuple = pureTupleVR(name);
+        const bool isData = tuple && tuple->size() == 2 && tuple->at(0) == key;
+        mHasOtherVectors = mHasOtherVectors || (!isData && vectors.isVector());
+        if (!isData || !vectors.isVector()) {
+            return VectorUnrollKind::Leave;
+        }
+        mSignals[tuple->at(1)].lanes = vectors.elementCount();
+        return VectorUnrollKind::Own;
+    }
+    PureValueRef laneName(const PureValueRef &name, const VectorDecorSpec &lanes,
+                          const std::vector<int> &indices) const {
+        const PureTupleValueRef tuple = pureTupleVR(name);
+        const auto first = static_cast<std::size_t>(mSignals.at(tuple->at(1)).first);
+        return PureTupleValue::get(tuple->at(0), numberOf(first + lanes.elementIndex(indices)), mBlock.getContext());
+    }
+
+    Block &mBlock;
+    const Keys *mKeys = nullptr;
+    bool mHasOtherVectors = false;
+    /// By the old numbers.
+    std::map<PureValueRef, Signal, DeepValueCmp> mSignals;
+};
+
 /// The map of types names the lanes.
 class LatencyPlaceholderVectorUnroller final : public BoundaryVectorUnroller {
   public:
@@ -882,7 +984,7 @@ const VectorUnrollRow kRows[] = {
     {&A_UNBIASED_ROUND_BLOCK, defaultHandler, kLane},
     {&A_CONST_BLOCK, handler<ConstVectorUnroller>, kLane},
     {&A_DIVIDE_BLOCK, defaultHandler, kLane},
-    {&A_MOD_MULT_BLOCK, handler<WideningVectorUnroller>, kLane},
+    {&A_MOD_MULT_BLOCK, defaultHandler, kLane},
     {&A_CONSTMULT_BLOCK, handler<WideningVectorUnroller>, kLane},
     {&A_CONSTDIV_BLOCK, handler<WideningVectorUnroller>, kLane},
     {&A_RAW_SHIFT_BLOCK, defaultHandler, kLane},
@@ -980,10 +1082,10 @@ const VectorUnrollRow kRows[] = {
     {&A_LATENCY_PLACEHOLDER_BLOCK, handler<LatencyPlaceholderVectorUnroller>, "one block with a port and a wire a lane"},
     {&A_SCHEDULED_MODEL_BLOCK, nullptr, "its ports follow the mappings of the scheduled model"},
     {&A_UNSUPPORTED_BLOCK, nullptr, "nothing is known of what it computes"},
-    {&A_STALLREG_BLOCK, nullptr, "its data are numbered"},
-    {&A_STALLENABLE_BLOCK, nullptr, "its data are numbered"},
-    {&A_STALLENTER_BLOCK, nullptr, "its data are numbered"},
-    {&A_STALLEXIT_BLOCK, nullptr, "its data are numbered"},
+    {&A_STALLREG_BLOCK, handler<StallBoundaryVectorUnroller>, "one block with a number a lane"},
+    {&A_STALLENABLE_BLOCK, nullptr, "it carries conditions of whole regions and no data"},
+    {&A_STALLENTER_BLOCK, handler<StallBoundaryVectorUnroller>, "one block with a number a lane"},
+    {&A_STALLEXIT_BLOCK, handler<StallBoundaryVectorUnroller>, "one block with a number a lane"},
     {&A_STALLVALID_CONNECTOR_BLOCK, nullptr, "all its signals are scalar"},
     {&A_ENABLE_SINK_BLOCK, nullptr, "all its signals are scalar"},
     {&A_ENABLE_SRC_BLOCK, nullptr, "all its signals are scalar"},
@@ -992,13 +1094,13 @@ const VectorUnrollRow kRows[] = {
     {&A_PIPE_BLOCK, defaultHandler, kLane},
     {&A_FIXED_MFUNC_BLOCK, defaultHandler, kLane},
     {&A_FLOAT_MFUNC_BLOCK, defaultHandler, kLane},
-    {&A_CIC_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_FIR_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_SCALE_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_MIXER_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_NCO_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_CHANVIEW_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_SHARED_FIFO_BLOCK, nullptr, "its lanes carry channels of one computation"},
+    {&A_CIC_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_FIR_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_SCALE_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_MIXER_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_NCO_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_CHANVIEW_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_SHARED_FIFO_BLOCK, handler<IPVectorUnroller>, kNames},
 };
 // clang-format on
 
