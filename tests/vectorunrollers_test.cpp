@@ -6,28 +6,47 @@
 #include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
 
+#include <orvo/blockclass.h>
 #include <orvo/blocksinfo.h>
+#include <orvo/nonsblocks.h>
 #include <orvo/pass.h>
-#include <orvo/typeinfer.h>
 
+#include <map>
 #include <set>
 
 namespace orvo {
 namespace {
 
-TEST(VectorUnrollers, speaksOfEveryTypeThatHasATypeRule) {
+TEST(VectorUnrollers, speaksOfEveryTypeOfTheCatalogue) {
     ContextMgr mgr;
-    std::set<std::string> told;
+    std::map<std::string, const internal::VectorUnrollRow *> told;
     for (const internal::VectorUnrollRow &row : internal::vectorUnrollRows()) {
-        EXPECT_TRUE(told.insert(row.blockType->text()).second) << row.blockType->text();
+        EXPECT_TRUE(told.emplace(row.blockType->text(), &row).second) << row.blockType->text();
         EXPECT_NE(std::string(row.summary), "");
     }
-    for (const auto &[name, text] : getBlocksInfo().mappings()) {
-        const PureValueRef type = StringValue::get(text, mgr.context());
-        if (name.find("_BLOCK") != std::string::npos && typeRuleSummary(type.get_ptr()) != nullptr) {
-            EXPECT_EQ(told.count(text), 1U) << name;
+    NONSBlockMap variants;
+    variants.populate();
+    std::size_t types = 0;
+    for (const auto &[name, info] : getBlocksInfo().blocks()) {
+        const std::string *text = getBlocksInfo().findMapping(name);
+        if (text == nullptr) {
+            continue; // an entry that stands for no type
         }
+        ++types;
+        const ValueRef type = StringValue::get(*text, mgr.context());
+        const bool isVariant = name[0] == 'U';
+        const auto partner = variants.lookup(type);
+        ASSERT_TRUE(!isVariant || partner) << name;
+        const ValueRef plain = isVariant ? Value::parse(partner->toString(), mgr.context()) : type;
+        const auto row = told.find(plain->toString());
+        ASSERT_NE(row, told.end()) << name;
+        const auto handlerOf = [&](const ValueRef &of) {
+            return mgr.context()->getBlockClass(of)->get<VectorUnrollHandler>();
+        };
+        EXPECT_EQ(handlerOf(type) != nullptr, row->second->handler != nullptr) << name;
+        EXPECT_EQ(handlerOf(type), handlerOf(plain)) << name;
     }
+    EXPECT_GT(types, 280U);
 }
 
 class VectorUnrollersTest : public test::SimulatorFixture {
@@ -190,18 +209,44 @@ TEST_F(VectorUnrollersTest, givesEachLaneItsTable) {
 TEST_F(VectorUnrollersTest, numbersTheOutputsOfADemultiplexerThrough) {
     Design design(mgr.context());
     Model &model =
-        oneBlock(design, "demuxBlock", {{"demuxPortData", "[2] s4.0"}, {"portValid", "u1.0"}, {"portChannel", "u1.0"}},
-                 {{"0", ""}, {"1", ""}, {"2", ""}, {"3", ""}}, {{"demuxChannelCount", "2"}});
-    PassScheduler scheduler;
-    scheduler.addPass("UnrollVectorPass");
-    scheduler.apply(design);
-    EXPECT_TRUE(test::checkInvariants(design));
-    for (const char *lane : {"(block vunroll 0)", "(block vunroll 1)"}) {
+        unrolled(design, "demuxBlock", {{"demuxPortData", "[3] s4.0"}, {"portValid", "u1.0"}, {"portChannel", "u1.0"}},
+                 {{"0", ""}, {"1", ""}, {"2", ""}, {"3", ""}, {"5", ""}}, {{"demuxChannelCount", "2"}});
+    const std::pair<const char *, std::size_t> lanes[] = {
+        {"(block vunroll 0)", 2}, {"(block vunroll 1)", 2}, {"(block vunroll 2)", 1}};
+    for (const auto &[lane, outputs] : lanes) {
         const Block *block = model.getBlock(value(lane));
         ASSERT_NE(block, nullptr) << lane;
-        EXPECT_EQ(block->getWireCount(), 2U);
+        EXPECT_EQ(block->getWireCount(), outputs);
         EXPECT_NE(block->getPort(A_PORT_VALID), nullptr);
         EXPECT_NE(block->getPort(A_PORT_CHANNEL), nullptr);
+    }
+}
+
+TEST_F(VectorUnrollersTest, givesLanesTheirOwnSettings) {
+    EXPECT_EQ(madeOf("sequenceBlock", {{"portEnable", "[2] u1.0"}}, {{"primWireOut", ""}},
+                     {{"counterLimit", "(3 7)"}, {"counterInitial", "-1"}, {"counterStep", "(1 2)"}}),
+              (Made{"(block 0)", "(block 1)"}));
+    EXPECT_EQ(madeOf("fifoDelayBlock",
+                     {{"fifoPortData", "[2] s4.0"}, {"portWrite", "[2] u1.0"}, {"portReady", "[2] u1.0"}},
+                     {{"fifoWireData", ""}}, {{"fifoDepth", "(2 5)"}}),
+              (Made{"(block 0)", "(block 1)"}));
+    EXPECT_EQ(madeOf("counterBlock", {{"portEnable", "[3][2] u1.0"}}, {{"primWireOut", ""}},
+                     {{"counterLimit", "(3 17)"}, {"counterInitial", "0"}, {"counterStep", "1"}})
+                  .size(),
+              12U);
+    EXPECT_EQ(madeOf("registerBlock", {{"0", "[2][3] s4.0"}}, {{"primWireOut", ""}},
+                     {{"registerInitValue", "(vectorRollTag 1 2 3)"}})
+                  .size(),
+              6U);
+}
+
+TEST_F(VectorUnrollersTest, takesTheLayersOfTablesForTheInnermostDimensions) {
+    for (const char *data : {"(vectorRollTag (1 7) (2 8) (3 9))", "((vectorRollTag 1 2 3) 7)"}) {
+        EXPECT_EQ(madeOf("lutBlock", {{"lutPortAddr", "u1.0"}}, {{"primWireOut", ""}},
+                         {{"lutData", data}, {"lutType", "(typeVector 2 (typeVector 3 (typeSFixed 8 0)))"}})
+                      .size(),
+                  6U)
+            << data;
     }
 }
 
