@@ -72,6 +72,18 @@ TEST_F(MemoryRowsTest, holdsAnEntryWhileNoReadIsAllowed) {
     }
 }
 
+TEST_F(MemoryRowsTest, repeatsContentInTheOuterDimensions) {
+    const std::pair<const char *, const char *> cases[] = {{"[2][3] u4.0", "((vectorRollTag 1 2 3) 9)"},
+                                                           {"[3][2] u4.0", "((vectorRollTag 1 2) 9)"}};
+    for (const auto &[type, data] : cases) {
+        Design design(mgr.context());
+        Simulator simulator(design, oneBlock(design, "readAccessLUTBlock", {{"0", "u1.0"}}, {{"primWireOut", type}},
+                                             {{"lutData", data}}));
+        EXPECT_EQ(stepWith(simulator, {0}), type[1] == '2' ? (Numbers{1, 2, 3, 1, 2, 3}) : (Numbers{1, 2, 1, 2, 1, 2}));
+        EXPECT_EQ(stepWith(simulator, {1}), Numbers(6, 9));
+    }
+}
+
 TEST_F(MemoryRowsTest, takesAnyEntryAtOnceWithoutAReadControl) {
     Design design(mgr.context());
     Model &top =

@@ -81,11 +81,67 @@ TEST_F(TableTest, holdsATableForEachElement) {
               (ByName{{"primWireOut[0]", 0}, {"primWireOut[1]", 0}, {"lutWirePureHit", 0}}));
 }
 
+TEST_F(TableTest, takesLayersOfTablesAndEntriesForTheInnermostDimensions) {
+    struct Case {
+        const char *type;
+        const char *data;
+        Numbers atZero;
+    };
+    const char *s8x23 = "(typeVector 2 (typeVector 3 (typeSFixed 8 0)))";
+    const char *s8x32 = "(typeVector 3 (typeVector 2 (typeSFixed 8 0)))";
+    const Case cases[] = {
+        {s8x23, "(vectorRollTag (1 7) (2 8) (3 9))", {1, 2, 3, 1, 2, 3}},
+        {s8x32, "(vectorRollTag (1 7) (2 8))", {1, 2, 1, 2, 1, 2}},
+        {s8x23, "((vectorRollTag 1 2 3) 7)", {1, 2, 3, 1, 2, 3}},
+        {s8x32, "((vectorRollTag 1 2) 7)", {1, 2, 1, 2, 1, 2}},
+        {s8x23, "(vectorRollTag ((vectorRollTag 1 2 3)) ((vectorRollTag 4 5 6)))", {1, 2, 3, 4, 5, 6}},
+        {s8x32,
+         "(vectorRollTag ((vectorRollTag 1 2)) ((vectorRollTag 3 4)) ((vectorRollTag 5 6)))",
+         {1, 2, 3, 4, 5, 6}},
+        {s8x32,
+         "(vectorRollTag (vectorRollTag (1) (2)) (vectorRollTag (3) (4)) (vectorRollTag (5) (6)))",
+         {1, 2, 3, 4, 5, 6}}};
+    for (const Case &row : cases) {
+        Design design(mgr.context());
+        Simulator simulator(design, oneBlock(design, "lutBlock", {{"lutPortAddr", "u1.0"}}, {{"primWireOut", ""}},
+                                             {{"lutData", row.data}, {"lutType", row.type}}));
+        EXPECT_EQ(stepWith(simulator, {0}), row.atZero) << row.data;
+    }
+}
+
 TEST_F(TableTest, refusesAnAddressThatIsNone) {
     Design design(mgr.context());
     Model &top = oneBlock(design, "lutBlock", {{"lutPortAddr", "u2.0"}}, {{"primWireOut", ""}},
                           {{"lutData", "(1 2)"}, {"lutAddresses", "(0 x)"}});
     EXPECT_EQ(refusal(design, top), "an address is no integer top/block");
+}
+
+class RolledTest : public test::SimulatorFixture {};
+
+TEST_F(RolledTest, constantsRepeatInTheOuterDimensions) {
+    struct Case {
+        const char *type;
+        const char *value;
+        Numbers elements;
+    };
+    const Case cases[] = {
+        {"(typeVector 2 (typeVector 3 (typeSFixed 8 0)))", "(vectorRollTag 1 2 3)", {1, 2, 3, 1, 2, 3}},
+        {"(typeVector 3 (typeVector 2 (typeSFixed 8 0)))", "(vectorRollTag 1 2)", {1, 2, 1, 2, 1, 2}},
+        {"(typeVector 2 (typeVector 2 (typeSFixed 8 0)))", "(vectorRollTag 1 2)", {1, 2, 1, 2}}};
+    for (const Case &row : cases) {
+        Design design(mgr.context());
+        Simulator simulator(design, oneBlock(design, "constBlock", {}, {{"primWireOut", ""}},
+                                             {{"constValue", row.value}, {"constType", row.type}}));
+        EXPECT_EQ(stepWith(simulator, {}), row.elements) << row.type;
+    }
+}
+
+TEST_F(RolledTest, countersRepeatInTheOuterDimensions) {
+    Design design(mgr.context());
+    Simulator simulator(design,
+                        oneBlock(design, "counterBlock", {{"portEnable", "[3][2] u1.0"}}, {{"primWireOut", ""}},
+                                 {{"counterLimit", "(3 5)"}, {"counterInitial", "(1 3)"}, {"counterStep", "(1 2)"}}));
+    EXPECT_EQ(stepWith(simulator, {1, 1, 0, 1, 1, 0}), (Numbers{2, 0, 1, 0, 2, 3}));
 }
 
 class RegisterTest : public test::SimulatorFixture {};
@@ -102,6 +158,9 @@ TEST_F(RegisterTest, beginsWithItsInitialValue) {
                           {"[2] s8.0", "7", {7, 7}},
                           {"[2] c s8.0", "(vectorRollTag (complexRollTag 1 -2) 3)", {1, -2, 3, 0}},
                           {"[2][2] u4.0", "(vectorRollTag (vectorRollTag 1 2) 3)", {1, 2, 3, 3}},
+                          {"[2][3] u4.0", "(vectorRollTag 1 2 3)", {1, 2, 3, 1, 2, 3}},
+                          {"[3][2] u4.0", "(vectorRollTag 1 2)", {1, 2, 1, 2, 1, 2}},
+                          {"[3] u4.0", "(vectorRollTag 1 2)", {1, 2, 2}},
                           {"{s4.0,[2] u4.0}", "(-1 (vectorRollTag 2 3))", {-1, 2, 3}}};
     for (const Case &row : cases) {
         Design design(mgr.context());

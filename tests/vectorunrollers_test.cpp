@@ -6,28 +6,47 @@
 #include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
 
+#include <orvo/blockclass.h>
 #include <orvo/blocksinfo.h>
+#include <orvo/nonsblocks.h>
 #include <orvo/pass.h>
-#include <orvo/typeinfer.h>
 
+#include <map>
 #include <set>
 
 namespace orvo {
 namespace {
 
-TEST(VectorUnrollers, speaksOfEveryTypeThatHasATypeRule) {
+TEST(VectorUnrollers, speaksOfEveryTypeOfTheCatalogue) {
     ContextMgr mgr;
-    std::set<std::string> told;
+    std::map<std::string, const internal::VectorUnrollRow *> told;
     for (const internal::VectorUnrollRow &row : internal::vectorUnrollRows()) {
-        EXPECT_TRUE(told.insert(row.blockType->text()).second) << row.blockType->text();
+        EXPECT_TRUE(told.emplace(row.blockType->text(), &row).second) << row.blockType->text();
         EXPECT_NE(std::string(row.summary), "");
     }
-    for (const auto &[name, text] : getBlocksInfo().mappings()) {
-        const PureValueRef type = StringValue::get(text, mgr.context());
-        if (name.find("_BLOCK") != std::string::npos && typeRuleSummary(type.get_ptr()) != nullptr) {
-            EXPECT_EQ(told.count(text), 1U) << name;
+    NONSBlockMap variants;
+    variants.populate();
+    std::size_t types = 0;
+    for (const auto &[name, info] : getBlocksInfo().blocks()) {
+        const std::string *text = getBlocksInfo().findMapping(name);
+        if (text == nullptr) {
+            continue; // an entry that stands for no type
         }
+        ++types;
+        const ValueRef type = StringValue::get(*text, mgr.context());
+        const bool isVariant = name[0] == 'U';
+        const auto partner = variants.lookup(type);
+        ASSERT_TRUE(!isVariant || partner) << name;
+        const ValueRef plain = isVariant ? Value::parse(partner->toString(), mgr.context()) : type;
+        const auto row = told.find(plain->toString());
+        ASSERT_NE(row, told.end()) << name;
+        const auto handlerOf = [&](const ValueRef &of) {
+            return mgr.context()->getBlockClass(of)->get<VectorUnrollHandler>();
+        };
+        EXPECT_EQ(handlerOf(type) != nullptr, row->second->handler != nullptr) << name;
+        EXPECT_EQ(handlerOf(type), handlerOf(plain)) << name;
     }
+    EXPECT_GT(types, 280U);
 }
 
 class VectorUnrollersTest : public test::SimulatorFixture {
@@ -35,26 +54,14 @@ class VectorUnrollersTest : public test::SimulatorFixture {
     /// Unrolls the block, which must compute the same, and gives the names of what is new in its place, but for what
     /// joins it.
     std::set<std::string> madeOf(const std::string &type, const Texts &inputs, const Texts &outputs,
-                                 const Texts &params = {}, bool simulates = true) {
-        Design before(mgr.context());
-        Design after(mgr.context());
-        oneBlock(before, type, inputs, outputs, params);
-        Model &model = oneBlock(after, type, inputs, outputs, params);
+                                 const Texts &params = {}) {
+        Design design(mgr.context());
+        const Model &model = unrolled(design, type, inputs, outputs, params);
+        // What stood there before.
+        Design other(mgr.context());
         std::set<std::string> old;
-        for (const Block &block : model) {
+        for (const Block &block : oneBlock(other, type, inputs, outputs, params)) {
             old.insert(block.getName()->toString());
-        }
-        test::HeardMessages heard(mgr.context());
-        PassScheduler scheduler;
-        scheduler.addPass("UnrollVectorPass");
-        scheduler.addPass("ElideUnpackPass");
-        scheduler.apply(after);
-        EXPECT_EQ(heard.take(), std::vector<std::string>());
-        EXPECT_TRUE(test::checkInvariants(after));
-        if (simulates) {
-            sim::CompareOptions options;
-            options.cycles = 100;
-            test::expectSameBehaviour(before, after, model.getName()->toString(), options);
         }
         std::set<std::string> made;
         for (const Block &block : model) {
@@ -64,6 +71,27 @@ class VectorUnrollersTest : public test::SimulatorFixture {
             }
         }
         return made;
+    }
+    static void unrollVectors(Design &design) {
+        test::HeardMessages heard(design.getContext());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollVectorPass");
+        scheduler.addPass("ElideUnpackPass");
+        scheduler.apply(design);
+        EXPECT_EQ(heard.take(), std::vector<std::string>());
+        EXPECT_TRUE(test::checkInvariants(design));
+    }
+    /// A model of one block after the pass, which computes what it did.
+    Model &unrolled(Design &design, const std::string &type, const Texts &inputs, const Texts &outputs,
+                    const Texts &params = {}) {
+        Design before(mgr.context());
+        oneBlock(before, type, inputs, outputs, params);
+        Model &model = oneBlock(design, type, inputs, outputs, params);
+        unrollVectors(design);
+        sim::CompareOptions options;
+        options.cycles = 100;
+        test::expectSameBehaviour(before, design, model.getName()->toString(), options);
+        return model;
     }
     static bool joinsLanes(const std::string &name) {
         return name.find("((block") == 0 &&
@@ -181,18 +209,44 @@ TEST_F(VectorUnrollersTest, givesEachLaneItsTable) {
 TEST_F(VectorUnrollersTest, numbersTheOutputsOfADemultiplexerThrough) {
     Design design(mgr.context());
     Model &model =
-        oneBlock(design, "demuxBlock", {{"demuxPortData", "[2] s4.0"}, {"portValid", "u1.0"}, {"portChannel", "u1.0"}},
-                 {{"0", ""}, {"1", ""}, {"2", ""}, {"3", ""}}, {{"demuxChannelCount", "2"}});
-    PassScheduler scheduler;
-    scheduler.addPass("UnrollVectorPass");
-    scheduler.apply(design);
-    EXPECT_TRUE(test::checkInvariants(design));
-    for (const char *lane : {"(block vunroll 0)", "(block vunroll 1)"}) {
+        unrolled(design, "demuxBlock", {{"demuxPortData", "[3] s4.0"}, {"portValid", "u1.0"}, {"portChannel", "u1.0"}},
+                 {{"0", ""}, {"1", ""}, {"2", ""}, {"3", ""}, {"5", ""}}, {{"demuxChannelCount", "2"}});
+    const std::pair<const char *, std::size_t> lanes[] = {
+        {"(block vunroll 0)", 2}, {"(block vunroll 1)", 2}, {"(block vunroll 2)", 1}};
+    for (const auto &[lane, outputs] : lanes) {
         const Block *block = model.getBlock(value(lane));
         ASSERT_NE(block, nullptr) << lane;
-        EXPECT_EQ(block->getWireCount(), 2U);
+        EXPECT_EQ(block->getWireCount(), outputs);
         EXPECT_NE(block->getPort(A_PORT_VALID), nullptr);
         EXPECT_NE(block->getPort(A_PORT_CHANNEL), nullptr);
+    }
+}
+
+TEST_F(VectorUnrollersTest, givesLanesTheirOwnSettings) {
+    EXPECT_EQ(madeOf("sequenceBlock", {{"portEnable", "[2] u1.0"}}, {{"primWireOut", ""}},
+                     {{"counterLimit", "(3 7)"}, {"counterInitial", "-1"}, {"counterStep", "(1 2)"}}),
+              (Made{"(block 0)", "(block 1)"}));
+    EXPECT_EQ(madeOf("fifoDelayBlock",
+                     {{"fifoPortData", "[2] s4.0"}, {"portWrite", "[2] u1.0"}, {"portReady", "[2] u1.0"}},
+                     {{"fifoWireData", ""}}, {{"fifoDepth", "(2 5)"}}),
+              (Made{"(block 0)", "(block 1)"}));
+    EXPECT_EQ(madeOf("counterBlock", {{"portEnable", "[3][2] u1.0"}}, {{"primWireOut", ""}},
+                     {{"counterLimit", "(3 17)"}, {"counterInitial", "0"}, {"counterStep", "1"}})
+                  .size(),
+              12U);
+    EXPECT_EQ(madeOf("registerBlock", {{"0", "[2][3] s4.0"}}, {{"primWireOut", ""}},
+                     {{"registerInitValue", "(vectorRollTag 1 2 3)"}})
+                  .size(),
+              6U);
+}
+
+TEST_F(VectorUnrollersTest, takesTheLayersOfTablesForTheInnermostDimensions) {
+    for (const char *data : {"(vectorRollTag (1 7) (2 8) (3 9))", "((vectorRollTag 1 2 3) 7)"}) {
+        EXPECT_EQ(madeOf("lutBlock", {{"lutPortAddr", "u1.0"}}, {{"primWireOut", ""}},
+                         {{"lutData", data}, {"lutType", "(typeVector 2 (typeVector 3 (typeSFixed 8 0)))"}})
+                      .size(),
+                  6U)
+            << data;
     }
 }
 
@@ -202,6 +256,111 @@ TEST_F(VectorUnrollersTest, keepsNamedPortsOnOneBlock) {
                      {{"latencyPlaceholderTypemap",
                        "((x (typeVector 2 (typeSFixed 4 0))) (y (typeVector 3 (typeSFixed 4 0))))"}}),
               Made{});
+}
+
+TEST_F(VectorUnrollersTest, givesDataOfARegionNumbersOfTheirOwn) {
+    struct Case {
+        const char *type;
+        const char *in;
+        const char *out;
+    };
+    const Case cases[] = {{"stallenterBlock", "stallenterPortkeyDataBack", "stallenterWirekeyDataFront"},
+                          {"stallexitBlock", "stallexitPortkeyDataBack", "stallexitWirekeyDataFront"},
+                          {"stallregBlock", "stallregPortkeyDataBack", "stallregWirekeyDataFront"}};
+    for (const Case &row : cases) {
+        const auto in = [&](int number) { return "(" + std::string(row.in) + " " + std::to_string(number) + ")"; };
+        const auto out = [&](int number) { return "(" + std::string(row.out) + " " + std::to_string(number) + ")"; };
+        Design design(mgr.context());
+        Model &model = unrolled(design, row.type,
+                                {{in(0).c_str(), "[4] s4.0"}, {in(2).c_str(), "s4.0"}, {in(7).c_str(), "[2][3] u3.0"}},
+                                {{out(0).c_str(), ""}, {out(2).c_str(), ""}, {out(7).c_str(), ""}});
+        const Block &block = *model.getBlock(value("block"));
+        Made ports;
+        for (const Port &port : block.ports()) {
+            ports.insert(port.getName()->toString());
+        }
+        Made wires;
+        for (const Wire &wire : block) {
+            wires.insert(wire.getName()->toString());
+        }
+        Made wantedPorts{in(2)};
+        Made wantedWires{out(2)};
+        for (int number = 8; number < 8 + 4 + 6; ++number) {
+            wantedPorts.insert(in(number));
+            wantedWires.insert(out(number));
+        }
+        EXPECT_EQ(ports, wantedPorts) << row.type;
+        EXPECT_EQ(wires, wantedWires) << row.type;
+    }
+}
+
+TEST_F(VectorUnrollersTest, leavesARegionAloneWhoseValidIsAVector) {
+    Design design(mgr.context());
+    oneBlock(design, "stallregBlock",
+             {{"(stallregPortkeyValidBack 0)", "[2] u1.0"}, {"(stallregPortkeyDataBack 0)", "[2] s4.0"}},
+             {{"(stallregWirekeyDataFront 0)", ""}});
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollVectorPass");
+    scheduler.apply(design);
+    EXPECT_EQ(heard.take(), std::vector<std::string>{"UNVEC_INVALID_EXPAND_TYPE block=/top/block"});
+}
+
+TEST_F(VectorUnrollersTest, keepsFiltersWhole) {
+    const char *valid = "portValid";
+    const Texts fir{{"firCoefs", "(3 -7 2 5)"}, {"firChannelCount", "4"}, {"firDecimFactor", "2"}};
+    EXPECT_EQ(madeOf("firBlock", {{valid, "u1.0"}, {"0", "[2] s8.0"}, {"1", "[2] s8.0"}},
+                     {{"0", ""}, {"1", ""}, {"wireValid", ""}, {"wireChannel", ""}}, fir),
+              Made{});
+    EXPECT_EQ(madeOf("firBlock", {{valid, "u1.0"}, {"0", "[2][3] s8.0"}}, {{"0", ""}, {"wireValid", ""}},
+                     {{"firCoefs", "(3 -7 2 5)"}, {"firInterpFactor", "2"}}),
+              Made{});
+    const Texts cic{
+        {"cicScaleType", "cicScaleDecim"}, {"cicRateFactor", "3"}, {"cicStageCount", "2"}, {"cicDelayCount", "1"},
+        {"cicChannelCount", "1"},          {"cicInputRate", "1"}};
+    EXPECT_EQ(madeOf("cicBlock", {{valid, "u1.0"}, {"0", "[3] s6.0"}}, {{"0", ""}, {"wireValid", ""}}, cic), Made{});
+    EXPECT_EQ(madeOf("scaleBlock", {{valid, "u1.0"}, {"0", "[2] s8.4"}, {"1", "[2] s3.0"}},
+                     {{"scaleWireData", ""}, {"0", ""}, {"primWireAux", ""}},
+                     {{"scaleOutputType", "(typeSFixed 6 2)"}}),
+              Made{});
+    EXPECT_EQ(madeOf("mixerBlock", {{valid, "u1.0"}, {"0", "[3] s8.0"}, {"1", "s5.3"}}, {{"0", ""}, {"wireValid", ""}}),
+              Made{});
+    EXPECT_EQ(madeOf("mixerBlock", {{valid, "u1.0"}, {"0", "[3] s8.0"}, {"1", "[3] s5.3"}, {"2", "[3] s5.3"}},
+                     {{"0", ""}, {"1", ""}}),
+              Made{});
+    EXPECT_EQ(madeOf("chanviewBlock", {{valid, "u1.0"}, {"0", "[3] s8.0"}}, {{"0", ""}, {"wireValid", ""}}), Made{});
+    EXPECT_EQ(madeOf("sharedFifoBlock", {{valid, "u1.0"}, {"portReady", "u1.0"}, {"0", "[3] s8.0"}, {"2", "u5.0"}},
+                     {{"0", ""}, {"2", ""}, {"wireValid", ""}}, {{"fifoDepth", "4"}}),
+              Made{});
+}
+
+TEST_F(VectorUnrollersTest, namesTheLanesOfAFilter) {
+    Design design(mgr.context());
+    Model &model = unrolled(design, "firBlock", {{"portValid", "u1.0"}, {"0", "[2] s8.0"}}, {{"0", ""}},
+                            {{"firCoefs", "(3 -7 2 5)"}});
+    const Block &block = *model.getBlock(value("block"));
+    EXPECT_EQ(block.getPort(value("0")), nullptr);
+    EXPECT_EQ(block.getWire(value("0")), nullptr);
+    for (const char *lane : {"(0 0)", "(0 1)"}) {
+        EXPECT_NE(block.getPort(value(lane)), nullptr) << lane;
+        EXPECT_NE(block.getWire(value(lane)), nullptr) << lane;
+    }
+}
+
+TEST_F(VectorUnrollersTest, takesAnOscillatorOfSeveralChannelsApart) {
+    Design before(mgr.context());
+    Design after(mgr.context());
+    for (Design *design : {&before, &after}) {
+        Model &model =
+            oneBlock(*design, "ncoBlock", {{"portValid", "u1.0"}, {"0", "u8.0"}, {"1", "u8.0"}},
+                     {{"ncoWireSin", ""}, {"ncoWireCos", ""}},
+                     {{"ncoAccumBitCount", "8"}, {"ncoOutputRate", "20"}, {"ncoOutputType", "(typeSFixed 2 6)"}});
+        model.setParam(A_SYNTH_CLOCK_FREQ, value("10"));
+    }
+    unrollVectors(after);
+    test::expectSameBehaviour(before, after);
+    const Block &block = *after.begin()->getBlock(value("block"));
+    EXPECT_NE(block.getWire(value("(ncoWireSin 1)")), nullptr);
 }
 
 TEST_F(VectorUnrollersTest, pinsEachLane) {

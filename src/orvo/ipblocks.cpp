@@ -7,6 +7,8 @@
 #include <climits>
 #include <cmath>
 #include <limits>
+#include <map>
+#include <optional>
 
 namespace orvo::internal {
 
@@ -98,13 +100,59 @@ void setBusControls(TypeInferAPI2 &api) {
     }
 }
 
-void setNumberedWires(TypeInferAPI2 &api, const NumTypeSpec &type, int count = INT_MAX) {
+/// What a lane of a signal, under (name, lane), belongs to; null for any other name.
+PureValueRef wholeOf(const PureValueRef &name) {
+    const PureTupleValueRef tuple = pureTupleVR(name);
+    return tuple && tuple->size() == 2 && tuple->at(1)->kind() == CoreType::Number ? PureValueRef(tuple->at(0))
+                                                                                   : PureValueRef();
+}
+
+bool isDataNumber(const PureValueRef &name, int count) {
+    const NumberValueRef number = numberVR(name);
+    return number && number->isInt() && number->toInt() >= 0 && number->toInt() < count;
+}
+
+NumTypeSpec laneType(NumTypeSpec type) {
+    type.stripVectors();
+    return type;
+}
+
+/// Sets a signal's type, and that of its elements on its lanes.
+template <class Is> void setWiresWhere(TypeInferAPI2 &api, const NumTypeSpec &type, Is isMeant) {
     for (NameEnumerator wires = api.getWireNames(); wires.next();) {
-        const NumberValueRef number = numberVR(wires.get());
-        if (number && number->isInt() && number->toInt() >= 0 && number->toInt() < count) {
-            setWire(api, wires.get(), type);
+        const PureValueRef whole = wholeOf(wires.get());
+        if (isMeant(whole ? whole : wires.get())) {
+            setWire(api, wires.get(), whole ? laneType(type) : type);
         }
     }
+}
+
+void setNumberedWires(TypeInferAPI2 &api, const NumTypeSpec &type, int count = INT_MAX) {
+    setWiresWhere(api, type, [count](const PureValueRef &name) { return isDataNumber(name, count); });
+}
+
+void setDataWire(TypeInferAPI2 &api, const StaticString &data, const NumTypeSpec &type) {
+    setWiresWhere(api, type, [&data](const PureValueRef &name) { return name == data; });
+}
+
+/// The numbered data of a block, whole and in lanes, by number.
+std::multimap<int, PureValueRef> dataPorts(const TypeInferAPI2 &api) {
+    std::multimap<int, PureValueRef> ports;
+    for (const Port &port : api.getBlock().ports()) {
+        const PureValueRef name = port.getName();
+        const PureValueRef whole = wholeOf(name);
+        if (isDataNumber(whole ? whole : name, INT_MAX)) {
+            ports.emplace(numberVR(whole ? whole : name)->toInt(), name);
+        }
+    }
+    return ports;
+}
+
+/// The type of numbered data, or that of its first lane where it was taken apart.
+NumTypeSpec dataSpec(TypeInferAPI2 &api, int number) {
+    const auto ports = dataPorts(api);
+    const auto at = ports.lower_bound(number);
+    return at == ports.end() || at->first != number ? NumTypeSpec() : portSpec(api, at->second);
 }
 
 /// Rules of blocks whose data is sized by parameters: the controls are known from the start.
@@ -116,7 +164,7 @@ class ChannelledTypeHandler : public TypeInferHandler2 {
 class CICTypeHandler final : public ChannelledTypeHandler {
   public:
     void inferForward(TypeInferAPI2 &api) const override {
-        NumTypeSpec type = portSpec(api, numberKey(api, 0));
+        NumTypeSpec type = dataSpec(api, 0);
         type.requireFixed();
         const int rate = paramInt(api, A_CIC_RATE_FACTOR, 1);
         const int stages = paramInt(api, A_CIC_STAGE_COUNT, 1);
@@ -140,7 +188,7 @@ class CICTypeHandler final : public ChannelledTypeHandler {
         if (count > 1) {
             type.addVector(count);
         }
-        setWire(api, A_CIC_WIRE_DATA, type);
+        setDataWire(api, A_CIC_WIRE_DATA, type);
     }
 
   private:
@@ -168,7 +216,7 @@ class FIRTypeHandler final : public ChannelledTypeHandler {
         }
     }
     void inferForward(TypeInferAPI2 &api) const override {
-        NumTypeSpec type = portSpec(api, numberKey(api, 0));
+        NumTypeSpec type = dataSpec(api, 0);
         type.requireFixed();
         NumTypeSpec coefficient = paramType(api, A_FIR_COEFS_TYPE);
         if (!coefficient.valid()) {
@@ -207,9 +255,9 @@ class ScaleTypeHandler final : public ChannelledTypeHandler {
   public:
     void inferForward(TypeInferAPI2 &api) const override {
         NumTypeSpec type = paramType(api, A_SCALE_OUTPUT_TYPE);
-        type.mergeVectors(portSpec(api, numberKey(api, 0)));
+        type.mergeVectors(dataSpec(api, 0));
         setNumberedWires(api, type);
-        setWire(api, A_SCALE_WIRE_DATA, type);
+        setDataWire(api, A_SCALE_WIRE_DATA, type);
         setWire(api, A_PRIM_WIRE_AUX, type.valid() ? NumTypeSpec::boolean() : NumTypeSpec());
     }
 };
@@ -219,11 +267,12 @@ class MixerTypeHandler final : public ChannelledTypeHandler {
     void inferForward(TypeInferAPI2 &api) const override {
         NumTypeSpec data;
         NumTypeSpec oscillator;
-        int ports = 0;
+        std::optional<int> first;
         // Data comes first, the oscillator's values behind it.
-        forNumberedPorts(api.getBlock(), [&](int, const Port &port) {
-            (ports++ == 0 ? data : oscillator) = NumTypeSpec(api.getPortType(port.getName()), contextOf(api));
-        });
+        for (const auto &[number, name] : dataPorts(api)) {
+            first = first ? first : number;
+            (number == first ? data : oscillator) = portSpec(api, name);
+        }
         data.requireFixed();
         oscillator.requireFixed();
         NumTypeSpec type = NumTypeSpec::typeOp(data, oscillator, TYPE_OP_MUL);
@@ -253,8 +302,8 @@ class NCOTypeHandler final : public ChannelledTypeHandler {
         if (channels > 1) {
             type.addVector(channels);
         }
-        setWire(api, A_NCO_WIRE_COS, type);
-        setWire(api, A_NCO_WIRE_SIN, type);
+        setDataWire(api, A_NCO_WIRE_COS, type);
+        setDataWire(api, A_NCO_WIRE_SIN, type);
     }
 };
 
@@ -266,9 +315,9 @@ class ThroughTypeHandler : public ChannelledTypeHandler {
         setPort(api, A_PORT_READY, NumTypeSpec::boolean());
     }
     void inferForward(TypeInferAPI2 &api) const override {
-        forNumberedPorts(api.getBlock(), [&](int, const Port &port) {
-            api.setWireType(port.getName(), api.getPortType(port.getName()));
-        });
+        for (const auto &[number, name] : dataPorts(api)) {
+            api.setWireType(name, api.getPortType(name));
+        }
     }
 };
 

@@ -6,6 +6,7 @@
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/logging.h>
+#include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
 
 #include <fmt/format.h>
@@ -789,6 +790,107 @@ class DemuxVectorUnroller final : public VectorUnroller {
     std::vector<Block *> mSubstitutes;
 };
 
+/// Filters and oscillators. Their data goes by number, and what a lane of it becomes is known by its number and lane.
+class IPVectorUnroller final : public BoundaryVectorUnroller {
+  public:
+    using BoundaryVectorUnroller::BoundaryVectorUnroller;
+    bool canUnroll() const override { return !namesClash(); }
+};
+
+/// Data of a region that can stall. The block stays one, so that all of it moves together; each lane gets a number of
+/// its own, the same before the block and behind it.
+class StallBoundaryVectorUnroller final : public VectorUnroller {
+  public:
+    explicit StallBoundaryVectorUnroller(Block &block) : mBlock(block) {
+        for (const Keys &keys : kKeys) {
+            mKeys = block.type() == keys.type->get_ptr() ? &keys : mKeys;
+        }
+        ORVO_ASSERT(mKeys != nullptr, "a block is taken for one at which a region can stall");
+    }
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        return look(wire.getName(), *mKeys->dataOut, vectors);
+    }
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        return look(port.getName(), *mKeys->dataIn, vectors);
+    }
+    bool canUnroll() const override { return !mHasOtherVectors; }
+    void preAttach(const VectorDecorSpec &) override {
+        int next = 0;
+        const auto skip = [&next](const PureValueRef &name) {
+            const PureTupleValueRef tuple = pureTupleVR(name);
+            const NumberValueRef number = tuple && tuple->size() == 2 ? numberVR(tuple->at(1)) : NumberValueRef();
+            next = number && number->isInt() ? std::max(next, number->toInt() + 1) : next;
+        };
+        for (const Port &port : mBlock.ports()) {
+            skip(port.getName());
+        }
+        for (const Wire &wire : mBlock) {
+            skip(wire.getName());
+        }
+        for (auto &[number, signal] : mSignals) {
+            signal.first = next;
+            next += static_cast<int>(signal.lanes);
+        }
+    }
+    void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
+        const MaybePort attached(mBlock, laneName(port.getName(), lanes, indices));
+        attached.setWire(driver);
+        addAttachedPort(attached);
+    }
+    Wire *attachWire(Wire &wire, const VectorDecorSpec &lanes, const std::vector<int> &indices,
+                     const std::vector<MaybePort> &readers) override {
+        Wire *lane = Wire::create(mBlock, laneName(wire.getName(), lanes, indices));
+        OrvoUtils::copyParams(*lane, wire);
+        connect(readers, *lane);
+        return lane;
+    }
+    void postAttach() override {
+        for (const auto &[number, signal] : mSignals) {
+            mBlock.setParam(PureTupleValue::get(*mKeys->dataIn, number, mBlock.getContext()), nullptr);
+            delete mBlock.getWire(PureTupleValue::get(*mKeys->dataOut, number, mBlock.getContext()));
+        }
+    }
+
+  private:
+    struct Keys {
+        const StaticString *type;
+        const StaticString *dataIn;
+        const StaticString *dataOut;
+    };
+    static constexpr Keys kKeys[] = {
+        {&A_STALLENTER_BLOCK, &A_STALLENTER_PORTKEY_DATA_BACK, &A_STALLENTER_WIREKEY_DATA_FRONT},
+        {&A_STALLEXIT_BLOCK, &A_STALLEXIT_PORTKEY_DATA_BACK, &A_STALLEXIT_WIREKEY_DATA_FRONT},
+        {&A_STALLREG_BLOCK, &A_STALLREG_PORTKEY_DATA_BACK, &A_STALLREG_WIREKEY_DATA_FRONT},
+    };
+    struct Signal {
+        std::size_t lanes = 1;
+        int first = 0;
+    };
+
+    VectorUnrollKind look(const PureValueRef &name, const StaticString &key, const VectorDecorSpec &vectors) {
+        const PureTupleValueRef tuple = pureTupleVR(name);
+        const bool isData = tuple && tuple->size() == 2 && tuple->at(0) == key;
+        mHasOtherVectors = mHasOtherVectors || (!isData && vectors.isVector());
+        if (!isData || !vectors.isVector()) {
+            return VectorUnrollKind::Leave;
+        }
+        mSignals[tuple->at(1)].lanes = vectors.elementCount();
+        return VectorUnrollKind::Own;
+    }
+    PureValueRef laneName(const PureValueRef &name, const VectorDecorSpec &lanes,
+                          const std::vector<int> &indices) const {
+        const PureTupleValueRef tuple = pureTupleVR(name);
+        const auto first = static_cast<std::size_t>(mSignals.at(tuple->at(1)).first);
+        return PureTupleValue::get(tuple->at(0), numberOf(first + lanes.elementIndex(indices)), mBlock.getContext());
+    }
+
+    Block &mBlock;
+    const Keys *mKeys = nullptr;
+    bool mHasOtherVectors = false;
+    /// By the old numbers.
+    std::map<PureValueRef, Signal, DeepValueCmp> mSignals;
+};
+
 /// The map of types names the lanes.
 class LatencyPlaceholderVectorUnroller final : public BoundaryVectorUnroller {
   public:
@@ -827,6 +929,11 @@ template <class U> const VectorUnrollHandler *handler() {
 
 constexpr const char *kLane = "one block a lane";
 constexpr const char *kNames = "one block with a port and a wire a lane";
+constexpr const char *kScalars = "all its signals are single numbers";
+constexpr const char *kOutside = "what is outside knows its signals by their names";
+constexpr const char *kWords = "a word of the bus is one number";
+constexpr const char *kTag = "the ends of a tag have no names for lanes; a tag goes before vectors do";
+constexpr const char *kTransform = "a part of a transform, whose lanes are those of the blocks that it is made of";
 constexpr const char *kOne = "one block for all elements of the outermost dimension";
 
 // clang-format off
@@ -885,7 +992,7 @@ const VectorUnrollRow kRows[] = {
     {&A_UNBIASED_ROUND_BLOCK, defaultHandler, kLane},
     {&A_CONST_BLOCK, handler<ConstVectorUnroller>, kLane},
     {&A_DIVIDE_BLOCK, defaultHandler, kLane},
-    {&A_MOD_MULT_BLOCK, handler<WideningVectorUnroller>, kLane},
+    {&A_MOD_MULT_BLOCK, defaultHandler, kLane},
     {&A_CONSTMULT_BLOCK, handler<WideningVectorUnroller>, kLane},
     {&A_CONSTDIV_BLOCK, handler<WideningVectorUnroller>, kLane},
     {&A_RAW_SHIFT_BLOCK, defaultHandler, kLane},
@@ -946,8 +1053,8 @@ const VectorUnrollRow kRows[] = {
     {&A_LUT_BLOCK, handler<LUTVectorUnroller>, "one table a lane, with its own contents"},
     {&A_SYNC_REGISTER_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
     {&A_FIFO_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
-    {&A_FIFO_DELAY_BLOCK, defaultHandler, kLane},
-    {&A_SEQUENCE_BLOCK, defaultHandler, kLane},
+    {&A_FIFO_DELAY_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
+    {&A_SEQUENCE_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
     {&A_COUNTER_BLOCK, handler<WideningVectorUnroller>, kLane},
     {&A_LD_COUNTER_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
     {&A_LOOP_BLOCK, nullptr, "limits and counts are scalar"},
@@ -978,30 +1085,121 @@ const VectorUnrollRow kRows[] = {
     {&A_AUNPACK_BLOCK, nullptr, "what joins lanes stays"},
     {&A_UNSCHED_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
     {&A_BOUNDARY_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
-    {&A_HIDDEN_IFACE_BLOCK, nullptr, "what is outside knows its signals by their names"},
-    {&A_EXT_IFACE_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_HIDDEN_IFACE_BLOCK, nullptr, kOutside},
+    {&A_EXT_IFACE_BLOCK, nullptr, kOutside},
     {&A_LATENCY_PLACEHOLDER_BLOCK, handler<LatencyPlaceholderVectorUnroller>, "one block with a port and a wire a lane"},
     {&A_SCHEDULED_MODEL_BLOCK, nullptr, "its ports follow the mappings of the scheduled model"},
     {&A_UNSUPPORTED_BLOCK, nullptr, "nothing is known of what it computes"},
-    {&A_STALLREG_BLOCK, nullptr, "its data are numbered"},
-    {&A_STALLENABLE_BLOCK, nullptr, "its data are numbered"},
-    {&A_STALLENTER_BLOCK, nullptr, "its data are numbered"},
-    {&A_STALLEXIT_BLOCK, nullptr, "its data are numbered"},
-    {&A_STALLVALID_CONNECTOR_BLOCK, nullptr, "all its signals are scalar"},
-    {&A_ENABLE_SINK_BLOCK, nullptr, "all its signals are scalar"},
-    {&A_ENABLE_SRC_BLOCK, nullptr, "all its signals are scalar"},
-    {&A_READY_BLOCK, nullptr, "all its signals are scalar"},
-    {&A_ECC_SRC_BLOCK, nullptr, "all its signals are scalar"},
+    {&A_STALLREG_BLOCK, handler<StallBoundaryVectorUnroller>, "one block with a number a lane"},
+    {&A_STALLENABLE_BLOCK, nullptr, "it carries conditions of whole regions and no data"},
+    {&A_STALLENTER_BLOCK, handler<StallBoundaryVectorUnroller>, "one block with a number a lane"},
+    {&A_STALLEXIT_BLOCK, handler<StallBoundaryVectorUnroller>, "one block with a number a lane"},
+    {&A_STALLVALID_CONNECTOR_BLOCK, nullptr, kScalars},
+    {&A_ENABLE_SINK_BLOCK, nullptr, kScalars},
+    {&A_ENABLE_SRC_BLOCK, nullptr, kScalars},
+    {&A_READY_BLOCK, nullptr, kScalars},
+    {&A_ECC_SRC_BLOCK, nullptr, kScalars},
     {&A_PIPE_BLOCK, defaultHandler, kLane},
     {&A_FIXED_MFUNC_BLOCK, defaultHandler, kLane},
     {&A_FLOAT_MFUNC_BLOCK, defaultHandler, kLane},
-    {&A_CIC_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_FIR_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_SCALE_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_MIXER_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_NCO_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_CHANVIEW_BLOCK, nullptr, "its lanes carry channels of one computation"},
-    {&A_SHARED_FIFO_BLOCK, nullptr, "its lanes carry channels of one computation"},
+    {&A_CIC_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_FIR_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_SCALE_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_MIXER_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_NCO_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_CHANVIEW_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_SHARED_FIFO_BLOCK, handler<IPVectorUnroller>, kNames},
+    {&A_VFFTCORE_BLOCK, nullptr, kTransform},
+    {&A_FFTCORE_BLOCK, nullptr, kTransform},
+    {&A_BITREVCORE_BLOCK, nullptr, kTransform},
+    {&A_VBITREVCORE_BLOCK, nullptr, kTransform},
+    {&A_VFFT_BLOCK, nullptr, kTransform},
+    {&A_FFT_BLOCK, nullptr, kTransform},
+    {&A_BITREV_BLOCK, nullptr, kTransform},
+    {&A_VBITREV_BLOCK, nullptr, kTransform},
+    {&A_FFT_LIGHT_BLOCK, nullptr, kTransform},
+    {&A_VFFT_PIPE_BLOCK, nullptr, kTransform},
+    {&A_VFFT2_BLOCK, nullptr, kTransform},
+    {&A_FFT2_BLOCK, nullptr, kTransform},
+    {&A_VFFT4_BLOCK, nullptr, kTransform},
+    {&A_FFT4_BLOCK, nullptr, kTransform},
+    {&A_TRIVIAL_TWIDDLE_BLOCK, nullptr, kTransform},
+    {&A_VTWIDDLE_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLE_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLE_ANGLE_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLE_ROM_BLOCK, nullptr, kTransform},
+    {&A_READ_ACCESS_LUT_BLOCK, nullptr, kTransform},
+    {&A_XSWITCH_BLOCK, nullptr, kTransform},
+    {&A_TALM1_BLOCK, nullptr, kTransform},
+    {&A_TAL1N_BLOCK, nullptr, kTransform},
+    {&A_TALM2_BLOCK, nullptr, kTransform},
+    {&A_TAL2N_BLOCK, nullptr, kTransform},
+    {&A_TA0MN_BLOCK, nullptr, kTransform},
+    {&A_TALMN_BLOCK, nullptr, kTransform},
+    {&A_VECTOR_FANOUT_BLOCK, nullptr, kTransform},
+    {&A_DELAY_VALID_BLOCK, nullptr, kTransform},
+    {&A_BFU_BLOCK, nullptr, kTransform},
+    {&A_BFU_SHORT_BLOCK, nullptr, kTransform},
+    {&A_BFU_LONG_BLOCK, nullptr, kTransform},
+    {&A_TRANSPOSE_BLOCK, nullptr, kTransform},
+    {&A_LATCH_0L_BLOCK, nullptr, kTransform},
+    {&A_PULSE_DIVIDER_BLOCK, nullptr, kTransform},
+    {&A_PULSE_MULTIPLIER_BLOCK, nullptr, kTransform},
+    {&A_TRANSPOSE_ADDR_BLOCK, nullptr, kTransform},
+    {&A_EDGE_DETECT_BLOCK, nullptr, kTransform},
+    {&A_XOR_BITS_BLOCK, nullptr, kTransform},
+    {&A_VBR_BLOCK, nullptr, kTransform},
+    {&A_VPD_BLOCK, nullptr, kTransform},
+    {&A_VPM_BLOCK, nullptr, kTransform},
+    {&A_MEM_ADDR_GEN_BLOCK, nullptr, kTransform},
+    {&A_VFFT_LIGHT_BLOCK, nullptr, kTransform},
+    {&A_STAGE_DROP_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLE_COUNTER_BLOCK, nullptr, kTransform},
+    {&A_FFTNP_BLOCK, nullptr, kTransform},
+    {&A_FFTNX_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLE_ADD_SUB_BLOCK, nullptr, kTransform},
+    {&A_SPLIT_SPATIAL_TWIDDLE_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLEBY1_8F_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLEBY3_8F_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLEBYF_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLEBY1_8P_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLEBY3_8P_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLEBYP_BLOCK, nullptr, kTransform},
+    {&A_PFFT_PIPE_BLOCK, nullptr, kTransform},
+    {&A_MULTIWIRE_TRANSPOSE_BLOCK, nullptr, kTransform},
+    {&A_GENERAL_TWIDDLE_BLOCK, nullptr, kTransform},
+    {&A_BUTTERFLY_ROUTER_BLOCK, nullptr, kTransform},
+    {&A_FLUTTERBY_ROUTER_BLOCK, nullptr, kTransform},
+    {&A_BUTTERFLY_STAGE_BLOCK, nullptr, kTransform},
+    {&A_FLUTTERBY_PATH_BLOCK, nullptr, kTransform},
+    {&A_HYBRID_FFT_BLOCK, nullptr, kTransform},
+    {&A_GENERAL_MULT_TWIDDLE_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLE_MULT_ANGLE_BLOCK, nullptr, kTransform},
+    {&A_TWIDDLE_MULT_ROM_BLOCK, nullptr, kTransform},
+    {&A_FFT_CHOOSE_BITS_BLOCK, nullptr, kTransform},
+    {&A_AXI4_STREAM_RECEIVER_BLOCK, nullptr, kOutside},
+    {&A_AXI4_STREAM_TRANSMITTER_BLOCK, nullptr, kOutside},
+    {&A_BUS_IN_BLOCK, nullptr, kOutside},
+    {&A_BUS_OUT_BLOCK, nullptr, kOutside},
+    {&A_BUS_SIGNALS_BLOCK, nullptr, kWords},
+    {&A_ECC_SINK_BLOCK, nullptr, kScalars},
+    {&A_EXTMEM_READ_BLOCK, nullptr, kOutside},
+    {&A_EXTMEM_WRITE_BLOCK, nullptr, kOutside},
+    {&A_FROM_BLOCK, nullptr, kTag},
+    {&A_GOTO_BLOCK, nullptr, kTag},
+    {&A_MM_REGISTER_BLOCK, nullptr, kWords},
+    {&A_SARNET_MM_MASTER_IN_BLOCK, nullptr, kOutside},
+    {&A_SARNET_MM_MASTER_OUT_BLOCK, nullptr, kOutside},
+    {&A_SARNET_MM_SLAVE_IN_BLOCK, nullptr, kOutside},
+    {&A_SARNET_MM_SLAVE_OUT_BLOCK, nullptr, kOutside},
+    {&A_SARNET_ST_SINK_BLOCK, nullptr, kOutside},
+    {&A_SARNET_ST_SINK_IN_BLOCK, nullptr, kOutside},
+    {&A_SARNET_ST_SINK_OUT_BLOCK, nullptr, kOutside},
+    {&A_SARNET_ST_SOURCE_BLOCK, nullptr, kOutside},
+    {&A_SARNET_ST_SOURCE_IN_BLOCK, nullptr, kOutside},
+    {&A_SARNET_ST_SOURCE_OUT_BLOCK, nullptr, kOutside},
+    {&A_SHARED_MEM_BLOCK, nullptr, kWords},
+    {&A_SHARED_MEM_PLACEHOLDER_BLOCK, nullptr, kWords},
 };
 // clang-format on
 

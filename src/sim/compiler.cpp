@@ -5,6 +5,7 @@
 #include "sim/blockrows.h"
 #include "sim/floatkernels.h"
 #include "sim/kernels.h"
+#include "sim/lanes.h"
 #include "sim/tagjoiner.h"
 
 #include <orvo/corevalues.h>
@@ -324,7 +325,7 @@ void BlockWriter::constant(const Signal &out, const ValueRef &value) {
         const TupleValueRef tuple = tupleVR(step.value);
         const SignalType &type = *step.type;
         if (step.dim < type.dims.size()) {
-            const bool isRolled = tuple && tuple->size() != 0 && tuple->at(0) == A_VECTOR_ROLL_TAG;
+            const bool isRolled = rolledLayers(step.value) >= type.dims.size() - step.dim;
             const std::uint32_t length = type.dims[step.dim];
             if (isRolled && tuple->size() != length + std::size_t{1}) {
                 fail("a constant has another number of elements than its type");

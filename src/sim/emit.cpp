@@ -8,6 +8,20 @@
 
 namespace orvo::sim {
 
+std::size_t rolledLayers(ValueRef value) {
+    std::size_t layers = 0;
+    for (TupleValueRef tuple = tupleVR(value); tuple && tuple->size() > 1 && tuple->at(0) == A_VECTOR_ROLL_TAG;
+         tuple = tupleVR(tuple->at(1))) {
+        ++layers;
+    }
+    return layers;
+}
+
+ValueRef rolledElement(const ValueRef &value, std::uint32_t lane) {
+    const TupleValueRef tuple = tupleVR(value);
+    return tuple->at(std::min<std::size_t>(std::size_t{lane} + 1, tuple->size() - 1));
+}
+
 std::vector<Signal> patternInputs(const BlockWriter &writer, std::size_t least) {
     std::vector<Signal> inputs = writer.numbered();
     if (inputs.size() < least) {

@@ -6,6 +6,7 @@
 #include "sim/functionkernels.h"
 #include "sim/statekernels.h"
 #include "sim/uninterpreted.h"
+#include "sim/wholesignals.h"
 
 #include <orvo/wire.h>
 
@@ -80,16 +81,16 @@ bool isBusUsed(const BlockWriter &writer) {
     return writer.isTrue(A_BUS_EXPOSE) || writer.in(A_SARNET_MM_WRITE).known() || writer.in(A_SARNET_MM_READ).known();
 }
 
+PureValueRef numbered(const BlockWriter &writer, std::size_t number) {
+    return NumberValue::get(static_cast<int>(number), writer.context());
+}
+
 /// Whether each numbered wire belongs to the input of its number, lane by lane.
 bool areWiresLikePorts(const BlockWriter &writer, const std::vector<Signal> &in) {
-    for (const Wire &wire : writer.block()) {
-        const NumberValueRef number = numberVR(wire.getName());
-        const Signal out = writer.out(wire.getName());
-        if (!number || !out.known()) {
-            continue;
-        }
-        if (!number->isInt() || number->toInt() < 0 || static_cast<std::size_t>(number->toInt()) >= in.size() ||
-            out.type->leaves != in[static_cast<std::size_t>(number->toInt())].type->leaves) {
+    for (const int number : outputNumbers(writer)) {
+        const auto at = static_cast<std::size_t>(number);
+        if (number < 0 || at >= in.size() ||
+            wholeOutputType(writer, numbered(writer, at), in[at].type->lanes())->leaves != in[at].type->leaves) {
             return false;
         }
     }
@@ -166,7 +167,7 @@ void writeFir(BlockWriter &writer) {
                                        {&A_FIR_INPUT_RATE, &A_FIR_CHANNEL_COUNT, &A_FIR_INTERP_FACTOR,
                                         &A_FIR_DECIM_FACTOR, &A_FIR_COEFS, &A_FIR_COEFS_TYPE, &A_FIR_RECON, &A_FIR_MM},
                                        true};
-    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const std::vector<Signal> in = wholeFixedInputs(writer, 1);
     const auto banks = tapsOf(writer.param(A_FIR_COEFS));
     const auto decimation = countOf(writer, A_FIR_DECIM_FACTOR);
     const auto channels = countOf(writer, A_FIR_CHANNEL_COUNT);
@@ -185,7 +186,7 @@ void writeFir(BlockWriter &writer) {
                                             : ofBanks[0]);
     }
     for (std::size_t port = 0; port < in.size(); ++port) {
-        const Signal out = writer.out(static_cast<int>(port));
+        const Signal out = wholeOutput(writer, numbered(writer, port), in[port].type->lanes());
         for (std::uint32_t i = 0; out.known() && i < out.type->leaves; ++i) {
             Leaf sample = in[port].first + i;
             const ScalarType type = writer.scalar(sample);
@@ -247,22 +248,25 @@ void writeCic(BlockWriter &writer) {
                                        {&A_CIC_INPUT_RATE, &A_CIC_RATE_FACTOR, &A_CIC_STAGE_COUNT, &A_CIC_CHANNEL_COUNT,
                                         &A_CIC_DELAY_COUNT, &A_CIC_FINAL_DECIM, &A_CIC_SCALE_TYPE},
                                        true};
-    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const std::vector<Signal> in = wholeFixedInputs(writer, 1);
     const auto rate = countOf(writer, A_CIC_RATE_FACTOR);
     const auto stages = countOf(writer, A_CIC_STAGE_COUNT, 0);
     const auto delay = countOf(writer, A_CIC_DELAY_COUNT);
     const auto last = countOf(writer, A_CIC_FINAL_DECIM);
     const auto channels = countOf(writer, A_CIC_CHANNEL_COUNT);
-    const Signal joined = writer.out(A_CIC_WIRE_DATA);
     std::uint32_t leaves = 0;
+    std::uint32_t lanes = 0;
     for (const Signal &signal : in) {
         leaves += signal.type->leaves;
+        lanes += signal.type->lanes();
     }
+    const SignalType *joinedType = wholeOutputType(writer, A_CIC_WIRE_DATA, lanes);
     if (!(writer.param(A_CIC_SCALE_TYPE) == A_CIC_SCALE_DECIM) || !rate || !stages || !delay || !last || !channels ||
-        !areWiresLikePorts(writer, in) || (joined.known() && joined.type->leaves != leaves)) {
+        !areWiresLikePorts(writer, in) || (joinedType != nullptr && joinedType->leaves != leaves)) {
         writeUninterpreted(writer, kUntold);
         return;
     }
+    const Signal joined = wholeOutput(writer, A_CIC_WIRE_DATA, lanes);
     const Stream stream = streamOf(writer, *channels, in.size());
     const CicShape shape{*rate, *stages, *delay};
     const Leaf kept = keptSamples(writer, stream, shape.rate);
@@ -270,7 +274,7 @@ void writeCic(BlockWriter &writer) {
     giveMarkers(writer, stream, valid);
     std::uint32_t at = 0;
     for (std::size_t port = 0; port < in.size(); ++port) {
-        const Signal out = writer.out(static_cast<int>(port));
+        const Signal out = wholeOutput(writer, numbered(writer, port), in[port].type->lanes());
         for (std::uint32_t i = 0; i < in[port].type->leaves; ++i, ++at) {
             std::vector<Leaf> outs;
             if (out.known()) {
@@ -307,14 +311,15 @@ void writeNco(BlockWriter &writer) {
     const std::vector<Signal> in = writer.numbered();
     const std::int64_t bits = writer.integer(A_NCO_ACCUM_BIT_COUNT, 0);
     const Signal channel = writer.in(A_PORT_CHANNEL);
-    const std::pair<Signal, FixedFunction> outs[] = {{writer.out(A_NCO_WIRE_SIN), FixedFunction::SinPi},
-                                                     {writer.out(A_NCO_WIRE_COS), FixedFunction::CosPi}};
+    const std::pair<const StaticString *, FixedFunction> outs[] = {{&A_NCO_WIRE_SIN, FixedFunction::SinPi},
+                                                                   {&A_NCO_WIRE_COS, FixedFunction::CosPi}};
+    const auto ways = static_cast<std::uint32_t>(in.size());
     std::size_t lanes = 0;
     bool isTold = bits > 0 && bits <= NumTypeSpec::kMaxWidth && !in.empty() && !isBusUsed(writer);
-    for (const auto &[out, function] : outs) {
-        if (out.known()) {
-            lanes = out.type->lanes();
-            isTold = isTold && !out.type->scalar.isFloat && !out.type->isComplex;
+    for (const auto &[wire, function] : outs) {
+        if (const SignalType *type = wholeOutputType(writer, *wire, ways)) {
+            lanes = type->lanes();
+            isTold = isTold && !type->scalar.isFloat && !type->isComplex;
         }
     }
     const bool takesTurns = lanes == 1 && channel.known();
@@ -344,7 +349,8 @@ void writeNco(BlockWriter &writer) {
     if (takesTurns) {
         phases = {chosen(writer, type, channel.first, phases)};
     }
-    for (const auto &[out, function] : outs) {
+    for (const auto &[wire, function] : outs) {
+        const Signal out = wholeOutput(writer, *wire, ways);
         if (!out.known()) {
             continue;
         }
@@ -364,26 +370,20 @@ void writeNco(BlockWriter &writer) {
 void writeMixer(BlockWriter &writer) {
     static const Uninterpreted kUntold{&A_MIXER_BLOCK,
                                        {&A_MIXER_INPUT_RATE, &A_MIXER_CHANNEL_COUNT, &A_MIXER_FREQ_COUNT}};
-    const std::vector<Signal> in = fixedInputs(writer, 2);
-    std::vector<std::pair<Signal, std::size_t>> outs;
-    for (const Wire &wire : writer.block()) {
-        const NumberValueRef number = numberVR(wire.getName());
-        if (const Signal out = writer.out(wire.getName()); number && out.known()) {
-            outs.emplace_back(out, number->isInt() && number->toInt() >= 0
-                                       ? static_cast<std::size_t>(number->toInt()) + 1
-                                       : in.size());
-        }
-    }
-    for (const auto &[out, port] : outs) {
-        if (port >= in.size()) {
+    const std::vector<Signal> in = wholeFixedInputs(writer, 2);
+    const std::vector<int> numbers = outputNumbers(writer);
+    for (const int number : numbers) {
+        if (number < 0 || static_cast<std::size_t>(number) + 1 >= in.size()) {
             writeUninterpreted(writer, kUntold);
             return;
         }
     }
     const Stream stream = streamOf(writer);
     giveMarkers(writer, stream, stream.valid);
-    for (const auto &[out, port] : outs) {
-        forEachScalar(out, [&, port = port](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+    for (const int number : numbers) {
+        const std::size_t port = static_cast<std::size_t>(number) + 1;
+        const Signal out = wholeOutput(writer, numbered(writer, port - 1));
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             emitProductPart(writer, leaf, factorAt(in[0], lane), factorAt(in[port], lane), part);
         });
     }
@@ -436,16 +436,15 @@ Scaled scaledTo(BlockWriter &writer, const ScalarType &type, Leaf in, std::optio
 
 void writeScale(BlockWriter &writer) {
     static const Uninterpreted kUntold{&A_SCALE_BLOCK, {&A_SCALE_OUTPUT_TYPE}};
-    const std::vector<Signal> in = fixedInputs(writer, 1);
-    const Signal outs[] = {writer.out(A_SCALE_WIRE_DATA), writer.out(0)};
+    const std::vector<Signal> in = wholeFixedInputs(writer, 1);
+    const PureValueRef outs[] = {A_SCALE_WIRE_DATA, numbered(writer, 0)};
     bool isTold = in.size() < 2 || (in[1].type->scalar.fraction == 0 && in[1].type->scalar.width < 64);
-    for (const Wire &wire : writer.block()) {
-        const NumberValueRef number = numberVR(wire.getName());
-        isTold =
-            isTold && (!number || !writer.out(wire.getName()).known() || (number->isInt() && number->toInt() == 0));
+    for (const int number : outputNumbers(writer)) {
+        isTold = isTold && number == 0;
     }
-    for (const Signal &out : outs) {
-        isTold = isTold && (!out.known() || !out.type->scalar.isFloat);
+    for (const PureValueRef &name : outs) {
+        const SignalType *type = wholeOutputType(writer, name);
+        isTold = isTold && (type == nullptr || !type->scalar.isFloat);
     }
     if (!isTold) {
         writeUninterpreted(writer, kUntold);
@@ -454,7 +453,8 @@ void writeScale(BlockWriter &writer) {
     const Stream stream = streamOf(writer);
     giveMarkers(writer, stream, stream.valid);
     std::vector<Leaf> overflows;
-    for (const Signal &out : outs) {
+    for (const PureValueRef &name : outs) {
+        const Signal out = wholeOutput(writer, name, in[0].type->lanes());
         if (!out.known()) {
             continue;
         }

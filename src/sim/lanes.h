@@ -27,6 +27,13 @@ template <class Visit> void forEachScalar(const Signal &out, Visit visit) {
     }
 }
 
+/// Layers of vectors in which a value is rolled. So many innermost dimensions it has an element for each of; it is the
+/// same in those further out.
+std::size_t rolledLayers(ValueRef value);
+/// The element of a rolled value for the lane of that number in the dimension of its outermost layer; beyond the end
+/// the last one.
+ValueRef rolledElement(const ValueRef &value, std::uint32_t lane);
+
 /// The least scale at which each of these scalars is an integer.
 template <class Leaves> std::int32_t commonFraction(const BlockWriter &writer, const Leaves &leaves) {
     std::int32_t fraction = writer.scalar(*leaves.begin()).fraction;

@@ -4,6 +4,7 @@
 #include "sim/memories.h"
 #include "sim/memorykernels.h"
 #include "sim/statekernels.h"
+#include "sim/wholesignals.h"
 
 #include <orvo/wire.h>
 
@@ -46,10 +47,8 @@ std::vector<bool> contentOf(const BlockWriter &writer, const TupleValueRef &data
     for (const ValueRef &element : *data) {
         std::vector<NumberValueRef> scalars;
         appendEntry(element, parts, scalars, writer.context());
-        // One number stands in all lanes.
-        const bool isOne = !tupleVR(element) || scalars.size() == parts;
-        const std::size_t place = isOne ? scalar % parts : scalar;
-        const NumberValueRef number = place < scalars.size() ? scalars[place] : NumberValueRef();
+        // Fewer dimensions repeat, down to one number in all lanes.
+        const NumberValueRef number = scalars.empty() ? NumberValueRef() : scalars[scalar % scalars.size()];
         if (!number || (number->isSpecial() && !type.isFloat)) {
             writer.fail("the content is no number of the memory's type");
         }
@@ -210,9 +209,8 @@ void writeSharedFifo(BlockWriter &writer) {
     if (const Signal channel = writer.in(A_PORT_CHANNEL); channel.known()) {
         ways.emplace_back(channel, writer.out(A_WIRE_CHANNEL));
     }
-    int number = 0;
-    for (const Signal &data : writer.numbered()) {
-        ways.emplace_back(data, writer.out(number++));
+    for (const auto &[number, data] : wholeNumberedInputs(writer)) {
+        ways.emplace_back(data, wholeOutput(writer, NumberValue::get(number, writer.context()), data.type->lanes()));
     }
     std::vector<Leaf> entry;
     std::vector<Leaf> oldest;

@@ -23,15 +23,14 @@ std::vector<std::uint64_t> bitsOf(const BlockWriter &writer, const NumberValueRe
     return writer.quantised(number, type);
 }
 
-/// What a parameter gives for a scalar: by lane and part where it is rolled, else the same for all.
-NumberValueRef elementOf(const ValueRef &value, std::uint32_t scalar) {
+/// What a tuple of settings, rolled or not, gives for a lane: those of the innermost dimension repeat.
+NumberValueRef elementOf(const ValueRef &value, std::uint32_t lane) {
     const TupleValueRef tuple = tupleVR(value);
     if (!tuple) {
         return numberVR(value);
     }
-    const bool isRolled =
-        tuple->size() != 0 && (tuple->at(0) == A_VECTOR_ROLL_TAG || tuple->at(0) == A_COMPLEX_ROLL_TAG);
-    return numberVR(tuple->maybeAt(scalar + (isRolled ? 1 : 0)));
+    const std::size_t first = tuple->size() != 0 && tuple->at(0) == A_VECTOR_ROLL_TAG ? 1 : 0;
+    return tuple->size() == first ? NumberValueRef() : numberVR(tuple->at(first + lane % (tuple->size() - first)));
 }
 
 /// What a parameter gives for each scalar of a type: as a constant of the type has it.
@@ -40,10 +39,13 @@ void appendElements(const SignalType &type, std::size_t dim, const ValueRef &val
     const TupleValueRef tuple = tupleVR(value);
     const auto isRolled = [&](const StaticString &tag) { return tuple && tuple->size() != 0 && tuple->at(0) == tag; };
     if (dim < type.dims.size()) {
-        const bool isTuple = tuple && !isRolled(A_COMPLEX_ROLL_TAG);
+        const std::size_t layers = rolledLayers(value);
+        const bool isList = layers == 0 && tuple && !isRolled(A_COMPLEX_ROLL_TAG);
         for (std::uint32_t i = 0; i < type.dims[dim]; ++i) {
-            appendElements(type, dim + 1, isTuple ? tuple->maybeAt(i + (isRolled(A_VECTOR_ROLL_TAG) ? 1 : 0)) : value,
-                           elements, context);
+            const ValueRef own = isList                             ? tuple->maybeAt(i)
+                                 : layers >= type.dims.size() - dim ? rolledElement(value, i)
+                                                                    : value;
+            appendElements(type, dim + 1, own, elements, context);
         }
     } else if (type.isRecord()) {
         for (std::size_t i = 0; i < type.fields.size(); ++i) {
@@ -312,33 +314,53 @@ bool isRolled(const TupleValueRef &tuple, const StaticString &tag) {
     return tuple && tuple->size() != 0 && tuple->at(0) == tag;
 }
 
-/// The indices of a lane, outermost first, as far as a value is rolled.
+/// The indices of a lane in the innermost dimensions, outermost of these first, as far as a value is rolled.
 class LaneWalk {
   public:
-    LaneWalk(const SignalType &type, std::uint32_t lane) : mType(type), mLane(lane), mLanes(type.lanes()) {}
+    LaneWalk(const SignalType &type, std::uint32_t lane, std::size_t layers)
+        : mType(type), mDim(type.dims.size() - std::min(layers, type.dims.size())) {
+        for (std::size_t dim = mDim; dim < type.dims.size(); ++dim) {
+            mLanes *= type.dims[dim];
+        }
+        mLane = lane % mLanes;
+    }
     /// The element of a rolled value that stands for the lane.
     ValueRef descend(ValueRef value) {
-        for (TupleValueRef tuple = tupleVR(value); isRolled(tuple, A_VECTOR_ROLL_TAG) && mDim < mType.dims.size();
-             tuple = tupleVR(value)) {
-            mLanes /= mType.dims[mDim++];
-            value = tuple->maybeAt(1 + mLane / mLanes);
+        for (; rolledLayers(value) != 0 && mDim < mType.dims.size(); value = rolledElement(value, mLane / mLanes)) {
             mLane %= mLanes;
+            mLanes /= mType.dims[mDim++];
         }
+        mLane %= mLanes;
         return value;
     }
 
   private:
     const SignalType &mType;
-    std::uint32_t mLane;
-    std::uint32_t mLanes;
-    std::size_t mDim = 0;
+    std::size_t mDim;
+    std::uint32_t mLane = 0;
+    std::uint32_t mLanes = 1;
 };
+
+/// The first table of a vector of tables.
+ValueRef firstTable(ValueRef data) {
+    while (rolledLayers(data) != 0) {
+        data = rolledElement(data, 0);
+    }
+    return data;
+}
+
+/// Layers around the tables and those around their entries, whose dimensions lie inside.
+std::size_t layersOfTable(const ValueRef &data) {
+    const TupleValueRef entries = tupleVR(firstTable(data));
+    const bool isTable = entries && entries->size() != 0 && !isRolled(entries, A_COMPLEX_ROLL_TAG);
+    return rolledLayers(data) + (isTable ? rolledLayers(entries->at(0)) : 0);
+}
 
 /// What a table gives for one scalar of its output. A vector of tables has one for each element; a table of vectors or
 /// complex numbers has them as entries.
 std::vector<std::vector<std::uint64_t>> entriesFor(const BlockWriter &writer, const SignalType &type,
                                                    const ValueRef &data, std::uint32_t lane, std::uint32_t part) {
-    LaneWalk walk(type, lane);
+    LaneWalk walk(type, lane, layersOfTable(data));
     const ValueRef own = walk.descend(data);
     const TupleValueRef tuple = tupleVR(own);
     const bool isTable = tuple && !isRolled(tuple, A_COMPLEX_ROLL_TAG);
@@ -390,8 +412,8 @@ void writeTable(BlockWriter &writer) {
         writer.fail("a table without data, or of records, has no meaning here");
     }
     std::size_t length = 0;
-    if (const TupleValueRef tuple = tupleVR(data)) {
-        const TupleValueRef first = isRolled(tuple, A_VECTOR_ROLL_TAG) ? tupleVR(tuple->maybeAt(1)) : tuple;
+    if (tupleVR(data)) {
+        const TupleValueRef first = tupleVR(firstTable(data));
         length = first ? first->size() : 1;
     }
     if (out.known()) {

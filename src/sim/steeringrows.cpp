@@ -81,16 +81,27 @@ void writeDemux(BlockWriter &writer) {
         writer.fail("'" + std::string(A_DEMUX_CHANNEL_COUNT.text()) + "' is no number of channels");
     }
     const Leaf selected = pattern(writer, channel.first);
-    for (int number = 0; number < channels; ++number) {
-        const Signal out = writer.out(number);
+    // Of a vector, outputs are numbered through: those of a lane stand side by side.
+    std::int64_t lanes = 1;
+    for (const std::uint32_t length : data.type->dims) {
+        lanes *= length;
+    }
+    const std::uint32_t element = data.type->leaves / static_cast<std::uint32_t>(lanes);
+    for (std::int64_t number = 0; number < channels * lanes; ++number) {
+        const Signal out = writer.out(static_cast<int>(number));
         if (!out.known()) {
             continue;
         }
-        if (data.type != out.type) {
-            writer.fail("an output has another type than the data");
+        std::vector<ScalarType> types;
+        appendScalars(*out.type, types);
+        const Leaf first = data.first + static_cast<std::uint32_t>(number / channels) * element;
+        for (std::uint32_t i = 0; i < std::max(element, out.type->leaves); ++i) {
+            if (element != out.type->leaves || !(writer.scalar(first + i) == types[i])) {
+                writer.fail("an output has another type than the data");
+            }
         }
         const Leaf own = writer.temporary({32, 0, false, false});
-        writer.setConstant(own, static_cast<std::uint64_t>(number));
+        writer.setConstant(own, static_cast<std::uint64_t>(number % channels));
         const Leaf isOwn = writer.temporary({1, 0, false, false});
         const Leaf takes = writer.temporary({1, 0, false, false});
         emitCompare(writer, isOwn, selected, own, Relation::Equal);
@@ -102,7 +113,7 @@ void writeDemux(BlockWriter &writer) {
             const std::uint32_t state = writer.state(each);
             const Leaf held = writer.temporary(writer.scalar(leaf));
             writer.emitFromState(held, state, each, {}, readState);
-            emitMux(writer, leaf, takes, {held, data.first + i});
+            emitMux(writer, leaf, takes, {held, first + i});
             writer.commit(state, each, {writer.raw(leaf)}, writeState);
         }
     }
