@@ -59,6 +59,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"unknowncone", "unknownbits"},
         {"vectorunroll", "unrollvectorpass"},
         {"vectorunroller", "unrollvectorpass"},
+        {"wholesignals", "filterrows"},
         {"wire", "block"},
         {"wiringrows", "simulator"},
         {"xmlplatform", "xmlservices"},
