@@ -397,6 +397,31 @@ TEST_F(VectorUnrollersTest, takesAnOscillatorOfSeveralChannelsApart) {
     EXPECT_NE(block.getWire(value("(ncoWireSin 1)")), nullptr);
 }
 
+TEST_F(VectorUnrollersTest, makesOneLoopOfAVectorOfLimits) {
+    Design design(mgr.context());
+    Model &model = unrolled(
+        design, "loopBlock", {{"loopPortGo", "u1.0"}, {"loopPortEnable", "u1.0"}, {"loopPortLimit", "[3] u2.0"}},
+        {{"loopWireValid", ""}, {"loopWireValue", ""}, {"loopWireFirstIter", ""}, {"loopWireLastIter", ""}});
+    const Block *loop = model.getBlock(value("(block vunroll)"));
+    ASSERT_NE(loop, nullptr);
+    for (const char *limit : {"(loopPortLimit 0)", "(loopPortLimit 1)", "(loopPortLimit 2)"}) {
+        EXPECT_NE(loop->getPort(value(limit)), nullptr) << limit;
+    }
+    EXPECT_NE(loop->getWire(value("(loopWireLastIter 2)")), nullptr);
+    EXPECT_EQ(loop->getWireCount(), 10U);
+    // Levels under keys are scalars as they are.
+    EXPECT_EQ(madeOf("loopBlock", {{"loopPortGo", "u1.0"}, {"(loopPortLimit 0)", "u2.0"}}, {{"(loopWireValue 0)", ""}}),
+              Made{});
+}
+
+TEST_F(VectorUnrollersTest, drivesASignalOfFewerDimensionsFromTheFirstLane) {
+    EXPECT_EQ(madeOf("registerBlock", {{"0", "[3] s4.0"}, {"registerPortEnable", "[2][3] u1.0"}}, {{"primWireOut", ""}})
+                  .size(),
+              6U);
+    EXPECT_EQ(
+        madeOf("registerBlock", {{"0", "s4.0"}, {"registerPortEnable", "[2] u1.0"}}, {{"primWireOut", ""}}).size(), 2U);
+}
+
 TEST_F(VectorUnrollersTest, pinsEachLane) {
     EXPECT_EQ(madeOf("typePinBlock", {{"0", "[2] s4.0"}, {"1", "s3.0"}}, {{"0", ""}, {"1", ""}},
                      {{"typePinPortTypes", "((typeVector 2 (typeSFixed 4 0)) (typeSFixed 3 0))"}}),

@@ -845,6 +845,45 @@ class IPVectorUnroller final : public BoundaryVectorUnroller {
     bool canUnroll() const override { return !namesClash(); }
 };
 
+/// One loop whose levels, the elements of a vector of limits, have keys of their own.
+class LoopVecUnroller final : public VectorUnroller {
+  public:
+    explicit LoopVecUnroller(Block &block) : mBlock(block) {}
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        return kindOf(wire.getName(), vectors, {&A_LOOP_WIRE_VALUE, &A_LOOP_WIRE_FIRST_ITER, &A_LOOP_WIRE_LAST_ITER});
+    }
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        return kindOf(port.getName(), vectors, {&A_LOOP_PORT_LIMIT});
+    }
+    bool canUnroll() const override { return !mHasOtherVectors; }
+    void preAttach(const VectorDecorSpec &) override { mLoop = &createSubstitute(mBlock); }
+    void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
+        const MaybePort attached(*mLoop, BoundaryVectorUnroller::makeName(port.getName(), lanes, indices));
+        attached.setWire(driver);
+        addAttachedPort(attached);
+    }
+    Wire *attachWire(Wire &wire, const VectorDecorSpec &lanes, const std::vector<int> &indices,
+                     const std::vector<MaybePort> &readers) override {
+        Wire *level = Wire::create(*mLoop, BoundaryVectorUnroller::makeName(wire.getName(), lanes, indices));
+        OrvoUtils::copyParams(*level, wire);
+        connect(readers, *level);
+        return level;
+    }
+    void postAttach() override { delete &mBlock; }
+
+  private:
+    VectorUnrollKind kindOf(const PureValueRef &name, const VectorDecorSpec &vectors,
+                            std::initializer_list<const StaticString *> ofLevels) {
+        const bool isOfLevels = isOneOf(name, ofLevels);
+        mHasOtherVectors = mHasOtherVectors || (vectors.isVector() && !isOfLevels);
+        return isOfLevels ? VectorUnrollKind::Own : VectorUnrollKind::Whole;
+    }
+
+    Block &mBlock;
+    Block *mLoop = nullptr;
+    bool mHasOtherVectors = false;
+};
+
 /// Data of a region that can stall. The block stays one, so that all of it moves together; each lane gets a number of
 /// its own, the same before the block and behind it.
 class StallBoundaryVectorUnroller final : public VectorUnroller {
@@ -1105,7 +1144,7 @@ const VectorUnrollRow kRows[] = {
     {&A_SEQUENCE_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
     {&A_COUNTER_BLOCK, handler<CounterVectorUnroller>, kLane},
     {&A_LD_COUNTER_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
-    {&A_LOOP_BLOCK, nullptr, "limits and counts are scalar"},
+    {&A_LOOP_BLOCK, handler<LoopVecUnroller>, "one loop with a level an element"},
     {&A_FOR_LOOP_BLOCK, defaultHandler, kLane},
     {&A_ACC_BLOCK, defaultHandler, kLane},
     {&A_FLOAT_MULTACC_BLOCK, defaultHandler, kLane},
