@@ -9,4 +9,5 @@ trap 'rm -rf "$scratch"' EXIT
 "$ORVO_BIN_DIR/tool_constraints" "${1:-1000000}"
 "$ORVO_BIN_DIR/tool_metadata" "${1:-1000000}"
 "$ORVO_BIN_DIR/tool_flatten" "${1:-1000000}"
+"$ORVO_BIN_DIR/tool_unroll" "${1:-1000000}"
 "$ORVO_BIN_DIR/tool_sim" "${1:-1000000}"

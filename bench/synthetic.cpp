@@ -34,7 +34,11 @@ Wire &inputOf(Model &model, const SyntheticOptions &options) {
         return *input;
     }
     Block *pin = Block::create(model, "inType", A_TYPE_PIN_BLOCK);
-    pin->setParam(A_TYPE_PIN_TYPE, NumTypeSpec::sfixed(16, 4).toValue(context));
+    NumTypeSpec type = NumTypeSpec::sfixed(16, 4);
+    if (options.lanes > 1) {
+        type.addVector(options.lanes);
+    }
+    pin->setParam(A_TYPE_PIN_TYPE, type.toValue(context));
     pin->setParam(port0, *input);
     return *Wire::create(*pin, port0);
 }

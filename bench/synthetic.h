@@ -28,6 +28,8 @@ struct SyntheticOptions {
     bool allNeeded = false;
     /// Not 0: the blocks are those of this many instances of one model, one behind the other.
     std::size_t instances = 0;
+    /// Above 1, signals of a typed design are vectors of so many elements.
+    int lanes = 1;
 };
 
 /// Fills an empty design. Gives the last wire of the top model.

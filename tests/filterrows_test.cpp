@@ -293,5 +293,40 @@ TEST_F(FilterRowsTest, takesWhatIsNotToldForAFunctionOfAllInputsSoFar) {
     }
 }
 
+TEST_F(FilterRowsTest, takesLanesUnderTheirOwnNames) {
+    Design design(mgr.context());
+    Simulator simulator(design, oneBlock(design, "firBlock",
+                                         {{"portValid", "u1.0"}, {"(0 0)", "s8.0"}, {"(0 1)", "s8.0"}, {"1", "s8.0"}},
+                                         {{"(0 1)", ""}, {"(0 0)", ""}, {"1", ""}, {"wireChannel", ""}},
+                                         {{"firCoefs", "(3 1)"}, {"firChannelCount", "4"}}));
+    // Two wires for four channels: what came two samples ago is of the same channel.
+    const std::int64_t samples[][3] = {{1, 10, 50}, {2, 20, 60}, {3, 30, 70}};
+    for (int i = 0; i < 3; ++i) {
+        const auto out = stepByName(
+            simulator, {{"portValid", 1}, {"(0 0)", samples[i][0]}, {"(0 1)", samples[i][1]}, {"1", samples[i][2]}});
+        const auto wanted = [&](int lane) { return 3 * samples[i][lane] + (i < 2 ? 0 : samples[i - 2][lane]); };
+        EXPECT_EQ(out, (ByName{{"(0 0)", wanted(0)}, {"(0 1)", wanted(1)}, {"1", wanted(2)}, {"wireChannel", i % 2}}));
+    }
+}
+
+TEST_F(FilterRowsTest, computesAllThatALaneNeedsWhoseNeighboursNobodyReads) {
+    Design design(mgr.context());
+    Simulator simulator(design,
+                        oneBlock(design, "cicBlock",
+                                 {{"portValid", "u1.0"}, {"(0 0)", "s8.0"}, {"(0 1)", "s8.0"}, {"(0 2)", "s8.0"}},
+                                 {{"(0 1)", ""}}, {{"cicScaleType", "cicScaleDecim"}, {"cicStageCount", "1"}}));
+    EXPECT_EQ(stepByName(simulator, {{"portValid", 1}, {"(0 0)", 1}, {"(0 1)", 5}, {"(0 2)", 9}}),
+              (ByName{{"(0 1)", 5}}));
+    EXPECT_EQ(stepByName(simulator, {{"portValid", 1}, {"(0 0)", 1}, {"(0 1)", 7}, {"(0 2)", 9}}),
+              (ByName{{"(0 1)", 7}}));
+}
+
+TEST_F(FilterRowsTest, refusesLanesOfSeveralTypes) {
+    Design design(mgr.context());
+    Model &top = oneBlock(design, "firBlock", {{"portValid", "u1.0"}, {"(0 0)", "s8.0"}, {"(0 1)", "s9.0"}},
+                          {{"(0 1)", ""}}, {{"firCoefs", "(3 1)"}});
+    EXPECT_EQ(refusal(design, top), "lanes of one signal have several types top/block");
+}
+
 } // namespace
 } // namespace orvo::sim

@@ -60,6 +60,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"unrollpasses", "unrollvectorpass"},
         {"vectorunroll", "unrollvectorpass"},
         {"vectorunroller", "unrollvectorpass"},
+        {"wholesignals", "filterrows"},
         {"wire", "block"},
         {"wiringrows", "simulator"},
         {"xmlplatform", "xmlservices"},

@@ -145,8 +145,42 @@ TEST_F(VectorUnrollersTest, keepsTheTypesOfLanesWhoseValuesAreNarrower) {
                      {{"counterLimit", "(3 17)"}, {"counterInitial", "0"}, {"counterStep", "1"}}),
               (Made{"(block 0)", "(block 1)", "((block 0) cast)", "((block 1) cast)"}));
     EXPECT_EQ(
-        madeOf("constmultBlock", {{"0", "[2] s4.0"}}, {{"primWireOut", ""}}, {{"constValue", "(vectorRollTag 1 9)"}}),
+        madeOf("constdivBlock", {{"0", "[2] u4.0"}}, {{"primWireOut", ""}}, {{"constValue", "(vectorRollTag 1 -3)"}}),
         (Made{"(block 0)", "(block 1)", "((block 0) cast)", "((block 1) cast)"}));
+}
+
+TEST_F(VectorUnrollersTest, multipliesEachLaneByItsConstantInTheTypeOfTheWhole) {
+    const Made lanes{"(block 0)", "(block 1)"};
+    EXPECT_EQ(
+        madeOf("constmultBlock", {{"0", "[2] s4.0"}}, {{"primWireOut", ""}}, {{"constValue", "(vectorRollTag 1 9)"}}),
+        lanes);
+    // The product of the second lane alone would wrap.
+    EXPECT_EQ(madeOf("constmultBlock", {{"0", "[2] c s4.1"}}, {{"primWireOut", ""}},
+                     {{"constValue", "(vectorRollTag (complexRollTag -0x7.5p-4 1) (complexRollTag 15 2))"}}),
+              lanes);
+    EXPECT_EQ(
+        madeOf("constmultBlock", {{"0", "[2] s4.3"}}, {{"primWireOut", ""}},
+               {{"constValue", "(vectorRollTag 1 9)"}, {"outputPrecision", "(fractionSpecified (typeSFixed 9 1))"}}),
+        lanes);
+}
+
+TEST_F(VectorUnrollersTest, leavesCountersAloneThatShowInitialValuesOutsideTheirRange) {
+    EXPECT_EQ(madeOf("counterBlock", {{"portEnable", "u1.0"}}, {{"primWireOut", ""}},
+                     {{"counterLimit", "(3 17)"}, {"counterInitial", "2"}, {"counterStep", "1"}})
+                  .size(),
+              4U);
+    EXPECT_EQ(madeOf("counterBlock", {{"portEnable", "[2] u1.0"}}, {{"primWireOut", ""}},
+                     {{"counterLimit", "3"}, {"counterInitial", "-1"}, {"counterStep", "1"}})
+                  .size(),
+              2U);
+    Design design(mgr.context());
+    oneBlock(design, "counterBlock", {{"portEnable", "u1.0"}}, {{"primWireOut", ""}},
+             {{"counterLimit", "(3 17)"}, {"counterInitial", "-1"}, {"counterStep", "1"}});
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollVectorPass");
+    scheduler.apply(design);
+    EXPECT_EQ(heard.take(), std::vector<std::string>{"UNVEC_INVALID_EXPAND_TYPE block=/top/block"});
 }
 
 TEST_F(VectorUnrollersTest, concatenatesByWiring) {
@@ -361,6 +395,31 @@ TEST_F(VectorUnrollersTest, takesAnOscillatorOfSeveralChannelsApart) {
     test::expectSameBehaviour(before, after);
     const Block &block = *after.begin()->getBlock(value("block"));
     EXPECT_NE(block.getWire(value("(ncoWireSin 1)")), nullptr);
+}
+
+TEST_F(VectorUnrollersTest, makesOneLoopOfAVectorOfLimits) {
+    Design design(mgr.context());
+    Model &model = unrolled(
+        design, "loopBlock", {{"loopPortGo", "u1.0"}, {"loopPortEnable", "u1.0"}, {"loopPortLimit", "[3] u2.0"}},
+        {{"loopWireValid", ""}, {"loopWireValue", ""}, {"loopWireFirstIter", ""}, {"loopWireLastIter", ""}});
+    const Block *loop = model.getBlock(value("(block vunroll)"));
+    ASSERT_NE(loop, nullptr);
+    for (const char *limit : {"(loopPortLimit 0)", "(loopPortLimit 1)", "(loopPortLimit 2)"}) {
+        EXPECT_NE(loop->getPort(value(limit)), nullptr) << limit;
+    }
+    EXPECT_NE(loop->getWire(value("(loopWireLastIter 2)")), nullptr);
+    EXPECT_EQ(loop->getWireCount(), 10U);
+    // Levels under keys are scalars as they are.
+    EXPECT_EQ(madeOf("loopBlock", {{"loopPortGo", "u1.0"}, {"(loopPortLimit 0)", "u2.0"}}, {{"(loopWireValue 0)", ""}}),
+              Made{});
+}
+
+TEST_F(VectorUnrollersTest, drivesASignalOfFewerDimensionsFromTheFirstLane) {
+    EXPECT_EQ(madeOf("registerBlock", {{"0", "[3] s4.0"}, {"registerPortEnable", "[2][3] u1.0"}}, {{"primWireOut", ""}})
+                  .size(),
+              6U);
+    EXPECT_EQ(
+        madeOf("registerBlock", {{"0", "s4.0"}, {"registerPortEnable", "[2] u1.0"}}, {{"primWireOut", ""}}).size(), 2U);
 }
 
 TEST_F(VectorUnrollersTest, pinsEachLane) {

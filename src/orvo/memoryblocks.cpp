@@ -264,6 +264,7 @@ class LoopTypeHandler final : public TypeInferHandler {
             setPort(api, *port, boolean);
         }
         setWire(api, A_LOOP_WIRE_VALID, boolean);
+        inferVector(api);
         for (const Port &port : api.getBlock().ports()) {
             const PureTupleValueRef key = pureTupleVR(port.getName());
             if (!key || key->size() != 2 || !(key->at(0) == A_LOOP_PORT_LIMIT)) {
@@ -280,6 +281,18 @@ class LoopTypeHandler final : public TypeInferHandler {
     }
 
   private:
+    /// The limits of all levels in one vector.
+    static void inferVector(TypeInferAPI &api) {
+        if (!hasPort(api, A_LOOP_PORT_LIMIT)) {
+            return;
+        }
+        const NumTypeSpec limits = realFixedPort(api, A_LOOP_PORT_LIMIT);
+        if (limits.valid() && limits.vectorDepth() <= 1) {
+            setWire(api, A_LOOP_WIRE_VALUE, limits);
+            setWire(api, A_LOOP_WIRE_FIRST_ITER, booleanLike(limits));
+            setWire(api, A_LOOP_WIRE_LAST_ITER, booleanLike(limits));
+        }
+    }
     static PureValueRef wireKey(TypeInferAPI &api, const StaticString &name, const PureTupleValueRef &portKey) {
         return PureTupleValue::get(name, portKey->at(1), contextOf(api));
     }

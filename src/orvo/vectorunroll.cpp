@@ -73,7 +73,7 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
         const VectorDecorSpec vectors = vectorsOf(port, types);
         if (!vectors.valid()) {
             log::msg(msg::error::UNVEC_INVALID_PORT_TYPE,
-                     log::p("port", port.getName()) % log::p("block", block.value()));
+                     log::p("port", port.getName()->toString()) % log::p("block", block.value()));
             mFailed = true;
         }
         const VectorUnrollKind kind = mUnroller->originalPort(port, vectors);
@@ -167,8 +167,11 @@ void BlockUnrollerImpl::unrollWire(const WireInfo &info) {
     }
     VectorPackManager packs(lanes, info.vectors, mBlock.getModel(), packerName(info.wire->getName()));
     packs.doPack(readers);
-    for (LaneCounter lane(lanes); !lane.atEnd(); lane.next()) {
-        attach(lanes, lane.indices(), packs.getPackedPorts(lane.indices()));
+    // Of further dimensions the first lane drives what the signal has one element for.
+    for (LaneCounter lane(lanes.isVector() ? info.vectors : lanes); !lane.atEnd(); lane.next()) {
+        std::vector<int> indices = lane.indices();
+        indices.resize(lanes.vectorDepth(), 0);
+        attach(lanes, indices, packs.getPackedPorts(indices));
     }
 }
 

@@ -64,6 +64,7 @@ Block &create(const Block &beside, const PureValueRef &name, const StaticString 
 Wire &widened(const Block &beside, const PureValueRef &name, Wire &wire, const PureValueRef &type) {
     Block &cast = create(beside, name, A_CAST_BLOCK);
     cast.setParam(A_CAST_OUTPUT_TYPE, type);
+    cast.setParam(A_CAST_SATURATE_MODE, A_SATURATE_NONE);
     cast.setParam(numberOf(0), wire);
     return *Wire::create(cast, A_PRIM_WIRE_OUT);
 }
@@ -222,7 +223,7 @@ class DualMemVectorUnroller final : public DefaultVectorUnroller {
 };
 
 /// A lane with a value of its own may get a narrower type than the others; behind it a cast makes them equal again.
-class WideningVectorUnroller final : public LaneTupleVectorUnroller {
+class WideningVectorUnroller : public LaneTupleVectorUnroller {
   public:
     using LaneTupleVectorUnroller::LaneTupleVectorUnroller;
     VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
@@ -265,6 +266,56 @@ class WideningVectorUnroller final : public LaneTupleVectorUnroller {
     std::map<const Wire *, PureValueRef> mTypes;
     bool mWidens = false;
     bool mDiffers = false;
+};
+
+/// A count that was never enabled shows an initial value as far as its type holds it, in which lanes may differ.
+class CounterVectorUnroller final : public WideningVectorUnroller {
+  public:
+    using WideningVectorUnroller::WideningVectorUnroller;
+    bool canUnroll() const override {
+        const auto [least, most] = rangeOf(A_COUNTER_LIMIT);
+        const auto [first, last] = rangeOf(A_COUNTER_INITIAL);
+        return least == most || block().getPort(A_PORT_ENABLE) == nullptr || (first >= 0 && last < least);
+    }
+
+  private:
+    std::pair<double, double> rangeOf(const StaticString &key) const {
+        const ValueRef value = block().getParam(key);
+        const TupleValueRef tuple = tupleVR(value);
+        const auto numberIn = [](const ValueRef &one) { return numberVR(one) ? numberVR(one)->toDouble() : 0; };
+        std::pair<double, double> range{numberIn(value), numberIn(value)};
+        for (std::size_t i = isTagged(tuple, A_VECTOR_ROLL_TAG) ? 1 : 0, n = i; tuple && i < tuple->size(); ++i) {
+            const double number = numberIn(tuple->at(i));
+            range = i == n ? std::pair(number, number)
+                           : std::pair(std::min(range.first, number), std::max(range.second, number));
+        }
+        return range;
+    }
+};
+
+/// Products are brought to the type of the whole, which a lane's own constant might make narrower.
+class ConstMultVectorUnroller final : public DefaultVectorUnroller {
+  public:
+    using DefaultVectorUnroller::DefaultVectorUnroller;
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        if (wire.getName() == A_PRIM_WIRE_OUT) {
+            mType = elementType(typeOf(wire), wire.getContext());
+        }
+        return DefaultVectorUnroller::originalWire(wire, vectors);
+    }
+    void preAttach(const VectorDecorSpec &merged) override {
+        DefaultVectorUnroller::preAttach(merged);
+        Context *context = block().getContext();
+        if (isTagged(tupleVR(block().getParam(A_CONST_VALUE)), A_VECTOR_ROLL_TAG) &&
+            NumTypeSpec(mType, context).isFixed()) {
+            for (Block *lane : substitutes()) {
+                lane->setParam(A_OUTPUT_PRECISION, PureTupleValue::get(A_TYPE_SPECIFIED, mType, context));
+            }
+        }
+    }
+
+  private:
+    PureValueRef mType;
 };
 
 /// One pin whose ports are numbered lane by lane.
@@ -797,6 +848,45 @@ class IPVectorUnroller final : public BoundaryVectorUnroller {
     bool canUnroll() const override { return !namesClash(); }
 };
 
+/// One loop whose levels, the elements of a vector of limits, have keys of their own.
+class LoopVecUnroller final : public VectorUnroller {
+  public:
+    explicit LoopVecUnroller(Block &block) : mBlock(block) {}
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        return kindOf(wire.getName(), vectors, {&A_LOOP_WIRE_VALUE, &A_LOOP_WIRE_FIRST_ITER, &A_LOOP_WIRE_LAST_ITER});
+    }
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        return kindOf(port.getName(), vectors, {&A_LOOP_PORT_LIMIT});
+    }
+    bool canUnroll() const override { return !mHasOtherVectors; }
+    void preAttach(const VectorDecorSpec &) override { mLoop = &createSubstitute(mBlock); }
+    void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
+        const MaybePort attached(*mLoop, BoundaryVectorUnroller::makeName(port.getName(), lanes, indices));
+        attached.setWire(driver);
+        addAttachedPort(attached);
+    }
+    Wire *attachWire(Wire &wire, const VectorDecorSpec &lanes, const std::vector<int> &indices,
+                     const std::vector<MaybePort> &readers) override {
+        Wire *level = Wire::create(*mLoop, BoundaryVectorUnroller::makeName(wire.getName(), lanes, indices));
+        OrvoUtils::copyParams(*level, wire);
+        connect(readers, *level);
+        return level;
+    }
+    void postAttach() override { delete &mBlock; }
+
+  private:
+    VectorUnrollKind kindOf(const PureValueRef &name, const VectorDecorSpec &vectors,
+                            std::initializer_list<const StaticString *> ofLevels) {
+        const bool isOfLevels = isOneOf(name, ofLevels);
+        mHasOtherVectors = mHasOtherVectors || (vectors.isVector() && !isOfLevels);
+        return isOfLevels ? VectorUnrollKind::Own : VectorUnrollKind::Whole;
+    }
+
+    Block &mBlock;
+    Block *mLoop = nullptr;
+    bool mHasOtherVectors = false;
+};
+
 /// Data of a region that can stall. The block stays one, so that all of it moves together; each lane gets a number of
 /// its own, the same before the block and behind it.
 class StallBoundaryVectorUnroller final : public VectorUnroller {
@@ -993,7 +1083,7 @@ const VectorUnrollRow kRows[] = {
     {&A_CONST_BLOCK, handler<ConstVectorUnroller>, kLane},
     {&A_DIVIDE_BLOCK, defaultHandler, kLane},
     {&A_MOD_MULT_BLOCK, defaultHandler, kLane},
-    {&A_CONSTMULT_BLOCK, handler<WideningVectorUnroller>, kLane},
+    {&A_CONSTMULT_BLOCK, handler<ConstMultVectorUnroller>, kLane},
     {&A_CONSTDIV_BLOCK, handler<WideningVectorUnroller>, kLane},
     {&A_RAW_SHIFT_BLOCK, defaultHandler, kLane},
     {&A_BARREL_LEFT_BLOCK, defaultHandler, kLane},
@@ -1055,9 +1145,9 @@ const VectorUnrollRow kRows[] = {
     {&A_FIFO_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
     {&A_FIFO_DELAY_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
     {&A_SEQUENCE_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
-    {&A_COUNTER_BLOCK, handler<WideningVectorUnroller>, kLane},
+    {&A_COUNTER_BLOCK, handler<CounterVectorUnroller>, kLane},
     {&A_LD_COUNTER_BLOCK, handler<LaneTupleVectorUnroller>, kLane},
-    {&A_LOOP_BLOCK, nullptr, "limits and counts are scalar"},
+    {&A_LOOP_BLOCK, handler<LoopVecUnroller>, "one loop with a level an element"},
     {&A_FOR_LOOP_BLOCK, defaultHandler, kLane},
     {&A_ACC_BLOCK, defaultHandler, kLane},
     {&A_FLOAT_MULTACC_BLOCK, defaultHandler, kLane},

@@ -256,13 +256,13 @@ void writeSyncRegister(BlockWriter &writer) {
 }
 
 /// The least integer that is not below a limit: counts stay below both.
-Leaf integerLimit(BlockWriter &writer, const Signal &limit) {
-    const ScalarType type = writer.scalar(limit.first);
+Leaf integerLimit(BlockWriter &writer, Leaf limit) {
+    const ScalarType type = writer.scalar(limit);
     if (type.width > 60 || type.fraction < -60) {
         writer.fail("a limit is wider than 60 bits");
     }
     if (type.fraction == 0) {
-        return limit.first;
+        return limit;
     }
     const auto negated = [&](Leaf in, std::int32_t drop) {
         const Leaf out = writer.temporary({63, 0, true, false});
@@ -272,7 +272,7 @@ Leaf integerLimit(BlockWriter &writer, const Signal &limit) {
         return out;
     };
     // Dropped bits round down, so the negative rounds up.
-    return negated(negated(limit.first, type.fraction), 0);
+    return negated(negated(limit, type.fraction), 0);
 }
 
 /// Nested counters: limits are sampled at go, which starts all at 0 in that cycle.
@@ -284,26 +284,36 @@ void writeLoop(BlockWriter &writer) {
     const auto keyed = [context](const StaticString &key, int level) {
         return PureValueRef(PureTupleValue::get(key, NumberValue::get(level, context), context));
     };
+    // The limits stand in one vector or each under its level.
+    const Signal all = writer.in(A_LOOP_PORT_LIMIT);
     int levels = 0;
-    for (Signal limit = writer.in(keyed(A_LOOP_PORT_LIMIT, 0)); limit.known();
+    if (all.known()) {
+        requireFixed(writer, all, "a limit");
+        for (; static_cast<std::uint32_t>(levels) < all.type->leaves; ++levels) {
+            operands.push_back(writer.raw(integerLimit(writer, all.first + static_cast<std::uint32_t>(levels))));
+        }
+    }
+    for (Signal limit = writer.in(keyed(A_LOOP_PORT_LIMIT, levels)); limit.known() && !all.known();
          limit = writer.in(keyed(A_LOOP_PORT_LIMIT, ++levels))) {
         requireFixed(writer, limit, "a limit");
-        operands.push_back(writer.raw(integerLimit(writer, limit)));
+        operands.push_back(writer.raw(integerLimit(writer, limit.first)));
     }
     const std::uint32_t words = 1 + 2 * static_cast<std::uint32_t>(levels);
     const std::uint32_t state = writer.state(words);
-    const auto show = [&](const Signal &out, int what) {
+    const auto show = [&](const Signal &out, int element, int what) {
         if (out.known()) {
             const Leaf shown = writer.temporary({62, 0, false, false});
             writer.emitFromState(shown, state, words, operands, readLoop, what);
-            writer.convert(out.first, shown);
+            writer.convert(out.first + static_cast<std::uint32_t>(element), shown);
         }
     };
-    show(writer.out(A_LOOP_WIRE_VALID), 0);
+    show(writer.out(A_LOOP_WIRE_VALID), 0, 0);
+    const StaticString *wires[] = {&A_LOOP_WIRE_VALUE, &A_LOOP_WIRE_FIRST_ITER, &A_LOOP_WIRE_LAST_ITER};
     for (int level = 0; level < levels; ++level) {
-        show(writer.out(keyed(A_LOOP_WIRE_VALUE, level)), 1 + 3 * level);
-        show(writer.out(keyed(A_LOOP_WIRE_FIRST_ITER, level)), 2 + 3 * level);
-        show(writer.out(keyed(A_LOOP_WIRE_LAST_ITER, level)), 3 + 3 * level);
+        int what = 1 + 3 * level;
+        for (const StaticString *wire : wires) {
+            show(writer.out(all.known() ? PureValueRef(*wire) : keyed(*wire, level)), all.known() ? level : 0, what++);
+        }
     }
     // What is shown does not depend on the enable.
     operands.push_back(writer.raw(enable.known() ? truth(writer, enable.first) : one(writer)));
