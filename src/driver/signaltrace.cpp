@@ -185,6 +185,14 @@ class Tracer {
                 addMatching(made, signal, places);
             }
         }
+        // What a block computed may come out of several that were made for it.
+        for (const Made &made : places.empty() ? madeFrom(*signal.block) : std::vector<Made>()) {
+            const bool isAtPort = std::any_of(made.steps.begin(), made.steps.end(),
+                                              [](const NameStep &step) { return step.kind == NameStep::Kind::Port; });
+            if (!isAtPort && !signal.isPort) {
+                addMatching(made, signal, places);
+            }
+        }
         return places;
     }
 

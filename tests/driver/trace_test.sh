@@ -85,3 +85,16 @@ run 2 trace d.xml --signal a
 has err 'a design and what it was lowered to are needed'
 run 2 trace - - --signal a
 has err 'only one design can come from standard input'
+
+# What a block computed may come out of several that were made for it, whose names tell for what.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block in inputBlock '<wire name="x"/><wire name="y"/>'
+    block '(sum low)' addBlock "$(param 0 '[/top/in/x]')<wire name=\"primWireOut\"/>"
+    block '(sum high)' addBlock "$(param 0 '[/top/in/y]')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param 0 '[/top/(sum low)/primWireOut]')$(param 1 '[/top/(sum high)/primWireOut]')"
+    printf '</model></design></kelmar>\n'
+} >parts.xml
+run 0 trace d.xml parts.xml --signal top/sum.primWireOut
+has out '  is top/(sum low).primWireOut: beside it (low)'
+has out '  is top/(sum high).primWireOut: beside it (high)'
