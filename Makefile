@@ -47,6 +47,7 @@ update-examples: build
 
 update-docs: build
 	tools/reference.py $(BUILD)/bin/orvo docs/reference
+	tools/outputs.py $(BUILD)/bin/orvo docs/beamformer.md
 
 # make install PREFIX=/somewhere
 install: build

@@ -11,6 +11,7 @@
 #include <orvo/model.h>
 #include <orvo/pass.h>
 #include <orvo/staticstrings.h>
+#include <orvo/wire.h>
 
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
@@ -123,6 +124,22 @@ TEST_F(NameOriginTest, whatJoinsASignalNamesItsPort) {
     EXPECT_EQ(origin("(m 0 cunpack)"), "top/m, at 0, beside it (cunpack) *");
     EXPECT_EQ(origin("(m x imagZero)"), "top/m, at x, beside it (imagZero) *");
     EXPECT_EQ(origin("(m 1 unapack_aunpack_0)"), "top/m, at 1, beside it (unapack_aunpack_0) *");
+    EXPECT_EQ(origin("(m 1 apack_aunpack)"), "top/m, at 1, beside it (apack_aunpack) *");
+    EXPECT_EQ(origin("((n 0) vup)"), "nothing");
+}
+
+TEST_F(NameOriginTest, packsAtScheduledModelsNameThePortAlone) {
+    Block &scheduled = block(mTop, "s");
+    EXPECT_EQ(origin("(x vup)"), "nothing");
+    scheduled.setParam(A_BLOCK_TYPE, A_SCHEDULED_MODEL_BLOCK);
+    Wire::create(scheduled, "y");
+    scheduled.setParam(value("x"), *Wire::create(block(mTop, "in"), "x"));
+    block(mTop, "x");
+    EXPECT_EQ(origin("(x vup)"), "top/s, at x, beside it (vup) *");
+    EXPECT_EQ(origin("(y cp 2)"), "top/s, at y, beside it (cp) *");
+    EXPECT_EQ(origin("(dupName 0 (y ap))"), "top/s, at y, beside it (ap), one more of the name (0) *");
+    EXPECT_EQ(origin("(z vup)"), "nothing");
+    EXPECT_EQ(origin("(x real)"), "top/x, real part");
 }
 
 TEST_F(NameOriginTest, whatIsMadeBesideIsTold) {

@@ -194,8 +194,10 @@ TEST_F(CompareTest, tellsEdgesThatDoNotMatch) {
 
 TEST_F(CompareTest, findsThatEveryPassLeavesTheExamplesAsTheyCompute) {
     const std::pair<const char *, const char *> examples[] = {
-        {"biquad", "biquad"},  {"fir16", "fir16"},          {"energy_pair", "top"},   {"matrix_vector", "matrixVector"},
-        {"mixer_pair", "top"}, {"select_lut", "compander"}, {"tagged_samples", "top"}};
+        {"biquad", "biquad"},      {"fir16", "fir16"},
+        {"energy_pair", "top"},    {"matrix_vector", "matrixVector"},
+        {"mixer_pair", "top"},     {"select_lut", "compander"},
+        {"tagged_samples", "top"}, {"beamformer", "beamformer"}};
     for (const auto &[name, top] : examples) {
         const auto before = example(name);
         const auto after = example(name);

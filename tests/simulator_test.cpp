@@ -1141,6 +1141,35 @@ TEST_F(SimulatorTest, computesAMatrixTimesAVector) {
     EXPECT_EQ(simulator.outputs()[0].name, "y[0].re");
 }
 
+// A wave from the direction of a beam adds up there, and cancels in the others.
+TEST_F(SimulatorTest, steersBeams) {
+    const std::unique_ptr<Design> design = example("beamformer");
+    Simulator simulator(*design, *design->getModel(value("beamformer")));
+    ASSERT_EQ(simulator.inputs()[1].name, "samples[0].re");
+    ASSERT_EQ(simulator.outputs()[4].name, "beams[2].re");
+    const double pi = std::acos(-1.0);
+    for (int beam = 0; beam < 4; ++beam) {
+        const double sine = (2 * beam - 3) / 4.0;
+        Numbers wave{beam};
+        for (int element = 0; element < 8; ++element) {
+            wave.push_back(std::lround(4096 * std::cos(pi * element * sine)));
+            wave.push_back(std::lround(4096 * std::sin(pi * element * sine)));
+        }
+        wave.push_back(1);
+        simulator.reset();
+        stepWith(simulator, wave);
+        const Numbers out = stepWith(simulator, Numbers(wave.size(), 0));
+        for (int other = 0; other < 4; ++other) {
+            const auto at = static_cast<std::size_t>(2 * other);
+            // Half of full scale from each of eight elements, in units of 2^-12.
+            EXPECT_NEAR(static_cast<double>(out[at]), other == beam ? 4 * 4096 : 0, 16) << beam << " " << other;
+            EXPECT_NEAR(static_cast<double>(out[at + 1]), 0, 16) << beam << " " << other;
+        }
+        EXPECT_EQ(out[8], beam);
+        EXPECT_EQ(out[9], 1);
+    }
+}
+
 TEST_F(SimulatorTest, givesVariantsWithoutSchedulingTheMeaningOfThePlainTypes) {
     check({
         {"add", "addNONSBlock", {{"0", "s4.0"}, {"1", "s4.0"}}, {}, {kOut}, {{{-8, 7}, {-1}}}},

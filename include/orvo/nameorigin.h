@@ -10,6 +10,7 @@
 // | (NAME real), (NAME imag) | a part of a complex number |
 // | (NAME vunroll), (NAME cunroll 2), "NAME_aunroll" | what took the place of the block as a whole |
 // | (NAME key cpack), ((NAME key) vup 0) | what joins or takes apart the signal at the port or wire of that key |
+// | (key vup), (key cp 2) | what joins or takes apart the signal at the port or wire of that key of a scheduled model |
 // | (NAME word), "NAME_vp", "NAME_vup3" | a block made beside the one that a rewrite replaced |
 //
 // Readings are tried in the order of the table; these rules nest in each other in any way. NAME stands as its text
@@ -20,6 +21,7 @@
 #include <orvo/value.h>
 
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace orvo {
@@ -76,7 +78,11 @@ class ORVO_API NameOrigins {
     NameOrigin ofTuple(const PureValueRef &name, const Model &model) const;
     NameOrigin ofText(const PureValueRef &name, const Model &model) const;
 
+    const Block *scheduledBlockWith(const PureValueRef &key, const Model &model) const;
+
     const Design &mSource;
+    /// Of each model that was asked about, its scheduled models by the keys of their ports and wires.
+    mutable std::unordered_map<const Model *, std::unordered_map<const Value *, const Block *>> mScheduled;
 };
 
 /// How the name of a port or wire of a lowered block continues that of one of the source: empty steps for the name

@@ -43,7 +43,7 @@ constexpr ValueKind kValueKinds[] = {
     {"PASSES", &passNames, "_orvo_list"},          {"PASS", &passNames, "_orvo_words"},
     {"BLOCK", &blockNamesAndTexts, "_orvo_words"}, {"TAG", &messageTags, "_orvo_words"},
     {"SHELL", &shellNames, "_orvo_words"},         {"NAME=VALUE", &featureNames, "_orvo_settings"},
-    {"FEATURE", &featureNames, "_orvo_words"},
+    {"FEATURE", &featureNames, "_orvo_words"},     {"PRESET", &presetNames, "_orvo_words"},
 };
 
 std::string joined(const std::vector<std::string> &words) { return fmt::format("{}", fmt::join(words, " ")); }

@@ -128,6 +128,7 @@ void addVerbs(CLI::App &app, VerbHost &host) {
     addOptVerb(app, host);
     addLowerVerb(app, host);
     addDiffVerb(app, host);
+    addTraceVerb(app, host);
     addCheckVerb(app, host);
     addStatVerb(app, host);
     addTypesVerb(app, host);

@@ -13,7 +13,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <fstream>
 #include <memory>
+#include <sstream>
 
 namespace orvo::driver {
 
@@ -97,6 +99,19 @@ int lower(const LowerArguments &given, Console &console) {
 }
 
 } // namespace
+
+std::vector<std::string> presetNames() {
+    std::ifstream in(installedPipelines(), std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    std::vector<Preset> presets;
+    parsePipelines(text.str(), ContextMgr::get(), presets);
+    std::vector<std::string> names;
+    for (const Preset &preset : presets) {
+        names.push_back(preset.name);
+    }
+    return names;
+}
 
 void addLowerVerb(CLI::App &app, VerbHost &host) {
     CLI::App *verb = addVerb(app, "lower", "Take hierarchy, tags and compound signals apart, by a pipeline of passes");

@@ -54,6 +54,8 @@ std::vector<std::string> passNames();
 std::vector<std::string> blockNames();
 std::vector<std::string> messageTags();
 std::vector<std::string> featureNames();
+/// Of the pipelines that come with the library.
+std::vector<std::string> presetNames();
 
 /// The parser with all verbs.
 void addVerbs(CLI::App &app, VerbHost &host);

@@ -6,7 +6,9 @@
 #include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/modelkinds.h>
+#include <orvo/port.h>
 #include <orvo/staticstrings.h>
+#include <orvo/wire.h>
 
 #include <algorithm>
 #include <string_view>
@@ -33,8 +35,10 @@ constexpr std::string_view kParts[] = {"real", "imag"};
 /// Behind a name and the key of a port or wire of it.
 constexpr std::string_view kAtPort[] = {"ap",    "aup",     "vp",    "vup",     "cp",      "cup",
                                         "cpack", "cunpack", "apack", "aunpack", "imagZero"};
-/// The same, with the path to a member behind it.
-constexpr std::string_view kMemberPath = "unapack_";
+/// The same, with the path to a member of a record behind it.
+constexpr std::string_view kMemberPaths[] = {"apack_", "unapack_"};
+/// Those of a signal packer, which may have the key of a port alone in front.
+constexpr std::string_view kPacker[] = {"ap", "aup", "vp", "vup", "cp", "cup"};
 
 std::string_view textOf(const PureValueRef &value) {
     return value->kind() == CoreType::String
@@ -47,7 +51,9 @@ template <std::size_t N> bool isOneOf(std::string_view text, const std::string_v
 }
 
 bool isAtPort(std::string_view text) {
-    return isOneOf(text, kAtPort) || text.substr(0, kMemberPath.size()) == kMemberPath;
+    return isOneOf(text, kAtPort) ||
+           std::any_of(std::begin(kMemberPaths), std::end(kMemberPaths),
+                       [text](std::string_view path) { return text.substr(0, path.size()) == path; });
 }
 
 bool isNumber(const PureValueRef &value) { return value->kind() == CoreType::Number; }
@@ -122,6 +128,11 @@ NameOrigin NameOrigins::ofTuple(const PureValueRef &name, const Model &model) co
             return found;
         }
     }
+    if (isOneOf(textOf(second), kPacker)) {
+        if (const Block *scheduled = scheduledBlockWith(first, model)) {
+            return {scheduled, {{Kind::Port, first}, {Kind::Beside, second}}};
+        }
+    }
     const PureTupleValueRef signal = pureTupleVR(first);
     if (isAtPort(textOf(second)) && signal && signal->size() == 2) {
         return with(originOf(elementOf(signal, 0), model),
@@ -139,6 +150,25 @@ NameOrigin NameOrigins::ofTuple(const PureValueRef &name, const Model &model) co
         }
     }
     return found;
+}
+
+const Block *NameOrigins::scheduledBlockWith(const PureValueRef &key, const Model &model) const {
+    const auto [at, isNew] = mScheduled.try_emplace(&model);
+    if (isNew) {
+        for (const Block &block : model) {
+            if (block.type() != A_SCHEDULED_MODEL_BLOCK.get_ptr()) {
+                continue;
+            }
+            for (const Port &port : block.ports()) {
+                at->second.emplace(port.getName().get_ptr(), &block);
+            }
+            for (const Wire &wire : block) {
+                at->second.emplace(wire.getName().get_ptr(), &block);
+            }
+        }
+    }
+    const auto found = at->second.find(key.get_ptr());
+    return found == at->second.end() ? nullptr : found->second;
 }
 
 NameOrigin NameOrigins::ofText(const PureValueRef &name, const Model &model) const {

@@ -80,7 +80,7 @@ echo '<kelmar' >broken.xml
 run 2 diff a.xml broken.xml
 has err broken.xml:
 
-# Twice the design takes twice the time, not four times.
+# Large designs.
 big_design big1.xml 20000
 big_design big2.xml 20001
 run 1 diff big1.xml big2.xml
