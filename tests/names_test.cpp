@@ -18,10 +18,13 @@ const std::map<std::string, std::string> &coveredBy() {
     static const std::map<std::string, std::string> table = {
         {"arithmeticrows", "simulator"},
         {"blockshape", "designgenerator"},
+        {"boundarycomplexunroller", "unrollcomplexpass"},
         {"boundaryvectorunroller", "unrollvectorpass"},
         {"changelog", "blockannotation"},
         {"cloneconstraints", "scheduleconstraints"},
         {"compiler", "simulator"},
+        {"complexunroll", "unrollcomplexpass"},
+        {"complexunroller", "complexunrollers"},
         {"cycletraverse", "early_cycle_analysis"},
         {"deadblockhandlers", "deadblockpass"},
         {"deadmodelpass", "deadblockpass"},
@@ -42,6 +45,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"functionkernels", "functionrows"},
         {"initimpl", "passtable"},
         {"memorykernels", "simulator"},
+        {"multiplycomplexunroller", "complexunrollers"},
         {"netlistverificationpass", "netlistverification"},
         {"passcontext", "pass"},
         {"passregistry", "pass"},
@@ -50,6 +54,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"profilingwriter", "profiling"},
         {"replacedpoints", "compoundportcorrespondence"},
         {"root", "utilsmall"},
+        {"scalarproductcomplexunroller", "complexunrollers"},
         {"signalshape", "designgenerator"},
         {"statekernels", "simulator"},
         {"steeringrows", "simulator"},
@@ -95,12 +100,13 @@ TEST(Names, giveEveryPassASourceOfItsName) {
         }
         std::transform(name.begin(), name.end(), name.begin(),
                        [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        // The dead-block passes are one family, as are those for vectors.
+        // The dead-block passes are one family, as are those for each kind of compound signals.
         const bool family = name.find("deadblock") != std::string::npos;
-        const std::string source = family                                 ? "deadblockpass"
-                                   : name == "globaltypepass"             ? "typeinferpass"
-                                   : name == "unrollvectorcrossmodelpass" ? "unrollvectorpass"
-                                                                          : name;
+        const std::string source = family                                  ? "deadblockpass"
+                                   : name == "globaltypepass"              ? "typeinferpass"
+                                   : name == "unrollcomplexcrossmodelpass" ? "unrollcomplexpass"
+                                   : name == "unrollvectorcrossmodelpass"  ? "unrollvectorpass"
+                                                                           : name;
         EXPECT_TRUE(fs::exists(sources / (source + ".cpp"))) << name;
     }
 }

@@ -66,6 +66,8 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
     const std::map<std::string, std::vector<std::string>> some = {
         {"DumpTypesPass", {"GlobalTypePass"}},
         {"ElideFromGotoPass", {"ModelTreePass"}},
+        {"UnrollComplexCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"UnrollComplexPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollVectorCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollVectorPass", {"ModelTreePass", "GlobalTypePass"}},
     };

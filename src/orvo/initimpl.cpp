@@ -2,6 +2,7 @@
 // modules matters only where two set the same interface, since a later one replaces what an earlier one set.
 #include "orvo/initimpl.h"
 
+#include "orvo/complexunrollers.h"
 #include "orvo/deadblockhandlers.h"
 #include "orvo/domainhandlers.h"
 #include "orvo/passtable.h"
@@ -63,6 +64,11 @@ void initialiseORVO_VectorUnrollers(Context *context) {
     registerVectorUnrollers(context);
 }
 
+void initialiseORVO_ComplexUnrollers(Context *context) {
+    ContextMgr guard(context);
+    registerComplexUnrollers(context);
+}
+
 /// Variants for regions without scheduling behave as their plain types do.
 void initialiseNONSBlocks(Context *context) {
     HandlerLinker linker(context,
@@ -76,7 +82,7 @@ constexpr Module kModules[] = {
     initialiseORVO_CommonBlocks, initialiseORVO_IPBlocks,        initialiseORVO_PrimBlocks,
     initialiseORVO_PipeBlock,    initialiseORVO_BusBlocks,       initialiseORVO_SarnetBlocks,
     initialiseORVO_ExtMemBlocks, initialiseORVO_MiscBlocks,      initialiseORVO_PortOrderingHandlers,
-    initialiseORVO_FFTBlocks,    initialiseORVO_VectorUnrollers,
+    initialiseORVO_FFTBlocks,    initialiseORVO_VectorUnrollers, initialiseORVO_ComplexUnrollers,
 };
 
 } // namespace

@@ -13,6 +13,7 @@
 #include "orvo/flattensimulinkpass.h"
 #include "orvo/flattenzrtexplicitpass.h"
 #include "orvo/netlistverificationpass.h"
+#include "orvo/unrollcomplexpass.h"
 #include "orvo/unrollvectorpass.h"
 
 #include <orvo/modeltreepass.h>
@@ -48,6 +49,8 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(ModelTreePass),
     ORVO_PASS_ROW(DeadModelPass),
     ORVO_PASS_ROW(NetlistVerificationPass),
+    ORVO_PASS_ROW(UnrollComplexPass),
+    ORVO_PASS_ROW(UnrollComplexCrossModelPass),
     ORVO_PASS_ROW(UnrollVectorPass),
     ORVO_PASS_ROW(UnrollVectorCrossModelPass),
 };

@@ -241,7 +241,8 @@ class WideningVectorUnroller : public LaneTupleVectorUnroller {
     }
     Wire *attachWire(Wire &wire, const VectorDecorSpec &lanes, const std::vector<int> &indices,
                      const std::vector<MaybePort> &readers) override {
-        if (!mDiffers) {
+        // Floats have one type whatever their values.
+        if (!mDiffers || NumTypeSpec(mTypes[&wire], wire.getContext()).isFloat()) {
             return LaneTupleVectorUnroller::attachWire(wire, lanes, indices, readers);
         }
         const Block &lane = *substitutes()[lanes.elementIndex(indices)];

@@ -744,7 +744,7 @@ void emitQuotient(BlockWriter &writer, Leaf out, Leaf dividend, Leaf divisor) {
 void writeDivide(BlockWriter &writer) {
     const std::vector<Signal> in = fixedInputs(writer, 2);
     if (const Signal out = writer.out(); out.known()) {
-        if (out.type->isComplex) {
+        if (in[0].type->isComplex || in[1].type->isComplex) {
             writer.fail("a quotient of complex numbers has no meaning here");
         }
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
@@ -769,6 +769,9 @@ void writeConstMult(BlockWriter &writer) {
 void writeConstDiv(BlockWriter &writer) {
     const std::vector<Signal> in = fixedInputs(writer, 1);
     const Signal divisor = constantSignal(writer, A_CONST_VALUE);
+    if (divisor.type->isComplex) {
+        writer.fail("a quotient by a complex number has no meaning here");
+    }
     if (const Signal out = writer.out(); out.known()) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             emitQuotient(writer, leaf, *leafAt(in[0], lane, part), *leafAt(divisor, lane));

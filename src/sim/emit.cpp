@@ -89,7 +89,7 @@ Leaf partOrZero(BlockWriter &writer, const Signal &signal, std::uint32_t lane, s
     if (const auto leaf = leafAt(signal, lane, part)) {
         return *leaf;
     }
-    return signal.type->scalar.isFloat ? writer.temporary(signal.type->scalar) : zero(writer);
+    return writer.temporary(signal.type->scalar);
 }
 
 void emitCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relation) {

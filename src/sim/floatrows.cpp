@@ -191,6 +191,16 @@ void writeConjugate(BlockWriter &writer) {
     }
 }
 
+/// Functions that complex numbers have none of part by part.
+template <FloatFunction function, std::size_t inputs> void writeRealFunction(BlockWriter &writer) {
+    for (const Signal &in : inputsOf(writer, inputs)) {
+        if (in.type->isComplex) {
+            writer.fail("it has no meaning for complex numbers");
+        }
+    }
+    writeFunction<function, inputs>(writer);
+}
+
 void writeAddSubFused(BlockWriter &writer) { writeFunction<FloatFunction::Add, 2, FloatFunction::Sub>(writer); }
 
 /// Select 1 is the sum, 0 the difference.
@@ -275,10 +285,11 @@ void writeAddSload(BlockWriter &writer) {
 void writeDim(BlockWriter &writer) {
     const std::vector<Signal> in = inputsOf(writer, 2);
     if (const Signal out = writer.out(); out.known()) {
-        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             const ScalarType type = writer.scalar(leaf);
             const Leaf difference =
-                apply(writer, type, FloatFunction::Sub, {*leafAt(in[0], lane), *leafAt(in[1], lane)});
+                apply(writer, type, FloatFunction::Sub,
+                      {partOrZero(writer, in[0], lane, part), partOrZero(writer, in[1], lane, part)});
             writer.alias(leaf, extremeOf(writer, type, true, difference, writer.temporary(type)));
         });
     }
@@ -298,7 +309,7 @@ template <bool larger> void writeMagnitude(BlockWriter &writer) {
     if (!out.known()) {
         return;
     }
-    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+    forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
         const ScalarType type = writer.scalar(leaf);
         const auto bit = [&](Leaf a, Leaf b, Relation relation) {
             const Leaf made = writer.temporary({1, 0, false, false});
@@ -307,7 +318,7 @@ template <bool larger> void writeMagnitude(BlockWriter &writer) {
         };
         const auto inType = [&](const Signal &signal) {
             const Leaf same = writer.temporary(type);
-            writer.convert(same, *leafAt(signal, lane));
+            writer.convert(same, partOrZero(writer, signal, lane, part));
             return same;
         };
         Leaf best = inType(in[0]);
@@ -429,12 +440,13 @@ void writeCast(BlockWriter &writer) {
 template <bool ofTwo> void writePower(BlockWriter &writer) {
     const std::vector<Signal> in = inputsOf(writer, 2);
     requireFixed(writer, in[1], "the exponent");
-    if (in[1].type->scalar.fraction != 0) {
+    if (in[1].type->scalar.fraction != 0 || in[1].type->isComplex) {
         writer.fail("the exponent is no integer");
     }
     if (const Signal out = writer.out(); out.known()) {
-        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
-            emitFloatFrom(writer, leaf, {floatOperand(writer, *leafAt(in[0], lane)), writer.raw(*leafAt(in[1], lane))},
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            const Leaf base = partOrZero(writer, in[0], lane, part);
+            emitFloatFrom(writer, leaf, {floatOperand(writer, base), writer.raw(*leafAt(in[1], lane))},
                           floatPowerKernel(ofTwo), floatAux(floatModeOf(writer)));
         });
     }
@@ -443,10 +455,10 @@ template <bool ofTwo> void writePower(BlockWriter &writer) {
 void writeExponent(BlockWriter &writer) {
     const std::vector<Signal> in = inputsOf(writer, 1);
     if (const Signal out = writer.out(); out.known()) {
-        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             writer.emit(
-                leaf, 0, {floatOperand(writer, *leafAt(in[0], lane))}, [](const Op &) { return floatExponentKernel(); },
-                floatAux(floatModeOf(writer)));
+                leaf, 0, {floatOperand(writer, partOrZero(writer, in[0], lane, part))},
+                [](const Op &) { return floatExponentKernel(); }, floatAux(floatModeOf(writer)));
         });
     }
 }
@@ -478,7 +490,7 @@ const BlockRow kRows[] = {
     {&A_CONSTMULT_BLOCK, writeConstMult},
     {&A_SCALAR_PRODUCT_BLOCK, writeScalarProduct},
     {&A_ADD_SLOAD_BLOCK, writeAddSload},
-    {&A_DIVIDE_BLOCK, writeFunction<FloatFunction::Div, 2>},
+    {&A_DIVIDE_BLOCK, writeRealFunction<FloatFunction::Div, 2>},
     {&A_NEG_BLOCK, writeFunction<FloatFunction::Neg, 1>},
     {&A_COMPLEX_CONJUGATE_BLOCK, writeConjugate},
     {&A_ABS_BLOCK, writeFunction<FloatFunction::Abs, 1>},
@@ -496,8 +508,8 @@ const BlockRow kRows[] = {
     {&A_COMPARECTRL_BLOCK, writeCompareControl},
     {&A_CAST_BLOCK, writeCast},
     {&A_FLOAT_CLASS_BLOCK, writeClassifier},
-    {&A_FLOAT_MULTADD_BLOCK, writeFunction<FloatFunction::MultAdd, 3>},
-    {&A_FLOAT_MULTSUB_BLOCK, writeFunction<FloatFunction::MultSub, 3>},
+    {&A_FLOAT_MULTADD_BLOCK, writeRealFunction<FloatFunction::MultAdd, 3>},
+    {&A_FLOAT_MULTSUB_BLOCK, writeRealFunction<FloatFunction::MultSub, 3>},
     {&A_SQRT_BLOCK, writeFunction<FloatFunction::Sqrt, 1>},
     {&A_RECIPROCAL_BLOCK, writeFunction<FloatFunction::Reciprocal, 1>},
     {&A_RECIP_SQRT_BLOCK, writeFunction<FloatFunction::RecipSqrt, 1>},

@@ -39,12 +39,12 @@ template <FixedFunction function, FixedFunction second = function> void writeFun
 
 void writePower(BlockWriter &writer) {
     const std::vector<Signal> in = fixedInputs(writer, 2);
-    if (in[1].type->scalar.fraction != 0) {
+    if (in[1].type->scalar.fraction != 0 || in[1].type->isComplex) {
         writer.fail("the exponent is no integer");
     }
     if (const Signal out = writer.out(); out.known()) {
-        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
-            emitNumber(writer, leaf, {*leafAt(in[0], lane), *leafAt(in[1], lane)}, fixedPowerKernel());
+        forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
+            emitNumber(writer, leaf, {partOrZero(writer, in[0], lane, part), *leafAt(in[1], lane)}, fixedPowerKernel());
         });
     }
 }
@@ -52,7 +52,7 @@ void writePower(BlockWriter &writer) {
 /// A shift to the left, or for a negative number to the right, brought to the output's type.
 void writeScaling(BlockWriter &writer) {
     const std::vector<Signal> in = fixedInputs(writer, 2);
-    if (in[1].type->scalar.fraction != 0) {
+    if (in[1].type->scalar.fraction != 0 || in[1].type->isComplex) {
         writer.fail("the exponent is no integer");
     }
     if (const Signal out = writer.out(); out.known()) {
@@ -82,6 +82,9 @@ void writeCordic(BlockWriter &writer) {
     const Signal y = fixedInput(writer, A_CORDIC_PORT_Y, "the ordinate");
     const Signal angle = fixedInput(writer, A_CORDIC_PORT_ANGLE, "the angle");
     const Signal mode = fixedInput(writer, A_CORDIC_PORT_MODE, "the mode");
+    if (mode.type->isComplex) {
+        writer.fail("the mode is no condition");
+    }
     const auto write = [&](const StaticString &wire, std::optional<Cordic> rotated, std::optional<Cordic> turned) {
         const Signal out = writer.out(wire);
         if (!out.known()) {
@@ -89,7 +92,7 @@ void writeCordic(BlockWriter &writer) {
         }
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             const std::vector<Leaf> in{partOrZero(writer, x, lane, part), partOrZero(writer, y, lane, part),
-                                       *leafAt(angle, lane)};
+                                       *leafAt(angle, lane, angle.type->isComplex ? part : 0)};
             const auto result = [&](std::optional<Cordic> what) {
                 const Leaf value = writer.temporary(writer.scalar(leaf));
                 if (what) {

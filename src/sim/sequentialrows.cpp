@@ -180,6 +180,11 @@ template <bool pulse> void writeCounterBlock(BlockWriter &writer) {
 /// Load wins: the initial value; else, while enabled, the state and the step, modulo the limit.
 void writeLoadableCounter(BlockWriter &writer) {
     const std::vector<Signal> in = fixedInputs(writer, 4);
+    for (const Signal &one : in) {
+        if (one.type->isComplex) {
+            writer.fail("a count of complex numbers has no meaning here");
+        }
+    }
     const Signal enable = writer.in(A_PORT_ENABLE);
     const Signal out = writer.out();
     if (!out.known()) {

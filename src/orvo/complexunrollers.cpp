@@ -1,0 +1,784 @@
+// The unrollers of block types that are more than a block of each part, and the table of all.
+#include "orvo/complexunrollers.h"
+
+#include "orvo/boundarycomplexunroller.h"
+#include "orvo/multiplycomplexunroller.h"
+#include "orvo/scalarproductcomplexunroller.h"
+
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/logging.h>
+#include <orvo/staticstrings.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+namespace orvo::internal {
+
+namespace {
+
+PureValueRef numberOf(std::size_t number) {
+    return NumberValue::get(static_cast<int>(number), ContextMgr::getThreadContext());
+}
+
+Block &create(const Block &beside, const PureValueRef &name, const StaticString &type) {
+    Block &made = *Block::create(beside.getModel(), name);
+    made.setParam(A_BLOCK_TYPE, type);
+    return made;
+}
+
+Wire &outOf(Block &block) { return *Wire::create(block, A_PRIM_WIRE_OUT); }
+
+void connect(const std::vector<MaybePort> &readers, Wire &wire) {
+    for (const MaybePort &reader : readers) {
+        reader.setWire(wire);
+    }
+}
+
+bool isOneOf(const PureValueRef &key, std::initializer_list<const StaticString *> keys) {
+    return std::any_of(keys.begin(), keys.end(), [&](const StaticString *one) { return *one == key; });
+}
+
+/// Controls steer both parts.
+template <const StaticString &...kShared> class SharedPortsComplexUnroller : public DefaultComplexUnroller {
+  public:
+    using DefaultComplexUnroller::DefaultComplexUnroller;
+    ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
+        return isOneOf(port.getName(), {&kShared...}) ? ComplexPortKind::Share
+                                                      : DefaultComplexUnroller::originalPort(port, decor);
+    }
+};
+
+using AddSubComplexUnroller = SharedPortsComplexUnroller<A_ADDSUB_PORT_SELECT>;
+using AddSloadComplexUnroller = SharedPortsComplexUnroller<A_ADD_SLOAD_PORT_LOAD_CTRL>;
+using MinMaxComplexUnroller = SharedPortsComplexUnroller<A_MINMAX_PORT_SELECT>;
+using CordicComplexUnroller = SharedPortsComplexUnroller<A_CORDIC_PORT_MODE, A_CORDIC_PORT_ANGLE>;
+using MuxComplexUnroller = SharedPortsComplexUnroller<A_MUX_PORT_SELECT>;
+using BarrelComplexUnroller = SharedPortsComplexUnroller<A_BARREL_PORT_SHIFT>;
+using FIFOComplexUnroller = SharedPortsComplexUnroller<A_FIFO_PORT_WRITE_EN, A_FIFO_PORT_READ_ACK, A_FIFO_PORT_FLUSH,
+                                                       A_PORT_WRITE, A_PORT_READY>;
+using DemuxComplexUnroller = SharedPortsComplexUnroller<A_PORT_VALID, A_PORT_CHANNEL>;
+
+/// A control, bank or exponent at port 1.
+class SecondSharedComplexUnroller final : public DefaultComplexUnroller {
+  public:
+    using DefaultComplexUnroller::DefaultComplexUnroller;
+    ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
+        return port.getName() == numberOf(1) ? ComplexPortKind::Share
+                                             : DefaultComplexUnroller::originalPort(port, decor);
+    }
+};
+
+using FloatAccComplexUnroller = SecondSharedComplexUnroller;
+
+class SelectComplexUnroller final : public DefaultComplexUnroller {
+  public:
+    using DefaultComplexUnroller::DefaultComplexUnroller;
+    ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
+        const PureTupleValueRef key = pureTupleVR(port.getName());
+        const bool isControl = key && key->size() == 2 && key->at(0) == A_SELECT_PORTKEY_CTRL;
+        return isControl ? ComplexPortKind::Share : DefaultComplexUnroller::originalPort(port, decor);
+    }
+};
+
+/// Registers begin with parts of their initial value.
+template <const StaticString &kInitial, const StaticString &kEnable>
+class RegisterComplexUnroller final : public SharedPortsComplexUnroller<kEnable> {
+  public:
+    using SharedPortsComplexUnroller<kEnable>::SharedPortsComplexUnroller;
+    bool isNumericParam(const PureValueRef &key) const override { return key == kInitial; }
+};
+
+/// What has a value for each part has the type in a parameter, for the value of one part may need fewer bits.
+template <const StaticString &kValue, const StaticString &kType>
+class ValueComplexUnroller : public DefaultComplexUnroller {
+  public:
+    using DefaultComplexUnroller::DefaultComplexUnroller;
+    bool writesTypes() const override { return true; }
+    bool isNumericParam(const PureValueRef &key) const override { return key == kValue; }
+    ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
+        if (wire.getName() == A_PRIM_WIRE_OUT) {
+            mType = partType(typeOf(wire), wire.getContext());
+        }
+        return DefaultComplexUnroller::originalWire(wire, decor);
+    }
+    void preAttach() override {
+        DefaultComplexUnroller::preAttach();
+        for (const bool imaginary : {false, true}) {
+            if (mType) {
+                substitute(imaginary).setParam(kType, mType);
+            }
+        }
+    }
+
+  private:
+    PureValueRef mType;
+};
+
+using ConstComplexUnroller = ValueComplexUnroller<A_CONST_VALUE, A_CONST_TYPE>;
+
+class LUTComplexUnroller final : public ValueComplexUnroller<A_LUT_DATA, A_LUT_TYPE> {
+  public:
+    using ValueComplexUnroller::ValueComplexUnroller;
+    ComplexPortKind originalPort(Port &, const ComplexDecorSpec &) override { return ComplexPortKind::Share; }
+};
+
+/// Both sides keep their types, which may have come from the content.
+class DualMemComplexUnroller final : public DefaultComplexUnroller {
+  public:
+    using DefaultComplexUnroller::DefaultComplexUnroller;
+    bool writesTypes() const override { return true; }
+    bool isNumericParam(const PureValueRef &key) const override {
+        return isOneOf(key, {&A_DUAL_MEM_DATA, &A_DUAL_MEM_ALT_PORT_DATA});
+    }
+    ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
+        return isOneOf(port.getName(), {&A_DUAL_MEM_PORT_DATA1, &A_DUAL_MEM_PORT_DATA2})
+                   ? DefaultComplexUnroller::originalPort(port, decor)
+                   : ComplexPortKind::Share;
+    }
+    ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
+        mTypes.emplace_back(wire.getName() == A_DUAL_MEM_WIRE_DATA1 ? &A_DUAL_MEM_TYPE_DATA1 : &A_DUAL_MEM_TYPE_DATA2,
+                            partType(typeOf(wire), wire.getContext()));
+        return DefaultComplexUnroller::originalWire(wire, decor);
+    }
+    void preAttach() override {
+        DefaultComplexUnroller::preAttach();
+        for (const bool imaginary : {false, true}) {
+            for (const auto &[key, type] : mTypes) {
+                substitute(imaginary).setParam(*key, type);
+            }
+        }
+    }
+
+  private:
+    std::vector<std::pair<const StaticString *, PureValueRef>> mTypes;
+};
+
+bool hasComplexPart(const ValueRef &value) {
+    const TupleValueRef tuple = tupleVR(value);
+    if (!tuple || tuple->size() == 0) {
+        return false;
+    }
+    return tuple->at(0) == A_COMPLEX_ROLL_TAG || std::any_of(tuple->begin(), tuple->end(), hasComplexPart);
+}
+
+/// By a real constant each part is divided.
+class ConstDivComplexUnroller final : public DefaultComplexUnroller {
+  public:
+    using DefaultComplexUnroller::DefaultComplexUnroller;
+    bool canUnroll() const override { return !hasComplexPart(block().getParam(A_CONST_VALUE)); }
+};
+
+/// As a product, with the constant's parts in the multipliers.
+class ConstMultComplexUnroller final : public ComplexUnroller {
+  public:
+    explicit ConstMultComplexUnroller(Block &block) : mBlock(block) {}
+    bool writesTypes() const override { return true; }
+    bool canUnroll() const override { return mOutputType.valid() && mBlock.port_size() == 1; }
+    ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
+        mOutputType = NumTypeSpec(typeOf(wire), wire.getContext());
+        mOutputType.setComplex(false);
+        return ComplexUnroller::originalWire(wire, decor);
+    }
+    ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &) override {
+        mOperand = ComplexFactor(NumTypeSpec(typeOf(port), mBlock.getContext()));
+        return ComplexPortKind::Split;
+    }
+    void preAttach() override {
+        const ValueRef constant = mBlock.getParam(A_CONST_VALUE);
+        const bool isComplex = hasComplexPart(constant);
+        const bool areBoth = isComplex && mOperand.isComplex();
+        const PureValueRef precision = precisionOf(constant, areBoth);
+        const auto part = [&](const char *word, bool ofOperand, bool ofConstant) -> Wire & {
+            Block &made = create(mBlock, nameBelow(mBlock, word), A_CONSTMULT_BLOCK);
+            copyHints(made);
+            made.setParam(A_CONST_VALUE, partOfValue(constant, ofConstant, true));
+            made.setParam(A_OUTPUT_PRECISION, precision);
+            mOperand.feed(ofOperand, {made, numberOf(0)});
+            return outOf(made);
+        };
+        mReal = &part("realMult1", false, false);
+        mImaginary = &part("imagMult1", !isComplex, isComplex);
+        if (areBoth) {
+            mReal = &combined("realSub", A_SUB_BLOCK, *mReal, part("realMult2", true, true));
+            mImaginary = &combined("imagAdd", A_ADD_BLOCK, *mImaginary, part("imagMult2", true, false));
+        }
+    }
+    Wire *attachWire(Wire &, const ComplexDecorSpec &, bool imaginary, const std::vector<MaybePort> &readers) override {
+        Wire *part = imaginary ? mImaginary : mReal;
+        connect(readers, *part);
+        return part;
+    }
+    void attachPort(Port &, const ComplexDecorSpec &, bool imaginary, Wire &driver) override {
+        for (const MaybePort &reader : mOperand.attach(imaginary, driver)) {
+            addAttachedPort(reader);
+        }
+    }
+    void postAttach() override { delete &mBlock; }
+
+  private:
+    void copyHints(Block &made) const {
+        copyArithmeticHints(made, mBlock,
+                            {&A_MULT_LOGIC, &A_MULT_ARCHITECTURE, &A_MULT_OPTIMIZE_CONST_BEFORE_TILING,
+                             &A_FUSED_DATAPATH, &A_FPC_NORM_THRESHOLD});
+        const bool isFaithful = mBlock.findParam(A_FLOAT_ROUNDING) == A_FAITHFUL_ROUNDING.get_ptr();
+        made.setParam(A_FLOAT_ROUNDING, isFaithful ? A_FAITHFUL_ROUNDING : A_CORRECT_ROUNDING);
+    }
+    /// Null where the product's own type will do: that of floats, and the exact one where bits are cut behind the sum.
+    PureValueRef precisionOf(const ValueRef &constant, bool areBoth) const {
+        Context *context = mBlock.getContext();
+        const int exact = mOperand.type().fracBits() + NumTypeSpec::fromFixedValue(constant).fracBits();
+        const bool cuts = mOutputType.fracBits() < exact;
+        if (mOutputType.isFloat() || (areBoth && (cuts || !mBlock.getParam(A_OUTPUT_PRECISION)))) {
+            return {};
+        }
+        NumTypeSpec scalar = mOutputType;
+        scalar.stripVectors();
+        return PureTupleValue::get(A_TYPE_SPECIFIED, scalar.toValue(context), context);
+    }
+    Wire &combined(const char *word, const StaticString &type, Wire &first, Wire &second) const {
+        Block &made = create(mBlock, nameBelow(mBlock, word), type);
+        copyHints(made);
+        NumTypeSpec scalar = mOutputType;
+        scalar.stripVectors();
+        made.setParam(A_ADD_TYPE, scalar.toValue(mBlock.getContext()));
+        made.setParam(numberOf(0), first);
+        made.setParam(numberOf(1), second);
+        return outOf(made);
+    }
+
+    Block &mBlock;
+    ComplexFactor mOperand;
+    NumTypeSpec mOutputType;
+    Wire *mReal = nullptr;
+    Wire *mImaginary = nullptr;
+};
+
+/// A wire for the real part, in fixed point through a cast to the wider type of both, and a negation.
+class ConjugateComplexUnroller final : public ComplexUnroller {
+  public:
+    explicit ConjugateComplexUnroller(Block &block) : mBlock(block) {}
+    bool writesTypes() const override { return true; }
+    ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
+        mType = partType(typeOf(wire), mBlock.getContext());
+        return ComplexUnroller::originalWire(wire, decor);
+    }
+    ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &) override {
+        mGrows = !(partType(typeOf(port), mBlock.getContext()) == mType);
+        return ComplexPortKind::Split;
+    }
+    void preAttach() override { mNegation = &create(mBlock, nameBelow(mBlock, "imagNeg"), A_NEG_BLOCK); }
+    void attachPort(Port &, const ComplexDecorSpec &, bool imaginary, Wire &driver) override {
+        if (imaginary) {
+            copyArithmeticHints(*mNegation, mBlock);
+            feed(*mNegation, driver);
+            return;
+        }
+        mReal = &driver;
+        if (mGrows) {
+            Block &cast = create(mBlock, nameBelow(mBlock, "realCast"), A_CAST_BLOCK);
+            cast.setParam(A_CAST_OUTPUT_TYPE, mType);
+            feed(cast, driver);
+            mReal = &outOf(cast);
+        }
+    }
+    Wire *attachWire(Wire &, const ComplexDecorSpec &, bool imaginary, const std::vector<MaybePort> &readers) override {
+        if (imaginary) {
+            Wire &negated = outOf(*mNegation);
+            connect(readers, negated);
+            return &negated;
+        }
+        connect(readers, *mReal);
+        if (readers.empty()) {
+            feed(create(mBlock, nameBelow(mBlock, "realTerm"), A_TERMINAL_BLOCK), *mReal);
+        }
+        return mReal;
+    }
+    void postAttach() override { delete &mBlock; }
+
+  private:
+    void feed(Block &made, Wire &driver) {
+        const MaybePort attached(made, numberOf(0));
+        attached.setWire(driver);
+        addAttachedPort(attached);
+    }
+
+    Block &mBlock;
+    PureValueRef mType;
+    bool mGrows = false;
+    Block *mNegation = nullptr;
+    Wire *mReal = nullptr;
+};
+
+/// Numbers are equal if both parts are.
+class EqualityComplexUnroller final : public DefaultComplexUnroller {
+  public:
+    using DefaultComplexUnroller::DefaultComplexUnroller;
+    void preAttach() override {
+        DefaultComplexUnroller::preAttach();
+        const Value *type = block().type();
+        const bool isScheduled = type == A_CMP_EQ_BLOCK.get_ptr() || type == A_CMP_NE_BLOCK.get_ptr();
+        const bool isEqual = type == A_CMP_EQ_BLOCK.get_ptr() || type == U_CMP_EQ_BLOCK.get_ptr();
+        const StaticString &logic =
+            isEqual ? (isScheduled ? A_AND_BLOCK : U_AND_BLOCK) : (isScheduled ? A_OR_BLOCK : U_OR_BLOCK);
+        Block &both = create(block(), nameBelow(block(), isEqual ? "and" : "or"), logic);
+        for (const bool imaginary : {false, true}) {
+            Wire *bit = substitute(imaginary).getWire(A_PRIM_WIRE_OUT);
+            if (bit != nullptr) {
+                both.setParam(numberOf(imaginary ? 1 : 0), *bit);
+            }
+        }
+        mBoth = &outOf(both);
+    }
+    Wire *attachWire(Wire &, const ComplexDecorSpec &, bool, const std::vector<MaybePort> &readers) override {
+        connect(readers, *mBoth);
+        return mBoth;
+    }
+
+  private:
+    Wire *mBoth = nullptr;
+};
+
+/// Ports and wires that have names of their own inside a model, where nothing counts on the order of their parts.
+class PrimBoundaryComplexUnroller : public BoundaryComplexUnroller {
+  public:
+    using BoundaryComplexUnroller::BoundaryComplexUnroller;
+    bool canUnroll() const override { return !namesClash(); }
+    bool takesVectors() const override { return true; }
+};
+
+/// The map of types names the parts.
+class LatencyPlaceholderComplexUnroller final : public PrimBoundaryComplexUnroller {
+  public:
+    using PrimBoundaryComplexUnroller::PrimBoundaryComplexUnroller;
+    void postAttach() override {
+        Context *context = block().getContext();
+        std::vector<PureValueRef> entries;
+        const TupleValueRef types = tupleVR(block().getParam(A_LATENCY_PLACEHOLDER_TYPEMAP));
+        for (std::size_t i = 0; types && i < types->size(); ++i) {
+            const PureTupleValueRef pair = pureTupleVR(types->at(i));
+            if (!pair || pair->size() != 2) {
+                continue;
+            }
+            PureValueRef part;
+            const ComplexDecorSpec decor(pair->at(1), part, context);
+            entries.emplace_back(PureTupleValue::get(makeName(pair->at(0), decor, false), part, context));
+            if (decor.isComplex()) {
+                entries.emplace_back(PureTupleValue::get(makeName(pair->at(0), decor, true), part, context));
+            }
+        }
+        block().setParam(A_LATENCY_PLACEHOLDER_TYPEMAP, PureTupleValue::get(entries, context));
+        PrimBoundaryComplexUnroller::postAttach();
+    }
+};
+
+/// One pin whose ports are numbered part by part.
+class TypePinComplexUnroller final : public ComplexUnroller {
+  public:
+    explicit TypePinComplexUnroller(Block &block) : mBlock(block) {}
+    ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
+        mWires.emplace_back(wire.getName(), decor);
+        return ComplexWireKind::Split;
+    }
+    ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
+        reserve(port.getName(), decor, partType(typeOf(port), mBlock.getContext()));
+        return ComplexPortKind::Split;
+    }
+    bool writesTypes() const override { return true; }
+    void preAttach() override {
+        Context *context = mBlock.getContext();
+        const PureValueRef type(mBlock.getParam(A_TYPE_PIN_TYPE));
+        // The main output is that of the first port.
+        for (const auto &[name, decor] : mWires) {
+            if (name == A_PRIM_WIRE_OUT && mBlock.port_size() != 0) {
+                mFirst.emplace(name, mFirst.at(mBlock.port_begin()->getName()));
+            } else if (mFirst.count(name) == 0) {
+                reserve(name, decor, partType(type, context));
+            }
+        }
+        const PureValueRef name =
+            StringValue::get(fmt::format("{}_{}", mBlock.getName()->toString(), mNameSuffix), context);
+        mPin = &create(mBlock, name, A_TYPE_PIN_BLOCK);
+        for (auto param : Params(mBlock)) {
+            if (!nodeVR(param.second)) {
+                mPin->setParam(param.first, param.second);
+            }
+        }
+        if (type) {
+            mPin->setParam(A_TYPE_PIN_TYPE, partType(type, context));
+        }
+        if (mBlock.getParam(A_TYPE_PIN_PORT_TYPES)) {
+            mPin->setParam(A_TYPE_PIN_PORT_TYPES, PureTupleValue::get(mTypes, context));
+        }
+    }
+    void attachPort(Port &port, const ComplexDecorSpec &, bool imaginary, Wire &driver) override {
+        const MaybePort attached(*mPin, numberOf(mFirst.at(port.getName()) + (imaginary ? 1 : 0)));
+        attached.setWire(driver);
+        addAttachedPort(attached);
+    }
+    Wire *attachWire(Wire &wire, const ComplexDecorSpec &, bool imaginary,
+                     const std::vector<MaybePort> &readers) override {
+        const PureValueRef name = numberOf(mFirst.at(wire.getName()) + (imaginary ? 1 : 0));
+        Wire *part = mPin->getWire(name);
+        part = part == nullptr ? Wire::create(*mPin, name) : part;
+        connect(readers, *part);
+        return part;
+    }
+    void postAttach() override { delete &mBlock; }
+
+  private:
+    void reserve(const PureValueRef &name, const ComplexDecorSpec &decor, const PureValueRef &type) {
+        mFirst.emplace(name, mTypes.size());
+        mTypes.insert(mTypes.end(), decor.isComplex() ? 2 : 1, type);
+    }
+
+    Block &mBlock;
+    Block *mPin = nullptr;
+    std::vector<std::pair<PureValueRef, ComplexDecorSpec>> mWires;
+    std::map<PureValueRef, std::size_t, DeepValueCmp> mFirst;
+    /// Of each number, null where nothing is pinned.
+    std::vector<PureValueRef> mTypes;
+};
+
+/// A product of one factor is that factor.
+class MultiplyUnrollHandler final : public ComplexUnrollHandler {
+  public:
+    std::shared_ptr<ComplexUnroller> createUnroller(Block &block) const override {
+        if (block.port_size() == 1) {
+            return std::make_shared<DefaultComplexUnroller>(block);
+        }
+        return std::make_shared<MultiplyKaratsubaComplexUnroller>(block);
+    }
+};
+
+using RegisterUnroller = RegisterComplexUnroller<A_REGISTER_INIT_VALUE, A_REGISTER_PORT_ENABLE>;
+using SyncRegisterUnroller = RegisterComplexUnroller<A_SYNC_REGISTER_INIT_VALUE, A_SYNC_REGISTER_PORT_ICLK_ENABLE>;
+
+const ComplexUnrollHandler *defaultHandler() {
+    static const ComplexUnrollHandler handler;
+    return &handler;
+}
+
+const ComplexUnrollHandler *multiplyHandler() {
+    static const MultiplyUnrollHandler handler;
+    return &handler;
+}
+
+template <class U> const ComplexUnrollHandler *handler() {
+    static const ComplexUnrollHandlerT<U> handler;
+    return &handler;
+}
+
+constexpr const char *kParts = "a block of the real parts and one of the imaginary parts";
+constexpr const char *kShared = "a block of each part under the same controls";
+constexpr const char *kValues = "a block of each part with the parts of its values";
+constexpr const char *kNames = "one block with two ports and two wires a complex signal";
+
+// clang-format off
+const ComplexUnrollRow kRows[] = {
+    {&A_ADD_BLOCK, defaultHandler, kParts},
+    {&A_MONSTER_ADD_BLOCK, defaultHandler, kParts},
+    {&A_SUB_BLOCK, defaultHandler, kParts},
+    {&A_MULT_BLOCK, multiplyHandler, "real multipliers, and a difference and a sum of their products"},
+    {&A_MONSTER_MULT_BLOCK, multiplyHandler, "real multipliers, and a difference and a sum of their products"},
+    {&A_ADD_REDUCE_BLOCK, defaultHandler, kParts},
+    {&A_SCALAR_PRODUCT_BLOCK, handler<ScalarProductComplexUnroller>, "real scalar products, and in fixed point a difference and a sum"},
+    {&A_ADDSUB_BLOCK, handler<AddSubComplexUnroller>, kShared},
+    {&A_ADDSUBFUSED_BLOCK, defaultHandler, kParts},
+    {&A_ADD_SLOAD_BLOCK, handler<AddSloadComplexUnroller>, kShared},
+    {&A_MINMAX_BLOCK, handler<MinMaxComplexUnroller>, kShared},
+    {&A_MIN_BLOCK, defaultHandler, kParts},
+    {&A_MAX_BLOCK, defaultHandler, kParts},
+    {&A_SATURATE_BLOCK, defaultHandler, kParts},
+    {&A_DIM_BLOCK, defaultHandler, kParts},
+    {&A_MAGMIN_BLOCK, defaultHandler, kParts},
+    {&A_MAGMAX_BLOCK, defaultHandler, kParts},
+    {&A_AND_BLOCK, defaultHandler, kParts},
+    {&A_NAND_BLOCK, defaultHandler, kParts},
+    {&A_OR_BLOCK, defaultHandler, kParts},
+    {&A_NOR_BLOCK, defaultHandler, kParts},
+    {&A_XOR_BLOCK, defaultHandler, kParts},
+    {&A_XNOR_BLOCK, defaultHandler, kParts},
+    {&A_AND_REDUCE_BLOCK, defaultHandler, kParts},
+    {&A_NAND_REDUCE_BLOCK, defaultHandler, kParts},
+    {&A_OR_REDUCE_BLOCK, defaultHandler, kParts},
+    {&A_NOR_REDUCE_BLOCK, defaultHandler, kParts},
+    {&A_XOR_REDUCE_BLOCK, defaultHandler, kParts},
+    {&A_XNOR_REDUCE_BLOCK, defaultHandler, kParts},
+    {&A_BIT_JOIN_BLOCK, defaultHandler, kParts},
+    {&A_BIT_JOIN_REDUCE_BLOCK, defaultHandler, kParts},
+    {&A_NOT_BLOCK, defaultHandler, kParts},
+    {&A_REVERSE_BLOCK, defaultHandler, kParts},
+    {&A_DELAY_BLOCK, defaultHandler, kParts},
+    {&A_RECIPROCAL_BLOCK, defaultHandler, kParts},
+    {&A_RECIP_SQRT_BLOCK, defaultHandler, kParts},
+    {&A_SQRT_BLOCK, defaultHandler, kParts},
+    {&A_REGISTER_BLOCK, handler<RegisterUnroller>, kValues},
+    {&A_NEG_BLOCK, defaultHandler, kParts},
+    {&A_COMPLEX_CONJUGATE_BLOCK, handler<ConjugateComplexUnroller>, "a wire and a negation"},
+    {&A_ABS_BLOCK, defaultHandler, kParts},
+    {&A_CMP_EQ_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
+    {&A_CMP_NE_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
+    {&A_CMP_GE_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
+    {&A_CMP_LT_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
+    {&A_COMPARECTRL_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
+    {&A_BIT_COUNT_BLOCK, nullptr, "its type rule takes a real operand alone"},
+    {&A_CTPOP_BLOCK, defaultHandler, kParts},
+    {&A_TRUNCATE_BLOCK, defaultHandler, kParts},
+    {&A_TRUNCATE_TO_ZERO_BLOCK, defaultHandler, kParts},
+    {&A_BIASED_ROUND_BLOCK, defaultHandler, kParts},
+    {&A_UNBIASED_ROUND_BLOCK, defaultHandler, kParts},
+    {&A_CONST_BLOCK, handler<ConstComplexUnroller>, kValues},
+    {&A_DIVIDE_BLOCK, nullptr, "a quotient of complex numbers is not that of their parts, and has no meaning here"},
+    {&A_MOD_MULT_BLOCK, nullptr, "its type rule takes real operands alone: residues are of integers"},
+    {&A_CONSTMULT_BLOCK, handler<ConstMultComplexUnroller>, "multipliers by the parts of the constant, and a difference and a sum"},
+    {&A_CONSTDIV_BLOCK, handler<ConstDivComplexUnroller>, "a block of each part, where the divisor is real"},
+    {&A_RAW_SHIFT_BLOCK, defaultHandler, kParts},
+    {&A_BARREL_LEFT_BLOCK, handler<BarrelComplexUnroller>, kShared},
+    {&A_BARREL_RIGHT_BLOCK, handler<BarrelComplexUnroller>, kShared},
+    {&A_BARREL_RIGHT_LZC_BLOCK, defaultHandler, kParts},
+    {&A_BIT_SELECT_BLOCK, defaultHandler, kParts},
+    {&A_CHOOSE_BITS_BLOCK, defaultHandler, kParts},
+    {&A_CAST_BLOCK, defaultHandler, kParts},
+    {&A_MUX_BLOCK, handler<MuxComplexUnroller>, kShared},
+    {&A_SELECT_BLOCK, handler<SelectComplexUnroller>, kShared},
+    {&A_TAN_BLOCK, defaultHandler, kParts},
+    {&A_COT_BLOCK, defaultHandler, kParts},
+    {&A_TANPIX_BLOCK, defaultHandler, kParts},
+    {&A_COTPIX_BLOCK, defaultHandler, kParts},
+    {&A_ARCCOSPI_BLOCK, defaultHandler, kParts},
+    {&A_ARCSINPI_BLOCK, defaultHandler, kParts},
+    {&A_ARCTANPI_BLOCK, defaultHandler, kParts},
+    {&A_CUBEROOT_BLOCK, defaultHandler, kParts},
+    {&A_RINT_BLOCK, defaultHandler, kParts},
+    {&A_ROUND_BLOCK, defaultHandler, kParts},
+    {&A_FLOOR_BLOCK, defaultHandler, kParts},
+    {&A_CEIL_BLOCK, defaultHandler, kParts},
+    {&A_TRUNC_BLOCK, defaultHandler, kParts},
+    {&A_EXP2_BLOCK, defaultHandler, kParts},
+    {&A_EXP10_BLOCK, defaultHandler, kParts},
+    {&A_LOG2_BLOCK, defaultHandler, kParts},
+    {&A_LOG10_BLOCK, defaultHandler, kParts},
+    {&A_EXPM1_BLOCK, defaultHandler, kParts},
+    {&A_LOG1P_BLOCK, defaultHandler, kParts},
+    {&A_FRAC_BLOCK, defaultHandler, kParts},
+    {&A_ASIN_BLOCK, defaultHandler, kParts},
+    {&A_ACOS_BLOCK, defaultHandler, kParts},
+    {&A_ATAN_BLOCK, defaultHandler, kParts},
+    {&A_POLYNOMIAL_BLOCK, handler<SecondSharedComplexUnroller>, kShared},
+    {&A_HYPOT_BLOCK, defaultHandler, kParts},
+    {&A_HYPOT3D_BLOCK, defaultHandler, kParts},
+    {&A_ARCTAN2_BLOCK, defaultHandler, kParts},
+    {&A_MOD_BLOCK, defaultHandler, kParts},
+    {&A_POW_BLOCK, defaultHandler, kParts},
+    {&A_POWR_BLOCK, defaultHandler, kParts},
+    {&A_POWN_BLOCK, handler<SecondSharedComplexUnroller>, kShared},
+    {&A_MULT_POW2_BLOCK, handler<SecondSharedComplexUnroller>, kShared},
+    {&A_ILOGB_BLOCK, defaultHandler, kParts},
+    {&A_LOG_BLOCK, defaultHandler, kParts},
+    {&A_EXP_BLOCK, defaultHandler, kParts},
+    {&A_SIN_BLOCK, defaultHandler, kParts},
+    {&A_COS_BLOCK, defaultHandler, kParts},
+    {&A_SINCOSFUSED_BLOCK, defaultHandler, kParts},
+    {&A_SINPIX_BLOCK, defaultHandler, kParts},
+    {&A_COSPIX_BLOCK, defaultHandler, kParts},
+    {&A_SINCOSPIXFUSED_BLOCK, defaultHandler, kParts},
+    {&A_CORDIC_BLOCK, handler<CordicComplexUnroller>, kShared},
+    {&A_FLOAT_MULTADD_BLOCK, nullptr, "its result is one real number in single precision by its type rule"},
+    {&A_FLOAT_MULTSUB_BLOCK, nullptr, "its result is one real number in single precision by its type rule"},
+    {&A_FLOAT_CLASS_BLOCK, defaultHandler, kParts},
+    {&A_DUAL_MEM_BLOCK, handler<DualMemComplexUnroller>, kValues},
+    {&A_LUT_BLOCK, handler<LUTComplexUnroller>, kValues},
+    {&A_SYNC_REGISTER_BLOCK, handler<SyncRegisterUnroller>, kValues},
+    {&A_FIFO_BLOCK, handler<FIFOComplexUnroller>, kShared},
+    {&A_FIFO_DELAY_BLOCK, handler<FIFOComplexUnroller>, kShared},
+    {&A_SEQUENCE_BLOCK, nullptr, "pulses by a real enable"},
+    {&A_COUNTER_BLOCK, nullptr, "counts below real limits"},
+    {&A_LD_COUNTER_BLOCK, nullptr, "counts below real limits"},
+    {&A_LOOP_BLOCK, nullptr, "counts below real limits"},
+    {&A_FOR_LOOP_BLOCK, nullptr, "counts below real limits"},
+    {&A_ACC_BLOCK, handler<FloatAccComplexUnroller>, kShared},
+    {&A_FLOAT_MULTACC_BLOCK, nullptr, "products of complex numbers are not accumulated"},
+    {&A_DECODE_BLOCK, nullptr, "compares a real address"},
+    {&A_DEMUX_BLOCK, handler<DemuxComplexUnroller>, kShared},
+    {&A_FANOUT_BLOCK, defaultHandler, kParts},
+    {&A_MODEL_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollComplexCrossModelPass"},
+    {&A_INPUT_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollComplexCrossModelPass"},
+    {&A_OUTPUT_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollComplexCrossModelPass"},
+    {&A_SIGNAL_IN_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_SIGNAL_OUT_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_TERMINAL_BLOCK, defaultHandler, kParts},
+    {&A_FOLDING_KERNEL_BOUNDARY_BLOCK, defaultHandler, kParts},
+    {&A_CHANNEL_IN_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_CHANNEL_OUT_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_TYPE_PIN_BLOCK, handler<TypePinComplexUnroller>, "one pin with two ports a complex signal"},
+    {&A_VPACK_BLOCK, nullptr, "what joins parts stays"},
+    {&A_VUNPACK_BLOCK, nullptr, "what joins parts stays"},
+    {&A_VCONCAT_BLOCK, defaultHandler, kParts},
+    {&A_VSPLIT_BLOCK, defaultHandler, kParts},
+    {&A_VSELECTOR_BLOCK, defaultHandler, kParts},
+    {&A_CPACK_BLOCK, nullptr, "what joins parts stays"},
+    {&A_CUNPACK_BLOCK, nullptr, "what joins parts stays"},
+    {&A_APACK_BLOCK, nullptr, "what joins parts stays"},
+    {&A_AUNPACK_BLOCK, nullptr, "what joins parts stays"},
+    {&A_UNSCHED_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_BOUNDARY_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_HIDDEN_IFACE_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_EXT_IFACE_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_LATENCY_PLACEHOLDER_BLOCK, handler<LatencyPlaceholderComplexUnroller>, kNames},
+    {&A_SCHEDULED_MODEL_BLOCK, nullptr, "its ports follow the mappings of the scheduled model"},
+    {&A_UNSUPPORTED_BLOCK, nullptr, "nothing is known of what it computes"},
+    {&A_STALLREG_BLOCK, nullptr, "its data are numbered"},
+    {&A_STALLENABLE_BLOCK, nullptr, "all its signals are conditions"},
+    {&A_STALLENTER_BLOCK, nullptr, "its data are numbered"},
+    {&A_STALLEXIT_BLOCK, nullptr, "its data are numbered"},
+    {&A_STALLVALID_CONNECTOR_BLOCK, nullptr, "all its signals are conditions"},
+    {&A_ENABLE_SINK_BLOCK, nullptr, "all its signals are conditions"},
+    {&A_ENABLE_SRC_BLOCK, nullptr, "all its signals are conditions"},
+    {&A_READY_BLOCK, nullptr, "all its signals are conditions"},
+    {&A_ECC_SRC_BLOCK, nullptr, "its signals are the status of memories"},
+    {&A_PIPE_BLOCK, defaultHandler, kParts},
+    {&A_FIXED_MFUNC_BLOCK, defaultHandler, kParts},
+    {&A_FLOAT_MFUNC_BLOCK, defaultHandler, kParts},
+    {&A_CIC_BLOCK, nullptr, "what it is built from comes apart in its place"},
+    {&A_FIR_BLOCK, nullptr, "what it is built from comes apart in its place"},
+    {&A_SCALE_BLOCK, nullptr, "what it is built from comes apart in its place"},
+    {&A_MIXER_BLOCK, nullptr, "what it is built from comes apart in its place"},
+    {&A_NCO_BLOCK, nullptr, "what it is built from comes apart in its place"},
+    {&A_CHANVIEW_BLOCK, nullptr, "what it is built from comes apart in its place"},
+    {&A_SHARED_FIFO_BLOCK, nullptr, "what it is built from comes apart in its place"},
+    {&A_AXI4_STREAM_RECEIVER_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_AXI4_STREAM_TRANSMITTER_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_BFU_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_BFU_LONG_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_BFU_SHORT_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_BITREVCORE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_BITREV_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_BUS_IN_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_BUS_OUT_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_BUS_SIGNALS_BLOCK, nullptr, "its words are those of a bus, which are real"},
+    {&A_BUTTERFLY_ROUTER_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_BUTTERFLY_STAGE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_DELAY_VALID_BLOCK, nullptr, "all its signals are conditions"},
+    {&A_ECC_SINK_BLOCK, nullptr, "its signals are the status of memories"},
+    {&A_EDGE_DETECT_BLOCK, nullptr, "a change of any part is one change of the signal"},
+    {&A_EXTMEM_READ_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_EXTMEM_WRITE_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_FFT2_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_FFT4_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_FFTCORE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_FFTNP_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_FFTNX_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_FFT_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_FFT_CHOOSE_BITS_BLOCK, nullptr, "its signals are counts, addresses and bits of them, which are real"},
+    {&A_FFT_LIGHT_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_FLUTTERBY_PATH_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_FLUTTERBY_ROUTER_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_FROM_BLOCK, nullptr, "a tag carries its signal whole until ElideFromGotoPass has put a wire there"},
+    {&A_GENERAL_MULT_TWIDDLE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_GENERAL_TWIDDLE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_GOTO_BLOCK, nullptr, "a tag carries its signal whole until ElideFromGotoPass has put a wire there"},
+    {&A_HYBRID_FFT_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_LATCH_0L_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_MEM_ADDR_GEN_BLOCK, nullptr, "its signals are counts, addresses and bits of them, which are real"},
+    {&A_MM_REGISTER_BLOCK, nullptr, "its words are those of a bus, which are real"},
+    {&A_MULTIWIRE_TRANSPOSE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_PFFT_PIPE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_PULSE_DIVIDER_BLOCK, nullptr, "all its signals are conditions"},
+    {&A_PULSE_MULTIPLIER_BLOCK, nullptr, "all its signals are conditions"},
+    {&A_READ_ACCESS_LUT_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_SARNET_MM_MASTER_IN_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_SARNET_MM_MASTER_OUT_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_SARNET_MM_SLAVE_IN_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_SARNET_MM_SLAVE_OUT_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_SARNET_ST_SINK_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_SARNET_ST_SINK_IN_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_SARNET_ST_SINK_OUT_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_SARNET_ST_SOURCE_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_SARNET_ST_SOURCE_IN_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_SARNET_ST_SOURCE_OUT_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_SHARED_MEM_BLOCK, nullptr, "its words are those of a bus, which are real"},
+    {&A_SHARED_MEM_PLACEHOLDER_BLOCK, nullptr, "its words are those of a bus, which are real"},
+    {&A_SPLIT_SPATIAL_TWIDDLE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_STAGE_DROP_BLOCK, nullptr, "all its signals are conditions"},
+    {&A_TA0MN_BLOCK, nullptr, "an angle is a real number"},
+    {&A_TAL1N_BLOCK, nullptr, "an angle is a real number"},
+    {&A_TAL2N_BLOCK, nullptr, "an angle is a real number"},
+    {&A_TALM1_BLOCK, nullptr, "an angle is a real number"},
+    {&A_TALM2_BLOCK, nullptr, "an angle is a real number"},
+    {&A_TALMN_BLOCK, nullptr, "an angle is a real number"},
+    {&A_TRANSPOSE_ADDR_BLOCK, nullptr, "its signals are counts, addresses and bits of them, which are real"},
+    {&A_TRANSPOSE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_TRIVIAL_TWIDDLE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_TWIDDLEBY1_8F_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_TWIDDLEBY1_8P_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_TWIDDLEBY3_8F_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_TWIDDLEBY3_8P_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_TWIDDLEBYF_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_TWIDDLEBYP_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_TWIDDLE_ADD_SUB_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_TWIDDLE_ANGLE_BLOCK, nullptr, "an angle is a real number"},
+    {&A_TWIDDLE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_TWIDDLE_COUNTER_BLOCK, nullptr, "its signals are counts, addresses and bits of them, which are real"},
+    {&A_TWIDDLE_MULT_ANGLE_BLOCK, nullptr, "an angle is a real number"},
+    {&A_TWIDDLE_MULT_ROM_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_TWIDDLE_ROM_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_VBITREVCORE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_VBITREV_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_VBR_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_VECTOR_FANOUT_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_VFFT2_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_VFFT4_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_VFFTCORE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_VFFT_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_VFFT_LIGHT_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_VFFT_PIPE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_VPD_BLOCK, nullptr, "all its signals are conditions"},
+    {&A_VPM_BLOCK, nullptr, "all its signals are conditions"},
+    {&A_VTWIDDLE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&A_XOR_BITS_BLOCK, nullptr, "its signals are counts, addresses and bits of them, which are real"},
+    {&A_XSWITCH_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
+    {&U_ADD_BLOCK, defaultHandler, kParts},
+    {&U_AND_BLOCK, defaultHandler, kParts},
+    {&U_AND_REDUCE_BLOCK, defaultHandler, kParts},
+    {&U_BIT_JOIN_BLOCK, defaultHandler, kParts},
+    {&U_BIT_SELECT_BLOCK, defaultHandler, kParts},
+    {&U_CAST_BLOCK, defaultHandler, kParts},
+    {&U_CMP_EQ_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
+    {&U_CMP_GE_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
+    {&U_CMP_LT_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
+    {&U_CMP_NE_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
+    {&U_FOR_LOOP_BLOCK, nullptr, "counts below real limits"},
+    {&U_LUT_BLOCK, handler<LUTComplexUnroller>, kValues},
+    {&U_MUX_BLOCK, handler<MuxComplexUnroller>, kShared},
+    {&U_NAND_BLOCK, defaultHandler, kParts},
+    {&U_NAND_REDUCE_BLOCK, defaultHandler, kParts},
+    {&U_NOR_BLOCK, defaultHandler, kParts},
+    {&U_NOR_REDUCE_BLOCK, defaultHandler, kParts},
+    {&U_NOT_BLOCK, defaultHandler, kParts},
+    {&U_OR_BLOCK, defaultHandler, kParts},
+    {&U_OR_REDUCE_BLOCK, defaultHandler, kParts},
+    {&U_REGISTER_BLOCK, handler<RegisterUnroller>, kValues},
+    {&U_SUB_BLOCK, defaultHandler, kParts},
+    {&U_XNOR_BLOCK, defaultHandler, kParts},
+    {&U_XNOR_REDUCE_BLOCK, defaultHandler, kParts},
+    {&U_XOR_BLOCK, defaultHandler, kParts},
+    {&U_XOR_REDUCE_BLOCK, defaultHandler, kParts},
+};
+// clang-format on
+
+} // namespace
+
+std::span<const ComplexUnrollRow> complexUnrollRows() { return kRows; }
+
+void registerComplexUnrollers(Context *context) {
+    for (const ComplexUnrollRow &row : kRows) {
+        if (row.handler != nullptr) {
+            context->getBlockClass(*row.blockType)->registerHandler<ComplexUnrollHandler>(row.handler(), false);
+        }
+    }
+}
+
+} // namespace orvo::internal

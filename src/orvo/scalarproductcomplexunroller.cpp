@@ -1,0 +1,293 @@
+// Scalar products of complex numbers in real ones.
+#include "orvo/scalarproductcomplexunroller.h"
+
+#include <orvo/block.h>
+#include <orvo/staticstrings.h>
+
+#include <algorithm>
+
+namespace orvo::internal {
+
+namespace {
+
+Wire &outOf(Block &block) { return *Wire::create(block, A_PRIM_WIRE_OUT); }
+
+MaybePort portOf(Block &block, std::size_t number) {
+    return {block, NumberValue::get(static_cast<int>(number), block.getContext())};
+}
+
+} // namespace
+
+bool ScalarProductComplexUnroller::canUnroll() const {
+    // Lane by lane both products of a complex one come before the next lane, which no scalar product of vectors does.
+    const bool isOrdered = !mOutputType.isFloat() || !mHasVectors;
+    return mOutputType.valid() && isOrdered && !mOperands.empty() && mOperands.size() % 2 == 0;
+}
+
+ComplexWireKind ScalarProductComplexUnroller::originalWire(Wire &wire, const ComplexDecorSpec &decor) {
+    mOutputType = NumTypeSpec(typeOf(wire), wire.getContext());
+    mOutputType.setComplex(false);
+    return ComplexUnroller::originalWire(wire, decor);
+}
+
+ComplexPortKind ScalarProductComplexUnroller::originalPort(Port &port, const ComplexDecorSpec &) {
+    const NumTypeSpec type(typeOf(port), mBlock.getContext());
+    mHasVectors = mHasVectors || type.isVector();
+    if (port.getName() == A_SCALAR_PRODUCT_PORT_CHAININ) {
+        mChain = ComplexFactor(type);
+    } else {
+        mOperands.emplace(port.getName(), ComplexFactor(type));
+    }
+    return ComplexPortKind::Split;
+}
+
+ComplexFactor &ScalarProductComplexUnroller::operand(std::size_t pair, int side) {
+    return std::next(mOperands.begin(), static_cast<std::ptrdiff_t>(2 * pair) + side)->second;
+}
+
+bool ScalarProductComplexUnroller::isSubtractive() const { return mBlock.findParam(A_SUBTRACTIVE) == A_TRUE.get_ptr(); }
+
+Block &ScalarProductComplexUnroller::make(const PureValueRef &name, const StaticString &type) const {
+    Block &made = *Block::create(mBlock.getModel(), name);
+    made.setParam(A_BLOCK_TYPE, type);
+    copyArithmeticHints(made, mBlock, {&A_FUSED_DATAPATH, &A_FPC_NORM_THRESHOLD});
+    if (type == A_SCALAR_PRODUCT_BLOCK) {
+        copyArithmeticHints(made, mBlock, {&A_HINT_MIN_LATENCY});
+    }
+    return made;
+}
+
+Block &ScalarProductComplexUnroller::make(const char *word, const StaticString &type) const {
+    return make(nameBelow(mBlock, word), type);
+}
+
+Block &ScalarProductComplexUnroller::make(const char *word, std::size_t number, const StaticString &type) const {
+    Context *context = mBlock.getContext();
+    return make(PureTupleValue::get(mBlock.getName(), PureValueRef(StringValue::get(word, context)),
+                                    PureValueRef(NumberValue::get(static_cast<int>(number), context)), context),
+                type);
+}
+
+void ScalarProductComplexUnroller::setProductType(Block &made, NumTypeSpec type) const {
+    type.stripVectors();
+    made.setParam(A_MULT_TYPE, type.toValue(mBlock.getContext()));
+}
+
+ScalarProductComplexUnroller::Terms ScalarProductComplexUnroller::termsOf(bool firstImaginary, bool secondImaginary) {
+    Terms terms;
+    for (std::size_t pair = 0; pair < mOperands.size() / 2; ++pair) {
+        const bool isSubtracted = isSubtractive() && 2 * pair + 2 == mOperands.size();
+        const bool hasFirst = !firstImaginary || operand(pair, 0).isComplex();
+        const bool hasSecond = !secondImaginary || operand(pair, 1).isComplex();
+        if (hasFirst && hasSecond) {
+            terms.push_back({pair, firstImaginary, secondImaginary, isSubtracted});
+        }
+    }
+    return terms;
+}
+
+void ScalarProductComplexUnroller::feed(const Term &term, Block &made, std::size_t number) {
+    operand(term.pair, 0).feed(term.firstImaginary, portOf(made, 2 * number));
+    operand(term.pair, 1).feed(term.secondImaginary, portOf(made, 2 * number + 1));
+}
+
+/// Fraction bits of the exact sum.
+int ScalarProductComplexUnroller::exactFraction() {
+    int fraction = hasChain() ? mChain.type().fracBits() : mOutputType.fracBits();
+    for (std::size_t pair = 0; pair < mOperands.size() / 2; ++pair) {
+        fraction = std::max(fraction, operand(pair, 0).type().fracBits() + operand(pair, 1).type().fracBits());
+    }
+    return fraction;
+}
+
+/// Null if there is nothing to add.
+Wire *ScalarProductComplexUnroller::dot(const char *word, const Terms &terms, const NumTypeSpec &type, bool takesChain,
+                                        bool chainImaginary) {
+    if (terms.empty() && !takesChain) {
+        return nullptr;
+    }
+    Block &made = make(word, A_SCALAR_PRODUCT_BLOCK);
+    setProductType(made, type);
+    if (!terms.empty() && terms.back().isSubtracted) {
+        made.setParam(A_SUBTRACTIVE, A_TRUE);
+    }
+    for (std::size_t i = 0; i < terms.size(); ++i) {
+        feed(terms[i], made, i);
+    }
+    if (terms.empty()) {
+        // The chain-in alone is no scalar product.
+        Block &zero = make("zero", A_CONST_BLOCK);
+        zero.setParam(A_CONST_VALUE, NumberValue::get(0, mBlock.getContext()));
+        zero.setParam(A_CONST_TYPE, NumTypeSpec::boolean().toValue(mBlock.getContext()));
+        Wire &none = outOf(zero);
+        portOf(made, 0).setWire(none);
+        portOf(made, 1).setWire(none);
+    }
+    if (takesChain) {
+        copyArithmeticHints(made, mBlock, {&A_SUBTRACTIVE_CHAININ});
+        mChain.feed(chainImaginary, {made, A_SCALAR_PRODUCT_PORT_CHAININ});
+    }
+    return &outOf(made);
+}
+
+Wire &ScalarProductComplexUnroller::combined(const char *word, const StaticString &type, Wire *first,
+                                             Wire *second) const {
+    if (second == nullptr) {
+        return *first;
+    }
+    Block &made = make(word, type);
+    NumTypeSpec scalar = mOutputType;
+    scalar.stripVectors();
+    made.setParam(A_ADD_TYPE, scalar.toValue(mBlock.getContext()));
+    portOf(made, 0).setWire(*first);
+    portOf(made, 1).setWire(*second);
+    return outOf(made);
+}
+
+void ScalarProductComplexUnroller::preAttachGeneralCase() {
+    const Terms ofRR = termsOf(false, false);
+    const Terms ofII = termsOf(true, true);
+    const Terms ofRI = termsOf(false, true);
+    const Terms ofIR = termsOf(true, false);
+    // What wraps beyond the output's integer bits in one of two sums wraps in the output; below nothing may be cut.
+    NumTypeSpec half = mOutputType;
+    if (const int fraction = exactFraction(); fraction > half.fracBits()) {
+        half.setToFixed(true, half.intBits(), fraction);
+    }
+    const bool chainIsComplex = hasChain() && mChain.isComplex();
+    const bool hasBoth = !ofRI.empty() && !ofIR.empty();
+    Wire *rr = dot("dotRR", ofRR, ofII.empty() ? mOutputType : half, hasChain(), false);
+    Wire *ii = dot("dotII", ofII, half, false, false);
+    const bool riTakesChain = chainIsComplex && (!ofRI.empty() || ofIR.empty());
+    Wire *ri = dot("dotRI", ofRI, hasBoth ? half : mOutputType, riTakesChain, true);
+    Wire *ir = dot("dotIR", ofIR, hasBoth ? half : mOutputType, chainIsComplex && !riTakesChain, true);
+    mReal = &combined("realSub", A_SUB_BLOCK, rr, ii);
+    mImaginary = ri == nullptr ? ir : &combined("imagAdd", A_ADD_BLOCK, ri, ir);
+}
+
+/// The products of a part in the order in which they are added.
+ScalarProductComplexUnroller::Terms ScalarProductComplexUnroller::termsOfPart(bool imaginary) {
+    Terms terms;
+    for (std::size_t pair = 0; pair < mOperands.size() / 2; ++pair) {
+        const bool isSubtracted = isSubtractive() && 2 * pair + 2 == mOperands.size();
+        const bool first = operand(pair, 0).isComplex();
+        const bool second = operand(pair, 1).isComplex();
+        if (!imaginary || second) {
+            terms.push_back({pair, false, imaginary, isSubtracted});
+        }
+        if (first && (imaginary || second)) {
+            terms.push_back({pair, true, !imaginary, isSubtracted == imaginary});
+        }
+    }
+    return terms;
+}
+
+void ScalarProductComplexUnroller::feedNegated(const char *word, const Term &term, Block &made, std::size_t number) {
+    Context *context = mBlock.getContext();
+    Block &negation =
+        make(PureTupleValue::get(internal::nameBelow(mBlock, word), PureValueRef(StringValue::get("neg", context)),
+                                 PureValueRef(NumberValue::get(static_cast<int>(number), context)), context),
+             A_NEG_BLOCK);
+    operand(term.pair, 0).feed(term.firstImaginary, portOf(negation, 0));
+    portOf(made, 2 * number).setWire(outOf(negation));
+    operand(term.pair, 1).feed(term.secondImaginary, portOf(made, 2 * number + 1));
+}
+
+/// A scalar product for each product, chained, for the sign of a product would turn the way that it rounds.
+Wire &ScalarProductComplexUnroller::sumOneByOne(const char *word, const Terms &terms, bool imaginary) {
+    Wire *sum = nullptr;
+    for (std::size_t i = 0; i < terms.size(); ++i) {
+        Block &made = make(word, i, A_SCALAR_PRODUCT_BLOCK);
+        setProductType(made, mOutputType);
+        made.setParam(A_SUBTRACTIVE, terms[i].isSubtracted ? A_TRUE : A_FALSE);
+        feed(terms[i], made, 0);
+        if (sum != nullptr) {
+            made.setParam(A_SCALAR_PRODUCT_PORT_CHAININ, *sum);
+        }
+        sum = &outOf(made);
+    }
+    if (!hasChain() || (imaginary && !mChain.isComplex())) {
+        return *sum;
+    }
+    const bool subtracts = mBlock.findParam(A_SUBTRACTIVE_CHAININ) == A_TRUE.get_ptr();
+    Block &made = make(word, terms.size(), subtracts ? A_SUB_BLOCK : A_ADD_BLOCK);
+    portOf(made, 0).setWire(*sum);
+    mChain.feed(imaginary, portOf(made, 1));
+    made.setParam(A_ADD_TYPE, mOutputType.toValue(mBlock.getContext()));
+    return outOf(made);
+}
+
+/// Of a part to which no product adds.
+Wire &ScalarProductComplexUnroller::chainAlone(const char *word, bool imaginary) {
+    Block &cast = make(word, A_CAST_BLOCK);
+    cast.setParam(A_CAST_OUTPUT_TYPE, mOutputType.toValue(mBlock.getContext()));
+    if (mBlock.findParam(A_SUBTRACTIVE_CHAININ) == A_TRUE.get_ptr()) {
+        Block &negation = make("neg", A_NEG_BLOCK);
+        mChain.feed(imaginary, portOf(negation, 0));
+        portOf(cast, 0).setWire(outOf(negation));
+    } else {
+        mChain.feed(imaginary, portOf(cast, 0));
+    }
+    return outOf(cast);
+}
+
+Wire &ScalarProductComplexUnroller::sumOfPart(const char *word, bool imaginary) {
+    const Terms terms = termsOfPart(imaginary);
+    if (terms.empty()) {
+        return chainAlone(word, imaginary);
+    }
+    const Value *mode = mBlock.findParam(A_FLOAT_ROUNDING_MODE);
+    const bool isDirected = mode == A_ROUNDING_RNDU.get_ptr() || mode == A_ROUNDING_RNDD.get_ptr();
+    const auto isSubtracted = [](const Term &term) { return term.isSubtracted; };
+    if (isDirected && std::any_of(terms.begin(), terms.end(), isSubtracted)) {
+        return sumOneByOne(word, terms, imaginary);
+    }
+    Block &made = make(word, A_SCALAR_PRODUCT_BLOCK);
+    setProductType(made, mOutputType);
+    for (std::size_t i = 0; i < terms.size(); ++i) {
+        if (terms[i].isSubtracted) {
+            feedNegated(word, terms[i], made, i);
+        } else {
+            feed(terms[i], made, i);
+        }
+    }
+    if (hasChain() && (!imaginary || mChain.isComplex())) {
+        copyArithmeticHints(made, mBlock, {&A_SUBTRACTIVE_CHAININ});
+        mChain.feed(imaginary, {made, A_SCALAR_PRODUCT_PORT_CHAININ});
+    }
+    return outOf(made);
+}
+
+void ScalarProductComplexUnroller::preAttachComplexFP() {
+    mReal = &sumOfPart("dotReal", false);
+    mImaginary = &sumOfPart("dotImag", true);
+}
+
+void ScalarProductComplexUnroller::preAttach() {
+    if (mOutputType.isFloat()) {
+        preAttachComplexFP();
+    } else {
+        preAttachGeneralCase();
+    }
+}
+
+Wire *ScalarProductComplexUnroller::attachWire(Wire &, const ComplexDecorSpec &, bool imaginary,
+                                               const std::vector<MaybePort> &readers) {
+    Wire *part = imaginary ? mImaginary : mReal;
+    for (const MaybePort &reader : readers) {
+        reader.setWire(*part);
+    }
+    return part;
+}
+
+void ScalarProductComplexUnroller::attachPort(Port &port, const ComplexDecorSpec &, bool imaginary, Wire &driver) {
+    const auto of = mOperands.find(port.getName());
+    ComplexFactor &factor = of == mOperands.end() ? mChain : of->second;
+    for (const MaybePort &reader : factor.attach(imaginary, driver)) {
+        addAttachedPort(reader);
+    }
+}
+
+void ScalarProductComplexUnroller::postAttach() { delete &mBlock; }
+
+} // namespace orvo::internal
