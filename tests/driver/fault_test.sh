@@ -34,6 +34,16 @@ run 3 opt bad.xml --feature $feature -p 'ModelTreePass, NetlistVerificationPass,
 mv "$(only_file)" second.repro
 same first.repro second.repro
 
+# A pipeline leaves one that "opt" replays.
+printf '[own]\nModelTreePass\nNetlistVerificationPass\nDeadModelPass{}\n' >own
+sed 's/<model name="top">/&<param name="synthOutputMode">true<\/param>/' bad.xml >root.xml
+run 3 lower root.xml -o o.xml --feature $feature --pipeline own --preset own
+has err 'internal fault in pass 2, NetlistVerificationPass: assertion'
+mv "$(only_file)" lowered.repro
+has lowered.repro 'passes: NetlistVerificationPass, DeadModelPass'
+run 3 opt --replay lowered.repro
+has err 'internal fault in pass 1, NetlistVerificationPass: assertion'
+
 # The replay shows the fault, and leaves no file of its own unless asked to.
 run 3 opt --replay first.repro -o o.xml
 has err 'internal fault in pass 1, NetlistVerificationPass: assertion'

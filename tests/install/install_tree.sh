@@ -48,6 +48,8 @@ loaded=$(ldd "$moved/bin/orvo" | sed -n 's/.*liborvo\.so\.0 => \(.*\) (.*/\1/p')
 [ "$(realpath "$loaded")" = "$(realpath "$lib/liborvo.so.0")" ] || fail "the driver loads '$loaded', not the installed library"
 "$moved/bin/orvo" blocks >blocks.txt
 [ "$(wc -l <blocks.txt)" -gt 50 ] || fail "'orvo blocks' lists $(wc -l <blocks.txt) lines: was the catalogue found?"
+"$moved/bin/orvo" lower --print-pipeline >pipeline.txt
+grep -q FlattenEverythingPass pipeline.txt || fail "the installed pipelines lack a pass: $(cat pipeline.txt)"
 "$moved/bin/orvo" check by-cmake.xml || [ $? -eq 1 ] || fail "'orvo check' does not end with a verdict"
 
 echo "-- exported symbols"
