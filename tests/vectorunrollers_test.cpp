@@ -435,6 +435,18 @@ TEST_F(VectorUnrollersTest, makesOneLoopOfAVectorOfLimits) {
               Made{});
 }
 
+TEST_F(VectorUnrollersTest, leavesALoopAloneWhoseLimitsStandInBothForms) {
+    Design design(mgr.context());
+    oneBlock(design, "loopBlock",
+             {{"loopPortGo", "u1.0"}, {"loopPortLimit", "[2] u2.0"}, {"(loopPortLimit 0)", "u2.0"}},
+             {{"loopWireValue", ""}});
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollVectorPass");
+    scheduler.apply(design);
+    EXPECT_EQ(heard.take(), std::vector<std::string>{"UNVEC_INVALID_EXPAND_TYPE block=/top/block"});
+}
+
 TEST_F(VectorUnrollersTest, drivesASignalOfFewerDimensionsFromTheFirstLane) {
     EXPECT_EQ(madeOf("registerBlock", {{"0", "[3] s4.0"}, {"registerPortEnable", "[2][3] u1.0"}}, {{"primWireOut", ""}})
                   .size(),
