@@ -18,6 +18,8 @@
 
 #include <sstream>
 
+#include <algorithm>
+
 namespace orvo {
 namespace {
 
@@ -108,6 +110,46 @@ TEST_F(VerificationTest, matchesKeysByPattern) {
     Block &add = goodAdd();
     add.setParam(value("-1"), source);
     EXPECT_EQ(verify(add).size(), 1U);
+}
+
+TEST_F(VerificationTest, knowsTheLanesOfFilters) {
+    Block &block = typed(A_SHARED_FIFO_BLOCK);
+    block.setParam(A_PORT_VALID, source);
+    block.setParam(A_FIFO_DEPTH, value("4"));
+    const auto missing = [&] {
+        const auto found = verify(block);
+        return std::any_of(found.begin(), found.end(), [](const CatalogueFinding &one) {
+            return one.kind == Kind::MissingPort || one.kind == Kind::Extra;
+        });
+    };
+    EXPECT_TRUE(missing());
+    block.setParam(value("(0 1)"), source);
+    EXPECT_FALSE(missing());
+    block.setParam(value("(0 x)"), source);
+    EXPECT_TRUE(missing());
+    block.setParam(value("(0 x)"), nullptr);
+    const auto lacksOutput = [&] {
+        const auto found = verify(block);
+        return std::any_of(found.begin(), found.end(), [](const CatalogueFinding &one) {
+            return one.kind == Kind::MissingWire && one.subject == "0";
+        });
+    };
+    EXPECT_TRUE(lacksOutput());
+    Wire::create(block, value("(0 1)"));
+    EXPECT_FALSE(lacksOutput());
+    // Other blocks have no lanes.
+    Block &add = goodAdd();
+    add.setParam(value("(0 1)"), source);
+    EXPECT_FALSE(verify(add).empty());
+}
+
+TEST_F(VerificationTest, knowsLoopsOverAVectorOfLimits) {
+    Block &block = typed(A_LOOP_BLOCK);
+    block.setParam(A_LOOP_PORT_GO, source);
+    block.setParam(A_LOOP_PORT_LIMIT, source);
+    EXPECT_TRUE(verify(block).empty());
+    block.setParam(A_LOOP_WIRE_VALUE, source);
+    EXPECT_FALSE(verify(block).empty());
 }
 
 TEST_F(VerificationTest, leavesOutConnectionsWithoutAMapping) {

@@ -1,6 +1,7 @@
 // Which block types come apart, and what each makes of its vectors.
 #include "orvo/vectorunrollers.h"
 
+#include "gen/designgenerator.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
 #include "support/samebehaviour.h"
@@ -256,6 +257,26 @@ TEST_F(VectorUnrollersTest, numbersTheOutputsOfADemultiplexerThrough) {
     }
 }
 
+TEST_F(VectorUnrollersTest, decodesEachAddress) {
+    EXPECT_EQ(madeOf("decodeBlock", {{"decodePortAddr", "[2] u2.0"}, {"decodePortWren", "u1.0"}},
+                     {{"decodeWireMatch", ""}, {"decodeWireWren", ""}}, {{"decodeAddress", "2"}}),
+              (Made{"(block 0)", "(block 1)"}));
+}
+
+TEST_F(VectorUnrollersTest, givesEachLaneItsMemory) {
+    const Texts ports{{"dualMemPortData1", "[2] s8.0"},
+                      {"dualMemPortAddr1", "[2] u2.0"},
+                      {"dualMemPortWrite1En", "u1.0"},
+                      {"dualMemPortAddr2", "u2.0"},
+                      {"dualMemPortRead2", "u1.0"}};
+    EXPECT_EQ(madeOf("dualMemBlock", ports, {{"dualMemWireData1", ""}, {"dualMemWireData2", ""}},
+                     {{"dualMemDepth1", "4"},
+                      {"dualMemDepth2", "4"},
+                      {"dualMemData",
+                       "((vectorRollTag 1 100) (vectorRollTag 3 4) (vectorRollTag 5 6) (vectorRollTag 7 8))"}}),
+              (Made{"(block 0)", "(block 1)"}));
+}
+
 TEST_F(VectorUnrollersTest, givesLanesTheirOwnSettings) {
     EXPECT_EQ(madeOf("sequenceBlock", {{"portEnable", "[2] u1.0"}}, {{"primWireOut", ""}},
                      {{"counterLimit", "(3 7)"}, {"counterInitial", "-1"}, {"counterStep", "(1 2)"}}),
@@ -414,6 +435,18 @@ TEST_F(VectorUnrollersTest, makesOneLoopOfAVectorOfLimits) {
               Made{});
 }
 
+TEST_F(VectorUnrollersTest, leavesALoopAloneWhoseLimitsStandInBothForms) {
+    Design design(mgr.context());
+    oneBlock(design, "loopBlock",
+             {{"loopPortGo", "u1.0"}, {"loopPortLimit", "[2] u2.0"}, {"(loopPortLimit 0)", "u2.0"}},
+             {{"loopWireValue", ""}});
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollVectorPass");
+    scheduler.apply(design);
+    EXPECT_EQ(heard.take(), std::vector<std::string>{"UNVEC_INVALID_EXPAND_TYPE block=/top/block"});
+}
+
 TEST_F(VectorUnrollersTest, drivesASignalOfFewerDimensionsFromTheFirstLane) {
     EXPECT_EQ(madeOf("registerBlock", {{"0", "[3] s4.0"}, {"registerPortEnable", "[2][3] u1.0"}}, {{"primWireOut", ""}})
                   .size(),
@@ -426,6 +459,54 @@ TEST_F(VectorUnrollersTest, pinsEachLane) {
     EXPECT_EQ(madeOf("typePinBlock", {{"0", "[2] s4.0"}, {"1", "s3.0"}}, {{"0", ""}, {"1", ""}},
                      {{"typePinPortTypes", "((typeVector 2 (typeSFixed 4 0)) (typeSFixed 3 0))"}}),
               (Made{"block_vunroll"}));
+}
+
+/// The types of the blocks that the pass took apart or whose signals it did.
+std::set<std::string> takenApart(const Design &before, const Design &after) {
+    std::set<std::string> types;
+    for (const Model &model : before) {
+        const Model *now = after.getModel(model.getName());
+        for (const Block &block : model) {
+            const Block *same = now->getBlock(block.getName());
+            if (same == nullptr || same->getPortCount() != block.getPortCount() ||
+                same->getWireCount() != block.getWireCount()) {
+                types.insert(PureValueRef(block.getParam(A_BLOCK_TYPE))->toString());
+            }
+        }
+    }
+    return types;
+}
+
+TEST(VectorUnrollers, takeApartByChanceWhatTheyKnow) {
+    ContextMgr mgr;
+    gen::DesignGenerator generator(mgr.context());
+    std::set<std::string> unseen;
+    for (const internal::VectorUnrollRow &row : internal::vectorUnrollRows()) {
+        if (row.handler != nullptr) {
+            unseen.insert(row.blockType->text());
+        }
+    }
+    for (std::uint64_t seed = 0; seed < 1500; ++seed) {
+        const auto recipes = gen::recipesOf(seed, 60);
+        const auto before = generator.make(recipes);
+        const auto after = generator.make(recipes);
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollVectorPass");
+        scheduler.apply(*after);
+        bool isNew = false;
+        for (const std::string &type : takenApart(*before, *after)) {
+            isNew = unseen.erase(type) != 0 || isNew;
+        }
+        if (isNew) {
+            sim::CompareOptions options;
+            options.cycles = 40;
+            EXPECT_TRUE(test::sameBehaviour(*before, *after, "top", options)) << seed;
+        }
+    }
+    // Of these, designs by chance have no vectors; each has its test above.
+    EXPECT_EQ(unseen, (std::set<std::string>{"counterBlock", "decodeBlock", "dualMemBlock", "latencyPlaceholderBlock",
+                                             "loopBlock", "lutBlock", "ncoBlock", "sequenceBlock"}));
 }
 
 } // namespace

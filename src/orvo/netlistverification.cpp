@@ -4,6 +4,7 @@
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/corevalues.h>
+#include <orvo/modelkinds.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
@@ -45,6 +46,30 @@ bool matches(const Entry &entry, const PureValueRef &name) {
         return true;
     }
     return false;
+}
+
+/// What a port (name, lane) is a lane of: some blocks go on under such names when vectors come apart. Null for others.
+PureValueRef wholeOf(const Block &block, const PureValueRef &name) {
+    const PureTupleValueRef tuple = isIPBlock(block) ? pureTupleVR(name) : PureTupleValueRef();
+    return tuple && tuple->size() == 2 && numberVR(tuple->at(1)) ? PureValueRef(tuple->at(0)) : PureValueRef();
+}
+
+bool hasPortOrLane(const Block &block, const PureValueRef &name) {
+    const auto ports = block.ports();
+    return block.getPort(name) != nullptr || std::any_of(ports.begin(), ports.end(), [&](const Port &port) {
+               return wholeOf(block, port.getName()) == name;
+           });
+}
+
+bool hasWireOrLane(const Block &block, const PureValueRef &name) {
+    return block.getWire(name) != nullptr || std::any_of(block.begin(), block.end(), [&](const Wire &wire) {
+               return wholeOf(block, wire.getName()) == name;
+           });
+}
+
+/// A loop takes the limits of all levels as one vector, too, under the key alone.
+bool isWholeFamily(const Block &block, const Entry &entry, const PureValueRef &name) {
+    return entry.pattern == Pattern::TuplesOf && block.type() == A_LOOP_BLOCK.get_ptr() && entry.key == name;
 }
 
 std::string describe(const Block &block) { return block.value()->getPath(); }
@@ -146,10 +171,10 @@ void CatalogueVerifier::Impl::checkEntry(const Block &block, const Entry &entry,
         present = value != nullptr;
     } else if (connection.kind == "Port") {
         missing = Kind::MissingPort;
-        present = key != nullptr && block.getPort(entry.key) != nullptr;
+        present = key != nullptr && hasPortOrLane(block, entry.key);
     } else if (connection.kind == "Wire") {
         missing = Kind::MissingWire;
-        present = key != nullptr && block.getWire(entry.key) != nullptr;
+        present = key != nullptr && hasWireOrLane(block, entry.key);
     } else {
         findings.push_back({Kind::UnknownConnectionKind, &block, connection.kind,
                             "Unrecognized block connection type: " + connection.kind});
@@ -178,10 +203,14 @@ std::vector<CatalogueFinding> CatalogueVerifier::verify(const Block &block) {
     }
     for (auto param : Params(block)) {
         // A connection is accounted for as a port, all else as a parameter.
-        const char *kind = block.getPort(param.first) != nullptr ? "Port" : "Param";
+        const bool isPort = block.getPort(param.first) != nullptr;
+        const char *kind = isPort ? "Port" : "Param";
+        const PureValueRef whole = isPort ? wholeOf(block, param.first) : PureValueRef();
         bool accounted =
             param.first == A_BLOCK_TYPE || std::any_of(entries->begin(), entries->end(), [&](const Entry &entry) {
-                return entry.connection->kind == kind && matches(entry, param.first);
+                return entry.connection->kind == kind &&
+                       (matches(entry, param.first) || (whole && matches(entry, whole)) ||
+                        isWholeFamily(block, entry, param.first));
             });
         if (!accounted) {
             findings.push_back({Kind::Extra, &block, param.first->toString(),

@@ -859,7 +859,7 @@ class LoopVecUnroller final : public VectorUnroller {
     VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
         return kindOf(port.getName(), vectors, {&A_LOOP_PORT_LIMIT});
     }
-    bool canUnroll() const override { return !mHasOtherVectors; }
+    bool canUnroll() const override { return !mHasOtherVectors && !mHasKeys; }
     void preAttach(const VectorDecorSpec &) override { mLoop = &createSubstitute(mBlock); }
     void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
         const MaybePort attached(*mLoop, BoundaryVectorUnroller::makeName(port.getName(), lanes, indices));
@@ -880,12 +880,16 @@ class LoopVecUnroller final : public VectorUnroller {
                             std::initializer_list<const StaticString *> ofLevels) {
         const bool isOfLevels = isOneOf(name, ofLevels);
         mHasOtherVectors = mHasOtherVectors || (vectors.isVector() && !isOfLevels);
+        const PureTupleValueRef key = pureTupleVR(name);
+        mHasKeys = mHasKeys || (key && key->size() == 2 && isOneOf(key->at(0), ofLevels));
         return isOfLevels ? VectorUnrollKind::Own : VectorUnrollKind::Whole;
     }
 
     Block &mBlock;
     Block *mLoop = nullptr;
     bool mHasOtherVectors = false;
+    /// Levels under keys stand beside the vector, which would clash.
+    bool mHasKeys = false;
 };
 
 /// Data of a region that can stall. The block stays one, so that all of it moves together; each lane gets a number of

@@ -209,8 +209,10 @@ void writeSharedFifo(BlockWriter &writer) {
     if (const Signal channel = writer.in(A_PORT_CHANNEL); channel.known()) {
         ways.emplace_back(channel, writer.out(A_WIRE_CHANNEL));
     }
-    for (const auto &[number, data] : wholeNumberedInputs(writer)) {
-        ways.emplace_back(data, wholeOutput(writer, NumberValue::get(number, writer.context()), data.type->lanes()));
+    for (const PureValueRef &name : numberedNames(writer)) {
+        if (const Signal data = writer.in(name); data.known()) {
+            ways.emplace_back(data, writer.out(name));
+        }
     }
     std::vector<Leaf> entry;
     std::vector<Leaf> oldest;

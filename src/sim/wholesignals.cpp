@@ -79,28 +79,28 @@ Signal wholeInput(BlockWriter &writer, const PureValueRef &name) {
     return joined;
 }
 
-std::vector<std::pair<int, Signal>> wholeNumberedInputs(BlockWriter &writer) {
-    std::set<int> numbers;
+std::vector<PureValueRef> numberedNames(const BlockWriter &writer) {
+    std::vector<PureValueRef> names;
     for (const Port &port : writer.block().ports()) {
         const NumberValueRef number = numberVR(splitName(port.getName()).first);
         if (number && number->isInt() && number->toInt() >= 0) {
-            numbers.insert(number->toInt());
+            names.push_back(port.getName());
         }
     }
-    std::vector<std::pair<int, Signal>> inputs;
-    for (const int number : numbers) {
-        const Signal input = wholeInput(writer, NumberValue::get(number, writer.context()));
-        if (input.known()) {
-            inputs.emplace_back(number, input);
-        }
-    }
-    return inputs;
+    return names;
 }
 
 std::vector<Signal> wholeFixedInputs(BlockWriter &writer, std::size_t least) {
+    std::set<int> numbers;
+    for (const PureValueRef &name : numberedNames(writer)) {
+        numbers.insert(numberVR(splitName(name).first)->toInt());
+    }
     std::vector<Signal> inputs;
-    for (const auto &[number, input] : wholeNumberedInputs(writer)) {
-        inputs.push_back(input);
+    for (const int number : numbers) {
+        const Signal input = wholeInput(writer, NumberValue::get(number, writer.context()));
+        if (input.known()) {
+            inputs.push_back(input);
+        }
     }
     if (inputs.size() < least) {
         writer.missing();

@@ -8,11 +8,12 @@ namespace orvo::sim {
 
 /// The signal at a port, unknown if neither it nor a lane of it is connected.
 Signal wholeInput(BlockWriter &writer, const PureValueRef &name);
-/// Those at numbered ports, in the order of the numbers.
-std::vector<std::pair<int, Signal>> wholeNumberedInputs(BlockWriter &writer);
-/// The same without their numbers. Outputs of the block are unknown without so many, and compilation ends unless all
-/// are fixed-point numbers.
+/// Those at numbered ports, in the order of the numbers. Outputs of the block are unknown without so many, and
+/// compilation ends unless all are fixed-point numbers.
 std::vector<Signal> wholeFixedInputs(BlockWriter &writer, std::size_t least);
+
+/// The names of numbered ports, and of their lanes.
+std::vector<PureValueRef> numberedNames(const BlockWriter &writer);
 
 /// The type of an output, null without one. Of lanes nobody may read the last ones; `lanes` tells how many there are.
 const SignalType *wholeOutputType(const BlockWriter &writer, const PureValueRef &name, std::uint32_t lanes = 0);
