@@ -128,9 +128,9 @@ ValueRef tableData(const ParamRequest &request) {
     const bool isComplex = chooser.chance(1, 5);
     return parsed(request, tupleOf(entries, [&](std::size_t) {
                       const std::string number = cornerNumber(chooser);
-                      return isComplex ? fmt::format("({} {} {})", A_COMPLEX_ROLL_TAG.text(), number,
-                                                     cornerNumber(chooser))
-                                       : number;
+                      return isComplex
+                                 ? fmt::format("({} {} {})", A_COMPLEX_ROLL_TAG.text(), number, cornerNumber(chooser))
+                                 : number;
                   }));
 }
 
@@ -389,10 +389,9 @@ class Reader {
         param.isOptional = connection.optional;
         const auto open = std::find_if(std::begin(kOpenParams), std::end(kOpenParams),
                                        [&param](const OpenParam &one) { return param.key == *one.key; });
-        const auto own = std::find_if(std::begin(kOpenParamsOfTypes), std::end(kOpenParamsOfTypes),
-                                      [&](const OpenParamOfType &one) {
-                                          return shape.type == *one.type && param.key == *one.key;
-                                      });
+        const auto own =
+            std::find_if(std::begin(kOpenParamsOfTypes), std::end(kOpenParamsOfTypes),
+                         [&](const OpenParamOfType &one) { return shape.type == *one.type && param.key == *one.key; });
         if (own != std::end(kOpenParamsOfTypes)) {
             param.provider = own->provider;
         } else if (open != std::end(kOpenParams)) {
