@@ -171,12 +171,22 @@ TEST_F(ComplexUnrollersTest, multipliesExactlyBeforeBitsAreCut) {
 }
 
 TEST_F(ComplexUnrollersTest, multipliesAllSmallNumbersRightly) {
-    mCycles = 20000;
-    for (const char *type : {"c s2.1", "c u2.0", "c s3.0"}) {
-        for (const char *karatsuba : {"false", "true"}) {
-            madeOf("multBlock", {{"0", type}, {"1", "c s3.0"}}, {{"primWireOut", ""}},
-                   {{"complexKaratsuba", karatsuba}});
-            EXPECT_EQ(count(A_MULT_BLOCK), std::string(karatsuba) == "true" ? 3U : 4U);
+    // The product has as many bits as both factors together, in which it wraps.
+    const auto wrapped = [](std::int64_t value) { return ((value + 32) & 63) - 32; };
+    const Texts in{{"0", "c s3.0"}, {"1", "c s3.0"}};
+    for (const char *karatsuba : {"false", "true"}) {
+        madeOf("multBlock", in, {{"primWireOut", ""}}, {{"complexKaratsuba", karatsuba}});
+        EXPECT_EQ(count(A_MULT_BLOCK), std::string(karatsuba) == "true" ? 3U : 4U);
+        sim::Simulator simulator(*mAfter, *mModel);
+        for (int bits = 0; bits < 4096; ++bits) {
+            const auto number = [bits](int at) { return (bits >> (3 * at) & 7) - 4; };
+            const std::int64_t a = number(0);
+            const std::int64_t b = number(1);
+            const std::int64_t c = number(2);
+            const std::int64_t d = number(3);
+            const auto out = stepByName(simulator, {{"0.re", a}, {"0.im", b}, {"1.re", c}, {"1.im", d}});
+            ASSERT_EQ(out.at("primWireOut.re"), wrapped(a * c - b * d)) << a << " " << b << " " << c << " " << d;
+            ASSERT_EQ(out.at("primWireOut.im"), wrapped(a * d + b * c)) << a << " " << b << " " << c << " " << d;
         }
     }
 }
@@ -243,6 +253,218 @@ TEST_F(ComplexUnrollersTest, comparesBothParts) {
               (Made{"(block real)", "(block imag)", "(block and)"}));
     EXPECT_EQ(madeOf("cmpNeBlock", {{"0", "c s1.0"}, {"1", "s1.0"}}, {{"primWireOut", ""}}),
               (Made{"(block real)", "(block imag)", "(block 1 imagZero)", "(block or)"}));
+}
+
+TEST_F(ComplexUnrollersTest, addsScalarProductsOfParts) {
+    const Made general{"(block dotRR)", "(block dotII)",   "(block dotRI)",
+                       "(block dotIR)", "(block realSub)", "(block imagAdd)"};
+    const Texts two{{"0", "c s3.1"}, {"1", "c u2.0"}, {"2", "c u2.1"}, {"3", "c s2.0"}};
+    EXPECT_EQ(madeOf("scalarProductBlock", two, {{"primWireOut", ""}}), general);
+    EXPECT_EQ(madeOf("scalarProductBlock", two, {{"primWireOut", ""}}, {{"subtractive", "true"}}), general);
+    EXPECT_EQ(madeOf("scalarProductBlock", two, {{"primWireOut", ""}}, {{"multType", "(typeSFixed 5 0)"}}), general);
+    EXPECT_EQ(madeOf("scalarProductBlock", {{"0", "c u3.1"}, {"1", "u2.0"}}, {{"primWireOut", ""}}),
+              (Made{"(block dotRR)", "(block dotIR)"}));
+    EXPECT_EQ(madeOf("scalarProductBlock", {{"0", "[3] c s2.1"}, {"1", "[3] c s2.0"}}, {{"primWireOut", ""}}), general);
+}
+
+TEST_F(ComplexUnrollersTest, addsTheChainInOfScalarProductsByParts) {
+    const Texts minus{{"subtractiveChainin", "true"}};
+    const Texts chained{{"0", "c s3.1"}, {"1", "c s2.0"}, {"scalarProductPortChainin", "c s4.3"}};
+    EXPECT_EQ(madeOf("scalarProductBlock", chained, {{"primWireOut", ""}}, minus).size(), 6U);
+    EXPECT_EQ(madeOf("scalarProductBlock", {{"0", "s3.1"}, {"1", "s2.0"}, {"scalarProductPortChainin", "c s4.3"}},
+                     {{"primWireOut", ""}}, minus),
+              (Made{"(block dotRR)", "(block dotRI)", "(block zero)"}));
+    EXPECT_EQ(madeOf("scalarProductBlock",
+                     {{"0", "float(10,5)"}, {"1", "float(10,5)"}, {"scalarProductPortChainin", "c float(10,5)"}},
+                     {{"primWireOut", ""}}, minus),
+              (Made{"(block dotReal)", "(block dotImag)", "(block neg)"}));
+}
+
+TEST_F(ComplexUnrollersTest, addsFloatsInTheirOrder) {
+    const char *type = "c float(10,5)";
+    const Texts two{{"0", type}, {"1", type}, {"2", type}, {"3", type}};
+    EXPECT_EQ(madeOf("scalarProductBlock", two, {{"primWireOut", ""}}),
+              (Made{"(block dotReal)", "(block dotImag)", "((block dotReal) neg 1)", "((block dotReal) neg 3)"}));
+    EXPECT_EQ(made("(block dotReal)").getPortCount(), 8U);
+    EXPECT_EQ(made("(block dotImag)").getPortCount(), 8U);
+    madeOf("scalarProductBlock", two, {{"primWireOut", ""}}, {{"subtractive", "true"}});
+    // Where a sign turns the rounding round, each product is a block.
+    const Texts upward{{"floatRoundingMode", "roundingUp"}, {"subtractive", "true"}};
+    madeOf("scalarProductBlock", two, {{"primWireOut", ""}}, upward);
+    EXPECT_EQ(count(A_SCALAR_PRODUCT_BLOCK), 8U);
+}
+
+TEST_F(ComplexUnrollersTest, leavesSumsOfFloatVectorsWhole) {
+    mExpected = {"UNCOMPLEX_INVALID_WIRE_TYPE wire=/top/block/primWireOut",
+                 "UNCOMPLEX_INVALID_PORT_TYPE block=/top/block port=0",
+                 "UNCOMPLEX_INVALID_PORT_TYPE block=/top/block port=1"};
+    EXPECT_EQ(
+        madeOf("scalarProductBlock", {{"0", "[2] c float(10,5)"}, {"1", "[2] c float(10,5)"}}, {{"primWireOut", ""}}),
+        Made{});
+}
+
+TEST_F(ComplexUnrollersTest, givesConstantsTheirPartsInOneType) {
+    EXPECT_EQ(madeOf("constBlock", {}, {{"primWireOut", ""}}, {{"constValue", "(complexRollTag 1 -9)"}}), kParts);
+    EXPECT_EQ(made("(block real)").getParam(A_CONST_TYPE)->toString(),
+              made("(block imag)").getParam(A_CONST_TYPE)->toString());
+    EXPECT_EQ(madeOf("constBlock", {}, {{"primWireOut", ""}},
+                     {{"constValue", "5"}, {"constType", "(typeComplex (typeSFixed 5 1))"}}),
+              kParts);
+    EXPECT_EQ(made("(block imag)").getParam(A_CONST_VALUE)->toString(), "0");
+    EXPECT_EQ(madeOf("constBlock", {}, {{"primWireOut", ""}},
+                     {{"constValue", "(vectorRollTag (complexRollTag 1 -9) (complexRollTag 3 2))"}}),
+              kParts);
+}
+
+TEST_F(ComplexUnrollersTest, keepsParametersWholeThatAreNoValuesOfSignals) {
+    madeOf("delayBlock", {{"0", "c s4.0"}}, {{"primWireOut", ""}}, {{"delayLength", "3"}});
+    EXPECT_EQ(made("(block imag)").getParam(A_DELAY_LENGTH)->toString(), "3");
+}
+
+TEST_F(ComplexUnrollersTest, beginsRegistersWithTheirParts) {
+    const Texts in{{"0", "c s4.0"}, {"registerPortEnable", "u1.0"}};
+    EXPECT_EQ(madeOf("registerBlock", in, {{"primWireOut", ""}}, {{"registerInitValue", "5"}}), kParts);
+    EXPECT_EQ(made("(block imag)").getParam(A_REGISTER_INIT_VALUE)->toString(), "0");
+    EXPECT_EQ(madeOf("registerBlock", in, {{"primWireOut", ""}}, {{"registerInitValue", "(complexRollTag 5 -3)"}}),
+              kParts);
+    EXPECT_EQ(
+        madeOf("syncRegisterBlock", {{"syncRegisterPortIclkData", "c s4.0"}, {"syncRegisterPortIclkEnable", "u1.0"}},
+               {{"syncRegisterWireIclkData", ""}, {"syncRegisterWireOclkData", ""}, {"syncRegisterWireOclkValid", ""}},
+               {{"syncRegisterDataType", "(typeComplex (typeSFixed 4 0))"},
+                {"syncRegisterInitValue", "(complexRollTag 5 -3)"}}),
+        kParts);
+}
+
+TEST_F(ComplexUnrollersTest, givesTablesAndMemoriesTheirParts) {
+    EXPECT_EQ(madeOf("lutBlock", {{"lutPortAddr", "u2.0"}}, {{"primWireOut", ""}},
+                     {{"lutData", "((complexRollTag 1 -20) 3 (complexRollTag 0 1))"}}),
+              kParts);
+    EXPECT_EQ(madeOf("dualMemBlock",
+                     {{"dualMemPortAddr1", "u2.0"},
+                      {"dualMemPortData1", "c s6.0"},
+                      {"dualMemPortWrite1En", "u1.0"},
+                      {"dualMemPortAddr2", "u2.0"},
+                      {"dualMemPortRead2", "u1.0"}},
+                     {{"dualMemWireData1", ""}, {"dualMemWireData2", ""}},
+                     {{"dualMemData", "((complexRollTag 1 -20) (complexRollTag 3 0) (complexRollTag 0 1))"}}),
+              kParts);
+}
+
+struct SharedCase {
+    const char *type;
+    std::vector<std::pair<const char *, const char *>> inputs;
+    std::vector<std::pair<const char *, const char *>> outputs;
+    std::vector<std::pair<const char *, const char *>> params;
+};
+
+TEST_F(ComplexUnrollersTest, sharesControls) {
+    const SharedCase cases[] = {
+        {"addsubBlock", {{"0", "c s4.0"}, {"1", "c s4.0"}, {"addsubPortSelect", "u1.0"}}, {{"primWireOut", ""}}, {}},
+        {"addSloadBlock",
+         {{"0", "c s4.0"}, {"1", "c s4.0"}, {"addSloadPortLoadCtrl", "u1.0"}, {"addSloadPortLoadValue", "c s3.0"}},
+         {{"primWireOut", ""}},
+         {}},
+        {"minmaxBlock", {{"0", "c s4.0"}, {"1", "c s4.0"}, {"minmaxPortSelect", "u1.0"}}, {{"primWireOut", ""}}, {}},
+        {"cordicBlock",
+         {{"cordicPortX", "c s4.4"},
+          {"cordicPortY", "c s4.4"},
+          {"cordicPortAngle", "s3.4"},
+          {"cordicPortMode", "u1.0"}},
+         {{"cordicWireX", ""}, {"cordicWireY", ""}, {"cordicWireAngle", ""}},
+         {}},
+        {"muxBlock", {{"muxPortSelect", "u1.0"}, {"0", "c s4.0"}, {"1", "c s4.0"}}, {{"primWireOut", ""}}, {}},
+        {"selectBlock",
+         {{"(selectPortkeyCtrl 0)", "u1.0"}, {"(selectPortkeyData 0)", "c s4.0"}, {"selectPortDefaultData", "c s4.0"}},
+         {{"primWireOut", ""}, {"selectWireValid", ""}},
+         {}},
+        {"barrelLeftBlock", {{"0", "c s4.0"}, {"barrelPortShift", "u2.0"}}, {{"primWireOut", ""}}, {}},
+        {"barrelRightBlock", {{"0", "c s4.0"}, {"barrelPortShift", "u2.0"}}, {{"primWireOut", ""}}, {}},
+        {"fifoBlock",
+         {{"fifoPortData", "c s4.0"},
+          {"fifoPortWriteEn", "u1.0"},
+          {"fifoPortReadAck", "u1.0"},
+          {"fifoPortFlush", "u1.0"}},
+         {{"fifoWireData", ""}, {"fifoWireValid", ""}, {"fifoWireHigh", ""}},
+         {{"fifoDepth", "4"}, {"fifoHighThreshold", "2"}}},
+        {"fifoDelayBlock",
+         {{"fifoPortData", "c s4.0"}, {"portWrite", "u1.0"}, {"portReady", "u1.0"}},
+         {{"fifoWireData", ""}, {"fifoWireValid", ""}},
+         {{"fifoDepth", "4"}}},
+        {"demuxBlock",
+         {{"demuxPortData", "c s4.0"}, {"portValid", "u1.0"}, {"portChannel", "u1.0"}},
+         {{"0", ""}, {"1", ""}},
+         {{"demuxChannelCount", "2"}}},
+        {"accBlock", {{"0", "c s4.0"}, {"1", "u1.0"}}, {{"primWireOut", ""}}, {}},
+        {"multPow2Block", {{"0", "c float(10,5)"}, {"1", "s3.0"}}, {{"primWireOut", ""}}, {}},
+    };
+    for (const SharedCase &one : cases) {
+        EXPECT_EQ(madeOf(one.type, one.inputs, one.outputs, one.params), kParts) << one.type;
+        for (const char *control : {"fifoPortFlush", "(selectPortkeyCtrl 0)", "barrelPortShift"}) {
+            const Port *real = made("(block real)").getPort(value(control));
+            const Port *imaginary = made("(block imag)").getPort(value(control));
+            EXPECT_EQ(real == nullptr, imaginary == nullptr) << one.type;
+            EXPECT_TRUE(real == nullptr || real->peekWire() == imaginary->peekWire()) << one.type;
+        }
+    }
+}
+
+TEST_F(ComplexUnrollersTest, dividesPartsByARealConstantOnly) {
+    EXPECT_EQ(madeOf("constdivBlock", {{"0", "c s5.0"}}, {{"primWireOut", ""}}, {{"constValue", "-3"}}), kParts);
+    Design design(mgr.context());
+    const Model &model = oneBlock(design, "constdivBlock", {{"0", "c s5.0"}}, {{"primWireOut", ""}},
+                                  {{"constValue", "(complexRollTag 1 3)"}});
+    EXPECT_NE(refusal(design, model).find("a quotient by a complex number"), std::string::npos);
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollComplexPass");
+    scheduler.apply(design);
+    EXPECT_EQ(heard.take(), (std::vector<std::string>{"UNCOMPLEX_INVALID_WIRE_TYPE wire=/top/block/primWireOut",
+                                                      "UNCOMPLEX_INVALID_PORT_TYPE block=/top/block port=0"}));
+}
+
+TEST_F(ComplexUnrollersTest, keepsNamedPortsOnOneBlock) {
+    EXPECT_EQ(madeOf("signalInBlock", {{"x", "c s4.0"}, {"y", "s4.0"}}, {{"x", ""}, {"y", ""}}), Made{});
+    EXPECT_NE(made("block").getWire(value("(x imag)")), nullptr);
+    EXPECT_EQ(madeOf("latencyPlaceholderBlock", {{"x", "c s4.0"}}, {{"y", ""}},
+                     {{"latencyPlaceholderTypemap",
+                       "((x (typeComplex (typeSFixed 4 0))) (y (typeComplex (typeSFixed 4 0))))"}}),
+              Made{});
+    EXPECT_EQ(made("block").getParam(A_LATENCY_PLACEHOLDER_TYPEMAP)->toString(),
+              "(((x real) (typeSFixed 4 0)) ((x imag) (typeSFixed 4 0)) ((y real) (typeSFixed 4 0)) "
+              "((y imag) (typeSFixed 4 0)))");
+}
+
+TEST_F(ComplexUnrollersTest, pinsEachPart) {
+    madeOf("typePinBlock", {{"0", "c s4.0"}, {"1", "s3.0"}}, {{"0", ""}, {"1", ""}},
+           {{"typePinPortTypes", "((typeComplex (typeSFixed 4 0)) (typeSFixed 3 0))"}});
+    EXPECT_EQ(made("block_cunroll").getParam(A_TYPE_PIN_PORT_TYPES)->toString(),
+              "((typeSFixed 4 0) (typeSFixed 4 0) (typeSFixed 3 0))");
+}
+
+TEST_F(ComplexUnrollersTest, takesVectorsOfComplexNumbersApartPartByPart) {
+    EXPECT_EQ(madeOf("addBlock", {{"0", "[2] c s4.0"}, {"1", "[2] s4.0"}}, {{"primWireOut", ""}}),
+              (Made{"(block real)", "(block imag)", "(block 1 imagZero)"}));
+    EXPECT_EQ(madeOf("multBlock", {{"0", "[2] c s4.0"}, {"1", "c s4.0"}}, {{"primWireOut", ""}}), kFour);
+    EXPECT_EQ(madeOf("multBlock", {{"0", "[2] c s4.0"}, {"1", "c s4.0"}}, {{"primWireOut", ""}},
+                     {{"complexKaratsuba", "true"}})
+                  .size(),
+              10U);
+    EXPECT_EQ(madeOf("complexConjugateBlock", {{"0", "[2] c s4.0"}}, {{"primWireOut", ""}}),
+              (Made{"(block imagNeg)", "(block realCast)"}));
+}
+
+TEST_F(ComplexUnrollersTest, absorbsARealPartThatNobodyReads) {
+    EXPECT_EQ(madeOf("complexConjugateBlock", {{"0", "c float(10,5)"}}, {}), (Made{"(block imagNeg)"}));
+    Design design(mgr.context());
+    Model &model = *Model::create(design, "top");
+    Block &conjugate = block(model, "block", "complexConjugateBlock");
+    conjugate.setParam(value("0"), input(model, "x", "c float(10,5)"));
+    Wire::create(conjugate, A_PRIM_WIRE_OUT);
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollComplexPass");
+    scheduler.apply(design);
+    EXPECT_NE(model.getBlock(value("(block realTerm)")), nullptr);
+    EXPECT_NE(model.getBlock(value("(block imagNeg)")), nullptr);
 }
 
 } // namespace

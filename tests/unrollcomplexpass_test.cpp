@@ -1,6 +1,8 @@
 // Complex signals come apart inside models and at their boundaries, and the design computes the same.
 #include "orvo/unrollcomplexpass.h"
 
+#include "orvo/complexunrollers.h"
+
 #include "support/heardmessages.h"
 #include "support/invariants.h"
 #include "support/randomdesigns.h"
@@ -20,6 +22,8 @@
 #include <rapidcheck/gtest.h>
 
 #include <algorithm>
+#include <iostream>
+#include <map>
 #include <sstream>
 
 namespace orvo {
@@ -84,6 +88,229 @@ RC_GTEST_PROP(UnrollComplexPassesOnRandomDesigns, computeTheSame, ()) {
 RC_GTEST_PROP(UnrollComplexPassesOnRandomDesigns, computeTheSameBehindVectors, ()) {
     computesTheSame({"UnrollVectorPass", "UnrollVectorCrossModelPass", "ElideUnpackPass", "UnrollComplexPass",
                      "UnrollComplexCrossModelPass", "ElideUnpackPass", "DeadBlockPass"});
+}
+
+/// Of each block type that has an unroller, how many blocks of complex signals came out by chance.
+TEST(UnrollComplexPassOnRandomDesigns, reachEveryTypeThatComesApart) {
+    ContextMgr mgr;
+    gen::DesignGenerator generator(mgr.context());
+    std::map<const Value *, std::size_t> hits;
+    for (std::uint64_t seed = 1; seed <= 250; ++seed) {
+        const auto design = generator.make(gen::recipesOf(seed, 80));
+        PassScheduler scheduler;
+        scheduler.requirePass("GlobalTypePass");
+        const PassResults results = scheduler.apply(*design);
+        GlobalTypePass &types = *results.getPass<GlobalTypePass>();
+        for (Model &model : *design) {
+            if (model.getName()->toString() != "top") {
+                continue;
+            }
+            for (Block &block : model) {
+                const auto isComplex = [&](const auto &end) {
+                    return ComplexDecorSpec(types.getType(end, {}), mgr.context()).isComplex();
+                };
+                const auto ports = block.ports();
+                const bool isHit = std::any_of(ports.begin(), ports.end(), isComplex) ||
+                                   std::any_of(block.begin(), block.end(), isComplex);
+                hits[block.type()] += isHit ? 1 : 0;
+            }
+        }
+    }
+    std::size_t all = 0;
+    for (const internal::ComplexUnrollRow &row : internal::complexUnrollRows()) {
+        if (row.handler != nullptr) {
+            EXPECT_GT(hits[row.blockType->get_ptr()], 0U) << row.blockType->text();
+            all += hits[row.blockType->get_ptr()];
+        }
+    }
+    std::cout << all << " blocks of complex signals\n";
+}
+
+class UnrollComplexPassTest : public test::SimulatorFixture {
+  protected:
+    using Names = std::vector<std::string>;
+    Names run(const char *pass) {
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler(&state);
+        scheduler.addPass(pass);
+        scheduler.apply(design);
+        EXPECT_TRUE(test::checkInvariants(design));
+        return heard.take();
+    }
+    /// A level that combines its inputs x and y, and a top that uses it.
+    void makeTwoLevels(const std::string &x, const std::string &y, const char *type = "addBlock") {
+        Block &sum = block(below, "sum", type);
+        sum.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));
+        sum.setParam(value("1"), *Wire::create(*below.getInputBlock(), value("y")));
+        output(below, "z", *Wire::create(sum, A_PRIM_WIRE_OUT));
+        use("use", "z", input(model, "x", x), input(model, "y", y));
+    }
+    void use(const char *name, const char *out, Wire &x, Wire &y) {
+        Block &made = block(model, name, "modelBlock");
+        made.setParam(A_MODEL_NODE, below);
+        made.setParam(value("x"), x);
+        made.setParam(value("y"), y);
+        output(model, out, *Wire::create(made, value("z")));
+    }
+    static Names portsOf(const Block &block) {
+        Names names;
+        for (const Port &port : block.ports()) {
+            names.push_back(port.getName()->toString());
+        }
+        return names;
+    }
+    static Names wiresOf(const Block &block) {
+        Names names;
+        for (const Wire &wire : block) {
+            names.push_back(wire.getName()->toString());
+        }
+        return names;
+    }
+    Block *at(Model &of, const char *name) { return of.getBlock(value(name)); }
+
+    Design design{mgr.context()};
+    Model &model = *Model::create(design, "top");
+    Model &below = *Model::create(design, "below");
+    PassSchedulerState state;
+};
+
+TEST_F(UnrollComplexPassTest, joinsPartsToTheBoundariesOfModels) {
+    makeTwoLevels("c s4.0", "s4.0");
+    EXPECT_EQ(run("UnrollComplexPass"), Names{});
+    EXPECT_EQ(portsOf(*at(model, "use")), (Names{"x", "y"}));
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"x", "y"}));
+    EXPECT_EQ(at(below, "sum"), nullptr);
+    for (const char *name :
+         {"(sum real)", "(sum imag)", "(sum 0 cunpack)", "(sum 1 imagZero)", "(sum primWireOut cpack)"}) {
+        EXPECT_NE(at(below, name), nullptr) << name;
+    }
+}
+
+TEST_F(UnrollComplexPassTest, takesBoundariesApartAndKeepsTheMappings) {
+    makeTwoLevels("c s4.0", "s4.0");
+    EXPECT_EQ(run("UnrollComplexPass"), Names{});
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"), Names{});
+    EXPECT_EQ(portsOf(*at(model, "use")), (Names{"y", "(x imag)", "(x real)"}));
+    EXPECT_EQ(wiresOf(*at(model, "use")), (Names{"(z imag)", "(z real)"}));
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"y", "(x imag)", "(x real)"}));
+    EXPECT_EQ(portsOf(*below.getOutputBlock()), (Names{"(z imag)", "(z real)"}));
+    const auto *item =
+        dynamic_cast<BoundaryUnrollMappingStateItem *>(state.getItemOfState(A_BOUNDARY_UNROLL_STATE_KEY));
+    ASSERT_NE(item, nullptr);
+    for (const Model *level : {&model, &below}) {
+        const CompoundDecorIndex part = CompoundDecorIndex::createComplexIndex(RealOrImaginary::Imaginary);
+        const UnrollMappings &inputs = item->getInputUnrollMapping(*level);
+        EXPECT_EQ(inputs.getUnrolledPortName(value("x"), part), value("(x imag)"));
+        EXPECT_TRUE(inputs.getUnrolledPortNameList(value("y")).empty());
+        EXPECT_EQ(item->getOutputUnrollMapping(*level).getUnrolledPortNameList(value("z")).size(), 2U);
+    }
+}
+
+TEST_F(UnrollComplexPassTest, putsItsMappingsBehindThoseOfVectors) {
+    output(model, "y", input(model, "x", "[2] c s4.0"));
+    EXPECT_EQ(run("UnrollVectorCrossModelPass"), Names{});
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"), Names{});
+    const auto *item =
+        dynamic_cast<BoundaryUnrollMappingStateItem *>(state.getItemOfState(A_BOUNDARY_UNROLL_STATE_KEY));
+    ASSERT_NE(item, nullptr);
+    const CompoundDecorIndex path = CompoundDecorIndex::createVectorIndex(1)
+                                    << CompoundDecorIndex::createComplexIndex(RealOrImaginary::Real);
+    EXPECT_EQ(item->getInputUnrollMapping(model).getUnrolledPortName(value("x"), path), value("(x real 1)"));
+    EXPECT_NE(model.getInputBlock()->getWire(value("(x real 1)")), nullptr);
+}
+
+TEST_F(UnrollComplexPassTest, leavesVectorsOfComplexNumbersWholeAtBoundaries) {
+    output(model, "y", input(model, "x", "[2] c s4.0"));
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"), (Names{"UNCOMPLEX_INVALID_WIRE_TYPE wire=/top/in/x",
+                                                         "UNCOMPLEX_INVALID_PORT_TYPE block=/top/out port=y"}));
+    EXPECT_NE(model.getInputBlock()->getWire(value("x")), nullptr);
+}
+
+TEST_F(UnrollComplexPassTest, putsThePartBeforeTheLastPartOfAName) {
+    output(model, "y", input(model, "(a b)", "c s4.0"));
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"), Names{});
+    EXPECT_EQ(wiresOf(*model.getInputBlock()), (Names{"(a imag b)", "(a real b)"}));
+}
+
+TEST_F(UnrollComplexPassTest, leavesABoundaryWholeWhoseNamesWouldClash) {
+    output(model, "y", input(model, "x", "c s4.0"));
+    output(model, "w", input(model, "(x real)", "s4.0"));
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"), Names{"UNCOMPLEX_INVALID_WIRE_TYPE wire=/top/in/x"});
+    EXPECT_NE(model.getInputBlock()->getWire(value("x")), nullptr);
+}
+
+TEST_F(UnrollComplexPassTest, tellsOfUnknownTypes) {
+    Block &sum = block(below, "sum", "addBlock");
+    sum.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));
+    Wire::create(sum, A_PRIM_WIRE_OUT);
+    EXPECT_EQ(run("UnrollComplexPass"), (Names{"UNCOMPLEX_INVALID_WIRE_TYPE wire=/below/sum/primWireOut",
+                                               "UNCOMPLEX_INVALID_PORT_TYPE block=/below/sum port=0"}));
+    EXPECT_NE(at(below, "sum"), nullptr);
+}
+
+TEST_F(UnrollComplexPassTest, leavesAModelWholeThatIsComplexInOneInstanceOnly) {
+    makeTwoLevels("c s4.0", "s4.0");
+    use("again", "w", input(model, "real", "s4.0"), *model.getInputBlock()->getWire(value("y")));
+    EXPECT_EQ(run("UnrollComplexPass"), (Names{"UNCOMPLEX_INVALID_WIRE_TYPE wire=/below/sum/primWireOut",
+                                               "UNCOMPLEX_INVALID_PORT_TYPE block=/below/sum port=0"}));
+    EXPECT_NE(at(below, "sum"), nullptr);
+}
+
+TEST_F(UnrollComplexPassTest, writesNoTypesThatDifferBetweenInstances) {
+    makeTwoLevels("c s4.0", "c s4.0", "multBlock");
+    use("again", "w", input(model, "wider", "c s8.0"), *model.getInputBlock()->getWire(value("y")));
+    EXPECT_EQ(run("UnrollComplexPass"), (Names{"UNCOMPLEX_INVALID_WIRE_TYPE wire=/below/sum/primWireOut",
+                                               "UNCOMPLEX_INVALID_PORT_TYPE block=/below/sum port=0",
+                                               "UNCOMPLEX_INVALID_PORT_TYPE block=/below/sum port=1"}));
+    EXPECT_NE(at(below, "sum"), nullptr);
+}
+
+TEST_F(UnrollComplexPassTest, takesAModelApartWhoseInstancesDifferInWidth) {
+    makeTwoLevels("c s4.0", "c s4.0");
+    use("again", "w", input(model, "wider", "c s8.0"), *model.getInputBlock()->getWire(value("y")));
+    EXPECT_EQ(run("UnrollComplexPass"), Names{});
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"), Names{});
+    EXPECT_EQ(at(below, "sum"), nullptr);
+    EXPECT_EQ(wiresOf(*at(model, "again")), (Names{"(z imag)", "(z real)"}));
+}
+
+TEST_F(UnrollComplexPassTest, handsMetadataToBothParts) {
+    Block &same = block(model, "same", "delayBlock", {{"delayLength", "1"}});
+    same.setParam(value("0"), input(model, "x", "c u4.0"));
+    same.setParam(A_METADATA, value("((comment hello))"));
+    output(model, "y", *Wire::create(same, A_PRIM_WIRE_OUT));
+    run("UnrollComplexPass");
+    for (const char *part : {"(same real)", "(same imag)"}) {
+        EXPECT_EQ(PureValueRef(at(model, part)->getParam(A_METADATA)), value("((comment hello))")) << part;
+    }
+}
+
+TEST_F(UnrollComplexPassTest, handsMetadataToWhatAProductIsMadeOf) {
+    makeTwoLevels("c s4.0", "c s4.0", "multBlock");
+    at(below, "sum")->setParam(A_METADATA, value("((comment hello))"));
+    run("UnrollComplexPass");
+    for (const char *part : {"(sum realMult1)", "(sum imagMult2)", "(sum realSub)", "(sum imagAdd)"}) {
+        EXPECT_EQ(PureValueRef(at(below, part)->getParam(A_METADATA)), value("((comment hello))")) << part;
+    }
+}
+
+TEST_F(UnrollComplexPassTest, movesConstraintsAlongWithTheirPoints) {
+    makeTwoLevels("c s4.0", "c s4.0", "multBlock");
+    const PureValueRef atWire = value("((primWireOut true (1) ()))");
+    at(below, "sum")->setParam(A_SCHEDULE_CONSTRAINT_WIRES, atWire);
+    at(below, "sum")->setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((0 true () (1)))"));
+    below.getInputBlock()->setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((x true (2) ()))"));
+    run("UnrollComplexPass");
+    for (const char *result : {"(sum realSub)", "(sum imagAdd)"}) {
+        EXPECT_EQ(PureValueRef(at(below, result)->getParam(A_SCHEDULE_CONSTRAINT_WIRES)), atWire) << result;
+    }
+    for (const char *reader : {"(sum realMult1)", "(sum realMult2)", "(sum imagMult1)", "(sum imagMult2)"}) {
+        EXPECT_EQ(PureValueRef(at(below, reader)->getParam(A_SCHEDULE_CONSTRAINT_PORTS)), value("((0 true () (1)))"))
+            << reader;
+    }
+    run("UnrollComplexCrossModelPass");
+    EXPECT_EQ(PureValueRef(below.getInputBlock()->getParam(A_SCHEDULE_CONSTRAINT_WIRES)),
+              value("(((x real) true (2) ()) ((x imag) true (2) ()))"));
 }
 
 } // namespace

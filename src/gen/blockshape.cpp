@@ -110,9 +110,33 @@ ValueRef fourBits(const ParamRequest &request) {
     return parsed(request, request.chooser.chance(1, 2) ? "(typeSFixed 3 1)" : "(typeUFixed 4 0)");
 }
 
+/// Of elements like those that go in.
+ValueRef elementType(const ParamRequest &request) {
+    const bool isComplex = !request.inputs.empty() && request.inputs[0].isComplex;
+    const std::string scalar = fixedType(request.chooser);
+    return parsed(request, isComplex ? fmt::format("({} {})", A_TYPE_COMPLEX.text(), scalar) : scalar);
+}
+
+ValueRef seldomElementType(const ParamRequest &request) {
+    return request.chooser.chance(1, 4) ? elementType(request) : ValueRef();
+}
+
+/// Of complex entries now and then.
 ValueRef tableData(const ParamRequest &request) {
-    const std::size_t entries = 1 + request.chooser.below(9);
-    return parsed(request, tupleOf(entries, [&](std::size_t) { return cornerNumber(request.chooser); }));
+    Chooser &chooser = request.chooser;
+    const std::size_t entries = 1 + chooser.below(9);
+    const bool isComplex = chooser.chance(1, 5);
+    return parsed(request, tupleOf(entries, [&](std::size_t) {
+                      const std::string number = cornerNumber(chooser);
+                      return isComplex
+                                 ? fmt::format("({} {} {})", A_COMPLEX_ROLL_TAG.text(), number, cornerNumber(chooser))
+                                 : number;
+                  }));
+}
+
+ValueRef divisor(const ParamRequest &request) {
+    constexpr const char *numbers[] = {"3", "-3", "1", "7", "-2", "10", "-17", "64"};
+    return parsed(request, numbers[request.chooser.below(std::size(numbers))]);
 }
 
 ValueRef vectorIndices(const ParamRequest &request) {
@@ -180,8 +204,8 @@ const OpenParam kOpenParams[] = {
     {&A_DUAL_MEM_DATA, tableData},
     {&A_DUAL_MEM_DEPTH1, integer<4, 9>},
     {&A_DUAL_MEM_DEPTH2, integer<4, 9>},
-    {&A_DUAL_MEM_TYPE_DATA1, scalarType},
-    {&A_DUAL_MEM_TYPE_DATA2, seldomType},
+    {&A_DUAL_MEM_TYPE_DATA1, elementType},
+    {&A_DUAL_MEM_TYPE_DATA2, seldomElementType},
     {&A_COUNTER_LIMIT, integer<1, 12>},
     {&A_COUNTER_STEP, integer<1, 4>},
     {&A_COUNTER_INITIAL, integer<-1, 3>},
@@ -214,6 +238,17 @@ const OpenParam kOpenParams[] = {
     {&A_ACC_LSB, integer<-12, -2>},
     {&A_ACC_MSB, integer<3, 8>},
     {&A_ACC_MAXMSB, integer<1, 5>},
+};
+
+/// A type's own way with a parameter that others have, too.
+struct OpenParamOfType {
+    const StaticString *type;
+    const StaticString *key;
+    Provider provider;
+};
+
+const OpenParamOfType kOpenParamsOfTypes[] = {
+    {&A_CONSTDIV_BLOCK, &A_CONST_VALUE, divisor},
 };
 
 /// Types that the generator makes in a way of its own, or not at all.
@@ -354,7 +389,12 @@ class Reader {
         param.isOptional = connection.optional;
         const auto open = std::find_if(std::begin(kOpenParams), std::end(kOpenParams),
                                        [&param](const OpenParam &one) { return param.key == *one.key; });
-        if (open != std::end(kOpenParams)) {
+        const auto own =
+            std::find_if(std::begin(kOpenParamsOfTypes), std::end(kOpenParamsOfTypes),
+                         [&](const OpenParamOfType &one) { return shape.type == *one.type && param.key == *one.key; });
+        if (own != std::end(kOpenParamsOfTypes)) {
+            param.provider = own->provider;
+        } else if (open != std::end(kOpenParams)) {
             param.provider = open->provider;
         } else if (!connection.isOpen()) {
             for (const std::string &allowed : connection.values) {

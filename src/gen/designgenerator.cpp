@@ -64,6 +64,7 @@ constexpr const char *kInputTypes[] = {
     "(typeUFixed 64 0)",
     "(typeSFixed 60 5)",
     "(typeUFixed 100 29)",
+    "(typeComplex (typeSFixed 5 0))",
 };
 
 struct Signal {

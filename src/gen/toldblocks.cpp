@@ -9,6 +9,7 @@ std::string text(const StaticString &key) { return std::string(key.text()); }
 constexpr const char *kBit = "(typeUFixed 1 0)";
 constexpr const char *kByte = "(typeUFixed 8 0)";
 constexpr const char *kData = "(typeSFixed 6 2)";
+constexpr const char *kComplex = "(typeComplex (typeSFixed 3 3))";
 constexpr const char *kWord = "(typeUFixed 32 0)";
 constexpr const char *kAddress = "(typeUFixed 16 0)";
 
@@ -147,6 +148,12 @@ std::vector<ToldBlock> makeAll() {
     placeholder.wires = {{"x", kByte}, {"y", kData}};
     placeholder.params = {{text(A_LATENCY_PLACEHOLDER_TYPEMAP), std::string("((x ") + kByte + ") (y " + kData + "))"}};
 
+    ToldBlock complexPlaceholder = placeholder;
+    complexPlaceholder.ports = {{"a", kComplex}, {"b", kByte}};
+    complexPlaceholder.wires = {{"x", kByte}, {"y", kComplex}};
+    complexPlaceholder.params = {
+        {text(A_LATENCY_PLACEHOLDER_TYPEMAP), std::string("((x ") + kByte + ") (y " + kComplex + "))"}};
+
     ToldBlock table;
     table.type = &A_READ_ACCESS_LUT_BLOCK;
     table.ports = {{"0", "(typeUFixed 3 0)"}, {text(A_FFTBLOCK_PORT_READ_ACCESS), kBit}};
@@ -178,6 +185,7 @@ std::vector<ToldBlock> makeAll() {
         oscillator(false),
         oscillator(true),
         std::move(placeholder),
+        std::move(complexPlaceholder),
         std::move(table),
         carrier(A_STALLVALID_CONNECTOR_BLOCK, {{"a", kBit}, {"b", kBit}}),
         carrier(A_AXI4_STREAM_RECEIVER_BLOCK, {{"data", kData}, {"valid", kBit}}),

@@ -266,7 +266,7 @@ class ConjugateComplexUnroller final : public ComplexUnroller {
         return ComplexUnroller::originalWire(wire, decor);
     }
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &) override {
-        mGrows = !(partType(typeOf(port), mBlock.getContext()) == mType);
+        mGrows = mType && !(partType(typeOf(port), mBlock.getContext()) == mType);
         return ComplexPortKind::Split;
     }
     void preAttach() override { mNegation = &create(mBlock, nameBelow(mBlock, "imagNeg"), A_NEG_BLOCK); }

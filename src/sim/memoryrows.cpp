@@ -293,8 +293,13 @@ void writeDualMemory(BlockWriter &writer) {
                     writer.fail("a memory of records has no meaning here");
                 }
                 scalars = std::max(scalars, signal.type->leaves);
-                element = signal.type->element;
+                element = std::max(element, signal.type->element);
             }
+        }
+    }
+    for (const Side &side : sides) {
+        if (side.out.known() && side.out.type->element != element) {
+            writer.fail("a side reads a part alone of what the other side holds");
         }
     }
     for (std::uint32_t scalar = 0; scalar < scalars; ++scalar) {
@@ -311,7 +316,7 @@ void writeDualMemory(BlockWriter &writer) {
                 requireFixed(writer, side.address, "an address");
                 writes.push_back(writer.raw(truth(writer, *leafAt(side.write, lane))));
                 writes.push_back(writer.raw(*leafAt(side.address, lane)));
-                writes.push_back(writer.raw(*leafAt(side.data, lane, part)));
+                writes.push_back(writer.raw(partOrZero(writer, side.data, lane, part)));
             }
         }
         commitWrites(writer, state, words, std::move(writes));
