@@ -19,7 +19,6 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
-#include <algorithm>
 #include <sstream>
 
 namespace orvo {
@@ -45,11 +44,7 @@ void computesTheSame(std::initializer_list<const char *> passes) {
     const std::vector<gen::Recipe> recipes = *test::recipes(40);
     const auto before = generator.make(recipes);
     const auto design = generator.make(recipes);
-    std::vector<std::string> heard = runPasses(*design, passes);
-    // A join over several vectors is left alone, which is told.
-    heard.erase(std::remove_if(heard.begin(), heard.end(),
-                               [](const std::string &line) { return line.find("UNVEC_INVALID_EXPAND_TYPE") == 0; }),
-                heard.end());
+    const std::vector<std::string> heard = runPasses(*design, passes);
     if (!heard.empty()) {
         std::ostringstream text;
         XMLServices().toXML(text, *before);

@@ -589,7 +589,12 @@ void writeBitJoin(BlockWriter &writer) {
 /// The elements that meet in one of the output side by side, element 0 lowest, or several inputs.
 void writeBitJoinReduce(BlockWriter &writer) {
     const std::vector<Signal> in = fixedInputs(writer, 1);
-    if (in.size() > 1 || in[0].type->dims.empty()) {
+    const auto isVector = [](const Signal &signal) { return !signal.type->dims.empty(); };
+    if (in.size() > 1 && std::any_of(in.begin(), in.end(), isVector)) {
+        writer.fail("a join of the elements of several vectors has no meaning here");
+        return;
+    }
+    if (!isVector(in[0])) {
         writeBitJoin(writer);
         return;
     }
