@@ -204,11 +204,7 @@ int main(int argc, char **argv) {
     }
     const std::string own = (std::filesystem::absolute(argv[0]).parent_path() / "orvo").string();
     const Tool tools[] = {
-        {"orvo", own,
-         "opt in.xml -p "
-         "ElideFromGotoPass,FlattenEverythingPass,DeadModelPass,UnrollVectorPass,UnrollVectorCrossModelPass,"
-         "ElideUnpackPass,DeadBlockPass -o out",
-         "<block "},
+        {"orvo", own, "lower --preset structural in.xml -o out", "<block "},
         {"mlir-opt", isInstalled("mlir-opt-14") ? "mlir-opt-14" : "mlir-opt",
          "-inline -sccp -canonicalize in.mlir -o out", " = arith."},
         {"Yosys", "yosys", "-q -p 'read_rtlil in.il; hierarchy -top top; flatten; opt; write_rtlil out'", "  cell $"}};

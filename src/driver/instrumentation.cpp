@@ -1,5 +1,5 @@
 // The driver's work around each pass. A snapshot for the reproducer is taken only when the design has changed since the
-// last one, and the first is the input file itself.
+// last one, and the first is the input file itself; a run that is reproduced from its input needs no other.
 #include "driver/instrumentation.h"
 
 #include "driver/catalogue.h"
@@ -85,7 +85,7 @@ void DriverInstrumentation::armFor(const PassRecord &record, const Design &desig
         return;
     }
     const std::uint64_t edits = design.editCount();
-    if (!mSnapshotEdits && mOptions.inputDescriptor >= 0) {
+    if (readsInputAgain() || (!mSnapshotEdits && mOptions.inputDescriptor >= 0)) {
         mSnapshot = mOptions.inputDescriptor;
     } else if (mSnapshotEdits != edits) {
         util::ProfilingSection section("snapshot", "for the reproducer");
@@ -98,6 +98,11 @@ void DriverInstrumentation::armFor(const PassRecord &record, const Design &desig
     armFaults({record.number, record.name, mOptions.reproducerPath, reproducerHeader(record), mSnapshot});
 }
 
+/// A run from the input on costs nothing until there is a fault, and has what passes keep beside the design.
+bool DriverInstrumentation::readsInputAgain() const {
+    return mOptions.reproduceFromInput && mOptions.inputDescriptor >= 0;
+}
+
 std::string DriverInstrumentation::reproducerHeader(const PassRecord &record) const {
     Reproducer reproducer;
     reproducer.version = ORVO_VERSION;
@@ -105,16 +110,17 @@ std::string DriverInstrumentation::reproducerHeader(const PassRecord &record) co
     reproducer.verifyEach = mOptions.verifyEach;
     reproducer.simulate = mOptions.simulate;
     reproducer.features = mOptions.features;
-    // The replay counts from the first command of the pass that is now due.
+    // A replay of a snapshot counts from the first command of the pass that is now due.
+    const std::size_t before = readsInputAgain() ? 0 : mCommandsBeforeRequest;
     for (const std::size_t skipped : mOptions.skip) {
-        if (skipped > mCommandsBeforeRequest) {
-            reproducer.skip.push_back(skipped - mCommandsBeforeRequest);
+        if (skipped > before) {
+            reproducer.skip.push_back(skipped - before);
         }
     }
     if (mOptions.stopAfter) {
-        reproducer.stopAfter = *mOptions.stopAfter - mCommandsBeforeRequest;
+        reproducer.stopAfter = *mOptions.stopAfter - before;
     }
-    const auto due = mPasses.begin() + static_cast<std::ptrdiff_t>(mRequestsDone);
+    const auto due = mPasses.begin() + static_cast<std::ptrdiff_t>(readsInputAgain() ? 0 : mRequestsDone);
     reproducer.passes = printPassTexts(std::vector<PassText>(due, mPasses.end()));
     return printReproducerHeader(reproducer);
 }

@@ -39,6 +39,9 @@ struct RunOptions {
     std::string reproducerPath;
     /// A file with the design as it was read; -1 if there is none.
     int inputDescriptor = -1;
+    /// A reproducer holds the input and all passes, if the input can be read again, instead of what the failing pass
+    /// saw.
+    bool reproduceFromInput = false;
 };
 
 /// One command of a run: a pass that was asked for, or one that it requires.
@@ -72,6 +75,7 @@ class DriverInstrumentation final : public PassInstrumentation {
 
   private:
     void armFor(const PassRecord &record, const Design &design);
+    bool readsInputAgain() const;
     std::string reproducerHeader(const PassRecord &record) const;
     void verify(const PassRecord &record, const Design &design);
     void simulateBefore(const Design &design);

@@ -93,6 +93,7 @@ int lower(const LowerArguments &given, Console &console) {
     RunArguments run = given.run;
     run.schema = "orvo.lower/1";
     run.guardsModels = true;
+    run.reproduceFromInput = true;
     run.inputsTaken = given.file == "-" ? 1 : 0;
     return runPasses(
         run, [&](Context *context) { return chosen(given, context, console).passes; }, console);

@@ -23,6 +23,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -230,6 +233,7 @@ class PassRun {
         options.skip.insert(mArguments.skip.begin(), mArguments.skip.end());
         options.features = mFeatures;
         options.reproducerPath = reproducerPath();
+        options.reproduceFromInput = mArguments.reproduceFromInput;
         options.inputDescriptor = mInput != nullptr && mInput->isRegular() ? mInput->descriptor() : -1;
         return options;
     }
@@ -260,7 +264,9 @@ class PassRun {
         collectWireTypes(*design, mTypesBefore);
         const RunOptions options = runOptions();
         mInstrumentation = std::make_unique<DriverInstrumentation>(options, mPasses, mConsole, mProgress);
-        runPasses(*design);
+        PassScheduler scheduler;
+        std::optional<PassResults> results;
+        runPasses(*design, scheduler, results);
         armOutsidePasses("behind the last pass");
         const bool writes = mConsole.errors() == 0 && !mArguments.list && !mArguments.output.empty();
         if (writes) {
@@ -270,7 +276,21 @@ class PassRun {
         }
         collectWireTypes(*design, mTypesAfter);
         report(*design, before, writes);
-        return mConsole.errors() == 0 ? kFine : kDesignErrors;
+        const int exitCode = mConsole.errors() == 0 ? kFine : kDesignErrors;
+        leave(exitCode);
+        return exitCode;
+    }
+
+    /// All is written: what the run holds in memory goes with the process, at once. Where leaks are looked for, it goes
+    /// piece by piece.
+    void leave([[maybe_unused]] int exitCode) {
+#ifndef __SANITIZE_ADDRESS__
+        mProgress.finish();
+        disarmFaults();
+        std::cout.flush();
+        std::fflush(nullptr);
+        std::_Exit(exitCode);
+#endif
     }
 
     void requireOutputModel(const Design &design) {
@@ -303,8 +323,7 @@ class PassRun {
         }
     }
 
-    void runPasses(Design &design) {
-        PassScheduler scheduler;
+    void runPasses(Design &design, PassScheduler &scheduler, std::optional<PassResults> &results) {
         for (const PassText &pass : mPasses) {
             ParamContext::Settings settings;
             for (const auto &[name, value] : pass.params) {
@@ -315,7 +334,7 @@ class PassRun {
         scheduler.setInstrumentation(mInstrumentation.get());
         util::ProfilingSection section("passes", "");
         try {
-            scheduler.apply(design);
+            results.emplace(scheduler.apply(design));
         } catch (const std::exception &) {
             // A pass tells what is wrong with a design before it gives up; without that, the fault is ours.
             if (mConsole.errors() == 0) {

@@ -44,6 +44,8 @@ struct RunArguments {
     int inputsTaken = 0;
     /// Refuse to delete all models of a design, none of which is to be written out.
     bool guardsModels = false;
+    /// A reproducer holds the input and all passes: long pipelines are not slowed down by snapshots.
+    bool reproduceFromInput = false;
 
     bool wantsTiming() const { return time || !timeJson.empty() || !timeTrace.empty(); }
     bool counts() const { return stats || growth; }

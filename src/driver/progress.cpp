@@ -30,7 +30,9 @@ Progress::Progress(Console &console) : mConsole(console), mStart(std::chrono::st
     mConsole.setBeforeMessage([this] { hide(); });
 }
 
-Progress::~Progress() {
+Progress::~Progress() { finish(); }
+
+void Progress::finish() {
     if (!mThread.joinable()) {
         return;
     }

@@ -22,6 +22,8 @@ class Progress {
 
     /// What is being done from now on.
     void phase(const std::string &text);
+    /// Takes the line away; nothing is shown from then on.
+    void finish();
     /// Takes the line away; it comes back by itself.
     void hide();
 

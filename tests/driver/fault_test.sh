@@ -40,9 +40,9 @@ sed 's/<model name="top">/&<param name="synthOutputMode">true<\/param>/' bad.xml
 run 3 lower root.xml -o o.xml --feature $feature --pipeline own --preset own
 has err 'internal fault in pass 2, NetlistVerificationPass: assertion'
 mv "$(only_file)" lowered.repro
-has lowered.repro 'passes: NetlistVerificationPass, DeadModelPass'
+has lowered.repro 'passes: ModelTreePass, NetlistVerificationPass, DeadModelPass'
 run 3 opt --replay lowered.repro
-has err 'internal fault in pass 1, NetlistVerificationPass: assertion'
+has err 'internal fault in pass 2, NetlistVerificationPass: assertion'
 
 # The replay shows the fault, and leaves no file of its own unless asked to.
 run 3 opt --replay first.repro -o o.xml
