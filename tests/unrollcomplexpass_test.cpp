@@ -90,13 +90,13 @@ RC_GTEST_PROP(UnrollComplexPassesOnRandomDesigns, computeTheSameBehindVectors, (
                      "UnrollComplexCrossModelPass", "ElideUnpackPass", "DeadBlockPass"});
 }
 
-/// Of each block type that has an unroller, how many blocks of complex signals came out by chance in the designs that
-/// were compared.
+/// Of each block type that has an unroller, how many blocks of complex signals came out by chance. Every other design
+/// is compared.
 TEST(UnrollComplexPassOnRandomDesigns, computesTheSameForEveryTypeThatComesApart) {
     ContextMgr mgr;
     gen::DesignGenerator generator(mgr.context());
     std::map<const Value *, std::size_t> hits;
-    for (std::uint64_t seed = 201; seed <= 300; ++seed) {
+    for (std::uint64_t seed = 1; seed <= 250; ++seed) {
         const std::vector<gen::Recipe> recipes = gen::recipesOf(seed, 80);
         const auto before = generator.make(recipes);
         const auto design = generator.make(recipes);
@@ -118,6 +118,9 @@ TEST(UnrollComplexPassOnRandomDesigns, computesTheSameForEveryTypeThatComesApart
                 hits[block.type()] += isHit ? 1 : 0;
             }
         }
+        if (seed % 2 == 0) {
+            continue;
+        }
         test::HeardMessages heard(mgr.context());
         PassScheduler unrolling;
         unrolling.addPass("UnrollComplexPass");
@@ -125,7 +128,8 @@ TEST(UnrollComplexPassOnRandomDesigns, computesTheSameForEveryTypeThatComesApart
         unrolling.apply(*design);
         EXPECT_TRUE(test::checkInvariants(*design));
         sim::CompareOptions options;
-        options.cycles = 20;
+        options.cycles = 12;
+        options.streams = 1;
         EXPECT_TRUE(test::sameBehaviour(*before, *design, "top", options)) << seed;
     }
     std::size_t all = 0;
