@@ -267,13 +267,21 @@ TEST_F(ComplexUnrollersTest, addsScalarProductsOfParts) {
     EXPECT_EQ(madeOf("scalarProductBlock", {{"0", "[3] c s2.1"}, {"1", "[3] c s2.0"}}, {{"primWireOut", ""}}), general);
 }
 
+TEST_F(ComplexUnrollersTest, givesSumsOfPartsTheDimensionsOfTheWhole) {
+    madeOf("scalarProductBlock", {{"0", "[2][3] s2.1"}, {"1", "[2][3] s2.0"}, {"2", "c s2.0"}, {"3", "s2.0"}},
+           {{"primWireOut", ""}}, {{"subtractive", "true"}});
+    EXPECT_NE(mModel->getBlock(value("((block dotIR) 0 imagZero)")), nullptr);
+    madeOf("scalarProductBlock", {{"0", "[2][3] s2.1"}, {"1", "[3] s2.0"}, {"scalarProductPortChainin", "c s2.0"}},
+           {{"primWireOut", ""}});
+}
+
 TEST_F(ComplexUnrollersTest, addsTheChainInOfScalarProductsByParts) {
     const Texts minus{{"subtractiveChainin", "true"}};
     const Texts chained{{"0", "c s3.1"}, {"1", "c s2.0"}, {"scalarProductPortChainin", "c s4.3"}};
     EXPECT_EQ(madeOf("scalarProductBlock", chained, {{"primWireOut", ""}}, minus).size(), 6U);
     EXPECT_EQ(madeOf("scalarProductBlock", {{"0", "s3.1"}, {"1", "s2.0"}, {"scalarProductPortChainin", "c s4.3"}},
                      {{"primWireOut", ""}}, minus),
-              (Made{"(block dotRR)", "(block dotRI)", "(block zero)"}));
+              (Made{"(block dotRR)", "(block dotRI)", "((block dotRI) 0 imagZero)"}));
     EXPECT_EQ(madeOf("scalarProductBlock",
                      {{"0", "float(10,5)"}, {"1", "float(10,5)"}, {"scalarProductPortChainin", "c float(10,5)"}},
                      {{"primWireOut", ""}}, minus),

@@ -47,6 +47,9 @@ class ORVO_API ComplexUnroller : public Unroller {
 
     /// Where types may be asked for, of what has not changed yet.
     void setTypePassRefChain(GlobalTypePass &types, const RefChain &refChain);
+    GlobalTypePass *getTypePass() const { return mTypes; }
+    /// Of one instance of the block's model; types and chain must have been set.
+    const RefChain &getRefChain() const { return *mRefChain; }
     /// Whether the block, once all its signals are known, is one that the unroller knows how to take apart.
     virtual bool canUnroll() const;
     /// Whether signals may be vectors of complex numbers.
@@ -67,9 +70,6 @@ class ORVO_API ComplexUnroller : public Unroller {
     virtual void postAttach() = 0;
 
   protected:
-    GlobalTypePass *getTypePass() const { return mTypes; }
-    /// Of one instance of the block's model.
-    const RefChain &getRefChain() const { return *mRefChain; }
     /// Null if nothing establishes a type.
     PureValueRef typeOf(const Wire &wire) const;
     PureValueRef typeOf(const Port &port) const;

@@ -73,22 +73,45 @@ void ScalarProductComplexUnroller::setProductType(Block &made, NumTypeSpec type)
     made.setParam(A_MULT_TYPE, type.toValue(mBlock.getContext()));
 }
 
-ScalarProductComplexUnroller::Terms ScalarProductComplexUnroller::termsOf(bool firstImaginary, bool secondImaginary) {
+/// The products of these parts. Vectors give the sum its dimensions, so that all pairs must be there, with zeros where
+/// a part is missing; none if no pair has both parts, unless the dimensions are needed.
+ScalarProductComplexUnroller::Terms ScalarProductComplexUnroller::termsOf(bool firstImaginary, bool secondImaginary,
+                                                                          bool needsDimensions) {
     Terms terms;
+    bool hasAny = needsDimensions;
     for (std::size_t pair = 0; pair < mOperands.size() / 2; ++pair) {
         const bool isSubtracted = isSubtractive() && 2 * pair + 2 == mOperands.size();
         const bool hasFirst = !firstImaginary || operand(pair, 0).isComplex();
         const bool hasSecond = !secondImaginary || operand(pair, 1).isComplex();
-        if (hasFirst && hasSecond) {
+        if (mHasVectors || (hasFirst && hasSecond)) {
             terms.push_back({pair, firstImaginary, secondImaginary, isSubtracted});
         }
+        hasAny = hasAny || (hasFirst && hasSecond);
     }
-    return terms;
+    return hasAny ? terms : Terms();
 }
 
 void ScalarProductComplexUnroller::feed(const Term &term, Block &made, std::size_t number) {
-    operand(term.pair, 0).feed(term.firstImaginary, portOf(made, 2 * number));
-    operand(term.pair, 1).feed(term.secondImaginary, portOf(made, 2 * number + 1));
+    feedPart(operand(term.pair, 0), term.firstImaginary, portOf(made, 2 * number));
+    feedPart(operand(term.pair, 1), term.secondImaginary, portOf(made, 2 * number + 1));
+}
+
+void ScalarProductComplexUnroller::feedPart(ComplexFactor &from, bool imaginary, const MaybePort &port) {
+    if (!imaginary || from.isComplex()) {
+        from.feed(imaginary, port);
+    } else {
+        port.setWire(zeroLike(from.partType(), port));
+    }
+}
+
+Wire &ScalarProductComplexUnroller::zeroLike(const NumTypeSpec &type, const MaybePort &port) const {
+    Context *context = mBlock.getContext();
+    Block &zero = make(PureTupleValue::get(port.getBlock().getName(), port.getKey(),
+                                           PureValueRef(StringValue::get("imagZero", context)), context),
+                       A_CONST_BLOCK);
+    zero.setParam(A_CONST_VALUE, NumberValue::get(0, context));
+    zero.setParam(A_CONST_TYPE, type.toValue(context));
+    return outOf(zero);
 }
 
 /// Fraction bits of the exact sum.
@@ -116,10 +139,7 @@ Wire *ScalarProductComplexUnroller::dot(const char *word, const Terms &terms, co
     }
     if (terms.empty()) {
         // The chain-in alone is no scalar product.
-        Block &zero = make("zero", A_CONST_BLOCK);
-        zero.setParam(A_CONST_VALUE, NumberValue::get(0, mBlock.getContext()));
-        zero.setParam(A_CONST_TYPE, NumTypeSpec::boolean().toValue(mBlock.getContext()));
-        Wire &none = outOf(zero);
+        Wire &none = zeroLike(NumTypeSpec::boolean(), portOf(made, 0));
         portOf(made, 0).setWire(none);
         portOf(made, 1).setWire(none);
     }
@@ -145,16 +165,16 @@ Wire &ScalarProductComplexUnroller::combined(const char *word, const StaticStrin
 }
 
 void ScalarProductComplexUnroller::preAttachGeneralCase() {
-    const Terms ofRR = termsOf(false, false);
-    const Terms ofII = termsOf(true, true);
-    const Terms ofRI = termsOf(false, true);
-    const Terms ofIR = termsOf(true, false);
+    const bool chainIsComplex = hasChain() && mChain.isComplex();
+    const Terms ofRR = termsOf(false, false, false);
+    const Terms ofII = termsOf(true, true, false);
+    const Terms ofIR = termsOf(true, false, false);
+    const Terms ofRI = termsOf(false, true, mHasVectors && chainIsComplex && ofIR.empty());
     // What wraps beyond the output's integer bits in one of two sums wraps in the output; below nothing may be cut.
     NumTypeSpec half = mOutputType;
     if (const int fraction = exactFraction(); fraction > half.fracBits()) {
         half.setToFixed(true, half.intBits(), fraction);
     }
-    const bool chainIsComplex = hasChain() && mChain.isComplex();
     const bool hasBoth = !ofRI.empty() && !ofIR.empty();
     Wire *rr = dot("dotRR", ofRR, ofII.empty() ? mOutputType : half, hasChain(), false);
     Wire *ii = dot("dotII", ofII, half, false, false);

@@ -39,7 +39,7 @@ class ScalarProductComplexUnroller final : public ComplexUnroller {
     ComplexFactor &operand(std::size_t pair, int side);
     bool hasChain() const { return mChain.type().valid(); }
     bool isSubtractive() const;
-    Terms termsOf(bool firstImaginary, bool secondImaginary);
+    Terms termsOf(bool firstImaginary, bool secondImaginary, bool needsDimensions);
     Terms termsOfPart(bool imaginary);
     Block &make(const PureValueRef &name, const StaticString &type) const;
     Block &make(const char *word, const StaticString &type) const;
@@ -50,6 +50,8 @@ class ScalarProductComplexUnroller final : public ComplexUnroller {
     Wire &sumOneByOne(const char *word, const Terms &terms, bool imaginary);
     Wire &chainAlone(const char *word, bool imaginary);
     void feed(const Term &term, Block &made, std::size_t number);
+    void feedPart(ComplexFactor &from, bool imaginary, const MaybePort &port);
+    Wire &zeroLike(const NumTypeSpec &type, const MaybePort &port) const;
     void feedNegated(const char *word, const Term &term, Block &made, std::size_t number);
     void setProductType(Block &made, NumTypeSpec type) const;
     int exactFraction();
