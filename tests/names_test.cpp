@@ -16,8 +16,11 @@ namespace fs = std::filesystem;
 
 const std::map<std::string, std::string> &coveredBy() {
     static const std::map<std::string, std::string> table = {
+        {"aggregateunroll", "unrollaggregatepass"},
+        {"aggregateunroller", "unrollaggregatepass"},
         {"arithmeticrows", "simulator"},
         {"blockshape", "designgenerator"},
+        {"boundaryaggregateunroller", "unrollaggregatepass"},
         {"boundaryvectorunroller", "unrollvectorpass"},
         {"changelog", "blockannotation"},
         {"cloneconstraints", "scheduleconstraints"},
@@ -96,10 +99,11 @@ TEST(Names, giveEveryPassASourceOfItsName) {
                        [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
         // The dead-block passes are one family, as are those for vectors.
         const bool family = name.find("deadblock") != std::string::npos;
-        const std::string source = family                                 ? "deadblockpass"
-                                   : name == "globaltypepass"             ? "typeinferpass"
-                                   : name == "unrollvectorcrossmodelpass" ? "unrollvectorpass"
-                                                                          : name;
+        const std::string source = family                                    ? "deadblockpass"
+                                   : name == "globaltypepass"                ? "typeinferpass"
+                                   : name == "unrollaggregatecrossmodelpass" ? "unrollaggregatepass"
+                                   : name == "unrollvectorcrossmodelpass"    ? "unrollvectorpass"
+                                                                             : name;
         EXPECT_TRUE(fs::exists(sources / (source + ".cpp"))) << name;
     }
 }

@@ -8,10 +8,15 @@
 
 namespace orvo {
 
+class AggregateUnroller;
 class VectorUnroller;
 
 /// How a block of compound signals becomes blocks of their parts.
-class ORVO_API AggregateUnrollHandler : public BlockHandler {};
+class ORVO_API AggregateUnrollHandler : public BlockHandler {
+  public:
+    /// The default makes one block a member.
+    virtual std::shared_ptr<AggregateUnroller> createUnroller(Block &block) const;
+};
 class ORVO_API ComplexUnrollHandler : public BlockHandler {};
 class ORVO_API VectorUnrollHandler : public BlockHandler {
   public:

@@ -2,6 +2,7 @@
 // modules matters only where two set the same interface, since a later one replaces what an earlier one set.
 #include "orvo/initimpl.h"
 
+#include "orvo/aggregateunrollers.h"
 #include "orvo/deadblockhandlers.h"
 #include "orvo/domainhandlers.h"
 #include "orvo/passtable.h"
@@ -58,6 +59,11 @@ void initialiseORVO_PortOrderingHandlers(Context *context) {
     registerPortOrderingHandlers(context);
 }
 
+void initialiseORVO_AggregateUnrollers(Context *context) {
+    ContextMgr guard(context);
+    registerAggregateUnrollers(context);
+}
+
 void initialiseORVO_VectorUnrollers(Context *context) {
     ContextMgr guard(context);
     registerVectorUnrollers(context);
@@ -73,10 +79,10 @@ void initialiseNONSBlocks(Context *context) {
 
 using Module = void (*)(Context *);
 constexpr Module kModules[] = {
-    initialiseORVO_CommonBlocks, initialiseORVO_IPBlocks,        initialiseORVO_PrimBlocks,
-    initialiseORVO_PipeBlock,    initialiseORVO_BusBlocks,       initialiseORVO_SarnetBlocks,
-    initialiseORVO_ExtMemBlocks, initialiseORVO_MiscBlocks,      initialiseORVO_PortOrderingHandlers,
-    initialiseORVO_FFTBlocks,    initialiseORVO_VectorUnrollers,
+    initialiseORVO_CommonBlocks, initialiseORVO_IPBlocks,           initialiseORVO_PrimBlocks,
+    initialiseORVO_PipeBlock,    initialiseORVO_BusBlocks,          initialiseORVO_SarnetBlocks,
+    initialiseORVO_ExtMemBlocks, initialiseORVO_MiscBlocks,         initialiseORVO_PortOrderingHandlers,
+    initialiseORVO_FFTBlocks,    initialiseORVO_AggregateUnrollers, initialiseORVO_VectorUnrollers,
 };
 
 } // namespace

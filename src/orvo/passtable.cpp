@@ -13,6 +13,8 @@
 #include "orvo/flattensimulinkpass.h"
 #include "orvo/flattenzrtexplicitpass.h"
 #include "orvo/netlistverificationpass.h"
+#include "orvo/unrollaggregatepass.h"
+#include "orvo/unrollscheduledmodelpass.h"
 #include "orvo/unrollvectorpass.h"
 
 #include <orvo/modeltreepass.h>
@@ -48,6 +50,9 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(ModelTreePass),
     ORVO_PASS_ROW(DeadModelPass),
     ORVO_PASS_ROW(NetlistVerificationPass),
+    ORVO_PASS_ROW(UnrollAggregatePass),
+    ORVO_PASS_ROW(UnrollAggregateCrossModelPass),
+    ORVO_PASS_ROW(UnrollScheduledModelPass),
     ORVO_PASS_ROW(UnrollVectorPass),
     ORVO_PASS_ROW(UnrollVectorCrossModelPass),
 };
