@@ -66,6 +66,9 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
     const std::map<std::string, std::vector<std::string>> some = {
         {"DumpTypesPass", {"GlobalTypePass"}},
         {"ElideFromGotoPass", {"ModelTreePass"}},
+        {"UnrollAggregateCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"UnrollAggregatePass", {"ModelTreePass", "GlobalTypePass"}},
+        {"UnrollScheduledModelPass", {"ModelTreePass"}},
         {"UnrollVectorCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollVectorPass", {"ModelTreePass", "GlobalTypePass"}},
     };
