@@ -16,9 +16,12 @@ namespace fs = std::filesystem;
 
 const std::map<std::string, std::string> &coveredBy() {
     static const std::map<std::string, std::string> table = {
+        {"aggregateunroll", "unrollaggregatepass"},
+        {"aggregateunroller", "unrollaggregatepass"},
         {"arithmeticrows", "simulator"},
         {"blockshape", "designgenerator"},
         {"boundarycomplexunroller", "unrollcomplexpass"},
+        {"boundaryaggregateunroller", "unrollaggregatepass"},
         {"boundaryvectorunroller", "unrollvectorpass"},
         {"changelog", "blockannotation"},
         {"cloneconstraints", "scheduleconstraints"},
@@ -102,11 +105,12 @@ TEST(Names, giveEveryPassASourceOfItsName) {
                        [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
         // The dead-block passes are one family, as are those for each kind of compound signals.
         const bool family = name.find("deadblock") != std::string::npos;
-        const std::string source = family                                  ? "deadblockpass"
-                                   : name == "globaltypepass"              ? "typeinferpass"
-                                   : name == "unrollcomplexcrossmodelpass" ? "unrollcomplexpass"
-                                   : name == "unrollvectorcrossmodelpass"  ? "unrollvectorpass"
-                                                                           : name;
+        const std::string source = family                                    ? "deadblockpass"
+                                   : name == "globaltypepass"                ? "typeinferpass"
+                                   : name == "unrollaggregatecrossmodelpass" ? "unrollaggregatepass"
+                                   : name == "unrollcomplexcrossmodelpass"   ? "unrollcomplexpass"
+                                   : name == "unrollvectorcrossmodelpass"    ? "unrollvectorpass"
+                                                                             : name;
         EXPECT_TRUE(fs::exists(sources / (source + ".cpp"))) << name;
     }
 }

@@ -68,6 +68,9 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
         {"ElideFromGotoPass", {"ModelTreePass"}},
         {"UnrollComplexCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollComplexPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"UnrollAggregateCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"UnrollAggregatePass", {"ModelTreePass", "GlobalTypePass"}},
+        {"UnrollScheduledModelPass", {"ModelTreePass"}},
         {"UnrollVectorCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollVectorPass", {"ModelTreePass", "GlobalTypePass"}},
     };

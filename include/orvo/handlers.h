@@ -8,11 +8,16 @@
 
 namespace orvo {
 
+class AggregateUnroller;
 class ComplexUnroller;
 class VectorUnroller;
 
 /// How a block of compound signals becomes blocks of their parts.
-class ORVO_API AggregateUnrollHandler : public BlockHandler {};
+class ORVO_API AggregateUnrollHandler : public BlockHandler {
+  public:
+    /// The default makes one block a member.
+    virtual std::shared_ptr<AggregateUnroller> createUnroller(Block &block) const;
+};
 class ORVO_API ComplexUnrollHandler : public BlockHandler {
   public:
     /// The default makes a block of the real parts and one of the imaginary parts.

@@ -284,7 +284,7 @@ const NumberedRole kNumberedRoles[] = {
 
 PinShape::Role roleOf(const std::string &name) {
     const auto has = [&name](const char *part) { return name.find(part) != std::string::npos; };
-    for (const char *part : {"_LOAD_VALUE", "_PORTKEY_DATA"}) {
+    for (const char *part : {"_LOAD_VALUE", "_PORTKEY_DATA", "_DEFAULT_DATA"}) {
         if (has(part)) {
             return PinShape::Role::Data;
         }

@@ -153,6 +153,11 @@ std::vector<ToldBlock> makeAll() {
     complexPlaceholder.wires = {{"x", kByte}, {"y", kComplex}};
     complexPlaceholder.params = {
         {text(A_LATENCY_PLACEHOLDER_TYPEMAP), std::string("((x ") + kByte + ") (y " + kComplex + "))"}};
+    ToldBlock records = placeholder;
+    records.wires = {{"x", "(typeAggregate (typeUFixed 3 1) (typeAggregate (typeSFixed 4 0)))"},
+                     {"y", "(typeAggregate (typeVector 2 (typeSFixed 2 1)) (typeComplex (typeUFixed 3 0)))"}};
+    records.params = {
+        {text(A_LATENCY_PLACEHOLDER_TYPEMAP), "((x " + records.wires[0].type + ") (y " + records.wires[1].type + "))"}};
 
     ToldBlock table;
     table.type = &A_READ_ACCESS_LUT_BLOCK;
@@ -186,6 +191,7 @@ std::vector<ToldBlock> makeAll() {
         oscillator(true),
         std::move(placeholder),
         std::move(complexPlaceholder),
+        std::move(records),
         std::move(table),
         carrier(A_STALLVALID_CONNECTOR_BLOCK, {{"a", kBit}, {"b", kBit}}),
         carrier(A_AXI4_STREAM_RECEIVER_BLOCK, {{"data", kData}, {"valid", kBit}}),

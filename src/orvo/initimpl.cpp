@@ -2,6 +2,7 @@
 // modules matters only where two set the same interface, since a later one replaces what an earlier one set.
 #include "orvo/initimpl.h"
 
+#include "orvo/aggregateunrollers.h"
 #include "orvo/complexunrollers.h"
 #include "orvo/deadblockhandlers.h"
 #include "orvo/domainhandlers.h"
@@ -59,6 +60,11 @@ void initialiseORVO_PortOrderingHandlers(Context *context) {
     registerPortOrderingHandlers(context);
 }
 
+void initialiseORVO_AggregateUnrollers(Context *context) {
+    ContextMgr guard(context);
+    registerAggregateUnrollers(context);
+}
+
 void initialiseORVO_VectorUnrollers(Context *context) {
     ContextMgr guard(context);
     registerVectorUnrollers(context);
@@ -79,10 +85,11 @@ void initialiseNONSBlocks(Context *context) {
 
 using Module = void (*)(Context *);
 constexpr Module kModules[] = {
-    initialiseORVO_CommonBlocks, initialiseORVO_IPBlocks,        initialiseORVO_PrimBlocks,
-    initialiseORVO_PipeBlock,    initialiseORVO_BusBlocks,       initialiseORVO_SarnetBlocks,
-    initialiseORVO_ExtMemBlocks, initialiseORVO_MiscBlocks,      initialiseORVO_PortOrderingHandlers,
-    initialiseORVO_FFTBlocks,    initialiseORVO_VectorUnrollers, initialiseORVO_ComplexUnrollers,
+    initialiseORVO_CommonBlocks,       initialiseORVO_IPBlocks,        initialiseORVO_PrimBlocks,
+    initialiseORVO_PipeBlock,          initialiseORVO_BusBlocks,       initialiseORVO_SarnetBlocks,
+    initialiseORVO_ExtMemBlocks,       initialiseORVO_MiscBlocks,      initialiseORVO_PortOrderingHandlers,
+    initialiseORVO_FFTBlocks,          initialiseORVO_VectorUnrollers, initialiseORVO_ComplexUnrollers,
+    initialiseORVO_AggregateUnrollers,
 };
 
 } // namespace

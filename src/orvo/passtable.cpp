@@ -13,7 +13,9 @@
 #include "orvo/flattensimulinkpass.h"
 #include "orvo/flattenzrtexplicitpass.h"
 #include "orvo/netlistverificationpass.h"
+#include "orvo/unrollaggregatepass.h"
 #include "orvo/unrollcomplexpass.h"
+#include "orvo/unrollscheduledmodelpass.h"
 #include "orvo/unrollvectorpass.h"
 
 #include <orvo/modeltreepass.h>
@@ -51,6 +53,9 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(NetlistVerificationPass),
     ORVO_PASS_ROW(UnrollComplexPass),
     ORVO_PASS_ROW(UnrollComplexCrossModelPass),
+    ORVO_PASS_ROW(UnrollAggregatePass),
+    ORVO_PASS_ROW(UnrollAggregateCrossModelPass),
+    ORVO_PASS_ROW(UnrollScheduledModelPass),
     ORVO_PASS_ROW(UnrollVectorPass),
     ORVO_PASS_ROW(UnrollVectorCrossModelPass),
 };

@@ -13,6 +13,7 @@
 #include <orvo/unrollmappings.h>
 
 #include <memory>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -30,13 +31,15 @@ std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree);
 bool hasReferencePoints(const Block &block);
 
 /// A pass over the insides of models. `Impl` takes one block apart by what a block type's `Handler` makes:
-///     Impl(block, instances, handler.createUnroller(block), types)
+///     Impl(block, instances, handler.createUnroller(block), types, shared...)
 ///     hasWork(), block(), unroller(), unroll(types)
-template <class Impl, class Handler> class ModelUnrolling {
+/// One object of each `Shared` serves all blocks of a run.
+template <class Impl, class Handler, class... Shared> class ModelUnrolling {
   public:
     /// Looks at all models before any of them changes, for their types depend on each other.
     void before(PassContext &context) {
         GlobalTypePass &types = unrolledTypes(context);
+        mShared = std::make_unique<std::tuple<Shared...>>();
         for (Model &model : context.getDesign()) {
             auto prepared = std::make_unique<Prepared>();
             prepared->instances = instancesOf(model, unrolledTree(context));
@@ -45,10 +48,14 @@ template <class Impl, class Handler> class ModelUnrolling {
                 if (handler == nullptr) {
                     continue;
                 }
-                Impl unroller(block, prepared->instances, handler->createUnroller(block), types);
-                if (unroller.hasWork()) {
-                    prepared->blocks.push_back(std::move(unroller));
-                }
+                std::apply(
+                    [&](Shared &...shared) {
+                        Impl unroller(block, prepared->instances, handler->createUnroller(block), types, shared...);
+                        if (unroller.hasWork()) {
+                            prepared->blocks.push_back(std::move(unroller));
+                        }
+                    },
+                    *mShared);
             }
             mPrepared.emplace(&model, std::move(prepared));
         }
@@ -71,6 +78,7 @@ template <class Impl, class Handler> class ModelUnrolling {
 
     void after(PassContext &context) {
         mPrepared.clear();
+        mShared.reset();
         unrolledTypes(context).thaw();
     }
 
@@ -79,6 +87,7 @@ template <class Impl, class Handler> class ModelUnrolling {
         std::vector<RefChain> instances;
         std::vector<Impl> blocks;
     };
+    std::unique_ptr<std::tuple<Shared...>> mShared;
     std::unordered_map<const Model *, std::unique_ptr<Prepared>> mPrepared;
 };
 
@@ -92,9 +101,10 @@ struct ModelBoundary {
 
 /// A pass over the boundaries of all models. `Impl` takes one block apart with a `Boundary`, which keeps the block and
 /// renames its ports and wires:
-///     Impl(block, instances, boundary, types), failed(), fail(), failOnBoundary(), unroll(types)
+///     Impl(block, instances, boundary, types, shared...), failed(), fail(), failOnBoundary(), unroll(types)
 ///     Boundary(block), namesClash(), portMappings(), wireMappings(), block()
-template <class Impl, class Boundary> class BoundaryUnrolling {
+/// One object of each `Shared` serves all blocks.
+template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
   public:
     explicit BoundaryUnrolling(PassContext &context) : mContext(context), mTypes(unrolledTypes(context)) {
         for (Model &model : context.getDesign()) {
@@ -151,7 +161,9 @@ template <class Impl, class Boundary> class BoundaryUnrolling {
             }
             const auto unroller = std::make_shared<Boundary>(block);
             const std::size_t at = mBlocks.size();
-            mBlocks.emplace_back(block, of.instances, unroller, mTypes);
+            std::apply(
+                [&](Shared &...shared) { mBlocks.emplace_back(block, of.instances, unroller, mTypes, shared...); },
+                mShared);
             mUnrollers.push_back(unroller);
             if (!mBlocks.back().failed() && unroller->namesClash()) {
                 mBlocks.back().failOnBoundary();
@@ -229,6 +241,7 @@ template <class Impl, class Boundary> class BoundaryUnrolling {
 
     PassContext &mContext;
     GlobalTypePass &mTypes;
+    std::tuple<Shared...> mShared;
     std::vector<PerModel> mModels;
     std::vector<Impl> mBlocks;
     std::vector<std::shared_ptr<Boundary>> mUnrollers;

@@ -1,0 +1,352 @@
+// Which block types come apart, and what each makes of its records.
+#include "orvo/aggregateunrollers.h"
+
+#include "gen/designgenerator.h"
+#include "support/heardmessages.h"
+#include "support/invariants.h"
+#include "support/samebehaviour.h"
+#include "support/simulatorfixture.h"
+
+#include <orvo/blockclass.h>
+#include <orvo/blocksinfo.h>
+#include <orvo/design.h>
+#include <orvo/model.h>
+#include <orvo/pass.h>
+#include <orvo/typeinferpass.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+namespace orvo {
+namespace {
+
+TEST(AggregateUnrollers, speakOfEveryTypeOfTheCatalogue) {
+    std::set<std::string> told;
+    for (const internal::AggregateUnrollRow &row : internal::aggregateUnrollRows()) {
+        EXPECT_TRUE(told.insert(row.blockType->text()).second) << row.blockType->text();
+        EXPECT_NE(std::string(row.summary), "");
+    }
+    for (const auto &[name, info] : getBlocksInfo().blocks()) {
+        if (name != BlocksInfo::kGenericBlock) {
+            EXPECT_EQ(told.count(getBlocksInfo().get_mapping(name)), 1U) << name;
+        }
+    }
+}
+
+TEST(AggregateUnrollers, areRegisteredAsTheRowsTell) {
+    ContextMgr mgr;
+    for (const internal::AggregateUnrollRow &row : internal::aggregateUnrollRows()) {
+        const auto *handler = mgr.context()->getBlockClass(*row.blockType)->get<AggregateUnrollHandler>();
+        EXPECT_EQ(handler != nullptr, row.handler != nullptr) << row.blockType->text();
+    }
+}
+
+/// What kinds of records meet a block type in designs by chance.
+struct RecordCounts {
+    std::size_t all = 0;
+    std::size_t nested = 0;
+    std::size_t withVectors = 0;
+    std::size_t withComplex = 0;
+};
+
+void countRecord(const PureValueRef &type, RecordCounts &counts) {
+    const AggregateTypeManager manager;
+    const AggregateTypeSpec &spec = manager.specOf(type);
+    if (!spec.isAggregate()) {
+        return;
+    }
+    const std::vector<PureValueRef> &members = manager.getFlatContainerTypes(spec);
+    const auto has = [&members](auto property) { return std::any_of(members.begin(), members.end(), property); };
+    ++counts.all;
+    counts.nested += spec.isNestedAggregateSpec() ? 1 : 0;
+    counts.withVectors +=
+        has([](const PureValueRef &member) { return VectorDecorSpec(member, nullptr).isVector(); }) ? 1 : 0;
+    counts.withComplex += has([](const PureValueRef &member) {
+        return ComplexDecorSpec(member, ContextMgr::getThreadContext()).isComplex();
+    })
+                              ? 1
+                              : 0;
+}
+
+RefChain anInstanceOf(const Model &model) {
+    RefChain chain;
+    for (const Model *at = &model; !at->getParentBlocks().empty(); at = &chain.front()->getModel()) {
+        chain.insert(chain.begin(), at->getParentBlocks().front());
+    }
+    return chain;
+}
+
+TEST(AggregateUnrollers, meetRecordsOfAllKindsInDesignsByChance) {
+    ContextMgr mgr;
+    gen::DesignGenerator generator(mgr.context());
+    std::map<const Value *, RecordCounts> counts;
+    for (std::uint64_t seed = 0; seed < 1000; ++seed) {
+        const auto design = generator.make(gen::recipesOf(seed, 60));
+        GlobalTypePass types;
+        types.bindEvents(*design);
+        for (const Model &model : *design) {
+            const RefChain instance = anInstanceOf(model);
+            for (const Block &block : model) {
+                for (const Wire &wire : block) {
+                    countRecord(types.getType(wire, instance), counts[block.type()]);
+                }
+            }
+        }
+        types.unbindEvents();
+    }
+    // The simulator knows no meaning of records at these.
+    const StaticString *const never[] = {&A_NOT_BLOCK,        &U_NOT_BLOCK,        &A_REVERSE_BLOCK,
+                                         &A_RECIPROCAL_BLOCK, &A_RECIP_SQRT_BLOCK, &A_SQRT_BLOCK};
+    for (const internal::AggregateUnrollRow &row : internal::aggregateUnrollRows()) {
+        const bool isMet = std::find(std::begin(never), std::end(never), row.blockType) == std::end(never);
+        if (row.handler != nullptr && isMet) {
+            const RecordCounts &of = counts[row.blockType->get_ptr()];
+            EXPECT_GE(of.all, 5U) << row.blockType->text();
+            EXPECT_GE(of.nested, 1U) << row.blockType->text();
+            EXPECT_GE(of.withVectors, 1U) << row.blockType->text();
+            EXPECT_GE(of.withComplex, 1U) << row.blockType->text();
+        }
+    }
+}
+
+class AggregateUnrollersTest : public test::SimulatorFixture {
+  protected:
+    /// Unrolls the block, which must compute the same and leave no record but at the boundary of the model, and gives
+    /// the names of what is new in its place, but for what joins it.
+    std::set<std::string> madeOf(const std::string &type, const Texts &inputs, const Texts &outputs,
+                                 const Texts &params = {}, bool simulates = true) {
+        Design before(mgr.context());
+        Design after(mgr.context());
+        oneBlock(before, type, inputs, outputs, params);
+        Model &model = oneBlock(after, type, inputs, outputs, params);
+        std::set<std::string> old;
+        for (const Block &block : model) {
+            old.insert(block.getName()->toString());
+        }
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollAggregatePass");
+        scheduler.addPass("ElideUnpackPass");
+        scheduler.apply(after);
+        EXPECT_EQ(heard.take(), std::vector<std::string>());
+        EXPECT_TRUE(test::checkInvariants(after));
+        if (simulates) {
+            sim::CompareOptions options;
+            options.cycles = 100;
+            test::expectSameBehaviour(before, after, model.getName()->toString(), options);
+        }
+        std::set<std::string> made;
+        for (const Block &block : model) {
+            const std::string name = block.getName()->toString();
+            if (old.count(name) == 0 && name.find("block") < 3 && !joinsMembers(block)) {
+                made.insert(name);
+            }
+        }
+        return made;
+    }
+    static bool joinsMembers(const Block &block) {
+        const StaticString *const types[] = {&A_APACK_BLOCK, &A_AUNPACK_BLOCK, &A_VPACK_BLOCK,
+                                             &A_CPACK_BLOCK, &A_VUNPACK_BLOCK, &A_CUNPACK_BLOCK};
+        return std::any_of(std::begin(types), std::end(types),
+                           [&block](const StaticString *type) { return block.type() == type->get_ptr(); });
+    }
+    using Made = std::set<std::string>;
+    static constexpr const char *kRecord = "{s4.0, {u2.0, [2] s3.1}, c s2.2}";
+    const Made mMembers{"(block 0)", "(block 1)", "(block 2)", "(block 3)"};
+};
+
+TEST_F(AggregateUnrollersTest, giveEachFlatMemberABlock) {
+    for (const char *type : {"terminalBlock", "pipeBlock"}) {
+        EXPECT_EQ(madeOf(type, {{"0", kRecord}}, {{"primWireOut", ""}}), mMembers) << type;
+    }
+    EXPECT_EQ(madeOf("foldingKernelBoundaryBlock", {{"0", kRecord}}, {{"primWireOut", ""}}), mMembers);
+    EXPECT_EQ(madeOf("fanoutBlock", {{"0", kRecord}}, {{"0", ""}, {"1", ""}}, {{"fanoutOutputCount", "2"}}), mMembers);
+    EXPECT_EQ(madeOf("delayBlock", {{"0", kRecord}}, {{"primWireOut", ""}}, {{"delayLength", "2"}}), mMembers);
+    EXPECT_EQ(madeOf("notBlock", {{"0", kRecord}}, {{"primWireOut", ""}}, {}, false), mMembers);
+}
+
+TEST_F(AggregateUnrollersTest, leaveOtherSignalsAlone) {
+    EXPECT_EQ(madeOf("delayBlock", {{"0", "[2] c s4.0"}}, {{"primWireOut", ""}}, {{"delayLength", "2"}}), Made{});
+    EXPECT_EQ(madeOf("delayBlock", {{"0", "[2] {s4.0, u1.0}"}}, {{"primWireOut", ""}}, {{"delayLength", "2"}}), Made{});
+}
+
+TEST_F(AggregateUnrollersTest, startEachMemberAtItsOwnValue) {
+    EXPECT_EQ(madeOf("registerBlock", {{"0", kRecord}, {"registerPortEnable", "u1.0"}}, {{"primWireOut", ""}},
+                     {{"registerInitValue", "(-3 (2 (1 -1.5)) (complexRollTag 0.25 0.5))"}}),
+              mMembers);
+    EXPECT_EQ(madeOf("registerBlock", {{"0", kRecord}}, {{"primWireOut", ""}}, {{"registerInitValue", "1"}}), mMembers);
+    EXPECT_EQ(madeOf("registerNONSBlock", {{"0", "{s4.0, u1.0}"}}, {{"primWireOut", ""}}),
+              (Made{"(block 0)", "(block 1)"}));
+}
+
+TEST_F(AggregateUnrollersTest, takeTheFirstLaneOfAControlForAllMembers) {
+    EXPECT_EQ(
+        madeOf("registerBlock", {{"0", "{s4.0, [2] s3.1}"}, {"registerPortEnable", "[2] u1.0"}}, {{"primWireOut", ""}}),
+        (Made{"(block 0)", "(block 1)"}));
+    EXPECT_EQ(madeOf("muxBlock",
+                     {{"0", "{s4.0, [2] s3.1}"}, {"1", "{s4.0, [2] s3.1}"}, {"muxPortSelect", "[2][3] u1.0"}},
+                     {{"primWireOut", ""}}),
+              (Made{"(block 0)", "(block 1)"}));
+}
+
+TEST_F(AggregateUnrollersTest, giveEachMemberOfASyncRegisterItsType) {
+    EXPECT_EQ(
+        madeOf("syncRegisterBlock",
+               {{"syncRegisterPortIclkData", "{s4.0, {u2.0}}"}, {"syncRegisterPortIclkEnable", "u1.0"}},
+               {{"syncRegisterWireIclkData", ""}, {"syncRegisterWireOclkData", ""}, {"syncRegisterWireOclkValid", ""}},
+               {{"syncRegisterDataType", "(typeAggregate (typeSFixed 4 0) (typeAggregate (typeUFixed 2 0)))"},
+                {"syncRegisterInitValue", "(-2 (3))"}}),
+        (Made{"(block 0)", "(block 1)"}));
+}
+
+TEST_F(AggregateUnrollersTest, chooseMemberByMember) {
+    EXPECT_EQ(madeOf("muxBlock", {{"0", kRecord}, {"1", kRecord}, {"muxPortSelect", "u1.0"}}, {{"primWireOut", ""}}),
+              mMembers);
+    const char *deep = "{s4.0, [2] {u2.0, c s3.0}}";
+    EXPECT_EQ(
+        madeOf("muxBlock", {{"0", deep}, {"1", deep}, {"muxPortSelect", "u1.0"}}, {{"primWireOut", ""}}),
+        (Made{"(block 0)", "(block 1 0)", "(block 1 1)", "(block 1 2)", "(block 1 3)", "(block 1 4)", "(block 1 5)"}));
+}
+
+TEST_F(AggregateUnrollersTest, keepTheTypeOfValidBehindASelect) {
+    // A member that is a vector or complex would take valid along.
+    const char *data = "{[2] s4.0, c u3.0}";
+    const Made made{"(block 0)", "(block 1)", "(block valid)", "(block one)"};
+    EXPECT_EQ(madeOf("selectBlock",
+                     {{"(selectPortkeyData 0)", data},
+                      {"(selectPortkeyCtrl 0)", "u1.0"},
+                      {"(selectPortkeyData 1)", data},
+                      {"(selectPortkeyCtrl 1)", "u1.0"},
+                      {"selectPortDefaultData", data}},
+                     {{"primWireOut", ""}, {"selectWireValid", ""}}),
+              made);
+    EXPECT_EQ(madeOf("selectBlock", {{"(selectPortkeyData 0)", data}, {"(selectPortkeyCtrl 0)", "[3] u1.0"}},
+                     {{"primWireOut", ""}, {"selectWireValid", ""}}),
+              made);
+    EXPECT_EQ(madeOf("selectBlock", {{"(selectPortkeyData 0)", data}, {"(selectPortkeyCtrl 0)", "u1.0"}},
+                     {{"primWireOut", ""}}),
+              (Made{"(block 0)", "(block 1)"}));
+}
+
+TEST_F(AggregateUnrollersTest, queueMemberByMember) {
+    EXPECT_EQ(
+        madeOf("fifoBlock",
+               {{"fifoPortData", "{s4.0, {u2.0, c s3.1}}"}, {"fifoPortWriteEn", "u1.0"}, {"fifoPortReadAck", "u1.0"}},
+               {{"fifoWireData", ""}, {"fifoWireValid", ""}, {"fifoWireLow", ""}, {"fifoWireHigh", ""}},
+               {{"fifoDepth", "3"}, {"fifoLowThreshold", "1"}, {"fifoHighThreshold", "2"}}),
+        (Made{"(block 0)", "(block 1)", "(block 2)"}));
+    EXPECT_EQ(madeOf("fifoDelayBlock", {{"fifoPortData", "{s4.0, u2.0}"}, {"portWrite", "u1.0"}, {"portReady", "u1.0"}},
+                     {{"fifoWireData", ""}, {"fifoWireValid", ""}}, {{"fifoDepth", "3"}}),
+              (Made{"(block 0)", "(block 1)"}));
+    EXPECT_EQ(madeOf("sharedFifoBlock",
+                     {{"0", "{s4.0, u2.0}"}, {"1", "s3.0"}, {"portValid", "u1.0"}, {"portReady", "u1.0"}},
+                     {{"0", ""}, {"1", ""}, {"wireValid", ""}}, {{"fifoDepth", "3"}}),
+              (Made{"(block aunroll)"}));
+}
+
+TEST_F(AggregateUnrollersTest, queueLanesInsideTheMembers) {
+    // The conditions make lanes in the members of the output that the input does not have.
+    Design design(mgr.context());
+    Model &model =
+        oneBlock(design, "fifoBlock",
+                 {{"fifoPortData", "{s4.0, u2.0}"}, {"fifoPortWriteEn", "[2] u1.0"}, {"fifoPortReadAck", "u1.0"}},
+                 {{"fifoWireData", ""}, {"fifoWireValid", ""}}, {{"fifoDepth", "3"}});
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollAggregatePass");
+    scheduler.apply(design);
+    EXPECT_EQ(heard.take(), std::vector<std::string>());
+    EXPECT_NE(model.getBlock(value("(block 1)")), nullptr);
+    EXPECT_EQ(model.getBlock(value("block")), nullptr);
+}
+
+TEST_F(AggregateUnrollersTest, demultiplexVectorsInRecordsWhole) {
+    const Texts controls{{"portValid", "u1.0"}, {"portChannel", "u1.0"}};
+    Texts inputs{{"demuxPortData", "{s4.0, c u2.0}"}};
+    inputs.insert(inputs.end(), controls.begin(), controls.end());
+    EXPECT_EQ(madeOf("demuxBlock", inputs, {{"0", ""}, {"1", ""}}, {{"demuxChannelCount", "2"}}),
+              (Made{"(block 0)", "(block 1)"}));
+    inputs[0].second = "{s4.0, [2] c u2.0}";
+    EXPECT_EQ(madeOf("demuxBlock", inputs, {{"0", ""}, {"1", ""}}, {{"demuxChannelCount", "2"}}),
+              (Made{"(block 0)", "(block 1 0)", "(block 1 1)", "(block 1 2)", "(block 1 3)"}));
+    // Its outputs are records, which wait for the lanes.
+    inputs[0].second = "[2] {s4.0, u2.0}";
+    EXPECT_EQ(madeOf("demuxBlock", inputs, {{"0", ""}, {"1", ""}}, {{"demuxChannelCount", "2"}}, false), Made{});
+}
+
+TEST_F(AggregateUnrollersTest, keepNamedPortsOnOneBlock) {
+    for (const char *type : {"signalInBlock", "signalOutBlock", "unschedBlock", "boundaryBlock", "hiddenIfaceBlock"}) {
+        EXPECT_EQ(madeOf(type, {{"x", kRecord}, {"y", "s4.0"}}, {{"x", ""}, {"y", ""}}), Made{}) << type;
+    }
+    EXPECT_EQ(madeOf("extIfaceBlock", {{"x", "{s4.0, u2.0}"}, {"y", "s4.0"}}, {{"z", "{s4.0, s3.0}"}}), Made{});
+    EXPECT_EQ(madeOf("extIfaceBlock", {{"x", "{s4.0, u2.0}"}}, {{"z", "{s4.0, u2.0}"}}), Made{});
+    EXPECT_EQ(madeOf("channelInBlock", {{"(x 0)", kRecord}, {"portValid", "u1.0"}, {"portChannel", "u8.0"}},
+                     {{"(x 0)", ""}, {"wireValid", ""}, {"wireChannel", ""}}),
+              Made{});
+}
+
+TEST_F(AggregateUnrollersTest, nameTheMembersOfAPlaceholder) {
+    const char *types = "((x (typeAggregate (typeSFixed 4 0) (typeAggregate (typeUFixed 2 0)))) (y (typeSFixed 3 0)))";
+    EXPECT_EQ(madeOf("latencyPlaceholderBlock", {{"x", "{s4.0, {u2.0}}"}}, {{"y", ""}, {"x", ""}},
+                     {{"latencyPlaceholderTypemap", types}}),
+              Made{});
+    Design design(mgr.context());
+    Model &model = oneBlock(design, "latencyPlaceholderBlock", {}, {{"x", ""}}, {{"latencyPlaceholderTypemap", types}});
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollAggregatePass");
+    scheduler.apply(design);
+    EXPECT_EQ(PureValueRef(model.getBlock(value("block"))->getParam(A_LATENCY_PLACEHOLDER_TYPEMAP)),
+              value("(((x 0) (typeSFixed 4 0)) ((x 1) (typeUFixed 2 0)) (y (typeSFixed 3 0)))"));
+}
+
+TEST_F(AggregateUnrollersTest, pinEachMember) {
+    EXPECT_EQ(madeOf("typePinBlock", {{"0", "{s4.0, u2.0}"}, {"1", "s3.0"}}, {{"0", ""}, {"1", ""}},
+                     {{"typePinPortTypes", "((typeAggregate (typeSFixed 4 0) (typeUFixed 2 0)) (typeSFixed 3 0))"}}),
+              (Made{"block_aunroll"}));
+    EXPECT_EQ(madeOf("typePinBlock", {{"0", "{s4.0, u2.0}"}}, {{"0", ""}, {"primWireOut", ""}}),
+              (Made{"block_aunroll"}));
+    EXPECT_EQ(madeOf("typePinBlock", {}, {{"0", ""}},
+                     {{"typePinType", "(typeAggregate (typeSFixed 4 0) (typeUFixed 2 0))"}}, false),
+              (Made{"(block 0 0)", "(block 0 1)"}));
+}
+
+TEST_F(AggregateUnrollersTest, keepStallRegionsOnOneBlock) {
+    EXPECT_EQ(madeOf("stallenterBlock",
+                     {{"(stallenterPortkeyDataBack 0)", kRecord},
+                      {"(stallenterPortkeyDataBack 4)", "s4.0"},
+                      {"stallenterPortValidBack", "u1.0"}},
+                     {{"(stallenterWirekeyDataFront 0)", ""},
+                      {"(stallenterWirekeyDataFront 4)", ""},
+                      {"stallenterWireValidFront", ""}}),
+              Made{});
+    EXPECT_EQ(
+        madeOf("stallexitBlock", {{"(stallexitPortkeyDataBack 0)", kRecord}}, {{"(stallexitWirekeyDataFront 0)", ""}}),
+        Made{});
+    EXPECT_EQ(madeOf("stallregBlock",
+                     {{"(stallregPortkeyDataBack 0)", kRecord},
+                      {"(stallregPortkeyValidBack 0)", "u1.0"},
+                      {"stallregPortStallFront", "u1.0"}},
+                     {{"(stallregWirekeyDataFront 0)", ""},
+                      {"(stallregWirekeyValidFront 0)", ""},
+                      {"stallregWireStallBack", ""}}),
+              Made{});
+    Design design(mgr.context());
+    Model &model =
+        oneBlock(design, "stallenterBlock",
+                 {{"(stallenterPortkeyDataBack 0)", "{s4.0, u2.0}"}, {"(stallenterPortkeyDataBack 4)", "s4.0"}},
+                 {{"(stallenterWirekeyDataFront 0)", ""}});
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollAggregatePass");
+    scheduler.apply(design);
+    const Block &block = *model.getBlock(value("block"));
+    for (const char *name :
+         {"(stallenterPortkeyDataBack 4)", "(stallenterPortkeyDataBack 5)", "(stallenterPortkeyDataBack 6)"}) {
+        EXPECT_NE(block.getPort(value(name)), nullptr) << name;
+    }
+    EXPECT_NE(block.getWire(value("(stallenterWirekeyDataFront 6)")), nullptr);
+    EXPECT_EQ(block.getPort(value("(stallenterPortkeyDataBack 0)")), nullptr);
+}
+
+} // namespace
+} // namespace orvo
