@@ -631,11 +631,14 @@ class CombiningVectorUnroller : public VectorUnroller {
     const PureValueRef &type() const { return mType; }
     std::size_t laneCount() const { return mLanes.size(); }
     const std::map<PureValueRef, VectorDecorSpec, DeepValueCmp> &inputs() const { return mIn; }
-    void attach(std::size_t lane, const PureValueRef &key, Wire &driver) {
-        const MaybePort attached(*mLanes[lane], key);
+    void attach(std::size_t lane, const PureValueRef &key, Wire &driver) { attachTo(*mLanes[lane], key, driver); }
+    void attachTo(Block &made, const PureValueRef &key, Wire &driver) {
+        const MaybePort attached(made, key);
         attached.setWire(driver);
         addAttachedPort(attached);
     }
+    Wire &result(std::size_t lane) const { return *mResults[lane]; }
+    void setResult(std::size_t lane, Wire &wire) { mResults[lane] = &wire; }
     std::size_t outCount() const { return mOut.elementCount(); }
 
   private:
@@ -728,13 +731,23 @@ class ScalarProductVectorUnroller final : public CombiningVectorUnroller {
             mOperands[mFirstKey] = first;
             mOperands[key] = operand;
             mTerms += terms;
+            mLastBase = first.base;
+        }
+        if (isDirected() && isSubtractive() && mLastBase + 1 < mTerms) {
+            for (std::size_t lane = 0; lane < laneCount(); ++lane) {
+                makeChain(lane);
+            }
         }
     }
     void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
         const auto at = mOperands.find(port.getName());
         if (at == mOperands.end()) {
             for (std::size_t lane = lanes.elementIndex(indices); lane < laneCount(); lane += lanes.elementCount()) {
-                attach(lane, port.getName(), driver);
+                if (mChains.empty()) {
+                    attach(lane, port.getName(), driver);
+                } else {
+                    attachTo(addChainIn(lane), numberOf(1), driver);
+                }
             }
             return;
         }
@@ -743,9 +756,13 @@ class ScalarProductVectorUnroller final : public CombiningVectorUnroller {
         for (std::size_t place = lanes.elementIndex(indices); place < operand.terms * laneCount();
              place += operand.elements) {
             const std::size_t term = operand.base + place / laneCount();
-            const bool negates = isSubtracted(operand) && operand.side == 0 && term + 1 < mTerms;
+            if (!mChains.empty() && term > mLastBase) {
+                attachTo(*mChains[place % laneCount()][term - mLastBase - 1], numberOf(operand.side), driver);
+                continue;
+            }
+            const bool negates = mChains.empty() && isSubtracted(operand) && operand.side == 0 && term + 1 < mTerms;
             if (negates && negated == nullptr) {
-                negated = &negation(driver, term, place % laneCount());
+                negated = &negation(port, driver, term, place % laneCount());
             }
             attach(place % laneCount(), numberOf(2 * term + operand.side), negates ? *negated : driver);
         }
@@ -764,19 +781,71 @@ class ScalarProductVectorUnroller final : public CombiningVectorUnroller {
     };
     /// A block subtracts only its last product; those of the same pair before it have a factor negated.
     bool isSubtracted(const Operand &operand) const {
-        return block().findParam(A_SUBTRACTIVE) == A_TRUE.get_ptr() && operand.base + operand.terms == mTerms;
+        return isSubtractive() && operand.base + operand.terms == mTerms;
     }
-    Wire &negation(Wire &driver, std::size_t term, std::size_t lane) const {
-        const PureValueRef name = PureTupleValue::get(block().getName(), StringValue::get("neg", block().getContext()),
-                                                      numberOf(term), numberOf(lane), block().getContext());
-        Block &neg = create(block(), name, A_NEG_BLOCK);
-        neg.setParam(numberOf(0), driver);
+    bool isSubtractive() const { return block().findParam(A_SUBTRACTIVE) == A_TRUE.get_ptr(); }
+    /// Whether the sign of a product turns the way that it rounds.
+    bool isDirected() const {
+        const Value *mode = block().findParam(A_FLOAT_ROUNDING_MODE);
+        return type() && NumTypeSpec(type(), block().getContext()).isFloat() &&
+               (mode == A_ROUNDING_RNDU.get_ptr() || mode == A_ROUNDING_RNDD.get_ptr());
+    }
+    PureValueRef nameOf(const char *word, std::size_t term, std::size_t lane) const {
+        return PureTupleValue::get(block().getName(), StringValue::get(word, block().getContext()), numberOf(term),
+                                   numberOf(lane), block().getContext());
+    }
+    Wire &negation(Port &port, Wire &driver, std::size_t term, std::size_t lane) const {
+        const NumTypeSpec factor(elementType(typeOf(port), block().getContext()), block().getContext());
+        Wire *from = &driver;
+        if (factor.isFixed() && !factor.isSigned()) {
+            // A negation keeps the sign of its type.
+            NumTypeSpec wide = NumTypeSpec::sfixed(factor.intBits() + 1, factor.fracBits());
+            wide.setComplex(factor.isComplex());
+            from = &widened(block(), nameOf("sign", term, lane), driver, wide.toValue(block().getContext()));
+        }
+        Block &neg = create(block(), nameOf("neg", term, lane), A_NEG_BLOCK);
+        neg.setParam(numberOf(0), *from);
         return *Wire::create(neg, A_PRIM_WIRE_OUT);
+    }
+    /// A block for each further product that is subtracted, each behind the one before.
+    void makeChain(std::size_t lane) {
+        std::vector<Block *> &chain = mChains.emplace_back();
+        for (std::size_t term = mLastBase + 1; term < mTerms; ++term) {
+            Block &made = create(block(), nameOf("chain", term, lane), A_SCALAR_PRODUCT_BLOCK);
+            for (auto param : Params(block())) {
+                if (!nodeVR(param.second)) {
+                    made.setParam(param.first, param.second);
+                }
+            }
+            finish(made);
+            made.setParam(A_SUBTRACTIVE_CHAININ, A_FALSE);
+            made.setParam(A_SCALAR_PRODUCT_PORT_CHAININ, result(lane));
+            setResult(lane, *Wire::create(made, A_PRIM_WIRE_OUT));
+            chain.push_back(&made);
+        }
+    }
+    /// What adds the original's chain-in behind all products.
+    Block &addChainIn(std::size_t lane) {
+        const bool subtracts = block().findParam(A_SUBTRACTIVE_CHAININ) == A_TRUE.get_ptr();
+        Block &made = create(block(), nameOf("chain", mTerms, lane), subtracts ? A_SUB_BLOCK : A_ADD_BLOCK);
+        for (const StaticString *key : {&A_FLOAT_ROUNDING, &A_FLOAT_ROUNDING_MODE, &A_FLOAT_SUBNORMALS}) {
+            if (block().findParam(*key) != nullptr) {
+                made.setParam(*key, PureValueRef(block().getParam(*key)));
+            }
+        }
+        made.setParam(A_ADD_TYPE, type());
+        made.setParam(numberOf(0), result(lane));
+        setResult(lane, *Wire::create(made, A_PRIM_WIRE_OUT));
+        return made;
     }
 
     std::map<PureValueRef, Operand, DeepValueCmp> mOperands;
     PureValueRef mFirstKey;
     std::size_t mTerms = 0;
+    /// The number of the first product of the last pair.
+    std::size_t mLastBase = 0;
+    /// By lane; empty if one block a lane does.
+    std::vector<std::vector<Block *>> mChains;
 };
 
 /// A demultiplexer for each lane of the data. Outputs are numbered through, those of one lane side by side.
