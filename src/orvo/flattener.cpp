@@ -97,6 +97,7 @@ struct Flattener::Source {
     std::unordered_map<const Value *, std::uint32_t> outputs;
     std::unordered_map<const Block *, std::uint32_t> numbers;
     bool hasDomains = false;
+    FlattenedTags::Source tags;
 
     void read(const Model &model) {
         hasDomains = model.findParam(A_SYNTH_SCHEDULE_DOMAINS) != nullptr;
@@ -154,7 +155,7 @@ struct Flattener::Source {
 };
 
 Flattener::Flattener(Design &design, Predicate dissolves, std::unordered_set<const Model *> &dissolved)
-    : mDesign(design), mDissolves(std::move(dissolves)), mDissolved(dissolved), mConstraints(design) {
+    : mDesign(design), mDissolves(std::move(dissolves)), mDissolved(dissolved), mConstraints(design), mTags(design) {
     findRecursiveModels();
 }
 
@@ -197,6 +198,7 @@ const Flattener::Source &Flattener::sourceOf(const Model &model) {
         if (known->dissolves) {
             mConstraints.write(model);
             known->read(model);
+            known->tags = mTags.read(model);
         }
     }
     return *known;
@@ -205,6 +207,7 @@ const Flattener::Source &Flattener::sourceOf(const Model &model) {
 void Flattener::flatten(Model &model) {
     mModel = &model;
     readSignposts();
+    mTags.open(model);
     for (Block &block : model) {
         if (block.type() == A_MODEL_BLOCK.get_ptr()) {
             mQueue.push_back({&block, {}, &model, block.getName()});
@@ -221,6 +224,7 @@ void Flattener::flatten(Model &model) {
             mConstraints.addLasting(*pending.block, pending.above, *pending.drawnIn, pending.drawnAs);
         }
     }
+    mTags.close();
     moveReaders();
     for (const Model *changed : mConstraints.close(model)) {
         forget(*changed);
@@ -251,6 +255,7 @@ void Flattener::dissolve(const Pending &pending, Model &source, const Source &pl
     if (mSignposted.erase(&block) != 0) {
         log::msg(msg::error::DISALLOWED_SIGNPOST_ON_MODEL_BLOCK, log::p("refBlk", block.value()));
     }
+    mTags.add(block, source, plan.tags);
     mWires.assign(plan.wireNames.size(), nullptr);
     for (std::size_t i = plan.firstInput; i < plan.wireNames.size(); ++i) {
         const Port *port = block.getPort(plan.wireNames[i]);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "orvo/flattenconstraints.h"
+#include "orvo/flattentags.h"
 
 #include <orvo/model.h>
 
@@ -72,6 +73,7 @@ class Flattener {
     std::unordered_set<const Model *> mRecursive;
     std::unordered_map<const Model *, std::unique_ptr<Source>> mSources;
     FlattenedConstraints mConstraints;
+    FlattenedTags mTags;
 
     /// While one model is flattened.
     Model *mModel = nullptr;
