@@ -542,6 +542,22 @@ bool joinTags(Design &design) {
     });
 }
 
+/// Gives each model below others a source of error correction, which each of its instances leads to a sink.
+void addErrorCorrection(Design &design) {
+    const PureValueRef name = StringValue::get("ecc", design.getContext());
+    for (Model &model : design) {
+        if (model.getParentBlocks().empty() || model.getOutputBlock() == nullptr) {
+            continue;
+        }
+        Wire &status = *Wire::create(*Block::create(model, "eccSource", A_ECC_SRC_BLOCK), A_PRIM_WIRE_OUT);
+        model.getOutputBlock()->setParam(name, status);
+        for (Block *call : model.getParentBlocks()) {
+            Block::create(call->getModel(), "eccSink", A_ECC_SINK_BLOCK)
+                ->setParam(NumberValue::get(0, design.getContext()), *Wire::create(*call, name));
+        }
+    }
+}
+
 std::string textOf(const Design &design) {
     std::ostringstream out;
     XMLServices().toXML(out, design);
@@ -584,6 +600,12 @@ std::size_t modelBlocks(const Model &model) {
     return count;
 }
 
+bool warnsOfTags(test::HeardMessages &heard) {
+    const std::vector<std::string> lines = heard.take();
+    return std::any_of(lines.begin(), lines.end(),
+                       [](const std::string &line) { return line.rfind("FLATTENING_JOINS_TAGS ", 0) == 0; });
+}
+
 void expectSameBehindPass(const char *pass, bool everything) {
     const bool holds = rc::check(std::string(pass) + " leaves designs as they compute", [=] {
         ContextMgr mgr;
@@ -597,6 +619,9 @@ void expectSameBehindPass(const char *pass, bool everything) {
         if (!joinTags(*before) || !joinTags(*after)) {
             return;
         }
+        for (Design *design : {before.get(), after.get()}) {
+            addErrorCorrection(*design);
+        }
         mark(*after, marks);
         if (pass == kSimulink) {
             markScheduled(*after);
@@ -605,6 +630,7 @@ void expectSameBehindPass(const char *pass, bool everything) {
         scheduler.addPass(pass);
         scheduler.apply(*after);
         RC_ASSERT(test::checkInvariants(*after));
+        RC_ASSERT(!warnsOfTags(silent));
         if (everything) {
             for (const Model &model : *after) {
                 RC_ASSERT(modelBlocks(model) == 0U);
@@ -626,6 +652,78 @@ TEST(FlattenProperty, someModelsComputeTheSame) { expectSameBehindPass(kEverythi
 TEST(FlattenProperty, markedReceiversComputeTheSame) { expectSameBehindPass(kExplicit, false); }
 TEST(FlattenProperty, markedSourcesComputeTheSame) { expectSameBehindPass(kZRT, false); }
 TEST(FlattenProperty, scheduledSubsystemsComputeTheSame) { expectSameBehindPass(kSimulink, false); }
+
+// Where nothing is warned of, tags may as well be joined behind.
+RC_GTEST_PROP(FlattenProperty, tagsOutliveFlatteningUnlessThatWarns, ()) {
+    ContextMgr mgr;
+    gen::DesignGenerator generator(mgr.context());
+    const std::vector<gen::Recipe> recipes = *test::recipes(60);
+    test::HeardMessages heard(mgr.context());
+    const auto before = generator.make(recipes);
+    const auto after = generator.make(recipes);
+    if (!joinTags(*before)) {
+        RC_DISCARD("not all tags can be joined");
+    }
+    heard.take();
+    after->getModel(StringValue::get("top", mgr.context()))->setParam(A_SYNTH_OUTPUT_MODE, A_SYNTH_OUTPUT_HDL_ROOT);
+    PassScheduler scheduler;
+    scheduler.addPass(kEverything);
+    scheduler.addPass("DeadModelPass");
+    scheduler.apply(*after);
+    if (warnsOfTags(heard)) {
+        RC_TAG("warned");
+        return;
+    }
+    RC_TAG("silent");
+    RC_ASSERT(joinTags(*after));
+    sim::CompareOptions options;
+    options.cycles = 20;
+    const auto same = test::sameBehaviour(*before, *after, "top", options);
+    if (!same) {
+        RC_LOG() << same.message();
+    }
+    RC_ASSERT(same);
+}
+
+/// The error-correction sinks of the model and of all instances below it.
+std::size_t sinksBelow(const Model &model) {
+    std::size_t count = 0;
+    for (const Block &block : model) {
+        const Model *below = block.type() == A_MODEL_BLOCK.get_ptr() ? Node::from<Model>(block[A_MODEL_NODE]) : nullptr;
+        count += block.type() == A_ECC_SINK_BLOCK.get_ptr() ? 1 : below != nullptr ? sinksBelow(*below) : 0;
+    }
+    return count;
+}
+
+// What the properties above rest on.
+TEST(FlattenProperty, meetsModelsOfSeveralInstancesAndErrorCorrectionOfEveryForm) {
+    ContextMgr mgr;
+    test::HeardMessages silent(mgr.context());
+    gen::DesignGenerator generator(mgr.context());
+    std::size_t several = 0;
+    std::size_t cancelled = 0;
+    std::size_t kept = 0;
+    for (std::uint64_t seed = 0; seed < 1000; ++seed) {
+        const auto design = generator.make(gen::recipesOf(seed, 60));
+        if (!joinTags(*design)) {
+            continue;
+        }
+        for (const Model &model : *design) {
+            several += model.getParentBlocks().size() > 1 ? 1 : 0;
+        }
+        addErrorCorrection(*design);
+        const Model &top = *design->getModel(StringValue::get("top", mgr.context()));
+        const std::size_t before = sinksBelow(top);
+        PassScheduler scheduler;
+        scheduler.addPass(kEverything);
+        scheduler.apply(*design);
+        cancelled += before - sinksBelow(top);
+        kept += sinksBelow(top);
+    }
+    EXPECT_GE(several, 100U);
+    EXPECT_GE(cancelled, 1000U);
+    EXPECT_GE(kept, 50U);
+}
 
 } // namespace
 } // namespace orvo
