@@ -97,7 +97,7 @@ struct Flattener::Source {
     std::unordered_map<const Value *, std::uint32_t> outputs;
     std::unordered_map<const Block *, std::uint32_t> numbers;
     bool hasDomains = false;
-    FlattenedTags::Source tags;
+    std::unique_ptr<const FlattenedTags::Source> tags;
 
     void read(const Model &model) {
         hasDomains = model.findParam(A_SYNTH_SCHEDULE_DOMAINS) != nullptr;
@@ -252,10 +252,12 @@ void Flattener::finish() { mConstraints.finish(mDissolved); }
 
 void Flattener::dissolve(const Pending &pending, Model &source, const Source &plan) {
     Block &block = *pending.block;
-    if (mSignposted.erase(&block) != 0) {
+    if (!mSignposted.empty() && mSignposted.erase(&block) != 0) {
         log::msg(msg::error::DISALLOWED_SIGNPOST_ON_MODEL_BLOCK, log::p("refBlk", block.value()));
     }
-    mTags.add(block, source, plan.tags);
+    if (plan.tags != nullptr) {
+        mTags.add(block, source, *plan.tags);
+    }
     mWires.assign(plan.wireNames.size(), nullptr);
     for (std::size_t i = plan.firstInput; i < plan.wireNames.size(); ++i) {
         const Port *port = block.getPort(plan.wireNames[i]);

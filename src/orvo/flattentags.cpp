@@ -10,13 +10,15 @@
 
 #include <limits>
 #include <unordered_map>
+#include <utility>
 
 namespace orvo::internal {
 
 namespace {
 
 bool isTagged(const Block &block) {
-    return block.type() == A_GOTO_BLOCK.get_ptr() || block.type() == A_FROM_BLOCK.get_ptr();
+    const Value *type = block.type();
+    return type == A_GOTO_BLOCK.get_ptr() || type == A_FROM_BLOCK.get_ptr();
 }
 
 /// Any other type, and none, makes a tag local.
@@ -65,11 +67,11 @@ FlattenedTags::FlattenedTags(const Design &design) {
     }
 }
 
-FlattenedTags::Source FlattenedTags::read(const Model &model) const {
-    Source source;
+std::unique_ptr<const FlattenedTags::Source> FlattenedTags::read(const Model &model) const {
     if (!mAny) {
-        return source;
+        return nullptr;
     }
+    Source source;
     for (const Block &block : model) {
         const PureValueRef tag(isTagged(block) ? block.getParam(A_GOTO_TAG) : ValueRef());
         const bool sends = block.type() == A_GOTO_BLOCK.get_ptr();
@@ -84,13 +86,15 @@ FlattenedTags::Source FlattenedTags::read(const Model &model) const {
             source.marks.emplace_back(mark->at(1));
         }
     }
-    return source;
+    return source.ends.empty() && source.marks.empty() ? nullptr : std::make_unique<const Source>(std::move(source));
 }
 
 void FlattenedTags::open(const Model &model) {
     mInstances = 0;
-    for (const Source::End &end : read(model).ends) {
-        mPlaced.push_back({end, 0, nullptr});
+    if (const auto own = read(model)) {
+        for (const Source::End &end : own->ends) {
+            mPlaced.push_back({end, 0, nullptr});
+        }
     }
 }
 
@@ -105,6 +109,9 @@ void FlattenedTags::add(const Block &instance, const Model &model, const Source 
 }
 
 void FlattenedTags::close() {
+    if (mPlaced.empty()) {
+        return;
+    }
     std::unordered_map<const Value *, Meeting> meetings;
     for (const Placed &placed : mPlaced) {
         Meeting &meeting = meetings[placed.end.tag.get_ptr()];

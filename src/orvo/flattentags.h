@@ -3,6 +3,7 @@
 
 #include <orvo/model.h>
 
+#include <memory>
 #include <unordered_set>
 #include <vector>
 
@@ -28,7 +29,8 @@ class FlattenedTags {
 
     explicit FlattenedTags(const Design &design);
 
-    Source read(const Model &model) const;
+    /// Null for a model that has nothing to do with tags.
+    std::unique_ptr<const Source> read(const Model &model) const;
     /// Starts with a model that receives.
     void open(const Model &model);
     /// An instance of `source` dissolves, in the place of the model block.
