@@ -155,14 +155,15 @@ struct Flattener::Source {
 };
 
 Flattener::Flattener(Design &design, Predicate dissolves, std::unordered_set<const Model *> &dissolved)
-    : mDesign(design), mDissolves(std::move(dissolves)), mDissolved(dissolved), mConstraints(design), mTags(design) {
-    findRecursiveModels();
+    : mDesign(design), mDissolves(std::move(dissolves)), mDissolved(dissolved), mConstraints(design) {
+    readHierarchy();
 }
 
 Flattener::~Flattener() = default;
 
-// Dissolving other models neither makes nor breaks a ring.
-void Flattener::findRecursiveModels() {
+/// Finds the models that contain themselves: dissolving other models neither makes nor breaks a ring. All blocks are
+/// looked at here for all that wants to.
+void Flattener::readHierarchy() {
     std::vector<const Model *> models;
     std::unordered_map<const Model *, std::uint32_t> numbers;
     for (const Model &model : mDesign) {
@@ -173,6 +174,7 @@ void Flattener::findRecursiveModels() {
     for (const Model *model : models) {
         std::unordered_set<const Model *> below;
         for (const Block &block : *model) {
+            mTags.note(block);
             const Model *instantiated = instantiatedModel(block);
             if (instantiated != nullptr && below.insert(instantiated).second && numbers.count(instantiated) != 0) {
                 graph.addEdge(numbers.at(instantiated));

@@ -49,7 +49,7 @@ class Flattener {
         bool onTheWay = false;
     };
 
-    void findRecursiveModels();
+    void readHierarchy();
     const Source &sourceOf(const Model &model);
     void forget(const Model &model);
     void dissolve(const Pending &pending, Model &source, const Source &plan);

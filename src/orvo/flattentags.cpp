@@ -4,7 +4,6 @@
 #include "orvo/scheduleconstraints.h"
 
 #include <orvo/block.h>
-#include <orvo/design.h>
 #include <orvo/logging.h>
 #include <orvo/staticstrings.h>
 
@@ -54,15 +53,11 @@ struct Meeting {
 
 } // namespace
 
-FlattenedTags::FlattenedTags(const Design &design) {
-    for (const Model &model : design) {
-        for (const Block &block : model) {
-            if (isTagged(block)) {
-                mAny = true;
-                if (block.findParam(A_GOTO_TAG_TYPE) == A_GOTO_TAG_TYPE_SCOPED.get_ptr()) {
-                    mScoped.insert(block.findParam(A_GOTO_TAG));
-                }
-            }
+void FlattenedTags::note(const Block &block) {
+    if (isTagged(block)) {
+        mAny = true;
+        if (block.findParam(A_GOTO_TAG_TYPE) == A_GOTO_TAG_TYPE_SCOPED.get_ptr()) {
+            mScoped.insert(block.findParam(A_GOTO_TAG));
         }
     }
 }

@@ -27,7 +27,8 @@ class FlattenedTags {
         std::vector<PureValueRef> marks;
     };
 
-    explicit FlattenedTags(const Design &design);
+    /// To be called with each block of the design before all else.
+    void note(const Block &block);
 
     /// Null for a model that has nothing to do with tags.
     std::unique_ptr<const Source> read(const Model &model) const;
