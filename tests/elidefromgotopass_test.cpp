@@ -483,6 +483,120 @@ TEST_F(ElideFromGotoTest, handsWhatAFromCarriedToTheDriver) {
     EXPECT_EQ(left->toString(), "((comment kept))");
 }
 
+TEST_F(ElideFromGotoTest, takesASignalOfAnotherModelForNone) {
+    Model &low = below(top, "low");
+    Wire &elsewhere = receiver(low, "from", "s");
+    sender(top, "known", &source(top, "x"), "gotoTagTypeGlobal", "s");
+    sender(top, "faulty", &elsewhere, "gotoTagTypeLocal");
+    receiver(top, "reader");
+    EXPECT_EQ(run(), (Lines{"GOTO_MISSING_PORT block=/top/faulty", "FROM_UNKNOWN_TAG block=/top/reader tag=t"}));
+    EXPECT_EQ(blocksOf(design, A_GOTO_BLOCK), Lines{"/top/faulty"});
+}
+
+TEST_F(ElideFromGotoTest, findsAnotherNameForABusThatIsNamedAsAParameterOfItsOutputBlock) {
+    Model &low = below(top, "low");
+    sender(low, "goto", &source(low, "x"), "gotoTagTypeBus", "blockType");
+    Block &reader = sink(top, "y", receiver(top, "from", "blockType"));
+    EXPECT_EQ(run(), Lines());
+    expectNoneLeft();
+    ASSERT_NE(low.getOutputBlock(), nullptr);
+    EXPECT_EQ(readBy(reader), "/top/call_low/(dupName 0 blockType)");
+    EXPECT_NE(low.getOutputBlock()->getPort(value("(dupName 0 blockType)")), nullptr);
+}
+
+TEST_F(ElideFromGotoTest, reportsARingOfTagsThroughSeveralModels) {
+    Model &a = below(top, "a");
+    Model &b = below(top, "b");
+    sender(a, "goto", &receiver(a, "from", "v"), "gotoTagTypeGlobal", "u");
+    sender(b, "goto", &receiver(b, "from", "u"), "gotoTagTypeGlobal", "v");
+    // Feeds nothing of the ring, but reads it, and is met first.
+    Block &reader = sink(a, "y", receiver(a, "first", "u"));
+    EXPECT_EQ(run(), Lines{"FROM_UNKNOWN_TAG block=/a/from tag=v"});
+    EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines{"/a/from"});
+    EXPECT_EQ(readBy(reader), "/a/from/fromWireOut");
+}
+
+TEST_F(ElideFromGotoTest, movesTheEdgesOfDomainsToTheWiresThatTookOver) {
+    Model &low = below(top, "low");
+    sender(top, "goto", &source(top, "x"), "gotoTagTypeLocal");
+    sender(top, "again", &receiver(top, "from"), "gotoTagTypeGlobal", "u");
+    receiver(low, "routed", "u");
+    top.setParam(A_SYNTH_SCHEDULE_DOMAINS,
+                 value("((scheduleDomainBegin red (from wireTag fromWireOut))"
+                       " (scheduleDomainEnd red (again portTag gotoPortIn)) (scheduleDomainEnd blue (x wireTag other))"
+                       " (scheduleDomainEnd red (from wireTag other)) 7)"));
+    low.setParam(A_SYNTH_SCHEDULE_DOMAINS, value("((scheduleDomainBegin red (routed wireTag fromWireOut)))"));
+    EXPECT_EQ(run(), Lines());
+    EXPECT_EQ(top.getParam(A_SYNTH_SCHEDULE_DOMAINS)->toString(),
+              "((scheduleDomainBegin red (x wireTag primWireOut)) (scheduleDomainEnd red (x wireTag primWireOut))"
+              " (scheduleDomainEnd blue (x wireTag other)) (scheduleDomainEnd red (from wireTag other)) 7)");
+    EXPECT_EQ(low.getParam(A_SYNTH_SCHEDULE_DOMAINS)->toString(),
+              "((scheduleDomainBegin red (input wireTag (route global top u))))");
+}
+
+TEST_F(ElideFromGotoTest, handsWhatARoutedFromCarriedToTheDriverOfTheGoto) {
+    Model &low = below(top, "low");
+    Wire &x = source(top, "x");
+    sender(top, "goto", &x, "gotoTagTypeGlobal");
+    Wire &wire = receiver(low, "from");
+    sink(low, "y", wire);
+    MetadataManipulator(wire.getBlock()).appendToVector(value("(comment kept)"));
+    EXPECT_EQ(run(), Lines());
+    EXPECT_EQ(MetadataManipulator(x.getBlock()).getTuple()->toString(), "((comment kept))");
+}
+
+TEST_F(ElideFromGotoTest, handsWhatAFromOfAnInputCarriedToTheReaders) {
+    Model &low = below(top, "low");
+    Wire &x = *Wire::create(*Block::create(low, "in", A_INPUT_BLOCK), "x");
+    sender(low, "goto", &x, "gotoTagTypeLocal");
+    Wire &wire = receiver(low, "from");
+    Block &reader = sink(low, "y", wire);
+    MetadataManipulator(wire.getBlock()).appendToVector(value("(comment kept)"));
+    EXPECT_EQ(run(), Lines());
+    ASSERT_TRUE(MetadataManipulator(reader).getTuple());
+    EXPECT_EQ(MetadataManipulator(reader).getTuple()->toString(), "((comment kept))");
+}
+
+TEST_F(ElideFromGotoTest, readsTheGotoThatIsNearerThanAnotherOnTheWayUp) {
+    // The Goto of "sub/a" holds, though the wire of the one in "top" is met above.
+    Model &sub = below(top, "sub");
+    Model &a = below(sub, "xa");
+    Model &b = below(sub, "xb");
+    sender(top, "goto", &source(top, "x"), "gotoTagTypeGlobal");
+    sender(a, "goto", &source(a, "x"), "gotoTagTypeGlobal");
+    receiver(b, "from");
+    EXPECT_EQ(run(), Lines());
+    EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines());
+    const Block &call = *sub.getBlock(StringValue::get("call_xb", mgr.context()));
+    EXPECT_EQ(call.getPort(value("(route global xa t)"))->peekWire()->value()->getPath(),
+              "/sub/call_xa/(route global xa t)");
+}
+
+TEST_F(ElideFromGotoTest, resolvesEveryReachOnEveryLevelOfADeepHierarchy) {
+    // Tags of all reaches on each of many levels, each read two levels further down; and one from the top everywhere.
+    constexpr int kLevels = 300;
+    sender(top, "goto", &source(top, "x"), "gotoTagTypeGlobal", "everywhere");
+    std::vector<Model *> levels{&top};
+    for (int i = 0; i < kLevels; ++i) {
+        levels.push_back(&below(*levels.back(), "l" + std::to_string(i)));
+    }
+    for (std::size_t i = 0; i + 2 < levels.size(); ++i) {
+        Model &level = *levels[i];
+        const std::string tag = "t" + std::to_string(i);
+        sender(level, "local", &source(level, "y"), "gotoTagTypeLocal", tag.c_str());
+        receiver(level, "local from", tag.c_str());
+        level.setParam(value("(gotoTagTypeScoped s)"), A_TRUE);
+        sender(level, "scoped", &source(level, "z"), "gotoTagTypeScoped", "s");
+        receiver(level, "scoped from", "s");
+        const std::string wide = "w" + std::to_string(i);
+        sender(level, "wide", &source(level, "w"), "gotoTagTypeGlobal", wide.c_str());
+        receiver(*levels[i + 2], "wide from", wide.c_str());
+        receiver(level, "from", "everywhere");
+    }
+    EXPECT_EQ(run(), Lines());
+    expectNoneLeft();
+}
+
 /// The same with many more tags and models, and further instances of models only if told.
 std::vector<gen::Recipe> withTags(std::vector<gen::Recipe> recipes, bool callsAgain) {
     constexpr std::uint32_t kKinds = 32;

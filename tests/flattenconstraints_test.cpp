@@ -16,12 +16,15 @@ namespace orvo {
 namespace {
 
 constexpr const char *kEverything = "FlattenEverythingPass";
+constexpr const char *kExplicit = "FlattenExplicitPass";
+constexpr const char *kZRT = "FlattenZRTExplicitPass";
+constexpr const char *kSimulink = "FlattenSimulinkPass";
 
 class FlattenConstraints : public test::ConstraintRig {
   protected:
-    void run() {
+    void run(const char *pass = kEverything) {
         PassScheduler scheduler;
-        scheduler.addPass(kEverything);
+        scheduler.addPass(pass);
         scheduler.apply(design);
         EXPECT_TRUE(test::checkInvariants(design));
     }
@@ -128,9 +131,122 @@ TEST_F(FlattenConstraints, stayWithTheRootOfASchedule) {
     run();
     EXPECT_EQ(records(top), "((0 synthLConstraintEq 2))");
     EXPECT_EQ(wires(named("(below innerIn)")), "((w true (0) ()))");
+}
+
+TEST_F(FlattenConstraints, ofAModelBelowTheRootOfItsScheduleComeAlong) {
+    delete &call2;
+    below.setParam(A_SYNTH_ROOT_SCHEDULE_MODEL, top);
     below.setParam(A_SYNTH_SCHEDULE_CONSTRAINTS, value("((3 synthLConstraintEq 5))"));
-    Block::create(top, "again", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, below);
-    EXPECT_DEATH(run(), "the root of a schedule holds the constraints of the models in it");
+    innerIn.setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((w true (3) ()))"));
+    innerOut.setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((p true () (3)))"));
+    run();
+    EXPECT_EQ(records(top), "((4 synthLConstraintEq 5))");
+    EXPECT_EQ(wires(named("(below innerIn)")), "((w true (4) ()))");
+    dropDead();
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+    EXPECT_EQ(messages(), Lines());
+}
+
+TEST_F(FlattenConstraints, reachTheRootOfTheirScheduleOnce) {
+    // "aroot" is flat before "mid", and takes that in as it was drawn; "zroot" takes it in as it is then.
+    for (const char *name : {"aroot", "zroot"}) {
+        Model &root = *Model::create(design, name);
+        Model &mid = *Model::create(design, std::string("mid of ") + name);
+        Model &inner = *Model::create(design, std::string("s of ") + name);
+        root.setParam(A_SYNTH_OUTPUT_MODE, A_SYNTH_OUTPUT_HDL_ROOT);
+        mid.setParam(A_SYNTH_ROOT_SCHEDULE_MODEL, root);
+        Block &call = *Block::create(root, "i", A_MODEL_BLOCK);
+        call.setParam(A_MODEL_NODE, mid);
+        call.setParam(A_INLINE_SCHEDULE, A_TRUE);
+        Block::create(mid, "k", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, inner);
+        LatencyConstraintCreator(design)
+            .from(wire(marker(inner, "from", A_SIGNAL_IN_BLOCK)))
+            .to(port(marker(inner, "to", A_SIGNAL_OUT_BLOCK)))
+            .lessEqual(3)
+            .end();
+    }
+    run();
+    // All that is still there, dead or not, has its records.
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+    for (const char *name : {"aroot", "zroot"}) {
+        EXPECT_EQ(tupleVR(design.getModel(value(name))->getParam(A_SYNTH_SCHEDULE_CONSTRAINTS))->size(), 1U);
+    }
+    dropDead();
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+    EXPECT_EQ(messages(), Lines());
+}
+
+TEST_F(FlattenConstraints, leaveTheSourceWithTheInstanceThatDissolved) {
+    // "below" dissolves into "mid" and stays in "other".
+    delete &call2;
+    Model &mid = *Model::create(design, "mid");
+    Model &other = *Model::create(design, "other");
+    mid.setParam(A_MODEL_TO_BE_FLATTENED, A_TRUE);
+    call1.setParam(A_MODEL_NODE, mid);
+    Block::create(top, "o", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, other);
+    Block &inMid = *Block::create(mid, "m", A_MODEL_BLOCK);
+    inMid.setParam(A_MODEL_NODE, below);
+    Block::create(other, "m", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, below);
+    LatencyConstraintCreator(design)
+        .from(wire(innerIn), {&call1, &inMid})
+        .to(port(innerOut), {&call1, &inMid})
+        .lessEqual(3)
+        .end();
+    run(kExplicit);
+    EXPECT_EQ(wires(innerIn), "");
+    EXPECT_EQ(ports(innerOut), "");
+    EXPECT_EQ(wires(*mid.getBlock(value("(below innerIn)"))), "((w ((top call1)) (0) ()))");
+    dropDead();
+    EXPECT_EQ(design.size(), 4U);
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+    EXPECT_EQ(messages(), Lines());
+}
+
+TEST_F(FlattenConstraints, goWithModelsThatOnlyDeadModelsInstantiate) {
+    // "mid" with "below" dissolves into "top" but is not made flat itself, so that "below" is still instantiated there.
+    Model &kernel = *Model::create(design, "kernel");
+    kernel.setParam(A_FOLDING_IS_FOLDING_KERNEL, A_TRUE);
+    Block &from = marker(kernel, "from", A_SIGNAL_IN_BLOCK);
+    Block &call = *Block::create(below, "k", A_MODEL_BLOCK);
+    call.setParam(A_MODEL_NODE, kernel);
+    Model &mid = *Model::create(design, "mid");
+    Block::create(mid, "m", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, below);
+    delete &call2;
+    call1.setParam(A_MODEL_NODE, mid);
+    LatencyConstraintCreator(design).from(wire(from), {&call}).to(port(innerOut)).lessEqual(3).end();
+    top.setParam(A_MODEL_TO_BE_FLATTENED, A_TRUE);
+    run(kExplicit);
+    EXPECT_EQ(wires(from), "((w ((top (below k))) (1) ()))");
+    dropDead();
+    EXPECT_EQ(design.size(), 2U);
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+    EXPECT_EQ(messages(), Lines());
+}
+
+TEST_F(FlattenConstraints, ofManyInstancesBelowOneModelAreWrittenOnce) {
+    // Each of many kernels holds a model whose constraint ends in the one kernel below.
+    Model &kernel = *Model::create(design, "kernel");
+    kernel.setParam(A_FOLDING_IS_FOLDING_KERNEL, A_TRUE);
+    Block &from = marker(kernel, "from", A_SIGNAL_IN_BLOCK);
+    Block &to = marker(kernel, "to", A_SIGNAL_OUT_BLOCK);
+    Block &call = *Block::create(below, "k", A_MODEL_BLOCK);
+    call.setParam(A_MODEL_NODE, kernel);
+    LatencyConstraintCreator(design).from(wire(from), {&call}).to(port(to), {&call}).lessEqual(3).end();
+    constexpr std::size_t kModels = 300;
+    for (std::size_t i = 0; i < kModels; ++i) {
+        Model &holder = *Model::create(design, "m" + std::to_string(i));
+        holder.setParam(A_FOLDING_IS_FOLDING_KERNEL, A_TRUE);
+        Block::create(holder, "i", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, below);
+        Block::create(top, "i" + std::to_string(i), A_MODEL_BLOCK)->setParam(A_MODEL_NODE, holder);
+    }
+    delete &call1;
+    delete &call2;
+    const std::uint64_t edits = design.editCount();
+    run();
+    EXPECT_LT(design.editCount() - edits, 15 * kModels);
+    EXPECT_EQ(tupleVR(from.getParam(A_SCHEDULE_CONSTRAINT_WIRES))->size(), kModels);
+    dropDead();
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
 }
 
 TEST_F(FlattenConstraints, doNotBelongOnAModelBlock) {
@@ -183,8 +299,20 @@ std::map<std::string, int> idsAt(const Design &design, const StaticString &param
     return counts;
 }
 
+/// How often each id stands in the records of models.
+std::map<std::string, int> recordedIds(const Design &design) {
+    std::map<std::string, int> counts;
+    for (const Model &model : design) {
+        const TupleValueRef records = tupleVR(model.getParam(A_SYNTH_SCHEDULE_CONSTRAINTS));
+        for (std::size_t i = 0; records && i < records->size(); ++i) {
+            ++counts[tupleVR(records->at(i))->at(0)->toString()];
+        }
+    }
+    return counts;
+}
+
 // Each constraint of the flat design has one start and one end, whatever dissolved and in whatever order.
-RC_GTEST_PROP(FlattenConstraintsProperty, keepBothEndsOfEachConstraint, ()) {
+void expectBothEndsBehindPass(const char *pass) {
     ContextMgr mgr;
     test::HeardMessages heard(mgr.context());
     Design design(mgr.context());
@@ -200,6 +328,16 @@ RC_GTEST_PROP(FlattenConstraintsProperty, keepBothEndsOfEachConstraint, ()) {
                        *Wire::create(*Block::create(model, "const", A_CONST_BLOCK), "w"));
         if (i != 0 && *number % 3 == 0) {
             model.setParam(A_FOLDING_IS_FOLDING_KERNEL, A_TRUE);
+        }
+        if (*number % 2 == 0) {
+            model.setParam(A_MODEL_TO_BE_FLATTENED, A_TRUE);
+        }
+        if (*number % 2 == 0) {
+            model.setParam(A_ZRT_MODEL_TO_BE_FLATTENED, A_TRUE);
+        }
+        if (pass == kSimulink && *number % 4 != 0) {
+            model.setParam(A_SIMULINK_PATH, A_TRUE);
+            model.setParam(A_SYNTH_CIRCUIT_TIMED, A_TRUE);
         }
         models.push_back(&model);
     }
@@ -225,19 +363,30 @@ RC_GTEST_PROP(FlattenConstraintsProperty, keepBothEndsOfEachConstraint, ()) {
     }
     RC_PRE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
     PassScheduler scheduler;
-    scheduler.addPass(kEverything);
+    scheduler.addPass(pass);
     scheduler.addPass("DeadModelPass");
     scheduler.apply(design);
     RC_ASSERT(test::checkInvariants(design));
-    OrvoUtils::requireConstraintsConsistentWithDesign(design);
+    // How models of a drawing are nested is no matter here.
+    const auto ofNesting = [](const std::string &line) { return line.find("IOBLOCKS_OUTSIDE") == 0; };
+    std::vector<std::string> lines = heard.take();
+    std::erase_if(lines, ofNesting);
+    RC_ASSERT(lines == std::vector<std::string>());
+    RC_ASSERT(OrvoUtils::requireConstraintsConsistentWithDesign(design));
     RC_ASSERT(heard.take() == std::vector<std::string>());
-    const auto starts = idsAt(design, A_SCHEDULE_CONSTRAINT_WIRES, 2);
-    const auto ends = idsAt(design, A_SCHEDULE_CONSTRAINT_PORTS, 3);
-    for (const auto *counts : {&starts, &ends}) {
-        for (const auto &[id, times] : *counts) {
-            RC_ASSERT(times == 1);
-        }
+    const auto recorded = recordedIds(design);
+    RC_ASSERT(idsAt(design, A_SCHEDULE_CONSTRAINT_WIRES, 2) == recorded);
+    RC_ASSERT(idsAt(design, A_SCHEDULE_CONSTRAINT_PORTS, 3) == recorded);
+    for (const auto &[id, times] : recorded) {
+        RC_ASSERT(times == 1);
     }
+}
+
+RC_GTEST_PROP(FlattenConstraintsProperty, keepBothEndsOfEachConstraint, ()) { expectBothEndsBehindPass(kEverything); }
+RC_GTEST_PROP(FlattenConstraintsProperty, keepBothEndsInMarkedReceivers, ()) { expectBothEndsBehindPass(kExplicit); }
+RC_GTEST_PROP(FlattenConstraintsProperty, keepBothEndsOfMarkedSources, ()) { expectBothEndsBehindPass(kZRT); }
+RC_GTEST_PROP(FlattenConstraintsProperty, keepBothEndsInScheduledSubsystems, ()) {
+    expectBothEndsBehindPass(kSimulink);
 }
 
 } // namespace

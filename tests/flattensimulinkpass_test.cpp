@@ -119,6 +119,26 @@ TEST_F(FlattenSimulink, looksThroughWhatOnlyPacksSignals) {
     EXPECT_EQ(run(), Lines());
 }
 
+TEST_F(FlattenSimulink, reportsTheFirstBlockBehindASharedPackAtEachInterface) {
+    // "clear" and "mixed" go to several interface blocks; what is behind "clear" is known when "mixed" is looked
+    // through.
+    Block &in = block(sub, "in", A_INPUT_BLOCK);
+    Block &clear = block(sub, "clear", A_VCONCAT_BLOCK, {&in, &in});
+    Block &bad = block(sub, "xbad", A_NEG_BLOCK, {&in});
+    Block &worse = block(sub, "xworse", A_NEG_BLOCK, {&in});
+    Block &mixed = block(sub, "mixed", A_VCONCAT_BLOCK, {&clear, &bad, &worse});
+    for (const char *name : {"s1", "s2"}) {
+        block(sub, name, A_SIGNAL_IN_BLOCK, {&clear});
+    }
+    block(sub, "s3", A_SIGNAL_IN_BLOCK, {&mixed});
+    block(sub, "s4", A_SIGNAL_IN_BLOCK, {&clear, &mixed});
+    const Lines expected = {
+        "EXPECTED_GP_CHANNEL_INOUT GPChannel=In block=/sub/xbad model=/sub pins=input",
+        "BLOCK_BETWEEN_IOPIN_CHANNEL_INOUT GPChannel=In IOBlock=/sub/s3 block=/sub/xbad model=/sub pins=input",
+        "BLOCK_BETWEEN_IOPIN_CHANNEL_INOUT GPChannel=In IOBlock=/sub/s4 block=/sub/xbad model=/sub pins=input"};
+    EXPECT_EQ(run(), expected);
+}
+
 TEST_F(FlattenSimulink, takesSignalsForChannels) {
     Block &in = block(sub, "in", A_INPUT_BLOCK);
     Block &signalIn = block(sub, "signalIn", A_SIGNAL_IN_BLOCK, {&in});

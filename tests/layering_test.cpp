@@ -118,6 +118,7 @@ const std::map<std::string, int> &floors() {
         {"flatteneverythingpass", 5},
         {"flattenexplicitpass", 5},
         {"flattensimulinkpass", 5},
+        {"flattentags", 5},
         {"flattenzrtexplicitpass", 5},
         {"signalpacker", 5},
         {"boundarycomplexunroller", 5},

@@ -3,7 +3,9 @@
 #include "orvo/elidefromgotopass.h"
 
 #include "orvo/metadatasection.h"
+#include "orvo/scheduleconstraints.h"
 
+#include <orvo/annotation.h>
 #include <orvo/block.h>
 #include <orvo/design.h>
 #include <orvo/logging.h>
@@ -13,21 +15,22 @@
 #include <orvo/wire.h>
 
 #include <algorithm>
-#include <iterator>
 #include <map>
 #include <set>
 #include <tuple>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace orvo {
 
 ORVO_DEFINE_PASS(
     ElideFromGotoPass,
-    "Replaces each From by a wire from the Goto with its tag, and deletes all Gotos. Where the two stand in "
+    "Replaces each From by a wire from the Goto with its tag, and deletes the Gotos. Where the two stand in "
     "different models, the models on the way get ports for the signal. A From whose tag leads nowhere, or "
-    "that stands in a model with several instances and not with its Goto, is reported and stays.")
+    "that stands in a model with several instances and not with its Goto, and a Goto that lacks its signal or "
+    "its tag, are reported and stay. To run before the design is flattened, which takes the reach of tags away.")
 
 namespace {
 
@@ -48,6 +51,8 @@ struct TagKey {
 struct TagInfo {
     /// The model of the Goto that was met last.
     Model *model = nullptr;
+    /// The model up to which its signal was led from there; null if nowhere yet.
+    Model *reached = nullptr;
     /// What carries the tag's signal in each model that it has reached. These wires live as long as the table.
     std::unordered_map<Model *, Wire *> wires;
 };
@@ -125,11 +130,12 @@ void ascend(Model &model, const PureValueRef &name, TagInfo &info, ModelTreePass
                    return one->findParam(port.get_ptr()) != nullptr;
                });
     };
-    const PureValueRef port = freeName(name, isTaken, model.getContext());
+    // A new block has parameters, too, whose names are taken.
     Block *output = model.getOutputBlock();
     if (output == nullptr) {
         output = Block::create(model, "output", A_OUTPUT_BLOCK);
     }
+    const PureValueRef port = freeName(name, isTaken, model.getContext());
     output->setParam(port, *info.wires.at(&model));
     above = Wire::create(instance, port);
 }
@@ -156,46 +162,106 @@ void descend(Model &model, const PureValueRef &name, TagInfo &info, ModelTreePas
     below = Wire::create(*input, port);
 }
 
-/// The models from the top down to the model itself; empty if it has no single place.
-std::vector<Model *> wayDown(Model &model, ModelTreePass &tree) {
-    std::vector<Model *> way;
-    if (tree.getAncestryList(model, way)) {
-        way.insert(way.begin(), &model);
+/// Where the models stand that have one single place. Found once: a run of the pass makes no instances.
+class Hierarchy {
+  public:
+    Hierarchy(Design &design, ModelTreePass &tree) {
+        std::unordered_map<Model *, std::vector<Model *>> below;
+        std::vector<Model *> open;
+        for (Model &model : design) {
+            if (Model *parent = tree.getSingleParent(model)) {
+                below[parent].push_back(&model);
+            } else if (model.getParentBlocks().empty()) {
+                open.push_back(&model);
+            }
+        }
+        std::vector<std::pair<Model *, Model *>> order;
+        while (!open.empty()) {
+            Model *model = open.back();
+            open.pop_back();
+            Model *parent = tree.getSingleParent(*model);
+            mPlaces[model] = {parent == nullptr ? model : mPlaces.at(parent).top, order.size(), order.size()};
+            order.emplace_back(model, parent);
+            open.insert(open.end(), below[model].begin(), below[model].end());
+        }
+        for (std::size_t i = order.size(); i-- > 0;) {
+            const auto [model, parent] = order[i];
+            if (parent != nullptr) {
+                mPlaces.at(parent).last = std::max(mPlaces.at(parent).last, mPlaces.at(model).last);
+            }
+        }
     }
-    std::reverse(way.begin(), way.end());
+
+    /// Null for a model that does not have one single chain of instances down to it.
+    Model *top(Model &model) const {
+        const auto place = mPlaces.find(&model);
+        return place == mPlaces.end() ? nullptr : place->second.top;
+    }
+    /// Whether the model is the other one, or instantiates it at any depth.
+    bool isAround(Model &model, Model &other) const {
+        const Place &outer = mPlaces.at(&model);
+        const Place &inner = mPlaces.at(&other);
+        return outer.first <= inner.first && inner.first <= outer.last;
+    }
+
+  private:
+    /// With the numbers of the first and the last model below it, in an order that keeps each tree together.
+    struct Place {
+        Model *top;
+        std::size_t first;
+        std::size_t last;
+    };
+    std::unordered_map<Model *, Place> mPlaces;
+};
+
+/// The models from the given one up to the first that has the signal or has the Goto below it. Both must have a place
+/// below the same top.
+std::vector<Model *> wayUp(Model &fromModel, const TagInfo &info, const Hierarchy &hierarchy, ModelTreePass &tree) {
+    std::vector<Model *> way{&fromModel};
+    while (info.wires.count(way.back()) == 0 && !hierarchy.isAround(*way.back(), *info.model)) {
+        way.push_back(tree.getSingleParent(*way.back()));
+    }
     return way;
+}
+
+bool canRoute(Model &fromModel, const TagInfo &info, const Hierarchy &hierarchy) {
+    Model *top = hierarchy.top(fromModel);
+    return top != nullptr && hierarchy.top(*info.model) == top;
 }
 
 /// Leads the tag's signal from the model of its Goto up to the first model around both, and down to the From's. False,
 /// after a message, if there is no such way.
-bool routeAcrossModels(Model &fromModel, const TagKey &key, TagInfo &info, ModelTreePass &tree) {
-    const std::vector<Model *> toFrom = wayDown(fromModel, tree);
-    if (toFrom.empty()) {
+bool routeAcrossModels(Model &fromModel, const TagKey &key, TagInfo &info, const Hierarchy &hierarchy,
+                       ModelTreePass &tree) {
+    if (hierarchy.top(fromModel) == nullptr) {
         log::msg(msg::error::FROM_NO_REFCHAIN, log::p("model", fromModel.value()));
         return false;
     }
-    const std::vector<Model *> toGoto = wayDown(*info.model, tree);
-    if (toGoto.empty()) {
+    if (hierarchy.top(*info.model) == nullptr) {
         log::msg(msg::error::GOTO_NO_REFCHAIN, log::p("model", info.model->value()));
         return false;
     }
-    const auto [endOfGoto, endOfFrom] = std::mismatch(toGoto.begin(), toGoto.end(), toFrom.begin(), toFrom.end());
-    if (endOfGoto == toGoto.begin()) {
+    if (!canRoute(fromModel, info, hierarchy)) {
         log::msg(msg::error::FROM_GOTO_NO_ROUTE,
                  log::p("gotoModel", info.model->value()) % log::p("fromModel", fromModel.value()));
         return false;
     }
     const PureValueRef name = nameOnTheWay(key, info);
-    std::for_each(toGoto.rbegin(), std::make_reverse_iterator(endOfGoto),
-                  [&](Model *model) { ascend(*model, name, info, tree); });
-    std::for_each(endOfFrom, toFrom.end(), [&](Model *model) { descend(*model, name, info, tree); });
+    const std::vector<Model *> way = wayUp(fromModel, info, hierarchy, tree);
+    Model *&reached = info.reached;
+    reached = reached == nullptr ? info.model : reached;
+    while (reached != way.back() && hierarchy.isAround(*way.back(), *reached)) {
+        ascend(*reached, name, info, tree);
+        reached = tree.getSingleParent(*reached);
+    }
+    std::for_each(way.rbegin() + 1, way.rend(), [&](Model *model) { descend(*model, name, info, tree); });
     return true;
 }
 
 /// The tags of a design, for one run of the pass.
 class TagTable {
   public:
-    TagTable(Design &design, ModelTreePass &tree) : mDesign(design), mTree(tree) {}
+    TagTable(Design &design, ModelTreePass &tree) : mTree(tree), mHierarchy(design, tree) {}
 
     /// Enters what a Goto gives and deletes it; a faulty one is reported and stays.
     void take(Block &sender);
@@ -204,51 +270,108 @@ class TagTable {
     void resolve(Block *first);
     /// Takes the marks of the tags off their scope root.
     void clearMarks(Model &root);
+    /// Makes the edges of domains at Gotos and Froms that are gone stand at the wires that took their place.
+    void moveSignposts(Model &model);
 
   private:
     using Tags = std::map<TagKey, TagInfo>;
+    /// The scope root that each model sees, for one tag.
+    using Roots = std::unordered_map<Model *, Model *>;
+    /// Of a block that is gone: the end that an edge of a domain may stand at, and the wire that is as good.
+    struct Successor {
+        PureValueRef end;
+        PureValueRef block;
+        PureValueRef wire;
+    };
 
-    template <class Holds> Model *upward(Model &model, Holds holds) const;
+    template <class Holds> Model *upward(Model &model, Roots &known, Holds holds) const;
     TagKey keyOf(Block &sender, const PureValueRef &tag);
     Tags::iterator find(Model &model, const PureValueRef &tag);
     TagInfo *tagFor(Block &from);
-    void replace(Block &from, Wire &source);
+    Block *feederOf(Block &from);
+    bool closesRing(Block &from);
+    void replace(Block &from, const TagInfo &tag, Wire &source);
     void follow(Block &from, Wire &wire);
+    void succeed(const Block &gone, const StaticString &end, const Wire &wire);
 
-    Design &mDesign;
     ModelTreePass &mTree;
+    Hierarchy mHierarchy;
     Tags mTags;
+    /// The scope roots above Gotos, which are marked, and above Froms, which also have a Goto; by tag.
+    std::unordered_map<const Value *, Roots> mMarkedRoots;
+    std::unordered_map<const Value *, Roots> mUsedRoots;
     /// The tags whose Gotos are fed by a From: their wires follow when the From is resolved.
     std::unordered_map<Block *, std::vector<TagInfo *>> mFedBy;
     std::unordered_map<Model *, std::set<PureValueRef>> mScoped;
     /// Also those that are gone: a From never comes to stand in the place of another.
     std::unordered_set<const Block *> mTried;
+    /// The Froms whose feeders were followed, by the number of the walk.
+    std::unordered_map<const Block *, std::size_t> mWalked;
+    std::size_t mWalks = 0;
+    /// One From of each ring of Froms that feed each other.
+    std::unordered_set<const Block *> mRingEnds;
+    /// By model and by the name of what is gone, for models with edges of domains.
+    std::unordered_map<const Model *, std::unordered_map<const Value *, Successor>> mSuccessors;
 };
+
+/// What a From carried goes to the block that drives its wire; but a block at the edge of a model goes when the model
+/// is flattened, so that behind a route it is the block that drives the Goto, or the readers have it.
+void handOnMetadata(Block &from, Wire &driven, Wire &source) {
+    const auto isAtEdge = [](const Block &block) {
+        return isOfType(block, A_INPUT_BLOCK) || isOfType(block, A_OUTPUT_BLOCK) || isOfType(block, A_MODEL_BLOCK);
+    };
+    if (!isAtEdge(source.getBlock()) || from.findParam(A_METADATA) == nullptr ||
+        from.getModel().getDesign().getMetadataTransferListener() == nullptr) {
+        return;
+    }
+    std::vector<Block *> heirs;
+    if (!isAtEdge(driven.getBlock())) {
+        heirs.push_back(&driven.getBlock());
+    }
+    for (const Port &port : from.getWire(A_FROM_WIRE_OUT)->ports()) {
+        if (isAtEdge(driven.getBlock()) && !isAtEdge(port.getBlock())) {
+            heirs.push_back(&port.getBlock());
+        }
+    }
+    const MetadataManipulator own(from);
+    for (Block *heir : heirs) {
+        MetadataManipulator(*heir).appendFrom(own);
+    }
+}
 
 PureValueRef markOf(const PureValueRef &tag, Context *context) {
     return PureTupleValue::get(A_GOTO_TAG_TYPE_SCOPED, tag, context);
 }
 
 /// The first model that `holds` from the given one up, as far as each has one place; null if none does.
-template <class Holds> Model *TagTable::upward(Model &model, Holds holds) const {
-    Model *at = &model;
-    // Models that instantiate each other have no top.
-    for (std::size_t left = mDesign.size(); at != nullptr && left > 0; --left) {
-        if (holds(*at)) {
-            return at;
+template <class Holds> Model *TagTable::upward(Model &model, Roots &known, Holds holds) const {
+    std::vector<Model *> way;
+    Model *root = nullptr;
+    for (Model *at = &model; at != nullptr && root == nullptr; at = mTree.getSingleParent(*at)) {
+        const auto [place, isNew] = known.try_emplace(at, nullptr);
+        if (!isNew) {
+            // Also in a ring of models that instantiate each other, which has no top.
+            root = place->second;
+            break;
         }
-        at = mTree.getSingleParent(*at);
+        way.push_back(at);
+        root = holds(*at) ? at : nullptr;
     }
-    return nullptr;
+    for (Model *passed : way) {
+        known[passed] = root;
+    }
+    return root;
 }
 
 TagKey TagTable::keyOf(Block &sender, const PureValueRef &tag) {
     const ValueRef type = sender.getParam(A_GOTO_TAG_TYPE);
     if (type == A_GOTO_TAG_TYPE_SCOPED) {
         const PureValueRef mark = markOf(tag, sender.getContext());
-        Model *root = upward(sender.getModel(), [&](const Model &model) { return model[mark] == A_TRUE; });
+        Model *root = upward(sender.getModel(), mMarkedRoots[tag.get_ptr()],
+                             [&](const Model &model) { return model[mark] == A_TRUE; });
         if (root != nullptr) {
             mScoped[root].insert(tag);
+            mUsedRoots.try_emplace(tag.get_ptr());
         }
         return {TagKind::Scoped, tag, root};
     }
@@ -267,7 +390,8 @@ TagKey TagTable::keyOf(Block &sender, const PureValueRef &tag) {
 void TagTable::take(Block &sender) {
     const Port *port = sender.getPort(A_GOTO_PORT_IN);
     Wire *wire = port == nullptr ? nullptr : port->peekWire();
-    if (wire == nullptr) {
+    // A signal of another model is as good as none.
+    if (wire == nullptr || &wire->getBlock().getModel() != &sender.getModel()) {
         log::msg(msg::error::GOTO_MISSING_PORT, log::p("block", sender.value()));
         return;
     }
@@ -281,18 +405,20 @@ void TagTable::take(Block &sender) {
     if (isOfType(wire->getBlock(), A_FROM_BLOCK)) {
         mFedBy[&wire->getBlock()].push_back(&info);
     }
+    succeed(sender, A_GOTO_PORT_IN, *wire);
     delete &sender;
 }
 
 /// What a From in the model reads under a tag: of several reaches the narrowest wins.
 TagTable::Tags::iterator TagTable::find(Model &model, const PureValueRef &tag) {
-    Model *root = upward(model, [&](Model &at) {
-        const auto tags = mScoped.find(&at);
-        return tags != mScoped.end() && tags->second.count(tag) != 0;
-    });
     auto hit = mTags.find({TagKind::Local, tag, &model});
-    if (hit == mTags.end() && root != nullptr) {
-        hit = mTags.find({TagKind::Scoped, tag, root});
+    const auto roots = mUsedRoots.find(tag.get_ptr());
+    if (hit == mTags.end() && roots != mUsedRoots.end()) {
+        Model *root = upward(model, roots->second, [&](Model &at) {
+            const auto tags = mScoped.find(&at);
+            return tags != mScoped.end() && tags->second.count(tag) != 0;
+        });
+        hit = root == nullptr ? hit : mTags.find({TagKind::Scoped, tag, root});
     }
     if (hit == mTags.end()) {
         hit = mTags.find({TagKind::Global, tag, nullptr});
@@ -312,12 +438,44 @@ TagInfo *TagTable::tagFor(Block &from) {
     }
     Model &model = from.getModel();
     const auto hit = find(model, tag);
-    if (hit == mTags.end()) {
+    if (hit == mTags.end() || closesRing(from)) {
         log::msg(msg::error::FROM_UNKNOWN_TAG, log::p("tag", tag) % log::p("block", from.value()));
         return nullptr;
     }
     const bool isThere = hit->second.wires.count(&model) != 0;
-    return isThere || routeAcrossModels(model, hit->first, hit->second, mTree) ? &hit->second : nullptr;
+    return isThere || routeAcrossModels(model, hit->first, hit->second, mHierarchy, mTree) ? &hit->second : nullptr;
+}
+
+/// The From that feeds the Goto of this one's tag, as far as can be told without a route; null if there is none.
+Block *TagTable::feederOf(Block &from) {
+    const PureValueRef tag(from.getParam(A_GOTO_TAG));
+    const auto hit = tag ? find(from.getModel(), tag) : mTags.end();
+    if (hit == mTags.end()) {
+        return nullptr;
+    }
+    TagInfo &info = hit->second;
+    auto wire = info.wires.find(&from.getModel());
+    if (wire == info.wires.end() && canRoute(from.getModel(), info, mHierarchy)) {
+        wire = info.wires.find(wayUp(from.getModel(), info, mHierarchy, mTree).back());
+        wire = wire == info.wires.end() ? info.wires.find(info.model) : wire;
+    }
+    Block *feeder = wire == info.wires.end() ? nullptr : &wire->second->getBlock();
+    return feeder != nullptr && isOfType(*feeder, A_FROM_BLOCK) ? feeder : nullptr;
+}
+
+/// Whether the From feeds itself, through others or not, so that nothing drives it, and is the one of its ring to stay.
+bool TagTable::closesRing(Block &from) {
+    ++mWalks;
+    for (Block *at = &from; at != nullptr; at = feederOf(*at)) {
+        const auto [walk, isNew] = mWalked.try_emplace(at, mWalks);
+        if (!isNew) {
+            if (walk->second == mWalks) {
+                mRingEnds.insert(at);
+            }
+            break;
+        }
+    }
+    return mRingEnds.count(&from) != 0;
 }
 
 void TagTable::resolve(Block *first) {
@@ -343,21 +501,55 @@ void TagTable::resolve(Block *first) {
         if (isOfType(source.getBlock(), A_FROM_BLOCK) && enter(&source.getBlock())) {
             continue;
         }
-        replace(*from, source);
+        replace(*from, *tag, source);
         chain.pop_back();
     }
 }
 
-void TagTable::replace(Block &from, Wire &source) {
-    // A From that feeds its own Goto has no more of a source than one without a Goto.
-    if (&source.getBlock() == &from) {
-        log::msg(msg::error::FROM_UNKNOWN_TAG,
-                 log::p("tag", from.getParam(A_GOTO_TAG)) % log::p("block", from.value()));
-        return;
-    }
+void TagTable::replace(Block &from, const TagInfo &tag, Wire &source) {
+    ORVO_ASSERT(&source.getBlock() != &from, "a From that feeds itself closes a ring");
+    handOnMetadata(from, *tag.wires.at(tag.model), source);
     from.getWire(A_FROM_WIRE_OUT)->replace(source);
     follow(from, source);
+    succeed(from, A_FROM_WIRE_OUT, source);
     delete &from;
+}
+
+void TagTable::succeed(const Block &gone, const StaticString &end, const Wire &wire) {
+    const Model &model = gone.getModel();
+    if (model.findParam(A_SYNTH_SCHEDULE_DOMAINS) != nullptr) {
+        mSuccessors[&model][gone.getName().get_ptr()] = {end, wire.getBlock().getName(), wire.getName()};
+    }
+}
+
+void TagTable::moveSignposts(Model &model) {
+    const auto successors = mSuccessors.find(&model);
+    if (successors == mSuccessors.end()) {
+        return;
+    }
+    const auto successorOf = [&](const Value *block, const Value *end) -> const Successor * {
+        const auto found = successors->second.find(block);
+        return found == successors->second.end() || found->second.end.get_ptr() != end ? nullptr : &found->second;
+    };
+    Context *context = model.getContext();
+    std::vector<ValueRef> signposts = internal::elementsOf(model.findParam(A_SYNTH_SCHEDULE_DOMAINS));
+    bool changed = false;
+    for (ValueRef &signpost : signposts) {
+        std::vector<ValueRef> parts = internal::elementsOf(signpost.get_ptr());
+        const std::vector<ValueRef> place = internal::elementsOf(parts.size() == 3 ? parts[2].get_ptr() : nullptr);
+        const Successor *successor = place.size() == 3 ? successorOf(place[0].get_ptr(), place[2].get_ptr()) : nullptr;
+        if (successor != nullptr) {
+            // What fed a Goto may have been a From.
+            const Successor *next = successorOf(successor->block.get_ptr(), successor->wire.get_ptr());
+            successor = next != nullptr ? next : successor;
+            parts[2] = TupleValue::get(successor->block, PureValueRef(A_WIRE_TAG), successor->wire, context);
+            signpost = TupleValue::get(std::move(parts), context);
+            changed = true;
+        }
+    }
+    if (changed) {
+        model.setParam(A_SYNTH_SCHEDULE_DOMAINS, TupleValue::get(std::move(signposts), context));
+    }
 }
 
 /// Makes the tags that a From fed go by the wire that took its place. That comes from a From, too, if that From stays.
@@ -409,6 +601,7 @@ void ElideFromGotoPass::apply(PassContext &context) {
             tags.resolve(from);
         }
         tags.clearMarks(model);
+        tags.moveSignposts(model);
     }
 }
 

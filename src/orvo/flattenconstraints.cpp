@@ -12,6 +12,8 @@
 #include <orvo/staticstrings.h>
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 namespace orvo::internal {
 
@@ -23,17 +25,10 @@ const TupleValue *chainOf(const ValueRef &entry) {
     return form == nullptr ? nullptr : asTuple(form->at(kEntryChain).get_ptr());
 }
 
-/// Calls `visit(chain)` for each chain of a block's ends.
-template <class Visit> void forEachChain(const Block &block, Visit visit) {
-    for (const PointTable &table : kPointTables) {
-        if (const TupleValue *entries = asTuple(block.findParam(*table.param))) {
-            for (const ValueRef &entry : *entries) {
-                if (const TupleValue *chain = chainOf(entry); chain != nullptr && chain->size() != 0) {
-                    visit(*chain);
-                }
-            }
-        }
-    }
+/// The chain of an entry that has at least one link, else null.
+const TupleValue *linksOf(const ValueRef &entry) {
+    const TupleValue *chain = chainOf(entry);
+    return chain == nullptr || chain->size() == 0 ? nullptr : chain;
 }
 
 ValueRef tupleOrNull(std::vector<ValueRef> elements, Context *context) {
@@ -43,6 +38,46 @@ ValueRef tupleOrNull(std::vector<ValueRef> elements, Context *context) {
 bool isEmptyTuple(const Value *value) {
     const TupleValue *tuple = asTuple(value);
     return tuple == nullptr || tuple->size() == 0;
+}
+
+/// Whether the holder instantiates the model, at any depth.
+bool isBelow(const Model &model, const Model &holder) {
+    std::vector<const Model *> above{&model};
+    std::unordered_set<const Model *> known{&model};
+    for (std::size_t i = 0; i < above.size(); ++i) {
+        if (above[i] == &holder) {
+            return true;
+        }
+        for (const Block *block : above[i]->getParentBlocks()) {
+            if (known.insert(&block->getModel()).second) {
+                above.push_back(&block->getModel());
+            }
+        }
+    }
+    return false;
+}
+
+/// Dissolved models that nothing instantiates any more, but for models that are dead themselves.
+std::vector<const Model *> deadOf(const std::unordered_set<const Model *> &dissolved) {
+    std::unordered_map<const Model *, std::size_t> living;
+    std::vector<const Model *> dead;
+    for (const Model *model : dissolved) {
+        if (model->findParam(A_SYNTH_OUTPUT_MODE) == nullptr) {
+            living[model] = model->getParentBlocks().size();
+            if (model->getParentBlocks().empty()) {
+                dead.push_back(model);
+            }
+        }
+    }
+    for (std::size_t i = 0; i < dead.size(); ++i) {
+        for (const Block &block : *dead[i]) {
+            const auto below = living.find(instantiatedModel(block));
+            if (below != living.end() && --below->second == 0) {
+                dead.push_back(below->first);
+            }
+        }
+    }
+    return dead;
 }
 
 } // namespace
@@ -69,18 +104,76 @@ FlattenedConstraints::Link FlattenedConstraints::linkOf(const ValueRef &link) {
 }
 
 void FlattenedConstraints::note(Block &block) {
-    forEachChain(block, [&](const TupleValue &chain) {
-        for (const ValueRef &link : chain) {
-            Ends &through = mThrough[linkOf(link).first];
-            if (through.empty() || !(through.back() == block.value())) {
-                through.push_back(block.value());
-            }
+    for (const PointTable &points : kPointTables) {
+        std::vector<ValueRef> entries = elementsOf(block.findParam(*points.param));
+        if (std::none_of(entries.begin(), entries.end(), linksOf)) {
+            continue;
         }
-        Ends &rooted = mRootedIn[linkOf(chain.at(0)).first];
-        if (rooted.empty() || !(rooted.back() == block.value())) {
-            rooted.push_back(block.value());
+        const auto table = static_cast<std::uint32_t>(mTables.size());
+        const auto count = static_cast<std::uint32_t>(entries.size());
+        mTables.push_back({block.value(), points.param, std::move(entries)});
+        for (std::uint32_t entry = 0; entry < count; ++entry) {
+            note({table, entry});
         }
-    });
+    }
+}
+
+void FlattenedConstraints::note(Place place) {
+    const TupleValue *chain = linksOf(entryAt(place));
+    if (chain == nullptr) {
+        return;
+    }
+    for (const ValueRef &link : *chain) {
+        Places &through = mThrough[linkOf(link).first];
+        if (through.empty() || !(through.back() == place)) {
+            through.push_back(place);
+        }
+    }
+    mRootedIn[linkOf(chain->at(0)).first].push_back(place);
+}
+
+bool FlattenedConstraints::startsIn(Place place, const Value *modelName) const {
+    const TupleValue *chain = linksOf(entryAt(place));
+    return chain != nullptr && linkOf(chain->at(0)).first == modelName;
+}
+
+void FlattenedConstraints::change(Place place, ValueRef entry) {
+    mTables[place.table].entries[place.entry] = std::move(entry);
+    setChanged(place.table);
+}
+
+void FlattenedConstraints::setChanged(std::uint32_t number) {
+    Table &table = mTables[number];
+    const Block *block = Node::from<Block>(table.block);
+    if (block == nullptr || table.changed) {
+        return;
+    }
+    table.changed = true;
+    std::vector<std::uint32_t> &changed = mChanged[&block->getModel()];
+    if (changed.empty()) {
+        mChangedModels.push_back(&block->getModel());
+    }
+    changed.push_back(number);
+}
+
+void FlattenedConstraints::write(Table &table) {
+    table.changed = false;
+    if (Block *block = Node::from<Block>(table.block)) {
+        std::vector<ValueRef> entries;
+        std::copy_if(table.entries.begin(), table.entries.end(), std::back_inserter(entries),
+                     [](const ValueRef &entry) { return bool(entry); });
+        block->setParam(*table.param, tupleOrNull(std::move(entries), mDesign.getContext()));
+    }
+}
+
+void FlattenedConstraints::write(const Model &model) {
+    const auto changed = mChanged.find(&model);
+    if (changed != mChanged.end()) {
+        for (const std::uint32_t table : changed->second) {
+            write(mTables[table]);
+        }
+        mChanged.erase(changed);
+    }
 }
 
 FlattenedConstraints::Instance FlattenedConstraints::open(const Block &block, Instance above, const Model &drawnIn,
@@ -106,14 +199,10 @@ FlattenedConstraints::Instance FlattenedConstraints::open(const Block &block, In
 }
 
 /// Ids are unique in a design, so that records of each instance get their own.
-void FlattenedConstraints::number(const Model &source, Dissolved &instance) {
-    const Value *records = source.findParam(A_SYNTH_SCHEDULE_CONSTRAINTS);
-    if (source.findParam(A_SYNTH_ROOT_SCHEDULE_MODEL) != nullptr) {
-        ORVO_ASSERT(isEmptyTuple(records), "the root of a schedule holds the constraints of the models in it");
-        return;
-    }
+void FlattenedConstraints::number(Model &source, Dissolved &instance) {
+    writeRecords(source);
     Context *context = mDesign.getContext();
-    for (const ValueRef &value : elementsOf(records)) {
+    for (const ValueRef &value : elementsOf(source.findParam(A_SYNTH_SCHEDULE_CONSTRAINTS))) {
         std::vector<ValueRef> record = elementsOf(value.get_ptr());
         if (record.size() > kRecordId && isConstraintId(record[kRecordId].get_ptr())) {
             PureValueRef &fresh = instance.ids[record[kRecordId].get_ptr()];
@@ -191,7 +280,7 @@ ValueRef FlattenedConstraints::carried(Block &copy, const ValueRef &entries, Ins
             kept.push_back(value);
         } else if (const PureValueRef chain = carriedChain(entry->at(kEntryChain), instance)) {
             kept.push_back(carriedEntry(*entry, chain, instance));
-            if (!(chain == A_TRUE)) {
+            if (!(chain == A_TRUE) && (mCopies.empty() || !(mCopies.back() == copy.value()))) {
                 mCopies.push_back(copy.value());
             }
         }
@@ -199,24 +288,19 @@ ValueRef FlattenedConstraints::carried(Block &copy, const ValueRef &entries, Ins
     return tupleOrNull(std::move(kept), mDesign.getContext());
 }
 
-/// Follows the links from `at` through instances that dissolved. Gives the place behind the link to a block that lasts;
-/// `lasting` is null if there is none.
-std::size_t FlattenedConstraints::walk(const TupleValue &chain, std::size_t at, Instance from,
-                                       const Block *&lasting) const {
-    lasting = nullptr;
-    while (at < chain.size()) {
-        const auto step = mSteps.find({from, linkOf(chain.at(at))});
+/// Follows the links from `at` through instances that dissolved, up to one to a block that lasts.
+FlattenedConstraints::Way FlattenedConstraints::walk(const TupleValue &chain, std::size_t at, Instance from) const {
+    Way way{at, from};
+    while (way.end < chain.size() && way.lasting == nullptr) {
+        const auto step = mSteps.find({way.instance, linkOf(chain.at(way.end))});
         if (step == mSteps.end()) {
             break;
         }
-        ++at;
-        lasting = step->second.lasting;
-        if (lasting != nullptr) {
-            break;
-        }
-        from = step->second.instance;
+        ++way.end;
+        way.lasting = step->second.lasting;
+        way.instance = way.lasting != nullptr ? way.instance : step->second.instance;
     }
-    return at;
+    return way;
 }
 
 /// The chain with one link to the lasting block in the place of those from `from` up to `to`.
@@ -229,96 +313,91 @@ PureValueRef FlattenedConstraints::shortened(const TupleValue &chain, std::size_
     return PureValueRef(TupleValue::get(std::move(links), context));
 }
 
-bool FlattenedConstraints::mendEnds(Block &block, const Model &model) {
-    bool changed = false;
-    for (const PointTable &table : kPointTables) {
-        std::vector<ValueRef> entries = elementsOf(block.findParam(*table.param));
-        bool mended = false;
-        for (ValueRef &entry : entries) {
-            const TupleValue *chain = chainOf(entry);
-            for (std::size_t i = 0; chain != nullptr && i < chain->size(); ++i) {
-                const Block *lasting = nullptr;
-                if (linkOf(chain->at(i)).first != model.getName().get_ptr()) {
-                    continue;
-                }
-                const std::size_t end = walk(*chain, i, 0, lasting);
-                if (lasting != nullptr) {
-                    std::vector<ValueRef> parts = elementsOf(entry.get_ptr());
-                    parts[kEntryChain] = shortened(*chain, i, end, *lasting);
-                    entry = TupleValue::get(std::move(parts), mDesign.getContext());
-                    mended = true;
-                }
-                break;
-            }
+/// An end in an instance that dissolved stays with the copy alone, though its model may last for other instances.
+void FlattenedConstraints::mendEnd(Place place, const Model &model) {
+    const ValueRef entry = entryAt(place);
+    const TupleValue *chain = linksOf(entry);
+    const Block *block = Node::from<Block>(mTables[place.table].block);
+    for (std::size_t i = 0; chain != nullptr && block != nullptr && i < chain->size(); ++i) {
+        if (linkOf(chain->at(i)).first != model.getName().get_ptr()) {
+            continue;
         }
-        if (mended) {
-            block.setParam(*table.param, TupleValue::get(std::move(entries), mDesign.getContext()));
-            changed = true;
+        const Way way = walk(*chain, i, 0);
+        if (way.lasting != nullptr) {
+            std::vector<ValueRef> parts = elementsOf(entry.get_ptr());
+            parts[kEntryChain] = shortened(*chain, i, way.end, *way.lasting);
+            change(place, TupleValue::get(std::move(parts), mDesign.getContext()));
+        } else if (way.instance != 0 && way.end == chain->size() &&
+                   mInstances[way.instance].source == &block->getModel()) {
+            change(place, {});
         }
+        break;
     }
-    return changed;
 }
 
 /// The source stays, and with it its own ends.
-bool FlattenedConstraints::addEnds(Block &block, const Model &source, const std::vector<Instance> &instances) {
-    bool changed = false;
-    for (const PointTable &table : kPointTables) {
-        std::vector<ValueRef> entries = elementsOf(block.findParam(*table.param));
-        const std::size_t old = entries.size();
-        for (std::size_t i = 0; i < old; ++i) {
-            const ValueRef entry = entries[i];
-            const TupleValue *chain = chainOf(entry);
-            if (chain == nullptr || chain->size() == 0 || linkOf(chain->at(0)).first != source.getName().get_ptr()) {
-                continue;
-            }
-            for (const Instance instance : instances) {
-                const Block *lasting = nullptr;
-                const std::size_t end = walk(*chain, 0, instance, lasting);
-                if (lasting != nullptr) {
-                    entries.push_back(
-                        carriedEntry(*asEntry(entry.get_ptr()), shortened(*chain, 0, end, *lasting), instance));
-                }
-            }
-        }
-        if (entries.size() != old) {
-            block.setParam(*table.param, TupleValue::get(std::move(entries), mDesign.getContext()));
-            changed = true;
+void FlattenedConstraints::addEnds(Place place, const std::vector<Instance> &instances) {
+    const ValueRef entry = entryAt(place);
+    const TupleValue &chain = *linksOf(entry);
+    for (const Instance instance : instances) {
+        const Way way = walk(chain, 0, instance);
+        if (way.lasting != nullptr) {
+            std::vector<ValueRef> &entries = mTables[place.table].entries;
+            entries.push_back(
+                carriedEntry(*asEntry(entry.get_ptr()), shortened(chain, 0, way.end, *way.lasting), instance));
+            note(Place{place.table, static_cast<std::uint32_t>(entries.size() - 1)});
+            setChanged(place.table);
         }
     }
-    return changed;
 }
 
-void FlattenedConstraints::writeRecords(Model &model) {
+/// The records go to the root of the model's schedule, as long as that still has the model in it.
+void FlattenedConstraints::takeRecords(Model &model) {
     if (mRecords.empty()) {
         return;
     }
+    Model *root = OrvoUtils::getModelDefiningContraints(model);
+    root = isBelow(model, *root) ? root : &model;
+    std::vector<ValueRef> &forRoot = mForRoot[root];
+    if (forRoot.empty()) {
+        mRoots.push_back(root);
+    }
+    forRoot.insert(forRoot.end(), mRecords.begin(), mRecords.end());
+    mRecords.clear();
+    if (root == &model) {
+        writeRecords(model);
+    }
+}
+
+void FlattenedConstraints::writeRecords(Model &holder) {
+    const auto added = mForRoot.find(&holder);
+    if (added == mForRoot.end()) {
+        return;
+    }
     Context *context = mDesign.getContext();
-    Model &holder = *OrvoUtils::getModelDefiningContraints(model);
     std::vector<ValueRef> records = elementsOf(holder.findParam(A_SYNTH_SCHEDULE_CONSTRAINTS));
-    records.insert(records.end(), mRecords.begin(), mRecords.end());
+    records.insert(records.end(), added->second.begin(), added->second.end());
+    mForRoot.erase(added);
     holder.setParam(A_SYNTH_SCHEDULE_CONSTRAINTS, TupleValue::get(std::move(records), context));
     holder.setParam(A_SCHEDULE_CONSTRAINT_COUNT, NumberValue::get(static_cast<long>(mNextId), context));
-    mRecords.clear();
 }
 
 std::vector<const Model *> FlattenedConstraints::close(Model &model) {
-    std::vector<const Model *> changed;
     if (mInstances.size() > 1) {
-        writeRecords(model);
-        const auto each = [&](const Ends &ends, const auto &edit) {
-            std::unordered_set<const Block *> seen;
-            for (const NodeValueRef &end : Ends(ends)) {
-                Block *block = Node::from<Block>(end);
-                if (block != nullptr && seen.insert(block).second && edit(*block)) {
-                    note(*block);
-                    changed.push_back(&block->getModel());
-                }
+        takeRecords(model);
+        if (const auto through = mThrough.find(model.getName().get_ptr()); through != mThrough.end()) {
+            for (const Place place : through->second) {
+                mendEnd(place, model);
             }
-        };
-        each(mThrough[model.getName().get_ptr()], [&](Block &block) { return mendEnds(block, model); });
+        }
         for (const auto &[source, instances] : instancesBySource()) {
-            each(mRootedIn[source->getName().get_ptr()],
-                 [&, from = source, &all = instances](Block &block) { return addEnds(block, *from, all); });
+            const Value *name = source->getName().get_ptr();
+            Places &rooted = mRootedIn[name];
+            std::erase_if(rooted, [&](Place place) { return !startsIn(place, name); });
+            // Ends that are added start in the model that is closed.
+            for (const Place place : rooted) {
+                addEnds(place, instances);
+            }
         }
         for (const NodeValueRef &copy : mCopies) {
             note(*Node::from<Block>(copy));
@@ -327,7 +406,7 @@ std::vector<const Model *> FlattenedConstraints::close(Model &model) {
     }
     mCopies.clear();
     mSteps.clear();
-    return changed;
+    return std::exchange(mChangedModels, {});
 }
 
 /// The models with ends below them, in the order of their first instances.
@@ -350,30 +429,25 @@ FlattenedConstraints::instancesBySource() const {
 }
 
 void FlattenedConstraints::finish(const std::unordered_set<const Model *> &dissolved) {
-    for (const auto &[name, ends] : mRootedIn) {
-        for (const NodeValueRef &end : ends) {
-            if (Block *block = Node::from<Block>(end)) {
-                dropEnds(*block, dissolved);
+    for (const Model *model : deadOf(dissolved)) {
+        const Value *name = model->getName().get_ptr();
+        const auto rooted = mRootedIn.find(name);
+        for (std::size_t i = 0; rooted != mRootedIn.end() && i < rooted->second.size(); ++i) {
+            if (startsIn(rooted->second[i], name)) {
+                change(rooted->second[i], {});
             }
         }
     }
-}
-
-void FlattenedConstraints::dropEnds(Block &block, const std::unordered_set<const Model *> &dissolved) const {
-    const auto isGone = [&](const ValueRef &entry) {
-        const TupleValue *chain = chainOf(entry);
-        const Value *root = chain == nullptr || chain->size() == 0 ? nullptr : linkOf(chain->at(0)).first;
-        const Model *model =
-            root == nullptr ? nullptr : mDesign.getModel(PureValueRef(asTuple(chain->at(0).get_ptr())->at(0)));
-        return model != nullptr && dissolved.count(model) != 0 && model->getParentBlocks().empty() &&
-               model->findParam(A_SYNTH_OUTPUT_MODE) == nullptr;
-    };
-    for (const PointTable &table : kPointTables) {
-        std::vector<ValueRef> entries = elementsOf(block.findParam(*table.param));
-        if (std::erase_if(entries, isGone) != 0) {
-            block.setParam(*table.param, tupleOrNull(std::move(entries), mDesign.getContext()));
+    for (Table &table : mTables) {
+        if (table.changed) {
+            write(table);
         }
     }
+    mChanged.clear();
+    for (Model *root : mRoots) {
+        writeRecords(*root);
+    }
+    mRoots.clear();
 }
 
 } // namespace orvo::internal

@@ -34,9 +34,12 @@ class FlattenedConstraints {
     /// The ends of a block of the instance, as its copy has them; null for none.
     ValueRef carried(Block &copy, const ValueRef &entries, Instance instance);
     /// Gives the model the constraints of all that dissolved into it, and mends the chains that led through it. Returns
-    /// the models that have ends with such chains.
+    /// the models whose ends have changed; `write` is to be called before these are read.
     std::vector<const Model *> close(Model &model);
-    /// Takes away ends in instances below dissolved models that nothing instantiates any more.
+    /// Writes the changed ends of the blocks in a model, which else wait for the end.
+    void write(const Model &model);
+    /// Takes away ends in instances below dissolved models that nothing instantiates any more, and writes all that
+    /// waits.
     void finish(const std::unordered_set<const Model *> &dissolved);
 
   private:
@@ -57,35 +60,70 @@ class FlattenedConstraints {
         Instance instance = 0;
         const Block *lasting = nullptr;
     };
-    /// The block is told by its value, which outlives it.
-    using Ends = std::vector<NodeValueRef>;
+    /// Where the links of a chain lead: to a block that lasts, or to the last instance that dissolved.
+    struct Way {
+        /// The first link that was not taken.
+        std::size_t end;
+        Instance instance = 0;
+        const Block *lasting = nullptr;
+    };
+    /// The ends of a block some of which have a chain, as they are to be.
+    struct Table {
+        /// Outlives the block.
+        NodeValueRef block;
+        const StaticString *param;
+        /// Null for those that are gone.
+        std::vector<ValueRef> entries;
+        bool changed = false;
+    };
+    /// One entry of a table.
+    struct Place {
+        std::uint32_t table;
+        std::uint32_t entry;
+        bool operator==(const Place &other) const = default;
+    };
+    using Places = std::vector<Place>;
 
     static Link linkOf(const ValueRef &link);
     PureValueRef carriedChain(const ValueRef &chain, Instance instance) const;
     PureValueRef carriedId(const ValueRef &id, Instance instance) const;
     ValueRef carriedEntry(const TupleValue &entry, const PureValueRef &chain, Instance instance) const;
-    void number(const Model &source, Dissolved &instance);
+    void number(Model &source, Dissolved &instance);
     void note(Block &block);
-    std::size_t walk(const TupleValue &chain, std::size_t at, Instance from, const Block *&lasting) const;
+    void note(Place place);
+    const ValueRef &entryAt(Place place) const { return mTables[place.table].entries[place.entry]; }
+    bool startsIn(Place place, const Value *modelName) const;
+    void change(Place place, ValueRef entry);
+    void setChanged(std::uint32_t table);
+    void write(Table &table);
+    Way walk(const TupleValue &chain, std::size_t at, Instance from) const;
     PureValueRef shortened(const TupleValue &chain, std::size_t from, std::size_t to, const Block &lasting) const;
-    bool mendEnds(Block &block, const Model &model);
-    bool addEnds(Block &block, const Model &source, const std::vector<Instance> &instances);
-    void writeRecords(Model &model);
+    void mendEnd(Place place, const Model &model);
+    void addEnds(Place place, const std::vector<Instance> &instances);
+    void takeRecords(Model &model);
+    void writeRecords(Model &holder);
     std::vector<std::pair<const Model *, std::vector<Instance>>> instancesBySource() const;
-    void dropEnds(Block &block, const std::unordered_set<const Model *> &dissolved) const;
 
     Design &mDesign;
     bool mAny = false;
     std::int64_t mNextId = 0;
-    /// The blocks that have ends with a chain through a model, and those whose chain starts in it, by its name.
-    std::unordered_map<const Value *, Ends> mThrough;
-    std::unordered_map<const Value *, Ends> mRootedIn;
+    std::vector<Table> mTables;
+    /// The ends with a chain through a model, and those whose chain starts in it, by its name.
+    std::unordered_map<const Value *, Places> mThrough;
+    std::unordered_map<const Value *, Places> mRootedIn;
+    /// The tables that are to be written, by the model that they are in.
+    std::unordered_map<const Model *, std::vector<std::uint32_t>> mChanged;
+    /// The models that had a change since a model was closed last, in the order of the first.
+    std::vector<const Model *> mChangedModels;
+    /// Records on their way from other models to the roots of their schedules.
+    std::unordered_map<const Model *, std::vector<ValueRef>> mForRoot;
+    std::vector<Model *> mRoots;
 
     std::vector<Dissolved> mInstances;
     std::map<std::pair<Instance, Link>, Step> mSteps;
     std::vector<ValueRef> mRecords;
-    /// The copies of blocks that have ends with chains.
-    Ends mCopies;
+    /// The copies of blocks that have ends with chains, each once.
+    std::vector<NodeValueRef> mCopies;
 };
 
 } // namespace orvo::internal

@@ -10,6 +10,7 @@
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/design.h>
+#include <orvo/domaininfer.h>
 #include <orvo/logging.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
@@ -29,16 +30,38 @@ bool isPointTable(const PureValueRef &key) {
     return key == A_SCHEDULE_CONSTRAINT_PORTS || key == A_SCHEDULE_CONSTRAINT_WIRES;
 }
 
-Block *errorCorrectionSink(const Wire &wire) {
-    Block *sink = nullptr;
-    for (const Port &port : wire.ports()) {
-        Block &reader = port.getBlock();
-        if (reader.type() == A_ECC_SINK_BLOCK.get_ptr()) {
-            ORVO_ASSERT(sink == nullptr, "a signal has one error-correction sink");
-            sink = &reader;
-        }
+/// The element of an edge of a domain that tells its place: (block, `A_PORT_TAG` or `A_WIRE_TAG`, port or wire).
+const TupleValue *placeOf(const ValueRef &signpost) {
+    const TupleValue *parts = asTuple(signpost.get_ptr());
+    const TupleValue *place = parts == nullptr || parts->size() != 3 ? nullptr : asTuple(parts->at(2).get_ptr());
+    return place == nullptr || place->size() != 3 ? nullptr : place;
+}
+
+Block *blockAt(const ValueRef &signpost, const Model &model) {
+    const TupleValue *place = placeOf(signpost);
+    const PureValueRef name(place == nullptr ? ValueRef() : place->at(0));
+    return name ? model.getBlock(name) : nullptr;
+}
+
+/// Whether there is something at the place. A port that nothing drives is none.
+bool stands(const ValueRef &signpost, const Model &model) {
+    const Block *block = blockAt(signpost, model);
+    const PureValueRef key(block == nullptr ? ValueRef() : placeOf(signpost)->at(2));
+    return key &&
+           (placeOf(signpost)->at(1) == A_PORT_TAG ? block->getPort(key) != nullptr : block->getWire(key) != nullptr);
+}
+
+/// Whether the sink reads a source of error correction that nothing else reads.
+bool isPair(const Block &sink) {
+    if (sink.port_size() != 1) {
+        return false;
     }
-    return sink;
+    const Block &source = sink.port_begin()->peekWire()->getBlock();
+    std::size_t readers = 0;
+    for (const Wire &wire : source) {
+        readers += wire.port_size();
+    }
+    return source.type() == A_ECC_SRC_BLOCK.get_ptr() && readers == 1;
 }
 
 } // namespace
@@ -74,6 +97,7 @@ struct Flattener::Source {
     std::unordered_map<const Value *, std::uint32_t> outputs;
     std::unordered_map<const Block *, std::uint32_t> numbers;
     bool hasDomains = false;
+    std::unique_ptr<const FlattenedTags::Source> tags;
 
     void read(const Model &model) {
         hasDomains = model.findParam(A_SYNTH_SCHEDULE_DOMAINS) != nullptr;
@@ -132,13 +156,14 @@ struct Flattener::Source {
 
 Flattener::Flattener(Design &design, Predicate dissolves, std::unordered_set<const Model *> &dissolved)
     : mDesign(design), mDissolves(std::move(dissolves)), mDissolved(dissolved), mConstraints(design) {
-    findRecursiveModels();
+    readHierarchy();
 }
 
 Flattener::~Flattener() = default;
 
-// Dissolving other models neither makes nor breaks a ring.
-void Flattener::findRecursiveModels() {
+/// Finds the models that contain themselves: dissolving other models neither makes nor breaks a ring. All blocks are
+/// looked at here for all that wants to.
+void Flattener::readHierarchy() {
     std::vector<const Model *> models;
     std::unordered_map<const Model *, std::uint32_t> numbers;
     for (const Model &model : mDesign) {
@@ -149,6 +174,7 @@ void Flattener::findRecursiveModels() {
     for (const Model *model : models) {
         std::unordered_set<const Model *> below;
         for (const Block &block : *model) {
+            mTags.note(block);
             const Model *instantiated = instantiatedModel(block);
             if (instantiated != nullptr && below.insert(instantiated).second && numbers.count(instantiated) != 0) {
                 graph.addEdge(numbers.at(instantiated));
@@ -172,7 +198,9 @@ const Flattener::Source &Flattener::sourceOf(const Model &model) {
         known = std::make_unique<Source>();
         known->dissolves = mRecursive.count(&model) == 0 && mDissolves(model);
         if (known->dissolves) {
+            mConstraints.write(model);
             known->read(model);
+            known->tags = mTags.read(model);
         }
     }
     return *known;
@@ -180,6 +208,8 @@ const Flattener::Source &Flattener::sourceOf(const Model &model) {
 
 void Flattener::flatten(Model &model) {
     mModel = &model;
+    readSignposts();
+    mTags.open(model);
     for (Block &block : model) {
         if (block.type() == A_MODEL_BLOCK.get_ptr()) {
             mQueue.push_back({&block, {}, &model, block.getName()});
@@ -196,24 +226,40 @@ void Flattener::flatten(Model &model) {
             mConstraints.addLasting(*pending.block, pending.above, *pending.drawnIn, pending.drawnAs);
         }
     }
-    if (mDissolvedBlocks.empty()) {
-        mConstraints.close(model);
-        return;
-    }
+    mTags.close();
     moveReaders();
-    writeSignposts();
     for (const Model *changed : mConstraints.close(model)) {
-        mSources.erase(changed);
+        forget(*changed);
     }
-    cancelErrorCorrection();
-    deleteDissolved();
-    mSources.erase(&model);
+    if (!mDissolvedBlocks.empty()) {
+        deleteDissolved();
+        cancelErrorCorrection();
+        writeSignposts();
+        forget(model);
+    }
+    mSignposts.clear();
+    mOwnSignposts.clear();
+    mSignposted.clear();
+}
+
+/// What a model that stays holds is never asked.
+void Flattener::forget(const Model &model) {
+    const auto known = mSources.find(&model);
+    if (known != mSources.end() && known->second->dissolves) {
+        mSources.erase(known);
+    }
 }
 
 void Flattener::finish() { mConstraints.finish(mDissolved); }
 
 void Flattener::dissolve(const Pending &pending, Model &source, const Source &plan) {
     Block &block = *pending.block;
+    if (!mSignposted.empty() && mSignposted.erase(&block) != 0) {
+        log::msg(msg::error::DISALLOWED_SIGNPOST_ON_MODEL_BLOCK, log::p("refBlk", block.value()));
+    }
+    if (plan.tags != nullptr) {
+        mTags.add(block, source, *plan.tags);
+    }
     mWires.assign(plan.wireNames.size(), nullptr);
     for (std::size_t i = plan.firstInput; i < plan.wireNames.size(); ++i) {
         const Port *port = block.getPort(plan.wireNames[i]);
@@ -290,7 +336,19 @@ void Flattener::replaceOutputs(Block &block, const Source &plan) {
     }
 }
 
+void Flattener::readSignposts() {
+    mSignposts = elementsOf(mModel->findParam(A_SYNTH_SCHEDULE_DOMAINS));
+    for (const ValueRef &signpost : mSignposts) {
+        mOwnSignposts.push_back(stands(signpost, *mModel));
+        const Block *block = blockAt(signpost, *mModel);
+        if (block != nullptr && block->type() == A_MODEL_BLOCK.get_ptr()) {
+            mSignposted.insert(block);
+        }
+    }
+}
+
 void Flattener::takeSignposts(const Model &source, const Source &plan) {
+    Context *context = mDesign.getContext();
     const DomainInference::ParsedDomains parsed = DomainInference::parseScheduledDomainsParameter(source);
     for (const auto *list : {&parsed.begins, &parsed.ends}) {
         for (const DomainInference::SignpostInfo &info : *list) {
@@ -301,9 +359,19 @@ void Flattener::takeSignposts(const Model &source, const Source &plan) {
             const auto number = plan.numbers.find(block);
             if (number == plan.numbers.end()) {
                 log::msg(msg::error::FLATTENING_DOMAIN_INPUTOUTPUT, log::p("srcModel", source.value()));
-            } else {
-                mSignposts.push_back({info, mCopies[number->second]});
+                continue;
             }
+            const Block &copy = *mCopies[number->second];
+            if (plan.blocks[number->second].isModelBlock) {
+                mSignposted.insert(&copy);
+            }
+            const bool ends = info.kind == DomainInference::SIGNPOST_END;
+            const Port *port = info.point.port();
+            const PureValueRef key = port != nullptr ? port->getName() : info.point.wire()->getName();
+            mSignposts.push_back(TupleValue::get(
+                PureValueRef(ends ? A_SCHEDULE_DOMAIN_END : A_SCHEDULE_DOMAIN_BEGIN), info.domain,
+                TupleValue::get(copy.getName(), PureValueRef(port != nullptr ? A_PORT_TAG : A_WIRE_TAG), key, context),
+                context));
         }
     }
 }
@@ -338,55 +406,40 @@ void Flattener::moveReaders() {
         if (lasting == nullptr) {
             continue;
         }
-        if (Block *sink = errorCorrectionSink(*wire)) {
-            mErrorCorrection.emplace_back(sink, lasting);
-        } else {
-            wire->replace(*lasting);
+        for (const Port &port : wire->ports()) {
+            if (port.getBlock().type() == A_ECC_SINK_BLOCK.get_ptr()) {
+                mErrorCorrection.push_back(&port.getBlock());
+            }
         }
+        wire->replace(*lasting);
     }
 }
 
-/// An edge of a domain at a port that nothing drives any more marks nothing.
+/// An edge at a block that dissolved, or at a port that nothing drives any more, marks nothing.
 void Flattener::writeSignposts() {
-    Context *context = mDesign.getContext();
-    std::vector<ValueRef> entries = elementsOf(mModel->findParam(A_SYNTH_SCHEDULE_DOMAINS));
-    const std::size_t old = entries.size();
-    for (const Signpost &signpost : mSignposts) {
-        const DomainPoint &point = signpost.info.point;
-        const Port *port = point.port();
-        if (port != nullptr && signpost.copy->getPort(port->getName()) == nullptr) {
-            continue;
+    std::vector<ValueRef> entries;
+    for (std::size_t i = 0; i < mSignposts.size(); ++i) {
+        // What was wrong before is for others to report.
+        const bool wasWrong = i < mOwnSignposts.size() && !mOwnSignposts[i];
+        if (wasWrong || stands(mSignposts[i], *mModel)) {
+            entries.push_back(mSignposts[i]);
         }
-        const PureValueRef key = port != nullptr ? port->getName() : point.wire()->getName();
-        const bool ends = signpost.info.kind == DomainInference::SIGNPOST_END;
-        entries.push_back(
-            TupleValue::get(PureValueRef(ends ? A_SCHEDULE_DOMAIN_END : A_SCHEDULE_DOMAIN_BEGIN), signpost.info.domain,
-                            TupleValue::get(signpost.copy->getName(),
-                                            PureValueRef(port != nullptr ? A_PORT_TAG : A_WIRE_TAG), key, context),
-                            context));
     }
-    if (entries.size() != old) {
-        mModel->setParam(A_SYNTH_SCHEDULE_DOMAINS, TupleValue::get(std::move(entries), context));
+    if (mSignposts.size() != mOwnSignposts.size() || entries.size() != mSignposts.size()) {
+        mModel->setParam(A_SYNTH_SCHEDULE_DOMAINS,
+                         entries.empty() ? ValueRef()
+                                         : ValueRef(TupleValue::get(std::move(entries), mDesign.getContext())));
     }
-    mSignposts.clear();
 }
 
-/// Both blocks only carry a signal across an edge that is gone.
+/// Both blocks of a pair only carry a signal across an edge that is gone.
 void Flattener::cancelErrorCorrection() {
-    const PureValueRef input = NumberValue::get(0, mDesign.getContext());
-    std::vector<Block *> pair;
-    std::unordered_set<const Block *> known;
-    for (const auto &[sink, wire] : mErrorCorrection) {
-        Block &source = wire->getBlock();
-        ORVO_ASSERT(source.type() == A_ECC_SRC_BLOCK.get_ptr(), "an error-correction sink reads its source");
-        ORVO_ASSERT(sink->port_size() == 1, "an error-correction sink has one input");
-        ORVO_ASSERT(known.insert(&source).second && known.insert(sink).second, "error correction comes in pairs");
-        pair.push_back(&source);
-        pair.push_back(sink);
-        sink->setParam(input, nullptr);
-    }
-    for (Block *block : pair) {
-        delete block;
+    for (Block *sink : mErrorCorrection) {
+        if (isPair(*sink)) {
+            Block &source = sink->port_begin()->peekWire()->getBlock();
+            delete sink;
+            delete &source;
+        }
     }
     mErrorCorrection.clear();
 }

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "orvo/flattenconstraints.h"
+#include "orvo/flattentags.h"
 
-#include <orvo/domaininfer.h>
 #include <orvo/model.h>
 
 #include <deque>
@@ -48,19 +48,17 @@ class Flattener {
         Wire *by = nullptr;
         bool onTheWay = false;
     };
-    struct Signpost {
-        const DomainInference::SignpostInfo info;
-        const Block *copy;
-    };
 
-    void findRecursiveModels();
+    void readHierarchy();
     const Source &sourceOf(const Model &model);
+    void forget(const Model &model);
     void dissolve(const Pending &pending, Model &source, const Source &plan);
     void copyBlocks(const Source &plan);
     void connect(const Source &plan, FlattenedConstraints::Instance instance);
     void carryMetadata(Block &block);
     void queueCopies(const Source &plan, const Model &source, FlattenedConstraints::Instance instance);
     void replaceOutputs(Block &block, const Source &plan);
+    void readSignposts();
     void takeSignposts(const Model &source, const Source &plan);
 
     Wire *lastingWire(Wire *wire);
@@ -75,6 +73,7 @@ class Flattener {
     std::unordered_set<const Model *> mRecursive;
     std::unordered_map<const Model *, std::unique_ptr<Source>> mSources;
     FlattenedConstraints mConstraints;
+    FlattenedTags mTags;
 
     /// While one model is flattened.
     Model *mModel = nullptr;
@@ -82,9 +81,15 @@ class Flattener {
     std::vector<Block *> mDissolvedBlocks;
     std::unordered_map<const Wire *, Replacement> mReplacements;
     std::vector<Wire *> mReplacedWires;
-    std::vector<Signpost> mSignposts;
-    /// The error-correction sinks at wires that dissolved, with what drives them now.
-    std::vector<std::pair<Block *, Wire *>> mErrorCorrection;
+    /// The edges of domains, as the model's parameter is to have them. Blocks are named there, and may be gone before
+    /// the parameter is written.
+    std::vector<ValueRef> mSignposts;
+    /// Which of the model's own edges stood at a block when it was still as drawn.
+    std::vector<bool> mOwnSignposts;
+    /// The model blocks at which edges stand.
+    std::unordered_set<const Block *> mSignposted;
+    /// The error-correction sinks that read wires which dissolved.
+    std::vector<Block *> mErrorCorrection;
 
     /// While one instance is dissolved: what stands for the source's blocks and wires, by their numbers.
     std::vector<Block *> mCopies;

@@ -14,7 +14,8 @@ namespace orvo {
 
 ORVO_DEFINE_PASS(FlattenEverythingPass,
                  "Dissolves every sub-model but folding kernels and the models of a bus: its blocks take the place of "
-                 "each block that instantiates it, and carry that block's metadata.")
+                 "each block that instantiates it, and carry that block's metadata. Gotos and Froms are copied as "
+                 "they are, so that ElideFromGotoPass is to run first: a warning tells of tags that others see then.")
 
 void FlattenEverythingPass::apply(PassContext &context) {
     mDissolved.clear();

@@ -12,7 +12,9 @@ namespace orvo {
 ///     top: in -> (f neg) -> out
 /// A copy is named by the tuple of its model's name and its own. It carries the metadata of the model block beside its
 /// own; signposts of domains and latency constraints come along. The dissolved models stay in the design. A subclass
-/// says which models receive blocks and which dissolve; a model that contains itself never does.
+/// says which models receive blocks and which dissolve; a model that contains itself never does. Gotos and Froms are
+/// copied as they are, so that ElideFromGotoPass is to run first: tags of several instances meet in one model, which
+/// is warned of once for a dissolved model.
 class FlattenEverythingPass : public Pass {
     ORVO_PASS(FlattenEverythingPass)
     void apply(PassContext &context) override;

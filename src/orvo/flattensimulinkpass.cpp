@@ -10,6 +10,8 @@
 #include <orvo/wire.h>
 
 #include <algorithm>
+#include <array>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -52,25 +54,57 @@ const Start *startAt(const Block &block) {
     return found == std::end(kStarts) ? nullptr : found;
 }
 
-/// The first block between this one and what it should reach; null if there is none.
-const Block *intervening(const Block &block, const Start &start) {
-    FindInterveningBlocks trace(start.expectChannel, start.forward);
-    if (start.forward) {
-        for (const Wire &wire : block) {
-            trace.traceForward(wire);
+/// Finds the blocks that intervene in a model. What was found out stays for later traces of the same kind, so that all
+/// traces together look at each connection once where nothing intervenes.
+class Edges {
+  public:
+    /// The first block between this one and what it should reach; null if there is none.
+    const Block *intervening(const Block &block, const Start &start) {
+        Known &known = mKnown[(start.expectChannel ? 2 : 0) + (start.forward ? 1 : 0)];
+        const Block *between = nullptr;
+        if (start.forward) {
+            for (auto wire = block.begin(); between == nullptr && wire != block.end(); ++wire) {
+                between = known.look(*wire, start, [&](FindInterveningBlocks &trace) { trace.traceForward(*wire); });
+            }
+        } else {
+            for (const Port &port : block.ports()) {
+                between = known.look(*port.peekWire(), start,
+                                     [&](FindInterveningBlocks &trace) { trace.traceBackward(port); });
+                if (between != nullptr) {
+                    break;
+                }
+            }
         }
-    } else {
-        for (const Port &port : block.ports()) {
-            trace.traceBackward(port);
-        }
+        return between;
     }
-    return trace.block_size() == 0 ? nullptr : *trace.block_begin();
-}
+
+  private:
+    struct Known {
+        std::unordered_map<const Wire *, const Block *> first;
+        std::unordered_set<const Block *> clear;
+
+        template <class Run> const Block *look(const Wire &wire, const Start &start, Run run) {
+            const auto [found, isNew] = first.try_emplace(&wire, nullptr);
+            if (isNew) {
+                FindInterveningBlocks trace(start.expectChannel, start.forward, &clear);
+                run(trace);
+                if (trace.block_size() != 0) {
+                    found->second = *trace.block_begin();
+                } else {
+                    clear.insert(trace.passed().begin(), trace.passed().end());
+                }
+            }
+            return found->second;
+        }
+    };
+    std::array<Known, 4> mKnown;
+};
 
 void checkEdges(const Model &model) {
+    Edges edges;
     for (const Block &block : model) {
         const Start *start = startAt(block);
-        const Block *between = start == nullptr ? nullptr : intervening(block, *start);
+        const Block *between = start == nullptr ? nullptr : edges.intervening(block, *start);
         if (between == nullptr) {
             continue;
         }
@@ -92,8 +126,9 @@ bool mayHoldInterfaceBlocks(const Model &model) {
 
 } // namespace
 
-FindInterveningBlocks::FindInterveningBlocks(bool findChannel, bool goForward)
-    : expectChannel(findChannel), forward(goForward) {
+FindInterveningBlocks::FindInterveningBlocks(bool findChannel, bool goForward,
+                                             const std::unordered_set<const Block *> *clear)
+    : expectChannel(findChannel), forward(goForward), mClear(clear) {
     traceInputOutputBlocks(true);
 }
 
@@ -109,7 +144,15 @@ TraceAction FindInterveningBlocks::keep(const Block &block, const RefChain &) {
     const bool transparent =
         std::any_of(std::begin(kTransparent), std::end(kTransparent),
                     [&block](const StaticString *type) { return type->get_ptr() == block.type(); });
-    return transparent ? TRACE_PASS : isExpectedEnd(block) ? TRACE_STOP : TRACE_KEEP_STOP;
+    if (!transparent) {
+        return isExpectedEnd(block) ? TRACE_STOP : TRACE_KEEP_STOP;
+    }
+    // The first is all that is told of.
+    if (block_size() != 0 || (mClear != nullptr && mClear->count(&block) != 0)) {
+        return TRACE_STOP;
+    }
+    mPassed.push_back(&block);
+    return TRACE_PASS;
 }
 
 bool FlattenSimulinkPass::dstPredicate(const Model &model, PassContext &) {

@@ -5,6 +5,9 @@
 
 #include <orvo/connectiontrace.h>
 
+#include <unordered_set>
+#include <vector>
+
 namespace orvo {
 
 /// Dissolves scheduled subsystems of a drawing into the scheduled subsystem around them, but for those that are
@@ -19,20 +22,25 @@ class FlattenSimulinkPass final : public FlattenEverythingPass {
     void validateSubsystemNesting(const Design &design, PassContext &context) override;
 };
 
-/// Records the blocks that stand between the pins of a model and its interface blocks, looking through those that only
-/// pack and unpack signals.
+/// Records the first block that stands between the pins of a model and its interface blocks, looking through those that
+/// only pack and unpack signals. Several traces may share what they know of blocks behind which nothing stands.
 class FindInterveningBlocks final : public ConnectionTrace {
   public:
-    /// From pins to channel and signal blocks, or else from these to pins; with the flow of data or against it.
-    FindInterveningBlocks(bool expectChannel, bool forward);
+    /// From pins to channel and signal blocks, or else from these to pins; with the flow of data or against it. Blocks
+    /// of `clear` are not looked through again.
+    FindInterveningBlocks(bool expectChannel, bool forward, const std::unordered_set<const Block *> *clear = nullptr);
     using ConnectionTrace::keep;
     TraceAction keep(const Block &block, const RefChain &refChain) override;
+    /// The blocks that the trace looked through.
+    const std::vector<const Block *> &passed() const { return mPassed; }
 
   private:
     bool isExpectedEnd(const Block &block) const;
 
     bool expectChannel;
     bool forward;
+    const std::unordered_set<const Block *> *mClear;
+    std::vector<const Block *> mPassed;
 };
 
 } // namespace orvo
