@@ -65,6 +65,10 @@ template <class Visit> bool BlockAnnotation::anyOutput(const Node &node, const V
         if (visit(reader, isNewConnection(wire, reader) ? kGraphStateNew : kGraphStatePresent)) {
             return true;
         }
+        // Whose place it took at once read the same, and is not written down.
+        if (reader.mSettled != 0 && reader.bornSince(mNumber) && visit(reader, kGraphStateGone)) {
+            return true;
+        }
     }
     return false;
 }
