@@ -188,10 +188,11 @@ void BlockAnnotation::getForkAndMergeNodes(const TransferList &list, NodeSet &fo
                 if (stateOf(node) != kGraphStatePresent || !seen.insert(&node)) {
                     continue;
                 }
+                // A wire that stood before keeps its driver, so that only blocks merge.
                 if (node.getType() == NodeType::Dummy || isFork(node)) {
                     forks.insert(&node);
                 }
-                if (isMerge(node)) {
+                if (node.getType() == NodeType::Block && isMerge(node)) {
                     merges.insert(&node);
                 }
             }
@@ -248,10 +249,9 @@ void BlockAnnotation::transferMetadata(const TransferList &list, const NodeSet &
             continue;
         }
         bool bypass = false;
-        for (const NodeRange &side : {group.forkSide, group.mergeSide}) {
-            for (std::size_t i = side.first; i < side.last && !bypass; ++i) {
-                bypass = bypasses(*list.nodes[i]);
-            }
+        // What a block of the merge side drives is a wire, and no merge.
+        for (std::size_t i = group.forkSide.first; i < group.forkSide.last && !bypass; ++i) {
+            bypass = bypasses(*list.nodes[i]);
         }
         if (bypass) {
             anyOf(group.forkSide, give);
