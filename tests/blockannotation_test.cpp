@@ -279,6 +279,28 @@ TEST_F(SectionTest, takesDeadMergesOutOfTheRefinedGraph) {
     EXPECT_TRUE(wire.mRedirected);
 }
 
+TEST_F(SectionTest, countsAWireThatCameAndWentAmongTheOutputsUnlessRefined) {
+    for (const bool refines : {false, true}) {
+        listener().push();
+        Block &old = make("old");
+        wireOf(old);
+        listener().push();
+        wireOf(old).replace(wireOf(make("heir")));
+        Wire &more = *Wire::create(old, "more");
+        nodeOf(more);
+        delete &more;
+        Block &dead = make("dead");
+        dead.setParam(A_METADATA, value("(y)"));
+        delete &dead;
+        util::SetFeatureBoolean("refineMetadataGraph", refines);
+        section().apply();
+        util::SetFeatureBoolean("refineMetadataGraph", false);
+        EXPECT_EQ(section().isFork(nodeOf(old)), !refines);
+        listener().pop();
+        listener().pop();
+    }
+}
+
 TEST_F(SectionTest, forgetsEverythingWithTheOutermostSection) {
     Block &made = make("made");
     listener().pop();

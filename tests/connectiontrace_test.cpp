@@ -326,5 +326,34 @@ TEST_F(SimpleWalk, endsInARing) {
     EXPECT_EQ(ends(*pin.getWire(value("0")), TRACE_THROUGH_ALL), "sink1 sink2 ");
 }
 
+TEST_F(Trace, entersAModelThatInstantiatesItselfOnce) {
+    Block &again = *Block::create(below, "again");
+    again.setParam(A_BLOCK_TYPE, A_MODEL_BLOCK);
+    again.setParam(A_MODEL_NODE, below);
+    wire(again, "y");
+    again.setParam(value("x"), *in.getWire(value("x")));
+    out.setParam(value("y"), *again.getWire(value("y")));
+    ConnectionTrace forward;
+    forward.traceForward(*a.getWire(value("w")));
+    EXPECT_EQ(found(forward), "call d again");
+    ConnectionTrace backward;
+    backward.traceBackward(*b.port_begin());
+    EXPECT_EQ(found(backward), "call again");
+}
+
+TEST_F(Trace, entersNoModelThatStandsAroundItAtAnyLevel) {
+    Block &again = *Block::create(below, "again");
+    again.setParam(A_BLOCK_TYPE, A_MODEL_BLOCK);
+    again.setParam(A_MODEL_NODE, top);
+    again.setParam(value("x"), *in.getWire(value("x")));
+    Block &edge = *Block::create(top, "edge");
+    edge.setParam(A_BLOCK_TYPE, A_INPUT_BLOCK);
+    wire(edge, "x");
+    call.setParam(value("x"), *edge.getWire(value("x")));
+    ConnectionTrace trace;
+    trace.traceForward(*edge.getWire(value("x")));
+    EXPECT_EQ(found(trace), "call d again b c");
+}
+
 } // namespace
 } // namespace orvo

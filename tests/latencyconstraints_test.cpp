@@ -226,5 +226,37 @@ TEST_F(Checkpoint, isForAModelAndWhatIsBelowIt) {
     LatencyConstraintsCheckpoint(nullptr).restore();
 }
 
+TEST_F(Checkpoint, clearsTheEndsOfBlocksThatWereMadeSince) {
+    const LatencyConstraintsCheckpoint checkpoint(&top);
+    Block &made = marker(top, "made", A_SIGNAL_OUT_BLOCK);
+    LatencyConstraintCreator(design).from(wire(in)).to(port(made)).equal(1).end();
+    checkpoint.restore();
+    EXPECT_EQ(ports(made), "");
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+}
+
+TEST_F(Checkpoint, putsBackTheRecordsThatStandAtTheRootOfTheSchedule) {
+    below.setParam(A_SYNTH_ROOT_SCHEDULE_MODEL, top);
+    const LatencyConstraintsCheckpoint checkpoint(&below);
+    const std::string before = records(top);
+    LatencyConstraintCreator(design).from(wire(innerIn)).to(port(innerOut)).equal(1).end();
+    EXPECT_NE(records(top), before);
+    checkpoint.restore();
+    EXPECT_EQ(records(top), before);
+}
+
+TEST_F(Creator, givesNoIdTwiceWhereNumbersRunOut) {
+    for (const long count : {1000000000000000L, 999999999999999L, 999999999999998L}) {
+        top.setParam(A_SYNTH_SCHEDULE_CONSTRAINTS, nullptr);
+        in.setParam(A_SCHEDULE_CONSTRAINT_WIRES, nullptr);
+        out.setParam(A_SCHEDULE_CONSTRAINT_PORTS, nullptr);
+        top.setParam(A_SCHEDULE_CONSTRAINT_COUNT, NumberValue::get(count, mgr.context()));
+        for (int i = 0; i < 5; ++i) {
+            LatencyConstraintCreator(design).from(wire(in)).to(port(out)).equal(1).end();
+        }
+        EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design)) << count << ": " << records(top);
+    }
+}
+
 } // namespace
 } // namespace orvo

@@ -279,6 +279,30 @@ TEST_F(BoundaryUnrollMappingTest, outlivesADesignAndIsOutlivedByOne) {
     delete kept;
 }
 
+TEST_F(UnrollMappingsTest, composeToNothingWhereThePortHasComeApartAlready) {
+    UnrollMappings earlier;
+    earlier.addMapping(value("p"), lane(0), value("q"));
+    UnrollMappings inner;
+    inner.addMapping(value("p"), lane(0) << part(RealOrImaginary::Real), value("r"));
+    EXPECT_FALSE((earlier << inner).valid());
+    UnrollMappings same;
+    same.addMapping(value("p"), lane(0), value("r"));
+    EXPECT_FALSE((earlier << same).valid());
+    UnrollMappings renamed;
+    renamed.addMapping(value("p"), lane(0), value("p"));
+    EXPECT_TRUE((renamed << same).valid()) << "the port is there under its old name";
+}
+
+TEST_F(UnrollMappingsTest, composeToNothingWhereAPartStandsBesideItsOwnParts) {
+    UnrollMappings odd;
+    odd.addMapping(value("p"), lane(0), value("q"));
+    odd.addMapping(value("p"), lane(0) << part(RealOrImaginary::Real), value("s"));
+    UnrollMappings parts;
+    parts.addMapping(value("q"), part(RealOrImaginary::Real), value("t"));
+    EXPECT_FALSE((odd << parts).valid());
+    EXPECT_FALSE((UnrollMappings() << odd).valid());
+}
+
 TEST_F(BoundaryUnrollMappingTest, standsInTheStateOfARun) {
     const PassContext::PassMap passes;
     const PassContext::ParamsMap params;

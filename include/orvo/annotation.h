@@ -99,8 +99,8 @@ class ORVO_API TransferMetadataListener {
     /// Ends the innermost section and transfers its metadata. A section must be open.
     void pop();
     std::size_t openSections() const { return mSections.size(); }
-    /// Every block that takes another's place in the innermost section gets this entry, too. A section must be open; to
-    /// be told before the first edit.
+    /// Every block that takes another's place in the innermost section gets this entry, too, also one that has done so
+    /// already. A section must be open.
     void addMetadata(const PureValueRef &entry);
     /// The innermost section. A section must be open.
     BlockAnnotation &section();
@@ -116,6 +116,8 @@ class ORVO_API TransferMetadataListener {
     void onWireDying(Wire &wire);
     void onWireDriven(const Block &block, const Wire &wire, GraphState state);
     void onBlockDriven(const Wire &wire, const Block &block, GraphState state);
+    /// The wire was replaced just now, and nobody read it.
+    void onReplacedUnread(const Wire &wire, const Wire &heir);
     /// The block, of which something is recorded, is about to get other metadata.
     void onMetadataChanging(const Block &block);
 

@@ -88,7 +88,9 @@ class ORVO_API LatencyConstraintsCheckpoint {
         NodeValueRef node;
         std::array<ValueRef, 2> values;
     };
+    /// The model and those below it, and behind them others that hold their records.
     std::vector<Saved> mModels;
+    std::size_t mBelow = 0;
     std::vector<Saved> mBlocks;
 };
 

@@ -45,8 +45,8 @@ class ORVO_API OrvoUtils {
     /// The model that holds the constraints of this one: the root of its schedule, or itself.
     static Model *getModelDefiningContraints(Model &model);
     static const Model *getModelDefiningContraints(const Model &model);
-    /// Whether a chain as it is written on the netlist, pairs of model and block names from the root down, is this one.
-    /// `A_TRUE` is every chain.
+    /// Whether a chain as it is written on the netlist, pairs of model and block names from the root down, is this one,
+    /// which has at least one element.
     static bool matchesRefChain(const PureValueRef &chain, const RefChain &refChain);
     /// Whether a pair of `A_MODEL_TAG` and a name means this model, or one of `A_REFCHAIN_TAG` and a chain this chain.
     static bool matchesModelOrRefChain(const PureValueRef &value, const Model &model, const RefChain &refChain);

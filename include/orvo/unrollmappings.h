@@ -41,7 +41,7 @@ class ORVO_API UnrollMappings {
     bool isMappedName(const PureValueRef &name) const { return mMappedNames.count(name) != 0; }
 
     /// This unrolling, and behind it `later`, which names the ports as this one leaves them: the two as one. Invalid if
-    /// either is.
+    /// either is or could not be read back, and if `later` maps a port that this one has taken away.
     UnrollMappings operator<<(const UnrollMappings &later) const;
 
     /// Null if invalid.

@@ -7,6 +7,7 @@
 #include <orvo/block.h>
 #include <orvo/design.h>
 #include <orvo/logging.h>
+#include <orvo/port.h>
 #include <orvo/staticstrings.h>
 #include <util/profiling.h>
 
@@ -98,6 +99,18 @@ std::size_t MetadataManipulator::size() const {
 
 // --- the listener
 
+namespace {
+
+/// Whether the block reads the wire; of a block with many ports, this is not looked for.
+bool mayRead(const Block &block, const Wire &wire) {
+    constexpr std::size_t kMostPortsToSearch = 64;
+    return block.port_size() > kMostPortsToSearch ||
+           std::any_of(block.port_begin(), block.port_end(),
+                       [&](const Port &port) { return port.peekWire() == &wire; });
+}
+
+} // namespace
+
 template <class Action> void TransferMetadataListener::eachHook(Action action) {
     using Listener = TransferMetadataListener;
     EventManager &events = mDesign.events();
@@ -139,7 +152,7 @@ void TransferMetadataListener::pop() {
     // What happened in the section stays in the log, and with it in the section around it.
     mLog->resume(mSections.empty() ? 0 : mSections.back()->number());
     if (mSections.empty()) {
-        mPending->setSettling(true);
+        mPending->endWatch();
     }
 }
 
@@ -151,6 +164,8 @@ BlockAnnotation &TransferMetadataListener::section() {
 
 void TransferMetadataListener::addMetadata(const PureValueRef &entry) {
     section().addMetadata(entry);
+    // What was settled got only the metadata of its own.
+    mLog->recallAll();
     mPending->setSettling(false);
     mDesign.mHasCarriedMetadata = true;
 }
@@ -216,6 +231,13 @@ void TransferMetadataListener::onBlockDriven(const Wire &wire, const Block &bloc
         mPending->onDisconnected(wire, block, mDesign.mOpenedPort, mDesign.editCount());
     } else if (mDesign.mConnecting) {
         mPending->onConnected(wire, block, mDesign.editCount());
+    }
+}
+
+void TransferMetadataListener::onReplacedUnread(const Wire &wire, const Wire &heir) {
+    // What the block itself reads took nobody's place.
+    if (recording() && !mayRead(wire.getBlock(), heir)) {
+        mPending->onReplacedUnread(wire, heir);
     }
 }
 

@@ -65,6 +65,10 @@ template <class Visit> bool BlockAnnotation::anyOutput(const Node &node, const V
         if (visit(reader, isNewConnection(wire, reader) ? kGraphStateNew : kGraphStatePresent)) {
             return true;
         }
+        // Whose place it took at once read the same, and is not written down.
+        if (reader.mSettled != 0 && reader.bornSince(mNumber) && visit(reader, kGraphStateGone)) {
+            return true;
+        }
     }
     return false;
 }
@@ -184,10 +188,11 @@ void BlockAnnotation::getForkAndMergeNodes(const TransferList &list, NodeSet &fo
                 if (stateOf(node) != kGraphStatePresent || !seen.insert(&node)) {
                     continue;
                 }
+                // A wire that stood before keeps its driver, so that only blocks merge.
                 if (node.getType() == NodeType::Dummy || isFork(node)) {
                     forks.insert(&node);
                 }
-                if (isMerge(node)) {
+                if (node.getType() == NodeType::Block && isMerge(node)) {
                     merges.insert(&node);
                 }
             }
@@ -244,10 +249,9 @@ void BlockAnnotation::transferMetadata(const TransferList &list, const NodeSet &
             continue;
         }
         bool bypass = false;
-        for (const NodeRange &side : {group.forkSide, group.mergeSide}) {
-            for (std::size_t i = side.first; i < side.last && !bypass; ++i) {
-                bypass = bypasses(*list.nodes[i]);
-            }
+        // What a block of the merge side drives is a wire, and no merge.
+        for (std::size_t i = group.forkSide.first; i < group.forkSide.last && !bypass; ++i) {
+            bypass = bypasses(*list.nodes[i]);
         }
         if (bypass) {
             anyOf(group.forkSide, give);

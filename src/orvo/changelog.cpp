@@ -4,6 +4,7 @@
 #include <orvo/staticstrings.h>
 
 #include <algorithm>
+#include <iterator>
 
 namespace orvo {
 
@@ -72,10 +73,11 @@ namespace internal {
 
 namespace {
 
-/// Of a block with few ports; none of others.
+/// A block of more ports is taken to read none of what its readers are moved to.
+constexpr std::size_t kMostPortsToCount = 64;
+
 std::ptrdiff_t countReads(const Block &block, const Wire &wire) {
-    constexpr std::size_t kFew = 64;
-    if (block.port_size() > kFew) {
+    if (block.port_size() > kMostPortsToCount) {
         return 0;
     }
     return std::count_if(block.port_begin(), block.port_end(),
@@ -97,19 +99,28 @@ std::vector<const Wire *> inputsOf(const Block &block, const Port *fresh) {
 
 std::uint32_t ChangeLog::open() {
     mSection = ++mLastSection;
-    mOpenSections.push_back(mSection);
+    mOpenSections.push_back({mSection, mSettled.size(), mDeaths.size(), {}});
     return mSection;
 }
 
 void ChangeLog::close() {
-    const auto isOfThis = [&](const Recalled &recalled) { return recalled.section == mSection; };
-    for (const Recalled &recalled : mRecalled) {
-        if (isOfThis(recalled)) {
-            mDeaths.push_back(recalled.dead);
-            --mSettledDeaths;
+    const std::vector<NodeBlock *> recalled = std::move(mOpenSections.back().recalled);
+    if (recalled.empty()) {
+        return;
+    }
+    mDeaths.insert(mDeaths.end(), recalled.begin(), recalled.end());
+    mSettledDeaths -= static_cast<std::uint32_t>(recalled.size());
+    // The earlier of two deaths has the first claim on what serves both heirs.
+    std::stable_sort(mDeaths.begin() + static_cast<std::ptrdiff_t>(mOpenSections.back().firstDeath), mDeaths.end(),
+                     [](const NodeBlock *a, const NodeBlock *b) { return a->mDeathEpoch < b->mDeathEpoch; });
+}
+
+void ChangeLog::recallAll() {
+    for (std::uint32_t number = mOpenSections.back().firstSettled + 1; number <= mSettled.size(); ++number) {
+        if (const Block *heir = mSettled.at(number).heir; heir != nullptr) {
+            recall(*heir);
         }
     }
-    mRecalled.erase(std::remove_if(mRecalled.begin(), mRecalled.end(), isOfThis), mRecalled.end());
 }
 
 void ChangeLog::resume(std::uint32_t section) {
@@ -123,7 +134,6 @@ void ChangeLog::resume(std::uint32_t section) {
         mSettledDeaths = 0;
         mHasBirths = false;
         std::vector<NodeBlock *>().swap(mDeaths);
-        std::vector<Recalled>().swap(mRecalled);
         std::vector<OpenedPort>().swap(mOpened);
     }
 }
@@ -162,7 +172,7 @@ NodeBlock &ChangeLog::node(const Block &block) {
     if (made.mSettled != 0) {
         const Settled &settled = mSettled.at(made.mSettled);
         made.mBorn = settled.section;
-        made.mTookOver = settled.hadReaders ? settled.section : 0;
+        made.mTookOver = settled.section;
         made.mBirthEpoch = settled.birthEpoch;
         for (const Wire &wire : block) {
             node(wire).mBorn = settled.section;
@@ -216,7 +226,8 @@ void ChangeLog::recall(const Block &heir) {
 
 void ChangeLog::recall(const Block &heir, const std::vector<const Wire *> &inputs) {
     NodeBlock &taker = node(heir);
-    const Settled &settled = mSettled.at(taker.mSettled);
+    Settled &settled = mSettled.at(taker.mSettled);
+    settled.heir = nullptr;
     taker.mSettled = 0;
     NodeBlock &dead = mBlocks.make(nullptr);
     NodeWire &output = mWires.make(nullptr, &dead);
@@ -227,16 +238,21 @@ void ChangeLog::recall(const Block &heir, const std::vector<const Wire *> &input
     // Who its readers were is of no more interest, only where they were moved.
     if (settled.hadReaders) {
         addDisconnection(output, dead, taker.mWires);
+    } else if (taker.mWires != nullptr) {
+        setUnreadHeir(output, *taker.mWires, settled.section);
     }
     for (const Wire *input : inputs) {
         addDisconnection(node(*input), dead, nullptr);
     }
-    const bool open = std::find(mOpenSections.begin(), mOpenSections.end(), settled.section) != mOpenSections.end();
+    // The innermost of the open sections that saw the death. One that has closed has handed the metadata on.
+    OpenSection &section = *std::prev(
+        std::upper_bound(mOpenSections.begin(), mOpenSections.end(), settled.section,
+                         [](std::uint32_t number, const OpenSection &open) { return number < open.number; }));
     // The metadata that the block got stand with it, for this comes before any change of them.
-    if (settled.gaveMetadata && open) {
+    if (settled.gaveMetadata && section.number == settled.section) {
         dead.keepMetadata(metadataOf(heir));
-        mRecalled.push_back({&dead, settled.section});
     }
+    section.recalled.push_back(&dead);
 }
 
 void ChangeLog::onBirth(const Block &block) {
@@ -263,6 +279,20 @@ void ChangeLog::onDying(const Block &block) {
 void ChangeLog::onDying(const Wire &wire) { node(wire).mAlive = false; }
 
 void ChangeLog::onReplaced(const Wire &wire) { node(wire).mReplaced = true; }
+
+void ChangeLog::onReplacedUnread(const Wire &wire, const Wire &heir) {
+    NodeWire &gone = node(wire);
+    NodeWire &taker = node(heir);
+    setUnreadHeir(gone, taker, mSection);
+    taker.mTookOver = mSection;
+    taker.mOwner->mTookFrom = gone.mOwner;
+    taker.mOwner->mTookOver = mSection;
+}
+
+void ChangeLog::setUnreadHeir(NodeWire &wire, NodeWire &heir, std::uint32_t section) {
+    wire.mUnreadHeir = &heir;
+    wire.mUnreadReplaced = section;
+}
 
 void ChangeLog::addDisconnection(NodeWire &wire, NodeBlock &block, NodeWire *heir) {
     mDisconnections.make(&wire, &block, heir, wire.mGone, block.mGone);

@@ -101,6 +101,12 @@ class TransferMetadataListener::NodeWire final : public ORVONode {
     NodeWire *mNextOfOwner = nullptr;
     /// Its readers were moved to another wire.
     bool mReplaced = false;
+    /// The wire that it was replaced by while nobody read it, and the number of the section in which it was.
+    NodeWire *mUnreadHeir = nullptr;
+    std::uint32_t mUnreadReplaced = 0;
+    const NodeWire *unreadHeirSince(std::uint32_t section) const {
+        return mUnreadReplaced >= section ? mUnreadHeir : nullptr;
+    }
     /// The section that took it out of its graph: its block is joined with its readers there.
     mutable std::uint32_t mRedirected = 0;
     /// Scratch of the search for groups.
@@ -133,6 +139,7 @@ struct OpenedPort {
 /// its metadata when it died. The log knows no more of the two, unless something else happens to the new block: then
 /// it writes down the dead one, too. Where nobody read the dead block, that goes for a reader of the new one as well.
 struct Settled {
+    /// Null once the dead one is written down.
     const Block *heir;
     /// The section of the birth and the death.
     std::uint32_t section;
@@ -199,6 +206,8 @@ class ChangeLog {
     std::uint32_t open();
     /// To be told before the innermost section transfers its metadata.
     void close();
+    /// Writes down all dead blocks of the innermost section whose place was taken at once.
+    void recallAll();
     /// Back in the section around it, to whose number that is; 0 for none, which forgets everything.
     void resume(std::uint32_t section);
 
@@ -233,6 +242,9 @@ class ChangeLog {
     void onDying(const Block &block);
     void onDying(const Wire &wire);
     void onReplaced(const Wire &wire);
+    /// Nobody reads the wire that was replaced, so that no move of a reader tells what took its place. Its block does
+    /// not read the heir.
+    void onReplacedUnread(const Wire &wire, const Wire &heir);
     /// `edit` is the design's count of edits: a reader that loses a wire and gets another within one edit was moved.
     void onDisconnected(const Wire &wire, const Block &block, std::uint64_t edit);
     void onConnected(const Wire &wire, const Block &block, std::uint64_t edit);
@@ -252,7 +264,8 @@ class ChangeLog {
     bool hasOpened() const { return !mOpened.empty(); }
     /// The blocks that died, in the order of their deaths.
     const std::vector<NodeBlock *> &deaths() const { return mDeaths; }
-    /// How many died beside these, whose place was taken at once.
+    /// How many died beside these: their place was taken at once. Those written down since then move to the others when
+    /// their section closes.
     std::uint32_t settledDeaths() const { return mSettledDeaths; }
     /// A number that no node's mark has.
     std::uint32_t newMark() { return ++mLastMark; }
@@ -260,10 +273,14 @@ class ChangeLog {
   private:
     /// A block's place in the log is a number of `mSettled` with this bit, or one of `mBlocks`.
     static constexpr std::uint32_t kSettledBit = std::uint32_t{1} << 31U;
-    /// A dead block that gave its metadata, and the section in which it did.
-    struct Recalled {
-        NodeBlock *dead;
-        std::uint32_t section;
+    struct OpenSection {
+        std::uint32_t number;
+        /// How many places had been taken at once when it was opened.
+        std::uint32_t firstSettled;
+        std::size_t firstDeath;
+        /// The dead of those taken since then that are written down by now. They count among the deaths when the
+        /// section closes, and not before, since a section inside it has no part in them.
+        std::vector<NodeBlock *> recalled;
     };
 
     std::uint32_t settledOf(const Block &block) const;
@@ -275,10 +292,11 @@ class ChangeLog {
     std::uint32_t epoch() const { return static_cast<std::uint32_t>(mDeaths.size()) + mSettledDeaths; }
     void addDisconnection(NodeWire &wire, NodeBlock &block, NodeWire *heir);
     void setHeir(NodeWire &heir, bool passesBy);
+    static void setUnreadHeir(NodeWire &wire, NodeWire &heir, std::uint32_t section);
 
     std::uint32_t mSection = 0;
     std::uint32_t mLastSection = 0;
-    std::vector<std::uint32_t> mOpenSections;
+    std::vector<OpenSection> mOpenSections;
     std::uint32_t mLastMark = 0;
     Arena<NodeBlock> mBlocks;
     Arena<NodeWire> mWires;
@@ -288,7 +306,6 @@ class ChangeLog {
     std::uint32_t mSettledDeaths = 0;
     bool mHasBirths = false;
     std::uint32_t mLastBirthEpoch = 0;
-    std::vector<Recalled> mRecalled;
     std::vector<OpenedPort> mOpened;
     /// The block that has just lost a wire, the edit in which it did, and what was written down of it.
     const Block *mOpenEnd = nullptr;

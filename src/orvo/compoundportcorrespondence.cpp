@@ -307,7 +307,8 @@ void NetlistReferencePointsUpdater::unrollLatencyConstraints() {
 }
 
 bool NetlistReferencePointsUpdater::isOfThisInstance(const ValueRef &entry) const {
-    return OrvoUtils::matchesRefChain(asEntry(entry.get_ptr())->at(kEntryChain), mRefChain);
+    const PureValueRef chain(asEntry(entry.get_ptr())->at(kEntryChain));
+    return chain == A_TRUE || OrvoUtils::matchesRefChain(chain, mRefChain);
 }
 
 void NetlistReferencePointsUpdater::moveEntry(const PureTupleValueRef &point, const ValueRef &entry,

@@ -3,9 +3,11 @@
 #include <orvo/connectiontrace.h>
 
 #include <orvo/block.h>
+#include <orvo/limits.h>
 #include <orvo/modeltreepass.h>
 #include <orvo/staticstrings.h>
 
+#include <algorithm>
 #include <deque>
 #include <map>
 
@@ -97,6 +99,19 @@ struct ConnectionTrace::Walk {
         }
         return *made;
     }
+    /// The instance behind a block of one; null if the model stands around it already, which would never end, and
+    /// beyond the bound of instances.
+    const Instance *entered(const Instance &instance, const Block &block, const Model &model) {
+        if (const auto known = instances.find({&instance, &block}); known != instances.end()) {
+            return known->second.get();
+        }
+        const auto isOfModel = [&](const Block *step) { return &step->getModel() == &model; };
+        if (isOfModel(&block) || std::any_of(instance.chain.begin(), instance.chain.end(), isOfModel) ||
+            instances.size() >= limits::kTypeInstances) {
+            return nullptr;
+        }
+        return &below(instance, block);
+    }
     bool isNew(const Instance &at, const void *object, const PureValueRef &name, Direction direction) {
         if (name) {
             names.push_back(name);
@@ -171,11 +186,11 @@ struct ConnectionTrace::Walk {
         } else if (!trace.goesOn(trace.keep(block, at.chain, &wire), block)) {
             return;
         } else if (model != nullptr) {
-            const Instance &inside = below(at, block);
             const Block *output = model->getOutputBlock();
             const Port *port = output != nullptr ? output->getPort(name) : nullptr;
-            if (port != nullptr && passesEdge(*output, inside)) {
-                backFromPort(*port, inside);
+            const Instance *inside = port != nullptr ? entered(at, block, *model) : nullptr;
+            if (inside != nullptr && passesEdge(*output, *inside)) {
+                backFromPort(*port, *inside);
             }
         } else {
             const auto ports = trace.portIterator(const_cast<Block &>(block), name);
@@ -206,11 +221,11 @@ struct ConnectionTrace::Walk {
         } else if (!trace.goesOn(trace.keep(block, at.chain, &port), block)) {
             return;
         } else if (model != nullptr) {
-            const Instance &inside = below(at, block);
             const Block *input = model->getInputBlock();
             const Wire *wire = input != nullptr ? input->getWire(name) : nullptr;
-            if (wire != nullptr && passesEdge(*input, inside)) {
-                onFromWire(*wire, inside);
+            const Instance *inside = wire != nullptr ? entered(at, block, *model) : nullptr;
+            if (inside != nullptr && passesEdge(*input, *inside)) {
+                onFromWire(*wire, *inside);
             }
         } else {
             const auto wires = trace.wireIterator(const_cast<Block &>(block), name);

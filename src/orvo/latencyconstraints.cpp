@@ -12,6 +12,7 @@
 #include <orvo/wire.h>
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace orvo {
 
@@ -178,9 +179,21 @@ LatencyConstraintsCheckpoint::LatencyConstraintsCheckpoint(Model *model) {
     if (model == nullptr) {
         return;
     }
-    for (Model *below : modelsBelow(model)) {
-        mModels.push_back({below->value(), {below->getParam(A_SYNTH_SCHEDULE_CONSTRAINTS)}});
-        for (Block &block : *below) {
+    std::vector<Model *> models = modelsBelow(model);
+    std::unordered_set<const Model *> known(models.begin(), models.end());
+    mBelow = models.size();
+    for (std::size_t i = 0; i < mBelow; ++i) {
+        // The records of the model's own ends may stand in another.
+        if (Model *holder = OrvoUtils::getModelDefiningContraints(*models[i]); known.insert(holder).second) {
+            models.push_back(holder);
+        }
+    }
+    for (Model *saved : models) {
+        mModels.push_back({saved->value(), {saved->getParam(A_SYNTH_SCHEDULE_CONSTRAINTS)}});
+    }
+    models.resize(mBelow);
+    for (Model *saved : models) {
+        for (Block &block : *saved) {
             mBlocks.push_back(
                 {block.value(),
                  {block.getParam(A_SCHEDULE_CONSTRAINT_PORTS), block.getParam(A_SCHEDULE_CONSTRAINT_WIRES)}});
@@ -189,6 +202,7 @@ LatencyConstraintsCheckpoint::LatencyConstraintsCheckpoint(Model *model) {
 }
 
 void LatencyConstraintsCheckpoint::restore() const {
+    std::unordered_set<const Node *> known;
     for (const Saved &saved : mModels) {
         if (Node *model = saved.node->getNode()) {
             restoreParam(*model, A_SYNTH_SCHEDULE_CONSTRAINTS, saved.values[0]);
@@ -196,8 +210,23 @@ void LatencyConstraintsCheckpoint::restore() const {
     }
     for (const Saved &saved : mBlocks) {
         if (Node *block = saved.node->getNode()) {
+            known.insert(block);
             restoreParam(*block, A_SCHEDULE_CONSTRAINT_PORTS, saved.values[0]);
             restoreParam(*block, A_SCHEDULE_CONSTRAINT_WIRES, saved.values[1]);
+        }
+    }
+    // Blocks that were made since have ends of constraints that are no longer there. A model that is below now and was
+    // not then may be old, and keeps what it has.
+    for (std::size_t i = 0; i < mBelow; ++i) {
+        Node *model = mModels[i].node->getNode();
+        if (model == nullptr) {
+            continue;
+        }
+        for (Block &block : *static_cast<Model *>(model)) {
+            if (known.count(&block) == 0) {
+                restoreParam(block, A_SCHEDULE_CONSTRAINT_PORTS, {});
+                restoreParam(block, A_SCHEDULE_CONSTRAINT_WIRES, {});
+            }
         }
     }
 }

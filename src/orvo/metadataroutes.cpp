@@ -17,8 +17,8 @@ using internal::NodeWire;
 
 namespace {
 
-/// Beyond so many ports or readers nobody looks for what a bare edit may have meant.
-constexpr std::size_t kFew = 64;
+/// Beyond so many blocks, ports or readers nobody looks for what a bare edit may have meant.
+constexpr std::size_t kMostToGuessFrom = 64;
 constexpr std::uint32_t kNone = std::numeric_limits<std::uint32_t>::max();
 
 template <class List> std::uint32_t sizeOf(const List &list) { return static_cast<std::uint32_t>(list.size()); }
@@ -80,6 +80,7 @@ class MetadataRoutes {
     bool doesWorkOf(const NodeBlock &deadReader, std::uint32_t mark) const;
     template <class Visit> bool anyInputOf(const NodeBlock &block, const Visit &visit) const;
     void followUnread(const NodeBlock &dead, std::uint32_t mark);
+    std::vector<NodeBlock *> guessHeirs(const NodeBlock &dead) const;
     bool reads(const NodeBlock &block, const NodeWire &wire) const;
     /// What reads the dead block and got another wire to read was put behind it. But a copy of a block that feeds
     /// itself reads the dead block, too, until it feeds itself.
@@ -279,10 +280,13 @@ void MetadataRoutes::markInputs(const NodeBlock &dead, std::uint32_t mark) const
             return;
         }
         // The readers of a signal are moved together, the block itself among them if it feeds itself.
-        while (gone.wire->mOwner == &dead && number < mLog.disconnections() &&
-               mLog.disconnectionAt(number + 1).wire == gone.wire &&
-               mLog.disconnectionAt(number + 1).heir == gone.heir) {
-            ++number;
+        for (std::uint32_t next = number + 1; gone.wire->mOwner == &dead && next <= mLog.disconnections(); ++next) {
+            const Disconnection &other = mLog.disconnectionAt(next);
+            if (other.wire == gone.wire && other.heir == gone.heir) {
+                number = next;
+            } else if (other.block->mBlock != nullptr) {
+                break; // only what is recalled of a reader stands between its move and the one before
+            }
         }
         const NodeWire &wire = *gone.heir;
         const bool again = wire.mMark == arrived;
@@ -310,6 +314,10 @@ void MetadataRoutes::followWire(const NodeWire &wire, std::uint32_t mark) {
             found = followOpenReader(*gone.block, mark, number) || found;
         }
     });
+    const NodeWire *heir = found ? nullptr : wire.unreadHeirSince(mSection.number());
+    if (heir != nullptr && (isNew(*heir->mOwner) || !isUpstream(*mDead, *heir->mOwner))) {
+        found = addHeir(*heir->mOwner, mark);
+    }
     eachGoneOf(wire, [&](const Disconnection &gone) {
         if (gone.heir == nullptr && !gone.block->alive() && gone.block != wire.mOwner &&
             (!found || doesWorkOf(*gone.block, mark))) {
@@ -347,7 +355,7 @@ bool MetadataRoutes::isUpstream(const NodeBlock &dead, const NodeBlock &block) c
     std::vector<const NodeBlock *> passed{&dead};
     std::size_t depthEnd = 1;
     unsigned int depth = 0;
-    for (std::size_t i = 0; i < passed.size() && i < kFew; ++i) {
+    for (std::size_t i = 0; i < passed.size() && i < kMostToGuessFrom; ++i) {
         if (i == depthEnd) {
             depthEnd = passed.size();
             if (++depth == BlockAnnotation::kLivePathDepth) {
@@ -362,10 +370,10 @@ bool MetadataRoutes::isUpstream(const NodeBlock &dead, const NodeBlock &block) c
             if (std::find(passed.begin(), passed.end(), wire.mOwner) == passed.end()) {
                 passed.push_back(wire.mOwner);
             }
-            return ++looked == kFew;
+            return ++looked == kMostToGuessFrom;
         });
         if (found) {
-            return looked < kFew;
+            return looked < kMostToGuessFrom;
         }
     }
     return false;
@@ -394,9 +402,39 @@ bool MetadataRoutes::followOpenReader(NodeBlock &reader, std::uint32_t mark, std
     return port != nullptr && followMove(reader, mLog.node(*port->peekWire()), mark, number);
 }
 
-/// Nobody read the dead block, so that nothing tells what took its place but what it read: new blocks that read the
-/// same and were born before it died, best those that were born since the death before.
+/// Nobody read the dead block. What took its place, as is known or guessed, takes along what reads it.
 void MetadataRoutes::followUnread(const NodeBlock &dead, std::uint32_t mark) {
+    std::vector<NodeBlock *> heirs;
+    for (const NodeWire *wire = dead.mWires; wire != nullptr; wire = wire->mNextOfOwner) {
+        const NodeWire *heir = wire->unreadHeirSince(mSection.number());
+        if (heir != nullptr && isNew(*heir->mOwner) && heir->mOwner->mMark == mark) {
+            heirs.push_back(heir->mOwner);
+        }
+    }
+    if (heirs.empty()) {
+        heirs = guessHeirs(dead);
+    }
+    for (NodeBlock *block : heirs) {
+        addHeir(*block, mark);
+    }
+    // What reads them stands where the dead block stood.
+    for (std::size_t i = 0; i < heirs.size() && i < kMostToGuessFrom; ++i) {
+        for (const NodeWire *wire = heirs[i]->mWires; wire != nullptr; wire = wire->mNextOfOwner) {
+            Port *port = wire->alive() ? wire->mWire->lastPort() : nullptr;
+            for (std::size_t looked = 0; port != nullptr && looked < kMostToGuessFrom;
+                 ++looked, port = port->getPreviousReader()) {
+                NodeBlock &reader = mLog.node(port->getBlock());
+                if (isFree(reader) && reader.mMark != mark && reader.mClaim != mClaimMark && addHeir(reader, mark)) {
+                    heirs.push_back(&reader);
+                }
+            }
+        }
+    }
+}
+
+/// Nothing tells what took the place of the dead block but what it read: new blocks that read the same and were born
+/// before it died, best those that were born since the death before.
+std::vector<NodeBlock *> MetadataRoutes::guessHeirs(const NodeBlock &dead) const {
     std::vector<NodeBlock *> found;
     const auto consider = [&](NodeBlock *reader) {
         if (reader != nullptr && isFree(*reader) && reader->mClaim != mClaimMark &&
@@ -406,36 +444,22 @@ void MetadataRoutes::followUnread(const NodeBlock &dead, std::uint32_t mark) {
     };
     eachGoneOf(dead, [&](const Disconnection &input) {
         std::size_t looked = 0;
-        for (std::uint32_t at = input.wire->mGone; mSection.since(at) && looked < kFew; ++looked) {
+        for (std::uint32_t at = input.wire->mGone; mSection.since(at) && looked < kMostToGuessFrom; ++looked) {
             consider(mLog.disconnectionAt(at).block);
             at = mLog.disconnectionAt(at).nextOfWire;
         }
         Port *port = input.wire->alive() ? input.wire->mWire->lastPort() : nullptr;
-        for (; port != nullptr && looked < kFew; ++looked, port = port->getPreviousReader()) {
+        for (; port != nullptr && looked < kMostToGuessFrom; ++looked, port = port->getPreviousReader()) {
             consider(mLog.known(port->getBlock()));
         }
     });
     const auto isLate = [&](const NodeBlock *block) { return block->mBirthEpoch == dead.mDeathEpoch; };
     const bool anyLate = std::any_of(found.begin(), found.end(), isLate);
-    std::vector<NodeBlock *> heirs;
-    for (NodeBlock *block : found) {
-        if (!anyLate || isLate(block)) {
-            addHeir(*block, mark);
-            heirs.push_back(block);
-        }
+    if (anyLate) {
+        found.erase(std::remove_if(found.begin(), found.end(), [&](const NodeBlock *block) { return !isLate(block); }),
+                    found.end());
     }
-    // What reads them stands where the dead block stood.
-    for (std::size_t i = 0; i < heirs.size() && i < kFew; ++i) {
-        for (const NodeWire *wire = heirs[i]->mWires; wire != nullptr; wire = wire->mNextOfOwner) {
-            Port *port = wire->alive() ? wire->mWire->lastPort() : nullptr;
-            for (std::size_t looked = 0; port != nullptr && looked < kFew; ++looked, port = port->getPreviousReader()) {
-                NodeBlock &reader = mLog.node(port->getBlock());
-                if (isFree(reader) && reader.mMark != mark && reader.mClaim != mClaimMark && addHeir(reader, mark)) {
-                    heirs.push_back(&reader);
-                }
-            }
-        }
-    }
+    return found;
 }
 
 /// The new blocks behind the heir that were made with it: they took over no signal, and lie this side of what the dead

@@ -6,13 +6,14 @@
 #include <orvo/staticstrings.h>
 
 #include <algorithm>
+#include <functional>
 
 namespace orvo::internal {
 
 namespace {
 
-/// Beyond so many ports nobody looks at each.
-constexpr std::size_t kFew = 64;
+/// A block of more ports is taken to read what its readers are moved to, and its rewrite is not settled.
+constexpr std::size_t kMostPortsToSettle = 64;
 
 } // namespace
 
@@ -23,15 +24,11 @@ void PendingRewrite::forget() {
     mEvents.clear();
 }
 
-void PendingRewrite::flush() {
+void PendingRewrite::flush(const Port *fresh) {
     if (mMade == nullptr) {
         return;
     }
-    for (const Event &event : mEvents) {
-        if (event.kind == Kind::Moved && mLog.isSettled(*event.reader)) {
-            mLog.recall(*event.reader, inputsBefore(*event.reader));
-        }
-    }
+    recallReaders(fresh);
     mLog.onBirth(*mMade);
     for (const Event &event : mEvents) {
         switch (event.kind) {
@@ -40,6 +37,9 @@ void PendingRewrite::flush() {
             break;
         case Kind::Replaced:
             mLog.onReplaced(*event.wire);
+            if (event.heir != nullptr) {
+                mLog.onReplacedUnread(*event.wire, *event.heir);
+            }
             break;
         case Kind::Moved:
             mLog.onMoved(*event.wire, *event.heir, *event.reader, event.edit);
@@ -52,16 +52,47 @@ void PendingRewrite::flush() {
     forget();
 }
 
-/// What the reader read before it was moved.
-std::vector<const Wire *> PendingRewrite::inputsBefore(const Block &reader) const {
-    std::vector<const Wire *> inputs;
-    for (const Port &port : reader.ports()) {
-        const auto move = std::find_if(mEvents.begin(), mEvents.end(), [&](const Event &event) {
-            return event.reader == &reader && event.heir == port.peekWire();
-        });
-        inputs.push_back(move == mEvents.end() ? port.peekWire() : move->wire);
+/// Writes down what the readers that were moved have replaced, with what they read before they were moved.
+void PendingRewrite::recallReaders(const Port *fresh) {
+    std::vector<const Event *> moves;
+    for (const Event &event : mEvents) {
+        if (event.kind == Kind::Moved && mLog.isSettled(*event.reader)) {
+            moves.push_back(&event);
+        }
     }
-    return inputs;
+    // Only looked up in this order: what is written down stands in the order of the moves.
+    const auto isBefore = [](const Event *a, const Event *b) {
+        const std::less<const void *> less;
+        return a->reader == b->reader ? less(a->heir, b->heir) : less(a->reader, b->reader);
+    };
+    std::vector<const Event *> sorted = moves;
+    std::stable_sort(sorted.begin(), sorted.end(), isBefore);
+    const auto recall = [&](const Block &reader) {
+        if (!mLog.isSettled(reader)) {
+            return;
+        }
+        std::vector<const Wire *> inputs;
+        for (const Port &port : reader.ports()) {
+            if (&port == fresh) {
+                // Its move has begun, or it was not there.
+                if (&reader == mReader) {
+                    inputs.push_back(mLost);
+                }
+                continue;
+            }
+            const Event now{Kind::Moved, nullptr, port.peekWire(), &reader, 0};
+            const auto move = std::lower_bound(sorted.begin(), sorted.end(), &now, isBefore);
+            const bool wasMoved = move != sorted.end() && !isBefore(&now, *move);
+            inputs.push_back(wasMoved ? (*move)->wire : port.peekWire());
+        }
+        mLog.recall(reader, inputs);
+    };
+    for (const Event *event : moves) {
+        recall(*event->reader);
+    }
+    if (isMoving()) {
+        recall(*mReader);
+    }
 }
 
 /// Whether the block may be the one whose place is taken: of that nothing is known.
@@ -71,6 +102,9 @@ bool PendingRewrite::mayReplace(const Block &block) const {
 
 void PendingRewrite::onBirth(const Block &block) {
     flush();
+    if (&block == mSettled) {
+        mSettled = nullptr;
+    }
     if (mSettles) {
         mMade = &block;
     } else {
@@ -95,6 +129,16 @@ void PendingRewrite::onReplaced(const Wire &wire) {
     }
     flush();
     mLog.onReplaced(wire);
+}
+
+void PendingRewrite::onReplacedUnread(const Wire &wire, const Wire &heir) {
+    const bool isHeld = !mEvents.empty() && mEvents.back().kind == Kind::Replaced && mEvents.back().wire == &wire;
+    if (isHeld && &heir.getBlock() == mMade) {
+        mEvents.back().heir = &heir;
+        return;
+    }
+    flush();
+    mLog.onReplacedUnread(wire, heir);
 }
 
 void PendingRewrite::onDying(const Block &block) {
@@ -150,13 +194,14 @@ void PendingRewrite::onConnected(const Wire &wire, const Block &block, std::uint
             mEvents.push_back({Kind::Moved, mLost, &wire, &block, edit});
             mHasMoved = true;
             mLost = nullptr;
+            mReader = nullptr;
             return;
         }
         const bool isOther = !mLog.isSettledUnread(wire) && (&block == mMade || !mLog.isSettled(block));
         if (!isMoving() && &block != mDead && isOther) {
             return;
         }
-        flush();
+        flush(wire.lastPort());
     }
     mLog.onConnected(wire, block, edit);
 }
@@ -167,9 +212,9 @@ bool PendingRewrite::readsHeir(const Wire &heir) {
         return false;
     }
     const auto ports = mDead->ports();
-    const bool reads = mDead->port_size() > kFew || std::any_of(ports.begin(), ports.end(), [&](const Port &port) {
-                           return port.peekWire() == &heir;
-                       });
+    const bool reads =
+        mDead->port_size() > kMostPortsToSettle ||
+        std::any_of(ports.begin(), ports.end(), [&](const Port &port) { return port.peekWire() == &heir; });
     mUnread = reads ? nullptr : &heir;
     return reads;
 }

@@ -12,6 +12,7 @@
 namespace orvo {
 
 class Block;
+class Port;
 class Wire;
 
 namespace internal {
@@ -22,15 +23,22 @@ class PendingRewrite {
   public:
     explicit PendingRewrite(ChangeLog &log) : mLog(log) {}
     /// Tells the log what was held back.
-    void flush();
+    void flush() { flush(nullptr); }
     /// Whether rewrites may be settled; else all goes to the log.
     void setSettling(bool settling) { mSettles = settling; }
+    /// The last section has ended: nothing more is told of a block that dies now.
+    void endWatch() {
+        mSettles = true;
+        mSettled = nullptr;
+    }
 
     void onBirth(const Block &block);
     void onBirth(const Wire &wire);
     void onDying(const Block &block);
     void onDying(const Wire &wire);
     void onReplaced(const Wire &wire);
+    /// The wire that was replaced just now has no readers.
+    void onReplacedUnread(const Wire &wire, const Wire &heir);
     /// `opened` is the key of the port that is left open; null if the reader gets another wire at once.
     void onDisconnected(const Wire &wire, const Block &block, const PureValueRef *opened, std::uint64_t edit);
     /// A connection is made.
@@ -52,7 +60,8 @@ class PendingRewrite {
     bool readTheSame() const;
     bool settle();
     bool give(Block &made, const Block &dead) const;
-    std::vector<const Wire *> inputsBefore(const Block &reader) const;
+    void flush(const Port *fresh);
+    void recallReaders(const Port *fresh);
     void forget();
 
     ChangeLog &mLog;
@@ -69,7 +78,8 @@ class PendingRewrite {
     const Wire *mLost = nullptr;
     const Block *mReader = nullptr;
     std::uint64_t mEdit = 0;
-    /// The block that dies and whose place has been settled.
+    /// The block that dies and whose place has been settled. It may be gone already if its death was told before its
+    /// place was settled, so that it is only compared.
     const Block *mSettled = nullptr;
 };
 

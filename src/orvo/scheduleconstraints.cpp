@@ -38,14 +38,36 @@ bool isConstraintId(const Value *id) {
     return id != nullptr && id->kind() == CoreType::Number && static_cast<const NumberValue *>(id)->isInteger();
 }
 
+namespace {
+
+/// Numbers are exact up to here, and beyond.
+constexpr std::int64_t kIdBound = 1000000000000000;
+
+/// The start of the longest run of numbers below the bound that are no ids, for designs in which one stands at its end.
+std::int64_t freeConstraintIds(std::vector<std::int64_t> used) {
+    std::sort(used.begin(), used.end());
+    used.push_back(kIdBound);
+    std::int64_t start = 0;
+    std::int64_t longest = 0;
+    std::int64_t next = 0;
+    for (const std::int64_t id : used) {
+        if (id - next > longest) {
+            start = next;
+            longest = id - next;
+        }
+        next = std::max(next, id + 1);
+    }
+    return start;
+}
+
+} // namespace
+
 std::optional<std::int64_t> idNumber(const Value *id) {
     if (!isConstraintId(id)) {
         return {};
     }
-    // Exact up to here, and with room to count on.
-    constexpr double kMost = 1e15;
     const auto *number = static_cast<const NumberValue *>(id);
-    if (!(number->toDouble() <= kMost) || !(number->toDouble() >= -kMost)) {
+    if (!(number->toDouble() <= kIdBound) || !(number->toDouble() >= -kIdBound)) {
         return {};
     }
     return number->toInt64(0);
@@ -53,8 +75,16 @@ std::optional<std::int64_t> idNumber(const Value *id) {
 
 std::int64_t nextConstraintId(const Design &design) {
     std::int64_t next = 0;
+    std::vector<std::int64_t> used;
+    // One at the bound leaves no room to count on.
+    const auto take = [&next](std::int64_t least) {
+        if (least < kIdBound) {
+            next = std::max(next, least);
+        }
+    };
+    bool isFull = false;
     for (const Model &model : design) {
-        next = std::max(next, idNumber(model.findParam(A_SCHEDULE_CONSTRAINT_COUNT)).value_or(0));
+        take(idNumber(model.findParam(A_SCHEDULE_CONSTRAINT_COUNT)).value_or(0));
         const TupleValue *records = asTuple(model.findParam(A_SYNTH_SCHEDULE_CONSTRAINTS));
         if (records == nullptr) {
             continue;
@@ -62,11 +92,14 @@ std::int64_t nextConstraintId(const Design &design) {
         for (const ValueRef &value : *records) {
             const TupleValue *record = asTuple(value.get_ptr());
             if (record != nullptr && record->size() > kRecordId) {
-                next = std::max(next, idNumber(record->at(kRecordId).get_ptr()).value_or(-1) + 1);
+                const std::int64_t id = idNumber(record->at(kRecordId).get_ptr()).value_or(-1);
+                used.push_back(id);
+                take(id + 1);
+                isFull = isFull || id == kIdBound - 1;
             }
         }
     }
-    return next;
+    return isFull ? freeConstraintIds(std::move(used)) : next;
 }
 
 bool chainLeadsTo(const Value *chain, const Model &model) {
@@ -461,9 +494,6 @@ const Model *OrvoUtils::getModelDefiningContraints(const Model &model) {
 }
 
 bool OrvoUtils::matchesRefChain(const PureValueRef &chain, const RefChain &refChain) {
-    if (chain == A_TRUE) {
-        return true;
-    }
     const TupleValue *links = asTuple(chain.get_ptr());
     if (links == nullptr || links->size() == 0 || links->size() != refChain.size()) {
         return false;

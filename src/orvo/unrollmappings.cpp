@@ -33,6 +33,11 @@ bool hasPartInPart(const UnrollMappings::Parts &parts) {
     return std::adjacent_find(paths.begin(), paths.end(), continues) != paths.end();
 }
 
+bool mapsPartInPart(const UnrollMappings &mappings) {
+    const UnrollMappings::PortMapping &ports = mappings.portMapping();
+    return std::any_of(ports.begin(), ports.end(), [](const auto &port) { return hasPartInPart(port.second); });
+}
+
 } // namespace
 
 void UnrollMappings::addMapping(const PureValueRef &originalPortName, const CompoundDecorIndex &index,
@@ -64,7 +69,7 @@ std::vector<PureValueRef> UnrollMappings::getUnrolledPortNameList(const PureValu
 }
 
 UnrollMappings UnrollMappings::operator<<(const UnrollMappings &later) const {
-    if (!mValid || !later.mValid) {
+    if (!mValid || !later.mValid || mapsPartInPart(*this) || mapsPartInPart(later)) {
         return invalid();
     }
     UnrollMappings both;
@@ -82,6 +87,10 @@ UnrollMappings UnrollMappings::operator<<(const UnrollMappings &later) const {
     }
     for (const auto &[original, parts] : later.mPortMapping) {
         if (!isMappedName(original)) {
+            // A port that has come apart is not there to come apart again.
+            if (mPortMapping.count(original) != 0) {
+                return invalid();
+            }
             for (const auto &[index, mapped] : parts) {
                 both.addMapping(original, index, mapped);
             }

@@ -1,29 +1,58 @@
 // What the passes that take compound signals apart ask of the run.
 #include "orvo/unrollpasses.h"
 
-#include <algorithm>
+#include <orvo/limits.h>
+
+#include <list>
+#include <unordered_set>
 
 namespace orvo::internal {
 
 namespace {
 
-void collectInstances(Model &model, ModelTreePass &tree, std::vector<const Model *> &below, RefChain &tail,
-                      std::vector<RefChain> &chains) {
-    if (std::find(below.begin(), below.end(), &model) != below.end()) {
-        return; // it instantiates itself: no chain ends here
+/// A model on the way up from the one that is asked about, and the blocks that instantiate it.
+struct Level {
+    const Model *model;
+    std::vector<Block *> references;
+    std::size_t next = 0;
+};
+
+/// Hierarchies may be deep, so that the way up has a stack of its own. Beyond the bound no types are known either.
+void collectInstances(Model &start, ModelTreePass &tree, std::vector<RefChain> &chains) {
+    std::vector<Level> levels;
+    std::unordered_set<const Model *> below;
+    RefChain tail;
+    const auto enter = [&](Model &model) {
+        const std::list<Block *> references = tree.getRefBlocks(model);
+        if (references.empty()) {
+            chains.emplace_back(tail.rbegin(), tail.rend());
+            return false;
+        }
+        levels.push_back({&model, {references.begin(), references.end()}});
+        below.insert(&model);
+        return true;
+    };
+    enter(start);
+    while (!levels.empty() && chains.size() < limits::kTypeInstances) {
+        Level &level = levels.back();
+        if (level.next == level.references.size()) {
+            below.erase(level.model);
+            levels.pop_back();
+            if (!levels.empty()) {
+                tail.pop_back();
+            }
+            continue;
+        }
+        Block *reference = level.references[level.next++];
+        // From one that instantiates itself no chain leads to the top that way.
+        if (below.count(&reference->getModel()) != 0) {
+            continue;
+        }
+        tail.push_back(reference);
+        if (!enter(reference->getModel())) {
+            tail.pop_back();
+        }
     }
-    const std::list<Block *> refs = tree.getRefBlocks(model);
-    if (refs.empty()) {
-        chains.emplace_back(tail.rbegin(), tail.rend());
-        return;
-    }
-    below.push_back(&model);
-    for (Block *ref : refs) {
-        tail.push_back(ref);
-        collectInstances(ref->getModel(), tree, below, tail, chains);
-        tail.pop_back();
-    }
-    below.pop_back();
 }
 
 } // namespace
@@ -43,9 +72,7 @@ void declareForUnrolling(PassDeclarations &declarations) {
 
 std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree) {
     std::vector<RefChain> chains;
-    std::vector<const Model *> below;
-    RefChain tail;
-    collectInstances(model, tree, below, tail, chains);
+    collectInstances(model, tree, chains);
     if (chains.empty()) {
         chains.emplace_back();
     }

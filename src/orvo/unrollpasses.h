@@ -23,7 +23,8 @@ GlobalTypePass &unrolledTypes(const PassContext &context);
 ModelTreePass &unrolledTree(const PassContext &context);
 void declareForUnrolling(PassDeclarations &declarations);
 
-/// The chains that lead to the instances of a model, at least one.
+/// The chains that lead to the instances of a model, at least one and at most `limits::kTypeInstances`. There may be
+/// many: to be asked only about models that are worked on.
 std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree);
 
 /// Whether the updater of reference points must hear of the block. Of all others it need not, which would cost more
@@ -42,11 +43,13 @@ template <class Impl, class Handler, class... Shared> class ModelUnrolling {
         mShared = std::make_unique<std::tuple<Shared...>>();
         for (Model &model : context.getDesign()) {
             auto prepared = std::make_unique<Prepared>();
-            prepared->instances = instancesOf(model, unrolledTree(context));
             for (Block &block : model) {
                 const auto *handler = block.getClass() == nullptr ? nullptr : block.getClass()->template get<Handler>();
                 if (handler == nullptr) {
                     continue;
+                }
+                if (prepared->instances.empty()) {
+                    prepared->instances = instancesOf(model, unrolledTree(context));
                 }
                 std::apply(
                     [&](Shared &...shared) {
@@ -57,14 +60,16 @@ template <class Impl, class Handler, class... Shared> class ModelUnrolling {
                     },
                     *mShared);
             }
-            mPrepared.emplace(&model, std::move(prepared));
+            if (!prepared->blocks.empty()) {
+                mPrepared.emplace(&model, std::move(prepared));
+            }
         }
         types.freeze();
     }
 
     void apply(ModelPassContext &context) {
         const auto prepared = mPrepared.find(&context.getModel());
-        if (prepared == mPrepared.end() || prepared->second->blocks.empty()) {
+        if (prepared == mPrepared.end()) {
             return;
         }
         NetlistReferencePointsUpdater updater(context, context.getModel(), prepared->second->instances.front());
@@ -108,7 +113,7 @@ template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
   public:
     explicit BoundaryUnrolling(PassContext &context) : mContext(context), mTypes(unrolledTypes(context)) {
         for (Model &model : context.getDesign()) {
-            mModels.push_back({&model, instancesOf(model, unrolledTree(context)), {}});
+            mModels.push_back({&model, {}, {}});
         }
         for (PerModel &of : mModels) {
             prepare(of);
@@ -121,6 +126,9 @@ template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
     void unroll() {
         mTypes.freeze();
         for (PerModel &of : mModels) {
+            if (of.blocks.empty()) {
+                continue;
+            }
             NetlistReferencePointsUpdater updater(mContext, *of.model, of.instances.front());
             for (const std::size_t at : of.blocks) {
                 updater.setupUnrollerNotifier(mUnrollers[at].get());
@@ -158,6 +166,9 @@ template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
             std::vector<std::size_t> *side = sideOf(block);
             if (side == nullptr) {
                 continue;
+            }
+            if (of.instances.empty()) {
+                of.instances = instancesOf(*of.model, unrolledTree(mContext));
             }
             const auto unroller = std::make_shared<Boundary>(block);
             const std::size_t at = mBlocks.size();

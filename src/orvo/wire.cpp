@@ -1,6 +1,7 @@
 // The output of a block and the list of its readers, which the ports themselves link.
 #include <orvo/wire.h>
 
+#include <orvo/annotation.h>
 #include <orvo/block.h>
 #include <orvo/design.h>
 #include <orvo/logging.h>
@@ -45,6 +46,10 @@ void Wire::replace(Wire &other) {
         return;
     }
     mDesign->events().wireDriven.fire(getBlock(), *this, kGraphStateGone);
+    if (TransferMetadataListener *listener = mDesign->getMetadataTransferListener();
+        mFirst == nullptr && listener != nullptr) {
+        listener->onReplacedUnread(*this, other);
+    }
     for (Port *port = mFirst; port != nullptr;) {
         // The port leaves this wire's list as its parameter changes.
         Port *next = port->mNext;
