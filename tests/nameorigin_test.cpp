@@ -180,7 +180,12 @@ std::vector<driver::PassText> structural(Context *context) {
     text << in.rdbuf();
     std::vector<driver::Preset> presets;
     const auto error = driver::parsePipelines(text.str(), context, presets);
-    return error || presets.empty() ? std::vector<driver::PassText>() : presets[0].passes;
+    for (const driver::Preset &preset : presets) {
+        if (!error && preset.name == "structural") {
+            return preset.passes;
+        }
+    }
+    return {};
 }
 
 /// A sink by chance reads anything, but across the edge of a model only a source of error correction may be read.

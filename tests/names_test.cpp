@@ -65,6 +65,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"typeinferstate", "typeinferpass"},
         {"typequeryminimalset", "typeinferpass"},
         {"unknowncone", "unknownbits"},
+        {"stallnumbers", "vectorunrollers"},
         {"unrollpasses", "unrollvectorpass"},
         {"vectorunroll", "unrollvectorpass"},
         {"vectorunroller", "unrollvectorpass"},

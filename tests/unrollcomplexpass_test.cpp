@@ -117,7 +117,7 @@ TEST(UnrollComplexPassOnRandomDesigns, computesTheSameForEveryTypeThatComesApart
     ContextMgr mgr;
     gen::DesignGenerator generator(mgr.context());
     std::map<const Value *, std::size_t> hits;
-    for (std::uint64_t seed = 1; seed <= 250; ++seed) {
+    for (std::uint64_t seed = 1; seed <= 400; ++seed) {
         const std::vector<gen::Recipe> recipes = gen::recipesOf(seed, 80);
         const auto before = generator.make(recipes);
         const auto design = generator.make(recipes);

@@ -10,6 +10,7 @@
 #include <orvo/simulator.h>
 #include <orvo/staticstrings.h>
 #include <orvo/typeinferpass.h>
+#include <orvo/types.h>
 #include <orvo/wire.h>
 
 #include <algorithm>
@@ -252,6 +253,7 @@ class DesignBuilder {
     Level level(const std::string &name) {
         Level made;
         made.model = Model::create(*mDesign, name);
+        made.model->setParam(A_SYNTH_CLOCK_FREQ, NumberValue::get(kClock, mContext));
         made.in = Block::create(*made.model, "in", A_INPUT_BLOCK);
         return made;
     }
@@ -674,15 +676,11 @@ class DesignBuilder {
         Level &level = mLevels.back();
         std::vector<Wire *> inputs;
         for (const ToldPin &port : shape.ports) {
-            const PureValueRef type = parsed(port.type);
-            const bool isBit = isControl(shapeOf(type, mContext));
-            const auto from = pick(mLevels.size() - 1, chooser, [isBit](const Signal &one) {
-                return one.shape.isFixed() && one.shape.isScalar() && (!isBit || isControl(one.shape));
-            });
-            if (!from) {
+            Wire *input = signalOf(level, chooser, parsed(port.type));
+            if (input == nullptr) {
                 return;
             }
-            inputs.push_back(from->type() == type ? from->wire : &castTo(level, *from->wire, type));
+            inputs.push_back(input);
         }
         Block &block = *Block::create(*level.model, nextName(level), *shape.type);
         for (std::size_t i = 0; i < inputs.size(); ++i) {
@@ -708,6 +706,35 @@ class DesignBuilder {
             level.pool.back().isKept = true;
         }
         ++mGenerator.mTallies[told.second].made[DataClass::Scalar];
+    }
+    /// A signal of this type, of a vector packed from others; null if there is nothing to cast.
+    Wire *signalOf(Level &level, Chooser &chooser, const PureValueRef &type) {
+        PureValueRef element;
+        VectorDecorSpec vectors(type, element, mContext);
+        if (vectors.isVector()) {
+            const int length = vectors.vectorLengthRev(0);
+            vectors.removeVector();
+            std::vector<Wire *> elements;
+            for (int i = 0; i < length; ++i) {
+                elements.push_back(signalOf(level, chooser, vectors.toValue(element, mContext)));
+                if (elements.back() == nullptr) {
+                    return nullptr;
+                }
+            }
+            Block &pack = *Block::create(*level.model, nextName(level), A_VPACK_BLOCK);
+            for (std::size_t i = 0; i < elements.size(); ++i) {
+                pack.setParam(number(static_cast<int>(i)), *elements[i]);
+            }
+            return Wire::create(pack, A_VPACK_WIRE_OUT);
+        }
+        const bool isBit = isControl(shapeOf(type, mContext));
+        const auto from = pick(mLevels.size() - 1, chooser, [isBit](const Signal &one) {
+            return one.shape.isFixed() && one.shape.isScalar() && (!isBit || isControl(one.shape));
+        });
+        if (!from) {
+            return nullptr;
+        }
+        return from->type() == type ? from->wire : &castTo(level, *from->wire, type);
     }
     PureValueRef parsed(const std::string &text) const { return PureValueRef(Value::parse(text, mContext)); }
     Wire &castTo(Level &level, Wire &wire, const PureValueRef &type) {
@@ -843,13 +870,15 @@ class DesignBuilder {
 
 DesignGenerator::DesignGenerator(Context *context) : mContext(context), mShapes(blockShapes(context)) {
     for (const BlockShape &shape : mShapes) {
-        if (shape.reason.empty()) {
-            mOrdinary.push_back(&shape);
-        }
+        bool isOrdinary = shape.reason.empty();
         for (const ToldBlock &told : toldBlocks()) {
             if (shape.type == *told.type) {
                 mTold.emplace_back(&told, shape.name);
+                isOrdinary = isOrdinary && !told.isOnly;
             }
+        }
+        if (isOrdinary) {
+            mOrdinary.push_back(&shape);
         }
     }
     mClasses.resize(mShapes.size());

@@ -10,6 +10,8 @@ constexpr const char *kBit = "(typeUFixed 1 0)";
 constexpr const char *kByte = "(typeUFixed 8 0)";
 constexpr const char *kData = "(typeSFixed 6 2)";
 constexpr const char *kComplex = "(typeComplex (typeSFixed 3 3))";
+constexpr const char *kBits = "(typeVector 2 (typeUFixed 1 0))";
+constexpr const char *kIndex = "(typeUFixed 2 0)";
 constexpr const char *kWord = "(typeUFixed 32 0)";
 constexpr const char *kAddress = "(typeUFixed 16 0)";
 
@@ -124,6 +126,83 @@ ToldBlock oscillator(bool hasChannel) {
     return made;
 }
 
+ToldBlock oscillatorOfTwoSamples() {
+    ToldBlock made = oscillator(false);
+    made.wires = {{text(A_NCO_WIRE_SIN), "(typeVector 2 (typeSFixed 2 9))"},
+                  {text(A_NCO_WIRE_COS), "(typeVector 2 (typeSFixed 2 9))"}};
+    made.ports.push_back({"1", "(typeUFixed 12 0)"});
+    made.params[1].second = std::to_string(2 * kClock);
+    return made;
+}
+
+/// Blocks whose vectors or complex numbers come from their parameters, or from a control.
+std::vector<ToldBlock> compoundBlocks() {
+    ToldBlock counter;
+    counter.type = &A_COUNTER_BLOCK;
+    counter.ports = {{text(A_PORT_ENABLE), kBit}};
+    counter.wires = {{text(A_PRIM_WIRE_OUT), "(typeVector 2 (typeUFixed 5 0))"}};
+    counter.params = {{text(A_COUNTER_LIMIT), "(3 17)"}, {text(A_COUNTER_INITIAL), "2"}, {text(A_COUNTER_STEP), "1"}};
+
+    ToldBlock sequence;
+    sequence.type = &A_SEQUENCE_BLOCK;
+    sequence.ports = {{text(A_PORT_ENABLE), kBits}};
+    sequence.wires = {{text(A_PRIM_WIRE_OUT), kBits}};
+    sequence.params = {
+        {text(A_COUNTER_LIMIT), "(3 7)"}, {text(A_COUNTER_INITIAL), "-1"}, {text(A_COUNTER_STEP), "(1 2)"}};
+
+    ToldBlock decode;
+    decode.type = &A_DECODE_BLOCK;
+    decode.ports = {{text(A_DECODE_PORT_ADDR), std::string("(typeVector 2 ") + kIndex + ")"},
+                    {text(A_DECODE_PORT_WREN), kBit}};
+    decode.wires = {{text(A_DECODE_WIRE_MATCH), kBits}, {text(A_DECODE_WIRE_WREN), kBits}};
+    decode.params = {{text(A_DECODE_ADDRESS), "2"}};
+
+    const std::string limits = std::string("(typeVector 3 ") + kIndex + ")";
+    const std::string flags = std::string("(typeVector 3 ") + kBit + ")";
+    ToldBlock loop;
+    loop.type = &A_LOOP_BLOCK;
+    loop.ports = {{text(A_LOOP_PORT_GO), kBit}, {text(A_LOOP_PORT_ENABLE), kBit}, {text(A_LOOP_PORT_LIMIT), limits}};
+    loop.wires = {{text(A_LOOP_WIRE_VALID), kBit},
+                  {text(A_LOOP_WIRE_VALUE), limits},
+                  {text(A_LOOP_WIRE_FIRST_ITER), flags},
+                  {text(A_LOOP_WIRE_LAST_ITER), flags}};
+
+    ToldBlock table;
+    table.type = &A_LUT_BLOCK;
+    table.ports = {{text(A_LUT_PORT_ADDR), kIndex}};
+    table.wires = {{text(A_PRIM_WIRE_OUT), "(typeVector 2 (typeUFixed 5 0))"}};
+    table.params = {{text(A_LUT_DATA), "((vectorRollTag 1 20) (vectorRollTag 3 4) (vectorRollTag 5 6))"}};
+
+    ToldBlock complexTable = table;
+    complexTable.wires = {{text(A_PRIM_WIRE_OUT), "(typeComplex (typeSFixed 4 0))"}};
+    complexTable.params = {{text(A_LUT_DATA), "((complexRollTag 5 2) (complexRollTag 3 4) (complexRollTag -2 6))"}};
+
+    return {oscillatorOfTwoSamples(), std::move(counter), std::move(sequence),    std::move(decode),
+            std::move(loop),          std::move(table),   std::move(complexTable)};
+}
+
+/// What only takes signals, whose types the outside tells.
+ToldBlock takerOf(const StaticString &type, std::vector<ToldPin> ports, const StaticString *name = nullptr) {
+    ToldBlock made;
+    made.type = &type;
+    made.ports = std::move(ports);
+    made.name = name;
+    made.isOnly = true;
+    return made;
+}
+
+std::vector<ToldBlock> takers() {
+    ToldBlock enable = takerOf(A_ENABLE_SINK_BLOCK, {{"0", kBit}});
+    ToldBlock ready = takerOf(A_READY_BLOCK, {{"0", kBit}, {text(A_PORT_READY), kBit}});
+    ready.wires = {{text(A_PRIM_WIRE_OUT), kBit}};
+    return {takerOf(A_ECC_SINK_BLOCK, {{"0", kIndex}}),
+            std::move(enable),
+            std::move(ready),
+            takerOf(A_SARNET_MM_MASTER_OUT_BLOCK, requestPins(), &A_SARNET_MM_INTERFACE_NAME),
+            takerOf(A_SARNET_MM_SLAVE_OUT_BLOCK, answerPins(), &A_SARNET_MM_INTERFACE_NAME),
+            takerOf(A_SARNET_ST_SOURCE_OUT_BLOCK, streamPins(kData, false), &A_SARNET_ST_INTERFACE_NAME)};
+}
+
 /// Each port has a wire of its name.
 ToldBlock carrier(const StaticString &type, std::vector<ToldPin> pins) {
     ToldBlock made;
@@ -153,6 +232,10 @@ std::vector<ToldBlock> makeAll() {
     complexPlaceholder.wires = {{"x", kByte}, {"y", kComplex}};
     complexPlaceholder.params = {
         {text(A_LATENCY_PLACEHOLDER_TYPEMAP), std::string("((x ") + kByte + ") (y " + kComplex + "))"}};
+    ToldBlock vectors = placeholder;
+    vectors.wires = {{"x", kBits}, {"y", "(typeVector 2 (typeVector 3 (typeSFixed 2 1)))"}};
+    vectors.params = {
+        {text(A_LATENCY_PLACEHOLDER_TYPEMAP), "((x " + vectors.wires[0].type + ") (y " + vectors.wires[1].type + "))"}};
     ToldBlock records = placeholder;
     records.wires = {{"x", "(typeAggregate (typeUFixed 3 1) (typeAggregate (typeSFixed 4 0)))"},
                      {"y", "(typeAggregate (typeVector 2 (typeSFixed 2 1)) (typeComplex (typeUFixed 3 0)))"}};
@@ -169,7 +252,7 @@ std::vector<ToldBlock> makeAll() {
                                  {{text(A_SARNET_ST_READY), kBit}});
     source.params = {{text(A_SARNET_ST_FIFO_SETUP), "(6 1 4)"}};
 
-    return {
+    std::vector<ToldBlock> all = {
         registerBlock(true, A_BUS_ACCESS_READ_WRITE, "(typeSFixed 4 4)", 0, 7),
         registerBlock(false, A_BUS_ACCESS_READ, "(typeSFixed 4 2)", 3, 10),
         registerBlock(true, A_BUS_ACCESS_WRITE, kByte, 4, 11),
@@ -191,12 +274,19 @@ std::vector<ToldBlock> makeAll() {
         oscillator(true),
         std::move(placeholder),
         std::move(complexPlaceholder),
+        std::move(vectors),
         std::move(records),
         std::move(table),
         carrier(A_STALLVALID_CONNECTOR_BLOCK, {{"a", kBit}, {"b", kBit}}),
         carrier(A_AXI4_STREAM_RECEIVER_BLOCK, {{"data", kData}, {"valid", kBit}}),
         carrier(A_AXI4_STREAM_TRANSMITTER_BLOCK, {{"data", kByte}, {"valid", kBit}}),
     };
+    for (auto part : {compoundBlocks, takers}) {
+        for (ToldBlock &block : part()) {
+            all.push_back(std::move(block));
+        }
+    }
+    return all;
 }
 
 } // namespace

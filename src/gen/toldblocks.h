@@ -30,12 +30,17 @@ struct ToldBlock {
     bool isOnBus = false;
     /// One is enough.
     bool isSingle = false;
+    /// Blocks of the type are made no other way: what they take has a meaning only with these types.
+    bool isOnly = false;
 };
 
 /// Widths of the design's bus, in bits, and the addresses that each block on it gets.
 inline constexpr int kBusAddressWidth = 16;
 inline constexpr int kBusDataWidth = 32;
 inline constexpr int kBusAddresses = 16;
+
+/// The clock of all models, in the unit of sample rates: twice as many samples come two at a time.
+inline constexpr int kClock = 10;
 
 const std::vector<ToldBlock> &toldBlocks();
 

@@ -2,6 +2,7 @@
 #include "orvo/aggregateunrollers.h"
 
 #include "orvo/boundaryaggregateunroller.h"
+#include "orvo/stallnumbers.h"
 
 #include <orvo/block.h>
 #include <orvo/context.h>
@@ -182,59 +183,28 @@ class LatencyPlaceholderAggregateUnroller final : public PrimBoundaryAggregateUn
     std::vector<PureValueRef> mEntries;
 };
 
-/// Data ports and wires of regions that stall are pairs of a key and a number; each member gets a number that is free,
-/// the same one on both sides.
+/// Data of a region that can stall; each member gets a number of its own.
 class StallBoundaryAggregateUnroller final : public BoundaryAggregateUnroller {
   public:
-    explicit StallBoundaryAggregateUnroller(Block &block) : BoundaryAggregateUnroller(block) {
-        for (const Port &port : block.ports()) {
-            reserve(port.getName());
-        }
-        for (const Wire &wire : block) {
-            reserve(wire.getName());
-        }
-    }
+    explicit StallBoundaryAggregateUnroller(Block &block) : BoundaryAggregateUnroller(block), mNumbers(block) {}
     AggregateUnrollKind originalWire(Wire &wire, const AggregateTypeSpec &spec,
                                      const AggregateTypeManager &manager) override {
-        return isData(wire.getName()) ? BoundaryAggregateUnroller::originalWire(wire, spec, manager)
-                                      : AggregateUnrollKind::Leave;
+        return StallNumbers::isData(wire.getName()) ? BoundaryAggregateUnroller::originalWire(wire, spec, manager)
+                                                    : AggregateUnrollKind::Leave;
     }
     AggregateUnrollKind originalPort(Port &port, const AggregateTypeSpec &spec,
                                      const AggregateTypeManager &manager) override {
-        return isData(port.getName()) ? BoundaryAggregateUnroller::originalPort(port, spec, manager)
-                                      : AggregateUnrollKind::Leave;
+        return StallNumbers::isData(port.getName()) ? BoundaryAggregateUnroller::originalPort(port, spec, manager)
+                                                    : AggregateUnrollKind::Leave;
     }
 
   protected:
     PureValueRef nameOf(const PureValueRef &name, const AggregateTypeSpec &, int flatIndex) override {
-        const auto *pair = static_cast<const PureTupleValue *>(name.get_ptr());
-        const auto [at, isNew] = mNumbers.try_emplace({pair->at(1), flatIndex}, mNext);
-        mNext += isNew ? 1 : 0;
-        return PureTupleValue::get(pair->at(0), numberOf(at->second), block().getContext());
+        return mNumbers.nameOf(name, flatIndex);
     }
 
   private:
-    static bool isData(const PureValueRef &name) {
-        const PureTupleValueRef pair = pureTupleVR(name);
-        if (!pair || pair->size() != 2) {
-            return false;
-        }
-        const StaticString *const keys[] = {&A_STALLREG_PORTKEY_DATA_BACK,   &A_STALLREG_WIREKEY_DATA_FRONT,
-                                            &A_STALLENTER_PORTKEY_DATA_BACK, &A_STALLENTER_WIREKEY_DATA_FRONT,
-                                            &A_STALLEXIT_PORTKEY_DATA_BACK,  &A_STALLEXIT_WIREKEY_DATA_FRONT};
-        return std::any_of(std::begin(keys), std::end(keys),
-                           [&pair](const StaticString *key) { return pair->at(0) == *key; });
-    }
-    void reserve(const PureValueRef &name) {
-        const PureTupleValueRef pair = pureTupleVR(name);
-        const NumberValueRef number = pair && pair->size() == 2 ? numberVR(pair->at(1)) : NumberValueRef();
-        if (number && number->isInt()) {
-            mNext = std::max(mNext, number->toInt() + 1);
-        }
-    }
-
-    std::map<std::pair<PureValueRef, int>, int> mNumbers;
-    int mNext = 0;
+    StallNumbers mNumbers;
 };
 
 /// One block whose ports and wires are numbered through, those of one record side by side. A wire goes with the port
@@ -373,6 +343,7 @@ template <class U> const AggregateUnrollHandler *handler() {
 constexpr const char *kMember = "one block a member";
 constexpr const char *kNames = "one block with a port and a wire a member";
 constexpr const char *kNumbers = "its type rule takes numbers";
+constexpr const char *kNoWhole = "it computes on numbers: of a record as a whole it has no meaning";
 constexpr const char *kBits = "its type rule takes the bits of numbers";
 constexpr const char *kCompared = "it compares numbers, and gives bits";
 constexpr const char *kFloats = "its type rule takes floats";
@@ -421,12 +392,12 @@ const AggregateUnrollRow kRows[] = {
     {&A_XNOR_REDUCE_BLOCK, nullptr, kBits},
     {&A_BIT_JOIN_BLOCK, nullptr, kBits},
     {&A_BIT_JOIN_REDUCE_BLOCK, nullptr, kBits},
-    {&A_NOT_BLOCK, defaultHandler, kMember},
-    {&A_REVERSE_BLOCK, defaultHandler, kMember},
+    {&A_NOT_BLOCK, nullptr, kNoWhole},
+    {&A_REVERSE_BLOCK, nullptr, kNoWhole},
     {&A_DELAY_BLOCK, defaultHandler, kMember},
-    {&A_RECIPROCAL_BLOCK, defaultHandler, kMember},
-    {&A_RECIP_SQRT_BLOCK, defaultHandler, kMember},
-    {&A_SQRT_BLOCK, defaultHandler, kMember},
+    {&A_RECIPROCAL_BLOCK, nullptr, kNoWhole},
+    {&A_RECIP_SQRT_BLOCK, nullptr, kNoWhole},
+    {&A_SQRT_BLOCK, nullptr, kNoWhole},
     {&A_REGISTER_BLOCK, handler<RegisterAggregateUnroller>, kMember},
     {&A_NEG_BLOCK, nullptr, kNumbers},
     {&A_COMPLEX_CONJUGATE_BLOCK, nullptr, kNumbers},
@@ -667,7 +638,7 @@ const AggregateUnrollRow kRows[] = {
     {&U_NAND_REDUCE_BLOCK, nullptr, kBits},
     {&U_NOR_BLOCK, nullptr, kBits},
     {&U_NOR_REDUCE_BLOCK, nullptr, kBits},
-    {&U_NOT_BLOCK, defaultHandler, kMember},
+    {&U_NOT_BLOCK, nullptr, kNoWhole},
     {&U_OR_BLOCK, nullptr, kBits},
     {&U_OR_REDUCE_BLOCK, nullptr, kBits},
     {&U_REGISTER_BLOCK, handler<RegisterAggregateUnroller>, kMember},

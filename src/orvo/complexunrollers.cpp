@@ -4,10 +4,12 @@
 #include "orvo/boundarycomplexunroller.h"
 #include "orvo/multiplycomplexunroller.h"
 #include "orvo/scalarproductcomplexunroller.h"
+#include "orvo/stallnumbers.h"
 
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/logging.h>
+#include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
 
 #include <fmt/format.h>
@@ -349,6 +351,64 @@ class PrimBoundaryComplexUnroller : public BoundaryComplexUnroller {
     bool takesVectors() const override { return true; }
 };
 
+/// Data of a region that can stall; each part gets a number of its own.
+class StallBoundaryComplexUnroller final : public ComplexUnroller {
+  public:
+    explicit StallBoundaryComplexUnroller(Block &block) : mBlock(block), mNumbers(block) {}
+    bool canUnroll() const override { return !mHasOtherComplex; }
+    bool takesVectors() const override { return true; }
+    ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
+        if (!isSplit(wire.getName(), decor)) {
+            return ComplexWireKind::Leave;
+        }
+        mOldWires.push_back(&wire);
+        return ComplexWireKind::Split;
+    }
+    ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
+        if (!isSplit(port.getName(), decor)) {
+            return ComplexPortKind::Leave;
+        }
+        mOldPorts.push_back(port.getName());
+        return ComplexPortKind::Split;
+    }
+    void preAttach() override {}
+    Wire *attachWire(Wire &wire, const ComplexDecorSpec &, bool imaginary,
+                     const std::vector<MaybePort> &readers) override {
+        Wire *part = Wire::create(mBlock, mNumbers.nameOf(wire.getName(), imaginary ? 1 : 0));
+        OrvoUtils::copyParams(*part, wire);
+        for (const MaybePort &reader : readers) {
+            reader.setWire(*part);
+        }
+        return part;
+    }
+    void attachPort(Port &port, const ComplexDecorSpec &, bool imaginary, Wire &driver) override {
+        const MaybePort attached(mBlock, mNumbers.nameOf(port.getName(), imaginary ? 1 : 0));
+        attached.setWire(driver);
+        addAttachedPort(attached);
+    }
+    void postAttach() override {
+        for (const PureValueRef &port : mOldPorts) {
+            mBlock.setParam(port, nullptr);
+        }
+        for (Wire *wire : mOldWires) {
+            delete wire;
+        }
+    }
+
+  private:
+    bool isSplit(const PureValueRef &name, const ComplexDecorSpec &decor) {
+        const bool isData = StallNumbers::isData(name);
+        mHasOtherComplex = mHasOtherComplex || (!isData && decor.isComplex());
+        return isData && decor.isComplex();
+    }
+
+    Block &mBlock;
+    StallNumbers mNumbers;
+    bool mHasOtherComplex = false;
+    std::vector<PureValueRef> mOldPorts;
+    std::vector<Wire *> mOldWires;
+};
+
 /// The map of types names the parts.
 class LatencyPlaceholderComplexUnroller final : public PrimBoundaryComplexUnroller {
   public:
@@ -630,10 +690,10 @@ const ComplexUnrollRow kRows[] = {
     {&A_LATENCY_PLACEHOLDER_BLOCK, handler<LatencyPlaceholderComplexUnroller>, kNames},
     {&A_SCHEDULED_MODEL_BLOCK, nullptr, "its ports follow the mappings of the scheduled model"},
     {&A_UNSUPPORTED_BLOCK, nullptr, "nothing is known of what it computes"},
-    {&A_STALLREG_BLOCK, nullptr, "its data are numbered"},
+    {&A_STALLREG_BLOCK, handler<StallBoundaryComplexUnroller>, "one block with a number a part"},
     {&A_STALLENABLE_BLOCK, nullptr, "all its signals are conditions"},
-    {&A_STALLENTER_BLOCK, nullptr, "its data are numbered"},
-    {&A_STALLEXIT_BLOCK, nullptr, "its data are numbered"},
+    {&A_STALLENTER_BLOCK, handler<StallBoundaryComplexUnroller>, "one block with a number a part"},
+    {&A_STALLEXIT_BLOCK, handler<StallBoundaryComplexUnroller>, "one block with a number a part"},
     {&A_STALLVALID_CONNECTOR_BLOCK, nullptr, "all its signals are conditions"},
     {&A_ENABLE_SINK_BLOCK, nullptr, "all its signals are conditions"},
     {&A_ENABLE_SRC_BLOCK, nullptr, "all its signals are conditions"},

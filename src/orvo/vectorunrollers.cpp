@@ -2,6 +2,7 @@
 #include "orvo/vectorunrollers.h"
 
 #include "orvo/boundaryvectorunroller.h"
+#include "orvo/stallnumbers.h"
 
 #include <orvo/block.h>
 #include <orvo/context.h>
@@ -961,41 +962,26 @@ class LoopVecUnroller final : public VectorUnroller {
     bool mHasKeys = false;
 };
 
-/// Data of a region that can stall. The block stays one, so that all of it moves together; each lane gets a number of
-/// its own, the same before the block and behind it.
+/// Data of a region that can stall; each lane gets a number of its own.
 class StallBoundaryVectorUnroller final : public VectorUnroller {
   public:
-    explicit StallBoundaryVectorUnroller(Block &block) : mBlock(block) {
-        for (const Keys &keys : kKeys) {
-            mKeys = block.type() == keys.type->get_ptr() ? &keys : mKeys;
-        }
-        ORVO_ASSERT(mKeys != nullptr, "a block is taken for one at which a region can stall");
-    }
+    explicit StallBoundaryVectorUnroller(Block &block) : mBlock(block), mNumbers(block) {}
     VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
-        return look(wire.getName(), *mKeys->dataOut, vectors);
+        const VectorUnrollKind kind = kindOf(wire.getName(), vectors);
+        if (kind == VectorUnrollKind::Own) {
+            mOldWires.push_back(&wire);
+        }
+        return kind;
     }
     VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
-        return look(port.getName(), *mKeys->dataIn, vectors);
+        const VectorUnrollKind kind = kindOf(port.getName(), vectors);
+        if (kind == VectorUnrollKind::Own) {
+            mOldPorts.push_back(port.getName());
+        }
+        return kind;
     }
     bool canUnroll() const override { return !mHasOtherVectors; }
-    void preAttach(const VectorDecorSpec &) override {
-        int next = 0;
-        const auto skip = [&next](const PureValueRef &name) {
-            const PureTupleValueRef tuple = pureTupleVR(name);
-            const NumberValueRef number = tuple && tuple->size() == 2 ? numberVR(tuple->at(1)) : NumberValueRef();
-            next = number && number->isInt() ? std::max(next, number->toInt() + 1) : next;
-        };
-        for (const Port &port : mBlock.ports()) {
-            skip(port.getName());
-        }
-        for (const Wire &wire : mBlock) {
-            skip(wire.getName());
-        }
-        for (auto &[number, signal] : mSignals) {
-            signal.first = next;
-            next += static_cast<int>(signal.lanes);
-        }
-    }
+    void preAttach(const VectorDecorSpec &) override {}
     void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
         const MaybePort attached(mBlock, laneName(port.getName(), lanes, indices));
         attached.setWire(driver);
@@ -1009,50 +995,29 @@ class StallBoundaryVectorUnroller final : public VectorUnroller {
         return lane;
     }
     void postAttach() override {
-        for (const auto &[number, signal] : mSignals) {
-            mBlock.setParam(PureTupleValue::get(*mKeys->dataIn, number, mBlock.getContext()), nullptr);
-            delete mBlock.getWire(PureTupleValue::get(*mKeys->dataOut, number, mBlock.getContext()));
+        for (const PureValueRef &port : mOldPorts) {
+            mBlock.setParam(port, nullptr);
+        }
+        for (Wire *wire : mOldWires) {
+            delete wire;
         }
     }
 
   private:
-    struct Keys {
-        const StaticString *type;
-        const StaticString *dataIn;
-        const StaticString *dataOut;
-    };
-    static constexpr Keys kKeys[] = {
-        {&A_STALLENTER_BLOCK, &A_STALLENTER_PORTKEY_DATA_BACK, &A_STALLENTER_WIREKEY_DATA_FRONT},
-        {&A_STALLEXIT_BLOCK, &A_STALLEXIT_PORTKEY_DATA_BACK, &A_STALLEXIT_WIREKEY_DATA_FRONT},
-        {&A_STALLREG_BLOCK, &A_STALLREG_PORTKEY_DATA_BACK, &A_STALLREG_WIREKEY_DATA_FRONT},
-    };
-    struct Signal {
-        std::size_t lanes = 1;
-        int first = 0;
-    };
-
-    VectorUnrollKind look(const PureValueRef &name, const StaticString &key, const VectorDecorSpec &vectors) {
-        const PureTupleValueRef tuple = pureTupleVR(name);
-        const bool isData = tuple && tuple->size() == 2 && tuple->at(0) == key;
+    VectorUnrollKind kindOf(const PureValueRef &name, const VectorDecorSpec &vectors) {
+        const bool isData = StallNumbers::isData(name);
         mHasOtherVectors = mHasOtherVectors || (!isData && vectors.isVector());
-        if (!isData || !vectors.isVector()) {
-            return VectorUnrollKind::Leave;
-        }
-        mSignals[tuple->at(1)].lanes = vectors.elementCount();
-        return VectorUnrollKind::Own;
+        return isData && vectors.isVector() ? VectorUnrollKind::Own : VectorUnrollKind::Leave;
     }
-    PureValueRef laneName(const PureValueRef &name, const VectorDecorSpec &lanes,
-                          const std::vector<int> &indices) const {
-        const PureTupleValueRef tuple = pureTupleVR(name);
-        const auto first = static_cast<std::size_t>(mSignals.at(tuple->at(1)).first);
-        return PureTupleValue::get(tuple->at(0), numberOf(first + lanes.elementIndex(indices)), mBlock.getContext());
+    PureValueRef laneName(const PureValueRef &name, const VectorDecorSpec &lanes, const std::vector<int> &indices) {
+        return mNumbers.nameOf(name, static_cast<int>(lanes.elementIndex(indices)));
     }
 
     Block &mBlock;
-    const Keys *mKeys = nullptr;
+    StallNumbers mNumbers;
     bool mHasOtherVectors = false;
-    /// By the old numbers.
-    std::map<PureValueRef, Signal, DeepValueCmp> mSignals;
+    std::vector<PureValueRef> mOldPorts;
+    std::vector<Wire *> mOldWires;
 };
 
 /// The map of types names the lanes.
