@@ -140,6 +140,8 @@ const std::map<std::string, int> &floors() {
         {"stallnumbers", 5},
         {"unrollpasses", 5},
         {"unrollvectorpass", 5},
+        {"unrolling", 6},
+        {"unrolltable", 6},
         {"vectorunrollers", 6},
         {"initimpl", 7},
         {"passtable", 7},

@@ -82,10 +82,23 @@ def features(orvo):
             *table(["Name", "Kind", "Default", "What it does"], rows)]
 
 
+def unrolling(orvo):
+    def fate(entry, kind):
+        told = entry["unrolling"][kind]
+        return ("" if told["comes_apart"] else "stay: ") + cell(told["summary"] or "")
+
+    rows = [[code(entry["text"]), *(fate(entry, kind) for kind in ("records", "vectors", "complex"))]
+            for entry in ask(orvo, "blocks")["blocks"] if entry["unrolling"]["vectors"]["summary"]]
+    return ["# What becomes of compound signals", "",
+            "What a block of each type is replaced by when the signals at it come apart; behind \"stay\", why they cannot or "
+            "need not. `UnrollAggregatePass`, `UnrollVectorPass` and `UnrollComplexPass` go by this table.", "",
+            *table(["Block type", "Records", "Vectors", "Complex numbers"], rows)]
+
+
 def main():
     orvo, folder = sys.argv[1], pathlib.Path(sys.argv[2])
     folder.mkdir(parents=True, exist_ok=True)
-    for page in (passes, blocks, messages, features):
+    for page in (passes, blocks, unrolling, messages, features):
         text = "\n".join(page(orvo)).rstrip("\n") + "\n"
         note = "<!-- Written by `make update-docs`. -->\n"
         (folder / f"{page.__name__}.md").write_text(note + text, encoding="utf-8")

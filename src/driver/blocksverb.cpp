@@ -9,6 +9,7 @@
 #include <orvo/corevalues.h>
 #include <orvo/simulator.h>
 #include <orvo/typeinfer.h>
+#include <orvo/unrolling.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -49,6 +50,17 @@ bool isSimulated(const std::string &name) {
     return sim::canSimulate(StringValue::get(textOf(name), ContextMgr::get()).get_ptr());
 }
 
+UnrollFates fatesOf(const std::string &name) {
+    return unrollFates(StringValue::get(textOf(name), ContextMgr::get()).get_ptr());
+}
+
+Json toJson(const UnrollFate &fate) {
+    Json json;
+    json["comes_apart"] = fate.comesApart;
+    json["summary"] = fate.summary != nullptr ? Json(fate.summary) : Json();
+    return json;
+}
+
 Json toJson(const std::string &name) {
     const BlockInfo &info = getBlocksInfo().getBlockInfo(name);
     Json json;
@@ -58,6 +70,10 @@ Json toJson(const std::string &name) {
     const char *rule = typeRule(name);
     json["type_rule"] = rule != nullptr ? Json(rule) : Json();
     json["simulated"] = isSimulated(name);
+    const UnrollFates fates = fatesOf(name);
+    json["unrolling"] = {{"records", toJson(fates.records)},
+                         {"vectors", toJson(fates.vectors)},
+                         {"complex", toJson(fates.complexNumbers)}};
     json["connections"] = Json::array();
     for (const BlockConnection &connection : info.connections) {
         Json entry;
@@ -83,6 +99,16 @@ std::string describe(const std::string &name) {
     if (!isSimulated(name)) {
         text += "\nThe simulator knows no meaning of it.\n";
     }
+    const UnrollFates fates = fatesOf(name);
+    const auto tell = [&text](const char *kind, const UnrollFate &fate) {
+        if (fate.summary != nullptr) {
+            text += fmt::format("{} {}: {}\n", kind, fate.comesApart ? "come apart" : "stay", fate.summary);
+        }
+    };
+    text += "\n";
+    tell("Records", fates.records);
+    tell("Vectors", fates.vectors);
+    tell("Complex numbers", fates.complexNumbers);
     for (const BlockConnection &connection : info.connections) {
         text += fmt::format("\n{} {} ({}){}\n", connection.kind, connection.name, textOf(connection.name),
                             connection.optional ? ", optional" : "");

@@ -113,7 +113,12 @@ has err "did you mean 'LUT4S_WEIGHT'?"
 run 0 blocks addBlock
 has out 'Output type: '
 lacks out 'The simulator knows'
+has out 'Records stay: its type rule takes numbers'
+has out 'Vectors come apart: one block a lane'
+has out 'Complex numbers come apart: a block of the real parts'
 run 0 blocks HybridFFTBlock
 has out 'The simulator knows no meaning of it.'
 run 0 blocks addBlock --json
 json out 'd["blocks"][0]["simulated"] is True'
+json out 'd["blocks"][0]["unrolling"]["vectors"] == {"comes_apart": True, "summary": "one block a lane"}'
+json out 'd["blocks"][0]["unrolling"]["records"]["comes_apart"] is False'
