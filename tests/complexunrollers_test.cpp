@@ -475,6 +475,13 @@ TEST_F(ComplexUnrollersTest, absorbsARealPartThatNobodyReads) {
     EXPECT_NE(model.getBlock(value("(block imagNeg)")), nullptr);
 }
 
+TEST_F(ComplexUnrollersTest, takeProductsApartThatNobodyReads) {
+    const Texts two{{"0", "c s4.0"}, {"1", "c s4.0"}};
+    EXPECT_EQ(madeOf("multBlock", two, {}), kParts);
+    EXPECT_EQ(madeOf("scalarProductBlock", two, {}), kParts);
+    EXPECT_EQ(madeOf("constmultBlock", {{"0", "c s4.0"}}, {}, {{"constValue", "(complexRollTag 2 3)"}}), kParts);
+}
+
 TEST_F(ComplexUnrollersTest, keepFiltersAsOneBlock) {
     const std::pair<const char *, const char *> valid{"portValid", "u1.0"};
     const Texts cic{

@@ -389,6 +389,15 @@ TEST_F(VectorUnrollersTest, keepsFiltersWhole) {
               Made{});
 }
 
+TEST_F(VectorUnrollersTest, joinsPartsLaneByLane) {
+    const Made lanes{"(block 0)", "(block 1)"};
+    EXPECT_EQ(madeOf("cpackBlock", {{"cpackPortReal", "[2] s4.0"}, {"cpackPortImag", "s4.0"}}, {{"cpackWireOut", ""}}),
+              lanes);
+    EXPECT_EQ(
+        madeOf("cunpackBlock", {{"cunpackPortIn", "[2] c s4.0"}}, {{"cunpackWireReal", ""}, {"cunpackWireImag", ""}}),
+        lanes);
+}
+
 TEST_F(VectorUnrollersTest, keepsInterfacesAsOneBlock) {
     for (const char *type : {"extIfaceBlock", "hiddenIfaceBlock"}) {
         // By the name, by being the only ones, and by logic that is not told.

@@ -531,7 +531,7 @@ const AggregateUnrollRow kRows[] = {
     {&A_MIXER_BLOCK, nullptr, kSamples},
     {&A_NCO_BLOCK, nullptr, kSamples},
     {&A_CHANVIEW_BLOCK, handler<PrimBoundaryAggregateUnroller>, kNames},
-    {&A_SHARED_FIFO_BLOCK, handler<NumberedAggregateUnroller>, "one queue with a port a member"},
+    {&A_SHARED_FIFO_BLOCK, handler<PrimBoundaryAggregateUnroller>, kNames},
     {&A_AXI4_STREAM_RECEIVER_BLOCK, nullptr, kStream},
     {&A_AXI4_STREAM_TRANSMITTER_BLOCK, nullptr, kStream},
     {&A_BFU_BLOCK, nullptr, kTransform},
