@@ -475,5 +475,108 @@ TEST_F(ComplexUnrollersTest, absorbsARealPartThatNobodyReads) {
     EXPECT_NE(model.getBlock(value("(block imagNeg)")), nullptr);
 }
 
+TEST_F(ComplexUnrollersTest, takeProductsApartThatNobodyReads) {
+    const Texts two{{"0", "c s4.0"}, {"1", "c s4.0"}};
+    EXPECT_EQ(madeOf("multBlock", two, {}), kParts);
+    EXPECT_EQ(madeOf("scalarProductBlock", two, {}), kParts);
+    EXPECT_EQ(madeOf("constmultBlock", {{"0", "c s4.0"}}, {}, {{"constValue", "(complexRollTag 2 3)"}}), kParts);
+}
+
+TEST_F(ComplexUnrollersTest, keepFiltersAsOneBlock) {
+    const std::pair<const char *, const char *> valid{"portValid", "u1.0"};
+    const Texts cic{
+        {"cicScaleType", "cicScaleDecim"}, {"cicRateFactor", "3"}, {"cicStageCount", "2"}, {"cicDelayCount", "1"},
+        {"cicChannelCount", "1"},          {"cicInputRate", "1"}};
+    for (const char *data : {"c s6.0", "[2] c s6.0"}) {
+        EXPECT_EQ(madeOf("cicBlock", {valid, {"0", data}}, {{"0", ""}, {"wireValid", ""}}, cic), Made{});
+        EXPECT_EQ(madeOf("firBlock", {valid, {"0", data}}, {{"0", ""}}, {{"firCoefs", "(3 -7 2 5)"}}), Made{});
+        // Nothing is told of what complex coefficients do.
+        EXPECT_EQ(madeOf("firBlock", {valid, {"0", data}}, {{"0", ""}}, {{"firCoefs", "((complexRollTag 3 1) -7)"}}),
+                  Made{});
+        EXPECT_EQ(madeOf("chanviewBlock", {valid, {"0", data}}, {{"0", ""}, {"wireValid", ""}}), Made{});
+        EXPECT_EQ(madeOf("sharedFifoBlock", {valid, {"portReady", "u1.0"}, {"0", data}, {"2", "u5.0"}},
+                         {{"0", ""}, {"2", ""}, {"wireValid", ""}}, {{"fifoDepth", "4"}}),
+                  Made{});
+    }
+    EXPECT_NE(made("block").getPort(value("(0 imag)")), nullptr);
+}
+
+TEST_F(ComplexUnrollersTest, keepMixersAsOneBlock) {
+    const std::pair<const char *, const char *> valid{"portValid", "u1.0"};
+    const char *const factors[] = {"c s6.1", "s5.0", "[2] c s4.2"};
+    for (const char *data : factors) {
+        for (const char *oscillator : factors) {
+            EXPECT_EQ(madeOf("mixerBlock", {valid, {"0", data}, {"1", oscillator}}, {{"0", ""}, {"wireValid", ""}}),
+                      Made{})
+                << data << " " << oscillator;
+        }
+    }
+    // An output that no oscillator drives.
+    EXPECT_EQ(madeOf("mixerBlock", {valid, {"0", "c s4.0"}, {"1", "c s4.0"}}, {{"0", ""}, {"1", ""}}), Made{});
+}
+
+TEST_F(ComplexUnrollersTest, keepScalesAndOscillatorsAsOneBlock) {
+    const std::pair<const char *, const char *> valid{"portValid", "u1.0"};
+    for (const char *type : {"(typeSFixed 6 2)", "(typeComplex (typeSFixed 6 2))"}) {
+        for (const char *data : {"s8.4", "c s8.4", "[2] c s8.4"}) {
+            EXPECT_EQ(madeOf("scaleBlock", {valid, {"0", data}, {"1", "s3.0"}},
+                             {{"scaleWireData", ""}, {"0", ""}, {"primWireAux", ""}}, {{"scaleOutputType", type}}),
+                      Made{})
+                << type << " of " << data;
+        }
+    }
+    EXPECT_EQ(
+        madeOf(
+            "ncoBlock", {valid, {"0", "u8.0"}}, {{"ncoWireSin", ""}, {"ncoWireCos", ""}},
+            {{"ncoAccumBitCount", "8"}, {"ncoOutputRate", "1"}, {"ncoOutputType", "(typeComplex (typeSFixed 2 6))"}}),
+        Made{});
+}
+
+TEST_F(ComplexUnrollersTest, keepInterfacesAsOneBlock) {
+    for (const char *type : {"extIfaceBlock", "hiddenIfaceBlock"}) {
+        // By the name, by being the only ones, and by logic that is not told.
+        EXPECT_EQ(madeOf(type, {{"x", "c s4.0"}, {"y", "[2] c s4.1"}}, {{"x", ""}, {"y", ""}}), Made{});
+        EXPECT_EQ(madeOf(type, {{"x", "c s4.0"}}, {{"y", "c s4.0"}}), Made{});
+        EXPECT_EQ(madeOf(type, {{"x", "[2] c s4.0"}, {"y", "s4.1"}}, {{"z", "c s6.0"}, {"w", "s9.0"}}), Made{});
+    }
+}
+
+TEST_F(ComplexUnrollersTest, keepOneBlockWhicheverComesApartFirst) {
+    const std::vector<std::vector<const char *>> orders{{"UnrollVectorPass", "UnrollComplexPass"},
+                                                        {"UnrollComplexPass", "ElideUnpackPass", "UnrollVectorPass"}};
+    const std::pair<const char *, const char *> valid{"portValid", "u1.0"};
+    const auto make = [&](Design &design, std::size_t kind) {
+        if (kind == 0) {
+            oneBlock(design, "extIfaceBlock", {{"x", "[3] c s4.0"}, {"y", "c s2.0"}}, {{"x", ""}, {"z", "[2] c s6.0"}});
+        } else if (kind == 1) {
+            oneBlock(design, "extIfaceBlock", {{"x", "[3] c s4.0"}}, {{"z", "[3] c s4.0"}});
+        } else if (kind == 2) {
+            oneBlock(design, "mixerBlock", {valid, {"0", "[3] c s4.0"}, {"1", "c s3.0"}}, {{"0", ""}});
+        } else {
+            oneBlock(design, "firBlock", {valid, {"0", "[3] c s4.0"}}, {{"0", ""}},
+                     {{"firCoefs", "((complexRollTag 3 1) -7)"}});
+        }
+    };
+    for (const auto &order : orders) {
+        for (std::size_t kind = 0; kind < 4; ++kind) {
+            Design before(mgr.context());
+            Design after(mgr.context());
+            make(before, kind);
+            make(after, kind);
+            PassScheduler scheduler;
+            for (const char *pass : order) {
+                scheduler.addPass(pass);
+            }
+            scheduler.apply(after);
+            test::expectSameBehaviour(before, after);
+            const Block &block = *after.begin()->getBlock(value("block"));
+            for (const Port &port : block.ports()) {
+                EXPECT_TRUE(port.getName()->kind() != CoreType::Number && port.getName() != value("x"))
+                    << order.front() << " leaves " << port.getName()->toString() << " of design " << kind;
+            }
+        }
+    }
+}
+
 } // namespace
 } // namespace orvo

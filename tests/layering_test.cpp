@@ -17,6 +17,7 @@ const std::map<std::string, int> &floors() {
         {"api", 0},
         {"value", 1},
         {"corevalues", 1},
+        {"elementname", 1},
         {"numbervalue", 1},
         {"valuetext", 1},
         {"context", 1},

@@ -112,7 +112,7 @@ TEST_F(VerificationTest, matchesKeysByPattern) {
     EXPECT_EQ(verify(add).size(), 1U);
 }
 
-TEST_F(VerificationTest, knowsTheLanesOfFilters) {
+TEST_F(VerificationTest, knowsTheLanesAndPartsOfFilters) {
     Block &block = typed(A_SHARED_FIFO_BLOCK);
     block.setParam(A_PORT_VALID, source);
     block.setParam(A_FIFO_DEPTH, value("4"));
@@ -124,6 +124,11 @@ TEST_F(VerificationTest, knowsTheLanesOfFilters) {
     };
     EXPECT_TRUE(missing());
     block.setParam(value("(0 1)"), source);
+    EXPECT_FALSE(missing());
+    block.setParam(value("(0 1)"), nullptr);
+    block.setParam(value("(0 real)"), source);
+    EXPECT_FALSE(missing());
+    block.setParam(value("(0 imag 2)"), source);
     EXPECT_FALSE(missing());
     block.setParam(value("(0 x)"), source);
     EXPECT_TRUE(missing());

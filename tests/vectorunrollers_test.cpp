@@ -389,6 +389,27 @@ TEST_F(VectorUnrollersTest, keepsFiltersWhole) {
               Made{});
 }
 
+TEST_F(VectorUnrollersTest, joinsPartsLaneByLane) {
+    const Made lanes{"(block 0)", "(block 1)"};
+    EXPECT_EQ(madeOf("cpackBlock", {{"cpackPortReal", "[2] s4.0"}, {"cpackPortImag", "s4.0"}}, {{"cpackWireOut", ""}}),
+              lanes);
+    EXPECT_EQ(
+        madeOf("cunpackBlock", {{"cunpackPortIn", "[2] c s4.0"}}, {{"cunpackWireReal", ""}, {"cunpackWireImag", ""}}),
+        lanes);
+}
+
+TEST_F(VectorUnrollersTest, keepsInterfacesAsOneBlock) {
+    for (const char *type : {"extIfaceBlock", "hiddenIfaceBlock"}) {
+        // By the name, by being the only ones, and by logic that is not told.
+        EXPECT_EQ(madeOf(type, {{"x", "[3] s4.0"}, {"y", "[2][2] u4.1"}}, {{"x", ""}, {"y", ""}}), Made{});
+        EXPECT_EQ(madeOf(type, {{"x", "[3] s4.0"}}, {{"y", "[3] s4.0"}}), Made{});
+        EXPECT_EQ(madeOf(type, {{"x", "[3] s4.0"}}, {{"y", "[2] s4.0"}}), Made{});
+        EXPECT_EQ(madeOf(type, {{"x", "[2] s4.0"}, {"y", "s4.1"}}, {{"z", "[4] s6.0"}, {"w", "s9.0"}}), Made{});
+        // A wire that is declared a condition is none of the lanes that come in under its name.
+        EXPECT_EQ(madeOf(type, {{"x", "[2] s4.0"}}, {{"x", ""}}, {{"extIfaceBooleanDeclWires", "(x)"}}), Made{});
+    }
+}
+
 TEST_F(VectorUnrollersTest, namesTheLanesOfAFilter) {
     Design design(mgr.context());
     Model &model = unrolled(design, "firBlock", {{"portValid", "u1.0"}, {"0", "[2] s8.0"}}, {{"0", ""}},

@@ -135,6 +135,14 @@ ToldBlock oscillatorOfTwoSamples() {
     return made;
 }
 
+/// What a complex sine is, nothing tells.
+ToldBlock complexOscillator() {
+    ToldBlock made = oscillator(false);
+    made.wires = {{text(A_NCO_WIRE_SIN), kComplex}, {text(A_NCO_WIRE_COS), kComplex}};
+    made.params[2].second = kComplex;
+    return made;
+}
+
 /// Blocks whose vectors or complex numbers come from their parameters, or from a control.
 std::vector<ToldBlock> compoundBlocks() {
     ToldBlock counter;
@@ -177,8 +185,8 @@ std::vector<ToldBlock> compoundBlocks() {
     complexTable.wires = {{text(A_PRIM_WIRE_OUT), "(typeComplex (typeSFixed 4 0))"}};
     complexTable.params = {{text(A_LUT_DATA), "((complexRollTag 5 2) (complexRollTag 3 4) (complexRollTag -2 6))"}};
 
-    return {oscillatorOfTwoSamples(), std::move(counter), std::move(sequence),    std::move(decode),
-            std::move(loop),          std::move(table),   std::move(complexTable)};
+    return {oscillatorOfTwoSamples(), std::move(counter), std::move(sequence),     std::move(decode),
+            std::move(loop),          std::move(table),   std::move(complexTable), complexOscillator()};
 }
 
 /// What only takes signals, whose types the outside tells.

@@ -503,10 +503,21 @@ class TypePinComplexUnroller final : public ComplexUnroller {
 };
 
 /// A product of one factor is that factor.
+/// What has no output has no result whose type could be known, and nothing that its parts would have to give.
+template <class U> class ProductUnrollHandler final : public ComplexUnrollHandler {
+  public:
+    std::shared_ptr<ComplexUnroller> createUnroller(Block &block) const override {
+        if (block.getWireCount() == 0) {
+            return std::make_shared<DefaultComplexUnroller>(block);
+        }
+        return std::make_shared<U>(block);
+    }
+};
+
 class MultiplyUnrollHandler final : public ComplexUnrollHandler {
   public:
     std::shared_ptr<ComplexUnroller> createUnroller(Block &block) const override {
-        if (block.port_size() == 1) {
+        if (block.port_size() == 1 || block.getWireCount() == 0) {
             return std::make_shared<DefaultComplexUnroller>(block);
         }
         return std::make_shared<MultiplyKaratsubaComplexUnroller>(block);
@@ -518,6 +529,11 @@ using SyncRegisterUnroller = RegisterComplexUnroller<A_SYNC_REGISTER_INIT_VALUE,
 
 const ComplexUnrollHandler *defaultHandler() {
     static const ComplexUnrollHandler handler;
+    return &handler;
+}
+
+template <class U> const ComplexUnrollHandler *productHandler() {
+    static const ProductUnrollHandler<U> handler;
     return &handler;
 }
 
@@ -544,7 +560,7 @@ const ComplexUnrollRow kRows[] = {
     {&A_MULT_BLOCK, multiplyHandler, "real multipliers, and a difference and a sum of their products"},
     {&A_MONSTER_MULT_BLOCK, multiplyHandler, "real multipliers, and a difference and a sum of their products"},
     {&A_ADD_REDUCE_BLOCK, defaultHandler, kParts},
-    {&A_SCALAR_PRODUCT_BLOCK, handler<ScalarProductComplexUnroller>, "real scalar products, and in fixed point a difference and a sum"},
+    {&A_SCALAR_PRODUCT_BLOCK, productHandler<ScalarProductComplexUnroller>, "real scalar products, and in fixed point a difference and a sum"},
     {&A_ADDSUB_BLOCK, handler<AddSubComplexUnroller>, kShared},
     {&A_ADDSUBFUSED_BLOCK, defaultHandler, kParts},
     {&A_ADD_SLOAD_BLOCK, handler<AddSloadComplexUnroller>, kShared},
@@ -593,7 +609,7 @@ const ComplexUnrollRow kRows[] = {
     {&A_CONST_BLOCK, handler<ConstComplexUnroller>, kValues},
     {&A_DIVIDE_BLOCK, nullptr, "a quotient of complex numbers is not that of their parts, and has no meaning here"},
     {&A_MOD_MULT_BLOCK, nullptr, "its type rule takes real operands alone: residues are of integers"},
-    {&A_CONSTMULT_BLOCK, handler<ConstMultComplexUnroller>, "multipliers by the parts of the constant, and a difference and a sum"},
+    {&A_CONSTMULT_BLOCK, productHandler<ConstMultComplexUnroller>, "multipliers by the parts of the constant, and a difference and a sum"},
     {&A_CONSTDIV_BLOCK, handler<ConstDivComplexUnroller>, "a block of each part, where the divisor is real"},
     {&A_RAW_SHIFT_BLOCK, defaultHandler, kParts},
     {&A_BARREL_LEFT_BLOCK, handler<BarrelComplexUnroller>, kShared},
@@ -685,8 +701,8 @@ const ComplexUnrollRow kRows[] = {
     {&A_AUNPACK_BLOCK, nullptr, "what joins parts stays"},
     {&A_UNSCHED_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
     {&A_BOUNDARY_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_HIDDEN_IFACE_BLOCK, nullptr, "what is outside knows its signals by their names"},
-    {&A_EXT_IFACE_BLOCK, nullptr, "what is outside knows its signals by their names"},
+    {&A_HIDDEN_IFACE_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_EXT_IFACE_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
     {&A_LATENCY_PLACEHOLDER_BLOCK, handler<LatencyPlaceholderComplexUnroller>, kNames},
     {&A_SCHEDULED_MODEL_BLOCK, nullptr, "its ports follow the mappings of the scheduled model"},
     {&A_UNSUPPORTED_BLOCK, nullptr, "nothing is known of what it computes"},
@@ -702,13 +718,13 @@ const ComplexUnrollRow kRows[] = {
     {&A_PIPE_BLOCK, defaultHandler, kParts},
     {&A_FIXED_MFUNC_BLOCK, defaultHandler, kParts},
     {&A_FLOAT_MFUNC_BLOCK, defaultHandler, kParts},
-    {&A_CIC_BLOCK, nullptr, "what it is built from comes apart in its place"},
-    {&A_FIR_BLOCK, nullptr, "what it is built from comes apart in its place"},
-    {&A_SCALE_BLOCK, nullptr, "what it is built from comes apart in its place"},
-    {&A_MIXER_BLOCK, nullptr, "what it is built from comes apart in its place"},
-    {&A_NCO_BLOCK, nullptr, "what it is built from comes apart in its place"},
-    {&A_CHANVIEW_BLOCK, nullptr, "what it is built from comes apart in its place"},
-    {&A_SHARED_FIFO_BLOCK, nullptr, "what it is built from comes apart in its place"},
+    {&A_CIC_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_FIR_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_SCALE_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_MIXER_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_NCO_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_CHANVIEW_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_SHARED_FIFO_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
     {&A_AXI4_STREAM_RECEIVER_BLOCK, nullptr, "what is outside knows its signals by their names"},
     {&A_AXI4_STREAM_TRANSMITTER_BLOCK, nullptr, "what is outside knows its signals by their names"},
     {&A_BFU_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},

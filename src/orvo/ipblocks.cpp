@@ -3,6 +3,8 @@
 
 #include "orvo/typerules.h"
 
+#include <orvo/elementname.h>
+
 #include <algorithm>
 #include <climits>
 #include <cmath>
@@ -100,29 +102,37 @@ void setBusControls(TypeInferAPI2 &api) {
     }
 }
 
-/// What a lane of a signal, under (name, lane), belongs to; null for any other name.
-PureValueRef wholeOf(const PureValueRef &name) {
-    const PureTupleValueRef tuple = pureTupleVR(name);
-    return tuple && tuple->size() == 2 && tuple->at(1)->kind() == CoreType::Number ? PureValueRef(tuple->at(0))
-                                                                                   : PureValueRef();
-}
-
 bool isDataNumber(const PureValueRef &name, int count) {
     const NumberValueRef number = numberVR(name);
     return number && number->isInt() && number->toInt() >= 0 && number->toInt() < count;
 }
 
-NumTypeSpec laneType(NumTypeSpec type) {
-    type.stripVectors();
+/// The type of an element of a signal.
+NumTypeSpec elementType(NumTypeSpec type, const ElementName &element) {
+    if (element.levels != 0) {
+        type.stripVectors();
+    }
+    if (element.isPart) {
+        type.setComplex(false);
+    }
     return type;
 }
 
-/// Sets a signal's type, and that of its elements on its lanes.
+/// The type at a port; of a part of a complex number that of the number.
+NumTypeSpec numberAt(TypeInferAPI2 &api, const PureValueRef &name) {
+    NumTypeSpec type = portSpec(api, name);
+    if (ElementName(name).isPart) {
+        type.setComplex(true);
+    }
+    return type;
+}
+
+/// Sets a signal's type, and that of its elements on its lanes and parts.
 template <class Is> void setWiresWhere(TypeInferAPI2 &api, const NumTypeSpec &type, Is isMeant) {
     for (NameEnumerator wires = api.getWireNames(); wires.next();) {
-        const PureValueRef whole = wholeOf(wires.get());
-        if (isMeant(whole ? whole : wires.get())) {
-            setWire(api, wires.get(), whole ? laneType(type) : type);
+        const ElementName element(wires.get());
+        if (isMeant(element.whole)) {
+            setWire(api, wires.get(), elementType(type, element));
         }
     }
 }
@@ -135,24 +145,23 @@ void setDataWire(TypeInferAPI2 &api, const StaticString &data, const NumTypeSpec
     setWiresWhere(api, type, [&data](const PureValueRef &name) { return name == data; });
 }
 
-/// The numbered data of a block, whole and in lanes, by number.
+/// The numbered data of a block, whole and in elements, by number.
 std::multimap<int, PureValueRef> dataPorts(const TypeInferAPI2 &api) {
     std::multimap<int, PureValueRef> ports;
     for (const Port &port : api.getBlock().ports()) {
-        const PureValueRef name = port.getName();
-        const PureValueRef whole = wholeOf(name);
-        if (isDataNumber(whole ? whole : name, INT_MAX)) {
-            ports.emplace(numberVR(whole ? whole : name)->toInt(), name);
+        const PureValueRef whole = ElementName(port.getName()).whole;
+        if (isDataNumber(whole, INT_MAX)) {
+            ports.emplace(numberVR(whole)->toInt(), port.getName());
         }
     }
     return ports;
 }
 
-/// The type of numbered data, or that of its first lane where it was taken apart.
+/// The type of numbered data, or that of its first lane where vectors came apart.
 NumTypeSpec dataSpec(TypeInferAPI2 &api, int number) {
     const auto ports = dataPorts(api);
     const auto at = ports.lower_bound(number);
-    return at == ports.end() || at->first != number ? NumTypeSpec() : portSpec(api, at->second);
+    return at == ports.end() || at->first != number ? NumTypeSpec() : numberAt(api, at->second);
 }
 
 /// Rules of blocks whose data is sized by parameters: the controls are known from the start.
@@ -271,7 +280,7 @@ class MixerTypeHandler final : public ChannelledTypeHandler {
         // Data comes first, the oscillator's values behind it.
         for (const auto &[number, name] : dataPorts(api)) {
             first = first ? first : number;
-            (number == first ? data : oscillator) = portSpec(api, name);
+            (number == first ? data : oscillator) = numberAt(api, name);
         }
         data.requireFixed();
         oscillator.requireFixed();

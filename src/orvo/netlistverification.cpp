@@ -4,6 +4,7 @@
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/corevalues.h>
+#include <orvo/elementname.h>
 #include <orvo/modelkinds.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
@@ -48,20 +49,20 @@ bool matches(const Entry &entry, const PureValueRef &name) {
     return false;
 }
 
-/// What a port (name, lane) is a lane of: some blocks go on under such names when vectors come apart. Null for others.
+/// What a port is an element of: some blocks go on under such names when signals come apart. Null for others.
 PureValueRef wholeOf(const Block &block, const PureValueRef &name) {
-    const PureTupleValueRef tuple = isIPBlock(block) ? pureTupleVR(name) : PureTupleValueRef();
-    return tuple && tuple->size() == 2 && numberVR(tuple->at(1)) ? PureValueRef(tuple->at(0)) : PureValueRef();
+    const PureValueRef whole = isIPBlock(block) ? ElementName(name).whole : name;
+    return whole == name ? PureValueRef() : whole;
 }
 
-bool hasPortOrLane(const Block &block, const PureValueRef &name) {
+bool hasPortOrElement(const Block &block, const PureValueRef &name) {
     const auto ports = block.ports();
     return block.getPort(name) != nullptr || std::any_of(ports.begin(), ports.end(), [&](const Port &port) {
                return wholeOf(block, port.getName()) == name;
            });
 }
 
-bool hasWireOrLane(const Block &block, const PureValueRef &name) {
+bool hasWireOrElement(const Block &block, const PureValueRef &name) {
     return block.getWire(name) != nullptr || std::any_of(block.begin(), block.end(), [&](const Wire &wire) {
                return wholeOf(block, wire.getName()) == name;
            });
@@ -171,10 +172,10 @@ void CatalogueVerifier::Impl::checkEntry(const Block &block, const Entry &entry,
         present = value != nullptr;
     } else if (connection.kind == "Port") {
         missing = Kind::MissingPort;
-        present = key != nullptr && hasPortOrLane(block, entry.key);
+        present = key != nullptr && hasPortOrElement(block, entry.key);
     } else if (connection.kind == "Wire") {
         missing = Kind::MissingWire;
-        present = key != nullptr && hasWireOrLane(block, entry.key);
+        present = key != nullptr && hasWireOrElement(block, entry.key);
     } else {
         findings.push_back({Kind::UnknownConnectionKind, &block, connection.kind,
                             "Unrecognized block connection type: " + connection.kind});

@@ -805,6 +805,9 @@ class ScalarProductVectorUnroller final : public CombiningVectorUnroller {
             from = &widened(block(), nameOf("sign", term, lane), driver, wide.toValue(block().getContext()));
         }
         Block &neg = create(block(), nameOf("neg", term, lane), A_NEG_BLOCK);
+        if (const ValueRef subnormals = block().getParam(A_FLOAT_SUBNORMALS)) {
+            neg.setParam(A_FLOAT_SUBNORMALS, subnormals);
+        }
         neg.setParam(numberOf(0), *from);
         return *Wire::create(neg, A_PRIM_WIRE_OUT);
     }
@@ -1208,14 +1211,14 @@ const VectorUnrollRow kRows[] = {
     {&A_VCONCAT_BLOCK, handler<VecConcatUnroller>, "unpacks and a pack"},
     {&A_VSPLIT_BLOCK, handler<VecSplitUnroller>, "an unpack and packs"},
     {&A_VSELECTOR_BLOCK, handler<VecSelectorUnroller>, "wires"},
-    {&A_CPACK_BLOCK, nullptr, "what joins lanes stays"},
-    {&A_CUNPACK_BLOCK, nullptr, "what joins lanes stays"},
+    {&A_CPACK_BLOCK, defaultHandler, kLane},
+    {&A_CUNPACK_BLOCK, defaultHandler, kLane},
     {&A_APACK_BLOCK, nullptr, "what joins lanes stays"},
     {&A_AUNPACK_BLOCK, nullptr, "what joins lanes stays"},
     {&A_UNSCHED_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
     {&A_BOUNDARY_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
-    {&A_HIDDEN_IFACE_BLOCK, nullptr, kOutside},
-    {&A_EXT_IFACE_BLOCK, nullptr, kOutside},
+    {&A_HIDDEN_IFACE_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
+    {&A_EXT_IFACE_BLOCK, handler<PrimBoundaryVectorUnroller>, kNames},
     {&A_LATENCY_PLACEHOLDER_BLOCK, handler<LatencyPlaceholderVectorUnroller>, "one block with a port and a wire a lane"},
     {&A_SCHEDULED_MODEL_BLOCK, nullptr, "its ports follow the mappings of the scheduled model"},
     {&A_UNSUPPORTED_BLOCK, nullptr, "nothing is known of what it computes"},

@@ -9,7 +9,10 @@
 #include <orvo/scheduledmodelhandle.h>
 #include <orvo/wire.h>
 
+#include <map>
 #include <optional>
+#include <set>
+#include <string_view>
 
 namespace orvo::sim {
 
@@ -267,55 +270,59 @@ void writeOutsideMemory(BlockWriter &writer) {
     }
 }
 
-/// The name of a signal, and that of its lane or part as unrolling writes it.
-std::pair<std::string, std::string> splitName(const PureValueRef &name) {
+/// The name under which all elements of a signal stand.
+PureValueRef wholeName(const PureValueRef &name) {
     const PureTupleValueRef tuple = pureTupleVR(name);
-    if (!tuple || tuple->size() < 2) {
-        return {name->toString(), ""};
-    }
-    std::string element;
-    for (std::size_t i = 1; i < tuple->size(); ++i) {
-        element += " " + tuple->at(i)->toString();
-    }
-    return {tuple->at(0)->toString(), element};
+    return tuple && tuple->size() > 1 ? PureValueRef(tuple->at(0)) : name;
 }
 
-/// Each port to the wire of its name or, if there are only one of each, to that; what else is read comes from logic
-/// that is not told.
+PureValueRef renamed(const PureValueRef &name, const PureValueRef &whole, Context *context) {
+    const PureTupleValueRef tuple = pureTupleVR(name);
+    if (!tuple || tuple->size() < 2) {
+        return whole;
+    }
+    std::vector<PureValueRef> elements(tuple->begin(), tuple->end());
+    elements[0] = whole;
+    return PureTupleValue::get(elements, context);
+}
+
+/// Each scalar of an input to that of an output with its name or, if there are only one input and one output, with its
+/// place in them; what else is read comes from logic that is not told. Lanes, members and parts that have ports of
+/// their own are still elements of one signal, so the block stays what it is when signals are taken apart.
 void writeForeign(BlockWriter &writer, const Uninterpreted &what) {
     const Block &block = writer.block();
-    std::map<std::string, std::map<std::string, PureValueRef>> ports;
-    std::map<std::string, std::map<std::string, PureValueRef>> wires;
+    std::set<PureValueRef> inputs;
+    std::set<PureValueRef> outputs;
     for (const Port &port : block.ports()) {
-        const auto [name, element] = splitName(port.getName());
-        ports[name][element] = port.getName();
+        inputs.insert(wholeName(port.getName()));
     }
     for (const Wire &wire : block) {
-        const auto [name, element] = splitName(wire.getName());
-        wires[name][element] = wire.getName();
+        outputs.insert(wholeName(wire.getName()));
     }
-    if (ports.size() == 1 && wires.size() == 1) {
-        // Lanes and parts that have ports of their own are still one signal.
-        for (const auto &[element, name] : wires.begin()->second) {
-            const auto port = ports.begin()->second.find(element);
-            if (const Signal out = writer.out(name); out.known() && port != ports.begin()->second.end()) {
-                convertSignal(writer, out, writer.in(port->second));
-            }
-        }
-        return;
-    }
-    writeByName(writer);
+    const bool isThrough = inputs.size() == 1 && outputs.size() == 1;
     std::vector<NamedLeaf> in;
-    std::vector<NamedLeaf> out;
     for (const Port &port : block.ports()) {
-        appendNamedLeaves(writer, port.getName(), writer.in(port.getName()), in);
+        const PureValueRef name =
+            isThrough ? renamed(port.getName(), *outputs.begin(), writer.context()) : port.getName();
+        appendNamedLeaves(writer, name, writer.in(port.getName()), in);
     }
+    std::map<std::string_view, Leaf> leaves;
+    for (const NamedLeaf &one : in) {
+        leaves.emplace(one.name, one.leaf);
+    }
+    std::vector<NamedLeaf> all;
     for (const Wire &wire : block) {
-        if (block.getPort(wire.getName()) == nullptr) {
-            appendNamedLeaves(writer, wire.getName(), writer.out(wire.getName()), out);
+        appendNamedLeaves(writer, wire.getName(), writer.out(wire.getName()), all);
+    }
+    std::vector<NamedLeaf> untold;
+    for (NamedLeaf &one : all) {
+        if (const auto same = leaves.find(one.name); same != leaves.end()) {
+            writer.convert(one.leaf, same->second);
+        } else {
+            untold.push_back(std::move(one));
         }
     }
-    emitUninterpreted(writer, what.type->text(), in, out);
+    emitUninterpreted(writer, what.type->text(), in, untold);
 }
 
 void writeExternalInterface(BlockWriter &writer) { writeForeign(writer, {&A_EXT_IFACE_BLOCK}); }

@@ -3,8 +3,11 @@
 
 #include "sim/statekernels.h"
 
+#include <orvo/elementname.h>
 #include <orvo/wire.h>
 #include <util/random.h>
+
+#include <algorithm>
 
 namespace orvo::sim {
 
@@ -66,6 +69,18 @@ void appendMemberNames(const SignalType &type, const PureValueRef &name, Context
 
 namespace {
 
+/// One name for an element whichever of its vector and its complex type came apart first: the part stands behind the
+/// name.
+std::string settledText(const PureValueRef &name, Context *context) {
+    const PureTupleValueRef tuple = pureTupleVR(name);
+    if (!tuple || tuple->size() < 3) {
+        return name->toString();
+    }
+    std::vector<PureValueRef> elements(tuple->begin(), tuple->end());
+    std::stable_partition(elements.begin() + 1, elements.end(), ElementName::isPartWord);
+    return PureTupleValue::get(elements, context)->toString();
+}
+
 void appendLaneNames(const SignalType &type, const PureValueRef &name, Context *context,
                      std::vector<std::string> &names) {
     if (type.isRecord()) {
@@ -73,10 +88,10 @@ void appendLaneNames(const SignalType &type, const PureValueRef &name, Context *
         appendMemberNames(type, name, context, member, names);
     } else if (type.isComplex) {
         for (const char *part : {"real", "imag"}) {
-            names.push_back(elementName(name, StringValue::get(part, context), context)->toString());
+            names.push_back(settledText(elementName(name, StringValue::get(part, context), context), context));
         }
     } else {
-        names.push_back(name->toString());
+        names.push_back(settledText(name, context));
     }
 }
 
