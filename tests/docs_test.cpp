@@ -36,6 +36,8 @@ TEST(Documents, tellEveryBoundOnWhatIsRead) {
         {"kCatalogueLineBytes", limits::kCatalogueLineBytes},
         {"kTypeInstances", limits::kTypeInstances},
         {"kPassTextBytes", limits::kPassTextBytes},
+        {"kPipelineBytes", limits::kPipelineBytes},
+        {"kPipelinePasses", limits::kPipelinePasses},
     };
     const std::string page = fileText("docs/limits.md");
     const std::string header = fileText("include/orvo/limits.h");

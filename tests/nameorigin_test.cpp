@@ -116,6 +116,31 @@ TEST_F(NameOriginTest, substitutesAreKnownByTheirWord) {
     EXPECT_EQ(origin("m_vunroll2"), "nothing");
 }
 
+TEST_F(NameOriginTest, namesOfMoreRewritesThanAnyDesignMeetsLeadNowhere) {
+    block(mTop, "m");
+    std::string name = "m";
+    for (int i = 0; i < 32; ++i) {
+        name += "_vp";
+    }
+    EXPECT_NE(origin(name), "nothing");
+    EXPECT_EQ(origin(name + "_vp"), "nothing");
+    for (int i = 0; i < 50000; ++i) {
+        name += "_vp";
+    }
+    EXPECT_EQ(origin(name), "nothing");
+    std::string deep = "m";
+    for (int i = 0; i < 990; ++i) {
+        deep = "(" + deep + " 0)";
+    }
+    EXPECT_NE(origin(deep), "nothing");
+    // A tuple in a text in a tuple nests deeper than one value's text may.
+    std::string twice = "\"" + deep + "_vp\"";
+    for (int i = 0; i < 990; ++i) {
+        twice = "(" + twice + " 0)";
+    }
+    EXPECT_EQ(origin(twice), "nothing");
+}
+
 TEST_F(NameOriginTest, whatJoinsASignalNamesItsPort) {
     block(mTop, "m");
     EXPECT_EQ(origin("((m 0) vup)"), "top/m, at 0, beside it (vup) *");

@@ -2,6 +2,7 @@
 #include "driver/pipeline.h"
 
 #include <orvo/context.h>
+#include <orvo/limits.h>
 
 #include <gtest/gtest.h>
 
@@ -72,6 +73,41 @@ TEST_F(PipelineTest, anErrorLeavesWhatWasThere) {
     EXPECT_TRUE(parsePipelines("[a]\n[a]\n", mContext.context(), presets));
     ASSERT_EQ(presets.size(), 1U);
     EXPECT_EQ(presets[0].name, "kept");
+}
+
+TEST_F(PipelineTest, includesThatDoubleEndAtTheBound) {
+    std::string text = "[p0]\nA\n";
+    for (int i = 1; i <= 40; ++i) {
+        const std::string above = std::to_string(i - 1);
+        text += "[p" + std::to_string(i) + "]\ninclude p" + above + "\n  include p" + above + "\n";
+    }
+    // There are 2^16 - 1 passes up to p15.
+    EXPECT_EQ(read(text), "49:1 the presets have more than 65536 passes with what they include");
+}
+
+TEST_F(PipelineTest, passesThatAreWrittenOutCountToo) {
+    std::string text = "[a]\n";
+    for (std::size_t i = 0; i < limits::kPipelinePasses; ++i) {
+        text += "A\n";
+    }
+    EXPECT_EQ(read(text), text);
+    EXPECT_EQ(read(text + " B\n"), "65538:2 the presets have more than 65536 passes with what they include");
+}
+
+TEST_F(PipelineTest, textsBeyondTheBoundAreRefused) {
+    std::string text(limits::kPipelineBytes, '\n');
+    EXPECT_EQ(read(text), "");
+    EXPECT_EQ(read(text + "["), "1:1 the text is longer than 1048576 bytes");
+}
+
+// Looking through all names for each would take minutes.
+TEST_F(PipelineTest, aHundredThousandPresetsAreRead) {
+    std::string text;
+    for (int i = 0; i < 100000; ++i) {
+        text += "[p" + std::to_string(i) + "]\n";
+    }
+    EXPECT_EQ(read(text), text);
+    EXPECT_EQ(read(text + "[p7]"), "100001:1 preset 'p7' stands twice");
 }
 
 TEST_F(PipelineTest, theInstalledFileNamesPassesThatExist) {

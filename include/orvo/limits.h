@@ -35,5 +35,9 @@ inline constexpr std::size_t kCatalogueLineBytes = std::size_t{1} << 16;
 inline constexpr std::size_t kTypeInstances = std::size_t{1} << 22;
 /// Bytes of a pass list's text.
 inline constexpr std::size_t kPassTextBytes = std::size_t{1} << 20;
+/// Bytes of a pipeline file.
+inline constexpr std::size_t kPipelineBytes = std::size_t{1} << 20;
+/// Passes of all presets of a pipeline file, with those that they include.
+inline constexpr std::size_t kPipelinePasses = std::size_t{1} << 16;
 
 } // namespace orvo::limits

@@ -64,7 +64,8 @@ struct NameOrigin {
     ORVO_API bool standsForBlock() const;
 };
 
-/// Finds origins in one source design, which must stay as it is meanwhile. Costs as much as the name is long.
+/// Finds origins in one source design, which must stay as it is meanwhile. Costs as much as the name is long. Names
+/// that more rewrites than any design meets would have made lead nowhere.
 class ORVO_API NameOrigins {
   public:
     explicit NameOrigins(const Design &source);
@@ -75,8 +76,10 @@ class ORVO_API NameOrigins {
     NameOrigin originOf(const PureValueRef &name, const Model &model) const;
 
   private:
-    NameOrigin ofTuple(const PureValueRef &name, const Model &model) const;
-    NameOrigin ofText(const PureValueRef &name, const Model &model) const;
+    /// `room` is how many more readings may nest.
+    NameOrigin read(const PureValueRef &name, const Model &model, int room) const;
+    NameOrigin ofTuple(const PureValueRef &name, const Model &model, int room) const;
+    NameOrigin ofText(const PureValueRef &name, const Model &model, int room) const;
 
     const Block *scheduledBlockWith(const PureValueRef &key, const Model &model) const;
 

@@ -3,10 +3,12 @@
 
 #include "driver/suggest.h"
 
+#include <orvo/limits.h>
 #include <util/root.h>
 
 #include <algorithm>
 #include <cctype>
+#include <unordered_map>
 
 namespace orvo::driver {
 
@@ -41,6 +43,9 @@ class Reader {
         static constexpr std::string_view mark = "\xef\xbb\xbf";
         if (text.substr(0, mark.size()) == mark) {
             text.remove_prefix(mark.size());
+        }
+        if (text.size() > limits::kPipelineBytes) {
+            mError = PassTextError{{}, "the text is longer than " + std::to_string(limits::kPipelineBytes) + " bytes"};
         }
         while (!text.empty() && !mError) {
             ++mLine;
@@ -99,12 +104,14 @@ class Reader {
             return;
         }
         const std::string name = readName(line.text.substr(1, close - 1), line.at + 1);
-        if (!mError && find(name) != nullptr) {
+        if (mError) {
+            return;
+        }
+        if (!mByName.emplace(name, mPresets.size()).second) {
             fail(line.at, "preset '" + name + "' stands twice");
+            return;
         }
-        if (!mError) {
-            mPresets.push_back({name, {}});
-        }
+        mPresets.push_back({name, {}});
     }
 
     void readInclude(const Piece &line, std::size_t word) {
@@ -112,8 +119,8 @@ class Reader {
         if (mError) {
             return;
         }
-        const Preset *included = find(name);
-        if (included == nullptr || included == &mPresets.back()) {
+        const auto at = mByName.find(name);
+        if (at == mByName.end() || at->second + 1 == mPresets.size()) {
             std::vector<std::string> above;
             for (std::size_t i = 0; i + 1 < mPresets.size(); ++i) {
                 above.push_back(mPresets[i].name);
@@ -123,8 +130,11 @@ class Reader {
                               (near.empty() ? std::string() : ": did you mean '" + near + "'?"));
             return;
         }
-        std::vector<PassText> &passes = mPresets.back().passes;
-        passes.insert(passes.end(), included->passes.begin(), included->passes.end());
+        const std::vector<PassText> &included = mPresets[at->second].passes;
+        if (takeRoom(included.size(), line.at)) {
+            std::vector<PassText> &passes = mPresets.back().passes;
+            passes.insert(passes.end(), included.begin(), included.end());
+        }
     }
 
     void readPass(std::string_view line, std::size_t at) {
@@ -146,17 +156,28 @@ class Reader {
         for (TextPosition &position : passes[0].paramPositions) {
             position.line = mLine;
         }
-        mPresets.back().passes.push_back(std::move(passes[0]));
+        if (takeRoom(1, at)) {
+            mPresets.back().passes.push_back(std::move(passes[0]));
+        }
     }
 
-    const Preset *find(const std::string &name) const {
-        const auto at = std::find_if(mPresets.begin(), mPresets.end(),
-                                     [&name](const Preset &preset) { return preset.name == name; });
-        return at == mPresets.end() ? nullptr : &*at;
+    /// Includes of includes double with each line, so that what they make is counted before it is made.
+    bool takeRoom(std::size_t passes, std::size_t at) {
+        if (passes > limits::kPipelinePasses - mPasses) {
+            fail(at, "the presets have more than " + std::to_string(limits::kPipelinePasses) +
+                         " passes with what they include");
+            return false;
+        }
+        mPasses += passes;
+        return true;
     }
 
     Context *mContext;
     std::vector<Preset> &mPresets;
+    /// Where each preset is in `mPresets`.
+    std::unordered_map<std::string, std::size_t> mByName;
+    /// Of all presets so far, with what they include.
+    std::size_t mPasses = 0;
     int mLine = 0;
     std::optional<PassTextError> mError;
 };

@@ -22,7 +22,8 @@ struct Preset {
 };
 
 /// Reads all presets of a text, in its order; none of them has the name of another. Whether the passes exist is not
-/// looked at.
+/// looked at. Texts beyond `limits::kPipelineBytes` and presets beyond `limits::kPipelinePasses` are errors like any
+/// other.
 std::optional<PassTextError> parsePipelines(std::string_view text, Context *context, std::vector<Preset> &presets);
 
 /// One pass a line under the preset's name, which `parsePipelines` reads back to the same preset.

@@ -11,6 +11,8 @@
 #include <orvo/wire.h>
 
 #include <algorithm>
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace orvo {
@@ -29,6 +31,10 @@ constexpr TextEnding kTextEndings[] = {
     {"_vunroll", Kind::Substitute, false}, {"_cunroll", Kind::Substitute, false}, {"_aunroll", Kind::Substitute, false},
     {"_vup", Kind::Beside, true},          {"_vp", Kind::Beside, true},
 };
+
+/// Endings of one text and readings inside each other; names that rewrites made have a few of them.
+constexpr std::size_t kEndings = 32;
+constexpr int kNesting = 1000;
 
 constexpr std::string_view kSubstitutes[] = {"vunroll", "cunroll", "aunroll"};
 constexpr std::string_view kParts[] = {"real", "imag"};
@@ -72,6 +78,25 @@ bool isLaneOrPart(const PureValueRef &element) {
     return kind == Kind::Lane || kind == Kind::Part;
 }
 
+/// A text without its ending.
+struct SplitText {
+    std::string rest;
+    std::string word;
+    Kind kind;
+};
+
+std::optional<SplitText> splitEnding(std::string_view whole) {
+    const std::string_view unnumbered = whole.substr(0, whole.find_last_not_of("0123456789") + 1);
+    for (const TextEnding &row : kTextEndings) {
+        const std::string_view text = row.takesNumber ? unnumbered : whole;
+        if (text.size() > row.ending.size() && text.substr(text.size() - row.ending.size()) == row.ending) {
+            const std::size_t rest = text.size() - row.ending.size();
+            return SplitText{std::string(whole.substr(0, rest)), std::string(whole.substr(rest + 1)), row.kind};
+        }
+    }
+    return std::nullopt;
+}
+
 PureValueRef elementOf(const PureTupleValueRef &tuple, std::size_t at) { return PureValueRef(tuple->at(at)); }
 
 NameOrigin with(NameOrigin origin, std::initializer_list<NameStep> steps) {
@@ -97,20 +122,27 @@ NameOrigin NameOrigins::originOf(const Block &block) const {
 }
 
 NameOrigin NameOrigins::originOf(const PureValueRef &name, const Model &model) const {
+    return read(name, model, kNesting);
+}
+
+NameOrigin NameOrigins::read(const PureValueRef &name, const Model &model, int room) const {
     if (const Block *block = model.getBlock(name)) {
         return {block, {}};
     }
+    if (room == 0) {
+        return {};
+    }
     switch (name->kind()) {
     case CoreType::PureTuple:
-        return ofTuple(name, model);
+        return ofTuple(name, model, room - 1);
     case CoreType::String:
-        return ofText(name, model);
+        return ofText(name, model, room - 1);
     default:
         return {};
     }
 }
 
-NameOrigin NameOrigins::ofTuple(const PureValueRef &name, const Model &model) const {
+NameOrigin NameOrigins::ofTuple(const PureValueRef &name, const Model &model, int room) const {
     const PureTupleValueRef tuple = pureTupleVR(name);
     const std::size_t size = tuple->size();
     if (size < 2) {
@@ -119,12 +151,12 @@ NameOrigin NameOrigins::ofTuple(const PureValueRef &name, const Model &model) co
     const PureValueRef first = elementOf(tuple, 0);
     const PureValueRef second = elementOf(tuple, 1);
     if (const Model *dissolved = size == 2 ? mSource.getModel(first) : nullptr) {
-        if (NameOrigin found = with(originOf(second, *dissolved), {{Kind::Copy, first}})) {
+        if (NameOrigin found = with(read(second, *dissolved, room), {{Kind::Copy, first}})) {
             return found;
         }
     }
     if (size == 3 && first == A_DUPLICATE_NAME) {
-        if (NameOrigin found = with(originOf(elementOf(tuple, 2), model), {{Kind::Duplicate, second}})) {
+        if (NameOrigin found = with(read(elementOf(tuple, 2), model, room), {{Kind::Duplicate, second}})) {
             return found;
         }
     }
@@ -135,13 +167,13 @@ NameOrigin NameOrigins::ofTuple(const PureValueRef &name, const Model &model) co
     }
     const PureTupleValueRef signal = pureTupleVR(first);
     if (isAtPort(textOf(second)) && signal && signal->size() == 2) {
-        return with(originOf(elementOf(signal, 0), model),
+        return with(read(elementOf(signal, 0), model, room),
                     {{Kind::Port, elementOf(signal, 1)}, {Kind::Beside, second}});
     }
     if (size >= 3 && isAtPort(textOf(elementOf(tuple, 2)))) {
-        return with(originOf(first, model), {{Kind::Port, second}, {Kind::Beside, elementOf(tuple, 2)}});
+        return with(read(first, model, room), {{Kind::Port, second}, {Kind::Beside, elementOf(tuple, 2)}});
     }
-    NameOrigin found = originOf(first, model);
+    NameOrigin found = read(first, model, room);
     for (std::size_t i = 1; found && i < size; ++i) {
         const PureValueRef element = elementOf(tuple, i);
         found.steps.push_back({kindOf(element), element});
@@ -171,24 +203,27 @@ const Block *NameOrigins::scheduledBlockWith(const PureValueRef &key, const Mode
     return found == at->second.end() ? nullptr : found->second;
 }
 
-NameOrigin NameOrigins::ofText(const PureValueRef &name, const Model &model) const {
-    const std::string_view whole = textOf(name);
-    std::string_view unnumbered = whole;
-    while (!unnumbered.empty() && unnumbered.back() >= '0' && unnumbered.back() <= '9') {
-        unnumbered.remove_suffix(1);
-    }
-    for (const TextEnding &row : kTextEndings) {
-        const std::string_view text = row.takesNumber ? unnumbered : whole;
-        if (text.size() <= row.ending.size() || text.substr(text.size() - row.ending.size()) != row.ending) {
+NameOrigin NameOrigins::ofText(const PureValueRef &name, const Model &model, int room) const {
+    Context *context = name->context();
+    std::vector<NameStep> steps;
+    PureValueRef inner = name;
+    // Each shorter text becomes a value, so that their number is bounded.
+    while (steps.size() < kEndings && inner->kind() == CoreType::String) {
+        const std::optional<SplitText> split = splitEnding(textOf(inner));
+        if (!split) {
+            return {};
+        }
+        steps.push_back({split->kind, StringValue::get(split->word, context)});
+        inner = parseName(split->rest, context);
+        const Block *block = model.getBlock(inner);
+        if (block == nullptr && inner->kind() == CoreType::String) {
             continue;
         }
-        const std::string rest(text.substr(0, text.size() - row.ending.size()));
-        const std::string word(whole.substr(rest.size() + 1));
-        Context *context = name->context();
-        if (NameOrigin found =
-                with(originOf(parseName(rest, context), model), {{row.kind, StringValue::get(word, context)}})) {
-            return found;
+        NameOrigin found = block != nullptr ? NameOrigin{block, {}} : read(inner, model, room);
+        if (found) {
+            found.steps.insert(found.steps.end(), steps.rbegin(), steps.rend());
         }
+        return found;
     }
     return {};
 }
