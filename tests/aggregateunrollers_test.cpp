@@ -180,8 +180,11 @@ TEST_F(AggregateUnrollersTest, leaveOtherSignalsAlone) {
 
 TEST_F(AggregateUnrollersTest, castEachMemberToWhatItIs) {
     for (const char *type : {"castBlock", "castNONSBlock"}) {
-        EXPECT_EQ(madeOf(type, {{"0", kRecord}}, {{"primWireOut", ""}}, {}, false), mMembers) << type;
+        EXPECT_EQ(madeOf(type, {{"0", kRecord}}, {{"primWireOut", ""}}), mMembers) << type;
     }
+    // The least value has no counterpart, which a symmetric bound tells.
+    EXPECT_EQ(madeOf("castBlock", {{"0", kRecord}}, {{"primWireOut", ""}}, {{"castSaturateMode", "saturateSymmetric"}}),
+              mMembers);
     // The block gives a record on as it is, whatever record the type tells of.
     Design design(mgr.context());
     Model &model = oneBlock(design, "castBlock", {{"0", "{s4.0, u2.0}"}}, {{"primWireOut", ""}},
