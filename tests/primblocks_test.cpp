@@ -161,9 +161,12 @@ TEST(PrimTypes, keepTheInputsType) {
     for (const char *block : {"notBlock", "reverseBlock", "delayBlock", "reciprocalBlock", "recipSqrtBlock",
                               "sqrtBlock", "registerBlock"}) {
         checkTypes({{block, block, {{"0", "[2] c s4.2"}}, {}, {{kOut, "[2] c s4.2"}}},
-                    {block, block, {{"0", "{s4.2,u1.0}"}}, {}, {{kOut, "{s4.2,u1.0}"}}},
                     {block, block, {{"0", ""}}, {}, {}, {{kOut, "[2] s4.2"}}, {{"0", "[2] s4.2"}}},
                     {block, block, {{"0", ""}}, {}, {{kOut, ""}}}});
+    }
+    for (const char *block : {"delayBlock", "registerBlock"}) {
+        checkTypes({{block, block, {{"0", "{s4.2,u1.0}"}}, {}, {{kOut, "{s4.2,u1.0}"}}},
+                    {block, block, {{"0", ""}}, {}, {}, {{kOut, "{s4.2}"}}, {{"0", "{s4.2}"}}}});
     }
     checkTypes({{"an enabled register",
                  "registerBlock",
@@ -172,6 +175,15 @@ TEST(PrimTypes, keepTheInputsType) {
                  {{kOut, "s8.0"}},
                  {},
                  {{"registerPortEnable", "u3.0"}}}});
+}
+
+TEST(PrimTypes, computeOnNoRecords) {
+    for (const char *block : {"notBlock", "reverseBlock", "reciprocalBlock", "recipSqrtBlock", "sqrtBlock"}) {
+        for (const char *record : {"{s4.2,u1.0}", "[2] {s4.2}", "{{s4.2}}"}) {
+            checkTypes({{block, block, {{"0", record}}, {}, {{kOut, ""}}},
+                        {block, block, {{"0", ""}}, {}, {}, {{kOut, record}}, {{"0", ""}}}});
+        }
+    }
 }
 
 TEST(PrimTypes, negateWithABitMore) {

@@ -14,6 +14,7 @@
 #include <orvo/blockclass.h>
 #include <orvo/design.h>
 #include <orvo/model.h>
+#include <orvo/netlistverification.h>
 #include <orvo/pass.h>
 #include <orvo/staticstrings.h>
 #include <orvo/typeinferpass.h>
@@ -29,6 +30,20 @@
 namespace orvo {
 namespace {
 
+/// What the catalogue has against the blocks.
+std::vector<std::string> findingsOf(const Design &design) {
+    std::vector<std::string> texts;
+    CatalogueVerifier verifier(getBlocksInfo(), design.getContext());
+    for (const Model &model : design) {
+        for (const Block &block : model) {
+            for (const CatalogueFinding &finding : verifier.verify(block)) {
+                texts.push_back(finding.text);
+            }
+        }
+    }
+    return texts;
+}
+
 std::vector<std::string> runPasses(Design &design, const std::vector<const char *> &passes) {
     test::HeardMessages heard(design.getContext());
     PassSchedulerState state;
@@ -39,6 +54,11 @@ std::vector<std::string> runPasses(Design &design, const std::vector<const char 
         const auto sound = test::checkInvariants(design);
         RC_LOG() << pass << ": " << sound.message();
         RC_ASSERT(static_cast<bool>(sound));
+        const std::vector<std::string> broken = findingsOf(design);
+        if (!broken.empty()) {
+            RC_LOG() << pass << ": " << broken.front();
+        }
+        RC_ASSERT(broken.empty());
     }
     return heard.take();
 }
@@ -486,6 +506,65 @@ TEST_F(UnrollAggregatePassTest, leavesAModelWholeWhoseInstancesHaveRecordsOfThei
     for (const char *use : {"use", "again"}) {
         EXPECT_EQ(portsOf(*model.getBlock(value(use))), (Names{"x", "y"}));
     }
+}
+
+TEST_F(UnrollAggregatePassTest, takesNoInterestInModelsWithoutRecords) {
+    // Neither a delay nor the boundary cares whether another instance has lanes or complex numbers.
+    for (const char *other : {"[2] s4.0", "c s4.0", "[3][2] c s4.0"}) {
+        SCOPED_TRACE(other);
+        Design plain(mgr.context());
+        Model &top = *Model::create(plain, "top");
+        Model &use = *Model::create(plain, "use");
+        Block &delay = block(use, "delay", "delayBlock", {{"delayLength", "1"}});
+        delay.setParam(value("0"), *Wire::create(*Block::create(use, "in", A_INPUT_BLOCK), value("x")));
+        Block &pin = block(use, "pin", "typePinBlock");
+        pin.setParam(value("0"), *Wire::create(delay, A_PRIM_WIRE_OUT));
+        output(use, "z", *Wire::create(pin, value("0")));
+        for (const char *type : {"s4.0", other}) {
+            Block &instance = block(top, std::string("use ") + type, "modelBlock");
+            instance.setParam(A_MODEL_NODE, use);
+            instance.setParam(value("x"), input(top, type, type));
+            output(top, std::string("out ") + type, *Wire::create(instance, value("z")));
+        }
+        const std::string before = textOf(plain);
+        test::HeardMessages heard(mgr.context());
+        for (const char *pass : {"UnrollAggregatePass", "UnrollAggregateCrossModelPass"}) {
+            PassScheduler scheduler;
+            scheduler.addPass(pass);
+            scheduler.apply(plain);
+            EXPECT_EQ(heard.take(), Names{}) << pass;
+            EXPECT_EQ(textOf(plain), before) << pass;
+        }
+    }
+}
+
+TEST_F(UnrollAggregatePassTest, takesRecordsApartBesideAPlainSignalThatHasLanesElsewhere) {
+    // At a boundary the plain signal stays as it is.
+    makeTwoLevels("{s4.0, u2.0}");
+    Wire &y = *below.getInputBlock()->getWire(value("y"));
+    y.getBlock().getModel().getBlock(value("held"))->setParam(A_REGISTER_PORT_ENABLE, nullptr);
+    output(below, "v", y);
+    Block &again = useAgain("{s4.0, u2.0}");
+    again.setParam(value("y"), input(model, "wide", "[2] u1.0"));
+    EXPECT_EQ(run("UnrollAggregatePass"), Names{});
+    EXPECT_EQ(run("UnrollAggregateCrossModelPass"), Names{});
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"y", "(x 0)", "(x 1)"}));
+}
+
+TEST_F(UnrollAggregatePassTest, leavesABlockOfRecordsWholeWhoseControlHasLanesElsewhere) {
+    // The members would take the first lane of it, which the other instance does not have.
+    makeTwoLevels("{s4.0, u2.0}");
+    useAgain("{s4.0, u2.0}").setParam(value("y"), input(model, "wide", "[2] u1.0"));
+    EXPECT_EQ(run("UnrollAggregatePass"), Names{"UNAGG_INVALID_PORT_TYPE block=/below/held port=registerPortEnable"});
+    EXPECT_NE(below.getBlock(value("held")), nullptr);
+}
+
+TEST_F(UnrollAggregatePassTest, leavesABlockWholeThatHasARecordInOneInstanceOnly) {
+    makeTwoLevels("s4.0");
+    useAgain("{s4.0, u2.0}");
+    EXPECT_EQ(run("UnrollAggregatePass"), (Names{"UNAGG_INVALID_WIRE_TYPE wire=/below/held/primWireOut",
+                                                 "UNAGG_INVALID_PORT_TYPE block=/below/held port=0"}));
+    EXPECT_NE(below.getBlock(value("held")), nullptr);
 }
 
 TEST_F(UnrollAggregatePassTest, leavesAPinWholeThatHasOtherTypesInEachInstance) {

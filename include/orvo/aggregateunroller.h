@@ -10,6 +10,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace orvo {
@@ -19,7 +20,7 @@ namespace orvo {
 class ORVO_API AggregateTypeManager {
   public:
     /// Valid as long as this is.
-    const AggregateTypeSpec &specOf(const PureValueRef &type) const { return mCache.specOf(type); }
+    const AggregateTypeSpec &specOf(const PureValueRef &type) const;
     /// 0 for a plain type.
     std::size_t getFlatSize(const AggregateTypeSpec &spec) const { return spec.getFlatSize(&mCache); }
     /// The types of the flat members, in order; valid as long as this is. Empty for a plain type.
@@ -39,6 +40,9 @@ class ORVO_API AggregateTypeManager {
 
     mutable AggregateTypeSpec::Cache mCache;
     mutable std::map<std::vector<PureValueRef>, Flat> mFlat;
+    /// Of the records that `specOf` gave, which stay where they are: to compare all members for each of them would
+    /// take the square of their number. Null before the members were asked for.
+    mutable std::unordered_map<const AggregateTypeSpec *, const Flat *> mFlatOfKnown;
 };
 
 /// What becomes of one signal of a block.
@@ -60,7 +64,7 @@ class ORVO_API AggregateUnroller : public Unroller {
     /// Whether the unroller writes types on what it makes, so that all instances must have the same ones. Otherwise
     /// records of the same members by number, vectors and complex parts will do.
     virtual bool writesTypes() const;
-    /// Called for every signal of the block before anything changes.
+    /// Called for every signal of the block before anything changes. The specs are the manager's, and last as long.
     virtual AggregateUnrollKind originalWire(Wire &wire, const AggregateTypeSpec &spec,
                                              const AggregateTypeManager &manager) = 0;
     virtual AggregateUnrollKind originalPort(Port &port, const AggregateTypeSpec &spec,
@@ -114,7 +118,7 @@ class ORVO_API SimplePrimAggregateUnroller : public AggregateUnroller {
     PureValueRef makeUnrollBlockName(int flatIndex) const;
     std::size_t getFlatSize() const { return mFlatSize; }
     /// Of the records of the block the first one; invalid before there was one.
-    const AggregateTypeSpec &spec() const { return mSpec; }
+    const AggregateTypeSpec &spec() const;
     Block &block() const { return mBlock; }
 
     /// What a member gets of a parameter's value.
@@ -138,7 +142,8 @@ class ORVO_API SimplePrimAggregateUnroller : public AggregateUnroller {
     void note(const AggregateTypeSpec &spec, const AggregateTypeManager &manager);
 
     Block &mBlock;
-    AggregateTypeSpec mSpec;
+    /// Null before there was a record; the manager's own, by which it finds the members at once.
+    const AggregateTypeSpec *mSpec = nullptr;
     std::size_t mFlatSize = 0;
     bool mWaits = false;
     std::set<PureValueRef> mPlainPorts;

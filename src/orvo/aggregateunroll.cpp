@@ -14,26 +14,36 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
                                      std::shared_ptr<AggregateUnroller> unroller, GlobalTypePass &types,
                                      const AggregateTypeManager &manager)
     : mBlock(block), mInstances(instances), mUnroller(std::move(unroller)), mManager(manager) {
+    std::vector<Told> told;
+    told.reserve(block.getWireCount() + block.getPortCount());
+    for (const Wire &wire : block) {
+        told.push_back(toldOf(wire, types));
+    }
+    for (const Port &port : block.ports()) {
+        told.push_back(toldOf(port, types));
+    }
+    mHoldsRecords = std::any_of(told.begin(), told.end(), [](const Told &of) { return of.holdsRecord; });
+    auto of = told.begin();
     mWires.reserve(block.getWireCount());
     for (Wire &wire : block) {
-        const AggregateTypeSpec &spec = specOf(wire, types);
-        if (!spec.valid()) {
+        const AggregateUnrollKind kind = mUnroller->originalWire(wire, *of->spec, mManager);
+        if (isAmiss(*of, kind)) {
             log::msg(msg::error::UNAGG_INVALID_WIRE_TYPE, log::p("wire", wire.value()));
             mFailed = true;
         }
-        mExpand = mExpand || spec.isAggregate();
-        mWires.push_back({&wire, &spec, mUnroller->originalWire(wire, spec, mManager)});
+        mExpand = mExpand || of->spec->isAggregate();
+        mWires.push_back({&wire, (of++)->spec, kind});
     }
     mPorts.reserve(block.getPortCount());
     for (Port &port : block.ports()) {
-        const AggregateTypeSpec &spec = specOf(port, types);
-        if (!spec.valid()) {
+        const AggregateUnrollKind kind = mUnroller->originalPort(port, *of->spec, mManager);
+        if (isAmiss(*of, kind)) {
             log::msg(msg::error::UNAGG_INVALID_PORT_TYPE,
                      log::p("port", port.getName()) % log::p("block", block.value()));
             mFailed = true;
         }
-        mExpand = mExpand || spec.isAggregate();
-        mPorts.push_back({MaybePort(port), &spec, mUnroller->originalPort(port, spec, mManager)});
+        mExpand = mExpand || of->spec->isAggregate();
+        mPorts.push_back({MaybePort(port), (of++)->spec, kind});
     }
     if (hasWork() && !mUnroller->failure().empty()) {
         failToExpand(mUnroller->failure());
@@ -47,14 +57,34 @@ void BlockUnrollerImpl::failToExpand(const std::string &detail) {
     mFailed = true;
 }
 
-template <class End> const AggregateTypeSpec &BlockUnrollerImpl::specOf(const End &end, GlobalTypePass &types) const {
+namespace {
+
+bool holdsRecord(const PureValueRef &type) {
+    return isAggregateType(type.get_ptr()) || (type && internal::isVectorOfRecords(type));
+}
+
+} // namespace
+
+template <class End> BlockUnrollerImpl::Told BlockUnrollerImpl::toldOf(const End &end, GlobalTypePass &types) const {
     const PureValueRef type = types.getType(end, mInstances.front());
+    bool known = static_cast<bool>(type);
+    bool records = holdsRecord(type);
+    bool agree = true;
     // One netlist serves all instances.
-    const bool agree = std::all_of(mInstances.begin() + 1, mInstances.end(), [&](const RefChain &instance) {
-        const PureValueRef other = types.getType(end, instance);
-        return mUnroller->writesTypes() ? other == type : internal::fallApartAlike(other, type);
-    });
-    return mManager.specOf(agree ? type : PureValueRef());
+    for (auto instance = mInstances.begin() + 1; instance != mInstances.end(); ++instance) {
+        const PureValueRef other = types.getType(end, *instance);
+        if (other == type) {
+            continue;
+        }
+        known = known && other;
+        records = records || holdsRecord(other);
+        agree = agree && !mUnroller->writesTypes() && internal::fallApartAlike(other, type);
+    }
+    return {&mManager.specOf(known && (agree || !records) ? type : PureValueRef()), records, agree};
+}
+
+bool BlockUnrollerImpl::isAmiss(const Told &told, AggregateUnrollKind kind) const {
+    return !told.spec->valid() || (!told.agree && mHoldsRecords && kind != AggregateUnrollKind::Leave);
 }
 
 void BlockUnrollerImpl::unroll(GlobalTypePass &) {

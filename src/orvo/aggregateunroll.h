@@ -50,7 +50,16 @@ class ORVO_API BlockUnrollerImpl {
     void unroll(GlobalTypePass &types);
 
   private:
-    template <class End> const AggregateTypeSpec &specOf(const End &end, GlobalTypePass &types) const;
+    /// What the instances say to one signal.
+    struct Told {
+        /// Of the first instance; invalid if a type is missing, or if there are records of different members.
+        const AggregateTypeSpec *spec;
+        bool holdsRecord;
+        bool agree;
+    };
+    template <class End> Told toldOf(const End &end, GlobalTypePass &types) const;
+    /// Whether a signal has no type that serves all instances, once it is known whether the block has records.
+    bool isAmiss(const Told &told, AggregateUnrollKind kind) const;
     void failToExpand(const std::string &detail);
     void unrollPort(const PortInfo &info);
     void unrollWire(const WireInfo &info);
@@ -75,6 +84,7 @@ class ORVO_API BlockUnrollerImpl {
     std::shared_ptr<AggregateUnroller> mUnroller;
     const AggregateTypeManager &mManager;
     bool mExpand = false;
+    bool mHoldsRecords = false;
     bool mFailed = false;
     std::vector<PortInfo> mPorts;
     std::vector<WireInfo> mWires;

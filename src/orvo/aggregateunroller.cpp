@@ -42,11 +42,27 @@ std::string textOf(const PureValueRef &key) { return key ? key->toString() : "*I
 
 } // namespace
 
+const AggregateTypeSpec &AggregateTypeManager::specOf(const PureValueRef &type) const {
+    const AggregateTypeSpec &spec = mCache.specOf(type);
+    if (spec.isAggregate()) {
+        mFlatOfKnown.try_emplace(&spec);
+    }
+    return spec;
+}
+
 const AggregateTypeManager::Flat &AggregateTypeManager::flatOf(const AggregateTypeSpec &spec) const {
+    const auto known = mFlatOfKnown.find(&spec);
+    if (known != mFlatOfKnown.end() && known->second != nullptr) {
+        return *known->second;
+    }
     const auto [at, isNew] = mFlat.try_emplace(spec.types());
     if (isNew && spec.isAggregate()) {
         appendFlatTypes(spec, *this, at->second.types);
         at->second.shape = CompoundTypeInfo::createAggregateTypeInfo(spec, false);
+    }
+    // Asking for the types of records inside has made entries, so that the iterator may be void.
+    if (const auto own = mFlatOfKnown.find(&spec); own != mFlatOfKnown.end()) {
+        own->second = &at->second;
     }
     return at->second;
 }
@@ -117,11 +133,16 @@ ValueRef valueOfMember(ValueRef value, const CompoundDecorIndex &path) {
 
 } // namespace internal
 
+const AggregateTypeSpec &SimplePrimAggregateUnroller::spec() const {
+    static const AggregateTypeSpec none;
+    return mSpec == nullptr ? none : *mSpec;
+}
+
 void SimplePrimAggregateUnroller::note(const AggregateTypeSpec &spec, const AggregateTypeManager &manager) {
     if (!spec.isAggregate()) {
         mWaits = mWaits || (spec.valid() && internal::isVectorOfRecords(spec.at(0)));
-    } else if (!mSpec.valid()) {
-        mSpec = spec;
+    } else if (mSpec == nullptr) {
+        mSpec = &spec;
         mFlatSize = manager.getFlatSize(spec);
     }
 }
@@ -150,22 +171,22 @@ AggregateUnrollKind SimplePrimAggregateUnroller::originalPort(Port &port, const 
 
 void SimplePrimAggregateUnroller::validateAggregateTypeSpecForWire(const Wire &wire, const AggregateTypeSpec &spec,
                                                                    const AggregateTypeManager &) {
-    if (spec.types() != mSpec.types()) {
+    if (spec.types() != mSpec->types()) {
         Context *context = mBlock.getContext();
         fail(fmt::format("SimplePrimAggregateUnroller does not support aggregate type on wire <{}>\n{}\nthat is "
                          "different from {}",
-                         wire.value()->getPath(), textOf(spec, context), textOf(mSpec, context)));
+                         wire.value()->getPath(), textOf(spec, context), textOf(*mSpec, context)));
     }
 }
 
 void SimplePrimAggregateUnroller::validateAggregateTypeSpecForPort(const Port &port, const AggregateTypeSpec &spec,
                                                                    const AggregateTypeManager &) {
-    if (spec.types() != mSpec.types()) {
+    if (spec.types() != mSpec->types()) {
         Context *context = mBlock.getContext();
         fail(fmt::format("SimplePrimAggregateUnroller does not support aggregate type on block {} (port {})\n{}\nthat "
                          "is different from {}",
                          mBlock.value()->getPath(), textOf(port.getName()), textOf(spec, context),
-                         textOf(mSpec, context)));
+                         textOf(*mSpec, context)));
     }
 }
 
@@ -223,7 +244,7 @@ Block &SimplePrimAggregateUnroller::createMember(const PureValueRef &name, int f
 void SimplePrimAggregateUnroller::preAttach(const AggregateTypeManager &manager) {
     ORVO_ASSERT(mMembers.empty(), "a block is taken apart twice");
     Context *context = mBlock.getContext();
-    const std::vector<PureValueRef> &types = manager.getFlatContainerTypes(mSpec);
+    const std::vector<PureValueRef> &types = manager.getFlatContainerTypes(spec());
     for (std::size_t i = 0; i < types.size(); ++i) {
         const int flatIndex = static_cast<int>(i);
         const PureValueRef name = makeUnrollBlockName(flatIndex);

@@ -72,6 +72,7 @@ class SelectAggregateUnroller final : public MuxAggregateUnroller {
             }
         }
         mValid->setParam(A_SELECT_PORT_DEFAULT_DATA, *mOne);
+        Wire::create(*mValid, A_PRIM_WIRE_OUT);
         Wire::create(*mValid, A_SELECT_WIRE_VALID);
     }
     void attachPort(Port &port, const AggregateTypeSpec &member, int flatIndex, Wire &driver,
@@ -105,6 +106,20 @@ class SelectAggregateUnroller final : public MuxAggregateUnroller {
 
     Block *mValid = nullptr;
     Wire *mOne = nullptr;
+};
+
+/// Without a scalar's type to cast to the block takes records, and gives them on as they are.
+class CastAggregateUnroller final : public SimplePrimAggregateUnroller {
+  public:
+    using SimplePrimAggregateUnroller::SimplePrimAggregateUnroller;
+
+  protected:
+    ValueRef memberValue(const PureValueRef &key, const ValueRef &value, int flatIndex,
+                         const AggregateTypeManager &manager) const override {
+        // A record's type does not change the record, so that the members' types must not change the members.
+        return key == A_CAST_OUTPUT_TYPE ? ValueRef()
+                                         : SimplePrimAggregateUnroller::memberValue(key, value, flatIndex, manager);
+    }
 };
 
 /// Of a vector the block makes outputs without lanes, of a record with a vector in it the whole record.
@@ -219,7 +234,7 @@ class NumberedAggregateUnroller : public AggregateUnroller {
     }
     AggregateUnrollKind originalPort(Port &port, const AggregateTypeSpec &spec,
                                      const AggregateTypeManager &manager) override {
-        if (isNumber(port.getName())) {
+        if (isNumbered(port.getName())) {
             reserve(port.getName(), typesOf(spec, manager));
         } else if (spec.isAggregate()) {
             fail("a port without a number carries a record");
@@ -229,7 +244,7 @@ class NumberedAggregateUnroller : public AggregateUnroller {
     void preAttach(const AggregateTypeManager &) override {
         const auto behindPorts = mTypes.size();
         for (const auto &[name, types] : mWires) {
-            if (isNumber(name) && mFirst.count(name) == 0) {
+            if (isNumbered(name) && mFirst.count(name) == 0) {
                 reserve(name, types);
             }
         }
@@ -253,6 +268,7 @@ class NumberedAggregateUnroller : public AggregateUnroller {
     void postAttach() override { delete &mBlock; }
 
   protected:
+    virtual bool isNumbered(const PureValueRef &name) const { return name->kind() == CoreType::Number; }
     virtual Block &createSubstituteOf(Block &block) const { return createSubstitute(block); }
     virtual PureValueRef nameOf(const PureValueRef &name, int flatIndex) const {
         const auto first = mFirst.find(name);
@@ -264,7 +280,6 @@ class NumberedAggregateUnroller : public AggregateUnroller {
     const std::vector<PureValueRef> &types() const { return mTypes; }
 
   private:
-    static bool isNumber(const PureValueRef &name) { return name->kind() == CoreType::Number; }
     static std::vector<PureValueRef> typesOf(const AggregateTypeSpec &spec, const AggregateTypeManager &manager) {
         return spec.isAggregate() ? manager.getFlatContainerTypes(spec) : spec.types();
     }
@@ -312,6 +327,8 @@ class TypePinAggregateUnroller final : public NumberedAggregateUnroller {
     }
 
   protected:
+    /// What its ports are called means nothing, so that all get numbers, by their order.
+    bool isNumbered(const PureValueRef &) const override { return true; }
     Block &createSubstituteOf(Block &of) const override {
         Context *context = of.getContext();
         Block &made = *Block::create(of.getModel(),
@@ -343,7 +360,6 @@ template <class U> const AggregateUnrollHandler *handler() {
 constexpr const char *kMember = "one block a member";
 constexpr const char *kNames = "one block with a port and a wire a member";
 constexpr const char *kNumbers = "its type rule takes numbers";
-constexpr const char *kNoWhole = "it computes on numbers: of a record as a whole it has no meaning";
 constexpr const char *kBits = "its type rule takes the bits of numbers";
 constexpr const char *kCompared = "it compares numbers, and gives bits";
 constexpr const char *kFloats = "its type rule takes floats";
@@ -392,12 +408,12 @@ const AggregateUnrollRow kRows[] = {
     {&A_XNOR_REDUCE_BLOCK, nullptr, kBits},
     {&A_BIT_JOIN_BLOCK, nullptr, kBits},
     {&A_BIT_JOIN_REDUCE_BLOCK, nullptr, kBits},
-    {&A_NOT_BLOCK, nullptr, kNoWhole},
-    {&A_REVERSE_BLOCK, nullptr, kNoWhole},
+    {&A_NOT_BLOCK, nullptr, kNumbers},
+    {&A_REVERSE_BLOCK, nullptr, kNumbers},
     {&A_DELAY_BLOCK, defaultHandler, kMember},
-    {&A_RECIPROCAL_BLOCK, nullptr, kNoWhole},
-    {&A_RECIP_SQRT_BLOCK, nullptr, kNoWhole},
-    {&A_SQRT_BLOCK, nullptr, kNoWhole},
+    {&A_RECIPROCAL_BLOCK, nullptr, kNumbers},
+    {&A_RECIP_SQRT_BLOCK, nullptr, kNumbers},
+    {&A_SQRT_BLOCK, nullptr, kNumbers},
     {&A_REGISTER_BLOCK, handler<RegisterAggregateUnroller>, kMember},
     {&A_NEG_BLOCK, nullptr, kNumbers},
     {&A_COMPLEX_CONJUGATE_BLOCK, nullptr, kNumbers},
@@ -424,7 +440,7 @@ const AggregateUnrollRow kRows[] = {
     {&A_BARREL_RIGHT_LZC_BLOCK, nullptr, kBits},
     {&A_BIT_SELECT_BLOCK, nullptr, kBits},
     {&A_CHOOSE_BITS_BLOCK, nullptr, kBits},
-    {&A_CAST_BLOCK, nullptr, kBits},
+    {&A_CAST_BLOCK, handler<CastAggregateUnroller>, kMember},
     {&A_MUX_BLOCK, handler<MuxAggregateUnroller>, kMember},
     {&A_SELECT_BLOCK, handler<SelectAggregateUnroller>, "one block a member, and one for valid"},
     {&A_TAN_BLOCK, nullptr, kFloats},
@@ -628,7 +644,7 @@ const AggregateUnrollRow kRows[] = {
     {&U_AND_REDUCE_BLOCK, nullptr, kBits},
     {&U_BIT_JOIN_BLOCK, nullptr, kBits},
     {&U_BIT_SELECT_BLOCK, nullptr, kBits},
-    {&U_CAST_BLOCK, nullptr, kBits},
+    {&U_CAST_BLOCK, handler<CastAggregateUnroller>, kMember},
     {&U_CMP_EQ_BLOCK, nullptr, kCompared},
     {&U_CMP_GE_BLOCK, nullptr, kCompared},
     {&U_CMP_LT_BLOCK, nullptr, kCompared},
@@ -638,7 +654,7 @@ const AggregateUnrollRow kRows[] = {
     {&U_NAND_REDUCE_BLOCK, nullptr, kBits},
     {&U_NOR_BLOCK, nullptr, kBits},
     {&U_NOR_REDUCE_BLOCK, nullptr, kBits},
-    {&U_NOT_BLOCK, nullptr, kNoWhole},
+    {&U_NOT_BLOCK, nullptr, kNumbers},
     {&U_OR_BLOCK, nullptr, kBits},
     {&U_OR_REDUCE_BLOCK, nullptr, kBits},
     {&U_REGISTER_BLOCK, handler<RegisterAggregateUnroller>, kMember},

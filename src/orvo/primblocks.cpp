@@ -96,6 +96,27 @@ class UnaryIdentityTypeHandler : public TypeInferHandler {
     }
 };
 
+/// What computes has no meaning for a record, which finds no type here.
+class UnaryNumberTypeHandler final : public UnaryIdentityTypeHandler {
+  public:
+    void inferTypes(TypeInferAPI &api) const override {
+        if (takesNumbers(api.getConnectedType(api.getPort(numberKey(api, 0)))) &&
+            takesNumbers(api.getConnectedType(api.getWire(A_PRIM_WIRE_OUT)))) {
+            exchange(api);
+        }
+    }
+
+  private:
+    static bool takesNumbers(const PureValueRef &type) {
+        if (!type) {
+            return true;
+        }
+        PureValueRef element;
+        const VectorDecorSpec vectors(type, element, nullptr);
+        return !isAggregateType(element.get_ptr());
+    }
+};
+
 class RegisterTypeHandler final : public UnaryIdentityTypeHandler {
   public:
     void inferTypes(TypeInferAPI &api) const override {
@@ -717,12 +738,12 @@ const TypeRuleRow kRules[] = {
     ORVO_TYPE_RULE(A_XNOR_REDUCE_BLOCK, LogicalReduceTypeHandler, "one bit of the input's sign"),
     ORVO_TYPE_RULE(A_BIT_JOIN_BLOCK, BitJoinTypeHandler, "the bits of all inputs side by side, port 0 lowest"),
     ORVO_TYPE_RULE(A_BIT_JOIN_REDUCE_BLOCK, BitJoinReduceTypeHandler, "the bits of all lanes side by side"),
-    ORVO_TYPE_RULE(A_NOT_BLOCK, UnaryIdentityTypeHandler, "the input's type, both ways"),
-    ORVO_TYPE_RULE(A_REVERSE_BLOCK, UnaryIdentityTypeHandler, "the input's type, both ways"),
+    ORVO_TYPE_RULE(A_NOT_BLOCK, UnaryNumberTypeHandler, "the input's type, a number's, both ways"),
+    ORVO_TYPE_RULE(A_REVERSE_BLOCK, UnaryNumberTypeHandler, "the input's type, a number's, both ways"),
     ORVO_TYPE_RULE(A_DELAY_BLOCK, UnaryIdentityTypeHandler, "the input's type, both ways"),
-    ORVO_TYPE_RULE(A_RECIPROCAL_BLOCK, UnaryIdentityTypeHandler, "the input's type, both ways"),
-    ORVO_TYPE_RULE(A_RECIP_SQRT_BLOCK, UnaryIdentityTypeHandler, "the input's type, both ways"),
-    ORVO_TYPE_RULE(A_SQRT_BLOCK, UnaryIdentityTypeHandler, "the input's type, both ways"),
+    ORVO_TYPE_RULE(A_RECIPROCAL_BLOCK, UnaryNumberTypeHandler, "the input's type, a number's, both ways"),
+    ORVO_TYPE_RULE(A_RECIP_SQRT_BLOCK, UnaryNumberTypeHandler, "the input's type, a number's, both ways"),
+    ORVO_TYPE_RULE(A_SQRT_BLOCK, UnaryNumberTypeHandler, "the input's type, a number's, both ways"),
     ORVO_TYPE_RULE(A_REGISTER_BLOCK, RegisterTypeHandler, "the input's type, both ways"),
     ORVO_TYPE_RULE(A_NEG_BLOCK, NegateTypeHandler, "fixed point: one more integer bit; float: the input's type"),
     ORVO_TYPE_RULE(A_COMPLEX_CONJUGATE_BLOCK, NegateTypeHandler,

@@ -692,24 +692,38 @@ Rounding roundingOf(const BlockWriter &writer) {
     return Rounding::Floor;
 }
 
+/// What a cast reads: numbers, or a record that becomes one of the same type, scalar by scalar.
+Signal castInput(const BlockWriter &writer, const Signal &out) {
+    const std::vector<Signal> inputs = writer.numbered();
+    if (inputs.empty() || !inputs.front().type->isRecord() || inputs.front().type != out.type) {
+        return fixedInputs(writer, 1).front();
+    }
+    std::vector<ScalarType> scalars;
+    appendScalars(*out.type, scalars);
+    if (std::any_of(scalars.begin(), scalars.end(), [](const ScalarType &type) { return type.isFloat; })) {
+        writer.fail("a cast of a record with floats has no meaning here");
+    }
+    return inputs.front();
+}
+
 void writeCast(BlockWriter &writer) {
-    const std::vector<Signal> in = fixedInputs(writer, 1);
+    const Signal out = writer.out();
+    const Signal in = castInput(writer, out);
     const bool reinterprets = writer.param(A_CAST_MODE) == A_CAST_MODE_REINTERP;
     const Rounding rounding = roundingOf(writer);
     const ValueRef mode = writer.param(A_CAST_SATURATE_MODE);
     const Saturation saturation = mode == A_SATURATE_SYM    ? Saturation::Symmetric
                                   : mode == A_SATURATE_ASYM ? Saturation::Asymmetric
                                                             : Saturation::Wrap;
-    const Signal out = writer.out();
     if (!out.known()) {
         return;
     }
-    if (out.type->isRecord() || out.type->scalar.isFloat) {
+    if (out.type != in.type && (out.type->isRecord() || out.type->scalar.isFloat)) {
         writer.fail("a cast to this type has no meaning here");
     }
     const Signal clip = writer.out(A_CAST_WIRE_CLIP);
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
-        const auto source = leafAt(in[0], lane, part);
+        const auto source = leafAt(in, lane, part);
         if (!source) {
             writer.setConstant(leaf, 0);
             return;

@@ -133,17 +133,29 @@ std::int64_t laneNumber(const BlockWriter &writer, const StaticString &key, std:
     return number->toInt64(0);
 }
 
-/// The scalars of the element of a signal that one lane of a queue keeps. Records have their lanes inside.
-std::vector<Leaf> elementLeaves(const Signal &signal, std::uint32_t lane, std::uint32_t lanes) {
-    std::vector<Leaf> leaves;
-    const std::uint32_t own = std::max(signal.type->lanes(), 1U);
-    const std::uint32_t each = signal.type->leaves / own;
+/// Adds the scalars of the element of a signal that one lane of a queue keeps. A record has its lanes in each field.
+void addElementLeaves(Leaf first, const SignalType &type, std::uint32_t lane, std::uint32_t lanes,
+                      std::vector<Leaf> &leaves) {
+    if (type.isRecord() && type.dims.empty()) {
+        for (const SignalType *field : type.fields) {
+            addElementLeaves(first, *field, lane, lanes, leaves);
+            first += field->leaves;
+        }
+        return;
+    }
+    const std::uint32_t own = std::max(type.lanes(), 1U);
+    const std::uint32_t each = type.leaves / own;
     // A signal of more lanes than the queue has is kept whole in each entry; one of fewer serves all lanes.
     for (std::uint32_t at = own < lanes ? lane % own : lane; at < own; at += lanes) {
         for (std::uint32_t i = 0; i < each; ++i) {
-            leaves.push_back(signal.first + at * each + i);
+            leaves.push_back(first + at * each + i);
         }
     }
+}
+
+std::vector<Leaf> elementLeaves(const Signal &signal, std::uint32_t lane, std::uint32_t lanes) {
+    std::vector<Leaf> leaves;
+    addElementLeaves(signal.first, *signal.type, lane, lanes, leaves);
     return leaves;
 }
 
