@@ -3,6 +3,7 @@
 #include "driver/signaltrace.h"
 
 #include <orvo/block.h>
+#include <orvo/corevalues.h>
 #include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/nameorigin.h>
@@ -97,7 +98,7 @@ class Finder {
 
 constexpr const StaticString *kPacks[] = {&A_VPACK_BLOCK, &A_CPACK_BLOCK, &A_APACK_BLOCK};
 constexpr const StaticString *kUnpacks[] = {&A_VUNPACK_BLOCK, &A_CUNPACK_BLOCK, &A_AUNPACK_BLOCK};
-constexpr const StaticString *kRouting[] = {&A_TERMINAL_BLOCK, &A_VCONCAT_BLOCK, &A_VSPLIT_BLOCK};
+constexpr const StaticString *kRouting[] = {&A_TERMINAL_BLOCK, &A_VCONCAT_BLOCK, &A_VSELECTOR_BLOCK, &A_VSPLIT_BLOCK};
 
 template <std::size_t N> bool isOf(const Block &block, const StaticString *const (&types)[N]) {
     return std::any_of(std::begin(types), std::end(types),
@@ -109,6 +110,99 @@ std::string textOf(const SignalName &signal) {
            signal.name->toString();
 }
 
+/// What came of a block of the source.
+struct Made {
+    const Block *source;
+    const Block *block;
+    std::vector<NameStep> steps;
+};
+
+bool has(const std::vector<NameStep> &steps, NameStep::Kind kind) {
+    return std::any_of(steps.begin(), steps.end(), [kind](const NameStep &step) { return step.kind == kind; });
+}
+
+/// The word of what was made beside a block; empty if it was made at a port or in the place of the block.
+std::string wordOf(const Made &made) {
+    const auto beside = std::find_if(made.steps.begin(), made.steps.end(),
+                                     [](const NameStep &step) { return step.kind == NameStep::Kind::Beside; });
+    return beside == made.steps.end() || has(made.steps, NameStep::Kind::Port) ? std::string()
+                                                                               : beside->value->toString();
+}
+
+bool isInPlace(const Made &made) { return NameOrigin{made.source, made.steps}.standsForBlock(); }
+
+/// A wire that carries a signal or a part of it, before it is put in words.
+struct Place {
+    const Wire *wire;
+    /// For a port: the block that reads the wire.
+    const Block *reader;
+    /// Of the port or wire.
+    PureValueRef key;
+    std::vector<NameStep> steps;
+    bool isJoint = false;
+    /// What else there is to say.
+    std::string note;
+};
+
+bool isLaneOrPart(const NameStep &step) {
+    return step.kind == NameStep::Kind::Lane || step.kind == NameStep::Kind::Part;
+}
+
+void dropLanes(std::vector<NameStep> &steps) {
+    steps.erase(std::remove_if(steps.begin(), steps.end(), isLaneOrPart), steps.end());
+}
+
+/// What all lanes of a block read at the port `name` of theirs is no element of the signal.
+void dropLanesOfShared(std::vector<Place> &places, const PureValueRef &name) {
+    const auto lanesOf = [](const Place &place) {
+        std::vector<const Value *> lanes;
+        for (const NameStep &step : place.steps) {
+            if (isLaneOrPart(step)) {
+                lanes.push_back(step.value.get_ptr());
+            }
+        }
+        return lanes;
+    };
+    std::unordered_map<const Wire *, std::set<std::vector<const Value *>>> lanes;
+    for (const Place &place : places) {
+        if (place.key == name) {
+            lanes[place.wire].insert(lanesOf(place));
+        }
+    }
+    for (Place &place : places) {
+        if (place.key == name && lanes[place.wire].size() > 1) {
+            dropLanes(place.steps);
+        }
+    }
+}
+
+/// The first element of the vector split that an output takes, and how many.
+std::pair<std::size_t, std::size_t> partOfSplit(const Block &split, std::size_t part, std::size_t length) {
+    const TupleValueRef layout = tupleVR(split.getParam(A_VSPLIT_LAYOUT));
+    const std::size_t parts = layout ? layout->size() : split.getWireCount();
+    std::size_t at = 0;
+    for (std::size_t i = 0; i < parts; ++i) {
+        std::size_t taken = length / parts + (i < length % parts ? 1 : 0);
+        if (layout) {
+            const NumberValueRef told = numberVR(layout->at(i));
+            taken = told && told->isInt() ? static_cast<std::size_t>(std::max(told->toInt(), 0)) : 0;
+        }
+        if (i == part) {
+            return {at, taken};
+        }
+        at += taken;
+    }
+    return {at, 0};
+}
+
+/// The number that a name is.
+std::optional<std::size_t> numberOf(const PureValueRef &name) {
+    const NumberValueRef number = numberVR(name);
+    return number && number->isInt() && number->toInt() >= 0
+               ? std::optional<std::size_t>(static_cast<std::size_t>(number->toInt()))
+               : std::nullopt;
+}
+
 class Tracer {
   public:
     Tracer(const Design &source, const Design &lowered) : mSource(source) {
@@ -116,8 +210,13 @@ class Tracer {
         for (const Model &model : lowered) {
             for (const Block &block : model) {
                 if (NameOrigin origin = origins.originOf(block)) {
-                    mMade[origin.block].push_back({&block, std::move(origin.steps)});
+                    mMade[origin.block].push_back({origin.block, &block, std::move(origin.steps)});
                 }
+            }
+        }
+        for (const auto &[block, all] : mMade) {
+            for (const Made &made : all) {
+                mOrigins.emplace(made.block, &made);
             }
         }
     }
@@ -127,7 +226,10 @@ class Tracer {
         // The list grows while it is gone through.
         for (std::size_t i = 0; i < mPending.size(); ++i) {
             const Pending pending = mPending[i];
-            SignalTrace trace{textOf(pending.signal), pending.via, placesOf(pending.signal), ""};
+            SignalTrace trace{textOf(pending.signal), pending.via, {}, ""};
+            for (const Place &place : placesOf(pending.signal)) {
+                trace.places.push_back(inWords(place));
+            }
             if (trace.places.empty()) {
                 trace.gone = follow(pending.signal);
             }
@@ -137,10 +239,6 @@ class Tracer {
     }
 
   private:
-    struct Made {
-        const Block *block;
-        std::vector<NameStep> steps;
-    };
     struct Pending {
         SignalName signal;
         std::string via;
@@ -169,9 +267,10 @@ class Tracer {
         return at == mMade.end() ? none : at->second;
     }
 
-    std::vector<SignalPlace> placesOf(const SignalName &signal) const {
-        std::vector<SignalPlace> places;
-        for (const Made &made : madeFrom(*signal.block)) {
+    std::vector<Place> placesOf(const SignalName &signal) const {
+        const Block &source = *signal.block;
+        std::vector<Place> places;
+        for (const Made &made : madeFrom(source)) {
             const auto key = std::find_if(made.steps.begin(), made.steps.end(),
                                           [](const NameStep &step) { return step.kind == NameStep::Kind::Port; });
             if (key != made.steps.end()) {
@@ -181,31 +280,114 @@ class Tracer {
                 if (isItsOwn) {
                     addAll(made, signal.isPort, true, places);
                 }
-            } else if (NameOrigin{made.block, made.steps}.standsForBlock()) {
+            } else if (isInPlace(made)) {
                 addMatching(made, signal, places);
             }
         }
-        // What a block computed may come out of several that were made for it.
-        for (const Made &made : places.empty() ? madeFrom(*signal.block) : std::vector<Made>()) {
-            const bool isAtPort = std::any_of(made.steps.begin(), made.steps.end(),
-                                              [](const NameStep &step) { return step.kind == NameStep::Kind::Port; });
-            if (!isAtPort && !signal.isPort) {
-                addMatching(made, signal, places);
+        if (places.empty() && isOf(source, kRouting)) {
+            addJoints(signal, places);
+        } else if (places.empty() && !signal.isPort) {
+            // What a block computed may come out of several that were made for it.
+            for (const Made &made : madeFrom(source)) {
+                if (!has(made.steps, NameStep::Kind::Port)) {
+                    addMatching(made, signal, places);
+                }
             }
+        }
+        if (signal.isPort) {
+            dropLanesOfShared(places, signal.name);
+        } else {
+            goOn(places);
         }
         return places;
     }
 
-    static void addMatching(const Made &made, const SignalName &signal, std::vector<SignalPlace> &places) {
-        if (isRenumbered(made, *signal.block)) {
-            addAll(made, signal.isPort, false, places);
-            addNumbers(*signal.block, places);
+    /// The packs and unpacks that took the place of what joins vectors or splits them.
+    void addJoints(const SignalName &signal, std::vector<Place> &places) const {
+        const bool splits = signal.block->type() == A_VSPLIT_BLOCK.get_ptr();
+        const std::string name = signal.name->toString();
+        const std::string word = signal.isPort ? (splits ? "vup" : "vup" + name) : (splits ? "vp" + name : "vp");
+        for (const Made &made : madeFrom(*signal.block)) {
+            const bool isJoint = signal.isPort ? isOf(*made.block, kUnpacks) : isOf(*made.block, kPacks);
+            if (isJoint && wordOf(made) == word) {
+                addAll(made, signal.isPort, true, places);
+            }
+        }
+        const std::optional<std::size_t> part = numberOf(signal.name);
+        if (!places.empty() || !splits || signal.isPort || !part) {
             return;
         }
+        // An output of one element needs no pack, and others' packs may be gone.
+        for (const Made &made : madeFrom(*signal.block)) {
+            if (wordOf(made) == "vup" && isOf(*made.block, kUnpacks)) {
+                addElements(made, *part, places);
+            }
+        }
+    }
+    static void addElements(const Made &unpack, std::size_t part, std::vector<Place> &places) {
+        const auto [at, length] = partOfSplit(*unpack.source, part, unpack.block->getWireCount());
+        for (const Wire &wire : *unpack.block) {
+            const std::optional<std::size_t> number = numberOf(wire.getName());
+            if (number && *number >= at && *number - at < length) {
+                Place place{&wire, nullptr, wire.getName(), unpack.steps, false, ""};
+                place.note = length == 1 ? "" : fmt::format("element {}", *number - at);
+                places.push_back(std::move(place));
+            }
+        }
+    }
+
+    /// What brings a result into shape, or adds to it, is all that reads the result itself.
+    void goOn(std::vector<Place> &places) const {
+        std::set<const Wire *> known;
+        std::vector<Place> kept;
+        for (Place &place : places) {
+            std::set<const Wire *> passed;
+            const Made *next = place.isJoint ? nullptr : onlyShape(*place.wire);
+            while (next != nullptr && passed.insert(place.wire).second) {
+                place.wire = &*next->block->begin();
+                place.steps = next->steps;
+                next = onlyShape(*place.wire);
+            }
+            if (known.insert(place.wire).second) {
+                kept.push_back(std::move(place));
+            }
+        }
+        places = std::move(kept);
+    }
+    /// The block made beside the one of this wire that alone reads it; null if there is none.
+    const Made *onlyShape(const Wire &wire) const {
+        const auto own = mOrigins.find(&wire.getBlock());
+        const Block *reader = nullptr;
+        for (const Port &port : wire.ports()) {
+            if (reader != nullptr && reader != &port.getBlock()) {
+                return nullptr;
+            }
+            reader = &port.getBlock();
+        }
+        const auto at = reader == nullptr ? mOrigins.end() : mOrigins.find(reader);
+        if (own == mOrigins.end() || at == mOrigins.end()) {
+            return nullptr;
+        }
+        const Made &made = *at->second;
+        const bool isShape = made.source == own->second->source && !wordOf(made).empty() && made.block->size() == 1;
+        return isShape ? &made : nullptr;
+    }
+
+    static void addMatching(const Made &made, const SignalName &signal, std::vector<Place> &places) {
+        if (isRenumbered(made)) {
+            const std::size_t known = places.size();
+            addAll(made, signal.isPort, false, places);
+            for (std::size_t i = known; i < places.size(); ++i) {
+                places[i].note = numberNote(made, places[i].key);
+            }
+            return;
+        }
+        std::vector<NameStep> outer = made.steps;
+        const PureValueRef wanted = signal.isPort ? signal.name : nameInLane(made, signal.name, outer);
         const auto take = [&](const PureValueRef &name, const Wire *wire) {
-            std::vector<NameStep> steps = made.steps;
-            if (wire != nullptr && continuesName(name, signal.name, steps)) {
-                places.push_back(placeOf(*wire, steps, signal.isPort ? made.block : nullptr, name));
+            std::vector<NameStep> steps = outer;
+            if (wanted && wire != nullptr && continuesName(name, wanted, steps)) {
+                places.push_back({wire, signal.isPort ? made.block : nullptr, name, std::move(steps), false, ""});
             }
         };
         if (signal.isPort) {
@@ -219,52 +401,76 @@ class Tracer {
         }
     }
 
-    /// A pin that took the place of another has the elements of all its signals on ports numbered through.
-    static bool isRenumbered(const Made &made, const Block &source) {
-        return source.type() == A_TYPE_PIN_BLOCK.get_ptr() &&
-               std::any_of(made.steps.begin(), made.steps.end(),
-                           [](const NameStep &step) { return step.kind == NameStep::Kind::Substitute; });
-    }
-    /// Which element each is can be told if there was a single signal.
-    static void addNumbers(const Block &source, std::vector<SignalPlace> &places) {
-        for (SignalPlace &place : places) {
-            place.steps.push_back(source.port_size() > 1 ? "one of the elements of its signals"
-                                                         : "element " + place.key);
+    /// The lanes of a demultiplexer number their outputs from 0, those of the first lane coming first. Null for an
+    /// output of another lane; the lane is no step then, for an output is whole.
+    static PureValueRef nameInLane(const Made &made, const PureValueRef &name, std::vector<NameStep> &steps) {
+        const auto lane = std::adjacent_find(steps.begin(), steps.end(), [](const NameStep &a, const NameStep &b) {
+            return a.kind == NameStep::Kind::Substitute && b.kind == NameStep::Kind::Lane;
+        });
+        if (made.source->type() != A_DEMUX_BLOCK.get_ptr() || lane == steps.end()) {
+            return name;
         }
+        const std::optional<std::size_t> number = numberOf(name);
+        const std::optional<std::size_t> channels =
+            numberOf(PureValueRef(made.source->getParam(A_DEMUX_CHANNEL_COUNT)));
+        if (!number || !channels || *channels == 0 || numberOf((lane + 1)->value) != *number / *channels) {
+            return {};
+        }
+        steps.erase(lane + 1);
+        return PureValueRef(NumberValue::get(static_cast<int>(*number % *channels), name->context()));
     }
 
-    static void addAll(const Made &made, bool isPort, bool isJoint, std::vector<SignalPlace> &places) {
-        const std::size_t known = places.size();
+    /// A pin that took the place of another has the elements of all its signals on ports numbered through.
+    static bool isRenumbered(const Made &made) {
+        return made.source->type() == A_TYPE_PIN_BLOCK.get_ptr() && has(made.steps, NameStep::Kind::Substitute);
+    }
+    /// Which element each is can be told if there was a single signal; parts of complex elements stand side by side.
+    static std::string numberNote(const Made &made, const PureValueRef &key) {
+        std::string words;
+        for (const NameStep &step : made.steps) {
+            words += step.kind == NameStep::Kind::Substitute ? step.value->toString() + " " : "";
+        }
+        const std::optional<std::size_t> number = numberOf(key);
+        if (made.source->port_size() == 1 && number && words == "vunroll ") {
+            return fmt::format("element {}", *number);
+        }
+        const char *part = number.value_or(0) % 2 == 0 ? "real part" : "imaginary part";
+        if (made.source->port_size() == 1 && number && words == "vunroll cunroll ") {
+            return fmt::format("element {}, {}", *number / 2, part);
+        }
+        return made.source->port_size() == 1 && words == "cunroll " ? part : "one of the elements of its signals";
+    }
+
+    static void addAll(const Made &made, bool isPort, bool isJoint, std::vector<Place> &places) {
         if (isPort) {
             for (const Port &port : made.block->ports()) {
                 if (const Wire *wire = port.peekWire()) {
-                    places.push_back(placeOf(*wire, made.steps, made.block, port.getName()));
+                    places.push_back({wire, made.block, port.getName(), made.steps, isJoint, ""});
                 }
             }
-        } else {
-            for (const Wire &wire : *made.block) {
-                places.push_back(placeOf(wire, made.steps, nullptr, wire.getName()));
-            }
+            return;
         }
-        for (std::size_t i = known; i < places.size(); ++i) {
-            places[i].isJoint = isJoint;
+        for (const Wire &wire : *made.block) {
+            places.push_back({&wire, nullptr, wire.getName(), made.steps, isJoint, ""});
         }
     }
 
-    static SignalPlace placeOf(const Wire &wire, const std::vector<NameStep> &steps, const Block *reader,
-                               const PureValueRef &port) {
-        const Block &block = wire.getBlock();
+    static SignalPlace inWords(const Place &from) {
+        const Block &block = from.wire->getBlock();
         SignalPlace place;
         place.model = block.getModel().getName()->toString();
         place.block = block.getName()->toString();
-        place.wire = wire.getName()->toString();
-        place.key = port->toString();
-        if (reader != nullptr) {
-            place.reader = reader->getName()->toString() + "." + port->toString();
+        place.wire = from.wire->getName()->toString();
+        if (from.reader != nullptr) {
+            place.reader = from.reader->getName()->toString() + "." + from.key->toString();
         }
-        for (const NameStep &step : steps) {
+        for (const NameStep &step : from.steps) {
             place.steps.push_back(describe(step));
         }
+        if (!from.note.empty()) {
+            place.steps.push_back(from.note);
+        }
+        place.isJoint = from.isJoint;
         return place;
     }
 
@@ -274,10 +480,15 @@ class Tracer {
         const std::string model = block.getModel().getName()->toString();
         const std::string name = block.getName()->toString();
         mGoesOn = false;
-        const bool isThere = !madeFrom(block).empty();
+        const std::vector<Made> &made = madeFrom(block);
+        const bool isThere = !made.empty();
+        const bool isInItsPlace = std::any_of(made.begin(), made.end(), isInPlace);
         if (signal.isPort) {
+            const char *what = isInItsPlace ? "has no such port any more"
+                               : isThere    ? "is only there as blocks made beside it"
+                                            : "is gone";
             addDriver(block.getPort(signal.name),
-                      fmt::format("block '{}' of model '{}' is gone; what it read", name, model));
+                      fmt::format("block '{}' of model '{}' {}; what it read", name, model, what));
         } else if (block.type() == A_INPUT_BLOCK.get_ptr() && !isThere) {
             for (const Block *instance : block.getModel().getParentBlocks()) {
                 addDriver(instance->getPort(signal.name),
@@ -291,7 +502,7 @@ class Tracer {
             }
         } else if (block.type() == A_FROM_BLOCK.get_ptr() && !isThere) {
             followTag(block);
-        } else if (!isThere && (isOf(block, kPacks) || isOf(block, kUnpacks) || isOf(block, kRouting))) {
+        } else if (!isInItsPlace && (isOf(block, kPacks) || isOf(block, kUnpacks) || isOf(block, kRouting))) {
             addDrivers(block, fmt::format("block '{}' of model '{}' was wiring; what it read", name, model));
         }
         return mGoesOn ? std::string() : reasonOf(signal, isThere);
@@ -331,6 +542,8 @@ class Tracer {
 
     const Design &mSource;
     std::unordered_map<const Block *, std::vector<Made>> mMade;
+    /// Of blocks of the lowered design, in `mMade`.
+    std::unordered_map<const Block *, const Made *> mOrigins;
     std::set<std::tuple<const Block *, const Value *, bool>> mSeen;
     std::deque<Pending> mPending;
     /// Whether following the last signal led to another, be it one that was met before.

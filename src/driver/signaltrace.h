@@ -41,8 +41,6 @@ struct SignalPlace {
     std::string wire;
     /// For a signal that is a port: the port that reads the wire.
     std::string reader;
-    /// The name of the port or wire of the block that came from the signal's own.
-    std::string key;
     /// What became of the names on the way, for people; empty if they stayed.
     std::vector<std::string> steps;
     /// Whether the block was made to join the signal again, or to take it apart.

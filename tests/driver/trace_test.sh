@@ -5,13 +5,13 @@
 example=$ORVO_SRC/examples/mixer_pair.xml
 run 0 lower "$example" -o low.xml
 
-# A wire of a model that dissolved, once an instance and lane.
+# A wire of a model that dissolved, once an instance, lane and part: of what a complex product takes, the sums come last.
 run 0 trace "$example" low.xml --signal mixer/product.primWireOut
 empty err
 [ "$(head -1 out)" = mixer/product.primWireOut ] || die "another signal"
-has out '  is top/((mixer product) 3).primWireOut: copied out of model mixer, element 3'
-has out '  is top/((dupName 0 (mixer product)) 0).primWireOut: copied out of model mixer, one more of the name (0), element 0'
-[ "$(grep -c '  is ' out)" -eq 8 ] || die "not one place a lane and instance"
+has out '  is top/(((mixer product) 3) realSub).primWireOut: copied out of model mixer, element 3, beside it (realSub)'
+has out '  is top/(((dupName 0 (mixer product)) 0) imagAdd).primWireOut: copied out of model mixer, one more of the name (0), element 0, beside it (imagAdd)'
+[ "$(grep -c '  is ' out)" -eq 16 ] || die "not one place an instance, lane and part"
 cp out by-model
 # The same by the way through the instances, and with "/" in front of the wire.
 run 0 trace "$example" low.xml --signal top/downMixer/product/primWireOut
@@ -20,23 +20,28 @@ same out by-model
 # The boundary of the top model, whose lanes have names made from those of the ports.
 run 0 trace "$example" low.xml --signal top/in.up
 [ "$(cat out)" = 'top/in.up
-  is top/in.(up 0): element 0
-  is top/in.(up 1): element 1
-  is top/in.(up 2): element 2
-  is top/in.(up 3): element 3' ] || die "other lanes"
+  is top/in.(up imag 0): imaginary part, element 0
+  is top/in.(up imag 1): imaginary part, element 1
+  is top/in.(up imag 2): imaginary part, element 2
+  is top/in.(up imag 3): imaginary part, element 3
+  is top/in.(up real 0): real part, element 0
+  is top/in.(up real 1): real part, element 1
+  is top/in.(up real 2): real part, element 2
+  is top/in.(up real 3): real part, element 3' ] || die "other lanes"
 run 0 trace "$example" low.xml --signal top/out.upMixed
-has out ', read by out.(upMixed 2)'
+has out ', read by out.(upMixed real 2)'
 
 # A pin stays one block, whose ports are the lanes.
 run 0 trace "$example" low.xml --signal top/upType.0 --json
 json out 'd["schema"] == "orvo.trace/1" and [(p["block"], p["wire"], p["steps"], p["reader"]) for p in d["traces"][0]["places"]] == [
-    ("upType_vunroll", str(i), ["in its place (vunroll)", "element %d" % i], None) for i in range(4)]'
+    ("upType_vunroll_cunroll", str(i), ["in its place (vunroll)", "in its place (cunroll)", "element %d, %s part" % (i / 2, "imaginary" if i % 2 else "real")], None)
+    for i in range(8)]'
 
 # Boundaries that dissolved lead on to what was behind them.
 run 0 trace "$example" low.xml --signal mixer/in.signals
 has out '  goes on below'
 has out "  because model 'mixer' dissolved; what its instance 'upMixer' of model 'top' read"
-has out 'is top/upType_vunroll.3: in its place (vunroll), element 3'
+has out 'is top/upType_vunroll_cunroll.7: in its place (vunroll), in its place (cunroll), element 3, imaginary part'
 run 0 trace "$example" low.xml --signal top/upMixer.mixed --json
 json out '[t["signal"] for t in d["traces"]] == ["top/upMixer.mixed", "mixer/round.primWireOut"] and not d["traces"][0]["places"] and d["traces"][0]["gone"] is None'
 
@@ -98,3 +103,89 @@ has err 'only one design can come from standard input'
 run 0 trace d.xml parts.xml --signal top/sum.primWireOut
 has out '  is top/(sum low).primWireOut: beside it (low)'
 has out '  is top/(sum high).primWireOut: beside it (high)'
+
+# lowered TYPE INPUTS OUTPUTS PARAMS PASSES: a block "b" of the type, lowered from v.xml to u.xml. An input is a port, ":"
+# and a type.
+lowered() {
+    local ports wires= inputs= outputs= pins=
+    IFS=';' read -ra ports <<<"$2"
+    for entry in "${ports[@]}"; do
+        local port=${entry%%:*}
+        wires+="<wire name=\"i$port\"/>"
+        pins+=$(block "t$port" typePinBlock "$(param typePinType "${entry#*:}")$(param 0 "[/top/in/i$port]")<wire name=\"0\"/>")
+        inputs+=$(param "$port" "[/top/t$port/0]")
+    done
+    for wire in $3; do
+        inputs+="<wire name=\"$wire\"/>"
+        outputs+=$(param "o$wire" "[/top/b/$wire]")
+    done
+    {
+        printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">%s\n' "$namespace" "$(param synthOutputMode true)"
+        block in inputBlock "$wires"
+        printf '%s\n' "$pins"
+        block b "$1" "$4$inputs"
+        block out outputBlock "$outputs"
+        printf '</model></design></kelmar>\n'
+    } >v.xml
+    run 0 opt v.xml -o u.xml --passes "$5"
+}
+# is SIGNAL PLACES: where the signal is in u.xml, without the name of the model.
+is() {
+    run 0 trace v.xml u.xml --signal "top/$1"
+    [ "$(sed -n 's,^  is top/,,p' out)" = "$2" ] || die "$1 is elsewhere"
+}
+four='(typeVector 4 (typeSFixed 4 0))'
+bit='(typeUFixed 1 0)'
+whole_lowering='UnrollVectorPass, UnrollVectorCrossModelPass, ElideUnpackPass, DeadBlockPass'
+
+# A vector split has a pack for each of its outputs, but none for a single element.
+lowered vsplitBlock "0:$four" '0 1' "$(param vsplitLayout '(3 1)')" UnrollVectorPass
+is b.0 'b_vp0.vpackWireOut: beside it (vp0), the whole signal'
+is b.1 'b_vup.3: beside it (vup)'
+run 0 trace v.xml u.xml --signal top/b.0 --json
+json out '[p["whole"] for p in d["traces"][0]["places"]] == [True]'
+# Elements that nothing joins are told by their number.
+sed '/<block name="b_vp0">/,/<\/block>/d; /b_vp0/d' u.xml >cut.xml
+mv cut.xml u.xml
+is b.0 'b_vup.0: beside it (vup), element 0
+b_vup.1: beside it (vup), element 1
+b_vup.2: beside it (vup), element 2'
+# Without a layout, the first outputs are longer.
+lowered vsplitBlock '0:(typeVector 3 (typeSFixed 4 0))' '0 1' '' UnrollVectorPass
+is b.1 'b_vup.2: beside it (vup)'
+
+# A vector concatenation has one pack, and an unpack for each vector that goes in.
+lowered vconcatBlock "0:$four;1:$four" primWireOut '' UnrollVectorPass
+is b.primWireOut 'b_vp.vpackWireOut: beside it (vp), the whole signal'
+is b.1 '((t1 0) vp).vpackWireOut: beside it (vup1), read by b_vup1.vunpackPortIn, the whole signal'
+
+# A vector selector is nothing but wiring.
+lowered vselectorBlock "vselectorPortIn:$four" primWireOut "$(param vselectorIndicies '((1 2))')" "$whole_lowering"
+is b.primWireOut "$(for i in 0 1 2 3; do echo "tvselectorPortIn_vunroll.$i: in its place (vunroll), element $i"; done)"
+has out "because block 'b' of model 'top' was wiring; what it read"
+
+# Each lane of a demultiplexer numbers its outputs from 0; all read the same channel.
+lowered demuxBlock "demuxPortData:(typeVector 2 (typeSFixed 4 0));portValid:$bit;portChannel:$bit" '0 1 2 3' "$(param demuxChannelCount 2)" "$whole_lowering"
+is b.0 '(b vunroll 0).0: in its place (vunroll)'
+is b.1 '(b vunroll 0).1: in its place (vunroll)'
+is b.2 '(b vunroll 1).0: in its place (vunroll)'
+is b.3 '(b vunroll 1).1: in its place (vunroll)'
+is b.demuxPortData 'tdemuxPortData_vunroll.0: in its place (vunroll), element 0, read by (b vunroll 0).demuxPortData
+tdemuxPortData_vunroll.1: in its place (vunroll), element 1, read by (b vunroll 1).demuxPortData'
+is b.portValid 'tportValid.0: in its place (vunroll), read by (b vunroll 0).portValid
+tportValid.0: in its place (vunroll), read by (b vunroll 1).portValid'
+
+# What a block computes may go on through blocks made beside it: the last of them drives the readers.
+float='(typeVector 3 (typeSFloatIEEE 8 23))'
+lowered scalarProductBlock "0:$float;1:$float" primWireOut "$(param subtractive true)$(param floatRoundingMode roundingUp)" "$whole_lowering"
+is b.primWireOut '(b chain 2 0).primWireOut: beside it (chain)'
+lowered counterBlock "portEnable:(typeVector 2 $bit)" primWireOut "$(param counterLimit '(3 17)')$(param counterInitial 0)$(param counterStep 1)" "$whole_lowering"
+is b.primWireOut '((b 0) cast).primWireOut: element 0, beside it (cast)
+((b 1) cast).primWireOut: element 1, beside it (cast)'
+
+# A block that is there without the port is not gone.
+lowered notBlock "0:$bit" primWireOut '' DeadBlockPass
+sed '/<block name="b">/,/<\/block>/{/name="0"/d}' u.xml >cut.xml
+mv cut.xml u.xml
+is b.0 't0.0'
+has out "because block 'b' of model 'top' has no such port any more; what it read"
