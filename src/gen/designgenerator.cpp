@@ -723,7 +723,7 @@ class DesignBuilder {
             }
             Block &pack = *Block::create(*level.model, nextName(level), A_VPACK_BLOCK);
             for (std::size_t i = 0; i < elements.size(); ++i) {
-                pack.setParam(number(static_cast<int>(i)), *elements[i]);
+                pack.setParam(number(i), *elements[i]);
             }
             return Wire::create(pack, A_VPACK_WIRE_OUT);
         }
