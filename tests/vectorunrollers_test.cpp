@@ -232,6 +232,15 @@ TEST_F(VectorUnrollersTest, makesOneScalarProduct) {
               (Made{"block_vunroll", "(block neg 2 0)"}));
 }
 
+TEST_F(VectorUnrollersTest, keepsSubnormalsInNegatedFactors) {
+    Design design(mgr.context());
+    Model &model = unrolled(design, "scalarProductBlock", {{"0", "[2] float(10,5)"}, {"1", "[2] float(10,5)"}},
+                            {{"primWireOut", ""}}, {{"subtractive", "true"}, {"floatSubnormals", "true"}});
+    const Block *negation = model.getBlock(value("(block neg 0 0)"));
+    ASSERT_NE(negation, nullptr);
+    EXPECT_EQ(negation->getParam(A_FLOAT_SUBNORMALS), A_TRUE);
+}
+
 TEST_F(VectorUnrollersTest, givesEachLaneItsTable) {
     EXPECT_EQ(madeOf("lutBlock", {{"lutPortAddr", "u2.0"}}, {{"primWireOut", ""}},
                      {{"lutData", "((vectorRollTag 1 20) (vectorRollTag 3 4) (vectorRollTag 5 6))"}}),
