@@ -91,6 +91,13 @@ has err 'a design and what it was lowered to are needed'
 run 2 trace - - --signal a
 has err 'only one design can come from standard input'
 
+# That a design cannot be read is no answer.
+echo '<kelmar' >broken.xml
+run 2 trace d.xml broken.xml --signal top/sum.primWireOut
+has err broken.xml:
+run 2 trace broken.xml l.xml --signal top/sum.primWireOut
+has err broken.xml:
+
 # What a block computed may come out of several that were made for it, whose names tell for what.
 {
     printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
