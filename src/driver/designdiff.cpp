@@ -165,7 +165,8 @@ class Comparison {
                         change.how = howOf(a, b);
                         std::string &name = change.what == What::WireParam ? change.param : change.name;
                         name = (a != nullptr ? a : b)->first->toString();
-                        change.what = isWire(was) || isWire(is) ? What::Port : change.what;
+                        const bool isOfBlock = change.what == What::Param && !change.block.empty();
+                        change.what = isOfBlock && (isWire(was) || isWire(is)) ? What::Port : change.what;
                         change.before = textOf(was);
                         change.after = textOf(is);
                         add(std::move(change));

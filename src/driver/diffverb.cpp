@@ -2,9 +2,8 @@
 #include "driver/verbs.h"
 
 #include "driver/designdiff.h"
-#include "driver/files.h"
 #include "driver/jsontext.h"
-#include "driver/progress.h"
+#include "driver/openeddesign.h"
 
 #include <orvo/context.h>
 #include <orvo/design.h>
@@ -26,17 +25,6 @@ struct Arguments {
     std::string second;
     std::size_t limit = 1000;
 };
-
-/// Code 1 says that the designs differ, so a design that is none has the code of a file that cannot be read.
-std::unique_ptr<Design> load(const std::string &path, Context *context, Progress &progress, Console &console) {
-    InputFile file(path, console);
-    progress.phase("reading " + path);
-    try {
-        return readDesign(file, context, console);
-    } catch (const VerbFailure &) {
-        throw VerbFailure{kWrongUsage};
-    }
-}
 
 const char *nameOf(What what) {
     switch (what) {
@@ -99,30 +87,43 @@ std::string detailOf(const DesignChange &change) {
     }
 }
 
+/// Names and values may hold anything, but each difference is one line.
+std::string line(std::size_t depth, const std::string &text) {
+    std::string out(depth, ' ');
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        out += c == '\n'                     ? "\\n"
+               : c == '\t'                   ? "\\t"
+               : byte < 0x20 || byte == 0x7F ? fmt::format("\\x{:02x}", byte)
+                                             : std::string(1, c);
+    }
+    return out + '\n';
+}
+
 std::string text(const DesignDiff &diff) {
     std::string out;
     std::string model;
     std::string block;
     for (const DesignChange &change : diff.changes) {
         if (change.what == What::Model) {
-            out += fmt::format("{} model {}\n", markOf(change.how), change.model);
+            out += line(0, fmt::format("{} model {}", markOf(change.how), change.model));
             continue;
         }
         if (change.model != model) {
             model = change.model;
             block.clear();
-            out += fmt::format("~ model {}\n", model);
+            out += line(0, fmt::format("~ model {}", model));
         }
         if (change.what == What::Block) {
-            out += fmt::format("  {} block {} ({})\n", markOf(change.how), change.block, change.type);
+            out += line(2, fmt::format("{} block {} ({})", markOf(change.how), change.block, change.type));
             continue;
         }
         if (!change.block.empty() && change.block != block) {
             block = change.block;
-            out += fmt::format("  ~ block {} ({})\n", block, change.type);
+            out += line(2, fmt::format("~ block {} ({})", block, change.type));
         }
         const std::size_t depth = change.model.empty() ? 0 : change.block.empty() ? 2 : 4;
-        out += std::string(depth, ' ') + fmt::format("{} {}\n", markOf(change.how), detailOf(change));
+        out += line(depth, fmt::format("{} {}", markOf(change.how), detailOf(change)));
     }
     if (diff.changes.size() < diff.count) {
         out += fmt::format("and {} more: raise --limit to see them\n", diff.count - diff.changes.size());
@@ -169,8 +170,8 @@ int diff(const Arguments &arguments, Console &console) {
     Progress progress(console);
     ContextMgr guard;
     guard.context()->setListener(&console);
-    const std::unique_ptr<Design> first = load(arguments.first, guard.context(), progress, console);
-    const std::unique_ptr<Design> second = load(arguments.second, guard.context(), progress, console);
+    const std::unique_ptr<Design> first = readDesignOfAnswer(arguments.first, guard.context(), progress, console);
+    const std::unique_ptr<Design> second = readDesignOfAnswer(arguments.second, guard.context(), progress, console);
     progress.phase("comparing");
     const DesignDiff found = diffDesigns(*first, *second, arguments.limit);
     progress.hide();

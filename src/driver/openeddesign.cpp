@@ -17,4 +17,15 @@ OpenedDesign::OpenedDesign(const std::string &input, Console &console)
     design = readDesign(file, guard.context(), console);
 }
 
+std::unique_ptr<Design> readDesignOfAnswer(const std::string &input, Context *context, Progress &progress,
+                                           Console &console) {
+    InputFile file(input, console);
+    progress.phase("reading " + input);
+    try {
+        return readDesign(file, context, console);
+    } catch (const VerbFailure &) {
+        throw VerbFailure{kWrongUsage};
+    }
+}
+
 } // namespace orvo::driver

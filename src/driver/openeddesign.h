@@ -26,4 +26,8 @@ struct OpenedDesign {
     std::unique_ptr<Design> design;
 };
 
+/// A design for a verb whose code 1 is an answer: one that cannot be read ends it with the code of a file that cannot.
+std::unique_ptr<Design> readDesignOfAnswer(const std::string &input, Context *context, Progress &progress,
+                                           Console &console);
+
 } // namespace orvo::driver

@@ -203,6 +203,37 @@ std::optional<std::size_t> numberOf(const PureValueRef &name) {
                : std::nullopt;
 }
 
+/// Packs at scheduled models are named by the port or wire alone, which several models may have: the pack is of the one
+/// that it is wired to.
+const Block *ownerOf(const Block &pack, const Block &named, const NameOrigins &origins) {
+    constexpr int levels = 16;
+    const bool splits = isOf(pack, kUnpacks);
+    const Block *at = &pack;
+    for (int level = 0; level < levels; ++level) {
+        const Block *next = nullptr;
+        if (splits) {
+            for (const Wire &wire : *at) {
+                next = wire.port_size() == 0 ? next : &(*wire.port_begin()).getBlock();
+            }
+        } else {
+            for (const Port &port : at->ports()) {
+                next = port.peekWire() == nullptr ? next : &port.peekWire()->getBlock();
+            }
+        }
+        const NameOrigin origin = next == nullptr ? NameOrigin() : origins.originOf(*next);
+        const bool isScheduled = origin && origin.block->type() == A_SCHEDULED_MODEL_BLOCK.get_ptr() &&
+                                 &origin.block->getModel() == &named.getModel();
+        if (!isScheduled) {
+            return &named;
+        }
+        if (!has(origin.steps, NameStep::Kind::Port)) {
+            return origin.block;
+        }
+        at = next;
+    }
+    return &named;
+}
+
 class Tracer {
   public:
     Tracer(const Design &source, const Design &lowered) : mSource(source) {
@@ -210,6 +241,9 @@ class Tracer {
         for (const Model &model : lowered) {
             for (const Block &block : model) {
                 if (NameOrigin origin = origins.originOf(block)) {
+                    const bool isAtScheduled = origin.block->type() == A_SCHEDULED_MODEL_BLOCK.get_ptr() &&
+                                               has(origin.steps, NameStep::Kind::Port);
+                    origin.block = isAtScheduled ? ownerOf(block, *origin.block, origins) : origin.block;
                     mMade[origin.block].push_back({origin.block, &block, std::move(origin.steps)});
                 }
             }

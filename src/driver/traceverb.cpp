@@ -82,20 +82,21 @@ int trace(const Arguments &arguments, Console &console) {
     if (arguments.signal.empty()) {
         refuse("--signal is missing");
     }
-    OpenedDesign source(arguments.source, console);
-    InputFile file(arguments.lowered, console);
-    source.progress.phase("reading " + arguments.lowered);
-    const std::unique_ptr<Design> lowered = readDesign(file, source.guard.context(), console);
-    source.progress.phase("tracing");
-    const FoundSignal found = findSignal(*source.design, arguments.signal);
+    Progress progress(console);
+    ContextMgr guard;
+    guard.context()->setListener(&console);
+    const std::unique_ptr<Design> source = readDesignOfAnswer(arguments.source, guard.context(), progress, console);
+    const std::unique_ptr<Design> lowered = readDesignOfAnswer(arguments.lowered, guard.context(), progress, console);
+    progress.phase("tracing");
+    const FoundSignal found = findSignal(*source, arguments.signal);
     if (!found.signal) {
         const std::string near = suggest(found.wrong, found.known);
         console.fail(kWrongUsage, "DRIVER_BAD_USAGE",
                      {{"reason", fmt::format("the design has no signal '{}'{}", arguments.signal,
                                              near.empty() ? "" : fmt::format(": did you mean '{}'?", near))}});
     }
-    const std::vector<SignalTrace> traces = traceSignal(*found.signal, *source.design, *lowered);
-    source.progress.hide();
+    const std::vector<SignalTrace> traces = traceSignal(*found.signal, *source, *lowered);
+    progress.hide();
     console.emit(console.json() ? documentText(toJson(arguments, traces)) : text(traces));
     const bool isFound =
         std::any_of(traces.begin(), traces.end(), [](const SignalTrace &one) { return !one.places.empty(); });

@@ -66,6 +66,27 @@ and 11 more: raise --limit to see them
 run 1 diff a.xml b.xml --limit 2 --json
 json out 'not d["complete"] and len(d["changes"]) == 2 and d["differences"] == 13'
 
+# Only a parameter of a block that is a wire is a port.
+write_pair '' "$(param probe '[/top/in/x]')" delayBlock 1 "<wire name=\"w\">$(param probe '[/top/in/y]')</wire>" '' >a.xml
+write_pair '' '' delayBlock 1 '<wire name="w"></wire>' '' >b.xml
+run 1 diff a.xml b.xml
+[ "$(sed '$d' out)" = '~ model top
+  - param probe: in/x
+  ~ block wait (delayBlock)
+    - wire w param probe: in/y' ] || die "parameters are ports"
+run 1 diff a.xml b.xml --json
+json out '[c["what"] for c in d["changes"]] == ["param", "wire_param"]'
+
+# Each difference is one line, whatever the values hold.
+tab=$(printf '\t')
+write_pair '' '' delayBlock 1 "$(param note "\"a
+b${tab}c\"")" '' >a.xml
+write_pair '' '' delayBlock 1 '' '' >b.xml
+run 1 diff a.xml b.xml
+has out '    - param note: "a\nb\tc"'
+run 1 diff a.xml b.xml --json
+json out 'd["changes"][0]["before"] == "\"a\nb\tc\""'
+
 # A reference to a node of either design is the same if it names the same.
 run 0 diff "$ORVO_SRC/examples/mixer_pair.xml" "$ORVO_SRC/examples/mixer_pair.xml"
 

@@ -91,6 +91,32 @@ has err 'a design and what it was lowered to are needed'
 run 2 trace - - --signal a
 has err 'only one design can come from standard input'
 
+# That a design cannot be read is no answer.
+echo '<kelmar' >broken.xml
+run 2 trace d.xml broken.xml --signal top/sum.primWireOut
+has err broken.xml:
+run 2 trace broken.xml l.xml --signal top/sum.primWireOut
+has err broken.xml:
+
+# Packs at scheduled models are named by the port alone; which model each is of tell the wires.
+scheduled_pair() {
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block in inputBlock '<wire name="i"/>'
+    printf '%s\n' "$1"
+    block s1 scheduledModelBlock "$2"
+    block s2 scheduledModelBlock "$3"
+    printf '</model></design></kelmar>\n'
+}
+unpack_of() { block "$1" vunpackBlock "$(param vunpackPortIn '[/top/in/i]')<wire name=\"0\"/>"; }
+scheduled_pair '' "$(param x '[/top/in/i]')" "$(param x '[/top/in/i]')" >v.xml
+scheduled_pair "$(unpack_of '(x vup)')$(unpack_of '(dupName 0 (x vup))')" "$(param '(x 0)' '[/top/(x vup)/0]')" "$(param '(x 0)' '[/top/(dupName 0 (x vup))/0]')" >u.xml
+run 0 trace v.xml u.xml --signal top/s1.x
+has out 'read by (x vup).vunpackPortIn, the whole signal'
+lacks out dupName
+run 0 trace v.xml u.xml --signal top/s2.x
+has out 'read by (dupName 0 (x vup)).vunpackPortIn, the whole signal'
+lacks out 'read by (x vup)'
+
 # What a block computed may come out of several that were made for it, whose names tell for what.
 {
     printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
