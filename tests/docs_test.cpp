@@ -35,6 +35,7 @@ TEST(Documents, tellEveryBoundOnWhatIsRead) {
         {"kXmlAttributes", limits::kXmlAttributes},
         {"kCatalogueLineBytes", limits::kCatalogueLineBytes},
         {"kTypeInstances", limits::kTypeInstances},
+        {"kLanes", limits::kLanes},
         {"kPassTextBytes", limits::kPassTextBytes},
         {"kPipelineBytes", limits::kPipelineBytes},
         {"kPipelinePasses", limits::kPipelinePasses},

@@ -135,6 +135,7 @@ const std::map<std::string, int> &floors() {
         {"boundaryaggregateunroller", 5},
         {"unrollaggregatepass", 5},
         {"unrollscheduledmodelpass", 5},
+        {"vectorsplit", 2},
         {"vectorunroller", 5},
         {"vectorunroll", 5},
         {"boundaryvectorunroller", 5},

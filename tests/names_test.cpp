@@ -67,6 +67,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"unknowncone", "unknownbits"},
         {"stallnumbers", "vectorunrollers"},
         {"unrollpasses", "unrollvectorpass"},
+        {"vectorsplit", "commonblocks"},
         {"vectorunroll", "unrollvectorpass"},
         {"vectorunroller", "unrollvectorpass"},
         {"wholesignals", "filterrows"},

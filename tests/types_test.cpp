@@ -324,6 +324,16 @@ TEST_F(Types, peelsVectorsOffAnyType) {
     EXPECT_FALSE(inner);
 }
 
+TEST_F(Types, knowNoVectorsWithoutElements) {
+    for (const char *text : {"(typeVector 0 x)", "(typeVector -3 x)", "(typeVector 2 (typeVector 0 x))"}) {
+        PureValueRef inner = value("x");
+        const VectorDecorSpec vectors(value(text), inner, ctx);
+        EXPECT_FALSE(vectors.valid()) << text;
+        EXPECT_TRUE(vectors.vectorLengths().empty()) << text;
+        EXPECT_FALSE(inner) << text;
+    }
+}
+
 TEST_F(Types, readsTheLayersOfARolledConstantOutermostFirst) {
     VectorDecorSpec vectors;
     vectors.fromRolledValue(value("(vectorRollTag (vectorRollTag 1 2 3) (vectorRollTag 4 5 6))"));

@@ -192,7 +192,8 @@ TEST_F(UnrollVectorPassTest, putsTheLaneBeforeTheLastPartOfAName) {
 TEST_F(UnrollVectorPassTest, leavesABoundaryWholeWhoseNamesWouldClash) {
     output(model, "y", input(model, "x", "[2] s4.0"));
     output(model, "w", input(model, "(x 0)", "s4.0"));
-    EXPECT_EQ(run("UnrollVectorCrossModelPass"), Names{"UNVEC_INVALID_EXPAND_TYPE block=/top/in"});
+    EXPECT_EQ(run("UnrollVectorCrossModelPass"),
+              Names{"UNVEC_INVALID_EXPAND_TYPE block=/top/in detail=the name of a lane is in use"});
     EXPECT_NE(model.getInputBlock()->getWire(value("x")), nullptr);
 }
 
@@ -209,7 +210,8 @@ TEST_F(UnrollVectorPassTest, tellsOfDimensionsThatDoNotMeet) {
     Block &fan = block(model, "fan", "selectBlock");
     fan.setParam(value("(a 0)"), input(model, "x", "[2] s4.0"));
     fan.setParam(value("(b 0)"), input(model, "y", "[3] s4.0"));
-    EXPECT_EQ(run("UnrollVectorPass"), Names{"UNVEC_INVALID_EXPAND_TYPE block=/top/fan"});
+    EXPECT_EQ(run("UnrollVectorPass"),
+              Names{"UNVEC_INVALID_EXPAND_TYPE block=/top/fan detail=its vectors have different lengths"});
     EXPECT_NE(model.getBlock(value("fan")), nullptr);
 }
 
@@ -240,6 +242,29 @@ TEST_F(UnrollVectorPassTest, movesConstraintsAlongWithTheirPoints) {
     run("UnrollVectorCrossModelPass");
     EXPECT_EQ(PureValueRef(below.getInputBlock()->getParam(A_SCHEDULE_CONSTRAINT_WIRES)),
               value("(((x 0) true (2) ()) ((x 1) true (2) ()))"));
+}
+
+TEST_F(UnrollVectorPassTest, movesTheConstraintsOfAllInstances) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    Block &again = block(model, "again", "modelBlock");
+    again.setParam(A_MODEL_NODE, below);
+    again.setParam(value("x"), *model.getBlock(value("use"))->getPort(value("x"))->getWire());
+    again.setParam(value("y"), *model.getBlock(value("use"))->getPort(value("y"))->getWire());
+    const PureValueRef atSum = value("((primWireOut ((top use)) (1) ()) (primWireOut ((top again)) (2) ())"
+                                     " (primWireOut true (3) ()))");
+    below.getBlock(value("sum"))->setParam(A_SCHEDULE_CONSTRAINT_WIRES, atSum);
+    below.getInputBlock()->setParam(
+        A_SCHEDULE_CONSTRAINT_WIRES,
+        value("((x ((top again)) (4) ()) (x ((top use)) (5) ()) (x ((top other)) (6) ()))"));
+    run("UnrollVectorPass");
+    for (const char *lane : {"(sum 0)", "(sum 1)"}) {
+        const Block &block = *below.getBlock(value(lane));
+        EXPECT_EQ(PureValueRef(block.getParam(A_SCHEDULE_CONSTRAINT_WIRES)), atSum) << lane;
+    }
+    run("UnrollVectorCrossModelPass");
+    EXPECT_EQ(PureValueRef(below.getInputBlock()->getParam(A_SCHEDULE_CONSTRAINT_WIRES)),
+              value("(((x 0) ((top again)) (4) ()) ((x 1) ((top again)) (4) ()) ((x 0) ((top use)) (5) ())"
+                    " ((x 1) ((top use)) (5) ()) (x ((top other)) (6) ()))"));
 }
 
 TEST_F(UnrollVectorPassTest, takesAModelApartThatIsUsedTwice) {

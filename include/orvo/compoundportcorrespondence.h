@@ -8,6 +8,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <unordered_set>
 #include <vector>
 
@@ -171,6 +172,9 @@ class ORVO_API NetlistReferencePointsUpdater {
     NetlistReferencePointsUpdater(const NetlistReferencePointsUpdater &) = delete;
     NetlistReferencePointsUpdater &operator=(const NetlistReferencePointsUpdater &) = delete;
 
+    /// Has the entries of all these instances of the model move along, not only those of the one that it was made with.
+    /// The chains must outlive it.
+    void setInstances(const std::vector<RefChain> &instances) { mInstances = &instances; }
     /// Has the unroller report to this updater, which must outlive its work.
     void setupUnrollerNotifier(Unroller *unroller) { unroller->setUnrollerNotifier(&mMapping); }
     const ReferenceNameMapping &mapping() const { return mMapping; }
@@ -178,7 +182,7 @@ class ORVO_API NetlistReferencePointsUpdater {
   private:
     using MovedEntries = std::map<Block *, std::vector<ValueRef>, Model::ByName>;
     void unrollLatencyConstraints();
-    bool isOfThisInstance(const ValueRef &entry) const;
+    bool isOfTheseInstances(const ValueRef &entry) const;
     /// What the replaced points had, at the points that stand there now; their blocks may be gone.
     MovedEntries movedEntries(bool isPort) const;
     /// One list of a block as it becomes, null if nothing stays; entries for other blocks go to `moved`.
@@ -188,6 +192,10 @@ class ORVO_API NetlistReferencePointsUpdater {
 
     Model &mModel;
     RefChain mRefChain;
+    /// Null for the one chain alone.
+    const std::vector<RefChain> *mInstances = nullptr;
+    /// The chains of `mInstances` as entries write them, made when the first entry of one instance is met.
+    mutable std::set<PureValueRef, DeepValueCmp> mChains;
     ReferenceNameMapping mMapping;
 };
 

@@ -33,6 +33,8 @@ inline constexpr std::size_t kXmlAttributes = 64;
 inline constexpr std::size_t kCatalogueLineBytes = std::size_t{1} << 16;
 /// Instances of models whose types or domains are inferred; a short design may stand for any number of them.
 inline constexpr std::size_t kTypeInstances = std::size_t{1} << 22;
+/// Lanes into which one signal comes apart, all dimensions together; a short type may stand for any number of them.
+inline constexpr std::size_t kLanes = std::size_t{1} << 20;
 /// Bytes of a pass list's text.
 inline constexpr std::size_t kPassTextBytes = std::size_t{1} << 20;
 /// Bytes of a pipeline file.

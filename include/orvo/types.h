@@ -161,7 +161,8 @@ class ORVO_API NumTypeSpec {
     std::vector<int> mVectors;
 };
 
-/// The vector layers around any type. Lengths are kept innermost dimension first.
+/// The vector layers around any type. Lengths are kept innermost dimension first. A type with a length below 1 gives an
+/// invalid one.
 class ORVO_API VectorDecorSpec {
   public:
     /// Invalid.
@@ -204,7 +205,7 @@ class ORVO_API VectorDecorSpec {
     template <class R, class = internal::IfRef<R>> void setToValue(const R &value, Context *) {
         readValue(value.get_ptr(), nullptr);
     }
-    /// `inner` gets what the layers stand around.
+    /// `inner` gets what the layers stand around, null if they are invalid.
     template <class R, class = internal::IfRef<R>> void setToValue(const R &value, PureValueRef &inner, Context *) {
         readValue(value.get_ptr(), &inner);
     }

@@ -36,6 +36,8 @@ class ORVO_API VectorUnroller : public Unroller {
     virtual bool mandatoryUnrolling() const;
     /// Whether the block, once all its signals are known, is one that the unroller knows how to take apart.
     virtual bool canUnroll() const;
+    /// Why not, for the user; empty if that is not known, or if it can.
+    virtual std::string reason() const;
     /// Where types may be asked for while `originalWire` and `originalPort` run.
     void setTypePassRefChain(GlobalTypePass &types, const RefChain &refChain);
 

@@ -110,7 +110,7 @@ bool fallApartAlike(const PureValueRef &a, const PureValueRef &b) {
     const VectorDecorSpec vectors[] = {VectorDecorSpec(a, elements[0], nullptr),
                                        VectorDecorSpec(b, elements[1], nullptr)};
     const AggregateTypeSpec records[] = {AggregateTypeSpec(elements[0]), AggregateTypeSpec(elements[1])};
-    if (vectors[0] != vectors[1] || records[0].isAggregate() != records[1].isAggregate() ||
+    if (!vectors[0].valid() || vectors[0] != vectors[1] || records[0].isAggregate() != records[1].isAggregate() ||
         records[0].size() != records[1].size()) {
         return false;
     }

@@ -29,6 +29,7 @@ class ORVO_API BoundaryVectorUnroller : public VectorUnroller {
     const UnrollMappings &wireMappings() const { return mWireMappings; }
     /// Whether a new name is already that of another port or wire of the block.
     bool namesClash() const { return mNamesClash; }
+    std::string reason() const override { return mNamesClash ? "the name of a lane is in use" : ""; }
     Block &block() const { return mBlock; }
 
   private:

@@ -1,6 +1,7 @@
 // Type rules of the blocks that give a design its structure: the edges of models, packs and unpacks, and the markers
 // through which signals pass unchanged. Many carry any type, so they work on the tuples and not on numbers.
 #include "orvo/typerules.h"
+#include "orvo/vectorsplit.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -259,33 +260,16 @@ class VecSplitTypeHandler final : public TypeInferHandler {
   public:
     void inferTypes(TypeInferAPI &api) const override {
         const OuterVector vector = peelOutermost(api.getConnectedType(api.getPort(numberKey(api, 0))));
-        const int parts = countNumberedWires(api.getBlock());
-        if (vector.length == 0 || parts == 0) {
+        if (vector.length == 0) {
             return;
         }
-        const TupleValueRef layout = tupleVR(api.getParam(A_VSPLIT_LAYOUT));
-        if (layout && sumOf(layout) > vector.length) {
-            return;
+        const VectorSplit split(api.getBlock(), vector.length);
+        for (const Wire &wire : api.getBlock()) {
+            if (const std::optional<SplitPart> part = split.partOf(wire)) {
+                api.setType(wire,
+                            part->length == 1 ? vector.inner : wrapVector(part->length, vector.inner, contextOf(api)));
+            }
         }
-        forNumberedWires(api.getBlock(), [&](int number, const Wire &wire) {
-            const int length =
-                layout ? givenLength(layout, number) : vector.length / parts + (number < vector.length % parts ? 1 : 0);
-            api.setType(wire, length == 1 ? vector.inner : wrapVector(length, vector.inner, contextOf(api)));
-        });
-    }
-
-  private:
-    static std::int64_t sumOf(const TupleValueRef &layout) {
-        std::int64_t sum = 0;
-        for (std::size_t i = 0; i < layout->size(); ++i) {
-            sum += givenLength(layout, static_cast<int>(i));
-        }
-        return sum;
-    }
-    static int givenLength(const TupleValueRef &layout, int number) {
-        const NumberValueRef length =
-            number < 0 ? NumberValueRef() : numberVR(layout->maybeAt(static_cast<std::size_t>(number)));
-        return length && length->isInt() ? length->toInt() : 0;
     }
 };
 
@@ -301,7 +285,7 @@ class VecSelectorTypeHandler final : public TypeInferHandler2 {
         for (const ValueRef &level : *levels) {
             const TupleValueRef indices = tupleVR(level);
             const OuterVector vector = peelOutermost(type);
-            if (!indices || indices->size() == 0 || vector.length == 0) {
+            if (!indices || indices->size() == 0 || !areWithin(*indices, vector.length)) {
                 return;
             }
             lengths.push_back(indices->size());
@@ -311,6 +295,14 @@ class VecSelectorTypeHandler final : public TypeInferHandler2 {
             type = *length == 1 ? type : wrapVector(static_cast<std::int64_t>(*length), type, contextOf(api));
         }
         api.setWireType(A_PRIM_WIRE_OUT, type);
+    }
+
+  private:
+    static bool areWithin(const TupleValue &indices, int length) {
+        return std::all_of(indices.begin(), indices.end(), [length](const ValueRef &index) {
+            const NumberValueRef number = numberVR(index);
+            return number && number->isInt() && number->toInt() >= 0 && number->toInt() < length;
+        });
     }
 };
 

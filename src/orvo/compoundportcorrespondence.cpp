@@ -7,6 +7,7 @@
 #include <orvo/block.h>
 #include <orvo/design.h>
 #include <orvo/logging.h>
+#include <orvo/modelkinds.h>
 #include <orvo/orvoutils.h>
 #include <orvo/pass.h>
 #include <orvo/staticstrings.h>
@@ -306,9 +307,19 @@ void NetlistReferencePointsUpdater::unrollLatencyConstraints() {
     }
 }
 
-bool NetlistReferencePointsUpdater::isOfThisInstance(const ValueRef &entry) const {
+bool NetlistReferencePointsUpdater::isOfTheseInstances(const ValueRef &entry) const {
     const PureValueRef chain(asEntry(entry.get_ptr())->at(kEntryChain));
-    return chain == A_TRUE || OrvoUtils::matchesRefChain(chain, mRefChain);
+    if (chain == A_TRUE || mInstances == nullptr) {
+        return chain == A_TRUE || OrvoUtils::matchesRefChain(chain, mRefChain);
+    }
+    if (mChains.empty()) {
+        for (const RefChain &instance : *mInstances) {
+            mChains.insert(tupleFromRefChain(instance, mModel.getContext()));
+        }
+    }
+    // An instance that is no part of another has no chain to be told by.
+    const PureTupleValueRef links = pureTupleVR(chain);
+    return links && links->size() != 0 && mChains.count(chain) != 0;
 }
 
 void NetlistReferencePointsUpdater::moveEntry(const PureTupleValueRef &point, const ValueRef &entry,
@@ -322,7 +333,7 @@ NetlistReferencePointsUpdater::MovedEntries NetlistReferencePointsUpdater::moved
     MovedEntries moved;
     const internal::ReplacedPoints &points = mMapping.points(isPort);
     for (const internal::ReplacedPoints::HeldEntry &held : points.heldEntries()) {
-        if (isOfThisInstance(held.entry)) {
+        if (isOfTheseInstances(held.entry)) {
             for (const PureTupleValueRef &point : points.latest(held.point)) {
                 moveEntry(point, held.entry, moved);
             }
@@ -338,7 +349,7 @@ ValueRef NetlistReferencePointsUpdater::unrollPortWireNames(const Block &block, 
     bool isChanged = false;
     for (const ValueRef &value : *entries) {
         const PureTupleValueRef at = replaced.replacedPoint(block, value);
-        if (!at || !isOfThisInstance(value)) {
+        if (!at || !isOfTheseInstances(value)) {
             list.keep(value);
             continue;
         }

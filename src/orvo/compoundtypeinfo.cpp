@@ -324,9 +324,12 @@ class ShapeReader {
         }
         PureValueRef inner;
         const VectorDecorSpec vectors(type, inner, nullptr);
+        if (type && !vectors.valid()) {
+            return std::nullopt;
+        }
         std::optional<CompoundTypeInfo> info = readElement(inner);
         for (const int length : vectors.vectorLengths()) {
-            if (!info || length < 1) {
+            if (!info) {
                 return std::nullopt;
             }
             info = wanted(CompoundTypeInfoImpl::makeLevel(CompoundKind::Vector, length, *info));
@@ -382,7 +385,7 @@ CompoundTypeInfo CompoundTypeInfo::createVectorInfo(const std::vector<int> &leng
 
 CompoundTypeInfo CompoundTypeInfo::createVectorInfo(const VectorDecorSpec &vectors) {
     const std::vector<int> &lengths = vectors.vectorLengths();
-    if (!vectors.isVector() || *std::min_element(lengths.begin(), lengths.end()) < 1) {
+    if (!vectors.isVector()) {
         return {};
     }
     // The decoration of a type counts its dimensions from the innermost one.

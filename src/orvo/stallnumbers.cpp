@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 
 namespace orvo::internal {
 
@@ -42,17 +43,35 @@ bool StallNumbers::isData(const PureValueRef &name) {
 
 PureValueRef StallNumbers::nameOf(const PureValueRef &name, int part) {
     const PureTupleValueRef pair = pairOf(name);
-    const auto [at, isNew] = mNumbers.try_emplace({PureValueRef(pair->at(1)), part}, mNext);
-    mNext += isNew ? 1 : 0;
+    const auto [at, isNew] = mNumbers.try_emplace({PureValueRef(pair->at(1)), part}, 0);
+    if (isNew) {
+        at->second = takeFree();
+    }
     Context *context = name->context();
     return PureTupleValue::get(PureValueRef(pair->at(0)), PureValueRef(NumberValue::get(at->second, context)), context);
+}
+
+int StallNumbers::takeFree() {
+    const int last = mTaken.empty() ? -1 : std::max(*mTaken.rbegin(), -1);
+    int number = last;
+    if (last < std::numeric_limits<int>::max()) {
+        ++number;
+    } else {
+        // Nothing is free behind the last one, but before it.
+        while (mTaken.count(mLowest) != 0) {
+            ++mLowest;
+        }
+        number = mLowest;
+    }
+    mTaken.insert(number);
+    return number;
 }
 
 void StallNumbers::reserve(const PureValueRef &name) {
     const PureTupleValueRef pair = pairOf(name);
     const NumberValueRef number = pair ? numberVR(pair->at(1)) : NumberValueRef();
     if (number && number->isInt()) {
-        mNext = std::max(mNext, number->toInt() + 1);
+        mTaken.insert(number->toInt());
     }
 }
 

@@ -5,6 +5,7 @@
 #include <orvo/corevalues.h>
 
 #include <map>
+#include <set>
 #include <utility>
 
 namespace orvo {
@@ -24,10 +25,13 @@ class StallNumbers {
 
   private:
     void reserve(const PureValueRef &name);
+    int takeFree();
 
     /// By the old number and the part.
     std::map<std::pair<PureValueRef, int>, int> mNumbers;
-    int mNext = 0;
+    std::set<int> mTaken;
+    /// No number below is free.
+    int mLowest = 0;
 };
 
 } // namespace internal

@@ -441,6 +441,11 @@ void VectorDecorSpec::readValue(const Value *value, PureValueRef *inner) {
         }
         value = below;
     }
+    if (std::any_of(lengths.begin(), lengths.end(), [](int length) { return length < 1; })) {
+        invalidate();
+        lengths.clear();
+        value = nullptr;
+    }
     mVectors.assign(lengths.rbegin(), lengths.rend());
     if (inner != nullptr) {
         *inner = PureValueRef(FromPtr<Value>(const_cast<Value *>(value)));

@@ -73,6 +73,7 @@ template <class Impl, class Handler, class... Shared> class ModelUnrolling {
             return;
         }
         NetlistReferencePointsUpdater updater(context, context.getModel(), prepared->second->instances.front());
+        updater.setInstances(prepared->second->instances);
         for (Impl &block : prepared->second->blocks) {
             if (hasReferencePoints(block.block())) {
                 updater.setupUnrollerNotifier(&block.unroller());
@@ -130,6 +131,7 @@ template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
                 continue;
             }
             NetlistReferencePointsUpdater updater(mContext, *of.model, of.instances.front());
+            updater.setInstances(of.instances);
             for (const std::size_t at : of.blocks) {
                 updater.setupUnrollerNotifier(mUnrollers[at].get());
                 mBlocks[at].unroll(mTypes);

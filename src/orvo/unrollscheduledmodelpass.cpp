@@ -194,6 +194,7 @@ void UnrollScheduledModelPass::apply(ModelPassContext &context) {
     }
     const std::vector<RefChain> instances = internal::instancesOf(context.getModel(), internal::unrolledTree(context));
     NetlistReferencePointsUpdater updater(context, context.getModel(), instances.front());
+    updater.setInstances(instances);
     ScheduledModelUnroller unroller;
     updater.setupUnrollerNotifier(&unroller);
     for (Block *block : blocks) {

@@ -2,6 +2,7 @@
 #include "orvo/vectorunroll.h"
 
 #include <orvo/block.h>
+#include <orvo/limits.h>
 #include <orvo/logging.h>
 #include <orvo/staticstrings.h>
 #include <orvo/typeinferpass.h>
@@ -80,13 +81,26 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
         note(vectors, kind);
         mPorts.push_back({MaybePort(port), vectors, kind});
     }
-    if (!mFailed && (!mMerged.valid() || (hasWork() && !mUnroller->canUnroll()))) {
-        failOnBoundary();
+    if (!mFailed && !mMerged.valid()) {
+        failToExpand("its vectors have different lengths");
+    } else if (!mFailed && mMerged.elementCount() > limits::kLanes) {
+        failToExpand("it has too many lanes");
+    } else if (hasWork() && !mUnroller->canUnroll()) {
+        failToExpand(mUnroller->reason());
     }
 }
 
 void BlockUnrollerImpl::failOnBoundary() {
-    log::msg(msg::error::UNVEC_INVALID_EXPAND_TYPE, log::p("block", mBlock.value()));
+    const std::string known = mUnroller->reason();
+    failToExpand(known.empty() ? "it comes apart in another way than the other side of the boundary" : known);
+}
+
+void BlockUnrollerImpl::failToExpand(const std::string &detail) {
+    if (detail.empty()) {
+        log::msg(msg::error::UNVEC_INVALID_EXPAND_TYPE, log::p("block", mBlock.value()));
+    } else {
+        log::msg(msg::error::UNVEC_INVALID_EXPAND_TYPE, log::p("block", mBlock.value()) % log::p("detail", detail));
+    }
     mFailed = true;
 }
 
@@ -97,7 +111,7 @@ template <class End> VectorDecorSpec BlockUnrollerImpl::vectorsOf(const End &end
     const bool agree = std::all_of(mInstances.begin() + 1, mInstances.end(), [&](const RefChain &instance) {
         return VectorDecorSpec(types.getType(end, instance), context) == vectors;
     });
-    return agree ? vectors : VectorDecorSpec();
+    return agree && vectors.elementCount() <= limits::kLanes ? vectors : VectorDecorSpec();
 }
 
 void BlockUnrollerImpl::note(const VectorDecorSpec &vectors, VectorUnrollKind kind) {

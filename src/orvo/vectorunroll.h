@@ -6,6 +6,7 @@
 #include <orvo/vectorunroller.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace orvo {
@@ -59,13 +60,14 @@ class BlockUnrollerImpl {
     /// Whether a type is missing or does not fit; that was reported, and the block stays as it is.
     bool failed() const { return mFailed; }
     void fail() { mFailed = true; }
-    /// Reports that the signals of the block do not fit together, and gives up on it.
+    /// Reports that both sides of a boundary do not fit together, and gives up on the block.
     void failOnBoundary();
     bool hasWork() const { return !mFailed && (mExpand || mUnroller->mandatoryUnrolling()); }
     /// Takes the block apart if there is anything to do. The block is gone afterwards if its unroller deletes it.
     void unroll(GlobalTypePass &types);
 
   private:
+    void failToExpand(const std::string &detail);
     template <class End> VectorDecorSpec vectorsOf(const End &end, GlobalTypePass &types) const;
     void note(const VectorDecorSpec &vectors, VectorUnrollKind kind);
     VectorDecorSpec lanesOf(VectorUnrollKind kind, const VectorDecorSpec &own) const;

@@ -20,6 +20,8 @@ bool VectorUnroller::mandatoryUnrolling() const { return false; }
 
 bool VectorUnroller::canUnroll() const { return true; }
 
+std::string VectorUnroller::reason() const { return {}; }
+
 void VectorUnroller::setTypePassRefChain(GlobalTypePass &types, const RefChain &refChain) {
     mTypes = &types;
     mRefChain = &refChain;

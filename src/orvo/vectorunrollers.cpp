@@ -3,9 +3,11 @@
 
 #include "orvo/boundaryvectorunroller.h"
 #include "orvo/stallnumbers.h"
+#include "orvo/vectorsplit.h"
 
 #include <orvo/block.h>
 #include <orvo/context.h>
+#include <orvo/limits.h>
 #include <orvo/logging.h>
 #include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
@@ -14,6 +16,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 
 namespace orvo::internal {
 
@@ -149,6 +152,11 @@ using ConstVectorUnroller = TypedVectorUnroller<A_CONST_TYPE>;
 class LUTVectorUnroller final : public TypedVectorUnroller<A_LUT_TYPE> {
   public:
     using TypedVectorUnroller<A_LUT_TYPE>::TypedVectorUnroller;
+    bool canUnroll() const override {
+        const ValueRef data = block().getParam(A_LUT_DATA);
+        return !isTable(elementOfLane(data, std::vector<int>(layersOf(data), 0))) || holdsTables(data);
+    }
+    std::string reason() const override { return "its contents give some lanes a table and others none"; }
     void preAttachExtended(const VectorDecorSpec &merged, GlobalTypePass &, const RefChain &) override {
         preAttach(merged);
     }
@@ -161,6 +169,18 @@ class LUTVectorUnroller final : public TypedVectorUnroller<A_LUT_TYPE> {
     }
 
   private:
+    static bool isTable(const ValueRef &value) {
+        const TupleValueRef entries = tupleVR(value);
+        return entries && entries->size() != 0 && !isTagged(entries, A_COMPLEX_ROLL_TAG);
+    }
+    /// Whether each lane that a value tells of has a table.
+    static bool holdsTables(const ValueRef &value) {
+        const TupleValueRef tuple = tupleVR(value);
+        if (!isTagged(tuple, A_VECTOR_ROLL_TAG) || tuple->size() < 2) {
+            return isTable(value);
+        }
+        return std::all_of(std::next(tuple->begin()), tuple->end(), holdsTables);
+    }
     static std::size_t layersOf(const ValueRef &value) {
         std::size_t layers = 0;
         TupleValueRef tuple = tupleVR(value);
@@ -171,10 +191,10 @@ class LUTVectorUnroller final : public TypedVectorUnroller<A_LUT_TYPE> {
     }
     static ValueRef contentOfLane(const ValueRef &value, const std::vector<int> &indices) {
         const ValueRef table = elementOfLane(value, std::vector<int>(layersOf(value), 0));
-        const TupleValueRef entries = tupleVR(table);
-        if (!entries || entries->size() == 0 || isTagged(entries, A_COMPLEX_ROLL_TAG)) {
+        if (!isTable(table)) {
             return elementOfLane(value, indices);
         }
+        const TupleValueRef entries = tupleVR(table);
         // The dimensions of the entries lie inside those of the tables.
         const std::size_t inner = std::min(layersOf(entries->at(0)), indices.size());
         const auto split = indices.begin() + static_cast<std::ptrdiff_t>(inner);
@@ -278,6 +298,9 @@ class CounterVectorUnroller final : public WideningVectorUnroller {
         const auto [least, most] = rangeOf(A_COUNTER_LIMIT);
         const auto [first, last] = rangeOf(A_COUNTER_INITIAL);
         return least == most || block().getPort(A_PORT_ENABLE) == nullptr || (first >= 0 && last < least);
+    }
+    std::string reason() const override {
+        return "its lanes show initial values outside their range before they count";
     }
 
   private:
@@ -484,39 +507,32 @@ class VecSplitUnroller final : public WiringVectorUnroller {
         }
         return WiringVectorUnroller::originalPort(port, vectors);
     }
-    bool canUnroll() const override { return mLength > 0; }
+    bool canUnroll() const override { return mLength > 0 && VectorSplit(block(), mLength).fits(); }
+    std::string reason() const override { return "its input is no vector, or its parts are longer than that"; }
     void postAttach() override {
+        const VectorSplit split(block(), mLength);
         const Block &elements = unpack(named("{}_vup", block().getName()), numberOf(0), mLength);
-        const TupleValueRef layout = tupleVR(block().getParam(A_VSPLIT_LAYOUT));
-        const auto parts = static_cast<int>(layout ? layout->size() : block().getWireCount());
-        int at = 0;
-        for (int part = 0; part < parts; ++part) {
-            const int length = lengthOf(layout, part, parts);
-            if (Wire *wire = block().getWire(numberOf(static_cast<std::size_t>(part)))) {
-                replaceWire(*wire, joined(elements, part, at, length));
+        for (Wire &wire : block()) {
+            if (const std::optional<SplitPart> part = split.partOf(wire)) {
+                replaceWire(wire, joined(elements, wire, *part));
             }
-            at += length;
         }
         delete &block();
     }
 
   private:
-    int lengthOf(const TupleValueRef &layout, int part, int parts) const {
-        if (!layout) {
-            return mLength / parts + (part < mLength % parts ? 1 : 0);
-        }
-        const NumberValueRef told = numberVR(layout->at(static_cast<std::size_t>(part)));
-        return told && told->isInt() ? std::max(told->toInt(), 0) : 0;
-    }
     /// One element stands for itself.
-    Wire &joined(const Block &elements, int part, int at, int length) const {
-        if (length == 1) {
-            return *elements.getWire(numberOf(static_cast<std::size_t>(at)));
+    Wire &joined(const Block &elements, const Wire &wire, const SplitPart &part) const {
+        const auto element = [&](std::int64_t i) -> Wire & {
+            return *elements.getWire(numberOf(static_cast<std::size_t>(part.first + i)));
+        };
+        if (part.length == 1) {
+            return element(0);
         }
-        Block &pack = create(block(), named("{}_vp{}", block().getName(), part), A_VPACK_BLOCK);
-        for (int i = 0; i < length; ++i) {
-            pack.setParam(numberOf(static_cast<std::size_t>(i)),
-                          *elements.getWire(numberOf(static_cast<std::size_t>(at + i))));
+        Block &pack =
+            create(block(), named("{}_vp{}", block().getName(), numberVR(wire.getName())->toInt()), A_VPACK_BLOCK);
+        for (std::int64_t i = 0; i < part.length; ++i) {
+            pack.setParam(numberOf(static_cast<std::size_t>(i)), element(i));
         }
         return *Wire::create(pack, A_VPACK_WIRE_OUT);
     }
@@ -536,10 +552,38 @@ class VecSelectorUnroller final : public WiringVectorUnroller {
         mLanes.resize(vectors.elementCount());
         return VectorUnrollKind::Own;
     }
-    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &) override {
-        return wire.getName() == A_PRIM_WIRE_OUT ? VectorUnrollKind::Own : VectorUnrollKind::Leave;
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        if (!(wire.getName() == A_PRIM_WIRE_OUT)) {
+            return VectorUnrollKind::Leave;
+        }
+        mOutCount = vectors.elementCount();
+        return VectorUnrollKind::Own;
     }
-    void preAttach(const VectorDecorSpec &) override { select(tupleVR(block().getParam(A_VSELECTOR_INDICIES))); }
+    bool canUnroll() const override {
+        const TupleValueRef levels = tupleVR(block().getParam(A_VSELECTOR_INDICIES));
+        if (!levels || levels->size() > mIn.vectorDepth()) {
+            return false;
+        }
+        // All that is chosen comes out, so that there is no more of it than the output's type allows.
+        std::size_t count = mIn.elementCount();
+        for (std::size_t level = 0; level < levels->size(); ++level) {
+            const TupleValueRef chosen = tupleVR(levels->at(level));
+            const int length = mIn.vectorLengthRev(level);
+            if (!chosen ||
+                !std::all_of(chosen->begin(), chosen->end(),
+                             [length](const ValueRef &index) { return isWithin(index, length); }) ||
+                __builtin_mul_overflow(count / static_cast<std::size_t>(length), chosen->size(), &count)) {
+                return false;
+            }
+        }
+        return count == mOutCount.value_or(count);
+    }
+    std::string reason() const override { return "its indices do not select elements of its input"; }
+    void preAttach(const VectorDecorSpec &) override {
+        if (mOutCount) {
+            select(*tupleVR(block().getParam(A_VSELECTOR_INDICIES)));
+        }
+    }
     void attachPort(Port &, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
         mLanes[lanes.elementIndex(indices)] = &driver;
     }
@@ -555,11 +599,15 @@ class VecSelectorUnroller final : public WiringVectorUnroller {
     void postAttach() override { delete &block(); }
 
   private:
+    static bool isWithin(const ValueRef &index, int length) {
+        const NumberValueRef number = numberVR(index);
+        return number && number->isInt() && number->toInt() >= 0 && number->toInt() < length;
+    }
     /// Each level takes its elements out of all that the levels around it took.
-    void select(const TupleValueRef &levels) {
+    void select(const TupleValue &levels) {
         mRunLength = mIn.elementCount();
-        for (std::size_t level = 0; levels && level < levels->size() && level < mIn.vectorDepth(); ++level) {
-            const TupleValueRef chosen = tupleVR(levels->at(level));
+        for (std::size_t level = 0; level < levels.size(); ++level) {
+            const TupleValueRef chosen = tupleVR(levels.at(level));
             mRunLength /= static_cast<std::size_t>(mIn.vectorLengthRev(level));
             std::vector<std::size_t> runs;
             for (const std::size_t run : mRuns) {
@@ -572,6 +620,8 @@ class VecSelectorUnroller final : public WiringVectorUnroller {
     }
 
     VectorDecorSpec mIn;
+    /// Nothing if nothing comes out.
+    std::optional<std::size_t> mOutCount;
     std::vector<Wire *> mLanes;
     /// The first lanes of the runs that are selected, in the order of the output.
     std::vector<std::size_t> mRuns{0};
@@ -595,6 +645,7 @@ class CombiningVectorUnroller : public VectorUnroller {
         return VectorUnrollKind::Own;
     }
     bool canUnroll() const override { return !!mType; }
+    std::string reason() const override { return "its result has no type"; }
     void preAttach(const VectorDecorSpec &) override {
         for (LaneCounter lane(mOut); !lane.atEnd(); lane.next()) {
             std::vector<PureValueRef> name{named("{}_vunroll", mBlock.getName())};
@@ -660,6 +711,9 @@ class PrimReduceVectorUnroller final : public CombiningVectorUnroller {
         const auto isVector = [](const auto &input) { return input.second.isVector(); };
         const bool joinsVectors = isJoin() && std::any_of(inputs().begin(), inputs().end(), isVector);
         return CombiningVectorUnroller::canUnroll() && !(joinsVectors && inputs().size() > 1);
+    }
+    std::string reason() const override {
+        return type() ? "it joins several vectors" : CombiningVectorUnroller::reason();
     }
     void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
         const std::size_t element = lanes.elementIndex(indices);
@@ -852,7 +906,8 @@ class ScalarProductVectorUnroller final : public CombiningVectorUnroller {
     std::vector<std::vector<Block *>> mChains;
 };
 
-/// A demultiplexer for each lane of the data. Outputs are numbered through, those of one lane side by side.
+/// A demultiplexer for each lane of the data that comes out. Outputs are numbered through, those of one lane side by
+/// side.
 class DemuxVectorUnroller final : public VectorUnroller {
   public:
     explicit DemuxVectorUnroller(Block &block) : mBlock(block) {}
@@ -870,24 +925,21 @@ class DemuxVectorUnroller final : public VectorUnroller {
                           static_cast<std::size_t>(number->toInt() / channels()) < mLanes.elementCount();
                });
     }
+    std::string reason() const override {
+        return channels() > 0 ? "a wire has a name that is not the number of an output"
+                              : "its count of channels is not positive";
+    }
     void preAttach(const VectorDecorSpec &) override {
-        Context *context = mBlock.getContext();
-        for (std::size_t lane = 0; lane < mLanes.elementCount(); ++lane) {
-            const PureValueRef name =
-                PureTupleValue::get(mBlock.getName(), StringValue::get(getSuffix(), context), numberOf(lane), context);
-            Block &made = *Block::create(mBlock.getModel(), name);
-            for (auto param : Params(mBlock)) {
-                if (!nodeVR(param.second)) {
-                    made.setParam(param.first, param.second);
-                }
-            }
-            mSubstitutes.push_back(&made);
+        mSubstitutes.resize(mLanes.elementCount());
+        for (const Wire &wire : mBlock) {
+            Block *&lane = mSubstitutes[laneOf(wire)];
+            lane = lane == nullptr ? &createLane(laneOf(wire)) : lane;
         }
     }
     void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
         const bool isData = port.getName() == A_DEMUX_PORT_DATA;
         for (std::size_t lane = 0; lane < mSubstitutes.size(); ++lane) {
-            if (!isData || lane == lanes.elementIndex(indices)) {
+            if (mSubstitutes[lane] != nullptr && (!isData || lane == lanes.elementIndex(indices))) {
                 const MaybePort attached(*mSubstitutes[lane], port.getName());
                 attached.setWire(driver);
                 addAttachedPort(attached);
@@ -896,9 +948,10 @@ class DemuxVectorUnroller final : public VectorUnroller {
     }
     Wire *attachWire(Wire &wire, const VectorDecorSpec &, const std::vector<int> &,
                      const std::vector<MaybePort> &readers) override {
-        const int number = numberVR(wire.getName())->toInt();
-        Block &lane = *mSubstitutes[static_cast<std::size_t>(number / channels())];
-        Wire *made = Wire::create(lane, numberOf(static_cast<std::size_t>(number % channels())));
+        const PureValueRef output = numberOf(static_cast<std::size_t>(numberVR(wire.getName())->toInt() % channels()));
+        Block &lane = *mSubstitutes[laneOf(wire)];
+        Wire *made = lane.getWire(output);
+        made = made == nullptr ? Wire::create(lane, output) : made;
         connect(readers, *made);
         return made;
     }
@@ -909,9 +962,27 @@ class DemuxVectorUnroller final : public VectorUnroller {
         const NumberValueRef count = numberVR(mBlock.getParam(A_DEMUX_CHANNEL_COUNT));
         return count && count->isInt() ? count->toInt() : 0;
     }
+    std::size_t laneOf(const Wire &wire) const {
+        return static_cast<std::size_t>(numberVR(wire.getName())->toInt() / channels());
+    }
+    Block &createLane(std::size_t lane) const {
+        Context *context = mBlock.getContext();
+        const PureValueRef name =
+            PureTupleValue::get(mBlock.getName(), StringValue::get(getSuffix(), context), numberOf(lane), context);
+        Block &made = *Block::create(mBlock.getModel(), name);
+        for (auto param : Params(mBlock)) {
+            if (!nodeVR(param.second)) {
+                made.setParam(param.first, param.second);
+            }
+        }
+        // A demultiplexer has its first output, read or not.
+        Wire::create(made, numberOf(0));
+        return made;
+    }
 
     Block &mBlock;
     VectorDecorSpec mLanes;
+    /// By lane, null where none of its outputs is there.
     std::vector<Block *> mSubstitutes;
 };
 
@@ -933,6 +1004,10 @@ class LoopVecUnroller final : public VectorUnroller {
         return kindOf(port.getName(), vectors, {&A_LOOP_PORT_LIMIT});
     }
     bool canUnroll() const override { return !mHasOtherVectors && !mHasKeys; }
+    std::string reason() const override {
+        return mHasKeys ? "its levels stand both in vectors and under keys of their own"
+                        : "a signal other than its levels is a vector";
+    }
     void preAttach(const VectorDecorSpec &) override { mLoop = &createSubstitute(mBlock); }
     void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
         const MaybePort attached(*mLoop, BoundaryVectorUnroller::makeName(port.getName(), lanes, indices));
@@ -984,6 +1059,7 @@ class StallBoundaryVectorUnroller final : public VectorUnroller {
         return kind;
     }
     bool canUnroll() const override { return !mHasOtherVectors; }
+    std::string reason() const override { return "a signal that controls the stalling is a vector"; }
     void preAttach(const VectorDecorSpec &) override {}
     void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
         const MaybePort attached(mBlock, laneName(port.getName(), lanes, indices));
@@ -1027,7 +1103,10 @@ class StallBoundaryVectorUnroller final : public VectorUnroller {
 class LatencyPlaceholderVectorUnroller final : public BoundaryVectorUnroller {
   public:
     using BoundaryVectorUnroller::BoundaryVectorUnroller;
-    bool canUnroll() const override { return !namesClash(); }
+    bool canUnroll() const override { return !namesClash() && !hasHugeTypes(); }
+    std::string reason() const override {
+        return hasHugeTypes() ? "its map of types holds a vector of too many lanes" : BoundaryVectorUnroller::reason();
+    }
     void postAttach() override {
         Context *context = block().getContext();
         std::vector<PureValueRef> entries;
@@ -1039,6 +1118,10 @@ class LatencyPlaceholderVectorUnroller final : public BoundaryVectorUnroller {
             }
             PureValueRef element;
             const VectorDecorSpec vectors(pair->at(1), element, context);
+            if (!vectors.valid()) {
+                entries.emplace_back(pair);
+                continue;
+            }
             for (LaneCounter lane(vectors); !lane.atEnd(); lane.next()) {
                 entries.emplace_back(
                     PureTupleValue::get(makeName(pair->at(0), vectors, lane.indices()), element, context));
@@ -1046,6 +1129,17 @@ class LatencyPlaceholderVectorUnroller final : public BoundaryVectorUnroller {
         }
         block().setParam(A_LATENCY_PLACEHOLDER_TYPEMAP, PureTupleValue::get(entries, context));
         BoundaryVectorUnroller::postAttach();
+    }
+
+  private:
+    /// An entry need not be that of a signal.
+    bool hasHugeTypes() const {
+        const TupleValueRef types = tupleVR(block().getParam(A_LATENCY_PLACEHOLDER_TYPEMAP));
+        return types && std::any_of(types->begin(), types->end(), [this](const ValueRef &entry) {
+                   const PureTupleValueRef pair = pureTupleVR(entry);
+                   return pair && pair->size() == 2 &&
+                          VectorDecorSpec(pair->at(1), block().getContext()).elementCount() > limits::kLanes;
+               });
     }
 };
 

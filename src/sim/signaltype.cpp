@@ -51,6 +51,9 @@ std::unique_ptr<SignalType> SignalTypes::read(const PureValueRef &value) {
     auto type = std::make_unique<SignalType>();
     PureValueRef inner;
     const VectorDecorSpec vectors(value, inner, mContext);
+    if (value && !vectors.valid()) {
+        return nullptr;
+    }
     std::uint64_t leaves = 1;
     if (vectors.valid()) {
         for (std::uint32_t i = 0; i < vectors.vectorDepth(); ++i) {

@@ -4,6 +4,8 @@
 #include "sim/kernels.h"
 #include "sim/lanes.h"
 
+#include "orvo/vectorsplit.h"
+
 #include <orvo/corevalues.h>
 #include <orvo/wire.h>
 
@@ -154,29 +156,25 @@ void writeConcatenation(BlockWriter &writer) {
     }
 }
 
-/// The parts follow each other: as long as the layout tells, or equally long, the first ones by one element more.
 void writeSplit(BlockWriter &writer) {
     const Signal in = writer.in(0);
     require(writer, in);
-    const TupleValueRef layout = tupleVR(writer.param(A_VSPLIT_LAYOUT));
-    const std::size_t parts = layout ? layout->size() : writer.block().getWireCount();
     const std::uint32_t length = in.type->dims.empty() ? 0 : in.type->dims.front();
     const std::uint32_t each = length == 0 ? 0 : in.type->leaves / length;
-    std::uint32_t at = 0;
-    for (std::size_t i = 0; i < parts; ++i) {
-        const NumberValueRef told = layout ? numberVR(layout->at(i)) : NumberValueRef();
-        const std::size_t equal = length / parts + (i < length % parts ? 1 : 0);
-        const std::size_t elements =
-            told && told->isInt() && told->toInt() >= 0 ? static_cast<std::size_t>(told->toInt()) : equal;
-        const Signal out = writer.out(static_cast<int>(i));
-        const std::uint64_t end = at + std::uint64_t{elements} * each;
-        if (end > in.type->leaves || (out.known() && out.type->leaves != end - at)) {
+    const internal::VectorSplit split(writer.block(), static_cast<int>(length));
+    if (!split.fits()) {
+        writer.fail("the parts are longer than the vector");
+    }
+    for (const Wire &wire : writer.block()) {
+        const Signal out = writer.out(wire.getName());
+        const std::optional<internal::SplitPart> part = split.partOf(wire);
+        if (!out.known()) {
+            continue;
+        }
+        if (!part || out.type->leaves != static_cast<std::uint64_t>(part->length) * each) {
             writer.fail("a part has another length than its share of the vector");
         }
-        if (out.known()) {
-            aliasRun(writer, out, 0, in, at, out.type->leaves);
-        }
-        at = static_cast<std::uint32_t>(end);
+        aliasRun(writer, out, 0, in, static_cast<std::uint32_t>(part->first) * each, out.type->leaves);
     }
 }
 
