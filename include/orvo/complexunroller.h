@@ -7,6 +7,7 @@
 #include <orvo/types.h>
 
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -50,11 +51,15 @@ class ORVO_API ComplexUnroller : public Unroller {
     GlobalTypePass *getTypePass() const { return mTypes; }
     /// Of one instance of the block's model; types and chain must have been set.
     const RefChain &getRefChain() const { return *mRefChain; }
-    /// Whether the block, once all its signals are known, is one that the unroller knows how to take apart.
-    virtual bool canUnroll() const;
+    /// All instances of the block's model, the one of the chain first. They must outlive the unroller.
+    void setInstances(const std::vector<RefChain> &instances) { mInstances = &instances; }
+    /// Why the block cannot come apart, now that all its signals are known; empty if it can.
+    virtual std::string reason() const;
+    bool canUnroll() const { return reason().empty(); }
     /// Whether signals may be vectors of complex numbers.
     virtual bool takesVectors() const;
-    /// Whether types of signals become parameters, so that they must be the same in all instances of the model.
+    /// Whether types of signals become parameters, so that they must be the same in all instances of the model. Asked
+    /// when all signals are known.
     virtual bool writesTypes() const;
 
     /// Called for every signal of the block before anything changes.
@@ -73,10 +78,16 @@ class ORVO_API ComplexUnroller : public Unroller {
     /// Null if nothing establishes a type.
     PureValueRef typeOf(const Wire &wire) const;
     PureValueRef typeOf(const Port &port) const;
+    /// In one of the instances.
+    PureValueRef typeOf(const Wire &wire, const RefChain &instance) const;
+    PureValueRef typeOf(const Port &port, const RefChain &instance) const;
+    /// None if they were not told.
+    std::span<const RefChain> instances() const;
 
   private:
     GlobalTypePass *mTypes = nullptr;
     const RefChain *mRefChain = nullptr;
+    const std::vector<RefChain> *mInstances = nullptr;
 };
 
 /// A block of the real parts and one of the imaginary parts, named (block, "real") and (block, "imag"), each with the

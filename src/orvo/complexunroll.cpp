@@ -14,6 +14,7 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
                                      std::shared_ptr<ComplexUnroller> unroller, GlobalTypePass &types)
     : mBlock(block), mInstances(instances), mUnroller(std::move(unroller)) {
     mUnroller->setTypePassRefChain(types, mInstances.front());
+    mUnroller->setInstances(mInstances);
     bool typesDiffer = false;
     bool zerosDiffer = false;
     mWires.reserve(block.getWireCount());
@@ -39,9 +40,13 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
         const bool getsZero = kind == ComplexPortKind::SplitOrZero && signal.decor.isReal();
         zerosDiffer = zerosDiffer || (getsZero && !signal.isUnique);
     }
-    const bool differs = zerosDiffer || (typesDiffer && mUnroller->writesTypes());
-    if (hasWork() && (differs || !mUnroller->canUnroll())) {
-        failOnBoundary();
+    if (!hasWork()) {
+        return;
+    }
+    if (const std::string reason = mUnroller->reason(); !reason.empty()) {
+        failToExpand(reason);
+    } else if (zerosDiffer || (typesDiffer && mUnroller->writesTypes())) {
+        failToExpand("its signals differ in type between the instances of the model");
     }
 }
 
@@ -77,17 +82,10 @@ void BlockUnrollerImpl::rejectPort(const PureValueRef &key) {
     mFailed = true;
 }
 
-void BlockUnrollerImpl::failOnBoundary() {
-    for (const WireInfo &info : mWires) {
-        if (info.decor.isComplex()) {
-            rejectWire(*info.wire);
-        }
-    }
-    for (const PortInfo &info : mPorts) {
-        if (info.decor.isComplex()) {
-            rejectPort(info.port.getKey());
-        }
-    }
+void BlockUnrollerImpl::failOnBoundary() { failToExpand("the name of a part is in use, or both sides disagree"); }
+
+void BlockUnrollerImpl::failToExpand(const std::string &detail) {
+    log::msg(msg::error::UNCOMPLEX_INVALID_EXPAND_TYPE, log::p("block", mBlock.value()) % log::p("detail", detail));
     mFailed = true;
 }
 

@@ -5,6 +5,7 @@
 #include <orvo/complexunroller.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace orvo {
@@ -39,7 +40,7 @@ class BlockUnrollerImpl {
     /// Whether a type is missing or does not fit; that was reported, and the block stays as it is.
     bool failed() const { return mFailed; }
     void fail() { mFailed = true; }
-    /// Reports the complex signals as what cannot come apart, and gives up on the block.
+    /// Gives up on a boundary that cannot come apart with the other side, and tells so.
     void failOnBoundary();
     bool hasWork() const { return !mFailed && mExpand; }
     /// Takes the block apart if there is anything to do. The block is gone afterwards if its unroller deletes it.
@@ -56,6 +57,7 @@ class BlockUnrollerImpl {
     bool fits(const SignalType &signal) const;
     void rejectPort(const PureValueRef &key);
     void rejectWire(const Wire &wire);
+    void failToExpand(const std::string &detail);
     Block &create(const PureValueRef &key, const char *word, const StaticString &type) const;
     void attachPort(const PortInfo &info, bool imaginary, Wire &driver);
     void unrollPort(const PortInfo &info);

@@ -23,7 +23,7 @@ void ComplexUnroller::setTypePassRefChain(GlobalTypePass &types, const RefChain 
     mRefChain = &refChain;
 }
 
-bool ComplexUnroller::canUnroll() const { return true; }
+std::string ComplexUnroller::reason() const { return {}; }
 
 bool ComplexUnroller::takesVectors() const { return true; }
 
@@ -34,11 +34,23 @@ ComplexWireKind ComplexUnroller::originalWire(Wire &, const ComplexDecorSpec &) 
 ComplexPortKind ComplexUnroller::originalPort(Port &, const ComplexDecorSpec &) { return ComplexPortKind::SplitOrZero; }
 
 PureValueRef ComplexUnroller::typeOf(const Wire &wire) const {
-    return mTypes == nullptr ? PureValueRef() : mTypes->getType(wire, *mRefChain);
+    return mTypes == nullptr ? PureValueRef() : typeOf(wire, *mRefChain);
 }
 
 PureValueRef ComplexUnroller::typeOf(const Port &port) const {
-    return mTypes == nullptr ? PureValueRef() : mTypes->getType(port, *mRefChain);
+    return mTypes == nullptr ? PureValueRef() : typeOf(port, *mRefChain);
+}
+
+PureValueRef ComplexUnroller::typeOf(const Wire &wire, const RefChain &instance) const {
+    return mTypes == nullptr ? PureValueRef() : mTypes->getType(wire, instance);
+}
+
+PureValueRef ComplexUnroller::typeOf(const Port &port, const RefChain &instance) const {
+    return mTypes == nullptr ? PureValueRef() : mTypes->getType(port, instance);
+}
+
+std::span<const RefChain> ComplexUnroller::instances() const {
+    return mInstances == nullptr ? std::span<const RefChain>() : std::span<const RefChain>(*mInstances);
 }
 
 namespace internal {

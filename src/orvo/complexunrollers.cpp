@@ -43,45 +43,72 @@ bool isOneOf(const PureValueRef &key, std::initializer_list<const StaticString *
     return std::any_of(keys.begin(), keys.end(), [&](const StaticString *one) { return *one == key; });
 }
 
-/// Controls steer both parts.
-template <const StaticString &...kShared> class SharedPortsComplexUnroller : public DefaultComplexUnroller {
+/// Controls and addresses steer both parts. They must be real, for nothing reads an imaginary part of them.
+class ControlledComplexUnroller : public DefaultComplexUnroller {
   public:
     using DefaultComplexUnroller::DefaultComplexUnroller;
+    std::string reason() const override { return mHasComplexControl ? "a control or an address is complex" : ""; }
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
-        return isOneOf(port.getName(), {&kShared...}) ? ComplexPortKind::Share
-                                                      : DefaultComplexUnroller::originalPort(port, decor);
+        if (!isControl(port.getName())) {
+            return DefaultComplexUnroller::originalPort(port, decor);
+        }
+        mHasComplexControl = mHasComplexControl || decor.isComplex();
+        return ComplexPortKind::Share;
     }
+
+  protected:
+    virtual bool isControl(const PureValueRef &port) const = 0;
+
+  private:
+    bool mHasComplexControl = false;
+};
+
+template <const StaticString &...kControls> class SharedPortsComplexUnroller : public ControlledComplexUnroller {
+  public:
+    using ControlledComplexUnroller::ControlledComplexUnroller;
+
+  protected:
+    bool isControl(const PureValueRef &port) const override { return isOneOf(port, {&kControls...}); }
 };
 
 using AddSubComplexUnroller = SharedPortsComplexUnroller<A_ADDSUB_PORT_SELECT>;
 using AddSloadComplexUnroller = SharedPortsComplexUnroller<A_ADD_SLOAD_PORT_LOAD_CTRL>;
 using MinMaxComplexUnroller = SharedPortsComplexUnroller<A_MINMAX_PORT_SELECT>;
-using CordicComplexUnroller = SharedPortsComplexUnroller<A_CORDIC_PORT_MODE, A_CORDIC_PORT_ANGLE>;
 using MuxComplexUnroller = SharedPortsComplexUnroller<A_MUX_PORT_SELECT>;
 using BarrelComplexUnroller = SharedPortsComplexUnroller<A_BARREL_PORT_SHIFT>;
 using FIFOComplexUnroller = SharedPortsComplexUnroller<A_FIFO_PORT_WRITE_EN, A_FIFO_PORT_READ_ACK, A_FIFO_PORT_FLUSH,
                                                        A_PORT_WRITE, A_PORT_READY>;
 using DemuxComplexUnroller = SharedPortsComplexUnroller<A_PORT_VALID, A_PORT_CHANNEL>;
 
-/// A control, bank or exponent at port 1.
-class SecondSharedComplexUnroller final : public DefaultComplexUnroller {
+/// One angle for both parts, or an angle of each.
+class CordicComplexUnroller final : public SharedPortsComplexUnroller<A_CORDIC_PORT_MODE> {
   public:
-    using DefaultComplexUnroller::DefaultComplexUnroller;
+    using SharedPortsComplexUnroller::SharedPortsComplexUnroller;
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
-        return port.getName() == numberOf(1) ? ComplexPortKind::Share
-                                             : DefaultComplexUnroller::originalPort(port, decor);
+        return port.getName() == A_CORDIC_PORT_ANGLE ? ComplexPortKind::Share
+                                                     : SharedPortsComplexUnroller::originalPort(port, decor);
     }
+};
+
+/// A control, bank or exponent at port 1.
+class SecondSharedComplexUnroller final : public ControlledComplexUnroller {
+  public:
+    using ControlledComplexUnroller::ControlledComplexUnroller;
+
+  protected:
+    bool isControl(const PureValueRef &port) const override { return port == numberOf(1); }
 };
 
 using FloatAccComplexUnroller = SecondSharedComplexUnroller;
 
-class SelectComplexUnroller final : public DefaultComplexUnroller {
+class SelectComplexUnroller final : public ControlledComplexUnroller {
   public:
-    using DefaultComplexUnroller::DefaultComplexUnroller;
-    ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
-        const PureTupleValueRef key = pureTupleVR(port.getName());
-        const bool isControl = key && key->size() == 2 && key->at(0) == A_SELECT_PORTKEY_CTRL;
-        return isControl ? ComplexPortKind::Share : DefaultComplexUnroller::originalPort(port, decor);
+    using ControlledComplexUnroller::ControlledComplexUnroller;
+
+  protected:
+    bool isControl(const PureValueRef &port) const override {
+        const PureTupleValueRef key = pureTupleVR(port);
+        return key && key->size() == 2 && key->at(0) == A_SELECT_PORTKEY_CTRL;
     }
 };
 
@@ -95,9 +122,9 @@ class RegisterComplexUnroller final : public SharedPortsComplexUnroller<kEnable>
 
 /// What has a value for each part has the type in a parameter, for the value of one part may need fewer bits.
 template <const StaticString &kValue, const StaticString &kType>
-class ValueComplexUnroller : public DefaultComplexUnroller {
+class ValueComplexUnroller : public ControlledComplexUnroller {
   public:
-    using DefaultComplexUnroller::DefaultComplexUnroller;
+    using ControlledComplexUnroller::ControlledComplexUnroller;
     bool writesTypes() const override { return true; }
     bool isNumericParam(const PureValueRef &key) const override { return key == kValue; }
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
@@ -115,32 +142,38 @@ class ValueComplexUnroller : public DefaultComplexUnroller {
         }
     }
 
+  protected:
+    /// If there is a port, it is the address of the value.
+    bool isControl(const PureValueRef &) const override { return true; }
+
   private:
     PureValueRef mType;
 };
 
 using ConstComplexUnroller = ValueComplexUnroller<A_CONST_VALUE, A_CONST_TYPE>;
+using LUTComplexUnroller = ValueComplexUnroller<A_LUT_DATA, A_LUT_TYPE>;
 
-class LUTComplexUnroller final : public ValueComplexUnroller<A_LUT_DATA, A_LUT_TYPE> {
+/// Both sides keep their types, which may have come from the content. They hold the same numbers: bits of a complex
+/// one that a side reads as real are not in the memory of either part alone.
+class DualMemComplexUnroller final : public ControlledComplexUnroller {
   public:
-    using ValueComplexUnroller::ValueComplexUnroller;
-    ComplexPortKind originalPort(Port &, const ComplexDecorSpec &) override { return ComplexPortKind::Share; }
-};
-
-/// Both sides keep their types, which may have come from the content.
-class DualMemComplexUnroller final : public DefaultComplexUnroller {
-  public:
-    using DefaultComplexUnroller::DefaultComplexUnroller;
+    using ControlledComplexUnroller::ControlledComplexUnroller;
+    std::string reason() const override {
+        return mHasRealData && mHasComplexData ? "some of its data are complex and some are real"
+                                               : ControlledComplexUnroller::reason();
+    }
     bool writesTypes() const override { return true; }
     bool isNumericParam(const PureValueRef &key) const override {
         return isOneOf(key, {&A_DUAL_MEM_DATA, &A_DUAL_MEM_ALT_PORT_DATA});
     }
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
-        return isOneOf(port.getName(), {&A_DUAL_MEM_PORT_DATA1, &A_DUAL_MEM_PORT_DATA2})
-                   ? DefaultComplexUnroller::originalPort(port, decor)
-                   : ComplexPortKind::Share;
+        if (!isControl(port.getName())) {
+            noteData(decor);
+        }
+        return ControlledComplexUnroller::originalPort(port, decor);
     }
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
+        noteData(decor);
         mTypes.emplace_back(wire.getName() == A_DUAL_MEM_WIRE_DATA1 ? &A_DUAL_MEM_TYPE_DATA1 : &A_DUAL_MEM_TYPE_DATA2,
                             partType(typeOf(wire), wire.getContext()));
         return DefaultComplexUnroller::originalWire(wire, decor);
@@ -154,7 +187,19 @@ class DualMemComplexUnroller final : public DefaultComplexUnroller {
         }
     }
 
+  protected:
+    bool isControl(const PureValueRef &port) const override {
+        return !isOneOf(port, {&A_DUAL_MEM_PORT_DATA1, &A_DUAL_MEM_PORT_DATA2});
+    }
+
   private:
+    void noteData(const ComplexDecorSpec &decor) {
+        mHasComplexData = mHasComplexData || decor.isComplex();
+        mHasRealData = mHasRealData || decor.isReal();
+    }
+
+    bool mHasComplexData = false;
+    bool mHasRealData = false;
     std::vector<std::pair<const StaticString *, PureValueRef>> mTypes;
 };
 
@@ -170,7 +215,9 @@ bool hasComplexPart(const ValueRef &value) {
 class ConstDivComplexUnroller final : public DefaultComplexUnroller {
   public:
     using DefaultComplexUnroller::DefaultComplexUnroller;
-    bool canUnroll() const override { return !hasComplexPart(block().getParam(A_CONST_VALUE)); }
+    std::string reason() const override {
+        return hasComplexPart(block().getParam(A_CONST_VALUE)) ? "its divisor is complex" : "";
+    }
 };
 
 /// As a product, with the constant's parts in the multipliers.
@@ -178,7 +225,11 @@ class ConstMultComplexUnroller final : public ComplexUnroller {
   public:
     explicit ConstMultComplexUnroller(Block &block) : mBlock(block) {}
     bool writesTypes() const override { return true; }
-    bool canUnroll() const override { return mOutputType.valid() && mBlock.port_size() == 1; }
+    std::string reason() const override {
+        return !mOutputType.valid()      ? "it has no result"
+               : mBlock.port_size() != 1 ? "it has no operand, or several"
+                                         : "";
+    }
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
         mOutputType = NumTypeSpec(typeOf(wire), wire.getContext());
         mOutputType.setComplex(false);
@@ -222,9 +273,7 @@ class ConstMultComplexUnroller final : public ComplexUnroller {
 
   private:
     void copyHints(Block &made) const {
-        copyArithmeticHints(made, mBlock,
-                            {&A_MULT_LOGIC, &A_MULT_ARCHITECTURE, &A_MULT_OPTIMIZE_CONST_BEFORE_TILING,
-                             &A_FUSED_DATAPATH, &A_FPC_NORM_THRESHOLD});
+        copyArithmeticHints(made, mBlock);
         const bool isFaithful = mBlock.findParam(A_FLOAT_ROUNDING) == A_FAITHFUL_ROUNDING.get_ptr();
         made.setParam(A_FLOAT_ROUNDING, isFaithful ? A_FAITHFUL_ROUNDING : A_CORRECT_ROUNDING);
     }
@@ -262,20 +311,25 @@ class ConstMultComplexUnroller final : public ComplexUnroller {
 class ConjugateComplexUnroller final : public ComplexUnroller {
   public:
     explicit ConjugateComplexUnroller(Block &block) : mBlock(block) {}
-    bool writesTypes() const override { return true; }
+    bool writesTypes() const override { return mGrows; }
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
+        mWire = &wire;
         mType = partType(typeOf(wire), mBlock.getContext());
         return ComplexUnroller::originalWire(wire, decor);
     }
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &) override {
-        mGrows = mType && !(partType(typeOf(port), mBlock.getContext()) == mType);
+        Context *context = mBlock.getContext();
+        const auto grows = [&](const RefChain &instance) {
+            return partType(typeOf(port, instance), context) != partType(typeOf(*mWire, instance), context);
+        };
+        mGrows = mWire != nullptr && std::any_of(instances().begin(), instances().end(), grows);
         return ComplexPortKind::Split;
     }
-    void preAttach() override { mNegation = &create(mBlock, nameBelow(mBlock, "imagNeg"), A_NEG_BLOCK); }
+    void preAttach() override { mNegated = &outOf(create(mBlock, nameBelow(mBlock, "imagNeg"), A_NEG_BLOCK)); }
     void attachPort(Port &, const ComplexDecorSpec &, bool imaginary, Wire &driver) override {
         if (imaginary) {
-            copyArithmeticHints(*mNegation, mBlock);
-            feed(*mNegation, driver);
+            copyArithmeticHints(mNegated->getBlock(), mBlock);
+            feed(mNegated->getBlock(), driver);
             return;
         }
         mReal = &driver;
@@ -288,9 +342,8 @@ class ConjugateComplexUnroller final : public ComplexUnroller {
     }
     Wire *attachWire(Wire &, const ComplexDecorSpec &, bool imaginary, const std::vector<MaybePort> &readers) override {
         if (imaginary) {
-            Wire &negated = outOf(*mNegation);
-            connect(readers, negated);
-            return &negated;
+            connect(readers, *mNegated);
+            return mNegated;
         }
         connect(readers, *mReal);
         if (readers.empty()) {
@@ -308,9 +361,11 @@ class ConjugateComplexUnroller final : public ComplexUnroller {
     }
 
     Block &mBlock;
+    Wire *mWire = nullptr;
     PureValueRef mType;
+    /// In any instance.
     bool mGrows = false;
-    Block *mNegation = nullptr;
+    Wire *mNegated = nullptr;
     Wire *mReal = nullptr;
 };
 
@@ -347,7 +402,7 @@ class EqualityComplexUnroller final : public DefaultComplexUnroller {
 class PrimBoundaryComplexUnroller : public BoundaryComplexUnroller {
   public:
     using BoundaryComplexUnroller::BoundaryComplexUnroller;
-    bool canUnroll() const override { return !namesClash(); }
+    std::string reason() const override { return namesClash() ? "the name of a part is in use" : ""; }
     bool takesVectors() const override { return true; }
 };
 
@@ -355,7 +410,7 @@ class PrimBoundaryComplexUnroller : public BoundaryComplexUnroller {
 class StallBoundaryComplexUnroller final : public ComplexUnroller {
   public:
     explicit StallBoundaryComplexUnroller(Block &block) : mBlock(block), mNumbers(block) {}
-    bool canUnroll() const override { return !mHasOtherComplex; }
+    std::string reason() const override { return mHasOtherComplex ? "a signal that is no data is complex" : ""; }
     bool takesVectors() const override { return true; }
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
         if (!isSplit(wire.getName(), decor)) {

@@ -2,29 +2,60 @@
 #include "orvo/multiplycomplexunroller.h"
 
 #include <orvo/block.h>
+#include <orvo/blocksinfo.h>
 #include <orvo/logging.h>
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace orvo {
 
 namespace internal {
 
-void copyArithmeticHints(Block &made, const Block &original, std::initializer_list<const StaticString *> others) {
-    const auto copy = [&](const StaticString &key) {
-        if (const ValueRef value = original.getParam(key)) {
-            made.setParam(key, value);
-        }
+namespace {
+
+/// Whether blocks of a type may carry a parameter of this value. Without a catalogue, all may carry everything.
+bool mayCarry(const Block &made, const StaticString &key, const Value *value) {
+    const BlocksInfo &catalogue = getBlocksInfo();
+    const std::string *type = catalogue.findReversedMapping(made.type()->toString());
+    if (type == nullptr || !catalogue.blockExists(*type)) {
+        return true;
+    }
+    const auto standsFor = [&](const std::string &name, const std::string &text) {
+        const std::string *mapped = catalogue.findMapping(name);
+        return mapped != nullptr && *mapped == text;
     };
-    for (const StaticString *key :
-         {&A_FLOAT_ROUNDING, &A_FLOAT_ROUNDING_MODE, &A_FLOAT_SUBNORMALS, &A_SYNTH_FORCE_SOFT_FP}) {
-        copy(*key);
+    const std::vector<BlockConnection> &connections = catalogue.getBlockInfo(*type).connections;
+    const auto known = std::find_if(connections.begin(), connections.end(), [&](const BlockConnection &connection) {
+        return standsFor(connection.name, key.text());
+    });
+    if (known == connections.end()) {
+        return false;
     }
-    for (const StaticString *key : others) {
-        copy(*key);
+    const std::string text = value->toString();
+    return known->isOpen() || known->values.empty() ||
+           std::any_of(known->values.begin(), known->values.end(),
+                       [&](const std::string &one) { return one == text || standsFor(one, text); });
+}
+
+} // namespace
+
+void copyKnownParams(Block &made, const Block &original, std::initializer_list<const StaticString *> keys) {
+    for (const StaticString *key : keys) {
+        const ValueRef value = original.getParam(*key);
+        if (value && mayCarry(made, *key, value.get_ptr())) {
+            made.setParam(*key, value);
+        }
     }
+}
+
+void copyArithmeticHints(Block &made, const Block &original) {
+    copyKnownParams(made, original,
+                    {&A_FLOAT_ROUNDING, &A_FLOAT_ROUNDING_MODE, &A_FLOAT_SUBNORMALS, &A_SYNTH_FORCE_SOFT_FP,
+                     &A_FUSED_DATAPATH, &A_FPC_NORM_THRESHOLD, &A_MULT_LOGIC, &A_MULT_ARCHITECTURE,
+                     &A_MULT_OPTIMIZE_CONST_BEFORE_TILING, &A_HINT_MIN_LATENCY});
 }
 
 } // namespace internal
@@ -57,7 +88,35 @@ const std::vector<MaybePort> &ComplexFactor::attach(bool imaginary, Wire &driver
     return of.readers;
 }
 
-bool MultiplyComplexUnroller::canUnroll() const { return mOutputType.valid() && mFactors.size() > 1; }
+std::string MultiplyComplexUnroller::reason() const {
+    return !mOutputType.valid() ? "it has no result" : mFactors.size() < 2 ? "it has fewer than two factors" : "";
+}
+
+/// Whether the result is of the type that the multipliers of the parts give by themselves.
+bool MultiplyComplexUnroller::isExactIn(const RefChain &instance) const {
+    Context *context = mBlock.getContext();
+    const auto partOf = [&](const PureValueRef &type) {
+        NumTypeSpec part(type, context);
+        part.setComplex(false);
+        return part;
+    };
+    std::vector<NumTypeSpec> factors;
+    for (const Port &port : std::as_const(mBlock).ports()) {
+        factors.push_back(partOf(typeOf(port, instance)));
+    }
+    return NumTypeSpec::typeOp(factors.at(0), factors.at(1), TYPE_OP_MUL) ==
+           partOf(typeOf(*mBlock.getWire(A_PRIM_WIRE_OUT), instance));
+}
+
+bool MultiplyComplexUnroller::writesTypes() const {
+    const auto isComplex = [](const auto &of) { return of.second.isComplex(); };
+    if (mBlock.getParam(A_MULT_TYPE) || mFactors.size() != 2 ||
+        std::all_of(mFactors.begin(), mFactors.end(), isComplex)) {
+        return true;
+    }
+    return !std::all_of(instances().begin(), instances().end(),
+                        [this](const RefChain &instance) { return isExactIn(instance); });
+}
 
 ComplexWireKind MultiplyComplexUnroller::originalWire(Wire &wire, const ComplexDecorSpec &decor) {
     mOutputType = NumTypeSpec(typeOf(wire), wire.getContext());
@@ -83,12 +142,9 @@ void MultiplyComplexUnroller::setOutputs(Wire &real, Wire &imaginary) {
 Block &MultiplyComplexUnroller::make(const PureValueRef &name, const StaticString &type) const {
     Block &made = *Block::create(mBlock.getModel(), name);
     made.setParam(A_BLOCK_TYPE, type);
+    internal::copyArithmeticHints(made, mBlock);
     if (type == A_MULT_BLOCK || type == A_MONSTER_MULT_BLOCK) {
-        internal::copyArithmeticHints(made, mBlock,
-                                      {&A_ADD_NO_GROWTH, &A_MULT_LOGIC, &A_MULT_ARCHITECTURE,
-                                       &A_MULT_OPTIMIZE_CONST_BEFORE_TILING, &A_FUSED_DATAPATH, &A_FPC_NORM_THRESHOLD});
-    } else {
-        internal::copyArithmeticHints(made, mBlock, {&A_FUSED_DATAPATH, &A_FPC_NORM_THRESHOLD});
+        internal::copyKnownParams(made, mBlock, {&A_ADD_NO_GROWTH});
     }
     return made;
 }

@@ -44,8 +44,8 @@ class ORVO_API MultiplyComplexUnroller : public ComplexUnroller {
   public:
     explicit MultiplyComplexUnroller(Block &block) : mBlock(block) {}
 
-    bool writesTypes() const override { return true; }
-    bool canUnroll() const override;
+    bool writesTypes() const override;
+    std::string reason() const override;
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override;
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override;
     void preAttach() override;
@@ -73,6 +73,7 @@ class ORVO_API MultiplyComplexUnroller : public ComplexUnroller {
         int number;
         bool isLast;
     };
+    bool isExactIn(const RefChain &instance) const;
     PureValueRef nameOf(const char *word, const Step &step) const;
     Block &multiplier(const char *word, const Step &step, ComplexFactor &a, bool aImaginary, ComplexFactor &b,
                       bool bImaginary) const;
@@ -102,9 +103,11 @@ class ORVO_API MultiplyKaratsubaComplexUnroller : public MultiplyComplexUnroller
 
 namespace internal {
 
-/// The parameters by which a block computes floats, and hints on how it is built, as far as the original has them.
-ORVO_API void copyArithmeticHints(Block &made, const Block &original,
-                                  std::initializer_list<const StaticString *> others = {});
+/// The parameters by which a block computes floats, and hints on how it is built: those that the original has and the
+/// type of the made block knows.
+ORVO_API void copyArithmeticHints(Block &made, const Block &original);
+/// Those of these parameters that the original has and the type of the made block knows.
+void copyKnownParams(Block &made, const Block &original, std::initializer_list<const StaticString *> keys);
 
 } // namespace internal
 

@@ -16,12 +16,21 @@ MaybePort portOf(Block &block, std::size_t number) {
     return {block, NumberValue::get(static_cast<int>(number), block.getContext())};
 }
 
+bool isBefore(const std::pair<PureValueRef, ComplexFactor> &operand, const PureValueRef &name) {
+    return DeepValueCmp()(operand.first, name);
+}
+
 } // namespace
 
-bool ScalarProductComplexUnroller::canUnroll() const {
-    // Lane by lane both products of a complex one come before the next lane, which no scalar product of vectors does.
-    const bool isOrdered = !mOutputType.isFloat() || !mHasVectors;
-    return mOutputType.valid() && isOrdered && !mOperands.empty() && mOperands.size() % 2 == 0;
+std::string ScalarProductComplexUnroller::reason() const {
+    if (!mOutputType.valid()) {
+        return "it has no result";
+    }
+    if (mOutputType.isFloat() && mHasVectors) {
+        // Both products of a complex one come before the next lane, which no scalar product of vectors does.
+        return "no scalar product of vectors of real floats adds in the order of that of complex ones";
+    }
+    return mOperands.empty() || mOperands.size() % 2 != 0 ? "its operands are no pairs" : "";
 }
 
 ComplexWireKind ScalarProductComplexUnroller::originalWire(Wire &wire, const ComplexDecorSpec &decor) {
@@ -36,13 +45,13 @@ ComplexPortKind ScalarProductComplexUnroller::originalPort(Port &port, const Com
     if (port.getName() == A_SCALAR_PRODUCT_PORT_CHAININ) {
         mChain = ComplexFactor(type);
     } else {
-        mOperands.emplace(port.getName(), ComplexFactor(type));
+        mOperands.emplace_back(port.getName(), ComplexFactor(type));
     }
     return ComplexPortKind::Split;
 }
 
 ComplexFactor &ScalarProductComplexUnroller::operand(std::size_t pair, int side) {
-    return std::next(mOperands.begin(), static_cast<std::ptrdiff_t>(2 * pair) + side)->second;
+    return mOperands[2 * pair + static_cast<std::size_t>(side)].second;
 }
 
 bool ScalarProductComplexUnroller::isSubtractive() const { return mBlock.findParam(A_SUBTRACTIVE) == A_TRUE.get_ptr(); }
@@ -50,10 +59,7 @@ bool ScalarProductComplexUnroller::isSubtractive() const { return mBlock.findPar
 Block &ScalarProductComplexUnroller::make(const PureValueRef &name, const StaticString &type) const {
     Block &made = *Block::create(mBlock.getModel(), name);
     made.setParam(A_BLOCK_TYPE, type);
-    copyArithmeticHints(made, mBlock, {&A_FUSED_DATAPATH, &A_FPC_NORM_THRESHOLD});
-    if (type == A_SCALAR_PRODUCT_BLOCK) {
-        copyArithmeticHints(made, mBlock, {&A_HINT_MIN_LATENCY});
-    }
+    copyArithmeticHints(made, mBlock);
     return made;
 }
 
@@ -144,7 +150,7 @@ Wire *ScalarProductComplexUnroller::dot(const char *word, const Terms &terms, co
         portOf(made, 1).setWire(none);
     }
     if (takesChain) {
-        copyArithmeticHints(made, mBlock, {&A_SUBTRACTIVE_CHAININ});
+        copyKnownParams(made, mBlock, {&A_SUBTRACTIVE_CHAININ});
         mChain.feed(chainImaginary, {made, A_SCALAR_PRODUCT_PORT_CHAININ});
     }
     return &outOf(made);
@@ -246,6 +252,10 @@ Wire &ScalarProductComplexUnroller::chainAlone(const char *word, bool imaginary)
         mChain.feed(imaginary, portOf(negation, 0));
         portOf(cast, 0).setWire(outOf(negation));
     } else {
+        if (mChain.partType() == mOutputType) {
+            // Not even a subnormal number changes where nothing is added to it.
+            cast.setParam(A_CAST_MODE, A_CAST_MODE_REINTERP);
+        }
         mChain.feed(imaginary, portOf(cast, 0));
     }
     return outOf(cast);
@@ -272,7 +282,7 @@ Wire &ScalarProductComplexUnroller::sumOfPart(const char *word, bool imaginary) 
         }
     }
     if (hasChain() && (!imaginary || mChain.isComplex())) {
-        copyArithmeticHints(made, mBlock, {&A_SUBTRACTIVE_CHAININ});
+        copyKnownParams(made, mBlock, {&A_SUBTRACTIVE_CHAININ});
         mChain.feed(imaginary, {made, A_SCALAR_PRODUCT_PORT_CHAININ});
     }
     return outOf(made);
@@ -284,6 +294,8 @@ void ScalarProductComplexUnroller::preAttachComplexFP() {
 }
 
 void ScalarProductComplexUnroller::preAttach() {
+    std::sort(mOperands.begin(), mOperands.end(),
+              [](const auto &one, const auto &other) { return isBefore(one, other.first); });
     if (mOutputType.isFloat()) {
         preAttachComplexFP();
     } else {
@@ -301,8 +313,9 @@ Wire *ScalarProductComplexUnroller::attachWire(Wire &, const ComplexDecorSpec &,
 }
 
 void ScalarProductComplexUnroller::attachPort(Port &port, const ComplexDecorSpec &, bool imaginary, Wire &driver) {
-    const auto of = mOperands.find(port.getName());
-    ComplexFactor &factor = of == mOperands.end() ? mChain : of->second;
+    const bool isChain = port.getName() == A_SCALAR_PRODUCT_PORT_CHAININ;
+    const auto of = std::lower_bound(mOperands.begin(), mOperands.end(), port.getName(), isBefore);
+    ComplexFactor &factor = isChain ? mChain : of->second;
     for (const MaybePort &reader : factor.attach(imaginary, driver)) {
         addAttachedPort(reader);
     }

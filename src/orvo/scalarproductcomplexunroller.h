@@ -3,7 +3,7 @@
 
 #include "orvo/multiplycomplexunroller.h"
 
-#include <map>
+#include <utility>
 #include <vector>
 
 namespace orvo::internal {
@@ -15,7 +15,7 @@ class ScalarProductComplexUnroller final : public ComplexUnroller {
     explicit ScalarProductComplexUnroller(Block &block) : mBlock(block) {}
 
     bool writesTypes() const override { return true; }
-    bool canUnroll() const override;
+    std::string reason() const override;
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override;
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override;
     void preAttach() override;
@@ -57,7 +57,8 @@ class ScalarProductComplexUnroller final : public ComplexUnroller {
     int exactFraction();
 
     Block &mBlock;
-    std::map<PureValueRef, ComplexFactor, DeepValueCmp> mOperands;
+    /// In the order of their numbers from `preAttach` on.
+    std::vector<std::pair<PureValueRef, ComplexFactor>> mOperands;
     ComplexFactor mChain;
     NumTypeSpec mOutputType;
     bool mHasVectors = false;
