@@ -325,7 +325,7 @@ TEST_F(FilterRowsTest, refusesLanesOfSeveralTypes) {
     Design design(mgr.context());
     Model &top = oneBlock(design, "firBlock", {{"portValid", "u1.0"}, {"(0 0)", "s8.0"}, {"(0 1)", "s9.0"}},
                           {{"(0 1)", ""}}, {{"firCoefs", "(3 1)"}});
-    EXPECT_EQ(refusal(design, top), "lanes of one signal have several types top/block");
+    EXPECT_EQ(refusal(design, top), "elements of one signal have several types top/block");
 }
 
 } // namespace
