@@ -135,20 +135,6 @@ class UnrollAggregatePassTest : public test::SimulatorFixture {
         output(model, "w", *Wire::create(again, value("z")));
         return again;
     }
-    static Names portsOf(const Block &block) {
-        Names names;
-        for (const Port &port : block.ports()) {
-            names.push_back(port.getName()->toString());
-        }
-        return names;
-    }
-    static Names wiresOf(const Block &block) {
-        Names names;
-        for (const Wire &wire : block) {
-            names.push_back(wire.getName()->toString());
-        }
-        return names;
-    }
     Names blocksOf(const StaticString &type) {
         Names names;
         for (const Block &block : below) {

@@ -226,20 +226,6 @@ class UnrollComplexPassTest : public test::SimulatorFixture {
         made.setParam(value("y"), y);
         output(model, out, *Wire::create(made, value("z")));
     }
-    static Names portsOf(const Block &block) {
-        Names names;
-        for (const Port &port : block.ports()) {
-            names.push_back(port.getName()->toString());
-        }
-        return names;
-    }
-    static Names wiresOf(const Block &block) {
-        Names names;
-        for (const Wire &wire : block) {
-            names.push_back(wire.getName()->toString());
-        }
-        return names;
-    }
     Block *at(Model &of, const char *name) { return of.getBlock(value(name)); }
 
     Design design{mgr.context()};

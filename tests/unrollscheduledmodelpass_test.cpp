@@ -92,20 +92,6 @@ class UnrollScheduledModelPassTest : public test::SimulatorFixture {
         EXPECT_TRUE(test::checkInvariants(in));
         return heard.take();
     }
-    static Names portsOf(const Block &block) {
-        Names names;
-        for (const Port &port : block.ports()) {
-            names.push_back(port.getName()->toString());
-        }
-        return names;
-    }
-    static Names wiresOf(const Block &block) {
-        Names names;
-        for (const Wire &wire : block) {
-            names.push_back(wire.getName()->toString());
-        }
-        return names;
-    }
     static std::string textOf(const Design &of) {
         std::ostringstream text;
         XMLServices().toXML(text, of);

@@ -94,20 +94,6 @@ class UnrollVectorPassTest : public test::SimulatorFixture {
         use.setParam(value("y"), input(model, "y", y));
         output(model, "z", *Wire::create(use, value("z")));
     }
-    static std::vector<std::string> portsOf(const Block &block) {
-        std::vector<std::string> names;
-        for (const Port &port : block.ports()) {
-            names.push_back(port.getName()->toString());
-        }
-        return names;
-    }
-    static std::vector<std::string> wiresOf(const Block &block) {
-        std::vector<std::string> names;
-        for (const Wire &wire : block) {
-            names.push_back(wire.getName()->toString());
-        }
-        return names;
-    }
 
     using Names = std::vector<std::string>;
     Design design{mgr.context()};

@@ -161,12 +161,7 @@ Json toJson(const Arguments &arguments, const DesignDiff &diff) {
 }
 
 int diff(const Arguments &arguments, Console &console) {
-    if (arguments.first.empty() || arguments.second.empty()) {
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "two designs are needed"}});
-    }
-    if (arguments.first == "-" && arguments.second == "-") {
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "only one design can come from standard input"}});
-    }
+    requireTwoInputs(arguments.first, arguments.second, console);
     Progress progress(console);
     ContextMgr guard;
     guard.context()->setListener(&console);

@@ -3,6 +3,7 @@
 
 #include "driver/files.h"
 #include "driver/jsontext.h"
+#include "driver/openeddesign.h"
 #include "driver/progress.h"
 #include "driver/simulation.h"
 #include "driver/waveform.h"
@@ -74,12 +75,7 @@ std::string text(const sim::CompareResult &result) {
 }
 
 int compare(const Arguments &arguments, Console &console) {
-    if (arguments.first.empty() || arguments.second.empty()) {
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "two designs are needed"}});
-    }
-    if (arguments.first == "-" && arguments.second == "-") {
-        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "only one design can come from standard input"}});
-    }
+    requireTwoInputs(arguments.first, arguments.second, console);
     Progress progress(console);
     ContextMgr guard;
     guard.context()->setListener(&console);

@@ -10,6 +10,15 @@ Console &requireInput(const std::string &input, Console &console) {
     return console;
 }
 
+void requireTwoInputs(const std::string &first, const std::string &second, Console &console) {
+    if (first.empty() || second.empty()) {
+        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "two designs are needed"}});
+    }
+    if (first == "-" && second == "-") {
+        console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", "only one design can come from standard input"}});
+    }
+}
+
 OpenedDesign::OpenedDesign(const std::string &input, Console &console)
     : progress(requireInput(input, console)), file(input, console) {
     guard.context()->setListener(&console);

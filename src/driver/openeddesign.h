@@ -14,6 +14,8 @@ namespace orvo::driver {
 
 /// Ends the verb if no input is named; gives the console.
 Console &requireInput(const std::string &input, Console &console);
+/// Ends the verb unless two inputs are named, at most one of them standard input.
+void requireTwoInputs(const std::string &first, const std::string &second, Console &console);
 
 /// What looking at a design takes. What the library says goes to the console; a design that cannot be read ends the
 /// verb.

@@ -44,7 +44,7 @@ ComplexWireKind BoundaryComplexUnroller::originalWire(Wire &wire, const ComplexD
         addMapping(mWireMappings, wire.getName(), imaginary, name);
         mNamesClash = mNamesClash || mBlock.getWire(name) != nullptr;
     }
-    mOldWires.push_back(&wire);
+    mReplaced.add(wire);
     return ComplexWireKind::Split;
 }
 
@@ -57,7 +57,7 @@ ComplexPortKind BoundaryComplexUnroller::originalPort(Port &port, const ComplexD
         addMapping(mPortMappings, port.getName(), imaginary, name);
         mNamesClash = mNamesClash || mBlock.findParam(name.get_ptr()) != nullptr;
     }
-    mOldPorts.push_back(port.getName());
+    mReplaced.add(port);
     return ComplexPortKind::Split;
 }
 
@@ -79,13 +79,6 @@ void BoundaryComplexUnroller::attachPort(Port &port, const ComplexDecorSpec &dec
     addAttachedPort(attached);
 }
 
-void BoundaryComplexUnroller::postAttach() {
-    for (const PureValueRef &port : mOldPorts) {
-        mBlock.setParam(port, nullptr);
-    }
-    for (Wire *wire : mOldWires) {
-        delete wire;
-    }
-}
+void BoundaryComplexUnroller::postAttach() { mReplaced.removeFrom(mBlock); }
 
 } // namespace orvo

@@ -1,6 +1,8 @@
 // Blocks whose ports and wires have names of their own: a complex signal becomes two ports or wires of the same block.
 #pragma once
 
+#include "orvo/replacedsignals.h"
+
 #include <orvo/complexunroller.h>
 #include <orvo/unrollmappings.h>
 
@@ -36,8 +38,7 @@ class ORVO_API BoundaryComplexUnroller : public ComplexUnroller {
     bool mNamesClash = false;
     UnrollMappings mPortMappings;
     UnrollMappings mWireMappings;
-    std::vector<PureValueRef> mOldPorts;
-    std::vector<Wire *> mOldWires;
+    internal::ReplacedSignals mReplaced;
 };
 
 class ORVO_API BoundaryComplexUnrollHandler final : public ComplexUnrollHandler {

@@ -49,7 +49,7 @@ VectorUnrollKind BoundaryVectorUnroller::originalWire(Wire &wire, const VectorDe
         mWireMappings.addMapping(wire.getName(), pathOf(lane.indices()), name);
         mNamesClash = mNamesClash || mBlock.getWire(name) != nullptr;
     }
-    mOldWires.push_back(&wire);
+    mReplaced.add(wire);
     return VectorUnrollKind::Own;
 }
 
@@ -62,7 +62,7 @@ VectorUnrollKind BoundaryVectorUnroller::originalPort(Port &port, const VectorDe
         mPortMappings.addMapping(port.getName(), pathOf(lane.indices()), name);
         mNamesClash = mNamesClash || mBlock.findParam(name.get_ptr()) != nullptr;
     }
-    mOldPorts.push_back(port.getName());
+    mReplaced.add(port);
     return VectorUnrollKind::Own;
 }
 
@@ -85,13 +85,6 @@ Wire *BoundaryVectorUnroller::attachWire(Wire &wire, const VectorDecorSpec &lane
     return lane;
 }
 
-void BoundaryVectorUnroller::postAttach() {
-    for (const PureValueRef &port : mOldPorts) {
-        mBlock.setParam(port, nullptr);
-    }
-    for (Wire *wire : mOldWires) {
-        delete wire;
-    }
-}
+void BoundaryVectorUnroller::postAttach() { mReplaced.removeFrom(mBlock); }
 
 } // namespace orvo

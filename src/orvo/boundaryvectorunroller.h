@@ -1,6 +1,8 @@
 // Blocks whose ports and wires have names of their own: a vector becomes so many ports or wires of the same block.
 #pragma once
 
+#include "orvo/replacedsignals.h"
+
 #include <orvo/unrollmappings.h>
 #include <orvo/vectorunroller.h>
 
@@ -37,8 +39,7 @@ class ORVO_API BoundaryVectorUnroller : public VectorUnroller {
     bool mNamesClash = false;
     UnrollMappings mPortMappings;
     UnrollMappings mWireMappings;
-    std::vector<PureValueRef> mOldPorts;
-    std::vector<Wire *> mOldWires;
+    internal::ReplacedSignals mReplaced;
 };
 
 } // namespace orvo

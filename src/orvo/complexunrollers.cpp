@@ -3,6 +3,7 @@
 
 #include "orvo/boundarycomplexunroller.h"
 #include "orvo/multiplycomplexunroller.h"
+#include "orvo/replacedsignals.h"
 #include "orvo/scalarproductcomplexunroller.h"
 #include "orvo/stallnumbers.h"
 
@@ -416,14 +417,14 @@ class StallBoundaryComplexUnroller final : public ComplexUnroller {
         if (!isSplit(wire.getName(), decor)) {
             return ComplexWireKind::Leave;
         }
-        mOldWires.push_back(&wire);
+        mReplaced.add(wire);
         return ComplexWireKind::Split;
     }
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
         if (!isSplit(port.getName(), decor)) {
             return ComplexPortKind::Leave;
         }
-        mOldPorts.push_back(port.getName());
+        mReplaced.add(port);
         return ComplexPortKind::Split;
     }
     void preAttach() override {}
@@ -441,14 +442,7 @@ class StallBoundaryComplexUnroller final : public ComplexUnroller {
         attached.setWire(driver);
         addAttachedPort(attached);
     }
-    void postAttach() override {
-        for (const PureValueRef &port : mOldPorts) {
-            mBlock.setParam(port, nullptr);
-        }
-        for (Wire *wire : mOldWires) {
-            delete wire;
-        }
-    }
+    void postAttach() override { mReplaced.removeFrom(mBlock); }
 
   private:
     bool isSplit(const PureValueRef &name, const ComplexDecorSpec &decor) {
@@ -460,8 +454,7 @@ class StallBoundaryComplexUnroller final : public ComplexUnroller {
     Block &mBlock;
     StallNumbers mNumbers;
     bool mHasOtherComplex = false;
-    std::vector<PureValueRef> mOldPorts;
-    std::vector<Wire *> mOldWires;
+    ReplacedSignals mReplaced;
 };
 
 /// The map of types names the parts.

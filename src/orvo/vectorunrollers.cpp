@@ -2,6 +2,7 @@
 #include "orvo/vectorunrollers.h"
 
 #include "orvo/boundaryvectorunroller.h"
+#include "orvo/replacedsignals.h"
 #include "orvo/stallnumbers.h"
 #include "orvo/vectorsplit.h"
 
@@ -123,8 +124,8 @@ class LaneTupleVectorUnroller : public DefaultVectorUnroller {
     }
 };
 
-/// The element's type stands in a parameter of each lane, whose own value may need fewer bits.
-template <const StaticString &kType> class TypedVectorUnroller : public DefaultVectorUnroller {
+/// Knows the type of the result's elements; null without one.
+class ResultVectorUnroller : public DefaultVectorUnroller {
   public:
     using DefaultVectorUnroller::DefaultVectorUnroller;
     VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
@@ -133,17 +134,26 @@ template <const StaticString &kType> class TypedVectorUnroller : public DefaultV
         }
         return DefaultVectorUnroller::originalWire(wire, vectors);
     }
-    void preAttach(const VectorDecorSpec &merged) override {
-        DefaultVectorUnroller::preAttach(merged);
-        for (Block *lane : substitutes()) {
-            if (mType) {
-                lane->setParam(kType, mType);
-            }
-        }
-    }
+
+  protected:
+    const PureValueRef &type() const { return mType; }
 
   private:
     PureValueRef mType;
+};
+
+/// The element's type stands in a parameter of each lane, whose own value may need fewer bits.
+template <const StaticString &kType> class TypedVectorUnroller : public ResultVectorUnroller {
+  public:
+    using ResultVectorUnroller::ResultVectorUnroller;
+    void preAttach(const VectorDecorSpec &merged) override {
+        ResultVectorUnroller::preAttach(merged);
+        for (Block *lane : substitutes()) {
+            if (type()) {
+                lane->setParam(kType, type());
+            }
+        }
+    }
 };
 
 using ConstVectorUnroller = TypedVectorUnroller<A_CONST_TYPE>;
@@ -319,28 +329,19 @@ class CounterVectorUnroller final : public WideningVectorUnroller {
 };
 
 /// Products are brought to the type of the whole, which a lane's own constant might make narrower.
-class ConstMultVectorUnroller final : public DefaultVectorUnroller {
+class ConstMultVectorUnroller final : public ResultVectorUnroller {
   public:
-    using DefaultVectorUnroller::DefaultVectorUnroller;
-    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
-        if (wire.getName() == A_PRIM_WIRE_OUT) {
-            mType = elementType(typeOf(wire), wire.getContext());
-        }
-        return DefaultVectorUnroller::originalWire(wire, vectors);
-    }
+    using ResultVectorUnroller::ResultVectorUnroller;
     void preAttach(const VectorDecorSpec &merged) override {
-        DefaultVectorUnroller::preAttach(merged);
+        ResultVectorUnroller::preAttach(merged);
         Context *context = block().getContext();
         if (isTagged(tupleVR(block().getParam(A_CONST_VALUE)), A_VECTOR_ROLL_TAG) &&
-            NumTypeSpec(mType, context).isFixed()) {
+            NumTypeSpec(type(), context).isFixed()) {
             for (Block *lane : substitutes()) {
-                lane->setParam(A_OUTPUT_PRECISION, PureTupleValue::get(A_TYPE_SPECIFIED, mType, context));
+                lane->setParam(A_OUTPUT_PRECISION, PureTupleValue::get(A_TYPE_SPECIFIED, type(), context));
             }
         }
     }
-
-  private:
-    PureValueRef mType;
 };
 
 /// One pin whose ports are numbered lane by lane.
@@ -1047,14 +1048,14 @@ class StallBoundaryVectorUnroller final : public VectorUnroller {
     VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
         const VectorUnrollKind kind = kindOf(wire.getName(), vectors);
         if (kind == VectorUnrollKind::Own) {
-            mOldWires.push_back(&wire);
+            mReplaced.add(wire);
         }
         return kind;
     }
     VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
         const VectorUnrollKind kind = kindOf(port.getName(), vectors);
         if (kind == VectorUnrollKind::Own) {
-            mOldPorts.push_back(port.getName());
+            mReplaced.add(port);
         }
         return kind;
     }
@@ -1073,14 +1074,7 @@ class StallBoundaryVectorUnroller final : public VectorUnroller {
         connect(readers, *lane);
         return lane;
     }
-    void postAttach() override {
-        for (const PureValueRef &port : mOldPorts) {
-            mBlock.setParam(port, nullptr);
-        }
-        for (Wire *wire : mOldWires) {
-            delete wire;
-        }
-    }
+    void postAttach() override { mReplaced.removeFrom(mBlock); }
 
   private:
     VectorUnrollKind kindOf(const PureValueRef &name, const VectorDecorSpec &vectors) {
@@ -1095,8 +1089,7 @@ class StallBoundaryVectorUnroller final : public VectorUnroller {
     Block &mBlock;
     StallNumbers mNumbers;
     bool mHasOtherVectors = false;
-    std::vector<PureValueRef> mOldPorts;
-    std::vector<Wire *> mOldWires;
+    ReplacedSignals mReplaced;
 };
 
 /// The map of types names the lanes.

@@ -50,6 +50,22 @@ Model &SimulatorFixture::oneBlock(Design &design, const std::string &type, const
     return top;
 }
 
+std::vector<std::string> SimulatorFixture::portsOf(const Block &block) {
+    std::vector<std::string> names;
+    for (const Port &port : block.ports()) {
+        names.push_back(port.getName()->toString());
+    }
+    return names;
+}
+
+std::vector<std::string> SimulatorFixture::wiresOf(const Block &block) {
+    std::vector<std::string> names;
+    for (const Wire &wire : block) {
+        names.push_back(wire.getName()->toString());
+    }
+    return names;
+}
+
 Numbers SimulatorFixture::stepWith(sim::Simulator &simulator, const Numbers &in) {
     for (std::size_t i = 0; i < in.size(); ++i) {
         simulator.setInput(i, in[i]);

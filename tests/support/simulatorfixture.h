@@ -50,6 +50,10 @@ class SimulatorFixture : public ::testing::Test {
     Model &oneBlock(Design &design, const std::string &type, const Texts &inputs, const Texts &outputs,
                     const Texts &params = {});
 
+    /// The names of a block's ports, and of its wires, as texts.
+    static std::vector<std::string> portsOf(const Block &block);
+    static std::vector<std::string> wiresOf(const Block &block);
+
     static Numbers stepWith(sim::Simulator &simulator, const Numbers &in);
     /// Sets inputs by name, steps, and gives the outputs by name.
     static std::map<std::string, std::int64_t> stepByName(sim::Simulator &simulator,
