@@ -4,6 +4,8 @@
 #include "orvo/aggregateunrollers.h"
 #include "orvo/boundaryaggregateunroller.h"
 
+#include "support/cataloguefindings.h"
+#include "support/checkedrun.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
 #include "support/randomdesigns.h"
@@ -14,7 +16,6 @@
 #include <orvo/blockclass.h>
 #include <orvo/design.h>
 #include <orvo/model.h>
-#include <orvo/netlistverification.h>
 #include <orvo/pass.h>
 #include <orvo/staticstrings.h>
 #include <orvo/typeinferpass.h>
@@ -30,37 +31,15 @@
 namespace orvo {
 namespace {
 
-/// What the catalogue has against the blocks.
-std::vector<std::string> findingsOf(const Design &design) {
-    std::vector<std::string> texts;
-    CatalogueVerifier verifier(getBlocksInfo(), design.getContext());
-    for (const Model &model : design) {
-        for (const Block &block : model) {
-            for (const CatalogueFinding &finding : verifier.verify(block)) {
-                texts.push_back(finding.text);
-            }
-        }
-    }
-    return texts;
-}
-
+/// The passes, each of which must leave a sound netlist of whole blocks.
 std::vector<std::string> runPasses(Design &design, const std::vector<const char *> &passes) {
-    test::HeardMessages heard(design.getContext());
-    PassSchedulerState state;
-    for (const char *pass : passes) {
-        PassScheduler scheduler(&state);
-        scheduler.addPass(pass);
-        scheduler.apply(design);
-        const auto sound = test::checkInvariants(design);
-        RC_LOG() << pass << ": " << sound.message();
-        RC_ASSERT(static_cast<bool>(sound));
-        const std::vector<std::string> broken = findingsOf(design);
+    return test::runChecked(design, passes, [&design] {
+        const std::vector<std::string> broken = test::catalogueFindings(design);
         if (!broken.empty()) {
-            RC_LOG() << pass << ": " << broken.front();
+            RC_LOG() << broken.front();
         }
         RC_ASSERT(broken.empty());
-    }
-    return heard.take();
+    });
 }
 
 std::string textOf(const Design &design) {

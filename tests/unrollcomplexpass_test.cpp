@@ -4,6 +4,7 @@
 #include "orvo/complexunrollers.h"
 
 #include "support/cataloguefindings.h"
+#include "support/checkedrun.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
 #include "support/randomdesigns.h"
@@ -32,20 +33,6 @@
 namespace orvo {
 namespace {
 
-std::vector<std::string> runPasses(Design &design, std::initializer_list<const char *> passes) {
-    test::HeardMessages heard(design.getContext());
-    PassSchedulerState state;
-    for (const char *pass : passes) {
-        PassScheduler scheduler(&state);
-        scheduler.addPass(pass);
-        scheduler.apply(design);
-        const auto sound = test::checkInvariants(design);
-        RC_LOG() << sound.message();
-        RC_ASSERT(static_cast<bool>(sound));
-    }
-    return heard.take();
-}
-
 /// What is left whole, and told so: joins of several vectors, and vectors of complex numbers at the boundaries of
 /// models and in sums of floats; memories of complex and real numbers, products that nobody reads, and models whose
 /// instances differ.
@@ -64,13 +51,13 @@ bool isExpected(const std::string &line) {
            line.find("UNCOMPLEX_INVALID_PORT_TYPE") == 0;
 }
 
-void computesTheSame(std::initializer_list<const char *> passes) {
+void computesTheSame(const std::vector<const char *> &passes) {
     ContextMgr mgr;
     gen::DesignGenerator generator(mgr.context());
     const std::vector<gen::Recipe> recipes = *test::recipes(40);
     const auto before = generator.make(recipes);
     const auto design = generator.make(recipes);
-    std::vector<std::string> heard = runPasses(*design, passes);
+    std::vector<std::string> heard = test::runChecked(*design, passes);
     heard.erase(std::remove_if(heard.begin(), heard.end(), isExpected), heard.end());
     const auto show = [&] {
         std::ostringstream text;

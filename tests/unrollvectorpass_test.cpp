@@ -1,6 +1,7 @@
 // Vectors come apart inside models and at their boundaries, and the design computes the same.
 #include "orvo/unrollvectorpass.h"
 
+#include "support/checkedrun.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
 #include "support/randomdesigns.h"
@@ -24,27 +25,13 @@
 namespace orvo {
 namespace {
 
-std::vector<std::string> runPasses(Design &design, std::initializer_list<const char *> passes) {
-    test::HeardMessages heard(design.getContext());
-    PassSchedulerState state;
-    for (const char *pass : passes) {
-        PassScheduler scheduler(&state);
-        scheduler.addPass(pass);
-        scheduler.apply(design);
-        const auto sound = test::checkInvariants(design);
-        RC_LOG() << sound.message();
-        RC_ASSERT(static_cast<bool>(sound));
-    }
-    return heard.take();
-}
-
-void computesTheSame(std::initializer_list<const char *> passes) {
+void computesTheSame(const std::vector<const char *> &passes) {
     ContextMgr mgr;
     gen::DesignGenerator generator(mgr.context());
     const std::vector<gen::Recipe> recipes = *test::recipes(40);
     const auto before = generator.make(recipes);
     const auto design = generator.make(recipes);
-    const std::vector<std::string> heard = runPasses(*design, passes);
+    const std::vector<std::string> heard = test::runChecked(*design, passes);
     if (!heard.empty()) {
         std::ostringstream text;
         XMLServices().toXML(text, *before);

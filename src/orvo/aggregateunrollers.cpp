@@ -222,129 +222,79 @@ class StallBoundaryAggregateUnroller final : public BoundaryAggregateUnroller {
     StallNumbers mNumbers;
 };
 
-/// One block whose ports and wires are numbered through, those of one record side by side. A wire goes with the port
-/// of its name. Other names stay.
-class NumberedAggregateUnroller : public AggregateUnroller {
+/// One pin that tells the type of each number. What its ports are called means nothing, so that all are numbered
+/// through by their order, the members of one record side by side; a wire goes with the port of its name.
+class TypePinAggregateUnroller final : public AggregateUnroller {
   public:
-    explicit NumberedAggregateUnroller(Block &block) : mBlock(block) {}
-    AggregateUnrollKind originalWire(Wire &wire, const AggregateTypeSpec &spec,
-                                     const AggregateTypeManager &manager) override {
-        mWires.emplace_back(wire.getName(), typesOf(spec, manager));
+    explicit TypePinAggregateUnroller(Block &block) : mBlock(block) {}
+    bool writesTypes() const override { return true; }
+    AggregateUnrollKind originalWire(Wire &, const AggregateTypeSpec &, const AggregateTypeManager &) override {
         return AggregateUnrollKind::Flat;
     }
     AggregateUnrollKind originalPort(Port &port, const AggregateTypeSpec &spec,
                                      const AggregateTypeManager &manager) override {
-        if (isNumbered(port.getName())) {
-            reserve(port.getName(), typesOf(spec, manager));
-        } else if (spec.isAggregate()) {
-            fail("a port without a number carries a record");
-        }
+        const std::vector<PureValueRef> types = spec.isAggregate() ? manager.getFlatContainerTypes(spec) : spec.types();
+        mFirst.emplace(port.getName(), static_cast<int>(mTypes.size()));
+        mTypes.insert(mTypes.end(), types.begin(), types.end());
         return AggregateUnrollKind::Flat;
     }
     void preAttach(const AggregateTypeManager &) override {
-        const auto behindPorts = mTypes.size();
-        for (const auto &[name, types] : mWires) {
-            if (isNumbered(name) && mFirst.count(name) == 0) {
-                reserve(name, types);
+        Context *context = mBlock.getContext();
+        mSubstitute = Block::create(mBlock.getModel(),
+                                    StringValue::get(fmt::format("{}_aunroll", mBlock.getName()->toString()), context));
+        for (auto param : Params(mBlock)) {
+            if (!nodeVR(param.second)) {
+                mSubstitute->setParam(param.first, param.second);
             }
         }
-        mSubstitute = &createSubstituteOf(mBlock);
-        mTypes.resize(behindPorts);
     }
     void attachPort(Port &port, const AggregateTypeSpec &, int flatIndex, Wire &driver,
                     const AggregateTypeManager &) override {
-        const MaybePort attached(*mSubstitute, nameOf(port.getName(), flatIndex));
+        const MaybePort attached(*mSubstitute, numberOf(mFirst.at(port.getName()) + flatIndex));
         attached.setWire(driver);
         addAttachedPort(attached);
     }
-    Wire *attachWire(Wire &wire, const AggregateTypeSpec &, int flatIndex, const std::vector<MaybePort> &readers,
+    Wire *attachWire(Wire &wire, const AggregateTypeSpec &member, int flatIndex, const std::vector<MaybePort> &readers,
                      const AggregateTypeManager &) override {
-        const PureValueRef name = nameOf(wire.getName(), flatIndex);
-        Wire *made = mSubstitute->getWire(name);
-        made = made == nullptr ? Wire::create(*mSubstitute, name) : made;
-        connect(readers, *made);
-        return made;
+        // The main output is that of the first port.
+        const bool isMain = wire.getName() == A_PRIM_WIRE_OUT && mBlock.port_size() != 0;
+        const auto first = mFirst.find(isMain ? mBlock.port_begin()->getName() : wire.getName());
+        Wire &made = first == mFirst.end() ? pinOfItsOwn(wire, member, flatIndex)
+                                           : numberedWire(numberOf(first->second + flatIndex));
+        connect(readers, made);
+        return &made;
     }
-    void postAttach() override { delete &mBlock; }
-
-  protected:
-    virtual bool isNumbered(const PureValueRef &name) const { return name->kind() == CoreType::Number; }
-    virtual Block &createSubstituteOf(Block &block) const { return createSubstitute(block); }
-    virtual PureValueRef nameOf(const PureValueRef &name, int flatIndex) const {
-        const auto first = mFirst.find(name);
-        return first == mFirst.end() ? name : numberOf(first->second + flatIndex);
+    void postAttach() override {
+        if (mSubstitute->port_size() == 0) {
+            delete mSubstitute;
+        } else {
+            mSubstitute->setParam(A_TYPE_PIN_TYPE, nullptr);
+            mSubstitute->setParam(A_TYPE_PIN_PORT_TYPES, PureTupleValue::get(mTypes, mBlock.getContext()));
+        }
+        delete &mBlock;
     }
-    Block &block() const { return mBlock; }
-    Block &substitute() const { return *mSubstitute; }
-    /// Of the numbered ports, by their new numbers.
-    const std::vector<PureValueRef> &types() const { return mTypes; }
 
   private:
-    static std::vector<PureValueRef> typesOf(const AggregateTypeSpec &spec, const AggregateTypeManager &manager) {
-        return spec.isAggregate() ? manager.getFlatContainerTypes(spec) : spec.types();
+    /// Without an input a pin has but one type.
+    Wire &pinOfItsOwn(Wire &wire, const AggregateTypeSpec &member, int flatIndex) const {
+        Block &pin = *Block::create(mBlock.getModel(), PureTupleValue::get(mBlock.getName(), wire.getName(),
+                                                                           numberOf(flatIndex), mBlock.getContext()));
+        pin.setParam(A_BLOCK_TYPE, A_TYPE_PIN_BLOCK);
+        pin.setParam(A_TYPE_PIN_TYPE, member.at(0));
+        return *Wire::create(pin, A_PRIM_WIRE_OUT);
     }
-    void reserve(const PureValueRef &name, const std::vector<PureValueRef> &types) {
-        mFirst.emplace(name, static_cast<int>(mTypes.size()));
-        mTypes.insert(mTypes.end(), types.begin(), types.end());
+    /// The main output may be there as that of its port, too.
+    Wire &numberedWire(const PureValueRef &name) const {
+        Wire *made = mSubstitute->getWire(name);
+        return made != nullptr ? *made : *Wire::create(*mSubstitute, name);
     }
 
     Block &mBlock;
     Block *mSubstitute = nullptr;
-    std::vector<std::pair<PureValueRef, std::vector<PureValueRef>>> mWires;
+    /// The first number of each port.
     std::map<PureValueRef, int> mFirst;
+    /// Of each number.
     std::vector<PureValueRef> mTypes;
-};
-
-/// The pin tells the type of each number.
-class TypePinAggregateUnroller final : public NumberedAggregateUnroller {
-  public:
-    using NumberedAggregateUnroller::NumberedAggregateUnroller;
-    bool writesTypes() const override { return true; }
-    void postAttach() override {
-        if (substitute().port_size() == 0) {
-            delete &substitute();
-        } else {
-            substitute().setParam(A_TYPE_PIN_TYPE, nullptr);
-            substitute().setParam(A_TYPE_PIN_PORT_TYPES, PureTupleValue::get(types(), block().getContext()));
-        }
-        NumberedAggregateUnroller::postAttach();
-    }
-    Wire *attachWire(Wire &wire, const AggregateTypeSpec &member, int flatIndex, const std::vector<MaybePort> &readers,
-                     const AggregateTypeManager &manager) override {
-        const bool isMain = wire.getName() == A_PRIM_WIRE_OUT && block().port_size() != 0;
-        if (isMain || block().getPort(wire.getName()) != nullptr) {
-            return NumberedAggregateUnroller::attachWire(wire, member, flatIndex, readers, manager);
-        }
-        // Without an input the pin has but one type, so each member has a pin of its own.
-        Context *context = block().getContext();
-        Block &pin = *Block::create(
-            block().getModel(), PureTupleValue::get(block().getName(), wire.getName(), numberOf(flatIndex), context));
-        pin.setParam(A_BLOCK_TYPE, A_TYPE_PIN_BLOCK);
-        pin.setParam(A_TYPE_PIN_TYPE, member.at(0));
-        Wire *made = Wire::create(pin, A_PRIM_WIRE_OUT);
-        connect(readers, *made);
-        return made;
-    }
-
-  protected:
-    /// What its ports are called means nothing, so that all get numbers, by their order.
-    bool isNumbered(const PureValueRef &) const override { return true; }
-    Block &createSubstituteOf(Block &of) const override {
-        Context *context = of.getContext();
-        Block &made = *Block::create(of.getModel(),
-                                     StringValue::get(fmt::format("{}_aunroll", of.getName()->toString()), context));
-        for (auto param : Params(of)) {
-            if (!nodeVR(param.second)) {
-                made.setParam(param.first, param.second);
-            }
-        }
-        return made;
-    }
-    /// The main output is that of the first port.
-    PureValueRef nameOf(const PureValueRef &name, int flatIndex) const override {
-        const bool isMain = name == A_PRIM_WIRE_OUT && block().port_size() != 0;
-        return NumberedAggregateUnroller::nameOf(isMain ? block().port_begin()->getName() : name, flatIndex);
-    }
 };
 
 const AggregateUnrollHandler *defaultHandler() {

@@ -12,9 +12,7 @@
 
 namespace orvo::test {
 
-namespace {
-
-std::vector<std::string> findingsOf(const Design &design) {
+std::vector<std::string> catalogueFindings(const Design &design) {
     CatalogueVerifier verifier(getBlocksInfo(), design.getContext());
     std::vector<std::string> texts;
     for (const Model &model : design) {
@@ -27,12 +25,10 @@ std::vector<std::string> findingsOf(const Design &design) {
     return texts;
 }
 
-} // namespace
-
 std::vector<std::string> newCatalogueFindings(const Design &before, const Design &after) {
-    const std::vector<std::string> old = findingsOf(before);
+    const std::vector<std::string> old = catalogueFindings(before);
     const std::set<std::string> known(old.begin(), old.end());
-    std::vector<std::string> found = findingsOf(after);
+    std::vector<std::string> found = catalogueFindings(after);
     found.erase(
         std::remove_if(found.begin(), found.end(), [&](const std::string &text) { return known.count(text) != 0; }),
         found.end());

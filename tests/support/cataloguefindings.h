@@ -10,7 +10,9 @@ class Design;
 
 namespace orvo::test {
 
-/// What the catalogue's verifier says of the blocks of a design, in their order, but for what it says of the blocks of
+/// What the catalogue's verifier says of the blocks of a design, in their order.
+std::vector<std::string> catalogueFindings(const Design &design);
+/// The same, but for what it says of the blocks of
 /// the same names in the design that this one came from.
 std::vector<std::string> newCatalogueFindings(const Design &before, const Design &after);
 
