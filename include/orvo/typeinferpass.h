@@ -12,6 +12,7 @@ namespace orvo {
 class ModelTreePass;
 class Port;
 class Wire;
+enum class CompoundKind : std::uint8_t;
 
 namespace internal {
 struct GlobalTypeImpl;
@@ -41,6 +42,12 @@ class ORVO_API GlobalTypePass final : public Pass {
     PureValueRef getType(const Wire *wire, const RefChain &refChain);
     PureValueRef getType(const Port &port, const RefChain &refChain);
     PureValueRef getType(const Port *port, const RefChain &refChain);
+
+    /// Whether a port or wire of the model may be of that kind in some instance below the models that nothing
+    /// instantiates: false only if all their types are known and well formed, and none is of it. The first question
+    /// behind a change of the netlist infers all types, further ones cost nothing. Not to be asked while types are
+    /// frozen.
+    bool mayCarry(const Model &model, CompoundKind kind);
 
     /// Takes a type as that of a wire in an instance, as if something in the design established it, and draws from it
     /// what follows: for a connection that the netlist does not draw. Nothing happens where a type is known already. A

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <orvo/aggregateunroller.h>
+#include <orvo/compoundtypeinfo.h>
 #include <orvo/model.h>
 
 #include <functional>
@@ -31,6 +32,8 @@ struct WireInfo {
 /// One block on its way. Types are read when it is made, before anything changes.
 class ORVO_API BlockUnrollerImpl {
   public:
+    static constexpr CompoundKind kKind = CompoundKind::Aggregate;
+
     /// The chains are those of all instances of the block's model, in which the signals must have the same members.
     /// They and the manager must outlive this.
     BlockUnrollerImpl(Block &block, const std::vector<RefChain> &instances, std::shared_ptr<AggregateUnroller> unroller,

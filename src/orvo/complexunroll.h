@@ -3,6 +3,7 @@
 #pragma once
 
 #include <orvo/complexunroller.h>
+#include <orvo/compoundtypeinfo.h>
 
 #include <memory>
 #include <string>
@@ -28,6 +29,8 @@ struct WireInfo {
 /// One block on its way. Types are read when it is made, before anything changes.
 class BlockUnrollerImpl {
   public:
+    static constexpr CompoundKind kKind = CompoundKind::Complex;
+
     /// The chains are those of all instances of the block's model, in which the same signals must be complex. They must
     /// outlive this.
     BlockUnrollerImpl(Block &block, const std::vector<RefChain> &instances, std::shared_ptr<ComplexUnroller> unroller,

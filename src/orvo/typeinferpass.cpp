@@ -4,9 +4,11 @@
 #include "orvo/typeinferstate.h"
 #include "orvo/typequeryminimalset.h"
 
+#include <orvo/compoundtypeinfo.h>
 #include <orvo/design.h>
 #include <orvo/logging.h>
 #include <orvo/staticstrings.h>
+#include <orvo/types.h>
 
 #include <util/features.h>
 #include <util/profiling.h>
@@ -25,6 +27,8 @@ namespace {
 
 PureValueRef knownType(BlockTypeInfo &info, const Wire &wire) { return info.knownWireType(wire); }
 PureValueRef knownType(BlockTypeInfo &info, const Port &port) { return info.knownPortType(port); }
+
+unsigned bitOf(CompoundKind kind) { return 1U << static_cast<unsigned>(kind); }
 
 log::LogParams placeOf(const PureValueRef &name, const Block &block) {
     return log::p("portOrWire", name) % log::p("block", block.value());
@@ -123,7 +127,59 @@ PureValueRef GlobalTypeImpl::evaluateType(const End &end, const Block &block, co
     }
 }
 
+CompoundKinds GlobalTypeImpl::kindsOf(const PureValueRef &type) {
+    if (type.get_ptr() == lastType) {
+        return lastKinds;
+    }
+    const auto [at, isNew] = kinds.try_emplace(type.get_ptr(), CompoundKinds{0});
+    if (isNew) {
+        PureValueRef element;
+        const VectorDecorSpec vectors(type, element, nullptr);
+        const ComplexDecorSpec parts(type, nullptr);
+        const AggregateTypeSpec members(type);
+        const auto note = [&at = at->second](bool is, CompoundKind kind) {
+            at = static_cast<CompoundKinds>(is ? at | bitOf(kind) : at);
+        };
+        note(!vectors.valid() || vectors.isVector(), CompoundKind::Vector);
+        note(!parts.valid() || !parts.isReal(), CompoundKind::Complex);
+        note(!members.valid() || members.isAggregate() || isAggregateType(element.get_ptr()), CompoundKind::Aggregate);
+    }
+    lastType = type.get_ptr();
+    lastKinds = at->second;
+    return lastKinds;
+}
+
+/// Infers all types, and gathers from the instances of each model what they carry.
+void GlobalTypeImpl::survey() {
+    for (const Model &model : *design) {
+        if (!model.getParentBlocks().empty()) {
+            continue;
+        }
+        if (Root &root = roots[&model]; root.state != EvalState::Full) {
+            state = EvalState::Full;
+            ++statistics.fullEvaluations;
+            evaluate(model, root);
+        }
+        std::vector<const ChainTypeInfo *> toLookAt{roots[&model].chain.get()};
+        while (!toLookAt.empty()) {
+            const ChainTypeInfo &instance = *toLookAt.back();
+            toLookAt.pop_back();
+            CompoundKinds &of = possibleKinds[instance.model()];
+            of = static_cast<CompoundKinds>(of | instance.possibleKinds());
+            for (const auto &child : instance.children()) {
+                toLookAt.push_back(child.get());
+            }
+        }
+    }
+    surveyed = true;
+}
+
 void GlobalTypeImpl::forget() {
+    kinds.clear();
+    lastType = nullptr;
+    leftOut = false;
+    surveyed = false;
+    possibleKinds.clear();
     roots.clear();
     instances = 0;
     subsets.clear();
@@ -222,6 +278,18 @@ PureValueRef GlobalTypePass::getType(const Port *port, const RefChain &refChain)
     return port != nullptr ? getType(*port, refChain) : PureValueRef();
 }
 
+bool GlobalTypePass::mayCarry(const Model &model, CompoundKind kind) {
+    ORVO_ASSERT(!mImpl->frozen, "a question about what the design is made of while it changes");
+    if (mImpl->design == nullptr) {
+        return true;
+    }
+    if (!mImpl->surveyed) {
+        mImpl->survey();
+    }
+    const auto at = mImpl->possibleKinds.find(&model);
+    return mImpl->leftOut || at == mImpl->possibleKinds.end() || (at->second & internal::bitOf(kind)) != 0;
+}
+
 void GlobalTypePass::suppose(const Wire &wire, const RefChain &refChain, const PureValueRef &type) {
     const Block &block = wire.getBlock();
     // What stays unknown after the question is unknown after a full evaluation.
@@ -241,6 +309,8 @@ void GlobalTypePass::suppose(const Wire &wire, const RefChain &refChain, const P
     info.setWireType(wire.getName(), type);
     chain->enqueue(info);
     chain->inferTypesRecurse();
+    mImpl->surveyed = false;
+    mImpl->possibleKinds.clear();
 }
 
 void GlobalTypePass::freeze() {

@@ -114,7 +114,9 @@ BlockTypeInfo::BlockTypeInfo(const Block &block, ModelTypeInfo &model)
     : TypeInferAPI2(InferenceMode::Normal), mBlock(&block), mModel(&model),
       mUnsetPorts(static_cast<std::uint32_t>(block.port_size())),
       mUnsetWires(static_cast<std::uint32_t>(block.getWireCount())), mUnsetPortNets(mUnsetPorts),
-      mUnsetWireNets(mUnsetWires) {}
+      mUnsetWireNets(mUnsetWires) {
+    model.noteEnds(mUnsetPorts + mUnsetWires);
+}
 
 NameEnumerator BlockTypeInfo::getPortNames() const {
     return NameEnumerator(std::make_unique<PortsEnumeratorSrc>(*mBlock));
@@ -141,6 +143,7 @@ bool BlockTypeInfo::setInfoType(const PureValueRef &name, SignalTypeInfo &info, 
     }
     info.type = type;
     info.source = mSource;
+    mModel->noteType(type);
     ++mChangeCounter;
     std::uint32_t &unset = isPort ? mUnsetPorts : mUnsetWires;
     ORVO_ASSERT(unset > 0, "more types than ports and wires");
@@ -187,6 +190,7 @@ void BlockTypeInfo::onNetTypeOfPort(const Port &port, const PureValueRef &type) 
     mNewPorts.push_back(&port);
     ORVO_ASSERT(mUnsetPortNets > 0, "more types than ports");
     --mUnsetPortNets;
+    mModel->noteKnownEnd();
 }
 
 // A net's first setter wins. A later one brings nothing that the other ends could take over, so they are left alone:
@@ -207,6 +211,7 @@ void BlockTypeInfo::setNetType(const PureValueRef &name, bool isPort, const Pure
     driver.mNewWires.push_back(wire);
     ORVO_ASSERT(driver.mUnsetWireNets > 0, "more types than wires");
     --driver.mUnsetWireNets;
+    mModel->noteKnownEnd();
     if (isPort) {
         mModel->enqueue(driver);
     }
@@ -327,6 +332,10 @@ BlockTypeInfo &ModelTypeInfo::getBlockInfo(const Block &block) {
         mBlocks.insert(&block, info);
     }
     return *info;
+}
+
+void ModelTypeInfo::noteType(const PureValueRef &type) {
+    mKinds = static_cast<CompoundKinds>(mKinds | mImpl.kindsOf(type));
 }
 
 void ModelTypeInfo::restart(const std::vector<const Block *> *subset) {
@@ -452,13 +461,18 @@ bool ChainTypeInfo::scanModel() {
 /// Makes the instance below a model block known; whether it is new in this run.
 bool ChainTypeInfo::scanBlock(const Block &block) {
     const Model *model = block.type() == A_MODEL_BLOCK.get_ptr() ? Node::from<Model>(block[A_MODEL_NODE]) : nullptr;
-    if (model == nullptr || isInside(*model)) {
+    if (model == nullptr) {
+        return false;
+    }
+    if (isInside(*model)) {
+        mImpl.leftOut = true;
         return false;
     }
     const auto [at, isNew] = mChildAt.try_emplace(&block, mChildren.size());
     if (isNew) {
         if (mImpl.instances >= limits::kTypeInstances) {
             mChildAt.erase(at);
+            mImpl.leftOut = true;
             return false;
         }
         ++mImpl.instances;

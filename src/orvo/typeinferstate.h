@@ -138,6 +138,10 @@ enum UpdateFlag : std::uint32_t {
     TYPE_UPDATE_ALL_CHILDREN = 8,
 };
 
+/// A bit for each `CompoundKind`.
+using CompoundKinds = std::uint8_t;
+constexpr CompoundKinds kAnyKind = 7;
+
 /// The state of a model instance, with its worklist: each block of the model, or of a part of it, once in order, then
 /// those that somebody asked for, once a request.
 class ModelTypeInfo {
@@ -151,6 +155,12 @@ class ModelTypeInfo {
     const Model *model() const { return mModel; }
     /// Runs the worklist dry; `UpdateFlag`s.
     std::uint32_t inferTypes();
+    /// Keeps count of the ends whose nets have no type yet, and of what the types are.
+    void noteEnds(std::uint32_t count) { mUnknownEnds += count; }
+    void noteKnownEnd() { --mUnknownEnds; }
+    void noteType(const PureValueRef &type);
+    /// What the signals of the instance may be.
+    CompoundKinds possibleKinds() const { return mUnknownEnds == 0 ? mKinds : kAnyKind; }
 
   protected:
     /// Starts over with the whole model, or with the given blocks in their order.
@@ -178,6 +188,8 @@ class ModelTypeInfo {
     std::uint32_t mSweep = 0;
     bool mSweeping = false;
     bool mHasSubset = false;
+    CompoundKinds mKinds = 0;
+    std::uint64_t mUnknownEnds = 0;
     const Block *mSweepAt = nullptr;
     std::vector<const Block *> mSubset;
     std::unordered_set<const Block *> mSubsetSet;
@@ -194,6 +206,7 @@ class ChainTypeInfo final : public ModelTypeInfo {
     void inferTypesRecurse();
     /// Whether the chain had not been made ready in this run; then it is.
     static bool newlyInitialized(ChainTypeInfo &chain, const Model &model, BlockTypeInfo *parentInfo);
+    const std::vector<std::unique_ptr<ChainTypeInfo>> &children() const { return mChildren; }
 
   private:
     std::uint32_t inferInstance();
@@ -245,7 +258,18 @@ struct GlobalTypeImpl {
     std::unordered_set<const Block *> diedFrozen;
     Design *design = nullptr;
     TypeInferStatistics statistics;
+    /// By type.
+    std::unordered_map<const Value *, CompoundKinds> kinds;
+    const Value *lastType = nullptr;
+    CompoundKinds lastKinds = 0;
+    /// Whether an instance was left out, since it has no end or there are too many.
+    bool leftOut = false;
+    /// What the models that were reached may carry, once somebody has asked.
+    bool surveyed = false;
+    std::unordered_map<const Model *, CompoundKinds> possibleKinds;
 
+    CompoundKinds kindsOf(const PureValueRef &type);
+    void survey();
     const TypeRules &rulesOf(const Block &block);
     template <class End> PureValueRef evaluateType(const End &end, const Block &block, const RefChain &refChain);
     template <class End>

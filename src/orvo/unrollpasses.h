@@ -12,9 +12,11 @@
 #include <orvo/typeinferpass.h>
 #include <orvo/unrollmappings.h>
 
+#include <algorithm>
 #include <memory>
 #include <tuple>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace orvo::internal {
@@ -34,7 +36,9 @@ bool hasReferencePoints(const Block &block);
 /// A pass over the insides of models. `Impl` takes one block apart by what a block type's `Handler` makes:
 ///     Impl(block, instances, handler.createUnroller(block), types, shared...)
 ///     hasWork(), block(), unroller(), unroll(types)
-/// One object of each `Shared` serves all blocks of a run.
+///     Impl::kKind, what it takes apart
+/// An unroller whose `mandatoryUnrolling` says so takes blocks of plain numbers apart, too; all of a type agree in
+/// that. One object of each `Shared` serves all blocks of a run.
 template <class Impl, class Handler, class... Shared> class ModelUnrolling {
   public:
     /// Looks at all models before any of them changes, for their types depend on each other.
@@ -43,8 +47,12 @@ template <class Impl, class Handler, class... Shared> class ModelUnrolling {
         mShared = std::make_unique<std::tuple<Shared...>>();
         for (Model &model : context.getDesign()) {
             auto prepared = std::make_unique<Prepared>();
+            const bool allScalar = !types.mayCarry(model, Impl::kKind);
+            if (allScalar && !kSomeForScalars) {
+                continue;
+            }
             for (Block &block : model) {
-                const auto *handler = block.getClass() == nullptr ? nullptr : block.getClass()->template get<Handler>();
+                const auto *handler = handlerOf(block, allScalar);
                 if (handler == nullptr) {
                     continue;
                 }
@@ -93,8 +101,43 @@ template <class Impl, class Handler, class... Shared> class ModelUnrolling {
         std::vector<RefChain> instances;
         std::vector<Impl> blocks;
     };
+
+    using Unroller =
+        typename decltype(std::declval<const Handler &>().createUnroller(std::declval<Block &>()))::element_type;
+    static constexpr bool kSomeForScalars = requires(const Unroller &unroller) { unroller.mandatoryUnrolling(); };
+    static bool isForScalars([[maybe_unused]] const Unroller &unroller) {
+        if constexpr (kSomeForScalars) {
+            return unroller.mandatoryUnrolling();
+        } else {
+            return false;
+        }
+    }
+
+    /// Null for a block that stays as it is whatever it carries; with `allScalar`, also for one that plain numbers do
+    /// not take apart.
+    const Handler *handlerOf(Block &block, bool allScalar) {
+        const BlockClass *of = block.getClass();
+        const Handler *handler = of == nullptr ? nullptr : of->template get<Handler>();
+        if (!allScalar || handler == nullptr) {
+            return handler;
+        }
+        if (of != mLastClass) {
+            const auto [at, isNew] = mForScalars.try_emplace(of, false);
+            if (isNew) {
+                at->second = isForScalars(*handler->createUnroller(block));
+            }
+            mLastClass = of;
+            mLastIsForScalars = at->second;
+        }
+        return mLastIsForScalars ? handler : nullptr;
+    }
+
     std::unique_ptr<std::tuple<Shared...>> mShared;
     std::unordered_map<const Model *, std::unique_ptr<Prepared>> mPrepared;
+    /// Whether plain numbers take blocks of the class apart, too.
+    std::unordered_map<const BlockClass *, bool> mForScalars;
+    const BlockClass *mLastClass = nullptr;
+    bool mLastIsForScalars = false;
 };
 
 /// The blocks at which the boundary of one model shows: those at its edge, and those that instantiate it. They change
@@ -107,12 +150,18 @@ struct ModelBoundary {
 
 /// A pass over the boundaries of all models. `Impl` takes one block apart with a `Boundary`, which keeps the block and
 /// renames its ports and wires:
+///     Impl::kKind, what it takes apart
 ///     Impl(block, instances, boundary, types, shared...), failed(), fail(), failOnBoundary(), unroll(types)
 ///     Boundary(block), namesClash(), portMappings(), wireMappings(), block()
 /// One object of each `Shared` serves all blocks.
 template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
   public:
     explicit BoundaryUnrolling(PassContext &context) : mContext(context), mTypes(unrolledTypes(context)) {
+        Design &design = context.getDesign();
+        if (std::none_of(design.begin(), design.end(),
+                         [&](const Model &model) { return mTypes.mayCarry(model, Impl::kKind); })) {
+            return;
+        }
         for (Model &model : context.getDesign()) {
             mModels.push_back({&model, {}, {}});
         }

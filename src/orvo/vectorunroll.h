@@ -2,6 +2,7 @@
 // what stands in its place, and joins that to the neighbours through packs and unpacks.
 #pragma once
 
+#include <orvo/compoundtypeinfo.h>
 #include <orvo/signalpacker.h>
 #include <orvo/vectorunroller.h>
 
@@ -48,6 +49,8 @@ class VectorPackManager {
 /// One block on its way. Types are read when it is made, before anything changes.
 class BlockUnrollerImpl {
   public:
+    static constexpr CompoundKind kKind = CompoundKind::Vector;
+
     /// The chains are those of all instances of the block's model, in which the signals must have the same dimensions.
     /// They must outlive this.
     BlockUnrollerImpl(Block &block, const std::vector<RefChain> &instances, std::shared_ptr<VectorUnroller> unroller,
