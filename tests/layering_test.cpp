@@ -113,6 +113,7 @@ const std::map<std::string, int> &floors() {
         {"deadmodelpass", 5},
         {"elidefromgotopass", 5},
         {"elideterminalpass", 5},
+        {"checkscalarsignalspass", 5},
         {"elideunpackpass", 5},
         {"flattenconstraints", 5},
         {"flattener", 5},

@@ -233,6 +233,39 @@ bool isBoundary(const Block &block) {
 }
 
 // Boundaries are the model's own: signals that pass through a model without one make it.
+class OriginsBehindEachPass final : public PassInstrumentation {
+  public:
+    explicit OriginsBehindEachPass(const Design &before) : mOrigins(before) {}
+    std::size_t renamed() const { return mRenamed; }
+
+    void afterPass(const PassExecution &pass, Design &design, bool) override {
+        for (const Model &model : design) {
+            for (const Block &block : model) {
+                if (!isBoundary(block)) {
+                    look(pass, model, block);
+                }
+            }
+        }
+    }
+
+  private:
+    void look(const PassExecution &pass, const Model &model, const Block &block) {
+        const NameOrigin origin = mOrigins.originOf(block);
+        if (!origin) {
+            RC_LOG() << "behind " << pass.name << ": " << model.getName()->toString() << "/"
+                     << block.getName()->toString();
+        }
+        RC_ASSERT(static_cast<bool>(origin));
+        mRenamed += origin.steps.empty() ? 0 : 1;
+        if (origin.standsForBlock() && origin.steps.empty()) {
+            RC_ASSERT(origin.block->getModel().getName() == model.getName());
+        }
+    }
+
+    const NameOrigins mOrigins;
+    std::size_t mRenamed = 0;
+};
+
 TEST(NameOriginProperty, everyPrimitiveLeadsBackThroughTheStructuralPreset) {
     std::size_t renamed = 0;
     std::size_t designs = 0;
@@ -247,29 +280,12 @@ TEST(NameOriginProperty, everyPrimitiveLeadsBackThroughTheStructuralPreset) {
         RC_ASSERT(!passes.empty());
         test::HeardMessages silent(mgr.context());
         PassSchedulerState state;
-        const NameOrigins origins(*before);
-        for (const driver::PassText &pass : passes) {
-            PassScheduler scheduler(&state);
-            scheduler.addPass(pass.name);
-            scheduler.apply(*after);
-            for (const Model &model : *after) {
-                for (const Block &block : model) {
-                    if (isBoundary(block)) {
-                        continue;
-                    }
-                    const NameOrigin origin = origins.originOf(block);
-                    if (!origin) {
-                        RC_LOG() << "behind " << pass.name << ": " << model.getName()->toString() << "/"
-                                 << block.getName()->toString();
-                    }
-                    RC_ASSERT(static_cast<bool>(origin));
-                    renamed += origin.steps.empty() ? 0 : 1;
-                    if (origin.standsForBlock() && origin.steps.empty()) {
-                        RC_ASSERT(origin.block->getModel().getName() == model.getName());
-                    }
-                }
-            }
-        }
+        OriginsBehindEachPass origins(*before);
+        PassScheduler scheduler(&state);
+        scheduler.setInstrumentation(&origins);
+        driver::addPasses(scheduler, passes);
+        scheduler.apply(*after);
+        renamed += origins.renamed();
         ++designs;
     });
     EXPECT_TRUE(holds);
@@ -291,9 +307,7 @@ TEST(NameOriginProperty, everyPrimitiveOfLargeDesignsLeadsBack) {
         test::HeardMessages silent(mgr.context());
         PassSchedulerState state;
         PassScheduler scheduler(&state);
-        for (const driver::PassText &pass : structural(mgr.context())) {
-            scheduler.addPass(pass.name);
-        }
+        driver::addPasses(scheduler, structural(mgr.context()));
         scheduler.apply(*after);
         const NameOrigins origins(*before);
         for (const Model &model : *after) {

@@ -6,6 +6,7 @@
 #include <orvo/context.h>
 #include <orvo/corevalues.h>
 #include <orvo/design.h>
+#include <orvo/limits.h>
 #include <orvo/logging.h>
 #include <orvo/model.h>
 #include <orvo/modeltreepass.h>
@@ -15,6 +16,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <typeinfo>
 
@@ -505,6 +507,95 @@ TEST_F(PassTest, refusesToChooseAmongSeveralInstancesKept) {
     results.run({}, {{"TestPassA", {}}, {"TestPassA", one}});
     EXPECT_EXIT(results.getPass("TestPassA"), ::testing::ExitedWithCode(1), "several passes");
     EXPECT_NE(results.getPass("TestPassA", one), nullptr);
+}
+
+/// What was run, request and turn of each.
+struct Executions final : PassInstrumentation {
+    bool shouldRun(const PassExecution &execution, Design &) override {
+        lines.push_back(execution.name + " " + std::to_string(execution.index) + " " +
+                        std::to_string(execution.request) + " " + std::to_string(execution.turn));
+        return true;
+    }
+    Lines lines;
+};
+
+TEST_F(PassTest, runsPassesInTurnsUntilATurnChangesNothing) {
+    int left = 2;
+    gBodies["TestPassB"] = [&](PassContext &context, const Pass &) {
+        if (left-- > 0) {
+            Model::create(context.getDesign(), "m" + std::to_string(left));
+        }
+    };
+    gRequires["TestPassC"] = {"TestPassA"};
+    Executions executions;
+    PassScheduler scheduler;
+    scheduler.setInstrumentation(&executions);
+    scheduler.addPass("TestPassA");
+    scheduler.beginTurns();
+    scheduler.addPass("TestPassB");
+    scheduler.addPass("TestPassC");
+    scheduler.endTurns();
+    scheduler.beginTurns();
+    scheduler.addPass("TestPassA");
+    scheduler.endTurns();
+    scheduler.addPass("TestPassC");
+    PassResults results = scheduler.apply(design);
+    EXPECT_EQ(executions.lines,
+              (Lines{"TestPassA 0 0 0", "TestPassB 1 1 1", "TestPassA 2 2 1", "TestPassC 3 2 1", "TestPassB 4 1 2",
+                     "TestPassA 5 2 2", "TestPassC 6 2 2", "TestPassB 7 1 3", "TestPassA 8 2 3", "TestPassC 9 2 3",
+                     "TestPassA 10 3 1", "TestPassA 11 4 0", "TestPassC 12 4 0"}));
+    EXPECT_EQ(results.size(), 0U);
+}
+
+TEST_F(PassTest, tellsOfTurnsThatNeverSettle) {
+    struct Heard final : ContextListener {
+        void onMessage(int, const char *tag, const log::LogParams &params) override {
+            lines.push_back(std::string(tag) + " turns=" + params.begin()->second);
+        }
+        Lines lines;
+    } heard;
+    mgr.context()->setListener(&heard);
+    std::size_t runs = 0;
+    gBodies["TestPassA"] = [&](PassContext &context, const Pass &) {
+        Model::create(context.getDesign(), "m" + std::to_string(runs++));
+    };
+    PassScheduler scheduler;
+    scheduler.beginTurns();
+    scheduler.addPass("TestPassA");
+    scheduler.endTurns();
+    scheduler.addPass("TestPassB");
+    scheduler.apply(design);
+    mgr.context()->setListener(nullptr);
+    EXPECT_EQ(runs, limits::kPassTurns);
+    EXPECT_EQ(heard.lines, (Lines{"PASSES_DO_NOT_SETTLE turns=256"}));
+    EXPECT_EQ(std::count(gLog.begin(), gLog.end(), "TestPassB"), 1);
+}
+
+TEST_F(PassTest, takesTurnsWithoutPassesForNothing) {
+    PassScheduler scheduler;
+    scheduler.beginTurns();
+    scheduler.endTurns();
+    scheduler.addPass("TestPassA");
+    scheduler.apply(design);
+    EXPECT_EQ(ran(), (Lines{"TestPassA"}));
+}
+
+TEST_F(PassTest, assertsThatTurnsBeginAndEndOneByOne) {
+    PassScheduler scheduler;
+    EXPECT_EXIT(scheduler.endTurns(), ::testing::ExitedWithCode(1), "did not begin");
+    scheduler.beginTurns();
+    EXPECT_EXIT(scheduler.beginTurns(), ::testing::ExitedWithCode(1), "stand in others");
+    EXPECT_EXIT(scheduler.apply(design), ::testing::ExitedWithCode(1), "no end");
+}
+
+TEST_F(PassTest, keepsAllInstancesOnRequest) {
+    gRequires["TestPassB"] = {"TestPassA"};
+    PassScheduler scheduler;
+    scheduler.keepAll();
+    scheduler.addPass("TestPassB");
+    PassResults results = scheduler.apply(design);
+    EXPECT_EQ(results.size(), 2U);
+    EXPECT_EQ(results.getPass("TestPassA")->getName(), "TestPassA");
 }
 
 TEST_F(PhaseTest, givesALocalViewItsOwnQueues) {

@@ -64,6 +64,24 @@ TEST_F(PassTexts, readsParametersOfEachKind) {
     EXPECT_EQ(again("A{P=\"a,}#\"}"), "A{P=\"a,}#\"}");
 }
 
+TEST_F(PassTexts, readsPassesThatRunInTurns) {
+    EXPECT_EQ(again("A, repeat(B, C{P=1}), D"), "A, repeat(B, C{P=1}), D");
+    EXPECT_EQ(again("repeat (\n B # one\n C\n)\nrepeat(D,)"), "repeat(B, C), repeat(D)");
+    const std::vector<PassText> passes = read("A, repeat(B, C, D)");
+    ASSERT_EQ(passes.size(), 4U);
+    EXPECT_TRUE(passes[1].beginsTurns && !passes[1].endsTurns);
+    EXPECT_FALSE(passes[2].beginsTurns || passes[2].endsTurns);
+    EXPECT_TRUE(passes[3].endsTurns && !passes[3].beginsTurns);
+    // A pass may have the name.
+    EXPECT_EQ(again("repeat, A"), "repeat, A");
+}
+
+TEST_F(PassTexts, turnsThatAreCutOffRunOnce) {
+    std::vector<PassText> passes = read("repeat(A, B), C");
+    EXPECT_EQ(printPassTexts({passes.begin() + 1, passes.end()}), "B, C");
+    EXPECT_EQ(printPassTexts({passes.begin(), passes.begin() + 1}), "A");
+}
+
 TEST_F(PassTexts, keepsWhatStoodInTheListBefore) {
     std::vector<PassText> passes = read("A");
     EXPECT_FALSE(parsePassText("B", mGuard.context(), passes));
@@ -92,6 +110,13 @@ TEST_F(PassTexts, tellsWhereATextIsWrong) {
     EXPECT_EQ(errorOf("A{P=(1}"), "1:5 the value of 'P' is not well written");
     EXPECT_EQ(errorOf("A{P=1, P=2}"), "1:8 parameter 'P' is given twice");
     EXPECT_EQ(errorOf("A{P=[/m]}"), "1:5 the value of 'P' refers to a node of a design, which a parameter cannot");
+    EXPECT_EQ(errorOf("repeat("), "1:8 expected the name of a pass, found the end of the text");
+    EXPECT_EQ(errorOf("repeat()"), "1:8 expected the name of a pass, found ')'");
+    EXPECT_EQ(errorOf("repeat(A"), "1:9 expected ')', found the end of the text");
+    EXPECT_EQ(errorOf("repeat(A B)"), "1:10 expected a comma, found 'B'");
+    EXPECT_EQ(errorOf("repeat(A) B"), "1:11 expected a comma, found 'B'");
+    EXPECT_EQ(errorOf("repeat(A, repeat(B))"), "1:11 a repeat stands in another");
+    EXPECT_EQ(errorOf("A)"), "1:2 expected a comma, found ')'");
     EXPECT_EQ(errorOf("A\x01"), "1:2 expected a comma, found an odd character");
     EXPECT_EQ(errorOf(std::string_view("\0", 1)), "1:1 expected the name of a pass, found an odd character");
 }

@@ -45,6 +45,18 @@ TEST_F(PipelineTest, linesAreRead) {
     EXPECT_EQ(read("[a]\nincluded"), "[a]\nincluded\n");
 }
 
+TEST_F(PipelineTest, presetsRunInTurns) {
+    EXPECT_EQ(read("[a]\nA\nB\n[b]\nrepeat a # in turns\nC\n"), "[a]\nA\nB\n[b]\nrepeat(A, B)\nC\n");
+    EXPECT_EQ(read("[a]\nrepeat (A, B) # in turns\n"), "[a]\nrepeat(A, B)\n");
+    EXPECT_EQ(read("[a]\nrepeat(A, B)\n[b]\ninclude a\n"), "[a]\nrepeat(A, B)\n[b]\nrepeat(A, B)\n");
+    EXPECT_EQ(read("[a]\n[b]\nrepeat a\n"), "[a]\n[b]\n");
+    EXPECT_EQ(read("[a]\nrepeat(A)\n[b]\nrepeat a\n"), "4:1 preset 'a' has a repeat, which cannot stand in another");
+    EXPECT_EQ(read("[a]\nrepeat(A, B), C\n"), "2:15 expected one pass a line");
+    EXPECT_EQ(read("[a]\nrepeat b\n"), "2:1 there is no preset 'b' above");
+    // Only the whole word repeats.
+    EXPECT_EQ(read("[a]\nrepeated"), "[a]\nrepeated\n");
+}
+
 TEST_F(PipelineTest, whatIsPrintedReadsBack) {
     const std::string text = "[a]\nA{P=\"x y\", Q=(1 2)}\nB\n[b]\nA\n";
     EXPECT_EQ(read(text), text);

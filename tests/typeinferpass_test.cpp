@@ -4,6 +4,7 @@
 #include "support/typetable.h"
 
 #include <orvo/block.h>
+#include <orvo/compoundtypeinfo.h>
 #include <orvo/context.h>
 #include <orvo/design.h>
 #include <orvo/logging.h>
@@ -400,6 +401,80 @@ TEST(TypeRules, areTheSameForVariantsWithoutScheduling) {
     EXPECT_NE(mgr.context()->getBlockClass(A_ADD_BLOCK)->get<TypeInferHandler>(), nullptr);
     EXPECT_NE(typeRuleSummary(A_ADD_BLOCK.get_ptr()), nullptr);
     EXPECT_EQ(typeRuleSummary(A_GOTO_BLOCK.get_ptr()), nullptr);
+}
+
+class SignalKinds : public TypeInfer {
+  protected:
+    SignalKinds() { types.bindEvents(design); }
+    /// The kinds that the model may carry, by their first letters.
+    std::string kindsOf(const Model &model) {
+        std::string kinds;
+        for (const auto &[kind, letter] :
+             {std::pair{CompoundKind::Aggregate, 'a'}, std::pair{CompoundKind::Vector, 'v'},
+              std::pair{CompoundKind::Complex, 'c'}}) {
+            kinds += types.mayCarry(model, kind) ? std::string(1, letter) : "";
+        }
+        return kinds;
+    }
+    GlobalTypePass types;
+};
+
+TEST_F(SignalKinds, areNoneWhereAllTypesArePlain) {
+    unary(top, "neg", A_NEG_BLOCK, source(top, "pin", "s8.4"));
+    EXPECT_EQ(kindsOf(top), "");
+    EXPECT_EQ(types.statistics().fullEvaluations, 1U);
+}
+
+TEST_F(SignalKinds, areThoseOfTheTypes) {
+    source(top, "plain", "s8.4");
+    Wire &vector = source(top, "vector", "[4] s8.4");
+    EXPECT_EQ(kindsOf(top), "v");
+    source(top, "complex", "complex s8.4");
+    EXPECT_EQ(kindsOf(top), "vc");
+    delete &vector.getBlock();
+    EXPECT_EQ(kindsOf(top), "c");
+    delete top.getBlock(value("complex"));
+    EXPECT_EQ(kindsOf(top), "");
+    source(top, "record", "{s8.4,[2] s8.4}");
+    EXPECT_EQ(kindsOf(top), "a");
+    delete top.getBlock(value("record"));
+    source(top, "records", "[2] {s8.4,u1.0}");
+    EXPECT_EQ(kindsOf(top), "av");
+}
+
+TEST_F(SignalKinds, areAllWhereATypeIsUnknown) {
+    source(top, "plain", "s8.4");
+    Block &unknown = make(top, "unknown", A_SCHEDULED_MODEL_BLOCK);
+    Wire &wire = wireOf(unknown, "w");
+    EXPECT_EQ(kindsOf(top), "avc");
+    Block &pin = make(top, "pin", A_TYPE_PIN_BLOCK);
+    pin.setParam(A_TYPE_PIN_TYPE, type("s8.4"));
+    pin.setParam(value("0"), wire);
+    EXPECT_EQ(kindsOf(top), "");
+}
+
+TEST_F(SignalKinds, areToldModelByModelOverAllInstances) {
+    Model &below = negator("below");
+    Model &other = negator("other");
+    instance(top, "a", below, &source(top, "plain", "s8.4"));
+    instance(top, "b", below, &source(top, "complex", "complex s8.4"));
+    instance(top, "c", other, &source(top, "plain2", "u3.0"));
+    EXPECT_EQ(kindsOf(top), "c");
+    EXPECT_EQ(kindsOf(below), "c");
+    EXPECT_EQ(kindsOf(other), "");
+}
+
+TEST_F(SignalKinds, areAllInModelsWithoutEndAndOutsideTheHierarchy) {
+    Model &ring = negator("ring");
+    instance(ring, "again", ring, nullptr);
+    EXPECT_EQ(kindsOf(ring), "avc");
+}
+
+TEST_F(SignalKinds, followWhatIsSupposed) {
+    Wire &wire = wireOf(make(top, "unknown", A_SCHEDULED_MODEL_BLOCK), "w");
+    EXPECT_EQ(kindsOf(top), "avc");
+    types.suppose(wire, {}, type("[4] s8.4"));
+    EXPECT_EQ(kindsOf(top), "v");
 }
 
 } // namespace

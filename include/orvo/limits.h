@@ -42,4 +42,7 @@ inline constexpr std::size_t kPipelineBytes = std::size_t{1} << 20;
 /// Passes of all presets of a pipeline file, with those that they include.
 inline constexpr std::size_t kPipelinePasses = std::size_t{1} << 16;
 
+/// Turns of passes that run until nothing changes.
+inline constexpr std::size_t kPassTurns = 256;
+
 } // namespace orvo::limits

@@ -352,6 +352,16 @@ struct PassExecution {
     const ParamContext *params = nullptr;
     /// Whether a client named the pass; false for one that runs because another requires it.
     bool requested = false;
+    /// The pass that a client named, by its place among them from 0: this one, or the one that requires it.
+    std::size_t request = 0;
+    /// Of passes that run in turns, the number of the turn from 1; 0 for all others.
+    std::size_t turn = 0;
+};
+
+/// Requests that run in turns, by their places: from `first` on, up to before `last`.
+struct PassTurns {
+    std::size_t first = 0;
+    std::size_t last = 0;
 };
 
 /// Watches a scheduler run from outside: for dumps, timing, statistics, verification and bisection, which no pass
@@ -363,6 +373,16 @@ class ORVO_API PassInstrumentation {
     virtual bool shouldRun(const PassExecution &execution, Design &design);
     virtual void beforePass(const PassExecution &execution, Design &design);
     virtual void afterPass(const PassExecution &execution, Design &design, bool changed);
+};
+
+/// What a run is told beside its requests.
+struct PassRunOptions {
+    /// Not owned; null for none.
+    PassInstrumentation *instrumentation = nullptr;
+    /// In their order, none within another.
+    std::vector<PassTurns> turns;
+    /// Keep each instance in the results, required or not: a process that ends behind them saves the taking apart.
+    bool keepsAll = false;
 };
 
 /// The live passes of a run. Copies share them; the last one deletes them.
@@ -381,7 +401,7 @@ class ORVO_API PassResults {
     template <class T> T *getPass() const { return static_cast<T *>(getPass(T::sName)); }
     std::size_t size() const;
     void run(const std::vector<PassRequest> &requests, const std::set<PassRequest> &required,
-             PassInstrumentation *instrumentation = nullptr);
+             const PassRunOptions &options = {});
 
   private:
     std::shared_ptr<internal::PassResultsImpl> mImpl;
@@ -397,15 +417,23 @@ class ORVO_API PassScheduler {
     void addPass(const std::string &name, const ParamContext &params = ParamContext());
     /// Runs the pass once however often it is required, and keeps the instance in the results.
     void requirePass(const std::string &name, const ParamContext &params = ParamContext());
+    /// The passes that are added between the two calls run in turns, until a turn changes nothing. After
+    /// `limits::kPassTurns` turns that all changed something the warning PASSES_DO_NOT_SETTLE ends it. Turns stand in
+    /// no other turns.
+    void beginTurns();
+    void endTurns();
     /// Not owned; null for none.
-    void setInstrumentation(PassInstrumentation *instrumentation) { mInstrumentation = instrumentation; }
+    void setInstrumentation(PassInstrumentation *instrumentation) { mOptions.instrumentation = instrumentation; }
+    /// All instances stay in the results.
+    void keepAll() { mOptions.keepsAll = true; }
     PassResults apply(Design &design) const;
 
   private:
     std::vector<PassRequest> mRequests;
     std::set<PassRequest> mRequired;
     PassSchedulerState *mState = nullptr;
-    PassInstrumentation *mInstrumentation = nullptr;
+    PassRunOptions mOptions;
+    bool mInTurns = false;
 };
 
 } // namespace orvo

@@ -52,6 +52,12 @@ bool DriverInstrumentation::shouldRun(const PassExecution &execution, Design &de
     record.name = execution.name;
     record.text = printExecution(execution);
     record.requested = execution.requested;
+    record.turn = execution.turn;
+    if (execution.request != mRequest || execution.turn != mTurn) {
+        mRequest = execution.request;
+        mTurn = execution.turn;
+        mCommandsBeforeRequest = execution.index;
+    }
     // After an error of the design, the passes that follow could only stumble over it.
     record.wouldRun =
         mOptions.skip.count(record.number) == 0 && (!mOptions.stopAfter || record.number <= *mOptions.stopAfter);
@@ -61,10 +67,6 @@ bool DriverInstrumentation::shouldRun(const PassExecution &execution, Design &de
         record.after = record.before;
     }
     mRecords.push_back(record);
-    if (!record.ran && record.requested) {
-        ++mRequestsDone;
-        mCommandsBeforeRequest = record.number;
-    }
     return record.ran;
 }
 
@@ -120,7 +122,7 @@ std::string DriverInstrumentation::reproducerHeader(const PassRecord &record) co
     if (mOptions.stopAfter) {
         reproducer.stopAfter = *mOptions.stopAfter - before;
     }
-    const auto due = mPasses.begin() + static_cast<std::ptrdiff_t>(readsInputAgain() ? 0 : mRequestsDone);
+    const auto due = mPasses.begin() + static_cast<std::ptrdiff_t>(readsInputAgain() ? 0 : mRequest);
     reproducer.passes = printPassTexts(std::vector<PassText>(due, mPasses.end()));
     return printReproducerHeader(reproducer);
 }
@@ -137,10 +139,6 @@ void DriverInstrumentation::afterPass(const PassExecution &, Design &design, boo
     }
     if (changed && mOptions.stats) {
         record.after = countNodes(design);
-    }
-    if (record.requested) {
-        ++mRequestsDone;
-        mCommandsBeforeRequest = record.number;
     }
     disarmFaults();
     if (changed && !mOptions.dumpFolder.empty()) {

@@ -50,6 +50,8 @@ struct PassRecord {
     std::string name;
     std::string text;
     bool requested = false;
+    /// Of passes that run in turns; 0 for others.
+    std::size_t turn = 0;
     bool ran = false;
     /// Whether neither --skip nor --stop-after leaves it out.
     bool wouldRun = false;
@@ -90,8 +92,9 @@ class DriverInstrumentation final : public PassInstrumentation {
     /// The top models as they were read, by name.
     std::vector<std::pair<std::string, std::unique_ptr<sim::Simulator>>> mBefore;
     bool mBeforeTaken = false;
-    /// How many of `mPasses` are done, and how many commands stood before the one now due.
-    std::size_t mRequestsDone = 0;
+    /// Which of `mPasses` is due, in which turn, and how many commands ran before its first.
+    std::size_t mRequest = 0;
+    std::size_t mTurn = 0;
     std::size_t mCommandsBeforeRequest = 0;
     std::unique_ptr<DesignSnapshots> mSnapshots;
     int mSnapshot = -1;

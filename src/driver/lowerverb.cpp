@@ -66,6 +66,7 @@ Preset chosen(const LowerArguments &arguments, Context *context, Console &consol
         refuse(fmt::format("preset '{}' has no pass '{}'", preset.name, arguments.upTo),
                suggest(arguments.upTo, passes), console);
     }
+    // Passes in turns whose end is cut off run once.
     preset.passes.resize(static_cast<std::size_t>(passes.rend() - last));
     return preset;
 }
@@ -80,7 +81,10 @@ int print(const LowerArguments &arguments, Console &console) {
     }
     Json json{{"schema", "orvo.pipeline/1"}, {"preset", preset.name}, {"passes", Json::array()}};
     for (const PassText &pass : preset.passes) {
-        json["passes"].push_back({{"name", pass.name}, {"text", printPassText(pass)}});
+        json["passes"].push_back({{"name", pass.name},
+                                  {"text", printPassText(pass)},
+                                  {"begins_turns", pass.beginsTurns},
+                                  {"ends_turns", pass.endsTurns}});
     }
     console.emit(documentText(json));
     return kFine;

@@ -64,6 +64,7 @@ Json toJson(const PassRecord &record, bool stats) {
     json["name"] = record.name;
     json["text"] = record.text;
     json["requested"] = record.requested;
+    json["turn"] = record.turn == 0 ? Json() : Json(record.turn);
     json["ran"] = record.ran;
     json["would_run"] = record.wouldRun;
     json["changed"] = record.changed;
@@ -324,14 +325,9 @@ class PassRun {
     }
 
     void runPasses(Design &design, PassScheduler &scheduler, std::optional<PassResults> &results) {
-        for (const PassText &pass : mPasses) {
-            ParamContext::Settings settings;
-            for (const auto &[name, value] : pass.params) {
-                settings[name] = value;
-            }
-            scheduler.addPass(pass.name, ParamContext(settings));
-        }
+        addPasses(scheduler, mPasses);
         scheduler.setInstrumentation(mInstrumentation.get());
+        scheduler.keepAll();
         util::ProfilingSection section("passes", "");
         try {
             results.emplace(scheduler.apply(design));
@@ -397,8 +393,9 @@ class PassRun {
         std::string text;
         if (mArguments.list) {
             for (const PassRecord &record : mInstrumentation->records()) {
-                text += fmt::format("{:>5}  {}{}{}\n", record.number, record.text,
-                                    record.requested ? "" : " (required)", record.wouldRun ? "" : " (skipped)");
+                text +=
+                    fmt::format("{:>5}  {}{}{}{}\n", record.number, record.text, record.requested ? "" : " (required)",
+                                record.wouldRun ? "" : " (skipped)", record.turn == 0 ? "" : " (in turns)");
             }
         }
         if (mArguments.stats) {

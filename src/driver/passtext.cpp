@@ -42,7 +42,7 @@ class Reader {
         }
         skip(true);
         while (!atEnd()) {
-            if (!readPass() || !readSeparator()) {
+            if (!readItem() || !readSeparator()) {
                 return mError;
             }
         }
@@ -111,13 +111,16 @@ class Reader {
         return true;
     }
 
-    bool readPass() {
+    bool readItem() {
         PassText pass;
         pass.position = mPosition;
         if (!readName("the name of a pass", pass.name)) {
             return false;
         }
         skip(false);
+        if (pass.name == "repeat" && peek() == '(') {
+            return readTurns(pass.position);
+        }
         if (peek() == '{' && !readParams(pass)) {
             return false;
         }
@@ -125,10 +128,38 @@ class Reader {
         return true;
     }
 
+    bool readTurns(const TextPosition &position) {
+        if (mInTurns) {
+            mPosition = position;
+            return fail("a repeat stands in another");
+        }
+        advance(1);
+        skip(true);
+        if (peek() == ')') {
+            return fail("expected the name of a pass, found ')'");
+        }
+        mInTurns = true;
+        const std::size_t first = mPasses.size();
+        while (peek() != ')') {
+            if (!readItem() || !readSeparator()) {
+                return false;
+            }
+            if (atEnd()) {
+                return fail("expected ')', found the end of the text");
+            }
+        }
+        advance(1);
+        mInTurns = false;
+        mPasses[first].beginsTurns = true;
+        mPasses.back().endsTurns = true;
+        skip(false);
+        return true;
+    }
+
     /// A comma, a new line, or the end; further new lines and one comma behind a new line count as the same separator.
     bool readSeparator() {
         const bool newLine = skip(true);
-        if (atEnd()) {
+        if (atEnd() || (mInTurns && peek() == ')')) {
             return true;
         }
         if (peek() == ',') {
@@ -204,6 +235,7 @@ class Reader {
     Context *mContext;
     std::vector<PassText> &mPasses;
     std::size_t mAt = 0;
+    bool mInTurns = false;
     TextPosition mPosition;
     std::optional<PassTextError> mError;
 };
@@ -240,10 +272,57 @@ std::string printPassText(const PassText &pass) {
     return text;
 }
 
+namespace {
+
+using PassTexts = std::vector<PassText>::const_iterator;
+
+/// The last of the passes in turns that begin here; `end` if none begin, or their last is cut off.
+PassTexts lastOfTurns(PassTexts pass, PassTexts end) {
+    return pass->beginsTurns ? std::find_if(pass, end, [](const PassText &of) { return of.endsTurns; }) : end;
+}
+
+} // namespace
+
+void addPasses(PassScheduler &scheduler, const std::vector<PassText> &passes) {
+    bool inTurns = false;
+    for (auto pass = passes.begin(); pass != passes.end(); ++pass) {
+        if (lastOfTurns(pass, passes.end()) != passes.end()) {
+            scheduler.beginTurns();
+            inTurns = true;
+        }
+        ParamContext::Settings settings;
+        for (const auto &[name, value] : pass->params) {
+            settings[name] = value;
+        }
+        scheduler.addPass(pass->name, ParamContext(settings));
+        if (pass->endsTurns && inTurns) {
+            scheduler.endTurns();
+            inTurns = false;
+        }
+    }
+}
+
+std::vector<std::string> printPassItems(const std::vector<PassText> &passes) {
+    std::vector<std::string> items;
+    for (auto pass = passes.begin(); pass != passes.end(); ++pass) {
+        const auto last = lastOfTurns(pass, passes.end());
+        if (last == passes.end()) {
+            items.push_back(printPassText(*pass));
+            continue;
+        }
+        std::string turns = "repeat(";
+        for (; pass != last; ++pass) {
+            turns += printPassText(*pass) + ", ";
+        }
+        items.push_back(turns + printPassText(*last) + ")");
+    }
+    return items;
+}
+
 std::string printPassTexts(const std::vector<PassText> &passes) {
     std::string text;
-    for (const PassText &pass : passes) {
-        text += (text.empty() ? "" : ", ") + printPassText(pass);
+    for (const std::string &item : printPassItems(passes)) {
+        text += (text.empty() ? "" : ", ") + item;
     }
     return text;
 }

@@ -2,7 +2,8 @@
 //
 //     ElideTerminalPass, DumpXMLPass{P_FILENAME="out.xml", P_CLOBBER=A_TRUE}   # a comment
 //
-// Passes stand apart by commas or new lines. Reading tells where a text is wrong; whether the passes exist and know
+// Passes stand apart by commas or new lines. Those in "repeat(...)" run in turns until a turn changes nothing. Reading
+// tells where a text is wrong; whether the passes exist and know
 // their parameters is a second step, so that a text can be read without a library that knows them.
 #pragma once
 
@@ -13,6 +14,10 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
+namespace orvo {
+class PassScheduler;
+}
 
 namespace orvo::driver {
 
@@ -31,6 +36,9 @@ struct PassText {
     TextPosition position;
     /// Where each parameter's name stands, in the order of `params`.
     std::vector<TextPosition> paramPositions;
+    /// Whether the pass is the first, and the last, of those that run in turns.
+    bool beginsTurns = false;
+    bool endsTurns = false;
 };
 
 /// What is wrong with a text, and where.
@@ -44,9 +52,16 @@ struct PassTextError {
 /// `limits::kPassTextBytes` is an error like any other.
 std::optional<PassTextError> parsePassText(std::string_view text, Context *context, std::vector<PassText> &passes);
 
-/// One pass or a whole list on one line, which `parsePassText` reads back to the same list.
+/// One pass without its neighbours, or a whole list on one line, which `parsePassText` reads back to the same list.
 std::string printPassText(const PassText &pass);
 std::string printPassTexts(const std::vector<PassText> &passes);
+
+/// The list's items one by one: a pass that stands alone, or all that run in turns. Turns that are cut off at either
+/// end of the list run once.
+std::vector<std::string> printPassItems(const std::vector<PassText> &passes);
+
+/// Hands the list to a scheduler. Passes and parameters that do not exist are assertions.
+void addPasses(PassScheduler &scheduler, const std::vector<PassText> &passes);
 
 /// A pass or a parameter that does not exist.
 struct UnknownInPassText {

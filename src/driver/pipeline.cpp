@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <unordered_map>
 
 namespace orvo::driver {
@@ -76,7 +77,10 @@ class Reader {
         }
         const std::size_t word = std::min(whole.text.find_first_of(" \t#"), whole.text.size());
         if (whole.text.substr(0, word) == "include") {
-            readInclude(whole, word);
+            readInclude(whole, word, false);
+        } else if (whole.text.substr(0, word) == "repeat" &&
+                   trimmed(whole.text.substr(word)).text.substr(0, 1) != "(") {
+            readInclude(whole, word, true);
         } else {
             readPass(line, whole.at);
         }
@@ -114,7 +118,7 @@ class Reader {
         mPresets.push_back({name, {}});
     }
 
-    void readInclude(const Piece &line, std::size_t word) {
+    void readInclude(const Piece &line, std::size_t word, bool inTurns) {
         const std::string name = readName(line.text.substr(word), line.at + word);
         if (mError) {
             return;
@@ -131,9 +135,16 @@ class Reader {
             return;
         }
         const std::vector<PassText> &included = mPresets[at->second].passes;
-        if (takeRoom(included.size(), line.at)) {
+        if (inTurns &&
+            std::any_of(included.begin(), included.end(), [](const PassText &of) { return of.beginsTurns; })) {
+            fail(line.at, "preset '" + name + "' has a repeat, which cannot stand in another");
+            return;
+        }
+        if (takeRoom(included.size(), line.at) && !included.empty()) {
             std::vector<PassText> &passes = mPresets.back().passes;
-            passes.insert(passes.end(), included.begin(), included.end());
+            const auto first = passes.insert(passes.end(), included.begin(), included.end());
+            first->beginsTurns = first->beginsTurns || inTurns;
+            passes.back().endsTurns = passes.back().endsTurns || inTurns;
         }
     }
 
@@ -144,20 +155,27 @@ class Reader {
             mError->position.line = mLine;
             return;
         }
-        if (passes.size() > 1) {
-            fail(static_cast<std::size_t>(passes[1].position.column) - 1, "expected one pass a line");
-            return;
-        }
         if (passes.empty()) {
             fail(at, "expected the name of a pass");
             return;
         }
-        passes[0].position.line = mLine;
-        for (TextPosition &position : passes[0].paramPositions) {
-            position.line = mLine;
+        // Passes that run in turns are one item.
+        const auto last = passes[0].beginsTurns ? std::find_if(passes.begin(), passes.end(),
+                                                               [](const PassText &of) { return of.endsTurns; })
+                                                : passes.begin();
+        if (const auto behind = std::next(last); behind != passes.end()) {
+            fail(static_cast<std::size_t>(behind->position.column) - 1, "expected one pass a line");
+            return;
         }
-        if (takeRoom(1, at)) {
-            mPresets.back().passes.push_back(std::move(passes[0]));
+        for (PassText &pass : passes) {
+            pass.position.line = mLine;
+            for (TextPosition &position : pass.paramPositions) {
+                position.line = mLine;
+            }
+        }
+        if (takeRoom(passes.size(), at)) {
+            std::vector<PassText> &all = mPresets.back().passes;
+            all.insert(all.end(), std::make_move_iterator(passes.begin()), std::make_move_iterator(passes.end()));
         }
     }
 
@@ -195,8 +213,8 @@ std::optional<PassTextError> parsePipelines(std::string_view text, Context *cont
 
 std::string printPipeline(const Preset &preset) {
     std::string text = "[" + preset.name + "]\n";
-    for (const PassText &pass : preset.passes) {
-        text += printPassText(pass) + "\n";
+    for (const std::string &item : printPassItems(preset.passes)) {
+        text += item + "\n";
     }
     return text;
 }

@@ -4,6 +4,7 @@
 //     ElideFromGotoPass                     # one pass a line, with parameters as in lists of passes
 //     [primitives]
 //     include structural                    # all passes of a preset above
+//     repeat records                        # the same, in turns until a turn changes nothing
 #pragma once
 
 #include "driver/passtext.h"

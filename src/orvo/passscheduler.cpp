@@ -3,6 +3,7 @@
 
 #include <orvo/context.h>
 #include <orvo/design.h>
+#include <orvo/limits.h>
 #include <orvo/logging.h>
 #include <orvo/pass.h>
 
@@ -49,6 +50,64 @@ struct PassCmd {
     Pass *pass;
     ParamContext params;
     bool requested;
+    std::size_t request;
+};
+
+/// Commands that run in turns: from `first` on, up to before `last`.
+struct CommandTurns {
+    std::size_t first;
+    std::size_t last;
+};
+
+/// Which command comes next, turns respected.
+class CommandOrder {
+  public:
+    CommandOrder(const Design &design, std::vector<CommandTurns> turns) : mDesign(design), mTurns(std::move(turns)) {
+        enter();
+    }
+    std::size_t at() const { return mAt; }
+    std::size_t turn() const { return isInTurns() ? mTurn : 0; }
+    /// Goes on behind the command at `at()`.
+    void next() {
+        const bool wasIn = isInTurns();
+        ++mAt;
+        if (wasIn && mAt == mTurns[mNext].last) {
+            endTurn();
+        } else if (!wasIn) {
+            enter();
+        }
+    }
+
+  private:
+    bool isInTurns() const { return mNext < mTurns.size() && mAt >= mTurns[mNext].first; }
+
+    void enter() {
+        mTurn = 1;
+        mEdits = mDesign.editCount();
+    }
+
+    void endTurn() {
+        const bool changed = mDesign.editCount() != mEdits;
+        if (changed && mTurn < limits::kPassTurns) {
+            mAt = mTurns[mNext].first;
+            mEdits = mDesign.editCount();
+            ++mTurn;
+            return;
+        }
+        if (changed) {
+            log::msg(msg::warning::PASSES_DO_NOT_SETTLE, log::p("turns", std::to_string(mTurn)));
+        }
+        ++mNext;
+        enter();
+    }
+
+    const Design &mDesign;
+    std::vector<CommandTurns> mTurns;
+    std::size_t mAt = 0;
+    /// The turns that the command stands in or before.
+    std::size_t mNext = 0;
+    std::size_t mTurn = 0;
+    std::uint64_t mEdits = 0;
 };
 
 } // namespace
@@ -70,7 +129,7 @@ class PassResultsImpl {
     PassResultsImpl &operator=(const PassResultsImpl &) = delete;
 
     void run(const std::vector<PassRequest> &requests, const std::set<PassRequest> &required,
-             PassInstrumentation *instrumentation);
+             const PassRunOptions &options);
     const PassContext::PassMap &passes() const { return mPasses; }
 
   private:
@@ -84,8 +143,8 @@ class PassResultsImpl {
     Pass *getAddPass(const PassRequest &request);
     void insertRequirements(const PassDeclarations &declarations, const PassRequest *waiting, Depends &depends,
                             Worklist &worklist, Worklist::iterator before);
-    void expand(const PassRequest &request, std::vector<PassCmd> &commands);
-    void applyPass(const PassCmd &command, std::size_t index, PassInstrumentation *instrumentation);
+    void expand(const PassRequest &request, std::size_t place, std::vector<PassCmd> &commands);
+    void applyPass(const PassCmd &command, std::size_t index, std::size_t turn, PassInstrumentation *instrumentation);
     void deletePass(Pass *pass);
 
     Design *mDesign;
@@ -135,7 +194,7 @@ void PassResultsImpl::insertRequirements(const PassDeclarations &declarations, c
     }
 }
 
-void PassResultsImpl::expand(const PassRequest &request, std::vector<PassCmd> &commands) {
+void PassResultsImpl::expand(const PassRequest &request, std::size_t place, std::vector<PassCmd> &commands) {
     Worklist worklist;
     Depends depends;
     PassDeclarations first;
@@ -148,13 +207,14 @@ void PassResultsImpl::expand(const PassRequest &request, std::vector<PassCmd> &c
         insertRequirements(declarations, &mRequests.at(*at), depends, worklist, at);
     }
     for (auto at = worklist.begin(); at != worklist.end(); ++at) {
-        commands.push_back({PASSCMD_APPLY, *at, mParams.at(*at), std::next(at) == worklist.end()});
+        commands.push_back({PASSCMD_APPLY, *at, mParams.at(*at), std::next(at) == worklist.end(), place});
     }
 }
 
-void PassResultsImpl::applyPass(const PassCmd &command, std::size_t index, PassInstrumentation *instrumentation) {
+void PassResultsImpl::applyPass(const PassCmd &command, std::size_t index, std::size_t turn,
+                                PassInstrumentation *instrumentation) {
     Pass &pass = *command.pass;
-    PassExecution execution{index, &pass, pass.getName(), &command.params, command.requested};
+    PassExecution execution{index, &pass, pass.getName(), &command.params, command.requested, command.request, turn};
     if (instrumentation != nullptr && !instrumentation->shouldRun(execution, *mDesign)) {
         return;
     }
@@ -187,37 +247,49 @@ void PassResultsImpl::deletePass(Pass *pass) {
 }
 
 void PassResultsImpl::run(const std::vector<PassRequest> &requests, const std::set<PassRequest> &required,
-                          PassInstrumentation *instrumentation) {
+                          const PassRunOptions &options) {
     ORVO_ASSERT(mDesign != nullptr, "passes run on a design that is gone");
     ContextMgr guard(mDesign->getContext());
     for (const PassRequest &request : required) {
         getAddPass(request);
     }
     std::vector<PassCmd> commands;
+    // Where the commands of each request begin, and those behind the last end.
+    std::vector<std::size_t> begins;
     for (const PassRequest &request : requests) {
-        expand(request, commands);
+        begins.push_back(commands.size());
+        expand(request, begins.size() - 1, commands);
+    }
+    begins.push_back(commands.size());
+    std::vector<CommandTurns> commandTurns;
+    for (const PassTurns &of : options.turns) {
+        ORVO_ASSERT(of.first < of.last && of.last <= requests.size(), "turns of passes that are none");
+        commandTurns.push_back({begins[of.first], begins[of.last]});
     }
     for (Pass *pass : mTemporary) {
-        commands.push_back({PASSCMD_DELETE, pass, {}, false});
+        if (!options.keepsAll) {
+            commands.push_back({PASSCMD_DELETE, pass, {}, false, 0});
+        }
     }
     mTemporary.clear();
-    std::size_t index = 0;
-    for (auto command = commands.begin(); command != commands.end(); ++command) {
-        if (command->kind == PASSCMD_DELETE) {
-            deletePass(command->pass);
-            continue;
-        }
-        try {
-            applyPass(*command, index++, instrumentation);
-        } catch (...) {
-            // What only this run needed goes with it.
-            for (; command != commands.end(); ++command) {
-                if (command->kind == PASSCMD_DELETE) {
-                    deletePass(command->pass);
-                }
+    CommandOrder order(*mDesign, std::move(commandTurns));
+    try {
+        for (std::size_t index = 0; order.at() < commands.size(); order.next()) {
+            const PassCmd &command = commands[order.at()];
+            if (command.kind == PASSCMD_DELETE) {
+                deletePass(command.pass);
+            } else {
+                applyPass(command, index++, order.turn(), options.instrumentation);
             }
-            throw;
         }
+    } catch (...) {
+        // What only this run needed goes with it.
+        for (std::size_t at = order.at(); at < commands.size(); ++at) {
+            if (commands[at].kind == PASSCMD_DELETE) {
+                deletePass(commands[at].pass);
+            }
+        }
+        throw;
     }
 }
 
@@ -245,8 +317,8 @@ Pass *PassResults::getPass(const std::string &name, const ParamContext &params) 
 std::size_t PassResults::size() const { return mImpl->passes().size(); }
 
 void PassResults::run(const std::vector<PassRequest> &requests, const std::set<PassRequest> &required,
-                      PassInstrumentation *instrumentation) {
-    mImpl->run(requests, required, instrumentation);
+                      const PassRunOptions &options) {
+    mImpl->run(requests, required, options);
 }
 
 void PassScheduler::addPass(const std::string &name, const ParamContext &params) {
@@ -263,9 +335,25 @@ void PassScheduler::requirePass(const std::string &name, const ParamContext &par
     mRequired.insert(request);
 }
 
+void PassScheduler::beginTurns() {
+    ORVO_ASSERT(!mInTurns, "turns of passes stand in others");
+    mInTurns = true;
+    mOptions.turns.push_back({mRequests.size(), mRequests.size()});
+}
+
+void PassScheduler::endTurns() {
+    ORVO_ASSERT(mInTurns, "turns of passes end that did not begin");
+    mInTurns = false;
+    mOptions.turns.back().last = mRequests.size();
+    if (mOptions.turns.back().first == mOptions.turns.back().last) {
+        mOptions.turns.pop_back();
+    }
+}
+
 PassResults PassScheduler::apply(Design &design) const {
     PassResults results(design, mState);
-    results.run(mRequests, mRequired, mInstrumentation);
+    ORVO_ASSERT(!mInTurns, "turns of passes have no end");
+    results.run(mRequests, mRequired, mOptions);
     return results;
 }
 

@@ -1,6 +1,7 @@
 // The table of passes, in the order of their registration. A pass stands here from the day that it does its work.
 #include "orvo/passtable.h"
 
+#include "orvo/checkscalarsignalspass.h"
 #include "orvo/deadblockpass.h"
 #include "orvo/deadmodelpass.h"
 #include "orvo/dumptypespass.h"
@@ -58,6 +59,7 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(UnrollScheduledModelPass),
     ORVO_PASS_ROW(UnrollVectorPass),
     ORVO_PASS_ROW(UnrollVectorCrossModelPass),
+    ORVO_PASS_ROW(CheckScalarSignalsPass),
 };
 #undef ORVO_PASS_ROW
 

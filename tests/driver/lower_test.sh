@@ -28,7 +28,24 @@ run 0 lower --print-pipeline --preset primitives
 has out '[primitives]'
 has out ElideTerminalPass
 run 0 lower --print-pipeline --json
-json out 'd["schema"] == "orvo.pipeline/1" and d["preset"] == "structural" and d["passes"][0] == {"name": "ElideFromGotoPass", "text": "ElideFromGotoPass"}'
+json out 'd["schema"] == "orvo.pipeline/1" and d["preset"] == "structural" and d["passes"][0] == {"name": "ElideFromGotoPass", "text": "ElideFromGotoPass", "begins_turns": False, "ends_turns": False}'
+
+# Passes in turns run until one changes nothing; what is cut off of them runs once.
+run 0 lower --print-pipeline
+has out 'repeat(UnrollAggregatePass, UnrollAggregateCrossModelPass, UnrollVectorPass, UnrollVectorCrossModelPass, ElideUnpackPass)'
+run 0 lower "$example" --list
+has out 'UnrollVectorPass (in turns)'
+[ "$(grep -c UnrollVectorPass out)" = 1 ] || die "more than one turn is listed"
+run 0 lower --print-pipeline --upto UnrollVectorPass
+lacks out repeat
+has out UnrollVectorPass
+lacks out ElideUnpackPass
+run 0 lower --print-pipeline --json
+json out '[(p["begins_turns"], p["ends_turns"]) for p in d["passes"] if p["name"] in ("UnrollAggregatePass", "UnrollVectorPass")] == [(True, False), (False, False)]'
+run 0 lower "$example" -o - --json
+json err '{p["turn"] for p in d["passes"] if p["name"] == "UnrollVectorPass"} == {1, 2} and d["passes"][0]["turn"] is None'
+run 0 opt "$example" -p 'repeat(UnrollVectorPass, UnrollVectorCrossModelPass, ElideUnpackPass)' -o turns.xml --check sim
+lacks turns.xml typeVector
 
 # --upto ends behind the last of its name.
 cat >own <<'TEXT'
