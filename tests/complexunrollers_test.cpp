@@ -1,6 +1,8 @@
 // Which block types come apart, and what each makes of its complex signals.
 #include "orvo/complexunrollers.h"
 
+#include "orvo/boundarycomplexunroller.h"
+
 #include "support/cataloguefindings.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
@@ -13,7 +15,11 @@
 #include <orvo/pass.h>
 #include <orvo/typeinfer.h>
 
+#include <rapidcheck/gtest.h>
+
 #include <set>
+#include <string>
+#include <vector>
 
 namespace orvo {
 namespace {
@@ -44,6 +50,22 @@ TEST(ComplexUnrollers, areRegisteredAsTheirRowsTell) {
         const auto *handler = mgr.context()->getBlockClass(*row.blockType)->get<ComplexUnrollHandler>();
         EXPECT_EQ(handler, row.handler == nullptr ? nullptr : row.handler()) << row.blockType->text();
     }
+}
+
+TEST(ComplexUnrollers, areThoseOfBoundariesWherePortsHaveNames) {
+    ContextMgr mgr;
+    for (const StaticString *type :
+         {&A_SIGNAL_IN_BLOCK, &A_SIGNAL_OUT_BLOCK, &A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK, &A_UNSCHED_BLOCK,
+          &A_BOUNDARY_BLOCK, &A_HIDDEN_IFACE_BLOCK, &A_EXT_IFACE_BLOCK, &A_CIC_BLOCK, &A_FIR_BLOCK, &A_MIXER_BLOCK}) {
+        const auto *handler = mgr.context()->getBlockClass(*type)->get<ComplexUnrollHandler>();
+        EXPECT_NE(dynamic_cast<const BoundaryComplexUnrollHandler *>(handler), nullptr) << type->text();
+    }
+    Design design(mgr.context());
+    Block &marks = *Block::create(*Model::create(design, "top"), "marks");
+    const auto unroller = BoundaryComplexUnrollHandler().createUnroller(marks);
+    EXPECT_NE(dynamic_cast<BoundaryComplexUnroller *>(unroller.get()), nullptr);
+    EXPECT_EQ(unroller->getSuffix(), "cunroll");
+    EXPECT_TRUE(unroller->takesVectors());
 }
 
 TEST(ComplexUnrollValues, haveAZeroImaginaryPartIfTheyAreNumericAndReal) {
@@ -223,6 +245,76 @@ TEST_F(ComplexUnrollersTest, multipliesAnyNumberOfFactors) {
     madeOf("multBlock", {{"0", "c float(10,5)"}, {"1", "c float(10,5)"}, {"2", "c float(10,5)"}},
            {{"primWireOut", ""}});
     EXPECT_EQ(count(A_MULT_BLOCK), 8U);
+}
+
+/// The type of a factor in the short form, of at most six bits.
+std::string factorType(bool isComplex) {
+    const int whole = *rc::gen::inRange(1, 4);
+    const int fraction = *rc::gen::inRange(0, 3);
+    return std::string(isComplex ? "c " : "") + (*rc::gen::arbitrary<bool>() ? "s" : "u") + std::to_string(whole) +
+           "." + std::to_string(fraction);
+}
+
+/// Two factors and more, at least one of them complex, in any order, in the type of the product or in a given one.
+RC_GTEST_FIXTURE_PROP(ComplexUnrollersTest, multipliesWhicheverFactorsAreComplex, ()) {
+    const int factors = *rc::gen::inRange(2, 6);
+    const int sure = *rc::gen::inRange(0, factors);
+    std::vector<std::string> texts;
+    for (int i = 0; i < factors; ++i) {
+        const bool isComplex = i == sure || *rc::gen::arbitrary<bool>();
+        texts.push_back(std::to_string(i));
+        texts.push_back(factorType(isComplex));
+    }
+    Texts inputs;
+    for (std::size_t i = 0; i < texts.size(); i += 2) {
+        inputs.emplace_back(texts[i].c_str(), texts[i + 1].c_str());
+    }
+    const bool isMonster = *rc::gen::arbitrary<bool>();
+    const bool isKaratsuba = *rc::gen::arbitrary<bool>();
+    Texts params;
+    if (isKaratsuba) {
+        params.emplace_back("complexKaratsuba", "true");
+    }
+    // Fewer bits above and below than the exact product has.
+    const std::string given =
+        "(typeSFixed " + std::to_string(*rc::gen::inRange(2, 6)) + " " + std::to_string(*rc::gen::inRange(0, 4)) + ")";
+    const bool isGiven = !isMonster && *rc::gen::arbitrary<bool>();
+    if (isGiven) {
+        params.emplace_back("multType", given.c_str());
+    }
+    RC_LOG() << given << isGiven << isMonster << isKaratsuba;
+    for (const std::string &text : texts) {
+        RC_LOG() << " " << text;
+    }
+    Design before(mgr.context());
+    Design after(mgr.context());
+    const char *type = isMonster ? "monsterMultBlock" : "multBlock";
+    oneBlock(before, type, inputs, {{"primWireOut", ""}}, params);
+    mModel = &oneBlock(after, type, inputs, {{"primWireOut", ""}}, params);
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollComplexPass");
+    scheduler.apply(after);
+    RC_ASSERT(heard.take() == std::vector<std::string>{});
+    RC_ASSERT(mModel->getBlock(value("block")) == nullptr);
+    RC_ASSERT(test::newCatalogueFindings(before, after) == std::vector<std::string>{});
+    const auto same = test::sameBehaviour(before, after, mModel->getName()->toString());
+    if (!same) {
+        RC_LOG() << same.message();
+    }
+    RC_ASSERT(static_cast<bool>(same));
+    // Two real factors need one, a real one and a complex one two, and two complex ones four or three.
+    std::size_t multipliers = 0;
+    bool isComplex = false;
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        const bool isNext = inputs[i].second[0] == 'c';
+        if (i > 0) {
+            const bool areThree = isKaratsuba && inputs.size() == 2;
+            multipliers += isComplex && isNext ? (areThree ? 3 : 4) : isComplex || isNext ? 2 : 1;
+        }
+        isComplex = isComplex || isNext;
+    }
+    RC_ASSERT(count(A_MULT_BLOCK) + count(A_MONSTER_MULT_BLOCK) == multipliers);
 }
 
 TEST_F(ComplexUnrollersTest, multipliesByThePartsOfAConstant) {

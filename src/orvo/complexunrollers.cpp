@@ -399,14 +399,6 @@ class EqualityComplexUnroller final : public DefaultComplexUnroller {
     Wire *mBoth = nullptr;
 };
 
-/// Ports and wires that have names of their own inside a model, where nothing counts on the order of their parts.
-class PrimBoundaryComplexUnroller : public BoundaryComplexUnroller {
-  public:
-    using BoundaryComplexUnroller::BoundaryComplexUnroller;
-    std::string reason() const override { return namesClash() ? "the name of a part is in use" : ""; }
-    bool takesVectors() const override { return true; }
-};
-
 /// Data of a region that can stall; each part gets a number of its own.
 class StallBoundaryComplexUnroller final : public ComplexUnroller {
   public:
@@ -458,9 +450,9 @@ class StallBoundaryComplexUnroller final : public ComplexUnroller {
 };
 
 /// The map of types names the parts.
-class LatencyPlaceholderComplexUnroller final : public PrimBoundaryComplexUnroller {
+class LatencyPlaceholderComplexUnroller final : public BoundaryComplexUnroller {
   public:
-    using PrimBoundaryComplexUnroller::PrimBoundaryComplexUnroller;
+    using BoundaryComplexUnroller::BoundaryComplexUnroller;
     void postAttach() override {
         Context *context = block().getContext();
         std::vector<PureValueRef> entries;
@@ -478,7 +470,7 @@ class LatencyPlaceholderComplexUnroller final : public PrimBoundaryComplexUnroll
             }
         }
         block().setParam(A_LATENCY_PLACEHOLDER_TYPEMAP, PureTupleValue::get(entries, context));
-        PrimBoundaryComplexUnroller::postAttach();
+        BoundaryComplexUnroller::postAttach();
     }
 };
 
@@ -550,7 +542,6 @@ class TypePinComplexUnroller final : public ComplexUnroller {
     std::vector<PureValueRef> mTypes;
 };
 
-/// A product of one factor is that factor.
 /// What has no output has no result whose type could be known, and nothing that its parts would have to give.
 template <class U> class ProductUnrollHandler final : public ComplexUnrollHandler {
   public:
@@ -562,6 +553,7 @@ template <class U> class ProductUnrollHandler final : public ComplexUnrollHandle
     }
 };
 
+/// A product of one factor is that factor.
 class MultiplyUnrollHandler final : public ComplexUnrollHandler {
   public:
     std::shared_ptr<ComplexUnroller> createUnroller(Block &block) const override {
@@ -582,6 +574,11 @@ const ComplexUnrollHandler *defaultHandler() {
 
 template <class U> const ComplexUnrollHandler *productHandler() {
     static const ProductUnrollHandler<U> handler;
+    return &handler;
+}
+
+const ComplexUnrollHandler *boundaryHandler() {
+    static const BoundaryComplexUnrollHandler handler;
     return &handler;
 }
 
@@ -731,12 +728,12 @@ const ComplexUnrollRow kRows[] = {
     {&A_MODEL_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollComplexCrossModelPass"},
     {&A_INPUT_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollComplexCrossModelPass"},
     {&A_OUTPUT_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollComplexCrossModelPass"},
-    {&A_SIGNAL_IN_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_SIGNAL_OUT_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_SIGNAL_IN_BLOCK, boundaryHandler, kNames},
+    {&A_SIGNAL_OUT_BLOCK, boundaryHandler, kNames},
     {&A_TERMINAL_BLOCK, defaultHandler, kParts},
     {&A_FOLDING_KERNEL_BOUNDARY_BLOCK, defaultHandler, kParts},
-    {&A_CHANNEL_IN_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_CHANNEL_OUT_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_CHANNEL_IN_BLOCK, boundaryHandler, kNames},
+    {&A_CHANNEL_OUT_BLOCK, boundaryHandler, kNames},
     {&A_TYPE_PIN_BLOCK, handler<TypePinComplexUnroller>, "one pin with two ports a complex signal"},
     {&A_VPACK_BLOCK, nullptr, "what joins parts stays"},
     {&A_VUNPACK_BLOCK, nullptr, "what joins parts stays"},
@@ -747,10 +744,10 @@ const ComplexUnrollRow kRows[] = {
     {&A_CUNPACK_BLOCK, nullptr, "what joins parts stays"},
     {&A_APACK_BLOCK, nullptr, "what joins parts stays"},
     {&A_AUNPACK_BLOCK, nullptr, "what joins parts stays"},
-    {&A_UNSCHED_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_BOUNDARY_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_HIDDEN_IFACE_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_EXT_IFACE_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_UNSCHED_BLOCK, boundaryHandler, kNames},
+    {&A_BOUNDARY_BLOCK, boundaryHandler, kNames},
+    {&A_HIDDEN_IFACE_BLOCK, boundaryHandler, kNames},
+    {&A_EXT_IFACE_BLOCK, boundaryHandler, kNames},
     {&A_LATENCY_PLACEHOLDER_BLOCK, handler<LatencyPlaceholderComplexUnroller>, kNames},
     {&A_SCHEDULED_MODEL_BLOCK, nullptr, "its ports follow the mappings of the scheduled model"},
     {&A_UNSUPPORTED_BLOCK, nullptr, "nothing is known of what it computes"},
@@ -766,13 +763,13 @@ const ComplexUnrollRow kRows[] = {
     {&A_PIPE_BLOCK, defaultHandler, kParts},
     {&A_FIXED_MFUNC_BLOCK, defaultHandler, kParts},
     {&A_FLOAT_MFUNC_BLOCK, defaultHandler, kParts},
-    {&A_CIC_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_FIR_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_SCALE_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_MIXER_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_NCO_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_CHANVIEW_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_SHARED_FIFO_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_CIC_BLOCK, boundaryHandler, kNames},
+    {&A_FIR_BLOCK, boundaryHandler, kNames},
+    {&A_SCALE_BLOCK, boundaryHandler, kNames},
+    {&A_MIXER_BLOCK, boundaryHandler, kNames},
+    {&A_NCO_BLOCK, boundaryHandler, kNames},
+    {&A_CHANVIEW_BLOCK, boundaryHandler, kNames},
+    {&A_SHARED_FIFO_BLOCK, boundaryHandler, kNames},
     {&A_AXI4_STREAM_RECEIVER_BLOCK, nullptr, "what is outside knows its signals by their names"},
     {&A_AXI4_STREAM_TRANSMITTER_BLOCK, nullptr, "what is outside knows its signals by their names"},
     {&A_BFU_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
