@@ -577,10 +577,10 @@ TEST_F(ComplexUnrollersTest, leavesBlocksWholeWhoseControlsOrAddressesAreComplex
           {"cordicPortY", "c s4.4"},
           {"cordicPortAngle", "s3.4"},
           {"cordicPortMode", "c u1.0"}},
-         {{"cordicWireX", ""}, {"cordicWireY", ""}, {"cordicWireAngle", ""}},
+         {{"cordicWireX", "c s6.4"}, {"cordicWireY", "c s6.4"}, {"cordicWireAngle", "s4.4"}},
          {}},
-        {"multPow2Block", {{"0", "c float(10,5)"}, {"1", "c s3.0"}}, out, {}},
-        {"pownBlock", {{"0", "c float(10,5)"}, {"1", "c s3.0"}}, out, {}},
+        {"multPow2Block", {{"0", "c float(10,5)"}, {"1", "c s3.0"}}, {{"primWireOut", "c float(10,5)"}}, {}},
+        {"pownBlock", {{"0", "c float(10,5)"}, {"1", "c s3.0"}}, {{"primWireOut", "c float(10,5)"}}, {}},
     };
     for (const SharedCase &one : cases) {
         Design design(mgr.context());
@@ -590,6 +590,38 @@ TEST_F(ComplexUnrollersTest, leavesBlocksWholeWhoseControlsOrAddressesAreComplex
         scheduler.addPass("UnrollComplexPass");
         scheduler.apply(design);
         EXPECT_EQ(heard.take(), std::vector<std::string>{kRefused + "a control or an address is complex"}) << one.type;
+        EXPECT_NE(model.getBlock(value("block")), nullptr) << one.type;
+    }
+}
+
+TEST_F(ComplexUnrollersTest, tellsOfBlocksThatTakeRealNumbersOnly) {
+    const char *number = "c float(10,5)";
+    const Texts none{};
+    const SharedCase cases[] = {
+        {"divideBlock", {{"0", number}, {"1", number}}, {{"primWireOut", ""}}, none},
+        {"divideBlock", {{"0", "c s4.0"}, {"1", "s4.0"}}, {{"primWireOut", ""}}, none},
+        {"divideBlock", {{"0", "c s4.0"}, {"1", "c s4.0"}}, {{"primWireOut", ""}}, {{"intDivider", "true"}}},
+        {"floatMultaccBlock", {{"0", number}, {"1", number}, {"2", "u1.0"}}, {{"primWireOut", ""}}, none},
+        {"floatMultaddBlock", {{"0", number}, {"1", number}, {"2", number}}, {{"primWireOut", ""}}, none},
+        {"floatMultsubBlock", {{"0", number}, {"1", number}, {"2", number}}, {{"primWireOut", ""}}, none},
+        {"ldCounterBlock",
+         {{"0", "u1.0"}, {"1", "c u4.0"}, {"2", "u4.0"}, {"3", "u4.0"}, {"portEnable", "u1.0"}},
+         {{"primWireOut", ""}},
+         none},
+        // A pin gives the output the type that the rule does not find.
+        {"cmpGeBlock", {{"0", "c s4.0"}, {"1", "s4.0"}}, {{"primWireOut", "u1.0"}}, none},
+        {"modMultBlock", {{"0", "c u4.0"}, {"1", "u4.0"}}, {{"primWireOut", "u4.0"}}, {{"modMultModulusValue", "9"}}},
+        {"bitCountBlock", {{"0", "c s4.0"}}, {{"primWireOut", "u3.0"}}, none},
+    };
+    for (const SharedCase &one : cases) {
+        Design design(mgr.context());
+        const Model &model = oneBlock(design, one.type, one.inputs, one.outputs, one.params);
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollComplexPass");
+        scheduler.apply(design);
+        EXPECT_EQ(heard.take(), std::vector<std::string>{kRefused + "its type computes on real numbers alone"})
+            << one.type;
         EXPECT_NE(model.getBlock(value("block")), nullptr) << one.type;
     }
 }

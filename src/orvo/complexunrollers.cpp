@@ -221,6 +221,13 @@ class ConstDivComplexUnroller final : public DefaultComplexUnroller {
     }
 };
 
+/// The type rules of some types refuse complex operands, but a pin behind a block gives its output a type all the same.
+class RealOnlyUnroller final : public DefaultComplexUnroller {
+  public:
+    using DefaultComplexUnroller::DefaultComplexUnroller;
+    std::string reason() const override { return "its type computes on real numbers alone"; }
+};
+
 /// As a product, with the constant's parts in the multipliers.
 class ConstMultComplexUnroller final : public ComplexUnroller {
   public:
@@ -642,18 +649,18 @@ const ComplexUnrollRow kRows[] = {
     {&A_ABS_BLOCK, defaultHandler, kParts},
     {&A_CMP_EQ_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
     {&A_CMP_NE_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
-    {&A_CMP_GE_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
-    {&A_CMP_LT_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
-    {&A_COMPARECTRL_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
-    {&A_BIT_COUNT_BLOCK, nullptr, "its type rule takes a real operand alone"},
+    {&A_CMP_GE_BLOCK, realOnlyHandler, "its type rule takes real operands alone: complex numbers have no order"},
+    {&A_CMP_LT_BLOCK, realOnlyHandler, "its type rule takes real operands alone: complex numbers have no order"},
+    {&A_COMPARECTRL_BLOCK, realOnlyHandler, "its type rule takes real operands alone: complex numbers have no order"},
+    {&A_BIT_COUNT_BLOCK, realOnlyHandler, "its type rule takes a real operand alone"},
     {&A_CTPOP_BLOCK, defaultHandler, kParts},
     {&A_TRUNCATE_BLOCK, defaultHandler, kParts},
     {&A_TRUNCATE_TO_ZERO_BLOCK, defaultHandler, kParts},
     {&A_BIASED_ROUND_BLOCK, defaultHandler, kParts},
     {&A_UNBIASED_ROUND_BLOCK, defaultHandler, kParts},
     {&A_CONST_BLOCK, handler<ConstComplexUnroller>, kValues},
-    {&A_DIVIDE_BLOCK, nullptr, "a quotient of complex numbers is not that of their parts, and has no meaning here"},
-    {&A_MOD_MULT_BLOCK, nullptr, "its type rule takes real operands alone: residues are of integers"},
+    {&A_DIVIDE_BLOCK, realOnlyHandler, "a quotient of complex numbers is not that of their parts, and has no meaning here"},
+    {&A_MOD_MULT_BLOCK, realOnlyHandler, "its type rule takes real operands alone: residues are of integers"},
     {&A_CONSTMULT_BLOCK, productHandler<ConstMultComplexUnroller>, "multipliers by the parts of the constant, and a difference and a sum"},
     {&A_CONSTDIV_BLOCK, handler<ConstDivComplexUnroller>, "a block of each part, where the divisor is real"},
     {&A_RAW_SHIFT_BLOCK, defaultHandler, kParts},
@@ -707,22 +714,22 @@ const ComplexUnrollRow kRows[] = {
     {&A_COSPIX_BLOCK, defaultHandler, kParts},
     {&A_SINCOSPIXFUSED_BLOCK, defaultHandler, kParts},
     {&A_CORDIC_BLOCK, handler<CordicComplexUnroller>, kShared},
-    {&A_FLOAT_MULTADD_BLOCK, nullptr, "its result is one real number in single precision by its type rule"},
-    {&A_FLOAT_MULTSUB_BLOCK, nullptr, "its result is one real number in single precision by its type rule"},
+    {&A_FLOAT_MULTADD_BLOCK, realOnlyHandler, "its result is one real number in single precision by its type rule"},
+    {&A_FLOAT_MULTSUB_BLOCK, realOnlyHandler, "its result is one real number in single precision by its type rule"},
     {&A_FLOAT_CLASS_BLOCK, defaultHandler, kParts},
     {&A_DUAL_MEM_BLOCK, handler<DualMemComplexUnroller>, kValues},
     {&A_LUT_BLOCK, handler<LUTComplexUnroller>, kValues},
     {&A_SYNC_REGISTER_BLOCK, handler<SyncRegisterUnroller>, kValues},
     {&A_FIFO_BLOCK, handler<FIFOComplexUnroller>, kShared},
     {&A_FIFO_DELAY_BLOCK, handler<FIFOComplexUnroller>, kShared},
-    {&A_SEQUENCE_BLOCK, nullptr, "pulses by a real enable"},
-    {&A_COUNTER_BLOCK, nullptr, "counts below real limits"},
-    {&A_LD_COUNTER_BLOCK, nullptr, "counts below real limits"},
-    {&A_LOOP_BLOCK, nullptr, "counts below real limits"},
-    {&A_FOR_LOOP_BLOCK, nullptr, "counts below real limits"},
+    {&A_SEQUENCE_BLOCK, realOnlyHandler, "pulses by a real enable"},
+    {&A_COUNTER_BLOCK, realOnlyHandler, "counts below real limits"},
+    {&A_LD_COUNTER_BLOCK, realOnlyHandler, "counts below real limits"},
+    {&A_LOOP_BLOCK, realOnlyHandler, "counts below real limits"},
+    {&A_FOR_LOOP_BLOCK, realOnlyHandler, "counts below real limits"},
     {&A_ACC_BLOCK, handler<FloatAccComplexUnroller>, kShared},
-    {&A_FLOAT_MULTACC_BLOCK, nullptr, "products of complex numbers are not accumulated"},
-    {&A_DECODE_BLOCK, nullptr, "compares a real address"},
+    {&A_FLOAT_MULTACC_BLOCK, realOnlyHandler, "products of complex numbers are not accumulated"},
+    {&A_DECODE_BLOCK, realOnlyHandler, "compares a real address"},
     {&A_DEMUX_BLOCK, handler<DemuxComplexUnroller>, kShared},
     {&A_FANOUT_BLOCK, defaultHandler, kParts},
     {&A_MODEL_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollComplexCrossModelPass"},
@@ -868,10 +875,10 @@ const ComplexUnrollRow kRows[] = {
     {&U_BIT_SELECT_BLOCK, defaultHandler, kParts},
     {&U_CAST_BLOCK, defaultHandler, kParts},
     {&U_CMP_EQ_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
-    {&U_CMP_GE_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
-    {&U_CMP_LT_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
+    {&U_CMP_GE_BLOCK, realOnlyHandler, "its type rule takes real operands alone: complex numbers have no order"},
+    {&U_CMP_LT_BLOCK, realOnlyHandler, "its type rule takes real operands alone: complex numbers have no order"},
     {&U_CMP_NE_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
-    {&U_FOR_LOOP_BLOCK, nullptr, "counts below real limits"},
+    {&U_FOR_LOOP_BLOCK, realOnlyHandler, "counts below real limits"},
     {&U_LUT_BLOCK, handler<LUTComplexUnroller>, kValues},
     {&U_MUX_BLOCK, handler<MuxComplexUnroller>, kShared},
     {&U_NAND_BLOCK, defaultHandler, kParts},
@@ -891,6 +898,11 @@ const ComplexUnrollRow kRows[] = {
 // clang-format on
 
 } // namespace
+
+const ComplexUnrollHandler *realOnlyHandler() {
+    static const ComplexUnrollHandlerT<RealOnlyUnroller> handler;
+    return &handler;
+}
 
 std::span<const ComplexUnrollRow> complexUnrollRows() { return kRows; }
 
