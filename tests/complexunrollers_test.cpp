@@ -505,6 +505,27 @@ TEST_F(ComplexUnrollersTest, givesTablesAndMemoriesTheirParts) {
               kParts);
 }
 
+// The parameter of a side tells the scalar, the content what it is made of.
+TEST_F(ComplexUnrollersTest, givesMemoriesOfAGivenTypeTheirParts) {
+    const Texts ports{{"dualMemPortAddr1", "u2.0"}, {"dualMemPortAddr2", "u2.0"}};
+    Texts written = ports;
+    written.insert(written.end(), {{"dualMemPortData1", "c s9.0"}, {"dualMemPortWrite1En", "u1.0"}});
+    const Texts outputs{{"dualMemWireData1", ""}, {"dualMemWireData2", ""}};
+    const char *const contents[] = {"((complexRollTag 1 -20) (complexRollTag 3 0) (complexRollTag 0 1))",
+                                    "((complexRollTag 1 -20) 3 2)"};
+    for (const char *content : contents) {
+        for (const char *type : {"(typeSFixed 9 0)", "(typeComplex (typeSFixed 9 0))"}) {
+            for (const Texts &inputs : {ports, written}) {
+                EXPECT_EQ(madeOf("dualMemBlock", inputs, outputs,
+                                 {{"dualMemData", content}, {"dualMemTypeData1", type}, {"dualMemTypeData2", type}}),
+                          kParts)
+                    << content << " " << type;
+                EXPECT_EQ(made("(block imag)").getParam(A_DUAL_MEM_TYPE_DATA1)->toString(), "(typeSFixed 9 0)");
+            }
+        }
+    }
+}
+
 struct SharedCase {
     const char *type;
     std::vector<std::pair<const char *, const char *>> inputs;
