@@ -97,7 +97,7 @@ TEST(AggregateUnrollers, meetRecordsOfAllKindsInDesignsByChance) {
         types.unbindEvents();
     }
     for (const internal::AggregateUnrollRow &row : internal::aggregateUnrollRows()) {
-        // Nothing casts records there: the simulator has but casts of numbers.
+        // Nothing casts records there: each cast has a number's type to cast to.
         const bool casts = *row.blockType == A_CAST_BLOCK || *row.blockType == U_CAST_BLOCK;
         if (row.handler != nullptr && !casts) {
             const RecordCounts &of = counts[row.blockType->get_ptr()];
@@ -185,6 +185,14 @@ TEST_F(AggregateUnrollersTest, castEachMemberToWhatItIs) {
     // The least value has no counterpart, which a symmetric bound tells.
     EXPECT_EQ(madeOf("castBlock", {{"0", kRecord}}, {{"primWireOut", ""}}, {{"castSaturateMode", "saturateSymmetric"}}),
               mMembers);
+    for (const char *rounding : {"roundingTrunc", "roundingUp"}) {
+        for (const char *mode : {"castModeConvert", "castModeReinterp"}) {
+            EXPECT_EQ(madeOf("castBlock", {{"0", "{s4.0, {float(10,5), [2] u3.1}, [2] c float(10,5)}"}},
+                             {{"primWireOut", ""}}, {{"castRoundingMode", rounding}, {"castMode", mode}}),
+                      (Made{"(block 0)", "(block 1)", "(block 2)", "(block 3)"}))
+                << rounding << " " << mode;
+        }
+    }
     // The block gives a record on as it is, whatever record the type tells of.
     Design design(mgr.context());
     Model &model = oneBlock(design, "castBlock", {{"0", "{s4.0, u2.0}"}}, {{"primWireOut", ""}},

@@ -1,6 +1,8 @@
 // Which block types come apart, and what each makes of its complex signals.
 #include "orvo/complexunrollers.h"
 
+#include "orvo/boundarycomplexunroller.h"
+
 #include "support/cataloguefindings.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
@@ -13,7 +15,11 @@
 #include <orvo/pass.h>
 #include <orvo/typeinfer.h>
 
+#include <rapidcheck/gtest.h>
+
 #include <set>
+#include <string>
+#include <vector>
 
 namespace orvo {
 namespace {
@@ -44,6 +50,22 @@ TEST(ComplexUnrollers, areRegisteredAsTheirRowsTell) {
         const auto *handler = mgr.context()->getBlockClass(*row.blockType)->get<ComplexUnrollHandler>();
         EXPECT_EQ(handler, row.handler == nullptr ? nullptr : row.handler()) << row.blockType->text();
     }
+}
+
+TEST(ComplexUnrollers, areThoseOfBoundariesWherePortsHaveNames) {
+    ContextMgr mgr;
+    for (const StaticString *type :
+         {&A_SIGNAL_IN_BLOCK, &A_SIGNAL_OUT_BLOCK, &A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK, &A_UNSCHED_BLOCK,
+          &A_BOUNDARY_BLOCK, &A_HIDDEN_IFACE_BLOCK, &A_EXT_IFACE_BLOCK, &A_CIC_BLOCK, &A_FIR_BLOCK, &A_MIXER_BLOCK}) {
+        const auto *handler = mgr.context()->getBlockClass(*type)->get<ComplexUnrollHandler>();
+        EXPECT_NE(dynamic_cast<const BoundaryComplexUnrollHandler *>(handler), nullptr) << type->text();
+    }
+    Design design(mgr.context());
+    Block &marks = *Block::create(*Model::create(design, "top"), "marks");
+    const auto unroller = BoundaryComplexUnrollHandler().createUnroller(marks);
+    EXPECT_NE(dynamic_cast<BoundaryComplexUnroller *>(unroller.get()), nullptr);
+    EXPECT_EQ(unroller->getSuffix(), "cunroll");
+    EXPECT_TRUE(unroller->takesVectors());
 }
 
 TEST(ComplexUnrollValues, haveAZeroImaginaryPartIfTheyAreNumericAndReal) {
@@ -223,6 +245,76 @@ TEST_F(ComplexUnrollersTest, multipliesAnyNumberOfFactors) {
     madeOf("multBlock", {{"0", "c float(10,5)"}, {"1", "c float(10,5)"}, {"2", "c float(10,5)"}},
            {{"primWireOut", ""}});
     EXPECT_EQ(count(A_MULT_BLOCK), 8U);
+}
+
+/// The type of a factor in the short form, of at most six bits.
+std::string factorType(bool isComplex) {
+    const int whole = *rc::gen::inRange(1, 4);
+    const int fraction = *rc::gen::inRange(0, 3);
+    return std::string(isComplex ? "c " : "") + (*rc::gen::arbitrary<bool>() ? "s" : "u") + std::to_string(whole) +
+           "." + std::to_string(fraction);
+}
+
+/// Two factors and more, at least one of them complex, in any order, in the type of the product or in a given one.
+RC_GTEST_FIXTURE_PROP(ComplexUnrollersTest, multipliesWhicheverFactorsAreComplex, ()) {
+    const int factors = *rc::gen::inRange(2, 6);
+    const int sure = *rc::gen::inRange(0, factors);
+    std::vector<std::string> texts;
+    for (int i = 0; i < factors; ++i) {
+        const bool isComplex = i == sure || *rc::gen::arbitrary<bool>();
+        texts.push_back(std::to_string(i));
+        texts.push_back(factorType(isComplex));
+    }
+    Texts inputs;
+    for (std::size_t i = 0; i < texts.size(); i += 2) {
+        inputs.emplace_back(texts[i].c_str(), texts[i + 1].c_str());
+    }
+    const bool isMonster = *rc::gen::arbitrary<bool>();
+    const bool isKaratsuba = *rc::gen::arbitrary<bool>();
+    Texts params;
+    if (isKaratsuba) {
+        params.emplace_back("complexKaratsuba", "true");
+    }
+    // Fewer bits above and below than the exact product has.
+    const std::string given =
+        "(typeSFixed " + std::to_string(*rc::gen::inRange(2, 6)) + " " + std::to_string(*rc::gen::inRange(0, 4)) + ")";
+    const bool isGiven = !isMonster && *rc::gen::arbitrary<bool>();
+    if (isGiven) {
+        params.emplace_back("multType", given.c_str());
+    }
+    RC_LOG() << given << isGiven << isMonster << isKaratsuba;
+    for (const std::string &text : texts) {
+        RC_LOG() << " " << text;
+    }
+    Design before(mgr.context());
+    Design after(mgr.context());
+    const char *type = isMonster ? "monsterMultBlock" : "multBlock";
+    oneBlock(before, type, inputs, {{"primWireOut", ""}}, params);
+    mModel = &oneBlock(after, type, inputs, {{"primWireOut", ""}}, params);
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollComplexPass");
+    scheduler.apply(after);
+    RC_ASSERT(heard.take() == std::vector<std::string>{});
+    RC_ASSERT(mModel->getBlock(value("block")) == nullptr);
+    RC_ASSERT(test::newCatalogueFindings(before, after) == std::vector<std::string>{});
+    const auto same = test::sameBehaviour(before, after, mModel->getName()->toString());
+    if (!same) {
+        RC_LOG() << same.message();
+    }
+    RC_ASSERT(static_cast<bool>(same));
+    // Two real factors need one, a real one and a complex one two, and two complex ones four or three.
+    std::size_t multipliers = 0;
+    bool isComplex = false;
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        const bool isNext = inputs[i].second[0] == 'c';
+        if (i > 0) {
+            const bool areThree = isKaratsuba && inputs.size() == 2;
+            multipliers += isComplex && isNext ? (areThree ? 3 : 4) : isComplex || isNext ? 2 : 1;
+        }
+        isComplex = isComplex || isNext;
+    }
+    RC_ASSERT(count(A_MULT_BLOCK) + count(A_MONSTER_MULT_BLOCK) == multipliers);
 }
 
 TEST_F(ComplexUnrollersTest, multipliesByThePartsOfAConstant) {
@@ -413,6 +505,27 @@ TEST_F(ComplexUnrollersTest, givesTablesAndMemoriesTheirParts) {
               kParts);
 }
 
+// The parameter of a side tells the scalar, the content what it is made of.
+TEST_F(ComplexUnrollersTest, givesMemoriesOfAGivenTypeTheirParts) {
+    const Texts ports{{"dualMemPortAddr1", "u2.0"}, {"dualMemPortAddr2", "u2.0"}};
+    Texts written = ports;
+    written.insert(written.end(), {{"dualMemPortData1", "c s9.0"}, {"dualMemPortWrite1En", "u1.0"}});
+    const Texts outputs{{"dualMemWireData1", ""}, {"dualMemWireData2", ""}};
+    const char *const contents[] = {"((complexRollTag 1 -20) (complexRollTag 3 0) (complexRollTag 0 1))",
+                                    "((complexRollTag 1 -20) 3 2)"};
+    for (const char *content : contents) {
+        for (const char *type : {"(typeSFixed 9 0)", "(typeComplex (typeSFixed 9 0))"}) {
+            for (const Texts &inputs : {ports, written}) {
+                EXPECT_EQ(madeOf("dualMemBlock", inputs, outputs,
+                                 {{"dualMemData", content}, {"dualMemTypeData1", type}, {"dualMemTypeData2", type}}),
+                          kParts)
+                    << content << " " << type;
+                EXPECT_EQ(made("(block imag)").getParam(A_DUAL_MEM_TYPE_DATA1)->toString(), "(typeSFixed 9 0)");
+            }
+        }
+    }
+}
+
 struct SharedCase {
     const char *type;
     std::vector<std::pair<const char *, const char *>> inputs;
@@ -485,10 +598,10 @@ TEST_F(ComplexUnrollersTest, leavesBlocksWholeWhoseControlsOrAddressesAreComplex
           {"cordicPortY", "c s4.4"},
           {"cordicPortAngle", "s3.4"},
           {"cordicPortMode", "c u1.0"}},
-         {{"cordicWireX", ""}, {"cordicWireY", ""}, {"cordicWireAngle", ""}},
+         {{"cordicWireX", "c s6.4"}, {"cordicWireY", "c s6.4"}, {"cordicWireAngle", "s4.4"}},
          {}},
-        {"multPow2Block", {{"0", "c float(10,5)"}, {"1", "c s3.0"}}, out, {}},
-        {"pownBlock", {{"0", "c float(10,5)"}, {"1", "c s3.0"}}, out, {}},
+        {"multPow2Block", {{"0", "c float(10,5)"}, {"1", "c s3.0"}}, {{"primWireOut", "c float(10,5)"}}, {}},
+        {"pownBlock", {{"0", "c float(10,5)"}, {"1", "c s3.0"}}, {{"primWireOut", "c float(10,5)"}}, {}},
     };
     for (const SharedCase &one : cases) {
         Design design(mgr.context());
@@ -498,6 +611,38 @@ TEST_F(ComplexUnrollersTest, leavesBlocksWholeWhoseControlsOrAddressesAreComplex
         scheduler.addPass("UnrollComplexPass");
         scheduler.apply(design);
         EXPECT_EQ(heard.take(), std::vector<std::string>{kRefused + "a control or an address is complex"}) << one.type;
+        EXPECT_NE(model.getBlock(value("block")), nullptr) << one.type;
+    }
+}
+
+TEST_F(ComplexUnrollersTest, tellsOfBlocksThatTakeRealNumbersOnly) {
+    const char *number = "c float(10,5)";
+    const Texts none{};
+    const SharedCase cases[] = {
+        {"divideBlock", {{"0", number}, {"1", number}}, {{"primWireOut", ""}}, none},
+        {"divideBlock", {{"0", "c s4.0"}, {"1", "s4.0"}}, {{"primWireOut", ""}}, none},
+        {"divideBlock", {{"0", "c s4.0"}, {"1", "c s4.0"}}, {{"primWireOut", ""}}, {{"intDivider", "true"}}},
+        {"floatMultaccBlock", {{"0", number}, {"1", number}, {"2", "u1.0"}}, {{"primWireOut", ""}}, none},
+        {"floatMultaddBlock", {{"0", number}, {"1", number}, {"2", number}}, {{"primWireOut", ""}}, none},
+        {"floatMultsubBlock", {{"0", number}, {"1", number}, {"2", number}}, {{"primWireOut", ""}}, none},
+        {"ldCounterBlock",
+         {{"0", "u1.0"}, {"1", "c u4.0"}, {"2", "u4.0"}, {"3", "u4.0"}, {"portEnable", "u1.0"}},
+         {{"primWireOut", ""}},
+         none},
+        // A pin gives the output the type that the rule does not find.
+        {"cmpGeBlock", {{"0", "c s4.0"}, {"1", "s4.0"}}, {{"primWireOut", "u1.0"}}, none},
+        {"modMultBlock", {{"0", "c u4.0"}, {"1", "u4.0"}}, {{"primWireOut", "u4.0"}}, {{"modMultModulusValue", "9"}}},
+        {"bitCountBlock", {{"0", "c s4.0"}}, {{"primWireOut", "u3.0"}}, none},
+    };
+    for (const SharedCase &one : cases) {
+        Design design(mgr.context());
+        const Model &model = oneBlock(design, one.type, one.inputs, one.outputs, one.params);
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollComplexPass");
+        scheduler.apply(design);
+        EXPECT_EQ(heard.take(), std::vector<std::string>{kRefused + "its type computes on real numbers alone"})
+            << one.type;
         EXPECT_NE(model.getBlock(value("block")), nullptr) << one.type;
     }
 }

@@ -43,7 +43,9 @@ TEST(MathTypes, scaleAndTakeExponents) {
                     {block, block, {{"0", "[3] float(23,8)"}, {"1", "s8.0"}}, {}, {{kOut, "[3] float(23,8)"}}},
                     {block, block, {{"0", "s8.4"}, {"1", "s8.0"}}, {}, {{kOut, "s8.4"}}},
                     {block, block, {{"0", "float(23,8)"}, {"1", ""}}, {}, {{kOut, ""}}},
-                    {block, block, {{"0", "float(23,8)"}, {"1", "float(23,8)"}}, {}, {{kOut, ""}}}});
+                    {block, block, {{"0", "float(23,8)"}, {"1", "float(23,8)"}}, {}, {{kOut, ""}}},
+                    {block, block, {{"0", "c float(23,8)"}, {"1", "s8.0"}}, {}, {{kOut, "c float(23,8)"}}},
+                    {block, block, {{"0", "c float(23,8)"}, {"1", "c s8.0"}}, {}, {{kOut, ""}}}});
     }
     checkTypes({{"exponent", "ilogbBlock", {{"0", "[2] float(23,8)"}}, {}, {{kOut, "[2] s32.0"}}},
                 {"exponent of a fixed", "ilogbBlock", {{"0", "s8.0"}}, {}, {{kOut, ""}}},
@@ -76,6 +78,11 @@ TEST(MathTypes, rotateVectors) {
            {"cordicPortY", "s6.2"},
            {"cordicPortAngle", "u3.9"},
            {"cordicPortMode", "float(23,8)"}},
+          {},
+          {{"cordicWireX", ""}, {"cordicWireAngle", ""}}},
+         {"cordic by a complex mode",
+          "cordicBlock",
+          {{"cordicPortX", "s4.8"}, {"cordicPortY", "s6.2"}, {"cordicPortAngle", "u3.9"}, {"cordicPortMode", "c u1.0"}},
           {},
           {{"cordicWireX", ""}, {"cordicWireAngle", ""}}},
          {"cordic of a float",

@@ -358,6 +358,13 @@ TEST_F(SimulatorTest, roundsAndSaturates) {
          {kOut},
          {{{6}, {2}}, {{-6}, {-1}}, {{31}, {8}}}},
         {"unbiased", "unbiasedRoundBlock", {{"0", "s4.2"}}, {{"roundBits", "2"}}, {kOut}, {{{6}, {2}}, {{2}, {0}}}},
+        // Numbers are bounded, and what is too small for a normal float becomes zero.
+        {"members of a record",
+         "castBlock",
+         {{"0", "{s4.0,float(10,5)}"}},
+         {{"castSaturateMode", "saturateSymmetric"}},
+         {kOut},
+         {{{-8, 15360}, {-7, 15360}}, {{5, 3}, {5, 0}}}},
         {"wrap",
          "castBlock",
          {{"0", "s6.0"}},

@@ -3,6 +3,7 @@
 
 #include "orvo/aggregateunrollers.h"
 #include "orvo/boundaryaggregateunroller.h"
+#include "orvo/replacedsignals.h"
 
 #include "support/cataloguefindings.h"
 #include "support/checkedrun.h"
@@ -415,6 +416,104 @@ TEST_F(UnrollAggregatePassTest, keepsMembersWholeForAnUnrollerThatWantsThem) {
     EXPECT_EQ(blocksOf(A_APACK_BLOCK), Names{"(held primWireOut apack)"});
     EXPECT_EQ(portsOf(*below.getBlock(value("(held aunroll)"))), (Names{"0", "1"}));
     EXPECT_EQ(wiresOf(*below.getBlock(value("(held aunroll)"))), (Names{"0", "1"}));
+}
+
+/// Keeps the block, and names what is attached after the signal and the member.
+class NamingUnroller final : public AggregateUnroller {
+  public:
+    NamingUnroller(Block &block, AggregateUnrollKind kind) : mBlock(block), mKind(kind) {}
+    AggregateUnrollKind originalWire(Wire &wire, const AggregateTypeSpec &, const AggregateTypeManager &) override {
+        if (mKind != AggregateUnrollKind::Leave) {
+            mReplaced.add(wire);
+        }
+        return mKind;
+    }
+    AggregateUnrollKind originalPort(Port &port, const AggregateTypeSpec &, const AggregateTypeManager &) override {
+        if (mKind != AggregateUnrollKind::Leave) {
+            mReplaced.add(port);
+        }
+        return mKind;
+    }
+    void preAttach(const AggregateTypeManager &) override {}
+    void attachPort(Port &port, const AggregateTypeSpec &, int number, Wire &driver,
+                    const AggregateTypeManager &) override {
+        const MaybePort attached(mBlock, memberOf(port.getName(), number));
+        attached.setWire(driver);
+        addAttachedPort(attached);
+    }
+    Wire *attachWire(Wire &wire, const AggregateTypeSpec &, int number, const std::vector<MaybePort> &readers,
+                     const AggregateTypeManager &) override {
+        Wire *made = Wire::create(mBlock, memberOf(wire.getName(), number));
+        for (const MaybePort &reader : readers) {
+            reader.setWire(*made);
+        }
+        return made;
+    }
+    void postAttach() override { mReplaced.removeFrom(mBlock); }
+
+  private:
+    PureValueRef memberOf(const PureValueRef &name, int number) const {
+        return StringValue::get(name->toString() + "_" + std::to_string(number), mBlock.getContext());
+    }
+
+    Block &mBlock;
+    AggregateUnrollKind mKind;
+    internal::ReplacedSignals mReplaced;
+};
+
+class NamingHandler final : public AggregateUnrollHandler {
+  public:
+    explicit NamingHandler(AggregateUnrollKind kind) : mKind(kind) {}
+    std::shared_ptr<AggregateUnroller> createUnroller(Block &block) const override {
+        return std::make_shared<NamingUnroller>(block, mKind);
+    }
+
+  private:
+    AggregateUnrollKind mKind;
+};
+
+class AggregateKindsTest : public UnrollAggregatePassTest {
+  protected:
+    /// Takes a block of a record x and a number y apart by a kind, and gives its ports and its wires.
+    std::pair<Names, Names> unrolled(AggregateUnrollKind kind) {
+        Block &made =
+            *oneBlock(design, "extIfaceBlock", {{"x", "{s4.0, {u3.0, u1.0}}"}, {"y", "s4.0"}}, {{"x", ""}, {"y", ""}})
+                 .getBlock(value("block"));
+        const NamingHandler handler(kind);
+        BlockClass &type = *mgr.context()->getBlockClass(A_EXT_IFACE_BLOCK);
+        const auto *usual = type.get<AggregateUnrollHandler>();
+        type.registerHandler<AggregateUnrollHandler>(&handler, false);
+        EXPECT_EQ(run("UnrollAggregatePass"), Names{});
+        type.registerHandler<AggregateUnrollHandler>(usual, false);
+        for (Block &block : made.getModel()) {
+            const std::string name = block.getName()->toString();
+            if (name.find("(block ") == 0) {
+                joins.push_back(name);
+            }
+        }
+        std::sort(joins.begin(), joins.end());
+        return {portsOf(made), wiresOf(made)};
+    }
+    Names joins;
+};
+
+TEST_F(AggregateKindsTest, leavesPortsAndWiresAlone) {
+    const Names own{"x", "y"};
+    EXPECT_EQ(unrolled(AggregateUnrollKind::Leave), (std::pair{own, own}));
+    EXPECT_EQ(joins, Names{});
+}
+
+TEST_F(AggregateKindsTest, attachesMembersWithRecordsInThemWhole) {
+    const Names members{"x_0", "x_1", "y_0"};
+    EXPECT_EQ(unrolled(AggregateUnrollKind::Members), (std::pair{members, members}));
+    EXPECT_EQ(joins, (Names{"(block x apack)", "(block x aunpack)"}));
+}
+
+TEST_F(AggregateKindsTest, attachesFlatMembersThroughTrees) {
+    const Names members{"x_0", "x_1", "x_2", "y_0"};
+    EXPECT_EQ(unrolled(AggregateUnrollKind::Flat), (std::pair{members, members}));
+    EXPECT_EQ(joins, (Names{"(block x apack_apack)", "(block x apack_apack_1)", "(block x unapack_aunpack)",
+                            "(block x unapack_aunpack_1)"}));
 }
 
 TEST_F(UnrollAggregatePassTest, hasAHandlerForBoundaries) {

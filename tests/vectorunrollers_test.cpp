@@ -404,6 +404,24 @@ TEST_F(VectorUnrollersTest, decodesEachAddress) {
               (Made{"(block 0)", "(block 1)"}));
 }
 
+// The parameter of a side tells the scalar, the content what it is made of.
+TEST_F(VectorUnrollersTest, givesLanesOfMemoriesOfAGivenTypeTheirContent) {
+    const Texts ports{{"dualMemPortAddr1", "u2.0"}, {"dualMemPortAddr2", "u2.0"}};
+    Texts written = ports;
+    written.insert(written.end(), {{"dualMemPortData1", "[2] s9.0"}, {"dualMemPortWrite1En", "u1.0"}});
+    const Texts outputs{{"dualMemWireData1", ""}, {"dualMemWireData2", ""}};
+    for (const char *content : {"((vectorRollTag 1 -20) (vectorRollTag 3 0))", "((vectorRollTag 1 -20) 3 0)"}) {
+        for (const char *type : {"(typeSFixed 9 0)", "(typeVector 2 (typeSFixed 9 0))"}) {
+            for (const Texts &inputs : {ports, written}) {
+                EXPECT_EQ(madeOf("dualMemBlock", inputs, outputs,
+                                 {{"dualMemData", content}, {"dualMemTypeData1", type}, {"dualMemTypeData2", type}}),
+                          (std::set<std::string>{"(block 0)", "(block 1)"}))
+                    << content << " " << type;
+            }
+        }
+    }
+}
+
 TEST_F(VectorUnrollersTest, givesEachLaneItsMemory) {
     const Texts ports{{"dualMemPortData1", "[2] s8.0"},
                       {"dualMemPortAddr1", "[2] u2.0"},

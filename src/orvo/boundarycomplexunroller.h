@@ -11,13 +11,13 @@
 namespace orvo {
 
 /// Keeps the block. Complex port x becomes (x, "real") and (x, "imag"), wires likewise; a name that is a tuple of
-/// several elements gets the word before its last one. Vectors must have come apart before.
+/// several elements gets the word before its last one.
 class ORVO_API BoundaryComplexUnroller : public ComplexUnroller {
   public:
     explicit BoundaryComplexUnroller(Block &block) : mBlock(block) {}
     static PureValueRef makeName(const PureValueRef &name, const ComplexDecorSpec &decor, bool imaginary);
 
-    bool takesVectors() const override { return false; }
+    std::string reason() const override { return mNamesClash ? "the name of a part is in use" : ""; }
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override;
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override;
     void preAttach() override;
@@ -41,6 +41,7 @@ class ORVO_API BoundaryComplexUnroller : public ComplexUnroller {
     internal::ReplacedSignals mReplaced;
 };
 
+/// That of block types inside models whose ports and wires have names of their own.
 class ORVO_API BoundaryComplexUnrollHandler final : public ComplexUnrollHandler {
   public:
     std::shared_ptr<ComplexUnroller> createUnroller(Block &block) const override;

@@ -221,6 +221,13 @@ class ConstDivComplexUnroller final : public DefaultComplexUnroller {
     }
 };
 
+/// The type rules of some types refuse complex operands, but a pin behind a block gives its output a type all the same.
+class RealOnlyUnroller final : public DefaultComplexUnroller {
+  public:
+    using DefaultComplexUnroller::DefaultComplexUnroller;
+    std::string reason() const override { return "its type computes on real numbers alone"; }
+};
+
 /// As a product, with the constant's parts in the multipliers.
 class ConstMultComplexUnroller final : public ComplexUnroller {
   public:
@@ -399,14 +406,6 @@ class EqualityComplexUnroller final : public DefaultComplexUnroller {
     Wire *mBoth = nullptr;
 };
 
-/// Ports and wires that have names of their own inside a model, where nothing counts on the order of their parts.
-class PrimBoundaryComplexUnroller : public BoundaryComplexUnroller {
-  public:
-    using BoundaryComplexUnroller::BoundaryComplexUnroller;
-    std::string reason() const override { return namesClash() ? "the name of a part is in use" : ""; }
-    bool takesVectors() const override { return true; }
-};
-
 /// Data of a region that can stall; each part gets a number of its own.
 class StallBoundaryComplexUnroller final : public ComplexUnroller {
   public:
@@ -458,9 +457,9 @@ class StallBoundaryComplexUnroller final : public ComplexUnroller {
 };
 
 /// The map of types names the parts.
-class LatencyPlaceholderComplexUnroller final : public PrimBoundaryComplexUnroller {
+class LatencyPlaceholderComplexUnroller final : public BoundaryComplexUnroller {
   public:
-    using PrimBoundaryComplexUnroller::PrimBoundaryComplexUnroller;
+    using BoundaryComplexUnroller::BoundaryComplexUnroller;
     void postAttach() override {
         Context *context = block().getContext();
         std::vector<PureValueRef> entries;
@@ -478,7 +477,7 @@ class LatencyPlaceholderComplexUnroller final : public PrimBoundaryComplexUnroll
             }
         }
         block().setParam(A_LATENCY_PLACEHOLDER_TYPEMAP, PureTupleValue::get(entries, context));
-        PrimBoundaryComplexUnroller::postAttach();
+        BoundaryComplexUnroller::postAttach();
     }
 };
 
@@ -550,7 +549,6 @@ class TypePinComplexUnroller final : public ComplexUnroller {
     std::vector<PureValueRef> mTypes;
 };
 
-/// A product of one factor is that factor.
 /// What has no output has no result whose type could be known, and nothing that its parts would have to give.
 template <class U> class ProductUnrollHandler final : public ComplexUnrollHandler {
   public:
@@ -562,6 +560,7 @@ template <class U> class ProductUnrollHandler final : public ComplexUnrollHandle
     }
 };
 
+/// A product of one factor is that factor.
 class MultiplyUnrollHandler final : public ComplexUnrollHandler {
   public:
     std::shared_ptr<ComplexUnroller> createUnroller(Block &block) const override {
@@ -582,6 +581,11 @@ const ComplexUnrollHandler *defaultHandler() {
 
 template <class U> const ComplexUnrollHandler *productHandler() {
     static const ProductUnrollHandler<U> handler;
+    return &handler;
+}
+
+const ComplexUnrollHandler *boundaryHandler() {
+    static const BoundaryComplexUnrollHandler handler;
     return &handler;
 }
 
@@ -645,18 +649,18 @@ const ComplexUnrollRow kRows[] = {
     {&A_ABS_BLOCK, defaultHandler, kParts},
     {&A_CMP_EQ_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
     {&A_CMP_NE_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
-    {&A_CMP_GE_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
-    {&A_CMP_LT_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
-    {&A_COMPARECTRL_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
-    {&A_BIT_COUNT_BLOCK, nullptr, "its type rule takes a real operand alone"},
+    {&A_CMP_GE_BLOCK, realOnlyHandler, "its type rule takes real operands alone: complex numbers have no order"},
+    {&A_CMP_LT_BLOCK, realOnlyHandler, "its type rule takes real operands alone: complex numbers have no order"},
+    {&A_COMPARECTRL_BLOCK, realOnlyHandler, "its type rule takes real operands alone: complex numbers have no order"},
+    {&A_BIT_COUNT_BLOCK, realOnlyHandler, "its type rule takes a real operand alone"},
     {&A_CTPOP_BLOCK, defaultHandler, kParts},
     {&A_TRUNCATE_BLOCK, defaultHandler, kParts},
     {&A_TRUNCATE_TO_ZERO_BLOCK, defaultHandler, kParts},
     {&A_BIASED_ROUND_BLOCK, defaultHandler, kParts},
     {&A_UNBIASED_ROUND_BLOCK, defaultHandler, kParts},
     {&A_CONST_BLOCK, handler<ConstComplexUnroller>, kValues},
-    {&A_DIVIDE_BLOCK, nullptr, "a quotient of complex numbers is not that of their parts, and has no meaning here"},
-    {&A_MOD_MULT_BLOCK, nullptr, "its type rule takes real operands alone: residues are of integers"},
+    {&A_DIVIDE_BLOCK, realOnlyHandler, "a quotient of complex numbers is not that of their parts, and has no meaning here"},
+    {&A_MOD_MULT_BLOCK, realOnlyHandler, "its type rule takes real operands alone: residues are of integers"},
     {&A_CONSTMULT_BLOCK, productHandler<ConstMultComplexUnroller>, "multipliers by the parts of the constant, and a difference and a sum"},
     {&A_CONSTDIV_BLOCK, handler<ConstDivComplexUnroller>, "a block of each part, where the divisor is real"},
     {&A_RAW_SHIFT_BLOCK, defaultHandler, kParts},
@@ -710,33 +714,33 @@ const ComplexUnrollRow kRows[] = {
     {&A_COSPIX_BLOCK, defaultHandler, kParts},
     {&A_SINCOSPIXFUSED_BLOCK, defaultHandler, kParts},
     {&A_CORDIC_BLOCK, handler<CordicComplexUnroller>, kShared},
-    {&A_FLOAT_MULTADD_BLOCK, nullptr, "its result is one real number in single precision by its type rule"},
-    {&A_FLOAT_MULTSUB_BLOCK, nullptr, "its result is one real number in single precision by its type rule"},
+    {&A_FLOAT_MULTADD_BLOCK, realOnlyHandler, "its result is one real number in single precision by its type rule"},
+    {&A_FLOAT_MULTSUB_BLOCK, realOnlyHandler, "its result is one real number in single precision by its type rule"},
     {&A_FLOAT_CLASS_BLOCK, defaultHandler, kParts},
     {&A_DUAL_MEM_BLOCK, handler<DualMemComplexUnroller>, kValues},
     {&A_LUT_BLOCK, handler<LUTComplexUnroller>, kValues},
     {&A_SYNC_REGISTER_BLOCK, handler<SyncRegisterUnroller>, kValues},
     {&A_FIFO_BLOCK, handler<FIFOComplexUnroller>, kShared},
     {&A_FIFO_DELAY_BLOCK, handler<FIFOComplexUnroller>, kShared},
-    {&A_SEQUENCE_BLOCK, nullptr, "pulses by a real enable"},
-    {&A_COUNTER_BLOCK, nullptr, "counts below real limits"},
-    {&A_LD_COUNTER_BLOCK, nullptr, "counts below real limits"},
-    {&A_LOOP_BLOCK, nullptr, "counts below real limits"},
-    {&A_FOR_LOOP_BLOCK, nullptr, "counts below real limits"},
+    {&A_SEQUENCE_BLOCK, realOnlyHandler, "pulses by a real enable"},
+    {&A_COUNTER_BLOCK, realOnlyHandler, "counts below real limits"},
+    {&A_LD_COUNTER_BLOCK, realOnlyHandler, "counts below real limits"},
+    {&A_LOOP_BLOCK, realOnlyHandler, "counts below real limits"},
+    {&A_FOR_LOOP_BLOCK, realOnlyHandler, "counts below real limits"},
     {&A_ACC_BLOCK, handler<FloatAccComplexUnroller>, kShared},
-    {&A_FLOAT_MULTACC_BLOCK, nullptr, "products of complex numbers are not accumulated"},
-    {&A_DECODE_BLOCK, nullptr, "compares a real address"},
+    {&A_FLOAT_MULTACC_BLOCK, realOnlyHandler, "products of complex numbers are not accumulated"},
+    {&A_DECODE_BLOCK, realOnlyHandler, "compares a real address"},
     {&A_DEMUX_BLOCK, handler<DemuxComplexUnroller>, kShared},
     {&A_FANOUT_BLOCK, defaultHandler, kParts},
     {&A_MODEL_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollComplexCrossModelPass"},
     {&A_INPUT_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollComplexCrossModelPass"},
     {&A_OUTPUT_BLOCK, nullptr, "the boundaries of models come apart together, in UnrollComplexCrossModelPass"},
-    {&A_SIGNAL_IN_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_SIGNAL_OUT_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_SIGNAL_IN_BLOCK, boundaryHandler, kNames},
+    {&A_SIGNAL_OUT_BLOCK, boundaryHandler, kNames},
     {&A_TERMINAL_BLOCK, defaultHandler, kParts},
     {&A_FOLDING_KERNEL_BOUNDARY_BLOCK, defaultHandler, kParts},
-    {&A_CHANNEL_IN_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_CHANNEL_OUT_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_CHANNEL_IN_BLOCK, boundaryHandler, kNames},
+    {&A_CHANNEL_OUT_BLOCK, boundaryHandler, kNames},
     {&A_TYPE_PIN_BLOCK, handler<TypePinComplexUnroller>, "one pin with two ports a complex signal"},
     {&A_VPACK_BLOCK, nullptr, "what joins parts stays"},
     {&A_VUNPACK_BLOCK, nullptr, "what joins parts stays"},
@@ -747,10 +751,10 @@ const ComplexUnrollRow kRows[] = {
     {&A_CUNPACK_BLOCK, nullptr, "what joins parts stays"},
     {&A_APACK_BLOCK, nullptr, "what joins parts stays"},
     {&A_AUNPACK_BLOCK, nullptr, "what joins parts stays"},
-    {&A_UNSCHED_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_BOUNDARY_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_HIDDEN_IFACE_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_EXT_IFACE_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_UNSCHED_BLOCK, boundaryHandler, kNames},
+    {&A_BOUNDARY_BLOCK, boundaryHandler, kNames},
+    {&A_HIDDEN_IFACE_BLOCK, boundaryHandler, kNames},
+    {&A_EXT_IFACE_BLOCK, boundaryHandler, kNames},
     {&A_LATENCY_PLACEHOLDER_BLOCK, handler<LatencyPlaceholderComplexUnroller>, kNames},
     {&A_SCHEDULED_MODEL_BLOCK, nullptr, "its ports follow the mappings of the scheduled model"},
     {&A_UNSUPPORTED_BLOCK, nullptr, "nothing is known of what it computes"},
@@ -766,13 +770,13 @@ const ComplexUnrollRow kRows[] = {
     {&A_PIPE_BLOCK, defaultHandler, kParts},
     {&A_FIXED_MFUNC_BLOCK, defaultHandler, kParts},
     {&A_FLOAT_MFUNC_BLOCK, defaultHandler, kParts},
-    {&A_CIC_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_FIR_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_SCALE_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_MIXER_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_NCO_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_CHANVIEW_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
-    {&A_SHARED_FIFO_BLOCK, handler<PrimBoundaryComplexUnroller>, kNames},
+    {&A_CIC_BLOCK, boundaryHandler, kNames},
+    {&A_FIR_BLOCK, boundaryHandler, kNames},
+    {&A_SCALE_BLOCK, boundaryHandler, kNames},
+    {&A_MIXER_BLOCK, boundaryHandler, kNames},
+    {&A_NCO_BLOCK, boundaryHandler, kNames},
+    {&A_CHANVIEW_BLOCK, boundaryHandler, kNames},
+    {&A_SHARED_FIFO_BLOCK, boundaryHandler, kNames},
     {&A_AXI4_STREAM_RECEIVER_BLOCK, nullptr, "what is outside knows its signals by their names"},
     {&A_AXI4_STREAM_TRANSMITTER_BLOCK, nullptr, "what is outside knows its signals by their names"},
     {&A_BFU_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
@@ -871,10 +875,10 @@ const ComplexUnrollRow kRows[] = {
     {&U_BIT_SELECT_BLOCK, defaultHandler, kParts},
     {&U_CAST_BLOCK, defaultHandler, kParts},
     {&U_CMP_EQ_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
-    {&U_CMP_GE_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
-    {&U_CMP_LT_BLOCK, nullptr, "its type rule takes real operands alone: complex numbers have no order"},
+    {&U_CMP_GE_BLOCK, realOnlyHandler, "its type rule takes real operands alone: complex numbers have no order"},
+    {&U_CMP_LT_BLOCK, realOnlyHandler, "its type rule takes real operands alone: complex numbers have no order"},
     {&U_CMP_NE_BLOCK, handler<EqualityComplexUnroller>, "a comparison of each part, and a logic block"},
-    {&U_FOR_LOOP_BLOCK, nullptr, "counts below real limits"},
+    {&U_FOR_LOOP_BLOCK, realOnlyHandler, "counts below real limits"},
     {&U_LUT_BLOCK, handler<LUTComplexUnroller>, kValues},
     {&U_MUX_BLOCK, handler<MuxComplexUnroller>, kShared},
     {&U_NAND_BLOCK, defaultHandler, kParts},
@@ -894,6 +898,11 @@ const ComplexUnrollRow kRows[] = {
 // clang-format on
 
 } // namespace
+
+const ComplexUnrollHandler *realOnlyHandler() {
+    static const ComplexUnrollHandlerT<RealOnlyUnroller> handler;
+    return &handler;
+}
 
 std::span<const ComplexUnrollRow> complexUnrollRows() { return kRows; }
 

@@ -48,7 +48,7 @@ class NAryFloatTypeHandler final : public AbstractPrimTypeHandler {
 class LdExpFloatTypeHandler final : public TypeInferHandler {
   public:
     void inferTypes(TypeInferAPI &api) const override {
-        if (portSpec(api, numberKey(api, 1)).isFixed()) {
+        if (realFixedPort(api, numberKey(api, 1)).valid()) {
             setOut(api, portSpec(api, numberKey(api, 0)));
         }
     }
@@ -97,7 +97,7 @@ class SinCosTypeHandler final : public TypeInferHandler {
 class CordicTypeHandler final : public TypeInferHandler {
   public:
     void inferTypes(TypeInferAPI &api) const override {
-        const NumTypeSpec mode = fixedPort(api, A_CORDIC_PORT_MODE);
+        const NumTypeSpec mode = realFixedPort(api, A_CORDIC_PORT_MODE);
         NumTypeSpec vector =
             NumTypeSpec::typeOp(fixedPort(api, A_CORDIC_PORT_X), fixedPort(api, A_CORDIC_PORT_Y), TYPE_OP_UNION);
         NumTypeSpec angle = fixedPort(api, A_CORDIC_PORT_ANGLE);

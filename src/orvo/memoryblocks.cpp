@@ -37,9 +37,9 @@ class DualMemTypeHandler final : public TypeInferHandler2 {
     void inferStatic(TypeInferAPI2 &api) const override {
         const NumTypeSpec content = contentType(api);
         for (const MemorySide &side : {first(), second()}) {
-            // As it stands, so that a loop through the address settles: whoever gives a type gives all of it.
-            const NumTypeSpec type = paramType(api, side.type);
-            setWire(api, side.wire, type.valid() ? type : content);
+            // Before the inputs, so that a loop through the address settles: without a content, whoever gives a type
+            // gives all of it.
+            setWire(api, side.wire, typeOn(content, paramType(api, side.type)));
         }
     }
     void inferForward(TypeInferAPI2 &api) const override {
@@ -59,15 +59,8 @@ class DualMemTypeHandler final : public TypeInferHandler2 {
                 type = content.valid() ? content : data;
                 type.mergeDecors(data);
             }
-            NumTypeSpec given = paramType(api, side.type);
-            if (given.valid()) {
-                // The scalar on what the side holds; where nothing tells that, the type as it was given.
-                if (hasData || content.valid()) {
-                    given.stripVectors();
-                    given.setComplex(false);
-                    given.mergeDecors(hasData ? data : content);
-                }
-                type = given;
+            if (const NumTypeSpec given = paramType(api, side.type); given.valid()) {
+                type = hasData ? onDecorsOf(data, given) : typeOn(content, given);
             }
             type.mergeVectors(shared);
             mergeAddressPort(api, side.address, type);
@@ -76,6 +69,16 @@ class DualMemTypeHandler final : public TypeInferHandler2 {
     }
 
   private:
+    static NumTypeSpec onDecorsOf(const NumTypeSpec &held, NumTypeSpec given) {
+        given.stripVectors();
+        given.setComplex(false);
+        given.mergeDecors(held);
+        return given;
+    }
+    /// The given scalar on what the side holds; where one of them is not told, the other as it is.
+    static NumTypeSpec typeOn(const NumTypeSpec &content, const NumTypeSpec &given) {
+        return !given.valid() ? content : content.valid() ? onDecorsOf(content, given) : given;
+    }
     static NumTypeSpec contentType(const TypeInferAPI2 &api) {
         // Its first element stands for all.
         return NumTypeSpec::fromFixedValue(api.getParam(A_DUAL_MEM_DATA), true);

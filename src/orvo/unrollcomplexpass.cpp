@@ -14,8 +14,19 @@ ORVO_DEFINE_PASS(UnrollComplexCrossModelPass,
                  "Complex signals at the boundaries of models become a port of the real part and one of the imaginary "
                  "part, named by port and part. The names that ports had are kept with the run.")
 
+namespace {
+
+/// Paths to parts begin with the lanes, so that vectors must have come apart before.
+class ModelBoundaryComplexUnroller final : public BoundaryComplexUnroller {
+  public:
+    using BoundaryComplexUnroller::BoundaryComplexUnroller;
+    bool takesVectors() const override { return false; }
+};
+
+} // namespace
+
 void UnrollComplexCrossModelPass::apply(PassContext &context) {
-    internal::BoundaryUnrolling<internal_complex::BlockUnrollerImpl, BoundaryComplexUnroller> boundaries(context);
+    internal::BoundaryUnrolling<internal_complex::BlockUnrollerImpl, ModelBoundaryComplexUnroller> boundaries(context);
     boundaries.unroll();
     boundaries.store();
 }

@@ -18,9 +18,11 @@ namespace {
 
 using Table = std::unordered_map<std::string_view, UnrollFates>;
 
+template <class Row> bool comesApart(const Row &row) { return row.handler != nullptr; }
+
 template <class Row> void enter(Table &table, std::span<const Row> rows, UnrollFate UnrollFates::*kind) {
     for (const Row &row : rows) {
-        table[row.blockType->text()].*kind = {row.handler != nullptr, row.summary};
+        table[row.blockType->text()].*kind = {comesApart(row), row.summary};
     }
 }
 

@@ -2,6 +2,7 @@
 // type.
 #include "sim/blockrows.h"
 #include "sim/emit.h"
+#include "sim/floatemit.h"
 #include "sim/kernels.h"
 #include "sim/lanes.h"
 
@@ -695,15 +696,8 @@ Rounding roundingOf(const BlockWriter &writer) {
 /// What a cast reads: numbers, or a record that becomes one of the same type, scalar by scalar.
 Signal castInput(const BlockWriter &writer, const Signal &out) {
     const std::vector<Signal> inputs = writer.numbered();
-    if (inputs.empty() || !inputs.front().type->isRecord() || inputs.front().type != out.type) {
-        return fixedInputs(writer, 1).front();
-    }
-    std::vector<ScalarType> scalars;
-    appendScalars(*out.type, scalars);
-    if (std::any_of(scalars.begin(), scalars.end(), [](const ScalarType &type) { return type.isFloat; })) {
-        writer.fail("a cast of a record with floats has no meaning here");
-    }
-    return inputs.front();
+    const bool isRecord = !inputs.empty() && inputs.front().type->isRecord() && inputs.front().type == out.type;
+    return isRecord ? inputs.front() : fixedInputs(writer, 1).front();
 }
 
 void writeCast(BlockWriter &writer) {
@@ -722,6 +716,7 @@ void writeCast(BlockWriter &writer) {
         writer.fail("a cast to this type has no meaning here");
     }
     const Signal clip = writer.out(A_CAST_WIRE_CLIP);
+    const FloatCast floatCast = floatCastOf(writer);
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
         const auto source = leafAt(in, lane, part);
         if (!source) {
@@ -734,6 +729,11 @@ void writeCast(BlockWriter &writer) {
             return;
         }
         const ScalarType type = writer.scalar(leaf);
+        if (type.isFloat) {
+            // A member of a record.
+            emitFloatCast(writer, floatCast, leaf, *source, std::nullopt);
+            return;
+        }
         const std::int32_t drop = writer.scalar(*source).fraction - type.fraction;
         const int range = static_cast<int>(type.width) | (type.isSigned ? 1 << 24 : 0);
         writer.emit(leaf, drop, {value}, [&](const Op &op) { return castKernel(op, rounding, saturation); });

@@ -13,6 +13,21 @@ Leaf reduced(BlockWriter &writer, Leaf bits, Logic logic, bool negates) {
     return bit;
 }
 
+Rounding fixedRoundingOf(const BlockWriter &writer) {
+    const std::pair<const StaticString *, Rounding> modes[] = {
+        {&A_ROUNDING_TRUNC_TO_ZERO, Rounding::ToZero}, {&A_ROUNDING_RNDZ, Rounding::ToZero},
+        {&A_ROUNDING_BIASED, Rounding::HalfUp},        {&A_ROUNDING_UNBIASED, Rounding::HalfEven},
+        {&A_ROUNDING_RNDNE, Rounding::HalfEven},       {&A_ROUNDING_RNDNA, Rounding::HalfAway},
+        {&A_ROUNDING_RNDU, Rounding::Ceiling}};
+    const ValueRef told = writer.param(A_CAST_ROUNDING_MODE);
+    for (const auto &[name, rounding] : modes) {
+        if (told == *name) {
+            return rounding;
+        }
+    }
+    return Rounding::Floor;
+}
+
 } // namespace
 
 FloatMode floatModeOf(const BlockWriter &writer) {
@@ -98,6 +113,38 @@ Signal floatConstant(BlockWriter &writer, const ValueRef &value, const ScalarTyp
     }
     writer.constant(signal, value);
     return signal;
+}
+
+FloatCast floatCastOf(const BlockWriter &writer) {
+    const ValueRef bound = writer.param(A_CAST_SATURATE_MODE);
+    const Saturation saturation = bound == A_SATURATE_SYM    ? Saturation::Symmetric
+                                  : bound == A_SATURATE_ASYM ? Saturation::Asymmetric
+                                                             : Saturation::Wrap;
+    return {floatAux(floatModeOf(writer)), fixedRoundingOf(writer), saturation};
+}
+
+void emitFloatCast(BlockWriter &writer, const FloatCast &cast, Leaf out, Leaf source, std::optional<Leaf> clip) {
+    const ScalarType from = writer.scalar(source);
+    const ScalarType to = writer.scalar(out);
+    if (from.isFloat && to.isFloat) {
+        emitFloat(writer, out, {source}, floatConvertKernel(), cast.aux);
+        return;
+    }
+    if (to.isFloat) {
+        Operand operand = writer.raw(source);
+        operand.shift = from.fraction;
+        emitFloatFrom(writer, out, {operand}, floatFromFixedKernel(), cast.aux);
+        return;
+    }
+    const Operand operand = floatOperand(writer, source);
+    writer.emit(
+        out, to.fraction, {operand}, [&](const Op &) { return floatToFixedKernel(cast.rounding, cast.saturation); },
+        cast.aux);
+    if (clip) {
+        writer.emit(
+            *clip, to.fraction, {operand, writer.raw(out)},
+            [&](const Op &) { return floatClipKernel(cast.rounding, cast.saturation); }, cast.aux);
+    }
 }
 
 Leaf emitSlice(BlockWriter &writer, Leaf source, std::uint32_t from, std::uint32_t count) {

@@ -4,6 +4,8 @@
 #include "sim/emit.h"
 #include "sim/floatkernels.h"
 
+#include <optional>
+
 namespace orvo::sim {
 
 /// The direction of rounding that the block tells, and whether it keeps subnormals.
@@ -20,6 +22,18 @@ void emitFunction(BlockWriter &writer, Leaf out, FloatFunction function, const s
 Leaf apply(BlockWriter &writer, const ScalarType &type, FloatFunction function, const std::vector<Leaf> &in);
 /// The constant of a parameter in each scalar of a type of floats.
 Signal floatConstant(BlockWriter &writer, const ValueRef &value, const ScalarType &scalar);
+
+/// How the block casts where one side is a float.
+struct FloatCast {
+    /// Of kernels of floats.
+    int aux;
+    /// Of a fixed-point result.
+    Rounding rounding;
+    Saturation saturation;
+};
+FloatCast floatCastOf(const BlockWriter &writer);
+/// Adds the cast of a scalar from or to a float. `clip`, if there is one, tells that a fixed-point result met a bound.
+void emitFloatCast(BlockWriter &writer, const FloatCast &cast, Leaf out, Leaf source, std::optional<Leaf> clip);
 
 /// Bits of a pattern from one up.
 Leaf emitSlice(BlockWriter &writer, Leaf source, std::uint32_t from, std::uint32_t count);

@@ -377,21 +377,6 @@ void writeCompareControl(BlockWriter &writer) {
     }
 }
 
-Rounding fixedRoundingOf(const BlockWriter &writer) {
-    const std::pair<const StaticString *, Rounding> modes[] = {
-        {&A_ROUNDING_TRUNC_TO_ZERO, Rounding::ToZero}, {&A_ROUNDING_RNDZ, Rounding::ToZero},
-        {&A_ROUNDING_BIASED, Rounding::HalfUp},        {&A_ROUNDING_UNBIASED, Rounding::HalfEven},
-        {&A_ROUNDING_RNDNE, Rounding::HalfEven},       {&A_ROUNDING_RNDNA, Rounding::HalfAway},
-        {&A_ROUNDING_RNDU, Rounding::Ceiling}};
-    const ValueRef told = writer.param(A_CAST_ROUNDING_MODE);
-    for (const auto &[name, rounding] : modes) {
-        if (told == *name) {
-            return rounding;
-        }
-    }
-    return Rounding::Floor;
-}
-
 /// From and to fixed point, and between formats; or the bits as they are.
 void writeCast(BlockWriter &writer) {
     const std::vector<Signal> in = inputsOf(writer, 1);
@@ -401,37 +386,16 @@ void writeCast(BlockWriter &writer) {
     }
     const Signal clip = writer.out(A_CAST_WIRE_CLIP);
     const bool reinterprets = writer.param(A_CAST_MODE) == A_CAST_MODE_REINTERP;
-    const int aux = floatAux(floatModeOf(writer));
-    const ValueRef bound = writer.param(A_CAST_SATURATE_MODE);
-    const Rounding rounding = fixedRoundingOf(writer);
-    const Saturation saturation = bound == A_SATURATE_SYM    ? Saturation::Symmetric
-                                  : bound == A_SATURATE_ASYM ? Saturation::Asymmetric
-                                                             : Saturation::Wrap;
+    const FloatCast cast = floatCastOf(writer);
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
         const auto source = leafAt(in[0], lane, part);
         if (!source) {
             return;
         }
-        const ScalarType from = writer.scalar(*source);
-        const ScalarType to = writer.scalar(leaf);
         if (reinterprets) {
             writer.emit(leaf, 0, {writer.raw(*source)}, sumKernel);
-        } else if (from.isFloat && to.isFloat) {
-            emitFloat(writer, leaf, {*source}, floatConvertKernel(), aux);
-        } else if (to.isFloat) {
-            Operand operand = writer.raw(*source);
-            operand.shift = from.fraction;
-            emitFloatFrom(writer, leaf, {operand}, floatFromFixedKernel(), aux);
         } else {
-            const Operand operand = floatOperand(writer, *source);
-            writer.emit(
-                leaf, to.fraction, {operand}, [&](const Op &) { return floatToFixedKernel(rounding, saturation); },
-                aux);
-            if (const auto flag = clip.known() ? leafAt(clip, lane, part) : std::nullopt) {
-                writer.emit(
-                    *flag, to.fraction, {operand, writer.raw(leaf)},
-                    [&](const Op &) { return floatClipKernel(rounding, saturation); }, aux);
-            }
+            emitFloatCast(writer, cast, leaf, *source, clip.known() ? leafAt(clip, lane, part) : std::nullopt);
         }
     });
 }
