@@ -752,6 +752,28 @@ TEST_F(VectorUnrollersTest, leavesALoopAloneWhoseLimitsStandInBothForms) {
               "its levels stand both in vectors and under keys of their own");
 }
 
+TEST_F(VectorUnrollersTest, leavesALoopAloneWhoseConditionsAreVectors) {
+    for (const char *port : {"loopPortGo", "loopPortEnable"}) {
+        const bool isGo = std::string(port) == "loopPortGo";
+        const Texts inputs{{"loopPortGo", isGo ? "[2] u1.0" : "u1.0"},
+                           {"loopPortEnable", isGo ? "u1.0" : "[2] u1.0"},
+                           {"loopPortLimit", "[2] u2.0"}};
+        EXPECT_EQ(toldOf("loopBlock", inputs, {{"loopWireValue", ""}}),
+                  std::vector<std::string>{"UNVEC_INVALID_PORT_TYPE block=/top/block port=" + std::string(port)});
+        Design design(mgr.context());
+        EXPECT_NE(refusal(design, oneBlock(design, "loopBlock", inputs, {{"loopWireValue", ""}}))
+                      .find(isGo ? "go is not one condition" : "the enable is not one condition"),
+                  std::string::npos)
+            << port;
+    }
+}
+
+TEST_F(VectorUnrollersTest, leavesATableAloneWhoseEnableIsAVector) {
+    EXPECT_EQ(toldOf("lutBlock", {{"lutPortAddr", "[2] u1.0"}, {"lutPortHitEn", "[2] u1.0"}}, {{"primWireOut", ""}},
+                     {{"lutData", "(1 2)"}}),
+              std::vector<std::string>{"UNVEC_INVALID_PORT_TYPE block=/top/block port=lutPortHitEn"});
+}
+
 TEST_F(VectorUnrollersTest, drivesASignalOfFewerDimensionsFromTheFirstLane) {
     EXPECT_EQ(madeOf("registerBlock", {{"0", "[3] s4.0"}, {"registerPortEnable", "[2][3] u1.0"}}, {{"primWireOut", ""}})
                   .size(),

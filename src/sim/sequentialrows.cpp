@@ -70,9 +70,12 @@ void setInitialBits(BlockWriter &writer, const std::vector<std::uint32_t> &state
 
 /// The cycles that a lane is late by.
 std::int64_t delayOf(const BlockWriter &writer, const SignalType &type, std::uint32_t lane) {
-    const NumberValueRef length = numberVR(settingOfLane(writer.param(A_DELAY_LENGTH), type, lane));
-    if (!length || !length->isInteger() || length->isSpecial() || length->getBitWidths().first > 62 ||
-        length->toInt64(0) < 0 || length->toInt64(0) > kMostEntries) {
+    const ValueRef value = settingOfLane(writer.param(A_DELAY_LENGTH), type, lane);
+    const NumberValueRef length = numberVR(value);
+    if (value && (!length || !length->isInteger() || length->isSpecial() || length->getBitWidths().first > 62)) {
+        writer.fail("'" + std::string(A_DELAY_LENGTH.text()) + "' is no integer");
+    }
+    if (!value || length->toInt64(0) < 0 || length->toInt64(0) > kMostEntries) {
         writer.fail("the length of the delay is no number of cycles");
     }
     return length->toInt64(0);
@@ -281,6 +284,11 @@ Leaf integerLimit(BlockWriter &writer, Leaf limit) {
 void writeLoop(BlockWriter &writer) {
     const Signal go = fixedInput(writer, A_LOOP_PORT_GO, "go");
     const Signal enable = writer.in(A_LOOP_PORT_ENABLE);
+    for (const auto &[condition, what] : {std::pair(go, "go"), std::pair(enable, "the enable")}) {
+        if (condition.known() && condition.type->leaves != 1) {
+            writer.fail(std::string(what) + " is not one condition for all levels");
+        }
+    }
     Context *context = writer.context();
     std::vector<Operand> operands{writer.raw(truth(writer, go.first))};
     const auto keyed = [context](const StaticString &key, int level) {
