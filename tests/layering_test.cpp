@@ -139,6 +139,7 @@ const std::map<std::string, int> &floors() {
         {"vectorunroller", 5},
         {"vectorunroll", 5},
         {"boundaryvectorunroller", 5},
+        {"ifacerecords", 5},
         {"replacedsignals", 5},
         {"stallnumbers", 5},
         {"vectorunrollparts", 5},

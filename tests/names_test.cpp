@@ -47,6 +47,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"flattenzrtexplicitpass", "flattener"},
         {"floatemit", "floatrows"},
         {"functionkernels", "functionrows"},
+        {"ifacerecords", "subcyclelatency"},
         {"initimpl", "passtable"},
         {"keyedvectorunrollers", "vectorunrollers"},
         {"lanevectorunrollers", "vectorunrollers"},
