@@ -245,6 +245,61 @@ TEST_F(Checkpoint, putsBackTheRecordsThatStandAtTheRootOfTheSchedule) {
     EXPECT_EQ(records(top), before);
 }
 
+TEST_F(Checkpoint, takesBackAConstraintToAnEndOutside) {
+    const LatencyConstraintsCheckpoint checkpoint(&below);
+    const std::string before =
+        records(top) + records(below) + wires(in) + ports(out) + wires(innerIn) + ports(innerOut);
+    LatencyConstraintCreator(design).from(wire(in)).to(port(innerOut), {&call1}).equal(1).end();
+    LatencyConstraintCreator(design).from(wire(innerIn), {&call2}).to(port(out)).scheduleLink(0).end();
+    EXPECT_EQ(wires(in), "((w true (0 2) ()))");
+    checkpoint.restore();
+    EXPECT_EQ(records(top) + records(below) + wires(in) + ports(out) + wires(innerIn) + ports(innerOut), before);
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+    checkpoint.restore();
+    EXPECT_EQ(records(top) + records(below) + wires(in) + ports(out) + wires(innerIn) + ports(innerOut), before);
+}
+
+TEST_F(Checkpoint, takesBackTheOnlyConstraintOfABlockOutside) {
+    Block &beside = marker(top, "beside", A_SIGNAL_IN_BLOCK);
+    const LatencyConstraintsCheckpoint checkpoint(&below);
+    LatencyConstraintCreator(design).from(wire(beside)).to(port(innerOut), {&call1}).equal(1).end();
+    checkpoint.restore();
+    EXPECT_EQ(wires(beside), "");
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+}
+
+TEST_F(Checkpoint, takesBackAnEndOutsideWhoseRecordStandsAtTheRootOfTheSchedule) {
+    below.setParam(A_SYNTH_ROOT_SCHEDULE_MODEL, top);
+    const LatencyConstraintsCheckpoint checkpoint(&below);
+    const std::string before = records(top) + wires(in) + ports(innerOut);
+    LatencyConstraintCreator(design).from(wire(in)).to(port(innerOut), {&call2}).equal(1).end();
+    checkpoint.restore();
+    EXPECT_EQ(records(top) + wires(in) + ports(innerOut), before);
+}
+
+TEST_F(Checkpoint, keepsConstraintsThatAreWhollyOutside) {
+    const LatencyConstraintsCheckpoint checkpoint(&below);
+    LatencyConstraintCreator(design).from(wire(in)).to(port(out)).greaterThan(3).end();
+    LatencyConstraintCreator(design).from(wire(in)).to(port(innerOut), {&call1}).equal(1).end();
+    checkpoint.restore();
+    EXPECT_EQ(wires(in), "((w true (0 2) ()))");
+    EXPECT_EQ(ports(out), "((p true () (0 2)))");
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+}
+
+TEST_F(Checkpoint, takesBackAnEndInAModelThatIsBelowSince) {
+    const LatencyConstraintsCheckpoint checkpoint(&below);
+    Model &deeper = *Model::create(design, "deeper");
+    Block &deepest = marker(deeper, "deepest", A_CHANNEL_OUT_BLOCK);
+    Block &call = *Block::create(below, "call", A_MODEL_BLOCK);
+    call.setParam(A_MODEL_NODE, deeper);
+    LatencyConstraintCreator(design).from(wire(innerIn)).to(port(deepest), {&call}).equal(1).end();
+    checkpoint.restore();
+    EXPECT_EQ(ports(deepest), "");
+    EXPECT_EQ(wires(innerIn), "((w true (1) ()))");
+    EXPECT_TRUE(OrvoUtils::requireConstraintsConsistentWithDesign(design));
+}
+
 TEST_F(Creator, givesNoIdTwiceWhereNumbersRunOut) {
     for (const long count : {1000000000000000L, 999999999999999L, 999999999999998L}) {
         top.setParam(A_SYNTH_SCHEDULE_CONSTRAINTS, nullptr);

@@ -2,6 +2,9 @@
 #include <orvo/subcyclelatency.h>
 
 #include "support/constraintrig.h"
+#include "support/simulatorfixture.h"
+
+#include <orvo/pass.h>
 
 namespace orvo {
 namespace {
@@ -41,6 +44,61 @@ TEST_F(SubCycle, takesTheLastDepthOfAnEnd) {
 TEST_F(SubCycle, mayBeEmpty) {
     SubCycleLatencyCreator(iface).finalise();
     EXPECT_EQ(written(), "(() ())");
+}
+
+class SubCycleOfCompoundSignals : public test::SimulatorFixture {
+  protected:
+    /// The depths of an interface that takes x and y and gives z, once the passes have run.
+    std::string after(const std::string &x, const std::string &y, const std::string &z,
+                      const std::vector<const char *> &passes) {
+        Design design(mgr.context());
+        Model &model = oneBlock(design, "extIfaceBlock", {{"x", x.c_str()}, {"y", y.c_str()}}, {{"z", z.c_str()}});
+        Block &block = *model.getBlock(value("block"));
+        SubCycleLatencyCreator creator(block);
+        creator.setForAllWires(4);
+        creator.set(*block.getPort(value("x")), 2);
+        creator.set(*block.getPort(value("y")), 3);
+        creator.finalise();
+        PassScheduler scheduler;
+        for (const char *pass : passes) {
+            scheduler.addPass(pass);
+        }
+        scheduler.apply(design);
+        return PureValueRef(block.getParam(A_EXT_IFACE_SUBCYCLE_LATENCY))->toString();
+    }
+};
+
+TEST_F(SubCycleOfCompoundSignals, namesTheLanes) {
+    EXPECT_EQ(after("[3] s4.0", "s4.0", "[2] u1.0", {"UnrollVectorPass"}),
+              "((((x 0) 2) ((x 1) 2) ((x 2) 2) (y 3)) (((z 0) 4) ((z 1) 4)))");
+    EXPECT_EQ(after("[2][2] s4.0", "u1.0", "s4.0", {"UnrollVectorPass"}),
+              "((((x 0) 2) ((x 1) 2) ((x 2) 2) ((x 3) 2) (y 3)) ((z 4)))");
+}
+
+TEST_F(SubCycleOfCompoundSignals, namesTheParts) {
+    EXPECT_EQ(after("c s4.0", "s4.0", "c u1.0", {"UnrollComplexPass"}),
+              "((((x real) 2) ((x imag) 2) (y 3)) (((z real) 4) ((z imag) 4)))");
+    EXPECT_EQ(after("s4.0", "[2] c s4.0", "s4.0", {"UnrollVectorPass", "UnrollComplexPass"}),
+              "(((x 2) ((y real 0) 3) ((y imag 0) 3) ((y real 1) 3) ((y imag 1) 3)) ((z 4)))");
+}
+
+TEST_F(SubCycleOfCompoundSignals, namesTheMembers) {
+    EXPECT_EQ(after("{s4.0,{u1.0,s3.0}}", "s4.0", "{s4.0,u2.0}", {"UnrollAggregatePass"}),
+              "((((x 0) 2) ((x 1) 2) ((x 2) 2) (y 3)) (((z 0) 4) ((z 1) 4)))");
+}
+
+TEST_F(SubCycleOfCompoundSignals, leavesAloneWhatItDoesNotKnow) {
+    for (const char *told : {"7", "()", "((x 2) (y 3))", "((x (x) (x 2 3)) ())", "(((y 2)) ((w 1)))"}) {
+        Design design(mgr.context());
+        Model &model = oneBlock(design, "extIfaceBlock", {{"x", "[2] s4.0"}, {"y", "s4.0"}}, {});
+        Block &block = *model.getBlock(value("block"));
+        block.setParam(A_EXT_IFACE_SUBCYCLE_LATENCY, ValueRef(value(told)));
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollVectorPass");
+        scheduler.apply(design);
+        EXPECT_NE(block.getPort(value("(x 1)")), nullptr);
+        EXPECT_EQ(PureValueRef(block.getParam(A_EXT_IFACE_SUBCYCLE_LATENCY)), value(told));
+    }
 }
 
 using SubCycleDeath = SubCycle;

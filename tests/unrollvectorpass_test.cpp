@@ -1,6 +1,8 @@
 // Vectors come apart inside models and at their boundaries, and the design computes the same.
 #include "orvo/unrollvectorpass.h"
 
+#include "orvo/unrollpasses.h"
+
 #include "support/checkedrun.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
@@ -267,6 +269,81 @@ TEST_F(UnrollVectorPassTest, leavesAModelWholeWhoseInstancesHaveVectorsOfTheirOw
     for (const char *use : {"use", "again"}) {
         EXPECT_EQ(portsOf(*model.getBlock(value(use))), (Names{"x", "y"}));
     }
+}
+
+/// How many chains stand for the instances of a model, which must have been unrolled alike.
+class DistinctInstancesTest : public UnrollVectorPassTest {
+  protected:
+    std::size_t instancesOf(Model &of) {
+        PassScheduler scheduler;
+        scheduler.requirePass("ModelTreePass");
+        scheduler.requirePass("GlobalTypePass");
+        const PassResults results = scheduler.apply(design);
+        return internal::DistinctInstances(*results.getPass<ModelTreePass>(), *results.getPass<GlobalTypePass>())
+            .of(of)
+            .size();
+    }
+    /// A use of a model with an input and an output.
+    Wire &use(Model &in, const std::string &name, Model &of, Wire &x) {
+        Block &made = block(in, name, "modelBlock");
+        made.setParam(A_MODEL_NODE, of);
+        made.setParam(value("x"), x);
+        return *Wire::create(made, value("z"));
+    }
+    /// A level that negates its input.
+    Model &leaf() {
+        Block &negation = block(below, "not", "notBlock");
+        negation.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));
+        output(below, "z", *Wire::create(negation, A_PRIM_WIRE_OUT));
+        return below;
+    }
+    /// A level that has another one do its work.
+    Model &around(const std::string &name, Model &inner) {
+        Model &made = *Model::create(design, name);
+        output(made, "z",
+               use(made, "use", inner, *Wire::create(*Block::create(made, "in", A_INPUT_BLOCK), value("x"))));
+        return made;
+    }
+};
+
+TEST_F(DistinctInstancesTest, areFewWhereManyAreAlike) {
+    Model *now = &leaf();
+    for (int level = 0; level < 12; ++level) {
+        Model &next = *Model::create(design, "level" + std::to_string(level));
+        Wire &x = *Wire::create(*Block::create(next, "in", A_INPUT_BLOCK), value("x"));
+        output(next, "z", use(next, "second", *now, use(next, "first", *now, x)));
+        now = &next;
+    }
+    output(model, "z", use(model, "use", *now, input(model, "x", "[2] u4.0")));
+    EXPECT_EQ(instancesOf(below), 1U);
+    EXPECT_EQ(run("UnrollVectorPass"), Names{});
+    EXPECT_NE(below.getBlock(value("(not 1)")), nullptr);
+}
+
+TEST_F(DistinctInstancesTest, differByWhatComesInSeveralLevelsAbove) {
+    Model &outer = around("outer", around("middle", leaf()));
+    output(model, "z0", use(model, "use0", outer, input(model, "x", "[2] u4.0")));
+    output(model, "z1", use(model, "use1", outer, input(model, "y", "[3] u4.0")));
+    output(model, "z2", use(model, "use2", outer, input(model, "w", "[2] u4.0")));
+    EXPECT_EQ(instancesOf(below), 2U);
+    EXPECT_EQ(run("UnrollVectorPass"), (Names{"UNVEC_INVALID_WIRE_TYPE wire=/below/not/primWireOut",
+                                              "UNVEC_INVALID_PORT_TYPE block=/below/not port=0"}));
+    EXPECT_NE(below.getBlock(value("not")), nullptr);
+}
+
+TEST_F(DistinctInstancesTest, areAllWhereAModelInstantiatesItself) {
+    Model &outer = around("outer", leaf());
+    Block &again = block(outer, "again", "modelBlock");
+    again.setParam(A_MODEL_NODE, outer);
+    output(model, "z0", use(model, "use0", outer, input(model, "x", "[2] u4.0")));
+    output(model, "z1", use(model, "use1", outer, input(model, "y", "[2] u4.0")));
+    EXPECT_EQ(instancesOf(below), 2U);
+}
+
+TEST_F(DistinctInstancesTest, haveOneChainWithoutAnyReference) {
+    leaf();
+    EXPECT_EQ(instancesOf(below), 1U);
+    EXPECT_EQ(instancesOf(model), 1U);
 }
 
 } // namespace

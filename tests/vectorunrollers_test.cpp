@@ -6,6 +6,7 @@
 #include "support/invariants.h"
 #include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
+#include "support/typetable.h"
 
 #include <orvo/blockclass.h>
 #include <orvo/blocksinfo.h>
@@ -454,6 +455,158 @@ TEST_F(VectorUnrollersTest, givesLanesTheirOwnSettings) {
               6U);
 }
 
+/// A block with a parameter that each lane has its own of.
+struct RolledCase {
+    const char *type;
+    /// Ports that are matrices, with the types of their elements, and scalar ones.
+    std::vector<std::pair<const char *, const char *>> matrices;
+    std::vector<std::pair<const char *, const char *>> scalars;
+    std::vector<const char *> outputs;
+    const char *key;
+    /// What stands around the rolled value.
+    const char *front;
+    const char *back;
+    std::vector<std::pair<const char *, const char *>> params;
+    /// Parameters that tell the type of the whole.
+    std::vector<const char *> types{};
+};
+
+const std::vector<RolledCase> &rolledCases() {
+    using Texts = std::vector<std::pair<const char *, const char *>>;
+    const Texts steps{{"counterLimit", "100"}, {"counterInitial", "0"}};
+    const Texts initials{{"counterLimit", "100"}, {"counterStep", "3"}};
+    const Texts pulses{{"counterLimit", "70"}, {"counterInitial", "-1"}};
+    const Texts pulseLimits{{"counterStep", "9"}, {"counterInitial", "-1"}};
+    const Texts queue{{"fifoPortWriteEn", "u1.0"}, {"fifoPortReadAck", "u1.0"}};
+    const Texts delay{{"portWrite", "u1.0"}, {"portReady", "u1.0"}};
+    const Texts memory{{"dualMemPortData1", "s8.0"}, {"dualMemPortAddr1", "u1.0"}, {"dualMemPortAddr2", "u1.0"}};
+    static const std::vector<RolledCase> cases{
+        {"constBlock", {}, {}, {"primWireOut"}, "constValue", "", "", {}},
+        {"registerBlock",
+         {{"0", "s8.0"}},
+         {{"registerPortEnable", "u1.0"}},
+         {"primWireOut"},
+         "registerInitValue",
+         "",
+         "",
+         {}},
+        {"syncRegisterBlock",
+         {{"syncRegisterPortIclkData", "s8.0"}},
+         {{"syncRegisterPortIclkEnable", "u1.0"}},
+         {"syncRegisterWireIclkData", "syncRegisterWireOclkData"},
+         "syncRegisterInitValue",
+         "",
+         "",
+         {},
+         {"syncRegisterDataType"}},
+        {"counterBlock", {{"portEnable", "u1.0"}}, {}, {"primWireOut"}, "counterStep", "", "", steps},
+        {"counterBlock", {{"portEnable", "u1.0"}}, {}, {"primWireOut"}, "counterInitial", "", "", initials},
+        {"sequenceBlock", {{"portEnable", "u1.0"}}, {}, {"primWireOut"}, "counterStep", "", "", pulses},
+        {"sequenceBlock", {{"portEnable", "u1.0"}}, {}, {"primWireOut"}, "counterLimit", "", "", pulseLimits},
+        {"lutBlock", {{"lutPortAddr", "u1.0"}}, {}, {"primWireOut"}, "lutData", "(", " 7)", {}},
+        {"lutBlock", {{"lutPortAddr", "u1.0"}}, {}, {"primWireOut"}, "lutData", "", "", {}},
+        {"constmultBlock", {{"0", "s4.0"}}, {}, {"primWireOut"}, "constValue", "", "", {}},
+        {"constdivBlock", {{"0", "s8.0"}}, {}, {"primWireOut"}, "constValue", "", "", {}},
+        {"fifoBlock", {{"fifoPortData", "s4.0"}}, queue, {"fifoWireData", "fifoWireValid"}, "fifoDepth", "", "", {}},
+        {"fifoBlock",
+         {{"fifoPortData", "s4.0"}},
+         queue,
+         {"fifoWireData", "fifoWireHigh"},
+         "fifoHighThreshold",
+         "",
+         "",
+         {{"fifoDepth", "40"}}},
+        {"fifoDelayBlock", {{"fifoPortData", "s4.0"}}, delay, {"fifoWireData"}, "fifoDepth", "", "", {}},
+        {"delayBlock", {{"0", "s4.0"}}, {}, {"primWireOut"}, "delayLength", "", "", {}},
+        {"decodeBlock", {{"decodePortAddr", "u5.0"}}, {}, {"decodeWireMatch"}, "decodeAddress", "", "", {}},
+        {"dualMemBlock",
+         memory,
+         {{"dualMemPortWrite1En", "u1.0"}},
+         {"dualMemWireData1", "dualMemWireData2"},
+         "dualMemData",
+         "(",
+         " 7)",
+         {{"dualMemDepth1", "2"}, {"dualMemDepth2", "2"}},
+         {"dualMemTypeData1", "dualMemTypeData2"}},
+    };
+    return cases;
+}
+
+class RolledParametersTest : public VectorUnrollersTest {
+  protected:
+    Model &make(Design &design, const RolledCase &row, const std::string &dims, const std::string &rolled) {
+        std::vector<std::string> types;
+        for (const auto &[key, element] : row.matrices) {
+            types.push_back(dims + " " + element);
+        }
+        Texts inputs = row.scalars;
+        for (std::size_t i = 0; i < types.size(); ++i) {
+            inputs.emplace_back(row.matrices[i].first, types[i].c_str());
+        }
+        Texts outputs;
+        for (const char *key : row.outputs) {
+            outputs.emplace_back(key, "");
+        }
+        const std::string text = row.front + rolled + row.back;
+        Texts params = row.params;
+        params.emplace_back(row.key, text.c_str());
+        const std::string matrix = testing::typeText(dims + " s8.0");
+        for (const char *key : row.types) {
+            params.emplace_back(key, matrix.c_str());
+        }
+        return unrolled(design, row.type, inputs, outputs, params);
+    }
+    /// Whether each lane has its element: `wanted` by the outer index, then by the inner one.
+    void expectLanes(const RolledCase &row, const std::string &dims, const std::string &rolled,
+                     const std::vector<std::vector<int>> &wanted) {
+        SCOPED_TRACE(std::string(row.type) + " " + row.key + " " + dims + " " + rolled);
+        Design design(mgr.context());
+        const Model &model = make(design, row, dims, rolled);
+        for (std::size_t outer = 0; outer < wanted.size(); ++outer) {
+            for (std::size_t inner = 0; inner < wanted[outer].size(); ++inner) {
+                // The name has the innermost index first.
+                const std::string name = "(block " + std::to_string(inner) + " " + std::to_string(outer) + ")";
+                const Block *lane = model.getBlock(value(name));
+                ASSERT_NE(lane, nullptr) << name;
+                EXPECT_EQ(PureValueRef(lane->getParam(value(row.key))),
+                          value(row.front + std::to_string(wanted[outer][inner]) + row.back))
+                    << name;
+            }
+        }
+    }
+};
+
+TEST_F(RolledParametersTest, giveTheLanesOfAMatrixTheirElementsInBothOrders) {
+    for (const RolledCase &row : rolledCases()) {
+        expectLanes(row, "[2][3]", "(vectorRollTag (vectorRollTag 11 12 13) (vectorRollTag 21 22 23))",
+                    {{11, 12, 13}, {21, 22, 23}});
+        expectLanes(row, "[3][2]", "(vectorRollTag (vectorRollTag 11 12) (vectorRollTag 21 22) (vectorRollTag 31 32))",
+                    {{11, 12}, {21, 22}, {31, 32}});
+    }
+}
+
+TEST_F(RolledParametersTest, giveTheInnermostDimensionTheElementsOfFewerLayers) {
+    for (const RolledCase &row : rolledCases()) {
+        if (!row.matrices.empty()) {
+            expectLanes(row, "[2][3]", "(vectorRollTag 11 12 13)", {{11, 12, 13}, {11, 12, 13}});
+            expectLanes(row, "[3][2]", "(vectorRollTag 11 12)", {{11, 12}, {11, 12}, {11, 12}});
+        }
+    }
+}
+
+TEST_F(RolledParametersTest, repeatTheLastElementOfALayerThatIsTooShort) {
+    for (const RolledCase &row : rolledCases()) {
+        // Elsewhere the value is told by the type that it makes, which would not fit.
+        const std::string type = row.type;
+        if (type != "constBlock" && type != "lutBlock" && type != "constmultBlock" && type != "constdivBlock" &&
+            type != "dualMemBlock" && type != "fifoBlock") {
+            expectLanes(row, "[3][2]", "(vectorRollTag (vectorRollTag 11 12) (vectorRollTag 21))",
+                        {{11, 12}, {21, 21}, {21, 21}});
+            expectLanes(row, "[2][3]", "(vectorRollTag 11 12)", {{11, 12, 12}, {11, 12, 12}});
+        }
+    }
+}
+
 TEST_F(VectorUnrollersTest, takesTheLayersOfTablesForTheInnermostDimensions) {
     for (const char *data : {"(vectorRollTag (1 7) (2 8) (3 9))", "((vectorRollTag 1 2 3) 7)"}) {
         EXPECT_EQ(madeOf("lutBlock", {{"lutPortAddr", "u1.0"}}, {{"primWireOut", ""}},
@@ -615,6 +768,28 @@ TEST_F(VectorUnrollersTest, leavesALoopAloneWhoseLimitsStandInBothForms) {
                         {{"loopPortGo", "u1.0"}, {"loopPortLimit", "[2] u2.0"}, {"(loopPortLimit 0)", "u2.0"}},
                         {{"loopWireValue", ""}}),
               "its levels stand both in vectors and under keys of their own");
+}
+
+TEST_F(VectorUnrollersTest, leavesALoopAloneWhoseConditionsAreVectors) {
+    for (const char *port : {"loopPortGo", "loopPortEnable"}) {
+        const bool isGo = std::string(port) == "loopPortGo";
+        const Texts inputs{{"loopPortGo", isGo ? "[2] u1.0" : "u1.0"},
+                           {"loopPortEnable", isGo ? "u1.0" : "[2] u1.0"},
+                           {"loopPortLimit", "[2] u2.0"}};
+        EXPECT_EQ(toldOf("loopBlock", inputs, {{"loopWireValue", ""}}),
+                  std::vector<std::string>{"UNVEC_INVALID_PORT_TYPE block=/top/block port=" + std::string(port)});
+        Design design(mgr.context());
+        EXPECT_NE(refusal(design, oneBlock(design, "loopBlock", inputs, {{"loopWireValue", ""}}))
+                      .find(isGo ? "go is not one condition" : "the enable is not one condition"),
+                  std::string::npos)
+            << port;
+    }
+}
+
+TEST_F(VectorUnrollersTest, leavesATableAloneWhoseEnableIsAVector) {
+    EXPECT_EQ(toldOf("lutBlock", {{"lutPortAddr", "[2] u1.0"}, {"lutPortHitEn", "[2] u1.0"}}, {{"primWireOut", ""}},
+                     {{"lutData", "(1 2)"}}),
+              std::vector<std::string>{"UNVEC_INVALID_PORT_TYPE block=/top/block port=lutPortHitEn"});
 }
 
 TEST_F(VectorUnrollersTest, drivesASignalOfFewerDimensionsFromTheFirstLane) {

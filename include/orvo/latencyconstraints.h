@@ -7,6 +7,7 @@
 #include <orvo/port.h>
 
 #include <array>
+#include <unordered_set>
 #include <vector>
 
 namespace orvo {
@@ -79,10 +80,13 @@ class ORVO_API LatencyConstraintsCheckpoint {
   public:
     /// A null model remembers nothing.
     explicit LatencyConstraintsCheckpoint(Model *model);
-    /// Puts everything back on the nodes that still exist. May be called again.
+    /// Puts everything back on the nodes that still exist. A constraint that was made since goes altogether, with its
+    /// record and its end outside these models. May be called again.
     void restore() const;
 
   private:
+    using Ids = std::unordered_set<const Value *>;
+    Ids idsSince() const;
     /// Held by its value, which outlives the node and then tells that it is gone.
     struct Saved {
         NodeValueRef node;

@@ -1,6 +1,8 @@
 // Records at blocks that go by the names of their ports.
 #include "orvo/boundaryaggregateunroller.h"
 
+#include "orvo/ifacerecords.h"
+
 #include <orvo/block.h>
 #include <orvo/logging.h>
 #include <orvo/orvoutils.h>
@@ -85,6 +87,7 @@ void BoundaryAggregateUnroller::postAttach() {
     for (const auto &[name, members] : mWireNames) {
         delete mBlock.getWire(name);
     }
+    internal::renameSubcycleLatencies(mBlock, mPortMappings, mWireMappings);
 }
 
 std::shared_ptr<AggregateUnroller> BoundaryAggregateUnrollHandler::createUnroller(Block &block) const {

@@ -1,6 +1,8 @@
 // Complex signals at blocks that go by the names of their ports.
 #include "orvo/boundarycomplexunroller.h"
 
+#include "orvo/ifacerecords.h"
+
 #include <orvo/block.h>
 #include <orvo/orvoutils.h>
 
@@ -79,6 +81,9 @@ void BoundaryComplexUnroller::attachPort(Port &port, const ComplexDecorSpec &dec
     addAttachedPort(attached);
 }
 
-void BoundaryComplexUnroller::postAttach() { mReplaced.removeFrom(mBlock); }
+void BoundaryComplexUnroller::postAttach() {
+    mReplaced.removeFrom(mBlock);
+    internal::renameSubcycleLatencies(mBlock, mPortMappings, mWireMappings);
+}
 
 } // namespace orvo

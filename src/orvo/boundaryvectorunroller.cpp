@@ -1,6 +1,8 @@
 // Vectors at blocks that go by the names of their ports.
 #include "orvo/boundaryvectorunroller.h"
 
+#include "orvo/ifacerecords.h"
+
 #include <orvo/block.h>
 #include <orvo/orvoutils.h>
 
@@ -85,6 +87,9 @@ Wire *BoundaryVectorUnroller::attachWire(Wire &wire, const VectorDecorSpec &lane
     return lane;
 }
 
-void BoundaryVectorUnroller::postAttach() { mReplaced.removeFrom(mBlock); }
+void BoundaryVectorUnroller::postAttach() {
+    mReplaced.removeFrom(mBlock);
+    internal::renameSubcycleLatencies(mBlock, mPortMappings, mWireMappings);
+}
 
 } // namespace orvo

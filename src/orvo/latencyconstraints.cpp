@@ -42,6 +42,83 @@ template <class End> const End &given(const End *end) {
     return *end;
 }
 
+using IdSet = std::unordered_set<const Value *>;
+
+void addRecordIds(const Value *records, IdSet &ids) {
+    for (const ValueRef &record : elementsOf(records)) {
+        if (const TupleValue *parts = asTuple(record.get_ptr()); parts != nullptr && parts->size() != 0) {
+            ids.insert(parts->at(kRecordId).get_ptr());
+        }
+    }
+}
+
+void addEntryIds(const Value *entries, IdSet &ids) {
+    for (const ValueRef &entry : elementsOf(entries)) {
+        const TupleValue *parts = asEntry(entry.get_ptr());
+        for (const EntryElement side : {kEntryFrom, kEntryTo}) {
+            for (const ValueRef &id : elementsOf(parts == nullptr ? nullptr : parts->at(side).get_ptr())) {
+                ids.insert(id.get_ptr());
+            }
+        }
+    }
+}
+
+/// What is left of a tuple without the elements that go; null without any.
+template <class Goes> ValueRef withoutThose(const Value *tuple, Context *context, Goes goes) {
+    std::vector<ValueRef> left = elementsOf(tuple);
+    left.erase(std::remove_if(left.begin(), left.end(), goes), left.end());
+    return left.empty() ? ValueRef() : TupleValue::get(std::move(left), context);
+}
+
+/// Takes constraints off a block; an entry goes with the last one of its own.
+void forgetEnds(Block &block, const StaticString &param, const IdSet &gone) {
+    IdSet there;
+    addEntryIds(block.findParam(param), there);
+    if (std::none_of(there.begin(), there.end(), [&](const Value *id) { return gone.count(id) != 0; })) {
+        return;
+    }
+    Context *context = block.getContext();
+    const auto isGone = [&](const ValueRef &id) { return gone.count(id.get_ptr()) != 0; };
+    std::vector<ValueRef> left;
+    for (const ValueRef &value : elementsOf(block.findParam(param))) {
+        IdSet own;
+        addEntryIds(TupleValue::get(value, context).get_ptr(), own);
+        if (std::none_of(own.begin(), own.end(), [&](const Value *id) { return gone.count(id) != 0; })) {
+            left.push_back(value);
+            continue;
+        }
+        std::vector<ValueRef> parts = elementsOf(value.get_ptr());
+        bool anyLeft = false;
+        for (const EntryElement side : {kEntryFrom, kEntryTo}) {
+            const ValueRef ids = withoutThose(parts[side].get_ptr(), context, isGone);
+            anyLeft = anyLeft || ids;
+            parts[side] = ids ? ids : ValueRef(TupleValue::get(context));
+        }
+        if (anyLeft) {
+            left.emplace_back(TupleValue::get(std::move(parts), context));
+        }
+    }
+    block.setParam(param, left.empty() ? ValueRef() : ValueRef(TupleValue::get(std::move(left), context)));
+}
+
+/// Takes constraints off a model and its blocks.
+void forget(Model &model, const IdSet &gone) {
+    IdSet there;
+    addRecordIds(model.findParam(A_SYNTH_SCHEDULE_CONSTRAINTS), there);
+    if (std::any_of(there.begin(), there.end(), [&](const Value *id) { return gone.count(id) != 0; })) {
+        const ValueRef left = withoutThose(
+            model.findParam(A_SYNTH_SCHEDULE_CONSTRAINTS), model.getContext(), [&](const ValueRef &record) {
+                const TupleValue *parts = asTuple(record.get_ptr());
+                return parts != nullptr && parts->size() != 0 && gone.count(parts->at(kRecordId).get_ptr()) != 0;
+            });
+        model.setParam(A_SYNTH_SCHEDULE_CONSTRAINTS, left);
+    }
+    for (Block &block : model) {
+        forgetEnds(block, A_SCHEDULE_CONSTRAINT_PORTS, gone);
+        forgetEnds(block, A_SCHEDULE_CONSTRAINT_WIRES, gone);
+    }
+}
+
 void restoreParam(Node &node, const StaticString &key, const ValueRef &value) {
     if (node.findParam(key) != value.get_ptr()) {
         node.setParam(key, value);
@@ -202,6 +279,7 @@ LatencyConstraintsCheckpoint::LatencyConstraintsCheckpoint(Model *model) {
 }
 
 void LatencyConstraintsCheckpoint::restore() const {
+    const Ids gone = idsSince();
     std::unordered_set<const Node *> known;
     for (const Saved &saved : mModels) {
         if (Node *model = saved.node->getNode()) {
@@ -217,18 +295,60 @@ void LatencyConstraintsCheckpoint::restore() const {
     }
     // Blocks that were made since have ends of constraints that are no longer there. A model that is below now and was
     // not then may be old, and keeps what it has.
+    std::unordered_set<const Node *> below;
+    Design *design = nullptr;
     for (std::size_t i = 0; i < mBelow; ++i) {
-        Node *model = mModels[i].node->getNode();
+        auto *model = static_cast<Model *>(mModels[i].node->getNode());
         if (model == nullptr) {
             continue;
         }
-        for (Block &block : *static_cast<Model *>(model)) {
+        below.insert(model);
+        design = &model->getDesign();
+        for (Block &block : *model) {
             if (known.count(&block) == 0) {
                 restoreParam(block, A_SCHEDULE_CONSTRAINT_PORTS, {});
                 restoreParam(block, A_SCHEDULE_CONSTRAINT_WIRES, {});
             }
         }
     }
+    if (design == nullptr || gone.empty()) {
+        return;
+    }
+    for (Model &model : *design) {
+        if (below.count(&model) == 0) {
+            forget(model, gone);
+        }
+    }
+}
+
+/// The constraints that were not there: those with ends in the models that were remembered, and those whose records go.
+LatencyConstraintsCheckpoint::Ids LatencyConstraintsCheckpoint::idsSince() const {
+    Ids now;
+    Ids then;
+    for (std::size_t i = 0; i < mModels.size(); ++i) {
+        addRecordIds(mModels[i].values[0].get_ptr(), then);
+        const auto *model = static_cast<const Model *>(mModels[i].node->getNode());
+        if (model == nullptr) {
+            continue;
+        }
+        addRecordIds(model->findParam(A_SYNTH_SCHEDULE_CONSTRAINTS), now);
+        for (const Block &block : *model) {
+            if (i >= mBelow) {
+                break;
+            }
+            addEntryIds(block.findParam(A_SCHEDULE_CONSTRAINT_PORTS), now);
+            addEntryIds(block.findParam(A_SCHEDULE_CONSTRAINT_WIRES), now);
+        }
+    }
+    for (const Saved &saved : mBlocks) {
+        for (const ValueRef &entries : saved.values) {
+            addEntryIds(entries.get_ptr(), then);
+        }
+    }
+    for (const Value *id : then) {
+        now.erase(id);
+    }
+    return now;
 }
 
 } // namespace orvo

@@ -3,7 +3,9 @@
 
 #include <orvo/limits.h>
 
+#include <algorithm>
 #include <list>
+#include <set>
 #include <unordered_set>
 
 namespace orvo::internal {
@@ -77,6 +79,95 @@ std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree) {
         chains.emplace_back();
     }
     return chains;
+}
+
+RefChain DistinctInstances::chainTo(const Instance *instance) {
+    RefChain chain;
+    for (; instance->block != nullptr; instance = instance->above) {
+        chain.push_back(instance->block);
+    }
+    std::reverse(chain.begin(), chain.end());
+    return chain;
+}
+
+std::vector<RefChain> DistinctInstances::of(Model &model) {
+    if (!settleAbove(model)) {
+        return instancesOf(model, mTree);
+    }
+    std::vector<RefChain> chains;
+    for (const auto &instance : mKnown.at(&model)) {
+        chains.push_back(chainTo(instance.get()));
+    }
+    return chains;
+}
+
+/// A model whose instances wait for those above it.
+struct DistinctInstances::Way {
+    Model *model;
+    std::vector<Block *> references;
+    std::size_t next = 0;
+};
+
+/// Whether the way up ends everywhere: below a model that instantiates itself there is no order to settle them in.
+bool DistinctInstances::settleAbove(Model &model) {
+    std::vector<Way> ways;
+    std::unordered_set<const Model *> open;
+    const auto enter = [&](Model &next) {
+        const std::list<Block *> references = mTree.getRefBlocks(next);
+        ways.push_back({&next, {references.begin(), references.end()}});
+        open.insert(&next);
+    };
+    if (mKnown.count(&model) == 0) {
+        enter(model);
+    }
+    while (!ways.empty()) {
+        Way &way = ways.back();
+        if (way.next < way.references.size()) {
+            Model &above = way.references[way.next++]->getModel();
+            if (open.count(&above) != 0) {
+                return false;
+            }
+            if (mKnown.count(&above) == 0) {
+                enter(above);
+            }
+            continue;
+        }
+        settle(*way.model, way.references);
+        open.erase(way.model);
+        ways.pop_back();
+    }
+    return true;
+}
+
+void DistinctInstances::settle(Model &model, const std::vector<Block *> &references) {
+    Instances &made = mKnown[&model];
+    if (references.empty()) {
+        made.push_back(std::make_unique<Instance>(Instance{nullptr, nullptr}));
+        return;
+    }
+    std::set<std::vector<const Value *>> met;
+    for (const Block *reference : references) {
+        for (const auto &above : mKnown.at(&reference->getModel())) {
+            if (made.size() < limits::kTypeInstances && met.insert(typesAt(*reference, chainTo(above.get()))).second) {
+                made.push_back(std::make_unique<Instance>(Instance{reference, above.get()}));
+            }
+        }
+    }
+}
+
+/// The names and types of all ports, then of all wires.
+std::vector<const Value *> DistinctInstances::typesAt(const Block &reference, const RefChain &chain) {
+    std::vector<const Value *> types;
+    for (const Port &port : reference.ports()) {
+        types.push_back(port.getName().get_ptr());
+        types.push_back(mTypes.getType(port, chain).get_ptr());
+    }
+    types.push_back(nullptr);
+    for (const Wire &wire : reference) {
+        types.push_back(wire.getName().get_ptr());
+        types.push_back(mTypes.getType(wire, chain).get_ptr());
+    }
+    return types;
 }
 
 bool hasReferencePoints(const Block &block) {

@@ -29,6 +29,34 @@ void declareForUnrolling(PassDeclarations &declarations);
 /// many: to be asked only about models that are worked on.
 std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree);
 
+/// The instances of models that differ in their types, one for all that are alike. What a model's signals are depends
+/// on what comes in at its boundary, so that instances with the same types at the blocks that stand for them are alike
+/// inside. A model costs by the instances that differ above it, not by all that there are.
+class ORVO_API DistinctInstances {
+  public:
+    /// Both are asked while models are asked about, between which nothing changes.
+    DistinctInstances(ModelTreePass &tree, GlobalTypePass &types) : mTree(tree), mTypes(types) {}
+    /// At least one chain.
+    std::vector<RefChain> of(Model &model);
+
+  private:
+    /// The last block of a chain, null at the top, and the chain above it.
+    struct Instance {
+        const Block *block;
+        const Instance *above;
+    };
+    struct Way;
+    using Instances = std::vector<std::unique_ptr<Instance>>;
+    static RefChain chainTo(const Instance *instance);
+    bool settleAbove(Model &model);
+    void settle(Model &model, const std::vector<Block *> &references);
+    std::vector<const Value *> typesAt(const Block &reference, const RefChain &chain);
+
+    ModelTreePass &mTree;
+    GlobalTypePass &mTypes;
+    std::unordered_map<const Model *, Instances> mKnown;
+};
+
 /// Whether the updater of reference points must hear of the block. Of all others it need not, which would cost more
 /// than taking them apart.
 bool hasReferencePoints(const Block &block);
@@ -45,6 +73,7 @@ template <class Impl, class Handler, class... Shared> class ModelUnrolling {
     void before(PassContext &context) {
         GlobalTypePass &types = unrolledTypes(context);
         mShared = std::make_unique<std::tuple<Shared...>>();
+        DistinctInstances distinct(unrolledTree(context), types);
         for (Model &model : context.getDesign()) {
             auto prepared = std::make_unique<Prepared>();
             const bool allScalar = !types.mayCarry(model, Impl::kKind);
@@ -57,7 +86,7 @@ template <class Impl, class Handler, class... Shared> class ModelUnrolling {
                     continue;
                 }
                 if (prepared->instances.empty()) {
-                    prepared->instances = instancesOf(model, unrolledTree(context));
+                    prepared->instances = distinct.of(model);
                 }
                 std::apply(
                     [&](Shared &...shared) {
@@ -80,9 +109,14 @@ template <class Impl, class Handler, class... Shared> class ModelUnrolling {
         if (prepared == mPrepared.end()) {
             return;
         }
+        std::vector<Impl> &blocks = prepared->second->blocks;
+        const bool anyPoints = std::any_of(blocks.begin(), blocks.end(),
+                                           [](const Impl &block) { return hasReferencePoints(block.block()); });
+        const std::vector<RefChain> withPoints =
+            anyPoints ? instancesOf(context.getModel(), unrolledTree(context)) : std::vector<RefChain>();
         NetlistReferencePointsUpdater updater(context, context.getModel(), prepared->second->instances.front());
-        updater.setInstances(prepared->second->instances);
-        for (Impl &block : prepared->second->blocks) {
+        updater.setInstances(withPoints);
+        for (Impl &block : blocks) {
             if (hasReferencePoints(block.block())) {
                 updater.setupUnrollerNotifier(&block.unroller());
             }
@@ -156,14 +190,15 @@ struct ModelBoundary {
 /// One object of each `Shared` serves all blocks.
 template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
   public:
-    explicit BoundaryUnrolling(PassContext &context) : mContext(context), mTypes(unrolledTypes(context)) {
+    explicit BoundaryUnrolling(PassContext &context)
+        : mContext(context), mTypes(unrolledTypes(context)), mDistinct(unrolledTree(context), mTypes) {
         Design &design = context.getDesign();
         if (std::none_of(design.begin(), design.end(),
                          [&](const Model &model) { return mTypes.mayCarry(model, Impl::kKind); })) {
             return;
         }
         for (Model &model : context.getDesign()) {
-            mModels.push_back({&model, {}, {}});
+            mModels.push_back({&model, {}, {}, {}});
         }
         for (PerModel &of : mModels) {
             prepare(of);
@@ -180,7 +215,7 @@ template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
                 continue;
             }
             NetlistReferencePointsUpdater updater(mContext, *of.model, of.instances.front());
-            updater.setInstances(of.instances);
+            updater.setInstances(of.withPoints);
             for (const std::size_t at : of.blocks) {
                 updater.setupUnrollerNotifier(mUnrollers[at].get());
                 mBlocks[at].unroll(mTypes);
@@ -209,6 +244,8 @@ template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
     struct PerModel {
         Model *model;
         std::vector<RefChain> instances;
+        /// All of them, if any of the blocks has points that are told by chains.
+        std::vector<RefChain> withPoints;
         std::vector<std::size_t> blocks;
     };
 
@@ -219,7 +256,10 @@ template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
                 continue;
             }
             if (of.instances.empty()) {
-                of.instances = instancesOf(*of.model, unrolledTree(mContext));
+                of.instances = mDistinct.of(*of.model);
+            }
+            if (of.withPoints.empty() && hasReferencePoints(block)) {
+                of.withPoints = instancesOf(*of.model, unrolledTree(mContext));
             }
             const auto unroller = std::make_shared<Boundary>(block);
             const std::size_t at = mBlocks.size();
@@ -303,6 +343,7 @@ template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
 
     PassContext &mContext;
     GlobalTypePass &mTypes;
+    DistinctInstances mDistinct;
     std::tuple<Shared...> mShared;
     std::vector<PerModel> mModels;
     std::vector<Impl> mBlocks;

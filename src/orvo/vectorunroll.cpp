@@ -72,7 +72,7 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     mPorts.reserve(block.getPortCount());
     for (Port &port : block.ports()) {
         const VectorDecorSpec vectors = vectorsOf(port, types);
-        if (!vectors.valid()) {
+        if (!vectors.valid() || !isDriverLike(port, vectors, types)) {
             log::msg(msg::error::UNVEC_INVALID_PORT_TYPE,
                      log::p("port", port.getName()->toString()) % log::p("block", block.value()));
             mFailed = true;
@@ -112,6 +112,12 @@ template <class End> VectorDecorSpec BlockUnrollerImpl::vectorsOf(const End &end
         return VectorDecorSpec(types.getType(end, instance), context) == vectors;
     });
     return agree && vectors.elementCount() <= limits::kLanes ? vectors : VectorDecorSpec();
+}
+
+bool BlockUnrollerImpl::isDriverLike(const Port &port, const VectorDecorSpec &vectors, GlobalTypePass &types) const {
+    const Wire *wire = port.peekWire();
+    const PureValueRef driver = wire == nullptr ? PureValueRef() : types.getType(*wire, mInstances.front());
+    return !driver || VectorDecorSpec(driver, mBlock.getContext()) == vectors;
 }
 
 void BlockUnrollerImpl::note(const VectorDecorSpec &vectors, VectorUnrollKind kind) {

@@ -22,6 +22,14 @@ ValueRef rolledElement(const ValueRef &value, std::uint32_t lane) {
     return tuple->at(std::min<std::size_t>(std::size_t{lane} + 1, tuple->size() - 1));
 }
 
+ValueRef settingOfLane(const ValueRef &value, const SignalType &type, std::uint32_t lane) {
+    if (const std::size_t layers = rolledLayers(value)) {
+        return LaneWalk(type, lane, layers).descend(value);
+    }
+    const TupleValueRef tuple = tupleVR(value);
+    return tuple && tuple->size() != 0 ? tuple->at(lane % tuple->size()) : value;
+}
+
 std::vector<Signal> patternInputs(const BlockWriter &writer, std::size_t least) {
     std::vector<Signal> inputs = writer.numbered();
     if (inputs.size() < least) {
@@ -181,7 +189,10 @@ Signal temporarySignal(BlockWriter &writer, const SignalType *type, const char *
 }
 
 Signal constantSignal(BlockWriter &writer, const StaticString &key) {
-    const ValueRef value = writer.param(key);
+    return constantSignal(writer, writer.param(key));
+}
+
+Signal constantSignal(BlockWriter &writer, const ValueRef &value) {
     const NumTypeSpec spec = NumTypeSpec::fromFixedValue(value, false);
     const Signal signal = temporarySignal(writer, writer.types().of(spec.toValue(writer.context())), "the constant");
     writer.constant(signal, value);

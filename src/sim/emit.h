@@ -21,6 +21,7 @@ Leaf truth(BlockWriter &writer, Leaf control);
 Signal temporarySignal(BlockWriter &writer, const SignalType *type, const char *what);
 /// The constant of a parameter as a signal of its own, of the least type that holds it.
 Signal constantSignal(BlockWriter &writer, const StaticString &key);
+Signal constantSignal(BlockWriter &writer, const ValueRef &value);
 
 /// Adds an operation over scalars whose binary points meet.
 template <class Pick>

@@ -34,6 +34,37 @@ std::size_t rolledLayers(ValueRef value);
 /// the last one.
 ValueRef rolledElement(const ValueRef &value, std::uint32_t lane);
 
+/// The indices of a lane in the innermost dimensions, outermost of these first, as far as a value is rolled.
+class LaneWalk {
+  public:
+    LaneWalk(const SignalType &type, std::uint32_t lane, std::size_t layers)
+        : mType(type), mDim(type.dims.size() - std::min(layers, type.dims.size())) {
+        for (std::size_t dim = mDim; dim < type.dims.size(); ++dim) {
+            mLanes *= type.dims[dim];
+        }
+        mLane = lane % mLanes;
+    }
+    /// The element of a rolled value that stands for the lane.
+    ValueRef descend(ValueRef value) {
+        for (; rolledLayers(value) != 0 && mDim < mType.dims.size(); value = rolledElement(value, mLane / mLanes)) {
+            mLane %= mLanes;
+            mLanes /= mType.dims[mDim++];
+        }
+        mLane %= mLanes;
+        return value;
+    }
+
+  private:
+    const SignalType &mType;
+    std::size_t mDim;
+    std::uint32_t mLane = 0;
+    std::uint32_t mLanes = 1;
+};
+
+/// What a parameter gives for a lane of a type: of a rolled value its element, of another tuple its elements over and
+/// over, of any other value that itself.
+ValueRef settingOfLane(const ValueRef &value, const SignalType &type, std::uint32_t lane);
+
 /// The least scale at which each of these scalars is an integer.
 template <class Leaves> std::int32_t commonFraction(const BlockWriter &writer, const Leaves &leaves) {
     std::int32_t fraction = writer.scalar(*leaves.begin()).fraction;

@@ -118,15 +118,13 @@ void commitWrites(BlockWriter &writer, std::uint32_t state, std::uint32_t words,
 namespace {
 
 /// The number for a lane of a parameter that may be rolled.
-std::int64_t laneNumber(const BlockWriter &writer, const StaticString &key, std::uint32_t lane, std::int64_t fallback) {
+std::int64_t laneNumber(const BlockWriter &writer, const StaticString &key, const SignalType &type, std::uint32_t lane,
+                        std::int64_t fallback) {
     const ValueRef value = writer.param(key);
     if (!value) {
         return fallback;
     }
-    const TupleValueRef tuple = tupleVR(value);
-    const std::size_t skip = tuple && tuple->size() != 0 && tuple->at(0) == A_VECTOR_ROLL_TAG ? 1 : 0;
-    const NumberValueRef number =
-        numberVR(tuple ? tuple->maybeAt(skip + lane % std::max<std::size_t>(tuple->size() - skip, 1)) : value);
+    const NumberValueRef number = numberVR(settingOfLane(value, type, lane));
     if (!number || !number->isInteger() || number->isSpecial() || number->getBitWidths().first > 62) {
         writer.fail("'" + std::string(key.text()) + "' is no integer");
     }
@@ -175,20 +173,26 @@ void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
     const std::pair<const StaticString *, QueueFlag> flags[] = {{&A_FIFO_WIRE_VALID, QueueFlag::Valid},
                                                                 {&A_FIFO_WIRE_LOW, QueueFlag::Low},
                                                                 {&A_FIFO_WIRE_HIGH, QueueFlag::High}};
-    std::uint32_t lanes = 1;
+    // A queue for each lane of what steers it, or of the data if their settings differ.
+    const SignalType *type = write.type;
+    const auto widen = [&type](const SignalType *by) { type = by->lanes() > type->lanes() ? by : type; };
+    widen(acknowledge.type);
     for (const auto &[wire, kind] : flags) {
         if (const Signal flag = writer.out(*wire); flag.known()) {
-            lanes = std::max(lanes, flag.type->lanes());
+            widen(flag.type);
         }
     }
-    for (const Signal &control : {write, acknowledge}) {
-        lanes = std::max(lanes, control.type->lanes());
+    for (const StaticString *key : {&A_FIFO_DEPTH, &A_FIFO_LOW_THRESHOLD, &A_FIFO_HIGH_THRESHOLD}) {
+        if (tupleVR(writer.param(*key)) && !data.type->isRecord()) {
+            widen(data.type);
+        }
     }
+    const std::uint32_t lanes = type->lanes();
     for (std::uint32_t lane = 0; lane < lanes; ++lane) {
-        const std::int64_t depth = laneNumber(writer, A_FIFO_DEPTH, lane, 1);
+        const std::int64_t depth = laneNumber(writer, A_FIFO_DEPTH, *type, lane, 1);
         const Queue queue =
-            makeQueue(writer, depth, laneNumber(writer, A_FIFO_LOW_THRESHOLD, lane, 0),
-                      laneNumber(writer, A_FIFO_HIGH_THRESHOLD, lane, depth), elementLeaves(data, lane, lanes));
+            makeQueue(writer, depth, laneNumber(writer, A_FIFO_LOW_THRESHOLD, *type, lane, 0),
+                      laneNumber(writer, A_FIFO_HIGH_THRESHOLD, *type, lane, depth), elementLeaves(data, lane, lanes));
         if (out.known()) {
             const std::vector<Leaf> oldest = elementLeaves(out, lane, lanes);
             if (oldest.size() != queue.entry.size()) {
@@ -197,7 +201,7 @@ void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
             emitOldest(writer, queue, oldest);
         }
         for (const auto &[wire, kind] : flags) {
-            if (const Signal flag = writer.out(*wire); flag.known()) {
+            if (const Signal flag = writer.out(*wire); flag.known() && lane < flag.type->lanes()) {
                 emitQueueFlag(writer, queue, kind, *leafAt(flag, lane));
             }
         }

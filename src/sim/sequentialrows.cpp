@@ -23,16 +23,6 @@ std::vector<std::uint64_t> bitsOf(const BlockWriter &writer, const NumberValueRe
     return writer.quantised(number, type);
 }
 
-/// What a tuple of settings, rolled or not, gives for a lane: those of the innermost dimension repeat.
-NumberValueRef elementOf(const ValueRef &value, std::uint32_t lane) {
-    const TupleValueRef tuple = tupleVR(value);
-    if (!tuple) {
-        return numberVR(value);
-    }
-    const std::size_t first = tuple->size() != 0 && tuple->at(0) == A_VECTOR_ROLL_TAG ? 1 : 0;
-    return tuple->size() == first ? NumberValueRef() : numberVR(tuple->at(first + lane % (tuple->size() - first)));
-}
-
 /// What a parameter gives for each scalar of a type: as a constant of the type has it.
 void appendElements(const SignalType &type, std::size_t dim, const ValueRef &value,
                     std::vector<NumberValueRef> &elements, Context *context) {
@@ -78,14 +68,23 @@ void setInitialBits(BlockWriter &writer, const std::vector<std::uint32_t> &state
     }
 }
 
+/// The cycles that a lane is late by.
+std::int64_t delayOf(const BlockWriter &writer, const SignalType &type, std::uint32_t lane) {
+    const ValueRef value = settingOfLane(writer.param(A_DELAY_LENGTH), type, lane);
+    const NumberValueRef length = numberVR(value);
+    if (value && (!length || !length->isInteger() || length->isSpecial() || length->getBitWidths().first > 62)) {
+        writer.fail("'" + std::string(A_DELAY_LENGTH.text()) + "' is no integer");
+    }
+    if (!value || length->toInt64(0) < 0 || length->toInt64(0) > kMostEntries) {
+        writer.fail("the length of the delay is no number of cycles");
+    }
+    return length->toInt64(0);
+}
+
 void writeDelay(BlockWriter &writer) {
     const Signal in = writer.in(0);
     const Signal out = writer.out();
-    const std::int64_t length = writer.integer(A_DELAY_LENGTH, -1);
     require(writer, in);
-    if (length < 0 || length > kMostEntries) {
-        writer.fail("the length of the delay is no number of cycles");
-    }
     if (!out.known()) {
         return;
     }
@@ -95,6 +94,7 @@ void writeDelay(BlockWriter &writer) {
     for (std::uint32_t i = 0; i < out.type->leaves; ++i) {
         const Leaf leaf = out.first + i;
         const Leaf source = in.first + i;
+        const std::int64_t length = delayOf(writer, *out.type, i / out.type->element);
         const std::uint32_t each = wordsFor(writer.scalar(leaf).width);
         if (length * each > kMostEntries) {
             writer.fail("the delay is longer than can be kept");
@@ -152,7 +152,7 @@ template <bool pulse> void writeCounterBlock(BlockWriter &writer) {
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t, Leaf leaf) {
         const auto setting = [&](const StaticString &key, std::int64_t fallback) {
             const ValueRef value = writer.param(key);
-            const NumberValueRef number = value ? elementOf(value, lane) : NumberValueRef();
+            const NumberValueRef number = numberVR(settingOfLane(value, *out.type, lane));
             if (value && (!number || !number->isInteger() || number->getBitWidths().first > 62)) {
                 writer.fail("'" + std::string(key.text()) + "' is no integer");
             }
@@ -284,6 +284,11 @@ Leaf integerLimit(BlockWriter &writer, Leaf limit) {
 void writeLoop(BlockWriter &writer) {
     const Signal go = fixedInput(writer, A_LOOP_PORT_GO, "go");
     const Signal enable = writer.in(A_LOOP_PORT_ENABLE);
+    for (const auto &[condition, what] : {std::pair(go, "go"), std::pair(enable, "the enable")}) {
+        if (condition.known() && condition.type->leaves != 1) {
+            writer.fail(std::string(what) + " is not one condition for all levels");
+        }
+    }
     Context *context = writer.context();
     std::vector<Operand> operands{writer.raw(truth(writer, go.first))};
     const auto keyed = [context](const StaticString &key, int level) {
@@ -328,33 +333,6 @@ void writeLoop(BlockWriter &writer) {
 bool isRolled(const TupleValueRef &tuple, const StaticString &tag) {
     return tuple && tuple->size() != 0 && tuple->at(0) == tag;
 }
-
-/// The indices of a lane in the innermost dimensions, outermost of these first, as far as a value is rolled.
-class LaneWalk {
-  public:
-    LaneWalk(const SignalType &type, std::uint32_t lane, std::size_t layers)
-        : mType(type), mDim(type.dims.size() - std::min(layers, type.dims.size())) {
-        for (std::size_t dim = mDim; dim < type.dims.size(); ++dim) {
-            mLanes *= type.dims[dim];
-        }
-        mLane = lane % mLanes;
-    }
-    /// The element of a rolled value that stands for the lane.
-    ValueRef descend(ValueRef value) {
-        for (; rolledLayers(value) != 0 && mDim < mType.dims.size(); value = rolledElement(value, mLane / mLanes)) {
-            mLane %= mLanes;
-            mLanes /= mType.dims[mDim++];
-        }
-        mLane %= mLanes;
-        return value;
-    }
-
-  private:
-    const SignalType &mType;
-    std::size_t mDim;
-    std::uint32_t mLane = 0;
-    std::uint32_t mLanes = 1;
-};
 
 /// The first table of a vector of tables.
 ValueRef firstTable(ValueRef data) {

@@ -51,10 +51,12 @@ Leaf pattern(BlockWriter &writer, Leaf select) {
 void writeDecode(BlockWriter &writer) {
     const Signal address = fixedInput(writer, A_DECODE_PORT_ADDR, "the address");
     const Signal enable = writer.in(A_DECODE_PORT_WREN);
-    const Signal wanted = constantSignal(writer, A_DECODE_ADDRESS);
+    const ValueRef value = writer.param(A_DECODE_ADDRESS);
     const auto matchAt = [&](std::uint32_t lane) {
+        const bool isRolled = rolledLayers(value) != 0;
+        const Signal wanted = constantSignal(writer, isRolled ? settingOfLane(value, *address.type, lane) : value);
         const Leaf bit = writer.temporary({1, 0, false, false});
-        emitCompare(writer, bit, pattern(writer, *leafAt(address, lane)), *leafAt(wanted, lane), Relation::Equal);
+        emitCompare(writer, bit, pattern(writer, *leafAt(address, lane)), wanted.first, Relation::Equal);
         return bit;
     };
     if (const Signal match = writer.out(A_DECODE_WIRE_MATCH); match.known()) {

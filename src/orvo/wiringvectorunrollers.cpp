@@ -1,0 +1,247 @@
+// Blocks that only join, part or choose lanes: wires and packs take their place.
+#include "orvo/wiringvectorunrollers.h"
+
+#include "orvo/vectorsplit.h"
+#include "orvo/vectorunrollparts.h"
+
+#include <orvo/block.h>
+#include <orvo/logging.h>
+#include <orvo/staticstrings.h>
+#include <orvo/types.h>
+
+#include <algorithm>
+#include <optional>
+#include <vector>
+
+namespace orvo::internal {
+
+namespace {
+
+/// Of the blocks that only join wires: what they make is wired once all is known.
+class WiringVectorUnroller : public VectorUnroller {
+  public:
+    explicit WiringVectorUnroller(Block &block) : mBlock(block) {}
+    bool mandatoryUnrolling() const override { return true; }
+    VectorUnrollKind originalWire(Wire &, const VectorDecorSpec &) override { return VectorUnrollKind::Leave; }
+    VectorUnrollKind originalPort(Port &, const VectorDecorSpec &) override { return VectorUnrollKind::Leave; }
+    void preAttach(const VectorDecorSpec &) override {}
+    void attachPort(Port &, const VectorDecorSpec &, const std::vector<int> &, Wire &) override {}
+    Wire *attachWire(Wire &, const VectorDecorSpec &, const std::vector<int> &,
+                     const std::vector<MaybePort> &) override {
+        return nullptr;
+    }
+
+  protected:
+    Block &block() const { return mBlock; }
+    /// An unpack of the outermost dimension in place of a port.
+    Block &unpack(const PureValueRef &name, const PureValueRef &port, int length) const {
+        Block &made = createBeside(mBlock, name, A_VUNPACK_BLOCK);
+        made.setParam(A_VUNPACK_PORT_IN, *mBlock.getPort(port)->getWire());
+        for (int i = 0; i < length; ++i) {
+            Wire::create(made, numberOf(static_cast<std::size_t>(i)));
+        }
+        notifyUnrollPort(mBlock, port, made, A_VUNPACK_PORT_IN);
+        return made;
+    }
+    void replaceWire(Wire &wire, Wire &by) const {
+        wire.replace(by);
+        notifyUnrollWire(mBlock, wire.getName(), by.getBlock(), by.getName());
+    }
+
+  private:
+    Block &mBlock;
+};
+
+/// An unpack for each vector that goes in, and one pack.
+class VecConcatUnroller final : public WiringVectorUnroller {
+  public:
+    using WiringVectorUnroller::WiringVectorUnroller;
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        if (wire.getName() == A_PRIM_WIRE_OUT) {
+            mElement = belowOutermost(typeOf(wire), wire.getContext());
+        }
+        return WiringVectorUnroller::originalWire(wire, vectors);
+    }
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        if (port.getName()->kind() == CoreType::Number) {
+            mParts.push_back(
+                {port.getName(), outermostLength(vectors), belowOutermost(typeOf(port), port.getBlock().getContext())});
+        }
+        return WiringVectorUnroller::originalPort(port, vectors);
+    }
+    void postAttach() override {
+        Block &pack = createBeside(block(), named("{0}_vp", block().getName()), A_VPACK_BLOCK);
+        Wire &whole = *Wire::create(pack, A_VPACK_WIRE_OUT);
+        std::size_t next = 0;
+        const auto put = [&](Wire &element, const PureValueRef &type) {
+            const PureValueRef key = numberOf(next++);
+            const bool fits = !mElement || type == mElement;
+            const PureValueRef name = PureTupleValue::get(pack.getName(), key, pack.getContext());
+            pack.setParam(key, fits ? element : widened(pack, name, element, mElement));
+            return key;
+        };
+        for (const Part &part : mParts) {
+            const int number = static_cast<const NumberValue *>(part.key.get_ptr())->toInt();
+            if (part.length == 0) {
+                const PureValueRef key = put(*block().getPort(part.key)->getWire(), part.element);
+                notifyUnrollPort(block(), part.key, pack, key);
+                continue;
+            }
+            for (Wire &element : unpack(named("{0}_vup{1}", block().getName(), number), part.key, part.length)) {
+                put(element, part.element);
+            }
+        }
+        if (Wire *wire = block().getWire(A_PRIM_WIRE_OUT)) {
+            replaceWire(*wire, whole);
+        }
+        delete &block();
+    }
+
+  private:
+    struct Part {
+        PureValueRef key;
+        int length;
+        PureValueRef element;
+    };
+    PureValueRef mElement;
+    std::vector<Part> mParts;
+};
+
+/// One unpack, and a pack for each vector that comes out.
+class VecSplitUnroller final : public WiringVectorUnroller {
+  public:
+    using WiringVectorUnroller::WiringVectorUnroller;
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        if (port.getName() == numberOf(0)) {
+            mLength = outermostLength(vectors);
+        }
+        return WiringVectorUnroller::originalPort(port, vectors);
+    }
+    bool canUnroll() const override { return mLength > 0 && VectorSplit(block(), mLength).fits(); }
+    std::string reason() const override { return "its input is no vector, or its parts are longer than that"; }
+    void postAttach() override {
+        const VectorSplit split(block(), mLength);
+        const Block &elements = unpack(named("{}_vup", block().getName()), numberOf(0), mLength);
+        for (Wire &wire : block()) {
+            if (const std::optional<SplitPart> part = split.partOf(wire)) {
+                replaceWire(wire, joined(elements, wire, *part));
+            }
+        }
+        delete &block();
+    }
+
+  private:
+    /// One element stands for itself.
+    Wire &joined(const Block &elements, const Wire &wire, const SplitPart &part) const {
+        const auto element = [&](std::int64_t i) -> Wire & {
+            return *elements.getWire(numberOf(static_cast<std::size_t>(part.first + i)));
+        };
+        if (part.length == 1) {
+            return element(0);
+        }
+        Block &pack = createBeside(block(), named("{}_vp{}", block().getName(), numberVR(wire.getName())->toInt()),
+                                   A_VPACK_BLOCK);
+        for (std::int64_t i = 0; i < part.length; ++i) {
+            pack.setParam(numberOf(static_cast<std::size_t>(i)), element(i));
+        }
+        return *Wire::create(pack, A_VPACK_WIRE_OUT);
+    }
+
+    int mLength = 0;
+};
+
+/// The readers of each lane that comes out read the lane that was selected.
+class VecSelectorUnroller final : public WiringVectorUnroller {
+  public:
+    using WiringVectorUnroller::WiringVectorUnroller;
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        if (!(port.getName() == A_VSELECTOR_PORT_IN)) {
+            return VectorUnrollKind::Leave;
+        }
+        mIn = vectors;
+        mLanes.resize(vectors.elementCount());
+        return VectorUnrollKind::Own;
+    }
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        if (!(wire.getName() == A_PRIM_WIRE_OUT)) {
+            return VectorUnrollKind::Leave;
+        }
+        mOutCount = vectors.elementCount();
+        return VectorUnrollKind::Own;
+    }
+    bool canUnroll() const override {
+        const TupleValueRef levels = tupleVR(block().getParam(A_VSELECTOR_INDICIES));
+        if (!levels || levels->size() > mIn.vectorDepth()) {
+            return false;
+        }
+        // All that is chosen comes out, so that there is no more of it than the output's type allows.
+        std::size_t count = mIn.elementCount();
+        for (std::size_t level = 0; level < levels->size(); ++level) {
+            const TupleValueRef chosen = tupleVR(levels->at(level));
+            const int length = mIn.vectorLengthRev(level);
+            if (!chosen ||
+                !std::all_of(chosen->begin(), chosen->end(),
+                             [length](const ValueRef &index) { return isWithin(index, length); }) ||
+                __builtin_mul_overflow(count / static_cast<std::size_t>(length), chosen->size(), &count)) {
+                return false;
+            }
+        }
+        return count == mOutCount.value_or(count);
+    }
+    std::string reason() const override { return "its indices do not select elements of its input"; }
+    void preAttach(const VectorDecorSpec &) override {
+        if (mOutCount) {
+            select(*tupleVR(block().getParam(A_VSELECTOR_INDICIES)));
+        }
+    }
+    void attachPort(Port &, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
+        mLanes[lanes.elementIndex(indices)] = &driver;
+    }
+    Wire *attachWire(Wire &, const VectorDecorSpec &lanes, const std::vector<int> &indices,
+                     const std::vector<MaybePort> &readers) override {
+        const std::size_t at = lanes.elementIndex(indices);
+        const std::size_t run = at / mRunLength;
+        ORVO_ASSERT(run < mRuns.size(), "a vector selector gives more lanes than it selects");
+        Wire *lane = mLanes[mRuns[run] + at % mRunLength];
+        connectReaders(readers, *lane);
+        return lane;
+    }
+    void postAttach() override { delete &block(); }
+
+  private:
+    static bool isWithin(const ValueRef &index, int length) {
+        const NumberValueRef number = numberVR(index);
+        return number && number->isInt() && number->toInt() >= 0 && number->toInt() < length;
+    }
+    /// Each level takes its elements out of all that the levels around it took.
+    void select(const TupleValue &levels) {
+        mRunLength = mIn.elementCount();
+        for (std::size_t level = 0; level < levels.size(); ++level) {
+            const TupleValueRef chosen = tupleVR(levels.at(level));
+            mRunLength /= static_cast<std::size_t>(mIn.vectorLengthRev(level));
+            std::vector<std::size_t> runs;
+            for (const std::size_t run : mRuns) {
+                for (const ValueRef &index : *chosen) {
+                    runs.push_back(run + static_cast<std::size_t>(numberVR(index)->toInt()) * mRunLength);
+                }
+            }
+            mRuns.swap(runs);
+        }
+    }
+
+    VectorDecorSpec mIn;
+    /// Nothing if nothing comes out.
+    std::optional<std::size_t> mOutCount;
+    std::vector<Wire *> mLanes;
+    /// The first lanes of the runs that are selected, in the order of the output.
+    std::vector<std::size_t> mRuns{0};
+    std::size_t mRunLength = 1;
+};
+
+} // namespace
+
+const VectorUnrollHandler *vecConcatHandler() { return vectorUnrollHandler<VecConcatUnroller>(); }
+const VectorUnrollHandler *vecSplitHandler() { return vectorUnrollHandler<VecSplitUnroller>(); }
+const VectorUnrollHandler *vecSelectorHandler() { return vectorUnrollHandler<VecSelectorUnroller>(); }
+
+} // namespace orvo::internal
