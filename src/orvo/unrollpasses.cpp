@@ -3,6 +3,7 @@
 
 #include <orvo/limits.h>
 
+#include <algorithm>
 #include <list>
 #include <unordered_set>
 
@@ -77,6 +78,12 @@ std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree) {
         chains.emplace_back();
     }
     return chains;
+}
+
+bool isUnusedInput(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
+    return wire.port_size() == 0 && wire.getBlock().type() == A_INPUT_BLOCK.get_ptr() &&
+           std::none_of(instances.begin(), instances.end(),
+                        [&](const RefChain &instance) { return !!types.getType(wire, instance); });
 }
 
 bool hasReferencePoints(const Block &block) {

@@ -27,6 +27,10 @@ void declareForUnrolling(PassDeclarations &declarations);
 /// many: to be asked only about models that are worked on.
 std::vector<RefChain> instancesOf(Model &model, ModelTreePass &tree);
 
+/// Whether the wire is an input of its model that has no type in any instance and that nobody reads: there is nothing
+/// to take apart, and nothing is lost.
+bool isUnusedInput(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types);
+
 /// Whether the updater of reference points must hear of the block. Of all others it need not, which would cost more
 /// than taking them apart.
 bool hasReferencePoints(const Block &block);

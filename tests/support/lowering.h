@@ -38,10 +38,18 @@ void markModels(Design &design, std::uint32_t marks);
 using Coverage = std::map<std::tuple<std::string, std::string, std::string>, std::size_t>;
 void countSignals(Design &design, const std::string &pass, Coverage &coverage);
 
-/// Runs the passes one by one. Fails at the first message and at the first netlist that is not sound. Counts what they
-/// meet if there is a table.
+/// What is noted while passes run.
+struct LoweringNotes {
+    /// Counts what the passes meet if there is a table.
+    Coverage *coverage = nullptr;
+    /// What passes said of blocks that they leave whole, for reasons that are known.
+    std::vector<std::string> refusals;
+};
+
+/// Runs the passes one by one. Fails at the first message that is no known refusal and at the first netlist that is not
+/// sound.
 ::testing::AssertionResult lower(Design &design, const std::vector<std::string> &passes, PassSchedulerState &state,
-                                 Coverage *coverage = nullptr);
+                                 LoweringNotes &notes);
 
 /// Whether no signal of any model is compound, no model is instantiated, and each block leads back to the source.
 ::testing::AssertionResult isFlatAndPlain(const Design &source, Design &lowered);
