@@ -63,7 +63,8 @@ void computesTheSame(gen::DesignGenerator &generator, Tried &tried) {
     }
     if (holds) {
         sim::CompareOptions options;
-        options.cycles = 20;
+        options.cycles = 24;
+        options.streams = 1;
         holds = test::sameBehaviour(*before, *lowered, "top", options);
     }
     if (!holds) {
