@@ -96,6 +96,39 @@ TEST_F(FilterRowsTest, takesTheToldBankAndTypeOfCoefficients) {
     }
 }
 
+TEST_F(FilterRowsTest, takesABankForEachLane) {
+    Design whole(mgr.context());
+    Design apart(mgr.context());
+    const Texts coefficients = {{"firCoefs", "(3 1)"}};
+    Simulator one(whole,
+                  oneBlock(whole, "firBlock", {{"portValid", "u1.0"}, {"0", "[2] s4.0"}, {"firPortBank", "[2] u1.0"}},
+                           {{"0", ""}}, coefficients));
+    Simulator two(apart, oneBlock(apart, "firBlock",
+                                  {{"portValid", "u1.0"},
+                                   {"(0 0)", "s4.0"},
+                                   {"(0 1)", "s4.0"},
+                                   {"(firPortBank 0)", "u1.0"},
+                                   {"(firPortBank 1)", "u1.0"}},
+                                  {{"(0 0)", ""}, {"(0 1)", ""}}, coefficients));
+    // There is no bank 1: what it would give is not known, and zero here.
+    for (const std::int64_t lane : {0, 1}) {
+        one.reset();
+        two.reset();
+        EXPECT_EQ(stepByName(one, {{"portValid", 1},
+                                   {"0[0]", 2},
+                                   {"0[1]", 5},
+                                   {"firPortBank[0]", lane == 0 ? 0 : 1},
+                                   {"firPortBank[1]", lane == 1 ? 0 : 1}}),
+                  (ByName{{"0[0]", lane == 0 ? 6 : 0}, {"0[1]", lane == 1 ? 15 : 0}}));
+        EXPECT_EQ(stepByName(two, {{"portValid", 1},
+                                   {"(0 0)", 2},
+                                   {"(0 1)", 5},
+                                   {"(firPortBank 0)", lane == 0 ? 0 : 1},
+                                   {"(firPortBank 1)", lane == 1 ? 0 : 1}}),
+                  (ByName{{"(0 0)", lane == 0 ? 6 : 0}, {"(0 1)", lane == 1 ? 15 : 0}}));
+    }
+}
+
 TEST_F(FilterRowsTest, filtersEachPhysicalChannel) {
     Design design(mgr.context());
     Simulator simulator(design, oneBlock(design, "firBlock", {{"portValid", "u1.0"}, {"0", "s8.0"}, {"1", "s8.0"}},

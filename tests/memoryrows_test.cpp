@@ -72,6 +72,27 @@ TEST_F(MemoryRowsTest, holdsAnEntryWhileNoReadIsAllowed) {
     }
 }
 
+TEST_F(MemoryRowsTest, readsTheFirstLaneOnASideOfOneScalar) {
+    Design design(mgr.context());
+    Simulator simulator(design, oneBlock(design, "dualMemBlock",
+                                         {{"dualMemPortAddr1", "u1.0"},
+                                          {"dualMemPortData1", "[2] u4.0"},
+                                          {"dualMemPortWrite1En", "u1.0"},
+                                          {"dualMemPortAddr2", "u1.0"}},
+                                         {{"dualMemWireData2", "u4.0"}},
+                                         {{"dualMemData", "(1 2)"}, {"dualMemTypeData2", "(typeUFixed 4 0)"}}));
+    const auto read = [&](std::int64_t write) {
+        return stepByName(simulator, {{"dualMemPortAddr1", 0},
+                                      {"dualMemPortData1[0]", 5},
+                                      {"dualMemPortData1[1]", 9},
+                                      {"dualMemPortWrite1En", write},
+                                      {"dualMemPortAddr2", 0}})
+            .at("dualMemWireData2");
+    };
+    EXPECT_EQ(read(1), 1);
+    EXPECT_EQ(read(0), 5);
+}
+
 TEST_F(MemoryRowsTest, repeatsContentInTheOuterDimensions) {
     const std::pair<const char *, const char *> cases[] = {{"[2][3] u4.0", "((vectorRollTag 1 2 3) 9)"},
                                                            {"[3][2] u4.0", "((vectorRollTag 1 2) 9)"}};

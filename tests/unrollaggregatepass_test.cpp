@@ -300,6 +300,14 @@ TEST_F(UnrollAggregatePassTest, leavesABlockWholeWhoseNamesWouldClash) {
     EXPECT_EQ(portsOf(marks), (Names{"x", "(x 0)"}));
 }
 
+TEST_F(UnrollAggregatePassTest, leavesAnInputOfUnknownTypeAloneThatNobodyReads) {
+    makeTwoLevels("{s4.0, u2.0}");
+    Wire::create(*model.getInputBlock(), value("unused"));
+    EXPECT_EQ(run("UnrollAggregateCrossModelPass"), Names{});
+    EXPECT_NE(model.getInputBlock()->getWire(value("unused")), nullptr);
+    EXPECT_EQ(model.getInputBlock()->getWire(value("x")), nullptr);
+}
+
 TEST_F(UnrollAggregatePassTest, tellsOfUnknownTypes) {
     Block &held = block(below, "held", "registerBlock");
     held.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));

@@ -298,6 +298,14 @@ TEST_F(UnrollComplexPassTest, leavesABlockWholeWhoseNamesWouldClash) {
     EXPECT_NE(signals.getPort(value("x")), nullptr);
 }
 
+TEST_F(UnrollComplexPassTest, leavesAnInputOfUnknownTypeAloneThatNobodyReads) {
+    makeTwoLevels("c s4.0", "s4.0");
+    Wire::create(*model.getInputBlock(), value("unused"));
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"), Names{});
+    EXPECT_NE(model.getInputBlock()->getWire(value("unused")), nullptr);
+    EXPECT_EQ(model.getInputBlock()->getWire(value("x")), nullptr);
+}
+
 TEST_F(UnrollComplexPassTest, tellsOfUnknownTypes) {
     Block &sum = block(below, "sum", "addBlock");
     sum.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));

@@ -172,6 +172,14 @@ TEST_F(UnrollVectorPassTest, leavesABoundaryWholeWhoseNamesWouldClash) {
     EXPECT_NE(model.getInputBlock()->getWire(value("x")), nullptr);
 }
 
+TEST_F(UnrollVectorPassTest, leavesAnInputOfUnknownTypeAloneThatNobodyReads) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    Wire::create(*model.getInputBlock(), value("unused"));
+    EXPECT_EQ(run("UnrollVectorCrossModelPass"), Names{});
+    EXPECT_NE(model.getInputBlock()->getWire(value("unused")), nullptr);
+    EXPECT_EQ(model.getInputBlock()->getWire(value("x")), nullptr);
+}
+
 TEST_F(UnrollVectorPassTest, tellsOfUnknownTypes) {
     Block &sum = block(below, "sum", "addBlock");
     sum.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));

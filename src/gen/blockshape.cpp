@@ -81,9 +81,12 @@ ValueRef constant(const ParamRequest &request) {
     return parsed(request, tupleOf(lanes + 1, [&](std::size_t i) { return i == 0 ? tag : number(); }));
 }
 
-/// Of the data input's width, as casts that reinterpret and selects of bits want it.
+/// Of the data input's width, as casts that reinterpret and selects of bits want it. A record stays what it is.
 ValueRef wholeType(const ParamRequest &request) {
     Chooser &chooser = request.chooser;
+    if (!request.inputs.empty() && request.inputs[0].isRecord) {
+        return inputType(request);
+    }
     if (request.inputs.empty() || chooser.chance(1, 2)) {
         return parsed(request, fixedType(chooser));
     }

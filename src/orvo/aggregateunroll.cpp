@@ -1,6 +1,8 @@
 // The engine of the unrolling of records.
 #include "orvo/aggregateunroll.h"
 
+#include "orvo/unrollpasses.h"
+
 #include <orvo/block.h>
 #include <orvo/logging.h>
 #include <orvo/staticstrings.h>
@@ -26,6 +28,10 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     auto of = told.begin();
     mWires.reserve(block.getWireCount());
     for (Wire &wire : block) {
+        if (internal::isUnusedInput(wire, mInstances, types)) {
+            ++of;
+            continue;
+        }
         const AggregateUnrollKind kind = mUnroller->originalWire(wire, *of->spec, mManager);
         if (isAmiss(*of, kind)) {
             log::msg(msg::error::UNAGG_INVALID_WIRE_TYPE, log::p("wire", wire.value()));

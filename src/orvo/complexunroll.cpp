@@ -1,6 +1,8 @@
 // The engine of complex unrolling.
 #include "orvo/complexunroll.h"
 
+#include "orvo/unrollpasses.h"
+
 #include <orvo/block.h>
 #include <orvo/logging.h>
 #include <orvo/staticstrings.h>
@@ -19,6 +21,9 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     bool zerosDiffer = false;
     mWires.reserve(block.getWireCount());
     for (Wire &wire : block) {
+        if (internal::isUnusedInput(wire, mInstances, types)) {
+            continue;
+        }
         const SignalType signal = typeOf(wire, types);
         if (!fits(signal)) {
             rejectWire(wire);

@@ -168,6 +168,11 @@ std::vector<const Value *> DistinctInstances::typesAt(const Block &reference, co
         types.push_back(mTypes.getType(wire, chain).get_ptr());
     }
     return types;
+
+bool isUnusedInput(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
+    return wire.port_size() == 0 && wire.getBlock().type() == A_INPUT_BLOCK.get_ptr() &&
+           std::none_of(instances.begin(), instances.end(),
+                        [&](const RefChain &instance) { return !!types.getType(wire, instance); });
 }
 
 bool hasReferencePoints(const Block &block) {

@@ -57,6 +57,10 @@ class ORVO_API DistinctInstances {
     std::unordered_map<const Model *, Instances> mKnown;
 };
 
+/// Whether the wire is an input of its model that has no type in any instance and that nobody reads: there is nothing
+/// to take apart, and nothing is lost.
+bool isUnusedInput(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types);
+
 /// Whether the updater of reference points must hear of the block. Of all others it need not, which would cost more
 /// than taking them apart.
 bool hasReferencePoints(const Block &block);

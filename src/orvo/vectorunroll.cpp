@@ -1,6 +1,8 @@
 // The engine of vector unrolling.
 #include "orvo/vectorunroll.h"
 
+#include "orvo/unrollpasses.h"
+
 #include <orvo/block.h>
 #include <orvo/limits.h>
 #include <orvo/logging.h>
@@ -60,6 +62,9 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     mUnroller->setTypePassRefChain(types, mInstances.front());
     mWires.reserve(block.getWireCount());
     for (Wire &wire : block) {
+        if (internal::isUnusedInput(wire, mInstances, types)) {
+            continue;
+        }
         const VectorDecorSpec vectors = vectorsOf(wire, types);
         if (!vectors.valid()) {
             log::msg(msg::error::UNVEC_INVALID_WIRE_TYPE, log::p("wire", wire.value()));

@@ -161,6 +161,19 @@ std::vector<std::vector<Leaf>> coefficientLeaves(BlockWriter &writer, const std:
     return leaves;
 }
 
+/// By lane and tap. One bank serves all lanes, or each has one of its own.
+std::vector<std::vector<Leaf>> chosenCoefficients(BlockWriter &writer, const std::vector<std::vector<ValueRef>> &banks,
+                                                  const Signal &bank, std::uint32_t lanes) {
+    std::vector<std::vector<Leaf>> coefficients(lanes);
+    for (const std::vector<Leaf> &ofBanks : coefficientLeaves(writer, banks)) {
+        for (std::uint32_t lane = 0; lane < lanes; ++lane) {
+            const ScalarType type = writer.scalar(ofBanks[0]);
+            coefficients[lane].push_back(bank.known() ? chosen(writer, type, bank.first + lane, ofBanks) : ofBanks[0]);
+        }
+    }
+    return coefficients;
+}
+
 /// The sum of the coefficients times the samples of the same channel, the present one first.
 void writeFir(BlockWriter &writer) {
     static const Uninterpreted kUntold{&A_FIR_BLOCK,
@@ -176,18 +189,22 @@ void writeFir(BlockWriter &writer) {
         writeUninterpreted(writer, kUntold);
         return;
     }
+    const Signal bank = wholeInput(writer, A_FIR_PORT_BANK);
+    const std::uint32_t bankLanes = bank.known() ? bank.type->leaves : 1;
+    if (bankLanes > 1 && std::any_of(in.begin(), in.end(), [bankLanes](const Signal &samples) {
+            return samples.type->lanes() != bankLanes;
+        })) {
+        writeUninterpreted(writer, kUntold);
+        return;
+    }
     const Stream stream = streamOf(writer, *channels, in.size());
     const Leaf valid = keptSamples(writer, stream, *decimation);
     giveMarkers(writer, stream, valid);
-    const Signal bank = writer.in(A_FIR_PORT_BANK);
-    std::vector<Leaf> coefficients;
-    for (const std::vector<Leaf> &ofBanks : coefficientLeaves(writer, banks)) {
-        coefficients.push_back(bank.known() ? chosen(writer, ScalarType(writer.scalar(ofBanks[0])), bank.first, ofBanks)
-                                            : ofBanks[0]);
-    }
+    const std::vector<std::vector<Leaf>> ofLanes = chosenCoefficients(writer, banks, bank, bankLanes);
     for (std::size_t port = 0; port < in.size(); ++port) {
         const Signal out = wholeOutput(writer, numbered(writer, port), in[port].type->lanes());
         for (std::uint32_t i = 0; out.known() && i < out.type->leaves; ++i) {
+            const std::vector<Leaf> &coefficients = ofLanes[bankLanes == 1 ? 0 : i / in[port].type->element];
             Leaf sample = in[port].first + i;
             const ScalarType type = writer.scalar(sample);
             std::vector<Operand> products;

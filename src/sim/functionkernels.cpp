@@ -6,6 +6,7 @@
 #include <mpfr.h>
 
 #include <algorithm>
+#include <map>
 
 namespace orvo::sim {
 
@@ -155,6 +156,16 @@ void setGain(Number &gain) {
     mpfr_sqrt(gain.get(), square.get(), MPFR_RNDN);
 }
 
+/// Computed once for each precision, for it takes longer than all else in a rotation.
+const Number &gainOf(mpfr_prec_t precision) {
+    static thread_local std::map<mpfr_prec_t, Number> known;
+    const auto [at, isNew] = known.try_emplace(precision, precision);
+    if (isNew) {
+        setGain(at->second);
+    }
+    return at->second;
+}
+
 template <Cordic what> void runCordic(Word *words, const Op &op) {
     mpfr_prec_t precision = precisionOf(op.out);
     for (std::uint32_t i = 0; i < op.count; ++i) {
@@ -184,9 +195,7 @@ template <Cordic what> void runCordic(Word *words, const Op &op) {
                 mpfr_fmma(out.get(), x.get(), sine.get(), y.get(), cosine.get(), MPFR_RNDN);
             }
         }
-        Number gain(precision);
-        setGain(gain);
-        mpfr_mul(out.get(), out.get(), gain.get(), MPFR_RNDN);
+        mpfr_mul(out.get(), out.get(), gainOf(precision).get(), MPFR_RNDN);
     }
     store(words, op.out, out, false);
 }

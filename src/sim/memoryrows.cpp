@@ -324,7 +324,8 @@ void writeDualMemory(BlockWriter &writer) {
         const auto [state, words] = memoryFor(writer, sides, scalar, element);
         std::vector<Operand> writes;
         for (const Side &side : sides) {
-            if (side.out.known()) {
+            // A side of fewer lanes than the other reads the first ones.
+            if (side.out.known() && lane < side.out.type->lanes()) {
                 requireFixed(writer, side.address, "an address");
                 emitRead(writer, side, *leafAt(side.out, lane, part), lane, state, words);
             }

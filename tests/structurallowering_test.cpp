@@ -1,0 +1,175 @@
+// All structural passes together: designs by chance compute the same behind each pass and each order of them, nothing
+// compound is left, and every kind of block is met.
+#include "support/lowering.h"
+
+#include "orvo/aggregateunrollers.h"
+#include "orvo/complexunrollers.h"
+#include "orvo/vectorunrollers.h"
+#include "support/randomdesigns.h"
+#include "support/samebehaviour.h"
+
+#include <orvo/context.h>
+#include <orvo/design.h>
+#include <orvo/pass.h>
+#include <orvo/staticstrings.h>
+#include <orvo/xmlservices.h>
+
+#include <gtest/gtest.h>
+#include <rapidcheck.h>
+
+#include <cstdio>
+#include <limits>
+#include <map>
+#include <span>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvo {
+namespace {
+
+std::string textOf(const Design &design) {
+    std::ostringstream out;
+    XMLServices().toXML(out, design);
+    return out.str();
+}
+
+/// What the designs of a run were.
+struct Tried {
+    std::size_t all = 0;
+    std::size_t withRefusals = 0;
+};
+
+void computesTheSame(gen::DesignGenerator &generator, Tried &tried) {
+    const test::Route &route = test::routes()[*rc::gen::inRange<std::size_t>(0, test::routes().size()).as("route")];
+    const std::vector<gen::Recipe> recipes = *test::recipes(60);
+    const auto marks = *rc::gen::inRange<std::uint32_t>(0, std::numeric_limits<std::uint32_t>::max());
+    const auto before = generator.make(recipes);
+    const auto lowered = generator.make(recipes);
+    RC_PRE(test::tagsMeet(*generator.make(recipes)));
+    ++tried.all;
+    test::markModels(*lowered, marks);
+    RC_LOG() << route.name << "\n";
+    PassSchedulerState state;
+    test::LoweringNotes notes;
+    auto holds = test::lower(*lowered, route.passes, state, notes);
+    tried.withRefusals += notes.refusals.empty() ? 0 : 1;
+    if (holds && route.everything && notes.refusals.empty()) {
+        holds = test::isFlatAndPlain(*before, *lowered);
+    }
+    if (holds) {
+        holds = test::boundariesAreAsMapped(*before, *lowered, state);
+    }
+    if (holds) {
+        sim::CompareOptions options;
+        options.cycles = 24;
+        options.streams = 1;
+        holds = test::sameBehaviour(*before, *lowered, "top", options);
+    }
+    if (!holds) {
+        RC_LOG() << holds.message() << "\n" << textOf(*before);
+    }
+    RC_ASSERT(static_cast<bool>(holds));
+}
+
+// Twenty times as many as of other properties: 2,000, or RC_PARAMS=max_success=10000 for 200,000. Few designs hold what
+// cannot come apart.
+TEST(StructuralLowering, leavesDesignsAsTheyComputeInEveryOrderOfThePasses) {
+    constexpr int kTimes = 20;
+    ContextMgr mgr;
+    gen::DesignGenerator generator(mgr.context());
+    rc::detail::TestParams params = rc::detail::configuration().testParams;
+    params.maxSuccess *= kTimes;
+    rc::detail::TestMetadata metadata;
+    metadata.id = metadata.description = "structural lowering";
+    Tried tried;
+    const auto result = rc::detail::checkTestable([&] { computesTheSame(generator, tried); }, metadata, params);
+    std::ostringstream text;
+    rc::detail::printResultMessage(result, text);
+    EXPECT_TRUE(result.template is<rc::detail::SuccessResult>()) << text.str();
+    std::printf("%zu designs, %zu with blocks that stay whole\n", tried.all, tried.withRefusals);
+    EXPECT_LE(20 * tried.withRefusals, 200 + tried.all);
+}
+
+/// What each unrolling takes apart, as the classes of signals begin or end.
+struct Kind {
+    const char *pass;
+    const char *word;
+};
+constexpr Kind kVector{"UnrollVectorPass", "vector"};
+constexpr Kind kComplex{"UnrollComplexPass", "complex"};
+constexpr Kind kRecord{"UnrollAggregatePass", "record"};
+
+using Met = std::map<std::string, std::size_t>;
+
+/// How often a pass met blocks of a type, by the classes of their signals.
+Met metBy(const test::Coverage &coverage, const std::string &pass, const std::string &type) {
+    Met met;
+    for (auto at = coverage.lower_bound({pass, type, ""}); at != coverage.end(); ++at) {
+        const auto &[ofPass, ofType, signals] = at->first;
+        if (ofPass != pass || ofType != type) {
+            break;
+        }
+        met[signals] = at->second;
+    }
+    return met;
+}
+
+/// Prints a row of the table. How many blocks had a signal of a class with this word in its name.
+std::size_t printed(const test::Coverage &coverage, const std::string &pass, const std::string &type,
+                    const std::string &word) {
+    std::printf("%-22s %-28s", pass.c_str(), type.c_str());
+    std::size_t own = 0;
+    for (const auto &[signals, count] : metBy(coverage, pass, type)) {
+        own += signals.find(word) != std::string::npos ? count : 0;
+        std::printf(" %s:%zu", signals.c_str(), count);
+    }
+    std::printf("\n");
+    return own;
+}
+
+template <class Row> void expectMet(const test::Coverage &coverage, std::span<const Row> rows, const Kind &kind) {
+    for (const Row &row : rows) {
+        const std::string type(row.blockType->text());
+        EXPECT_TRUE(row.handler == nullptr || printed(coverage, kind.pass, type, kind.word) != 0)
+            << kind.pass << " meets no " << type;
+    }
+}
+
+// Prints the table: pass, block type, and blocks met by the class of their signals.
+TEST(StructuralLowering, meetsEveryBlockTypeThatComesApart) {
+    ContextMgr mgr;
+    gen::DesignGenerator generator(mgr.context());
+    const std::vector<std::string> hierarchy = {"ElideFromGotoPass", "FlattenEverythingPass", "DeadModelPass"};
+    const std::vector<std::string> row = {kRecord.pass, kVector.pass, kComplex.pass};
+    test::Coverage coverage;
+    constexpr std::uint64_t kDesigns = 1000;
+    for (std::uint64_t seed = 1; seed <= kDesigns; ++seed) {
+        const std::vector<gen::Recipe> recipes = gen::recipesOf(seed, 80);
+        if (!test::tagsMeet(*generator.make(recipes))) {
+            continue;
+        }
+        PassSchedulerState state;
+        const auto design = generator.make(recipes);
+        test::LoweringNotes notes;
+        notes.coverage = &coverage;
+        ASSERT_TRUE(test::lower(*design, hierarchy, state, notes)) << "seed " << seed;
+        // Each meets the same here: what the others leave of a block is no block of chance.
+        for (const std::string &pass : row) {
+            test::countSignals(*design, pass, coverage);
+        }
+        notes.coverage = nullptr;
+        ASSERT_TRUE(test::lower(*design, row, state, notes)) << "seed " << seed;
+    }
+    expectMet(coverage, internal::vectorUnrollRows(), kVector);
+    expectMet(coverage, internal::complexUnrollRows(), kComplex);
+    expectMet(coverage, internal::aggregateUnrollRows(), kRecord);
+    for (const StaticString *type : {&A_GOTO_BLOCK, &A_FROM_BLOCK}) {
+        EXPECT_NE(printed(coverage, "ElideFromGotoPass", std::string(type->text()), ""), 0U) << type->text();
+    }
+    EXPECT_NE(printed(coverage, "FlattenEverythingPass", std::string(A_MODEL_BLOCK.text()), ""), 0U);
+}
+
+} // namespace
+} // namespace orvo
