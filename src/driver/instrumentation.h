@@ -2,8 +2,10 @@
 // a reproducer needs.
 #pragma once
 
+#include "driver/catalogue.h"
 #include "driver/console.h"
 #include "driver/faults.h"
+#include "driver/openinputs.h"
 #include "driver/passtext.h"
 #include "driver/progress.h"
 #include "driver/reproducer.h"
@@ -78,6 +80,7 @@ class DriverInstrumentation final : public PassInstrumentation {
     bool readsInputAgain() const;
     std::string reproducerHeader(const PassRecord &record) const;
     void verify(const PassRecord &record, const Design &design);
+    bool wasSoBefore(const Finding &finding) const;
     void simulateBefore(const Design &design);
     void compareWithBefore(const PassRecord &record, const Design &design);
     void dump(PassRecord &record, const Design &design);
@@ -90,6 +93,8 @@ class DriverInstrumentation final : public PassInstrumentation {
     /// The top models as they were read, by name.
     std::vector<std::pair<std::string, std::unique_ptr<sim::Simulator>>> mBefore;
     bool mBeforeTaken = false;
+    /// Of the design as it was read; only for verification.
+    std::optional<OpenInputs> mOpenInputs;
     /// How many of `mPasses` are done, and how many commands stood before the one now due.
     std::size_t mRequestsDone = 0;
     std::size_t mCommandsBeforeRequest = 0;
