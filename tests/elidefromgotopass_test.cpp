@@ -78,6 +78,13 @@ class ElideFromGotoTest : public test::SimulatorFixture {
         EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines());
         EXPECT_EQ(blocksOf(design, A_GOTO_BLOCK), Lines());
     }
+    void annotate(Block &block, const char *comment) {
+        MetadataManipulator(block).appendToVector(value((std::string("(comment ") + comment + ")").c_str()));
+    }
+    static std::string carriedBy(Block &block) {
+        const PureTupleValueRef entries = MetadataManipulator(block).getTuple();
+        return entries ? entries->toString() : "";
+    }
     Lines run() {
         test::HeardMessages heard(mgr.context());
         elide(design);
@@ -555,6 +562,65 @@ TEST_F(ElideFromGotoTest, handsWhatAFromOfAnInputCarriedToTheReaders) {
     EXPECT_EQ(run(), Lines());
     ASSERT_TRUE(MetadataManipulator(reader).getTuple());
     EXPECT_EQ(MetadataManipulator(reader).getTuple()->toString(), "((comment kept))");
+}
+
+TEST_F(ElideFromGotoTest, handsWhatAGotoCarriedToTheDriver) {
+    // Also where nothing reads the tag, and through other tags, whichever block is met first.
+    Wire &x = source(top, "x");
+    annotate(sender(top, "goto", &x, "gotoTagTypeLocal"), "first");
+    Wire &between = receiver(top, "from");
+    annotate(sender(top, "a", &between, "gotoTagTypeGlobal", "u"), "second");
+    Model &low = below(top, "low");
+    Block &reader = sink(low, "y", receiver(low, "routed", "u"));
+    annotate(sender(top, "unread", &x, "gotoTagTypeLocal", "nobody"), "third");
+    EXPECT_EQ(run(), Lines());
+    EXPECT_EQ(carriedBy(x.getBlock()), "((comment first) (comment third) (comment second))");
+    EXPECT_EQ(carriedBy(reader), "");
+}
+
+TEST_F(ElideFromGotoTest, handsWhatAGotoOfAnInputCarriedToTheReadersOfItsTag) {
+    Model &low = below(top, "low");
+    Wire &x = *Wire::create(*Block::create(low, "in", A_INPUT_BLOCK), "x");
+    annotate(sender(low, "goto", &x, "gotoTagTypeGlobal"), "first");
+    Block &near = sink(low, "near", receiver(low, "from"));
+    Block &far = sink(top, "far", receiver(top, "routed"));
+    Block &other = sink(low, "other", x);
+    EXPECT_EQ(run(), Lines());
+    EXPECT_EQ(carriedBy(near), "((comment first))");
+    EXPECT_EQ(carriedBy(far), "((comment first))");
+    EXPECT_EQ(carriedBy(other), "");
+}
+
+TEST_F(ElideFromGotoTest, handsWhatAChainOfTagsBehindAnInputCarriedToTheReadersBehindIt) {
+    Wire &x = *Wire::create(*Block::create(top, "in", A_INPUT_BLOCK), "x");
+    annotate(sender(top, "goto", &x, "gotoTagTypeLocal"), "first");
+    Wire &between = receiver(top, "from");
+    annotate(between.getBlock(), "second");
+    Block &early = sink(top, "early", between);
+    annotate(sender(top, "again", &between, "gotoTagTypeLocal", "u"), "third");
+    Wire &last = receiver(top, "last", "u");
+    annotate(last.getBlock(), "fourth");
+    Block &late = sink(top, "late", last);
+    EXPECT_EQ(run(), Lines());
+    EXPECT_EQ(carriedBy(early), "((comment second) (comment first))");
+    EXPECT_EQ(carriedBy(late), "((comment fourth) (comment third) (comment second) (comment first))");
+}
+
+TEST_F(ElideFromGotoTest, handsWhatOnlyTheLastOfSeveralGotosCarriedToReaders) {
+    Block &in = *Block::create(top, "in", A_INPUT_BLOCK);
+    annotate(sender(top, "a", Wire::create(in, "x"), "gotoTagTypeLocal"), "first");
+    annotate(sender(top, "b", Wire::create(in, "y"), "gotoTagTypeLocal"), "second");
+    Block &reader = sink(top, "reader", receiver(top, "from"));
+    EXPECT_EQ(run(), Lines());
+    EXPECT_EQ(carriedBy(reader), "((comment second))");
+}
+
+TEST_F(ElideFromGotoTest, handsWhatAGotoCarriedToAFaultyFromThatStaysBehindIt) {
+    Wire &lost = receiver(top, "lost", "nowhere");
+    annotate(sender(top, "goto", &lost, "gotoTagTypeLocal"), "first");
+    sink(top, "y", receiver(top, "from"));
+    EXPECT_EQ(run(), Lines{"FROM_UNKNOWN_TAG block=/top/lost tag=nowhere"});
+    EXPECT_EQ(carriedBy(lost.getBlock()), "((comment first))");
 }
 
 TEST_F(ElideFromGotoTest, readsTheGotoThatIsNearerThanAnotherOnTheWayUp) {

@@ -1,6 +1,7 @@
 // What dissolves, what comes in its place, and what comes along.
 #include "orvo/flattener.h"
 
+#include "support/flattenmarks.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
 #include "support/randomdesigns.h"
@@ -564,34 +565,6 @@ std::string textOf(const Design &design) {
     return out.str();
 }
 
-/// Marks models by the bits of a number, so that each of the passes finds some work.
-void mark(Design &design, std::uint32_t marks) {
-    for (Model &model : design) {
-        const auto given = [&marks] {
-            const bool is = (marks & 1U) != 0;
-            marks = (marks >> 1U) | (marks << 31U);
-            return is;
-        };
-        if (given()) {
-            model.setParam(A_MODEL_TO_BE_FLATTENED, A_TRUE);
-        }
-        if (given()) {
-            model.setParam(A_ZRT_MODEL_TO_BE_FLATTENED, A_TRUE);
-        }
-        if (given()) {
-            model.setParam(A_FOLDING_IS_FOLDING_KERNEL, A_TRUE);
-        }
-    }
-}
-
-/// Scheduled subsystems of a drawing, so that the pass for those finds work everywhere.
-void markScheduled(Design &design) {
-    for (Model &model : design) {
-        model.setParam(A_SIMULINK_PATH, A_TRUE);
-        model.setParam(A_SYNTH_CIRCUIT_TIMED, A_TRUE);
-    }
-}
-
 std::size_t modelBlocks(const Model &model) {
     std::size_t count = 0;
     for (const Block &block : model) {
@@ -622,9 +595,9 @@ void expectSameBehindPass(const char *pass, bool everything) {
         for (Design *design : {before.get(), after.get()}) {
             addErrorCorrection(*design);
         }
-        mark(*after, marks);
+        test::markForFlattening(*after, marks);
         if (pass == kSimulink) {
-            markScheduled(*after);
+            test::markScheduled(*after);
         }
         PassScheduler scheduler;
         scheduler.addPass(pass);

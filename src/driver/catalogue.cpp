@@ -43,7 +43,7 @@ KindText textOf(Kind kind) {
 Finding toFinding(const CatalogueFinding &found) {
     const KindText text = textOf(found.kind);
     const Block &block = *found.block;
-    Finding finding{text.tag, {{text.subject, found.subject}}};
+    Finding finding{text.tag, {{text.subject, found.subject}}, found.block};
     finding.params["block"] = block.getName()->toString();
     finding.params["model"] = block.getModel().getName()->toString();
     if (found.kind == Kind::BadValue) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 namespace orvo {
+class Block;
 class BlocksInfo;
 class Design;
 } // namespace orvo
@@ -17,6 +18,8 @@ namespace orvo::driver {
 struct Finding {
     const char *tag;
     Console::Params params;
+    /// Null for what is no finding of a block.
+    const Block *block = nullptr;
 };
 
 /// All findings of all models, in the order of the design.

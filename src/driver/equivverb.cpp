@@ -1,7 +1,6 @@
 // The verb "equiv": whether two designs compute the same.
 #include "driver/verbs.h"
 
-#include "driver/files.h"
 #include "driver/jsontext.h"
 #include "driver/openeddesign.h"
 #include "driver/progress.h"
@@ -28,12 +27,6 @@ struct Arguments {
     std::string top;
     sim::CompareOptions options;
 };
-
-std::unique_ptr<Design> load(const std::string &path, Context *context, Progress &progress, Console &console) {
-    InputFile file(path, console);
-    progress.phase("reading " + path);
-    return readDesign(file, context, console);
-}
 
 Json toJson(const sim::Mismatch &mismatch, const char *key) {
     return {{"stream", mismatch.stream},
@@ -79,8 +72,8 @@ int compare(const Arguments &arguments, Console &console) {
     Progress progress(console);
     ContextMgr guard;
     guard.context()->setListener(&console);
-    const std::unique_ptr<Design> first = load(arguments.first, guard.context(), progress, console);
-    const std::unique_ptr<Design> second = load(arguments.second, guard.context(), progress, console);
+    const std::unique_ptr<Design> first = readDesignOfAnswer(arguments.first, guard.context(), progress, console);
+    const std::unique_ptr<Design> second = readDesignOfAnswer(arguments.second, guard.context(), progress, console);
     const Model &firstTop = topModel(*first, arguments.top, console);
     const Model &secondTop = topModel(*second, arguments.top, console);
     sim::CompareOptions options = arguments.options;
@@ -88,8 +81,9 @@ int compare(const Arguments &arguments, Console &console) {
         progress.phase(fmt::format("simulating, {} % of {} cycles", done * 100 / all, all));
     };
     progress.phase("compiling");
-    const sim::CompareResult result =
-        orFail([&] { return sim::compareDesigns(*first, firstTop, *second, secondTop, options); }, console);
+    // Code 1 is the answer that they differ.
+    const sim::CompareResult result = orFail(
+        [&] { return sim::compareDesigns(*first, firstTop, *second, secondTop, options); }, console, kWrongUsage);
     progress.hide();
     console.emit(console.json() ? documentText(toJson(arguments, result)) : text(result));
     return result.same() ? kFine : kDesignErrors;

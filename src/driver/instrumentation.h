@@ -2,8 +2,10 @@
 // a reproducer needs.
 #pragma once
 
+#include "driver/catalogue.h"
 #include "driver/console.h"
 #include "driver/faults.h"
+#include "driver/openinputs.h"
 #include "driver/passtext.h"
 #include "driver/progress.h"
 #include "driver/reproducer.h"
@@ -80,6 +82,7 @@ class DriverInstrumentation final : public PassInstrumentation {
     bool readsInputAgain() const;
     std::string reproducerHeader(const PassRecord &record) const;
     void verify(const PassRecord &record, const Design &design);
+    bool wasSoBefore(const Finding &finding) const;
     void simulateBefore(const Design &design);
     void compareWithBefore(const PassRecord &record, const Design &design);
     void dump(PassRecord &record, const Design &design);
@@ -92,6 +95,8 @@ class DriverInstrumentation final : public PassInstrumentation {
     /// The top models as they were read, by name.
     std::vector<std::pair<std::string, std::unique_ptr<sim::Simulator>>> mBefore;
     bool mBeforeTaken = false;
+    /// Of the design as it was read; only for verification.
+    std::optional<OpenInputs> mOpenInputs;
     /// Which of `mPasses` is due, in which turn, and how many commands ran before its first.
     std::size_t mRequest = 0;
     std::size_t mTurn = 0;

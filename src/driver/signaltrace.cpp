@@ -2,6 +2,8 @@
 // it as long as its own block is nothing but wiring that is gone.
 #include "driver/signaltrace.h"
 
+#include "driver/wiringelements.h"
+
 #include <orvo/block.h>
 #include <orvo/corevalues.h>
 #include <orvo/design.h>
@@ -142,6 +144,8 @@ struct Place {
     bool isJoint = false;
     /// What else there is to say.
     std::string note;
+    /// Which element of the outermost dimension it is, where the steps do not tell.
+    std::optional<std::size_t> element = std::nullopt;
 };
 
 bool isLaneOrPart(const NameStep &step) {
@@ -176,31 +180,24 @@ void dropLanesOfShared(std::vector<Place> &places, const PureValueRef &name) {
     }
 }
 
-/// The first element of the vector split that an output takes, and how many.
-std::pair<std::size_t, std::size_t> partOfSplit(const Block &split, std::size_t part, std::size_t length) {
-    const TupleValueRef layout = tupleVR(split.getParam(A_VSPLIT_LAYOUT));
-    const std::size_t parts = layout ? layout->size() : split.getWireCount();
-    std::size_t at = 0;
-    for (std::size_t i = 0; i < parts; ++i) {
-        std::size_t taken = length / parts + (i < length % parts ? 1 : 0);
-        if (layout) {
-            const NumberValueRef told = numberVR(layout->at(i));
-            taken = told && told->isInt() ? static_cast<std::size_t>(std::max(told->toInt(), 0)) : 0;
-        }
-        if (i == part) {
-            return {at, taken};
-        }
-        at += taken;
-    }
-    return {at, 0};
+/// Of nested vectors, lanes stand with the innermost dimension first.
+std::optional<std::size_t> elementOf(const Place &place) {
+    const auto lane = std::find_if(place.steps.rbegin(), place.steps.rend(),
+                                   [](const NameStep &step) { return step.kind == NameStep::Kind::Lane; });
+    return place.element || lane == place.steps.rend() ? place.element : numberOf(lane->value);
 }
 
-/// The number that a name is.
-std::optional<std::size_t> numberOf(const PureValueRef &name) {
-    const NumberValueRef number = numberVR(name);
-    return number && number->isInt() && number->toInt() >= 0
-               ? std::optional<std::size_t>(static_cast<std::size_t>(number->toInt()))
-               : std::nullopt;
+/// Leaves only places that have one of the elements; what joins the signal has them all.
+void keepElements(std::vector<Place> &places, const std::vector<std::size_t> &elements) {
+    std::erase_if(places, [&elements](const Place &place) {
+        const std::optional<std::size_t> element = elementOf(place);
+        return element && !std::binary_search(elements.begin(), elements.end(), *element);
+    });
+    for (Place &place : places) {
+        if (!elementOf(place)) {
+            place.note += (place.note.empty() ? "" : ", ") + elementsText(elements) + " of it";
+        }
+    }
 }
 
 /// Packs at scheduled models are named by the port or wire alone, which several models may have: the pack is of the one
@@ -236,7 +233,7 @@ const Block *ownerOf(const Block &pack, const Block &named, const NameOrigins &o
 
 class Tracer {
   public:
-    Tracer(const Design &source, const Design &lowered) : mSource(source) {
+    Tracer(const Design &source, const Design &lowered) : mSource(source), mWiring(source) {
         const NameOrigins origins(source);
         for (const Model &model : lowered) {
             for (const Block &block : model) {
@@ -256,16 +253,24 @@ class Tracer {
     }
 
     std::vector<SignalTrace> trace(const SignalName &signal) {
-        add(signal, "");
+        add(signal, "", {});
         // The list grows while it is gone through.
         for (std::size_t i = 0; i < mPending.size(); ++i) {
             const Pending pending = mPending[i];
             SignalTrace trace{textOf(pending.signal), pending.via, {}, ""};
-            for (const Place &place : placesOf(pending.signal)) {
+            std::vector<Place> places = placesOf(pending.signal);
+            const bool isThere = !places.empty();
+            if (pending.elements) {
+                tellElements(pending.signal, places);
+                keepElements(places, *pending.elements);
+            }
+            for (const Place &place : places) {
                 trace.places.push_back(inWords(place));
             }
-            if (trace.places.empty()) {
-                trace.gone = follow(pending.signal);
+            if (!isThere) {
+                trace.gone = follow(pending.signal, pending.elements);
+            } else if (places.empty()) {
+                trace.gone = "gone: others of its elements are there, but none of these";
             }
             mTraces.push_back(std::move(trace));
         }
@@ -276,22 +281,39 @@ class Tracer {
     struct Pending {
         SignalName signal;
         std::string via;
+        Elements elements;
     };
 
-    void add(const SignalName &signal, const std::string &via) {
+    void add(const SignalName &signal, const std::string &via, const Elements &elements) {
         mGoesOn = true;
-        if (mSeen.insert({signal.block, signal.name.get_ptr(), signal.isPort}).second) {
-            mPending.push_back({signal, via});
+        if (mSeen.insert({signal.block, signal.name.get_ptr(), signal.isPort, elements}).second) {
+            mPending.push_back({signal, elements ? via + ": " + elementsText(*elements) : via, elements});
         }
     }
-    void addDriver(const Port *port, const std::string &via) {
+    void addDriver(const Port *port, const std::string &via, const Elements &elements) {
         if (const Wire *wire = port == nullptr ? nullptr : port->peekWire()) {
-            add({&wire->getBlock(), wire->getName(), false}, via);
+            add({&wire->getBlock(), wire->getName(), false}, via, elements);
         }
     }
-    void addDrivers(const Block &block, const std::string &via) {
+    void addDrivers(const Block &block, const std::string &via, const Elements &elements) {
         for (const Port &port : block.ports()) {
-            addDriver(&port, via);
+            addDriver(&port, via, elements);
+        }
+    }
+
+    /// The outputs of a pin are numbered through all dimensions, and parts of complex numbers.
+    void tellElements(const SignalName &signal, std::vector<Place> &places) {
+        for (Place &place : places) {
+            const auto made = mOrigins.find(&place.wire->getBlock());
+            const std::optional<std::size_t> number = numberOf(place.key);
+            if (made == mOrigins.end() || !isRenumbered(*made->second) || !number) {
+                continue;
+            }
+            const std::optional<std::size_t> length = mWiring.lengthOf(*signal.block, signal.name, signal.isPort);
+            const std::size_t all = made->second->block->getWireCount();
+            if (made->second->source->port_size() == 1 && length.value_or(0) != 0 && all % *length == 0) {
+                place.element = *number / (all / *length);
+            }
         }
     }
 
@@ -365,6 +387,7 @@ class Tracer {
             if (number && *number >= at && *number - at < length) {
                 Place place{&wire, nullptr, wire.getName(), unpack.steps, false, ""};
                 place.note = length == 1 ? "" : fmt::format("element {}", *number - at);
+                place.element = *number - at;
                 places.push_back(std::move(place));
             }
         }
@@ -509,7 +532,7 @@ class Tracer {
     }
 
     /// Goes on with what drives a signal that is nowhere; gives the reason if there is nothing to go on with.
-    std::string follow(const SignalName &signal) {
+    std::string follow(const SignalName &signal, const Elements &elements) {
         const Block &block = *signal.block;
         const std::string model = block.getModel().getName()->toString();
         const std::string name = block.getName()->toString();
@@ -522,22 +545,27 @@ class Tracer {
                                : isThere    ? "is only there as blocks made beside it"
                                             : "is gone";
             addDriver(block.getPort(signal.name),
-                      fmt::format("block '{}' of model '{}' {}; what it read", name, model, what));
+                      fmt::format("block '{}' of model '{}' {}; what it read", name, model, what), elements);
         } else if (block.type() == A_INPUT_BLOCK.get_ptr() && !isThere) {
             for (const Block *instance : block.getModel().getParentBlocks()) {
                 addDriver(instance->getPort(signal.name),
                           fmt::format("model '{}' dissolved; what its instance '{}' of model '{}' read", model,
-                                      instance->getName()->toString(), instance->getModel().getName()->toString()));
+                                      instance->getName()->toString(), instance->getModel().getName()->toString()),
+                          elements);
             }
         } else if (const Model *below = isThere ? nullptr : instantiated(block)) {
             for (const Block *output : below->getOutputBlocks()) {
                 addDriver(output->getPort(signal.name),
-                          fmt::format("model '{}' dissolved; what its output read", below->getName()->toString()));
+                          fmt::format("model '{}' dissolved; what its output read", below->getName()->toString()),
+                          elements);
             }
         } else if (block.type() == A_FROM_BLOCK.get_ptr() && !isThere) {
-            followTag(block);
+            followTag(block, elements);
         } else if (!isInItsPlace && (isOf(block, kPacks) || isOf(block, kUnpacks) || isOf(block, kRouting))) {
-            addDrivers(block, fmt::format("block '{}' of model '{}' was wiring; what it read", name, model));
+            const std::string via = fmt::format("block '{}' of model '{}' was wiring; what it read", name, model);
+            for (const WiringElements::Source &from : mWiring.sourcesOf(block, signal.name, elements)) {
+                addDriver(from.port, via, from.elements);
+            }
         }
         return mGoesOn ? std::string() : reasonOf(signal, isThere);
     }
@@ -555,14 +583,14 @@ class Tracer {
     }
 
     /// The Gotos of the tag in the same model or, where there are none, in all.
-    void followTag(const Block &from) {
+    void followTag(const Block &from, const Elements &elements) {
         const std::string via =
             fmt::format("block '{}' was wiring; what the Goto of its tag read", from.getName()->toString());
         const ValueRef tag = from.getParam(A_GOTO_TAG);
         const auto add = [&](const Model &model) {
             for (const Block &block : model) {
                 if (block.type() == A_GOTO_BLOCK.get_ptr() && block.getParam(A_GOTO_TAG) == tag) {
-                    addDrivers(block, via);
+                    addDrivers(block, via, elements);
                 }
             }
         };
@@ -575,10 +603,11 @@ class Tracer {
     }
 
     const Design &mSource;
+    WiringElements mWiring;
     std::unordered_map<const Block *, std::vector<Made>> mMade;
     /// Of blocks of the lowered design, in `mMade`.
     std::unordered_map<const Block *, const Made *> mOrigins;
-    std::set<std::tuple<const Block *, const Value *, bool>> mSeen;
+    std::set<std::tuple<const Block *, const Value *, bool, Elements>> mSeen;
     std::deque<Pending> mPending;
     /// Whether following the last signal led to another, be it one that was met before.
     bool mGoesOn = false;

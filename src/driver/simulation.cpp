@@ -39,12 +39,12 @@ const Model &topModel(const Design &design, const std::string &name, Console &co
     return *top;
 }
 
-void failToSimulate(const sim::SimulationError &error, Console &console) {
+void failToSimulate(const sim::SimulationError &error, Console &console, int exitCode) {
     Console::Params params{{"reason", error.what()}};
     if (!error.blocks().empty()) {
         params["blocks"] = fmt::format("{}", fmt::join(error.blocks(), ", "));
     }
-    console.fail(kDesignErrors, "DRIVER_CANNOT_SIMULATE", params);
+    console.fail(exitCode, "DRIVER_CANNOT_SIMULATE", params);
 }
 
 std::unique_ptr<sim::Simulator> compileSimulator(const Design &design, const Model &top,

@@ -23,14 +23,14 @@ inline constexpr std::uint64_t kMostCycles = std::uint64_t{1} << 40U;
 const Model &topModel(const Design &design, const std::string &name, Console &console);
 
 /// Ends the verb with the reason and the places why a design cannot be simulated.
-[[noreturn]] void failToSimulate(const sim::SimulationError &error, Console &console);
+[[noreturn]] void failToSimulate(const sim::SimulationError &error, Console &console, int exitCode);
 
 /// What `run` gives; a design that cannot be simulated ends the verb.
-template <class Run> auto orFail(Run run, Console &console) {
+template <class Run> auto orFail(Run run, Console &console, int exitCode = kDesignErrors) {
     try {
         return run();
     } catch (const sim::SimulationError &error) {
-        failToSimulate(error, console);
+        failToSimulate(error, console, exitCode);
     }
 }
 

@@ -55,6 +55,8 @@ struct TagInfo {
     Model *reached = nullptr;
     /// What carries the tag's signal in each model that it has reached. These wires live as long as the table.
     std::unordered_map<Model *, Wire *> wires;
+    /// The metadata of blocks that are gone and that are still to go where the signal is read.
+    MetadataEntries forReaders;
 };
 
 bool isOfType(const Block &block, const StaticString &type) { return block.type() == type.get_ptr(); }
@@ -291,7 +293,9 @@ class TagTable {
     Block *feederOf(Block &from);
     bool closesRing(Block &from);
     void replace(Block &from, const TagInfo &tag, Wire &source);
-    void follow(Block &from, Wire &wire);
+    static void handOnMetadata(TagInfo &tag, Wire &driven);
+    static MetadataEntries handOnMetadata(Block &from, const TagInfo &tag, Wire &source);
+    void follow(Block &from, Wire &wire, const MetadataEntries &behind);
     void succeed(const Block &gone, const StaticString &end, const Wire &wire);
 
     ModelTreePass &mTree;
@@ -314,28 +318,26 @@ class TagTable {
     std::unordered_map<const Model *, std::unordered_map<const Value *, Successor>> mSuccessors;
 };
 
-/// What a From carried goes to the block that drives its wire; but a block at the edge of a model goes when the model
-/// is flattened, so that behind a route it is the block that drives the Goto, or the readers have it.
-void handOnMetadata(Block &from, Wire &driven, Wire &source) {
-    const auto isAtEdge = [](const Block &block) {
-        return isOfType(block, A_INPUT_BLOCK) || isOfType(block, A_OUTPUT_BLOCK) || isOfType(block, A_MODEL_BLOCK);
-    };
-    if (!isAtEdge(source.getBlock()) || from.findParam(A_METADATA) == nullptr ||
-        from.getModel().getDesign().getMetadataTransferListener() == nullptr) {
+/// Whether the block goes when its model or the one that it stands for is flattened, and what it carries with it.
+bool isAtEdge(const Block &block) {
+    return isOfType(block, A_INPUT_BLOCK) || isOfType(block, A_OUTPUT_BLOCK) || isOfType(block, A_MODEL_BLOCK);
+}
+
+void takeEntries(Block &from, MetadataEntries &entries) {
+    if (from.findParam(A_METADATA) == nullptr || from.getModel().getDesign().getMetadataTransferListener() == nullptr) {
         return;
     }
-    std::vector<Block *> heirs;
-    if (!isAtEdge(driven.getBlock())) {
-        heirs.push_back(&driven.getBlock());
-    }
-    for (const Port &port : from.getWire(A_FROM_WIRE_OUT)->ports()) {
-        if (isAtEdge(driven.getBlock()) && !isAtEdge(port.getBlock())) {
-            heirs.push_back(&port.getBlock());
+    if (const PureTupleValueRef own = MetadataManipulator(from).getTuple()) {
+        for (const PureValueRef &entry : *own) {
+            entries.insert(entry);
         }
     }
-    const MetadataManipulator own(from);
-    for (Block *heir : heirs) {
-        MetadataManipulator(*heir).appendFrom(own);
+}
+
+void giveEntries(Block &heir, const MetadataEntries &entries) {
+    if (!entries.empty()) {
+        const std::vector<PureValueRef> all(entries.begin(), entries.end());
+        MetadataManipulator(heir).appendFrom(PureTupleValue::get(all, heir.getContext()), true);
     }
 }
 
@@ -405,6 +407,10 @@ void TagTable::take(Block &sender) {
     if (isOfType(wire->getBlock(), A_FROM_BLOCK)) {
         mFedBy[&wire->getBlock()].push_back(&info);
     }
+    // Of several Gotos with one tag only the last is read.
+    info.forReaders.clear();
+    takeEntries(sender, info.forReaders);
+    handOnMetadata(info, *wire);
     succeed(sender, A_GOTO_PORT_IN, *wire);
     delete &sender;
 }
@@ -478,6 +484,39 @@ bool TagTable::closesRing(Block &from) {
     return mRingEnds.count(&from) != 0;
 }
 
+/// What Gotos of a tag carried goes to the block that drives them; but if that goes, too, readers will have it.
+void TagTable::handOnMetadata(TagInfo &tag, Wire &driven) {
+    Block &driver = driven.getBlock();
+    if (!isAtEdge(driver) && !isOfType(driver, A_FROM_BLOCK)) {
+        giveEntries(driver, tag.forReaders);
+        tag.forReaders.clear();
+    }
+}
+
+/// What a From carried goes to the block whose wire takes its place, as for any block; but behind a route to the one
+/// that drives the Goto, and if that stands at the edge of a model to the readers. Gives what readers of the tags that
+/// the From feeds are to have, too.
+MetadataEntries TagTable::handOnMetadata(Block &from, const TagInfo &tag, Wire &source) {
+    MetadataEntries entries;
+    Block &driver = tag.wires.at(tag.model)->getBlock();
+    if (isAtEdge(source.getBlock())) {
+        takeEntries(from, entries);
+    }
+    for (const PureValueRef &entry : tag.forReaders) {
+        entries.insert(entry);
+    }
+    if (!isAtEdge(driver)) {
+        giveEntries(driver, entries);
+        return {};
+    }
+    for (const Port &port : from.getWire(A_FROM_WIRE_OUT)->ports()) {
+        if (!isAtEdge(port.getBlock())) {
+            giveEntries(port.getBlock(), entries);
+        }
+    }
+    return entries;
+}
+
 void TagTable::resolve(Block *first) {
     struct Step {
         Block *from;
@@ -508,9 +547,9 @@ void TagTable::resolve(Block *first) {
 
 void TagTable::replace(Block &from, const TagInfo &tag, Wire &source) {
     ORVO_ASSERT(&source.getBlock() != &from, "a From that feeds itself closes a ring");
-    handOnMetadata(from, *tag.wires.at(tag.model), source);
+    const MetadataEntries behind = handOnMetadata(from, tag, source);
     from.getWire(A_FROM_WIRE_OUT)->replace(source);
-    follow(from, source);
+    follow(from, source, behind);
     succeed(from, A_FROM_WIRE_OUT, source);
     delete &from;
 }
@@ -553,7 +592,7 @@ void TagTable::moveSignposts(Model &model) {
 }
 
 /// Makes the tags that a From fed go by the wire that took its place. That comes from a From, too, if that From stays.
-void TagTable::follow(Block &from, Wire &wire) {
+void TagTable::follow(Block &from, Wire &wire, const MetadataEntries &behind) {
     const auto at = mFedBy.find(&from);
     if (at == mFedBy.end()) {
         return;
@@ -567,6 +606,10 @@ void TagTable::follow(Block &from, Wire &wire) {
             continue;
         }
         recorded = &wire;
+        for (const PureValueRef &entry : behind) {
+            info->forReaders.insert(entry);
+        }
+        handOnMetadata(*info, wire);
         if (isOfType(wire.getBlock(), A_FROM_BLOCK)) {
             mFedBy[&wire.getBlock()].push_back(info);
         }

@@ -168,6 +168,7 @@ std::vector<const Value *> DistinctInstances::typesAt(const Block &reference, co
         types.push_back(mTypes.getType(wire, chain).get_ptr());
     }
     return types;
+}
 
 bool isUnusedInput(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
     return wire.port_size() == 0 && wire.getBlock().type() == A_INPUT_BLOCK.get_ptr() &&

@@ -109,6 +109,26 @@ run 1 opt bad.xml -o one.xml --verify-each -p DeadBlockPass
 has err '[DRIVER_CHECK_UNKNOWN_BLOCK]'
 [ ! -e one.xml ] || die "a design with errors was written"
 
+# An input that was open behind the edge of a model is the design's own, wherever flattening leaves it; any other is the
+# pass's.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2">\n<model name="low">' "$namespace"
+    block in inputBlock '<wire name="a"/><wire name="b"/>'
+    block sum addBlock "$(param 0 '[/low/in/a]')$(param 1 '[/low/in/b]')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param y '[/low/sum/primWireOut]')"
+    printf '</model>\n<model name="top">'
+    block in inputBlock '<wire name="0"/>'
+    block open modelBlock "$(param modelNode '[/low]')$(param b '[/top/in/0]')<wire name=\"y\"/>"
+    block dead negBlock "$(param 0 '[/top/in/0]')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param 0 '[/top/open/y]')"
+    printf '</model></design></kelmar>\n'
+} >open.xml
+run 0 opt open.xml -o one.xml --verify-each -p 'FlattenEverythingPass, DeadBlockPass'
+has one.xml '(low sum)'
+lacks one.xml dead
+run 1 check one.xml
+has err '[DRIVER_CHECK_MISSING_PORT]'
+
 # Features.
 run 0 opt d.xml --feature USE_NETLIST_VERIFICATION_PASS=true -p NetlistVerificationPass
 run 0 opt bad.xml -p NetlistVerificationPass

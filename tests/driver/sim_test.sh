@@ -90,6 +90,16 @@ run 1 equiv biquad.xml fir16.xml
 has out "'sample' is at the edge of only one of the designs"
 run 2 equiv biquad.xml
 
+# That designs cannot be read or run is no difference.
+echo '<kelmar' >broken.xml
+run 2 equiv biquad.xml broken.xml
+has err broken.xml:
+run 2 equiv broken.xml biquad.xml
+run 2 equiv biquad.xml no-such-file.xml
+run 2 equiv d.xml d.xml
+has err '[DRIVER_CANNOT_SIMULATE]'
+run 2 equiv biquad.xml other.xml --top nobody
+
 # Passes are judged by what the design computes; a pass that breaks it is named, with a reproducer that shows it again.
 run 0 opt select_lut.xml --check=sim -p 'AggressiveDeadBlockPass, ElideTerminalPass, ElideUnpackPass, DeadModelPass' --time
 has out 'simulate AggressiveDeadBlockPass'

@@ -185,10 +185,28 @@ lowered vconcatBlock "0:$four;1:$four" primWireOut '' UnrollVectorPass
 is b.primWireOut 'b_vp.vpackWireOut: beside it (vp), the whole signal'
 is b.1 '((t1 0) vp).vpackWireOut: beside it (vup1), read by b_vup1.vunpackPortIn, the whole signal'
 
-# A vector selector is nothing but wiring.
-lowered vselectorBlock "vselectorPortIn:$four" primWireOut "$(param vselectorIndicies '((1 2))')" "$whole_lowering"
-is b.primWireOut "$(for i in 0 1 2 3; do echo "tvselectorPortIn_vunroll.$i: in its place (vunroll), element $i"; done)"
-has out "because block 'b' of model 'top' was wiring; what it read"
+# A vector selector is nothing but wiring: the trace goes on with the elements that it takes, of each once.
+elements() { for i in $2; do echo "$1_vunroll.$i: in its place (vunroll), element $i"; done; }
+lowered vselectorBlock "vselectorPortIn:$four" primWireOut "$(param vselectorIndicies '((2 1 2))')" "$whole_lowering"
+is b.primWireOut "$(elements tvselectorPortIn '1 2')"
+has out "because block 'b' of model 'top' was wiring; what it read: elements 1, 2"
+run 0 trace v.xml u.xml --signal top/b.primWireOut --json
+json out 'd["traces"][1]["via"].endswith("what it read: elements 1, 2") and len(d["traces"][1]["places"]) == 2'
+
+# So is a split whose packs are gone, with a layout and without, and a concatenation.
+lowered vsplitBlock "0:$four" '0 1' "$(param vsplitLayout '(3 1)')" "$whole_lowering"
+is b.0 "$(elements t0 '0 1 2')"
+has out 'what it read: elements 0 to 2'
+is b.1 "$(elements t0 3)"
+has out 'what it read: element 3'
+lowered vsplitBlock '0:(typeVector 5 (typeSFixed 4 0))' '0 1' '' "$whole_lowering"
+is b.0 "$(elements t0 '0 1 2')"
+is b.1 "$(elements t0 '3 4')"
+lowered vsplitBlock "0:(typeVector 4 (typeComplex (typeSFixed 4 0)))" '0 1' '' "$whole_lowering, UnrollComplexPass, UnrollComplexCrossModelPass, ElideUnpackPass, DeadBlockPass"
+is b.1 't0_vunroll_cunroll.4: in its place (vunroll), in its place (cunroll), element 2, real part
+t0_vunroll_cunroll.5: in its place (vunroll), in its place (cunroll), element 2, imaginary part
+t0_vunroll_cunroll.6: in its place (vunroll), in its place (cunroll), element 3, real part
+t0_vunroll_cunroll.7: in its place (vunroll), in its place (cunroll), element 3, imaginary part'
 
 # Each lane of a demultiplexer numbers its outputs from 0; all read the same channel.
 lowered demuxBlock "demuxPortData:(typeVector 2 (typeSFixed 4 0));portValid:$bit;portChannel:$bit" '0 1 2 3' "$(param demuxChannelCount 2)" "$whole_lowering"
