@@ -35,10 +35,17 @@ Wire &inputOf(Model &model, const SyntheticOptions &options) {
     }
     Block *pin = Block::create(model, "inType", A_TYPE_PIN_BLOCK);
     NumTypeSpec type = NumTypeSpec::sfixed(16, 4);
+    type.setComplex(options.complex);
     if (options.lanes > 1) {
         type.addVector(options.lanes);
     }
-    pin->setParam(A_TYPE_PIN_TYPE, type.toValue(context));
+    PureValueRef whole = type.toValue(context);
+    if (options.members > 1) {
+        std::vector<PureValueRef> record(static_cast<std::size_t>(options.members), whole);
+        record.insert(record.begin(), A_TYPE_AGGREGATE);
+        whole = PureTupleValue::get(record, context);
+    }
+    pin->setParam(A_TYPE_PIN_TYPE, whole);
     pin->setParam(port0, *input);
     return *Wire::create(*pin, port0);
 }
@@ -56,10 +63,16 @@ Wire &fillModel(Model &model, std::size_t blocks, Wire &first, const SyntheticOp
         Block *block = Block::create(model, numbered("block", i));
         // A difference of one signal and itself would be a constant.
         block->setParam(A_BLOCK_TYPE, *types[options.allNeeded && i == 0 ? 0 : random.below(4)]);
+        if (options.members != 0) {
+            block->setParam(A_BLOCK_TYPE, random.below(2) == 0 ? A_DELAY_BLOCK : A_REGISTER_BLOCK);
+            block->setParam(A_DELAY_LENGTH, NumberValue::get(1, context));
+        }
         const std::size_t reach = std::min(options.reach, wires.size());
         block->setParam(port0, *wires[wires.size() - 1 - (options.allNeeded ? 0 : random.below(reach))]);
         const std::size_t back = options.allNeeded && reach > 1 ? 1 + random.below(reach - 1) : random.below(reach);
-        block->setParam(port1, *wires[wires.size() - 1 - back]);
+        if (options.members == 0) {
+            block->setParam(port1, *wires[wires.size() - 1 - back]);
+        }
         const bool noGrowth = random.below(2) == 0 || options.typed;
         block->setParam(A_ADD_NO_GROWTH, noGrowth ? A_TRUE : A_FALSE);
         Wire *wire = Wire::create(*block, A_PRIM_WIRE_OUT);

@@ -30,6 +30,11 @@ struct SyntheticOptions {
     std::size_t instances = 0;
     /// Above 1, signals of a typed design are vectors of so many elements.
     int lanes = 1;
+    /// The elements of a typed design are complex.
+    bool complex = false;
+    /// Not 0: signals of a typed design are records of so many numbers, or single numbers for 1, which are only kept
+    /// and moved on.
+    int members = 0;
 };
 
 /// Fills an empty design. Gives the last wire of the top model.

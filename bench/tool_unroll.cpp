@@ -1,5 +1,5 @@
-// Measures taking vectors apart: blocks of 16 lanes each, with the inference of types before and behind it; and drawing
-// the wires that From and Goto blocks stand for through a hierarchy.
+// Measures taking vectors, complex numbers and records apart, with the inference of types before and behind it; and
+// drawing the wires that From and Goto blocks stand for through a hierarchy.
 #include "measure.h"
 #include "synthetic.h"
 
@@ -11,11 +11,15 @@
 #include <orvo/staticstrings.h>
 #include <orvo/typeinferpass.h>
 #include <orvo/wire.h>
+#include <orvo/xmlservices.h>
 
 #include <malloc.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -24,7 +28,26 @@ namespace {
 using namespace orvo;
 using namespace orvo::bench;
 
-constexpr int kLanes = 16;
+/// What comes apart: signals of so many elements, by a pass.
+struct Kind {
+    const char *name;
+    const char *pass;
+    std::size_t elements;
+    SyntheticOptions options;
+};
+
+std::vector<Kind> kinds() {
+    SyntheticOptions vectors;
+    vectors.typed = true;
+    SyntheticOptions numbers = vectors;
+    SyntheticOptions records = vectors;
+    vectors.lanes = 16;
+    numbers.complex = true;
+    records.members = 16;
+    return {{"vectors of 16", "UnrollVectorPass", 16, vectors},
+            {"complex numbers", "UnrollComplexPass", 2, numbers},
+            {"records of 16", "UnrollAggregatePass", 16, records}};
+}
 
 void run(Design &design, const char *pass) {
     PassScheduler scheduler;
@@ -42,11 +65,9 @@ void inferTypes(Design &design, const Wire &last) {
     types.unbindEvents();
 }
 
-SyntheticOptions options(std::size_t blocks, int lanes) {
-    SyntheticOptions made;
-    made.blocks = blocks;
-    made.typed = true;
-    made.lanes = lanes;
+SyntheticOptions options(const Kind &kind, std::size_t wires) {
+    SyntheticOptions made = kind.options;
+    made.blocks = wires / kind.elements;
     return made;
 }
 
@@ -58,40 +79,71 @@ void require(bool condition, const char *what) {
 }
 
 /// What the loaded design takes by the blocks that it has.
-Figures scalarDesign(std::size_t blocks) {
+Figures scalarDesign(const Kind &kind, std::size_t wires) {
     ContextMgr context;
     Design design(context.context());
-    Figures figures = measure([&] { makeSynthetic(design, options(blocks, 1)); });
-    figures.count = static_cast<double>(blocks);
+    SyntheticOptions made = kind.options;
+    made.blocks = wires;
+    made.lanes = 1;
+    made.complex = false;
+    made.members = std::min(made.members, 1);
+    Figures figures = measure([&] { makeSynthetic(design, made); });
+    figures.count = static_cast<double>(wires);
     return figures;
 }
 
-Figures typesBefore(std::size_t lanes) {
+Figures typesBefore(const Kind &kind, std::size_t wires) {
     ContextMgr context;
     Design design(context.context());
-    Wire &last = makeSynthetic(design, options(lanes / kLanes, kLanes));
+    Wire &last = makeSynthetic(design, options(kind, wires));
     ::malloc_trim(0);
     return measure([&] { inferTypes(design, last); });
 }
 
-/// Holds what is beside the vectors' own blocks, which are gone.
-Figures unrolling(std::size_t lanes) {
+/// Holds what is beside the blocks that came apart, which are gone.
+Figures unrolling(const Kind &kind, std::size_t wires) {
     ContextMgr context;
     Design design(context.context());
-    Figures before = measure([&] { makeSynthetic(design, options(lanes / kLanes, kLanes)); });
+    Figures before = measure([&] { makeSynthetic(design, options(kind, wires)); });
     ::malloc_trim(0);
-    Figures figures = measure([&] { run(design, "UnrollVectorPass"); });
+    Figures figures = measure([&] { run(design, kind.pass); });
     figures.count = static_cast<double>(design.begin()->size());
     figures.heldBytes += before.heldBytes;
-    require(figures.count >= static_cast<double>(lanes), "nothing was taken apart");
+    require(figures.count >= static_cast<double>(wires), "nothing was taken apart");
     return figures;
 }
 
-Figures typesBehind(std::size_t lanes) {
+/// What the result takes where nothing else was before: its elements joined directly, written and loaded again.
+Figures joined(const Kind &kind, std::size_t wires) {
+    const std::string path = "/tmp/tool_unroll." + std::to_string(::getpid()) + ".xml";
+    inChild([&] {
+        ContextMgr context;
+        Design design(context.context());
+        makeSynthetic(design, options(kind, wires));
+        run(design, kind.pass);
+        run(design, "ElideUnpackPass");
+        std::ofstream file(path);
+        XMLServices().toXML(file, design);
+        return Figures();
+    });
     ContextMgr context;
     Design design(context.context());
-    makeSynthetic(design, options(lanes / kLanes, kLanes));
-    run(design, "UnrollVectorPass");
+    Figures figures = measure(
+        [&] {
+            std::ifstream file(path);
+            XMLServices().fromXML(file, design, XMLServices::defaultErrorFunc);
+        },
+        [] { ::malloc_trim(0); });
+    figures.count = static_cast<double>(design.begin()->size());
+    std::remove(path.c_str());
+    return figures;
+}
+
+Figures typesBehind(const Kind &kind, std::size_t wires) {
+    ContextMgr context;
+    Design design(context.context());
+    makeSynthetic(design, options(kind, wires));
+    run(design, kind.pass);
     ::malloc_trim(0);
     const Block &output = *design.begin()->getOutputBlock();
     return measure([&] { inferTypes(design, *output.port_begin()->peekWire()); });
@@ -137,23 +189,27 @@ Figures routing(std::size_t blocks) {
 
 int main(int argc, char **argv) {
     const std::size_t most = argc > 1 ? static_cast<std::size_t>(std::atol(argv[1])) : 1000000;
-    std::printf("%10s %14s %14s %14s %12s %12s\n", "lanes", "us/lane", "with types", "types before", "bytes/block",
-                "of a loaded");
     double first = 0;
     double last = 0;
-    for (std::size_t lanes = most / 100; lanes <= most; lanes *= 10) {
-        const auto n = static_cast<double>(lanes);
-        const Figures loaded = inChild([&] { return scalarDesign(lanes); });
-        const Figures before = inChild([&] { return typesBefore(lanes); });
-        const Figures behind = inChild([&] { return typesBehind(lanes); });
-        const Figures figures = inChild([&] { return unrolling(lanes); });
-        last = figures.cpuSeconds - before.cpuSeconds;
-        first = lanes == most / 100 ? last : first;
-        std::printf("%10zu %14.3f %14.3f %14.3f %12.0f %12.0f\n", lanes, last * 1e6 / n,
-                    (figures.cpuSeconds + behind.cpuSeconds) * 1e6 / n, before.cpuSeconds * 1e6 / n,
-                    figures.heldBytes / figures.count, loaded.heldBytes / loaded.count);
+    for (const Kind &kind : kinds()) {
+        std::printf("%s\n%10s %14s %14s %14s %12s %12s %12s\n", kind.name, "wires", "us/wire", "with types",
+                    "types before", "bytes/block", "joined", "of a loaded");
+        for (std::size_t wires = most / 100; wires <= most; wires *= 10) {
+            const auto n = static_cast<double>(wires);
+            const Figures loaded = inChild([&] { return scalarDesign(kind, wires); });
+            const Figures before = inChild([&] { return typesBefore(kind, wires); });
+            const Figures behind = inChild([&] { return typesBehind(kind, wires); });
+            const Figures direct = inChild([&] { return joined(kind, wires); });
+            const Figures figures = inChild([&] { return unrolling(kind, wires); });
+            last = figures.cpuSeconds - before.cpuSeconds;
+            first = wires == most / 100 ? last : first;
+            std::printf("%10zu %14.3f %14.3f %14.3f %12.0f %12.0f %12.0f\n", wires, last * 1e6 / n,
+                        (figures.cpuSeconds + behind.cpuSeconds) * 1e6 / n, before.cpuSeconds * 1e6 / n,
+                        figures.heldBytes / figures.count, direct.heldBytes / direct.count,
+                        loaded.heldBytes / loaded.count);
+        }
+        std::printf("growth exponent from %zu to %zu wires: %.3f\n", most / 100, most, exponent(first, last, 100));
     }
-    std::printf("growth exponent from %zu to %zu lanes: %.3f\n", most / 100, most, exponent(first, last, 100));
     std::printf("%10s %14s %14s\n", "blocks", "us/block", "us/tag");
     for (std::size_t blocks = most / 100; blocks <= most; blocks *= 10) {
         const Figures figures = inChild([&] { return routing(blocks); });

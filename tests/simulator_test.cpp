@@ -683,6 +683,13 @@ TEST_F(SimulatorTest, counts) {
          {{"counterLimit", "4"}, {"counterStep", "2"}, {"counterInitial", "-1"}},
          {kOut},
          {{{1}, {1}}, {{1}, {1}}, {{1}, {0}}, {{0}, {0}}, {{1}, {0}}, {{1}, {1}}}},
+        // The last element of a layer serves the lanes beyond it.
+        {"rolled lengths",
+         "delayBlock",
+         {{"0", "[3] u8.0"}},
+         {{"delayLength", "(vectorRollTag 0 2)"}},
+         {"primWireOut"},
+         {{{5, 6, 7}, {5, 0, 0}}, {{8, 9, 10}, {8, 0, 0}}, {{1, 2, 3}, {1, 6, 7}}, {{0, 0, 0}, {0, 9, 10}}}},
         {"between clocks",
          "syncRegisterBlock",
          {{"syncRegisterPortIclkData", "s4.0"}, {"syncRegisterPortIclkEnable", "u1.0"}},
