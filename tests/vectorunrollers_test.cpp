@@ -224,6 +224,9 @@ TEST_F(VectorUnrollersTest, concatenatesByWiring) {
               (Made{"block_vp"}));
     EXPECT_EQ(madeOf("vconcatBlock", {{"0", "[2] s4.0"}, {"1", "u3.2"}}, {{"primWireOut", ""}}),
               (Made{"block_vp", "(block_vp 0)", "(block_vp 1)", "(block_vp 2)"}));
+    // Subnormals pass, which no cast would let through.
+    EXPECT_EQ(madeOf("vconcatBlock", {{"0", "[2][2] float(10,5)"}, {"1", "float(10,5)"}}, {{"primWireOut", ""}}),
+              (Made{"block_vp", "(block_vp 2)"}));
 }
 
 TEST_F(VectorUnrollersTest, splitsByWiring) {

@@ -75,9 +75,8 @@ class VecConcatUnroller final : public WiringVectorUnroller {
         std::size_t next = 0;
         const auto put = [&](Wire &element, const PureValueRef &type) {
             const PureValueRef key = numberOf(next++);
-            const bool fits = !mElement || type == mElement;
             const PureValueRef name = PureTupleValue::get(pack.getName(), key, pack.getContext());
-            pack.setParam(key, fits ? element : widened(pack, name, element, mElement));
+            pack.setParam(key, mElement ? spread(name, element, type, mElement) : element);
             return key;
         };
         for (const Part &part : mParts) {
@@ -103,6 +102,26 @@ class VecConcatUnroller final : public WiringVectorUnroller {
         int length;
         PureValueRef element;
     };
+    /// A wire as an element. One of fewer dimensions is in each place of the others: for floats by packs, for a cast
+    /// would flush subnormals.
+    Wire &spread(const PureValueRef &name, Wire &wire, const PureValueRef &type, const PureValueRef &wanted) const {
+        if (type == wanted) {
+            return wire;
+        }
+        Context *context = block().getContext();
+        const int length = outermostLength(VectorDecorSpec(wanted, context));
+        if (length == 0 || !NumTypeSpec(wanted, context).isFloat()) {
+            return widened(block(), name, wire, wanted);
+        }
+        Wire &inner =
+            spread(PureTupleValue::get(name, numberOf(0), context), wire, type, belowOutermost(wanted, context));
+        Block &pack = create(block(), name, A_VPACK_BLOCK);
+        for (int i = 0; i < length; ++i) {
+            pack.setParam(numberOf(static_cast<std::size_t>(i)), inner);
+        }
+        return *Wire::create(pack, A_VPACK_WIRE_OUT);
+    }
+
     PureValueRef mElement;
     std::vector<Part> mParts;
 };
