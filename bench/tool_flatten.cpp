@@ -1,6 +1,7 @@
 // Measures flattening: many instances of one model, instances of ever new models, and a signal that goes through deep
 // hierarchy to many readers; the ends of latency constraints below a kernel with many instances, and many interface
-// blocks behind one pack; and eliding tags in deep hierarchy, which comes before.
+// blocks behind one pack; and eliding tags in deep hierarchy, which comes before. Arguments are the largest number of
+// blocks and, to run one of these alone, its name.
 #include "measure.h"
 #include "synthetic.h"
 
@@ -228,6 +229,9 @@ int main(int argc, char **argv) {
                           {"interface blocks", interfaces},        {"tags", tags}};
     std::printf("%-24s %10s %12s %14s %14s\n", "design", "blocks", "us/block", "bytes/block", "peak/block");
     for (const Case &design : cases) {
+        if (argc > 2 && std::string(argv[2]) != design.name) {
+            continue;
+        }
         double first = 0;
         double last = 0;
         for (std::size_t blocks = most / 100; blocks <= most; blocks *= 10) {

@@ -104,11 +104,19 @@ PureValueRef nameOnTheWay(const TagKey &key, const TagInfo &info) {
     ORVO_ASSERT(false, "a tag is local, scoped, global or of a bus");
 }
 
-/// The name itself or, where a port of the model has it already, the first with a number that is free.
-template <class IsTaken> PureValueRef freeName(const PureValueRef &name, IsTaken isTaken, Context *context) {
+/// The name itself or, where the model has another port of that name, the first with a number that is free; who wires
+/// buses will not find that.
+template <class IsTaken>
+PureValueRef freeName(const PureValueRef &name, const TagKey &key, const Block &instance, IsTaken isTaken) {
+    Context *context = instance.getContext();
     PureValueRef free = name;
     for (int number = 0; isTaken(free); ++number) {
         free = PureTupleValue::get(A_DUPLICATE_NAME, NumberValue::get(number, context), name, context);
+    }
+    if (key.kind == TagKind::Bus && free != name) {
+        log::msg(msg::warning::BUS_TAG_RENAMED,
+                 log::p("tag", key.tag) % log::p("model", Node::from<Model>(instance[A_MODEL_NODE])->value()) %
+                     log::p("block", instance.value()));
     }
     return free;
 }
@@ -120,7 +128,7 @@ Block &onlyInstance(Model &model, ModelTreePass &tree) {
 }
 
 /// Makes the model give the signal to the model above, unless that has it.
-void ascend(Model &model, const PureValueRef &name, TagInfo &info, ModelTreePass &tree) {
+void ascend(Model &model, const TagKey &key, TagInfo &info, ModelTreePass &tree) {
     Block &instance = onlyInstance(model, tree);
     Wire *&above = info.wires[&instance.getModel()];
     if (above != nullptr) {
@@ -137,13 +145,13 @@ void ascend(Model &model, const PureValueRef &name, TagInfo &info, ModelTreePass
     if (output == nullptr) {
         output = Block::create(model, "output", A_OUTPUT_BLOCK);
     }
-    const PureValueRef port = freeName(name, isTaken, model.getContext());
+    const PureValueRef port = freeName(nameOnTheWay(key, info), key, instance, isTaken);
     output->setParam(port, *info.wires.at(&model));
     above = Wire::create(instance, port);
 }
 
 /// Makes the model take the signal from the model above, unless it has it.
-void descend(Model &model, const PureValueRef &name, TagInfo &info, ModelTreePass &tree) {
+void descend(Model &model, const TagKey &key, TagInfo &info, ModelTreePass &tree) {
     Wire *&below = info.wires[&model];
     if (below != nullptr) {
         return;
@@ -155,7 +163,7 @@ void descend(Model &model, const PureValueRef &name, TagInfo &info, ModelTreePas
                std::any_of(inputs.begin(), inputs.end(),
                            [&](const Block *one) { return one->getWire(port) != nullptr; });
     };
-    const PureValueRef port = freeName(name, isTaken, model.getContext());
+    const PureValueRef port = freeName(nameOnTheWay(key, info), key, instance, isTaken);
     Block *input = model.getInputBlock();
     if (input == nullptr) {
         input = Block::create(model, "input", A_INPUT_BLOCK);
@@ -248,15 +256,14 @@ bool routeAcrossModels(Model &fromModel, const TagKey &key, TagInfo &info, const
                  log::p("gotoModel", info.model->value()) % log::p("fromModel", fromModel.value()));
         return false;
     }
-    const PureValueRef name = nameOnTheWay(key, info);
     const std::vector<Model *> way = wayUp(fromModel, info, hierarchy, tree);
     Model *&reached = info.reached;
     reached = reached == nullptr ? info.model : reached;
     while (reached != way.back() && hierarchy.isAround(*way.back(), *reached)) {
-        ascend(*reached, name, info, tree);
+        ascend(*reached, key, info, tree);
         reached = tree.getSingleParent(*reached);
     }
-    std::for_each(way.rbegin() + 1, way.rend(), [&](Model *model) { descend(*model, name, info, tree); });
+    std::for_each(way.rbegin() + 1, way.rend(), [&](Model *model) { descend(*model, key, info, tree); });
     return true;
 }
 

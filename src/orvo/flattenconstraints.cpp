@@ -82,18 +82,13 @@ std::vector<const Model *> deadOf(const std::unordered_set<const Model *> &disso
 
 } // namespace
 
-FlattenedConstraints::FlattenedConstraints(Design &design) : mDesign(design) {
-    for (Model &model : design) {
-        mAny = mAny || model.findParam(A_SYNTH_SCHEDULE_CONSTRAINTS) != nullptr;
-        for (Block &block : model) {
-            for (const PointTable &table : kPointTables) {
-                mAny = mAny || block.findParam(*table.param) != nullptr;
-            }
-            note(block);
-        }
-    }
+void FlattenedConstraints::note(const Model &model) {
+    mAny = mAny || model.findParam(A_SYNTH_SCHEDULE_CONSTRAINTS) != nullptr;
+}
+
+void FlattenedConstraints::start() {
     if (mAny) {
-        mNextId = nextConstraintId(design);
+        mNextId = nextConstraintId(mDesign);
         mInstances.emplace_back();
     }
 }
@@ -105,7 +100,12 @@ FlattenedConstraints::Link FlattenedConstraints::linkOf(const ValueRef &link) {
 
 void FlattenedConstraints::note(Block &block) {
     for (const PointTable &points : kPointTables) {
-        std::vector<ValueRef> entries = elementsOf(block.findParam(*points.param));
+        const Value *value = block.findParam(*points.param);
+        if (value == nullptr) {
+            continue;
+        }
+        mAny = true;
+        std::vector<ValueRef> entries = elementsOf(value);
         if (std::none_of(entries.begin(), entries.end(), linksOf)) {
             continue;
         }
@@ -429,7 +429,9 @@ FlattenedConstraints::instancesBySource() const {
 }
 
 void FlattenedConstraints::finish(const std::unordered_set<const Model *> &dissolved) {
-    for (const Model *model : deadOf(dissolved)) {
+    // All blocks of the dissolved models are walked for that.
+    const std::vector<const Model *> dead = mRootedIn.empty() ? std::vector<const Model *>() : deadOf(dissolved);
+    for (const Model *model : dead) {
         const Value *name = model->getName().get_ptr();
         const auto rooted = mRootedIn.find(name);
         for (std::size_t i = 0; rooted != mRootedIn.end() && i < rooted->second.size(); ++i) {

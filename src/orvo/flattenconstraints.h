@@ -22,7 +22,12 @@ class FlattenedConstraints {
     /// An instance that dissolved; 0 is the model into which it did.
     using Instance = std::uint32_t;
 
-    explicit FlattenedConstraints(Design &design);
+    explicit FlattenedConstraints(Design &design) : mDesign(design) {}
+
+    /// To be called with each model and each block of the design, and then `start`, before all else.
+    void note(const Model &model);
+    void note(Block &block);
+    void start();
 
     /// Whether the design has constraints.
     bool any() const { return mAny; }
@@ -89,7 +94,6 @@ class FlattenedConstraints {
     PureValueRef carriedId(const ValueRef &id, Instance instance) const;
     ValueRef carriedEntry(const TupleValue &entry, const PureValueRef &chain, Instance instance) const;
     void number(Model &source, Dissolved &instance);
-    void note(Block &block);
     void note(Place place);
     const ValueRef &entryAt(Place place) const { return mTables[place.table].entries[place.entry]; }
     bool startsIn(Place place, const Value *modelName) const;

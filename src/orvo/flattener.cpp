@@ -164,17 +164,19 @@ Flattener::~Flattener() = default;
 /// Finds the models that contain themselves: dissolving other models neither makes nor breaks a ring. All blocks are
 /// looked at here for all that wants to.
 void Flattener::readHierarchy() {
-    std::vector<const Model *> models;
+    std::vector<Model *> models;
     std::unordered_map<const Model *, std::uint32_t> numbers;
-    for (const Model &model : mDesign) {
+    for (Model &model : mDesign) {
         numbers.emplace(&model, sizeOf(models));
         models.push_back(&model);
     }
     Digraph graph;
-    for (const Model *model : models) {
+    for (Model *model : models) {
         std::unordered_set<const Model *> below;
-        for (const Block &block : *model) {
+        mConstraints.note(*model);
+        for (Block &block : *model) {
             mTags.note(block);
+            mConstraints.note(block);
             const Model *instantiated = instantiatedModel(block);
             if (instantiated != nullptr && below.insert(instantiated).second && numbers.count(instantiated) != 0) {
                 graph.addEdge(numbers.at(instantiated));
@@ -182,6 +184,7 @@ void Flattener::readHierarchy() {
         }
         graph.closeNode();
     }
+    mConstraints.start();
     const StrongComponents components = stronglyConnectedComponents(graph);
     for (std::size_t i = 0; i < components.size(); ++i) {
         if (isCyclic(graph, components[i])) {
