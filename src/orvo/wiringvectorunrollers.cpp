@@ -115,7 +115,7 @@ class VecConcatUnroller final : public WiringVectorUnroller {
         }
         Wire &inner =
             spread(PureTupleValue::get(name, numberOf(0), context), wire, type, belowOutermost(wanted, context));
-        Block &pack = create(block(), name, A_VPACK_BLOCK);
+        Block &pack = createBeside(block(), name, A_VPACK_BLOCK);
         for (int i = 0; i < length; ++i) {
             pack.setParam(numberOf(static_cast<std::size_t>(i)), inner);
         }
