@@ -765,6 +765,27 @@ TEST_F(UnrollAggregatePassTest, leavesABlockOfRecordsWholeWhoseControlHasLanesEl
     EXPECT_NE(below.getBlock(value("held")), nullptr);
 }
 
+TEST_F(UnrollAggregatePassTest, looksAtWhatDrivesAControlThatARuleGivesNoLanes) {
+    const std::string record = testing::typeText("{s4.0, [2] u2.0}");
+    Block &held = block(below, "held", "syncRegisterBlock", {{"syncRegisterDataType", record.c_str()}});
+    held.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA,
+                  *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));
+    held.setParam(A_SYNC_REGISTER_PORT_ICLK_ENABLE, *Wire::create(*below.getInputBlock(), value("y")));
+    output(below, "z", *Wire::create(held, A_SYNC_REGISTER_WIRE_OCLK_DATA));
+    for (const auto &[number, type] : Texts{{"0", "u1.0"}, {"1", "[2] u1.0"}}) {
+        Block &use = block(model, std::string("use") + number, "modelBlock");
+        use.setParam(A_MODEL_NODE, below);
+        use.setParam(value("x"), input(model, std::string("x") + number, "{s4.0, [2] u2.0}"));
+        use.setParam(value("y"), input(model, std::string("y") + number, type));
+    }
+    EXPECT_EQ(run("UnrollAggregatePass"), Names{kRefused + "/below/held" + kTypesDiffer});
+    // With lanes everywhere, the members share the first.
+    model.getBlock(value("use0"))->setParam(value("y"), input(model, "lanes", "[2] u1.0"));
+    EXPECT_EQ(run("UnrollAggregatePass"), Names{});
+    const Port *enable = below.getBlock(value("(held 1)"))->getPort(A_SYNC_REGISTER_PORT_ICLK_ENABLE);
+    EXPECT_EQ(enable->peekWire()->getBlock().type(), A_VUNPACK_BLOCK.get_ptr());
+}
+
 TEST_F(UnrollAggregatePassTest, leavesABlockWholeThatHasARecordInOneInstanceOnly) {
     makeTwoLevels("s4.0");
     useAgain("{s4.0, u2.0}");
