@@ -145,6 +145,30 @@ class AggregateUnrollersTest : public test::SimulatorFixture {
         }
         return made;
     }
+    /// Why the block stays as it is. The pins of its inputs may stay, too.
+    std::string refusalOf(const std::string &type, const Texts &inputs, const Texts &outputs,
+                          const Texts &params = {}) {
+        Design design(mgr.context());
+        Model &model = oneBlock(design, type, inputs, outputs, params);
+        const Block *made = model.getBlock(value("block"));
+        const auto signals = std::pair(portsOf(*made), wiresOf(*made));
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollAggregatePass");
+        scheduler.apply(design);
+        EXPECT_TRUE(test::checkInvariants(design));
+        made = model.getBlock(value("block"));
+        EXPECT_NE(made, nullptr) << type;
+        if (made != nullptr) {
+            EXPECT_EQ(std::pair(portsOf(*made), wiresOf(*made)), signals) << type;
+        }
+        const std::string begin = "UNAGG_INVALID_EXPAND_TYPE block=/top/block detail=";
+        std::string details;
+        for (const std::string &line : heard.take()) {
+            details += line.find(begin) == 0 ? line.substr(begin.size()) : "";
+        }
+        return details;
+    }
     void expectTheCatalogueIsKept(const Model &model) {
         CatalogueVerifier verifier(getBlocksInfo(), mgr.context());
         for (const Block &block : model) {
@@ -235,6 +259,24 @@ TEST_F(AggregateUnrollersTest, giveEachMemberOfASyncRegisterItsType) {
         (Made{"(block 0)", "(block 1)"}));
 }
 
+TEST_F(AggregateUnrollersTest, readValidBehindASyncRegisterOfVectorsOrComplexNumbersFirst) {
+    const Made made{"(block 0)", "(block 1)"};
+    const Texts outputs{
+        {"syncRegisterWireIclkData", ""}, {"syncRegisterWireOclkData", ""}, {"syncRegisterWireOclkValid", ""}};
+    const std::pair<const char *, const char *> records[] = {
+        {"{[2] s4.0, u2.0}", "(typeAggregate (typeVector 2 (typeSFixed 4 0)) (typeUFixed 2 0))"},
+        {"{c s4.0, u2.0}", "(typeAggregate (typeComplex (typeSFixed 4 0)) (typeUFixed 2 0))"}};
+    for (const auto &[data, type] : records) {
+        for (const char *enable : {"u1.0", "[2] u1.0"}) {
+            EXPECT_EQ(madeOf("syncRegisterBlock",
+                             {{"syncRegisterPortIclkData", data}, {"syncRegisterPortIclkEnable", enable}}, outputs,
+                             {{"syncRegisterDataType", type}}),
+                      made)
+                << data << enable;
+        }
+    }
+}
+
 TEST_F(AggregateUnrollersTest, chooseMemberByMember) {
     EXPECT_EQ(madeOf("muxBlock", {{"0", kRecord}, {"1", kRecord}, {"muxPortSelect", "u1.0"}}, {{"primWireOut", ""}}),
               mMembers);
@@ -262,6 +304,42 @@ TEST_F(AggregateUnrollersTest, keepTheTypeOfValidBehindASelect) {
     };
     EXPECT_EQ(madeOf("selectBlock", inputs("[3] u1.0"), {{"primWireOut", ""}, {"selectWireValid", ""}}), made);
     EXPECT_EQ(madeOf("selectBlock", inputs("u1.0"), {{"primWireOut", ""}}), (Made{"(block 0)", "(block 1)"}));
+}
+
+TEST_F(AggregateUnrollersTest, leaveRecordsWholeThatHaveAPartWithoutMembers) {
+    const Texts fifo{{"fifoPortData", "{}"}, {"fifoPortWriteEn", "u1.0"}, {"fifoPortReadAck", "u1.0"}};
+    const Texts nested{{"fifoPortData", "{{}}"}, {"fifoPortWriteEn", "u1.0"}, {"fifoPortReadAck", "u1.0"}};
+    const Texts outputs{{"fifoWireData", ""}, {"fifoWireValid", ""}};
+    const char *detail = "a record has a part without members, or too many members or levels of them";
+    EXPECT_EQ(refusalOf("fifoBlock", fifo, outputs, {{"fifoDepth", "3"}}), detail);
+    EXPECT_EQ(refusalOf("fifoBlock", nested, outputs, {{"fifoDepth", "3"}}), detail);
+    const Texts out{{"primWireOut", ""}};
+    for (const char *type : {"{}", "{s4.0, {}}", "{{}, {}}"}) {
+        SCOPED_TRACE(type);
+        EXPECT_EQ(refusalOf("registerBlock", {{"0", type}, {"registerPortEnable", "u1.0"}}, out), detail);
+        EXPECT_EQ(refusalOf("muxBlock", {{"0", type}, {"1", type}, {"muxPortSelect", "u1.0"}}, out), detail);
+        EXPECT_EQ(refusalOf("delayBlock", {{"0", type}}, out, {{"delayLength", "2"}}), detail);
+        EXPECT_EQ(refusalOf("typePinBlock", {{"0", type}}, {{"0", ""}}), detail);
+        EXPECT_EQ(refusalOf("signalInBlock", {{"x", type}}, {{"x", ""}}), detail);
+        EXPECT_EQ(refusalOf("stallexitBlock", {{"(stallexitPortkeyDataBack 0)", type}},
+                            {{"(stallexitWirekeyDataFront 0)", ""}}),
+                  detail);
+    }
+    // A choice between vectors of records needs their scalars.
+    const char *lanes = "{s4.0, [2] {u2.0, {}}}";
+    EXPECT_EQ(refusalOf("muxBlock", {{"0", lanes}, {"1", lanes}, {"muxPortSelect", "u1.0"}}, out),
+              "a record in a vector has no members, or too many of them");
+}
+
+TEST_F(AggregateUnrollersTest, keepTypesInAPlaceholderThatDoNotComeApart) {
+    const char *types = "((x (typeAggregate (typeSFixed 4 0) (typeUFixed 2 0))) (z (typeAggregate)))";
+    Design design(mgr.context());
+    Model &model = oneBlock(design, "latencyPlaceholderBlock", {}, {{"x", ""}}, {{"latencyPlaceholderTypemap", types}});
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollAggregatePass");
+    scheduler.apply(design);
+    EXPECT_EQ(PureValueRef(model.getBlock(value("block"))->getParam(A_LATENCY_PLACEHOLDER_TYPEMAP)),
+              value("(((x 0) (typeSFixed 4 0)) ((x 1) (typeUFixed 2 0)) (z (typeAggregate)))"));
 }
 
 TEST_F(AggregateUnrollersTest, queueMemberByMember) {
@@ -333,6 +411,84 @@ TEST_F(AggregateUnrollersTest, keepNamedPortsOnOneBlock) {
     EXPECT_EQ(madeOf("channelInBlock", {{"(x 0)", kRecord}, {"portValid", "u1.0"}, {"portChannel", "u8.0"}},
                      {{"(x 0)", ""}, {"wireValid", ""}, {"wireChannel", ""}}),
               Made{});
+}
+
+class AggregateUnrollerPointsTest : public AggregateUnrollersTest {
+  protected:
+    /// One block after the pass, told before by parameters of the block and by a mark on each wire.
+    Model &unrolled(const std::string &type, const Texts &inputs, const Texts &outputs, const Texts &params) {
+        Model &model = oneBlock(design, type, inputs, outputs, params);
+        for (Wire &wire : *model.getBlock(value("block"))) {
+            wire.setParam(value("mark"), wire.getName());
+        }
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollAggregatePass");
+        scheduler.apply(design);
+        EXPECT_TRUE(test::checkInvariants(design));
+        return model;
+    }
+    static std::string textOf(const ValueRef &param) { return param ? param->toString() : ""; }
+    std::string markOf(const Model &model, const char *block, const char *wire) {
+        return textOf(model.getBlock(value(block))->getWire(value(wire))->getParam(value("mark")));
+    }
+    std::string portsAt(const Model &model, const char *block) {
+        return textOf(model.getBlock(value(block))->getParam(A_SCHEDULE_CONSTRAINT_PORTS));
+    }
+    std::string wiresAt(const Model &model, const char *block) {
+        return textOf(model.getBlock(value(block))->getParam(A_SCHEDULE_CONSTRAINT_WIRES));
+    }
+    Design design{mgr.context()};
+};
+
+TEST_F(AggregateUnrollerPointsTest, moveFromASelectWithWhatTakesEachSignalsPlace) {
+    const Model &model = unrolled(
+        "selectBlock",
+        {{"(selectPortkeyData 0)", "{s4.0, u2.0}"},
+         {"(selectPortkeyCtrl 0)", "u1.0"},
+         {"selectPortDefaultData", "{s4.0, u2.0}"}},
+        {{"primWireOut", ""}, {"selectWireValid", ""}},
+        {{"scheduleConstraintPorts", "(((selectPortkeyData 0) true () (1)) ((selectPortkeyCtrl 0) true () (2)))"},
+         {"scheduleConstraintWires", "((primWireOut true (1) ()) (selectWireValid true (2) ()))"}});
+    for (const char *member : {"(block 0)", "(block 1)"}) {
+        EXPECT_EQ(portsAt(model, member), "(((selectPortkeyData 0) true () (1)) ((selectPortkeyCtrl 0) true () (2)))");
+        EXPECT_EQ(wiresAt(model, member), "((primWireOut true (1) ()))");
+        EXPECT_EQ(markOf(model, member, "primWireOut"), "primWireOut");
+    }
+    EXPECT_EQ(portsAt(model, "(block valid)"), "(((selectPortkeyCtrl 0) true () (2)))");
+    EXPECT_EQ(wiresAt(model, "(block valid)"), "((selectWireValid true (2) ()))");
+    EXPECT_EQ(markOf(model, "(block valid)", "selectWireValid"), "selectWireValid");
+}
+
+TEST_F(AggregateUnrollerPointsTest, stayAtTheOneQueueThatGivesValid) {
+    const Model &model = unrolled(
+        "fifoBlock", {{"fifoPortData", "{[2] s4.0, u2.0}"}, {"fifoPortWriteEn", "u1.0"}, {"fifoPortReadAck", "u1.0"}},
+        {{"fifoWireData", ""}, {"fifoWireValid", ""}, {"fifoWireLow", ""}},
+        {{"fifoDepth", "3"},
+         {"fifoLowThreshold", "1"},
+         {"scheduleConstraintPorts", "((fifoPortData true () (1)) (fifoPortWriteEn true () (2)))"},
+         {"scheduleConstraintWires", "((fifoWireData true (1) ()) (fifoWireValid true (2) ()))"}});
+    for (const char *member : {"(block 0)", "(block 1)"}) {
+        EXPECT_EQ(portsAt(model, member), "((fifoPortData true () (1)) (fifoPortWriteEn true () (2)))");
+        EXPECT_EQ(markOf(model, member, "fifoWireData"), "fifoWireData");
+    }
+    EXPECT_EQ(wiresAt(model, "(block 0)"), "((fifoWireData true (1) ()) (fifoWireValid true (2) ()))");
+    EXPECT_EQ(wiresAt(model, "(block 1)"), "((fifoWireData true (1) ()))");
+    EXPECT_EQ(&model.getOutputBlock()->getPort(value("fifoWireValid"))->peekWire()->getBlock(),
+              model.getBlock(value("(block 0)")));
+}
+
+TEST_F(AggregateUnrollerPointsTest, keepWhatIsKnownOfThePinsWires) {
+    const Model &model = unrolled("typePinBlock", {{"0", "{s4.0, u2.0}"}, {"1", "s3.0"}}, {{"0", ""}, {"1", ""}}, {});
+    for (const auto &[wire, mark] : std::map<const char *, const char *>{{"0", "0"}, {"1", "0"}, {"2", "1"}}) {
+        EXPECT_EQ(markOf(model, "block_aunroll", wire), mark) << wire;
+    }
+}
+
+TEST_F(AggregateUnrollerPointsTest, keepWhatIsKnownOfTheWireOfAPinWithoutInput) {
+    const Model &model = unrolled("typePinBlock", {}, {{"0", ""}},
+                                  {{"typePinType", "(typeAggregate (typeSFixed 4 0) (typeUFixed 2 0))"}});
+    EXPECT_EQ(markOf(model, "(block 0 0)", "primWireOut"), "0");
+    EXPECT_EQ(markOf(model, "(block 0 1)", "primWireOut"), "0");
 }
 
 TEST_F(AggregateUnrollersTest, nameTheMembersOfAPlaceholder) {

@@ -718,6 +718,19 @@ TEST_F(ComplexUnrollersTest, pinsEachPart) {
               "((typeSFixed 4 0) (typeSFixed 4 0) (typeSFixed 3 0))");
 }
 
+TEST_F(ComplexUnrollersTest, keepsWhatIsKnownOfTheWiresOfAPin) {
+    Design design(mgr.context());
+    Model &model = oneBlock(design, "typePinBlock", {{"0", "c s4.0"}}, {{"0", ""}});
+    model.getBlock(value("block"))->getWire(value("0"))->setParam(value("mark"), value("a"));
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollComplexPass");
+    scheduler.apply(design);
+    for (const char *wire : {"0", "1"}) {
+        const Wire &part = *model.getBlock(value("block_cunroll"))->getWire(value(wire));
+        EXPECT_EQ(PureValueRef(part.getParam(value("mark"))), value("a")) << wire;
+    }
+}
+
 TEST_F(ComplexUnrollersTest, takesVectorsOfComplexNumbersApartPartByPart) {
     EXPECT_EQ(madeOf("addBlock", {{"0", "[2] c s4.0"}, {"1", "[2] s4.0"}}, {{"primWireOut", ""}}),
               (Made{"(block real)", "(block imag)", "(block 1 imagZero)"}));

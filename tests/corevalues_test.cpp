@@ -182,6 +182,15 @@ TEST_F(CoreValues, acceptsTheDeepestTupleAndRefusesOneDeeper) {
     EXPECT_TRUE(value(nested(limits::kTupleDepth))) << "the count of the depth starts again after a refusal";
 }
 
+TEST_F(CoreValues, writesTuplesOfAnyDepth) {
+    constexpr std::size_t kLevels = 100000;
+    PureValueRef made = value("1");
+    for (std::size_t level = 0; level < kLevels; ++level) {
+        made = PureTupleValue::get(made, ctx);
+    }
+    EXPECT_EQ(made->toString(), std::string(kLevels, '(') + "1" + std::string(kLevels, ')'));
+}
+
 TEST_F(CoreValues, acceptsTheLongestRepeatAndRefusesOneLonger) {
     const ValueRef longest = value("(0 ^" + std::to_string(limits::kRepeatCount) + ")");
     ASSERT_TRUE(longest);

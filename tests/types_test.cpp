@@ -418,6 +418,15 @@ TEST_F(Types, readsWellForPeople) {
     EXPECT_EQ(readableType(nullptr), "?");
 }
 
+TEST_F(Types, readsNoMoreLevelsOfARecordThanATextHas) {
+    PureValueRef type = value("(typeSFixed 4 0)");
+    for (int level = 0; level < 60000; ++level) {
+        type = PureTupleValue::get(A_TYPE_AGGREGATE, type, ctx);
+    }
+    const std::string text = readableType(type.get_ptr());
+    EXPECT_EQ(text.substr(text.find_first_not_of('{'), 4), "...}");
+}
+
 TEST(TypesDeathTest, refusesBreachesOfItsContract) {
     NumTypeSpec type = NumTypeSpec::ufixed(1, 0);
     EXPECT_DEATH(type.addVector(0), "at least one element");

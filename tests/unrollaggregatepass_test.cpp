@@ -16,6 +16,7 @@
 
 #include <orvo/blockclass.h>
 #include <orvo/design.h>
+#include <orvo/limits.h>
 #include <orvo/model.h>
 #include <orvo/pass.h>
 #include <orvo/staticstrings.h>
@@ -27,6 +28,7 @@
 #include <rapidcheck/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <sstream>
 
 namespace orvo {
@@ -83,16 +85,21 @@ RC_GTEST_PROP(UnrollAggregatePassesOnRandomDesigns, computeTheSame, ()) {
     computesTheSame({"UnrollAggregatePass", "UnrollAggregateCrossModelPass", "ElideUnpackPass", "DeadBlockPass"});
 }
 
+const std::string kRefused = "UNAGG_INVALID_EXPAND_TYPE block=";
+const std::string kTypesDiffer = " detail=its signals differ in type between the instances of the model";
+const std::string kNoShape = " detail=a record has a part without members, or too many members or levels of them";
+
 class UnrollAggregatePassTest : public test::SimulatorFixture {
   protected:
     using Names = std::vector<std::string>;
 
-    Names run(const char *pass) {
+    Names run(const char *pass) { return runOn(design, pass); }
+    Names runOn(Design &of, const char *pass) {
         test::HeardMessages heard(mgr.context());
         PassScheduler scheduler(&state);
         scheduler.addPass(pass);
-        scheduler.apply(design);
-        EXPECT_TRUE(test::checkInvariants(design));
+        scheduler.apply(of);
+        EXPECT_TRUE(test::checkInvariants(of));
         return heard.take();
     }
     /// A level that holds its input x while its input y is false, and a top that uses it.
@@ -559,6 +566,27 @@ TEST_F(UnrollAggregatePassTest, movesConstraintsAlongWithTheirPoints) {
               value("(((x 0) true (2) ()) ((x 1) true (2) ()))"));
 }
 
+TEST_F(UnrollAggregatePassTest, tellsTheMembersOfSignalsByTheNamesThatTheyShareWithTheBoundary) {
+    Block &signals = block(model, "signals", "signalInBlock");
+    signals.setParam(value("x"), input(model, "x", "{s4.0, [2] u2.0}"));
+    output(model, "y", *Wire::create(signals, value("x")));
+    for (const char *pass :
+         {"UnrollAggregatePass", "UnrollAggregateCrossModelPass", "UnrollVectorPass", "UnrollVectorCrossModelPass"}) {
+        EXPECT_EQ(run(pass), Names{}) << pass;
+    }
+    for (const char *name : {"in", "signals"}) {
+        UnrolledPortWireNames found(model, value(name), false, value("x"));
+        found.unrollNames(
+            dynamic_cast<BoundaryUnrollMappingStateItem *>(state.getItemOfState(A_BOUNDARY_UNROLL_STATE_KEY)));
+        Names wires;
+        for (const Wire *wire : found.getWires()) {
+            EXPECT_EQ(&wire->getBlock(), model.getBlock(value(name)));
+            wires.push_back(wire->getName()->toString());
+        }
+        EXPECT_EQ(wires, (Names{"(x 0)", "(x 0 1)", "(x 1 1)"})) << name;
+    }
+}
+
 TEST_F(UnrollAggregatePassTest, takesAModelApartThatIsUsedWithOtherWidths) {
     makeTwoLevels("{s4.0, u2.0}");
     useAgain("{s7.1, u1.0}");
@@ -572,12 +600,118 @@ TEST_F(UnrollAggregatePassTest, takesAModelApartThatIsUsedWithOtherWidths) {
 TEST_F(UnrollAggregatePassTest, leavesAModelWholeWhoseInstancesHaveRecordsOfTheirOwn) {
     makeTwoLevels("{s4.0, u2.0}");
     useAgain("{s4.0, {u2.0, u1.0}}");
-    EXPECT_EQ(run("UnrollAggregatePass"), (Names{"UNAGG_INVALID_WIRE_TYPE wire=/below/held/primWireOut",
-                                                 "UNAGG_INVALID_PORT_TYPE block=/below/held port=0"}));
+    EXPECT_EQ(run("UnrollAggregatePass"), (Names{kRefused + "/below/held" + kTypesDiffer}));
     run("UnrollAggregateCrossModelPass");
     for (const char *use : {"use", "again"}) {
         EXPECT_EQ(portsOf(*model.getBlock(value(use))), (Names{"x", "y"}));
     }
+}
+
+TEST_F(UnrollAggregatePassTest, leavesABlockWholeWhoseRecordsHaveOtherLanesInEachInstance) {
+    makeTwoLevels("{s4.0, [2] u2.0}");
+    useAgain("{s4.0, u2.0}");
+    EXPECT_EQ(run("UnrollAggregatePass"), (Names{kRefused + "/below/held" + kTypesDiffer}));
+    EXPECT_NE(below.getBlock(value("held")), nullptr);
+}
+
+TEST_F(UnrollAggregatePassTest, leavesRecordsWholeInAndBetweenModelsThatHaveAPartWithoutMembers) {
+    for (const char *type : {"{s4.0, {}}", "{}", "{{}, {{}}}"}) {
+        SCOPED_TRACE(type);
+        Design whole(mgr.context());
+        Model &outer = *Model::create(whole, "outer");
+        Model &inner = *Model::create(whole, "inner");
+        Block &held = block(inner, "held", "registerBlock");
+        held.setParam(value("0"), *Wire::create(*Block::create(inner, "in", A_INPUT_BLOCK), value("x")));
+        output(inner, "z", *Wire::create(held, A_PRIM_WIRE_OUT));
+        Block &use = block(outer, "use", "modelBlock");
+        use.setParam(A_MODEL_NODE, inner);
+        use.setParam(value("x"), input(outer, "x", type));
+        output(outer, "z", *Wire::create(use, value("z")));
+        const std::string before = textOf(whole);
+        const std::string pin = outer.getInputBlock()->getWire(value("x"))->port_begin()->getBlock().value()->getPath();
+        Names heard = runOn(whole, "UnrollAggregatePass");
+        std::sort(heard.begin(), heard.end());
+        EXPECT_EQ(heard, (Names{kRefused + "/inner/held" + kNoShape, kRefused + pin + kNoShape}));
+        heard = runOn(whole, "UnrollAggregateCrossModelPass");
+        std::sort(heard.begin(), heard.end());
+        EXPECT_EQ(heard, (Names{kRefused + "/inner/in" + kNoShape, kRefused + "/inner/out" + kNoShape,
+                                kRefused + "/outer/in" + kNoShape, kRefused + "/outer/out" + kNoShape,
+                                kRefused + "/outer/use" + kNoShape}));
+        EXPECT_EQ(textOf(whole), before);
+    }
+}
+
+/// A chain of packs, each of which gives what the one before gives a level more, and a register behind it.
+std::unique_ptr<Design> levelsAbove(Context *context, std::size_t levels, const StaticString &pack,
+                                    const StaticString &out, bool twice) {
+    auto design = std::make_unique<Design>(context);
+    Model &top = *Model::create(*design, "top");
+    const PureValueRef numbers[] = {NumberValue::get(0, context), NumberValue::get(1, context)};
+    Block &one = *Block::create(top, "one", A_CONST_BLOCK);
+    one.setParam(A_CONST_VALUE, numbers[1]);
+    one.setParam(A_CONST_TYPE, NumTypeSpec::boolean().toValue(context));
+    Wire *wire = Wire::create(one, A_PRIM_WIRE_OUT);
+    for (std::size_t level = 0; level < levels; ++level) {
+        Block &next = *Block::create(top, "p" + std::to_string(level), pack);
+        next.setParam(numbers[0], *wire);
+        if (twice) {
+            next.setParam(numbers[1], *wire);
+        }
+        wire = Wire::create(next, out);
+    }
+    Block &held = *Block::create(top, "held", A_REGISTER_BLOCK);
+    held.setParam(numbers[0], *wire);
+    Wire::create(held, A_PRIM_WIRE_OUT);
+    return design;
+}
+
+TEST_F(UnrollAggregatePassTest, leavesRecordsWholeOfTooManyLevelsOrMembers) {
+    const auto heardOf = [&](std::size_t levels, bool twice) {
+        const auto deep = levelsAbove(mgr.context(), levels, A_APACK_BLOCK, A_APACK_WIRE_OUT, twice);
+        const Names heard = runOn(*deep, "UnrollAggregatePass");
+        EXPECT_EQ(deep->getModel(value("top"))->getBlock(value("held")) != nullptr, !heard.empty()) << levels;
+        return heard;
+    };
+    const Names refused{kRefused + "/top/held" + kNoShape};
+    EXPECT_EQ(heardOf(limits::kTupleDepth, false), Names{});
+    EXPECT_EQ(heardOf(limits::kTupleDepth + 1, false), refused);
+    EXPECT_EQ(heardOf(60000, false), refused);
+    // Twice the members with each level.
+    EXPECT_EQ(heardOf(10, true), Names{});
+    EXPECT_EQ(heardOf(21, true), refused);
+    EXPECT_EQ(heardOf(900, true), refused);
+}
+
+TEST_F(UnrollAggregatePassTest, readsNothingOfRecordsThatDoNotComeApart) {
+    const AggregateTypeManager manager;
+    for (const char *type : {"{}", "{s4.0, {}}"}) {
+        const AggregateTypeSpec &spec = manager.specOf(value(testing::typeText(type)));
+        EXPECT_FALSE(manager.comesApart(spec)) << type;
+        EXPECT_EQ(manager.getFlatSize(spec), 0U) << type;
+        EXPECT_TRUE(manager.getFlatContainerTypes(spec).empty()) << type;
+    }
+    EXPECT_TRUE(manager.comesApart(manager.specOf(value(testing::typeText("{s4.0, [2] {}}")))));
+    EXPECT_FALSE(manager.comesApart(manager.specOf(value(testing::typeText("s4.0")))));
+    EXPECT_FALSE(manager.comesApart(manager.specOf(PureValueRef())));
+}
+
+TEST_F(UnrollAggregatePassTest, comparesTypesPartByPart) {
+    Context *context = mgr.context();
+    const auto pairs = [context](PureValueRef type, int levels) {
+        for (int level = 0; level < levels; ++level) {
+            type = PureTupleValue::get(A_TYPE_AGGREGATE, type, type, context);
+        }
+        return type;
+    };
+    const PureValueRef one = value(testing::typeText("s4.0"));
+    const PureValueRef other = value(testing::typeText("u3.0"));
+    const PureValueRef lanes = value(testing::typeText("[2] u3.0"));
+    // More members than anybody could look at one by one.
+    EXPECT_TRUE(internal::fallApartAlike(pairs(one, 60), pairs(other, 60)));
+    EXPECT_FALSE(internal::fallApartAlike(pairs(one, 60), pairs(lanes, 60)));
+    EXPECT_FALSE(internal::fallApartAlike(pairs(one, 60), pairs(other, 61)));
+    EXPECT_FALSE(internal::fallApartAlike(pairs(one, 60000), pairs(other, 60000)));
+    EXPECT_TRUE(internal::fallApartAlike(pairs(one, 60000), pairs(one, 60000)));
 }
 
 TEST_F(UnrollAggregatePassTest, takesNoInterestInModelsWithoutRecords) {
@@ -627,15 +761,35 @@ TEST_F(UnrollAggregatePassTest, leavesABlockOfRecordsWholeWhoseControlHasLanesEl
     // The members would take the first lane of it, which the other instance does not have.
     makeTwoLevels("{s4.0, u2.0}");
     useAgain("{s4.0, u2.0}").setParam(value("y"), input(model, "wide", "[2] u1.0"));
-    EXPECT_EQ(run("UnrollAggregatePass"), Names{"UNAGG_INVALID_PORT_TYPE block=/below/held port=registerPortEnable"});
+    EXPECT_EQ(run("UnrollAggregatePass"), Names{kRefused + "/below/held" + kTypesDiffer});
     EXPECT_NE(below.getBlock(value("held")), nullptr);
+}
+
+TEST_F(UnrollAggregatePassTest, looksAtWhatDrivesAControlThatARuleGivesNoLanes) {
+    const std::string record = testing::typeText("{s4.0, [2] u2.0}");
+    Block &held = block(below, "held", "syncRegisterBlock", {{"syncRegisterDataType", record.c_str()}});
+    held.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA,
+                  *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));
+    held.setParam(A_SYNC_REGISTER_PORT_ICLK_ENABLE, *Wire::create(*below.getInputBlock(), value("y")));
+    output(below, "z", *Wire::create(held, A_SYNC_REGISTER_WIRE_OCLK_DATA));
+    for (const auto &[number, type] : Texts{{"0", "u1.0"}, {"1", "[2] u1.0"}}) {
+        Block &use = block(model, std::string("use") + number, "modelBlock");
+        use.setParam(A_MODEL_NODE, below);
+        use.setParam(value("x"), input(model, std::string("x") + number, "{s4.0, [2] u2.0}"));
+        use.setParam(value("y"), input(model, std::string("y") + number, type));
+    }
+    EXPECT_EQ(run("UnrollAggregatePass"), Names{kRefused + "/below/held" + kTypesDiffer});
+    // With lanes everywhere, the members share the first.
+    model.getBlock(value("use0"))->setParam(value("y"), input(model, "lanes", "[2] u1.0"));
+    EXPECT_EQ(run("UnrollAggregatePass"), Names{});
+    const Port *enable = below.getBlock(value("(held 1)"))->getPort(A_SYNC_REGISTER_PORT_ICLK_ENABLE);
+    EXPECT_EQ(enable->peekWire()->getBlock().type(), A_VUNPACK_BLOCK.get_ptr());
 }
 
 TEST_F(UnrollAggregatePassTest, leavesABlockWholeThatHasARecordInOneInstanceOnly) {
     makeTwoLevels("s4.0");
     useAgain("{s4.0, u2.0}");
-    EXPECT_EQ(run("UnrollAggregatePass"), (Names{"UNAGG_INVALID_WIRE_TYPE wire=/below/held/primWireOut",
-                                                 "UNAGG_INVALID_PORT_TYPE block=/below/held port=0"}));
+    EXPECT_EQ(run("UnrollAggregatePass"), (Names{kRefused + "/below/held" + kTypesDiffer}));
     EXPECT_NE(below.getBlock(value("held")), nullptr);
 }
 
@@ -648,8 +802,7 @@ TEST_F(UnrollAggregatePassTest, leavesAPinWholeThatHasOtherTypesInEachInstance) 
         use.setParam(A_MODEL_NODE, below);
         use.setParam(value("x"), input(model, type, type));
     }
-    EXPECT_EQ(run("UnrollAggregatePass"),
-              (Names{"UNAGG_INVALID_WIRE_TYPE wire=/below/pin/0", "UNAGG_INVALID_PORT_TYPE block=/below/pin port=0"}));
+    EXPECT_EQ(run("UnrollAggregatePass"), (Names{kRefused + "/below/pin" + kTypesDiffer}));
     EXPECT_NE(below.getBlock(value("pin")), nullptr);
 }
 

@@ -125,6 +125,34 @@ TEST_F(UnrollScheduledModelPassTest, fitsTheBlockToTheScheduledModel) {
     test::expectSameBehaviour(before, design);
 }
 
+TEST_F(UnrollScheduledModelPassTest, fitsTwoBlocksOfOneModelWhosePortsHaveEqualNames) {
+    Design before(mgr.context());
+    const auto placeTwo = [this](Design &in) -> Block & {
+        Block &one = place(in, handle());
+        Model &top = one.getModel();
+        Block &two = *Block::create(top, "two", A_SCHEDULED_MODEL_BLOCK);
+        two.setParam(A_SCHEDULED_MODEL_VALUE, handle().toValue());
+        two.setParam(A_SCHEDULED_MODEL_ORIGINAL_TYPES, A_TRUE);
+        two.setParam(value("x"), input(top, "x2", "[3] c s4.0"));
+        two.setParam(value("e"), input(top, "e2", "u1.0"));
+        output(top, "y2", *Wire::create(two, value("y")));
+        output(top, "f2", *Wire::create(two, value("f")));
+        return two;
+    };
+    placeTwo(before);
+    Block &two = placeTwo(design);
+    Block &one = *two.getModel().getBlock(value("block"));
+    EXPECT_EQ(run(design), Names{});
+    for (const Block *block : {&one, &two}) {
+        EXPECT_EQ(portsOf(*block), (Names{"e", "p0", "p1", "p2", "p3", "p4", "p5"}));
+        EXPECT_EQ(wiresOf(*block), (Names{"f", "q0", "q1", "q2"}));
+        EXPECT_EQ(block->findParam(A_SCHEDULED_MODEL_ORIGINAL_TYPES), A_FALSE.get_ptr());
+    }
+    // Each has packs and unpacks of its own.
+    EXPECT_NE(&one.getPort(value("p5"))->peekWire()->getBlock(), &two.getPort(value("p5"))->peekWire()->getBlock());
+    test::expectSameBehaviour(before, design);
+}
+
 TEST_F(UnrollScheduledModelPassTest, doesNothingTheSecondTime) {
     place(design, handle());
     run(design);

@@ -12,6 +12,7 @@
 #include "support/typetable.h"
 
 #include <orvo/design.h>
+#include <orvo/limits.h>
 #include <orvo/model.h>
 #include <orvo/pass.h>
 #include <orvo/staticstrings.h>
@@ -187,6 +188,31 @@ TEST_F(UnrollVectorPassTest, tellsOfUnknownTypes) {
     EXPECT_EQ(run("UnrollVectorPass"), (Names{"UNVEC_INVALID_WIRE_TYPE wire=/below/sum/primWireOut",
                                               "UNVEC_INVALID_PORT_TYPE block=/below/sum port=0"}));
     EXPECT_NE(below.getBlock(value("sum")), nullptr);
+}
+
+TEST_F(UnrollVectorPassTest, leavesVectorsWholeOfTooManyDimensions) {
+    for (const bool tooMany : {false, true}) {
+        Design deep(mgr.context());
+        Model &top = *Model::create(deep, "top");
+        Wire *wire = &input(top, "x", "s4.0");
+        for (std::size_t level = 0; level < limits::kTupleDepth + (tooMany ? 1U : 0U); ++level) {
+            Block &next = *Block::create(top, "p" + std::to_string(level), A_VPACK_BLOCK);
+            next.setParam(value("0"), *wire);
+            wire = Wire::create(next, A_VPACK_WIRE_OUT);
+        }
+        Block &held = block(top, "held", "registerBlock");
+        held.setParam(value("0"), *wire);
+        output(top, "y", *Wire::create(held, A_PRIM_WIRE_OUT));
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollVectorPass");
+        scheduler.apply(deep);
+        EXPECT_TRUE(test::checkInvariants(deep));
+        EXPECT_EQ(heard.take(), (tooMany ? Names{"UNVEC_INVALID_WIRE_TYPE wire=/top/held/primWireOut",
+                                                 "UNVEC_INVALID_PORT_TYPE block=/top/held port=0"}
+                                         : Names{}));
+        EXPECT_EQ(top.getBlock(value("held")) != nullptr, tooMany);
+    }
 }
 
 TEST_F(UnrollVectorPassTest, tellsOfDimensionsThatDoNotMeet) {

@@ -789,6 +789,30 @@ TEST_F(VectorUnrollersTest, leavesALoopAloneWhoseConditionsAreVectors) {
     }
 }
 
+TEST_F(VectorUnrollersTest, keepsWhatIsKnownOfTheWiresOfPinsAndDemultiplexers) {
+    Design design(mgr.context());
+    Model &pins = oneBlock(design, "typePinBlock", {{"0", "[2] s4.0"}}, {{"0", ""}});
+    pins.getBlock(value("block"))->getWire(value("0"))->setParam(value("mark"), value("a"));
+    unrollVectors(design);
+    const Block &pin = *pins.getBlock(value("block_vunroll"));
+    for (const char *wire : {"0", "1"}) {
+        EXPECT_EQ(PureValueRef(pin.getWire(value(wire))->getParam(value("mark"))), value("a")) << wire;
+    }
+    Design other(mgr.context());
+    Model &demuxes =
+        oneBlock(other, "demuxBlock", {{"demuxPortData", "[2] s4.0"}, {"portValid", "u1.0"}, {"portChannel", "u1.0"}},
+                 {{"0", ""}, {"3", ""}}, {{"demuxChannelCount", "2"}});
+    for (const char *wire : {"0", "3"}) {
+        demuxes.getBlock(value("block"))->getWire(value(wire))->setParam(value("mark"), value(wire));
+    }
+    unrollVectors(other);
+    const auto markOf = [&](const char *lane, const char *wire) {
+        return PureValueRef(demuxes.getBlock(value(lane))->getWire(value(wire))->getParam(value("mark")));
+    };
+    EXPECT_EQ(markOf("(block vunroll 0)", "0"), value("0"));
+    EXPECT_EQ(markOf("(block vunroll 1)", "1"), value("3"));
+}
+
 TEST_F(VectorUnrollersTest, leavesATableAloneWhoseEnableIsAVector) {
     EXPECT_EQ(toldOf("lutBlock", {{"lutPortAddr", "[2] u1.0"}, {"lutPortHitEn", "[2] u1.0"}}, {{"primWireOut", ""}},
                      {{"lutData", "(1 2)"}}),

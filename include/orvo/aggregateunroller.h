@@ -21,9 +21,12 @@ class ORVO_API AggregateTypeManager {
   public:
     /// Valid as long as this is.
     const AggregateTypeSpec &specOf(const PureValueRef &type) const;
-    /// 0 for a plain type.
-    std::size_t getFlatSize(const AggregateTypeSpec &spec) const { return spec.getFlatSize(&mCache); }
-    /// The types of the flat members, in order; valid as long as this is. Empty for a plain type.
+    /// Whether the type is a record whose every part has members, within the bounds on levels (`limits::kTupleDepth`)
+    /// and on members (`limits::kLanes`). No other record can come apart.
+    bool comesApart(const AggregateTypeSpec &spec) const;
+    /// 0 for a type that does not come apart.
+    std::size_t getFlatSize(const AggregateTypeSpec &spec) const { return getFlatContainerTypes(spec).size(); }
+    /// The types of the flat members, in order; valid as long as this is. Empty for a type that does not come apart.
     const std::vector<PureValueRef> &getFlatContainerTypes(const AggregateTypeSpec &spec) const;
     /// The path to a flat member. A number that the record does not have is an assertion.
     CompoundDecorIndex pathTo(const AggregateTypeSpec &spec, int flatIndex) const;
@@ -64,7 +67,8 @@ class ORVO_API AggregateUnroller : public Unroller {
     /// Whether the unroller writes types on what it makes, so that all instances must have the same ones. Otherwise
     /// records of the same members by number, vectors and complex parts will do.
     virtual bool writesTypes() const;
-    /// Called for every signal of the block before anything changes. The specs are the manager's, and last as long.
+    /// Called for every signal of the block before anything changes. The specs are the manager's, and last as long; one
+    /// is invalid where the block stays as it is because of the signal's type.
     virtual AggregateUnrollKind originalWire(Wire &wire, const AggregateTypeSpec &spec,
                                              const AggregateTypeManager &manager) = 0;
     virtual AggregateUnrollKind originalPort(Port &port, const AggregateTypeSpec &spec,
@@ -76,7 +80,7 @@ class ORVO_API AggregateUnroller : public Unroller {
     /// What stands in the block's place.
     virtual void preAttach(const AggregateTypeManager &manager) = 0;
     /// Has a wire drive one member of a port, whose type is `member`; what now reads it is told by `addAttachedPort`.
-    /// A plain signal comes once, with number 0.
+    /// A plain signal comes once, with number 0 and the type of the wire.
     virtual void attachPort(Port &port, const AggregateTypeSpec &member, int flatIndex, Wire &driver,
                             const AggregateTypeManager &manager) = 0;
     /// Has the readers read one member of a wire. Gives what took the wire's place, null for nothing.
@@ -140,6 +144,7 @@ class ORVO_API SimplePrimAggregateUnroller : public AggregateUnroller {
     };
     Block &createMember(const PureValueRef &name, int flatIndex, const AggregateTypeManager &manager) const;
     void note(const AggregateTypeSpec &spec, const AggregateTypeManager &manager);
+    bool standsInTheWay(const PureValueRef &memberType) const;
 
     Block &mBlock;
     /// Null before there was a record; the manager's own, by which it finds the members at once.

@@ -104,7 +104,9 @@ class ORVO_API UnrolledPortWireNames {
     UnrolledPortWireNames(const Model &model, PureValueRef blockName, bool isPort, PureValueRef name);
 
     /// Looks the name up in the netlist as it is. `state` may be null: then no model boundary was taken apart. A block
-    /// at the boundary that was taken apart itself is an assertion.
+    /// at the boundary that was taken apart itself is an assertion. Blocks of channels and signals are read by the
+    /// names that they share with the boundary of their model: mappings go by names alone, so that those of several
+    /// blocks with names of their own could contradict each other.
     void unrollNames(const BoundaryUnrollMappingStateItem *state);
 
     /// Null if there is no such block.

@@ -6,7 +6,7 @@
 
 namespace orvo::limits {
 
-/// Nesting of tuples in a value's text.
+/// Nesting of tuples in a value's text, and levels of a signal that comes apart.
 inline constexpr std::size_t kTupleDepth = 1000;
 /// The count of one repeat `^n` in a tuple's text. A longer run is written as several.
 inline constexpr std::size_t kRepeatCount = std::size_t{1} << 20;
@@ -33,7 +33,7 @@ inline constexpr std::size_t kXmlAttributes = 64;
 inline constexpr std::size_t kCatalogueLineBytes = std::size_t{1} << 16;
 /// Instances of models whose types or domains are inferred; a short design may stand for any number of them.
 inline constexpr std::size_t kTypeInstances = std::size_t{1} << 22;
-/// Lanes into which one signal comes apart, all dimensions together; a short type may stand for any number of them.
+/// Lanes or members into which one signal comes apart; a short type may stand for any number of them.
 inline constexpr std::size_t kLanes = std::size_t{1} << 20;
 /// Bytes of a pass list's text.
 inline constexpr std::size_t kPassTextBytes = std::size_t{1} << 20;

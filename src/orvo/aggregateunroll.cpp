@@ -33,25 +33,30 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
             continue;
         }
         const AggregateUnrollKind kind = mUnroller->originalWire(wire, *of->spec, mManager);
-        if (isAmiss(*of, kind)) {
+        if (!of->known) {
             log::msg(msg::error::UNAGG_INVALID_WIRE_TYPE, log::p("wire", wire.value()));
             mFailed = true;
         }
+        noteObstacle(*of, kind);
         mExpand = mExpand || of->spec->isAggregate();
         mWires.push_back({&wire, (of++)->spec, kind});
     }
     mPorts.reserve(block.getPortCount());
     for (Port &port : block.ports()) {
         const AggregateUnrollKind kind = mUnroller->originalPort(port, *of->spec, mManager);
-        if (isAmiss(*of, kind)) {
+        if (!of->known) {
             log::msg(msg::error::UNAGG_INVALID_PORT_TYPE,
                      log::p("port", port.getName()) % log::p("block", block.value()));
             mFailed = true;
         }
+        noteObstacle(*of, kind);
         mExpand = mExpand || of->spec->isAggregate();
-        mPorts.push_back({MaybePort(port), (of++)->spec, kind});
+        mPorts.push_back({MaybePort(port), of->spec, &driverOf(port, *of, kind, types), kind});
+        ++of;
     }
-    if (hasWork() && !mUnroller->failure().empty()) {
+    if (!mFailed && !mObstacle.empty()) {
+        failToExpand(mObstacle);
+    } else if (hasWork() && !mUnroller->failure().empty()) {
         failToExpand(mUnroller->failure());
     }
 }
@@ -73,24 +78,48 @@ bool holdsRecord(const PureValueRef &type) {
 
 template <class End> BlockUnrollerImpl::Told BlockUnrollerImpl::toldOf(const End &end, GlobalTypePass &types) const {
     const PureValueRef type = types.getType(end, mInstances.front());
-    bool known = static_cast<bool>(type);
-    bool records = holdsRecord(type);
-    bool agree = true;
+    const auto fitsBounds = [this](const PureValueRef &of) {
+        return !isAggregateType(of.get_ptr()) || mManager.comesApart(mManager.specOf(of));
+    };
+    Told told{nullptr, static_cast<bool>(type), holdsRecord(type), fitsBounds(type), true};
     // One netlist serves all instances.
     for (auto instance = mInstances.begin() + 1; instance != mInstances.end(); ++instance) {
         const PureValueRef other = types.getType(end, *instance);
         if (other == type) {
             continue;
         }
-        known = known && other;
-        records = records || holdsRecord(other);
-        agree = agree && !mUnroller->writesTypes() && internal::fallApartAlike(other, type);
+        told.known = told.known && other;
+        told.holdsRecord = told.holdsRecord || holdsRecord(other);
+        told.comesApart = told.comesApart && fitsBounds(other);
+        told.agree =
+            told.agree && told.comesApart && !mUnroller->writesTypes() && internal::fallApartAlike(other, type);
     }
-    return {&mManager.specOf(known && (agree || !records) ? type : PureValueRef()), records, agree};
+    const bool serves = told.known && told.comesApart && (told.agree || !told.holdsRecord);
+    told.spec = &mManager.specOf(serves ? type : PureValueRef());
+    return told;
 }
 
-bool BlockUnrollerImpl::isAmiss(const Told &told, AggregateUnrollKind kind) const {
-    return !told.spec->valid() || (!told.agree && mHoldsRecords && kind != AggregateUnrollKind::Leave);
+void BlockUnrollerImpl::noteObstacle(const Told &told, AggregateUnrollKind kind) {
+    if (!mObstacle.empty()) {
+        return;
+    }
+    if (!told.comesApart) {
+        mObstacle = "a record has a part without members, or too many members or levels of them";
+    } else if (!told.agree && (told.holdsRecord || (mHoldsRecords && kind != AggregateUnrollKind::Leave))) {
+        mObstacle = "its signals differ in type between the instances of the model";
+    }
+}
+
+const AggregateTypeSpec &BlockUnrollerImpl::driverOf(const Port &port, const Told &told, AggregateUnrollKind kind,
+                                                     GlobalTypePass &types) {
+    if (!mHoldsRecords || mUnroller->writesTypes() || !told.spec->valid() || told.spec->isAggregate()) {
+        return *told.spec;
+    }
+    const Told driver = toldOf(*port.peekWire(), types);
+    if (driver.known) {
+        noteObstacle(driver, kind);
+    }
+    return driver.spec->valid() && !driver.spec->isAggregate() ? *driver.spec : *told.spec;
 }
 
 void BlockUnrollerImpl::unroll(GlobalTypePass &) {
@@ -146,7 +175,7 @@ void BlockUnrollerImpl::unrollPort(const PortInfo &info) {
         mUnroller->notifyUnrollAttachedPorts(mBlock, key);
     };
     if (!info.spec->isAggregate()) {
-        attach(*info.spec, 0, driver);
+        attach(*info.driver, 0, driver);
         return;
     }
     if (info.kind == AggregateUnrollKind::Flat) {

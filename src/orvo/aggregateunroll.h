@@ -20,6 +20,8 @@ namespace internal_aggregate {
 struct PortInfo {
     MaybePort port;
     const AggregateTypeSpec *spec;
+    /// What drives a plain port, which may have lanes where a rule says that the port has none; else the same.
+    const AggregateTypeSpec *driver;
     AggregateUnrollKind kind;
 };
 
@@ -55,14 +57,19 @@ class ORVO_API BlockUnrollerImpl {
   private:
     /// What the instances say to one signal.
     struct Told {
-        /// Of the first instance; invalid if a type is missing, or if there are records of different members.
+        /// Of the first instance; invalid if a type is missing, or if there are records of different members or such
+        /// that do not come apart.
         const AggregateTypeSpec *spec;
+        bool known;
         bool holdsRecord;
+        bool comesApart;
         bool agree;
     };
     template <class End> Told toldOf(const End &end, GlobalTypePass &types) const;
-    /// Whether a signal has no type that serves all instances, once it is known whether the block has records.
-    bool isAmiss(const Told &told, AggregateUnrollKind kind) const;
+    /// Keeps the first reason why known types do not come apart, once it is known whether the block has records.
+    void noteObstacle(const Told &told, AggregateUnrollKind kind);
+    const AggregateTypeSpec &driverOf(const Port &port, const Told &told, AggregateUnrollKind kind,
+                                      GlobalTypePass &types);
     void failToExpand(const std::string &detail);
     void unrollPort(const PortInfo &info);
     void unrollWire(const WireInfo &info);
@@ -89,6 +96,7 @@ class ORVO_API BlockUnrollerImpl {
     bool mExpand = false;
     bool mHoldsRecords = false;
     bool mFailed = false;
+    std::string mObstacle;
     std::vector<PortInfo> mPorts;
     std::vector<WireInfo> mWires;
 };

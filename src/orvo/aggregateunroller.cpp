@@ -2,6 +2,7 @@
 #include <orvo/aggregateunroller.h>
 
 #include <orvo/block.h>
+#include <orvo/limits.h>
 #include <orvo/logging.h>
 #include <orvo/orvoutils.h>
 #include <orvo/signalpacker.h>
@@ -57,8 +58,12 @@ const AggregateTypeManager::Flat &AggregateTypeManager::flatOf(const AggregateTy
     }
     const auto [at, isNew] = mFlat.try_emplace(spec.types());
     if (isNew && spec.isAggregate()) {
-        appendFlatTypes(spec, *this, at->second.types);
-        at->second.shape = CompoundTypeInfo::createAggregateTypeInfo(spec, false);
+        const CompoundTypeInfo shape = CompoundTypeInfo::createAggregateTypeInfo(spec, false);
+        // Short designs have records of any number of members, and of any number of levels.
+        if (shape.valid() && shape.size() <= limits::kLanes) {
+            appendFlatTypes(spec, *this, at->second.types);
+            at->second.shape = shape;
+        }
     }
     // Asking for the types of records inside has made entries, so that the iterator may be void.
     if (const auto own = mFlatOfKnown.find(&spec); own != mFlatOfKnown.end()) {
@@ -70,6 +75,10 @@ const AggregateTypeManager::Flat &AggregateTypeManager::flatOf(const AggregateTy
 const std::vector<PureValueRef> &AggregateTypeManager::getFlatContainerTypes(const AggregateTypeSpec &spec) const {
     static const std::vector<PureValueRef> none;
     return spec.isAggregate() ? flatOf(spec).types : none;
+}
+
+bool AggregateTypeManager::comesApart(const AggregateTypeSpec &spec) const {
+    return spec.isAggregate() && flatOf(spec).shape.valid();
 }
 
 CompoundDecorIndex AggregateTypeManager::pathTo(const AggregateTypeSpec &spec, int flatIndex) const {
@@ -102,23 +111,57 @@ bool isVectorOfRecords(const PureValueRef &type) {
     return vectors.isVector() && isAggregateType(inner.get_ptr());
 }
 
-bool fallApartAlike(const PureValueRef &a, const PureValueRef &b) {
-    if (a == b || !a || !b) {
-        return a == b;
+namespace {
+
+/// Compares two types part by part. A part that is there many times is looked at once, and what is nested deeper than a
+/// text can be is not alike.
+class Comparison {
+  public:
+    bool alike(const PureValueRef &a, const PureValueRef &b) {
+        if (a == b || !a || !b) {
+            return a == b;
+        }
+        const std::pair pair(a.get_ptr(), b.get_ptr());
+        if (mAlike.count(pair) != 0) {
+            return true;
+        }
+        if (mDepth > limits::kTupleDepth) {
+            return false;
+        }
+        ++mDepth;
+        const bool are = areAlike(a, b);
+        --mDepth;
+        if (are) {
+            mAlike.insert(pair);
+        }
+        return are;
     }
-    PureValueRef elements[2];
-    const VectorDecorSpec vectors[] = {VectorDecorSpec(a, elements[0], nullptr),
-                                       VectorDecorSpec(b, elements[1], nullptr)};
-    const AggregateTypeSpec records[] = {AggregateTypeSpec(elements[0]), AggregateTypeSpec(elements[1])};
-    if (!vectors[0].valid() || vectors[0] != vectors[1] || records[0].isAggregate() != records[1].isAggregate() ||
-        records[0].size() != records[1].size()) {
-        return false;
+
+  private:
+    bool areAlike(const PureValueRef &a, const PureValueRef &b) {
+        PureValueRef elements[2];
+        const VectorDecorSpec vectors[] = {VectorDecorSpec(a, elements[0], nullptr),
+                                           VectorDecorSpec(b, elements[1], nullptr)};
+        const AggregateTypeSpec records[] = {AggregateTypeSpec(elements[0]), AggregateTypeSpec(elements[1])};
+        if (!vectors[0].valid() || vectors[0] != vectors[1] || records[0].isAggregate() != records[1].isAggregate() ||
+            records[0].size() != records[1].size()) {
+            return false;
+        }
+        if (!records[0].isAggregate()) {
+            return ComplexDecorSpec(elements[0], nullptr).isComplex() ==
+                   ComplexDecorSpec(elements[1], nullptr).isComplex();
+        }
+        return std::equal(records[0].types().begin(), records[0].types().end(), records[1].types().begin(),
+                          [this](const PureValueRef &left, const PureValueRef &right) { return alike(left, right); });
     }
-    if (!records[0].isAggregate()) {
-        return ComplexDecorSpec(elements[0], nullptr).isComplex() == ComplexDecorSpec(elements[1], nullptr).isComplex();
-    }
-    return std::equal(records[0].types().begin(), records[0].types().end(), records[1].types().begin(), fallApartAlike);
-}
+
+    std::size_t mDepth = 0;
+    std::set<std::pair<const Value *, const Value *>> mAlike;
+};
+
+} // namespace
+
+bool fallApartAlike(const PureValueRef &a, const PureValueRef &b) { return Comparison().alike(a, b); }
 
 ValueRef valueOfMember(ValueRef value, const CompoundDecorIndex &path) {
     for (const CompoundDecorIndex::Step &step : path.steps()) {
@@ -144,7 +187,21 @@ void SimplePrimAggregateUnroller::note(const AggregateTypeSpec &spec, const Aggr
     } else if (mSpec == nullptr) {
         mSpec = &spec;
         mFlatSize = manager.getFlatSize(spec);
+        const std::vector<PureValueRef> &members = manager.getFlatContainerTypes(spec);
+        if (std::any_of(members.begin(), members.end(),
+                        [this](const PureValueRef &member) { return standsInTheWay(member); })) {
+            fail("a record in a vector has no members, or too many of them");
+        }
     }
+}
+
+/// A member that has to come apart into scalars must have some.
+bool SimplePrimAggregateUnroller::standsInTheWay(const PureValueRef &memberType) const {
+    if (!needsScalars(memberType)) {
+        return false;
+    }
+    const CompoundTypeInfo scalars = CompoundTypeInfo::createFromValue(memberType);
+    return !scalars.valid() || scalars.size() > limits::kLanes;
 }
 
 AggregateUnrollKind SimplePrimAggregateUnroller::originalWire(Wire &wire, const AggregateTypeSpec &spec,

@@ -7,6 +7,7 @@
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/logging.h>
+#include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
 
 #include <fmt/format.h>
@@ -73,7 +74,7 @@ class SelectAggregateUnroller final : public MuxAggregateUnroller {
         }
         mValid->setParam(A_SELECT_PORT_DEFAULT_DATA, *mOne);
         Wire::create(*mValid, A_PRIM_WIRE_OUT);
-        Wire::create(*mValid, A_SELECT_WIRE_VALID);
+        OrvoUtils::copyParams(*Wire::create(*mValid, A_SELECT_WIRE_VALID), *block().getWire(A_SELECT_WIRE_VALID));
     }
     void attachPort(Port &port, const AggregateTypeSpec &member, int flatIndex, Wire &driver,
                     const AggregateTypeManager &manager) override {
@@ -180,7 +181,7 @@ class LatencyPlaceholderAggregateUnroller final : public PrimBoundaryAggregateUn
                 continue;
             }
             const AggregateTypeSpec &spec = manager.specOf(pair->at(1));
-            if (!spec.isAggregate()) {
+            if (!manager.comesApart(spec)) {
                 mEntries.emplace_back(pair);
             }
             int number = 0;
@@ -261,6 +262,7 @@ class TypePinAggregateUnroller final : public AggregateUnroller {
         const auto first = mFirst.find(isMain ? mBlock.port_begin()->getName() : wire.getName());
         Wire &made = first == mFirst.end() ? pinOfItsOwn(wire, member, flatIndex)
                                            : numberedWire(numberOf(first->second + flatIndex));
+        OrvoUtils::copyParams(made, wire);
         connect(readers, made);
         return &made;
     }

@@ -530,6 +530,7 @@ class TypePinComplexUnroller final : public ComplexUnroller {
         const PureValueRef name = numberOf(mFirst.at(wire.getName()) + (imaginary ? 1 : 0));
         Wire *part = mPin->getWire(name);
         part = part == nullptr ? Wire::create(*mPin, name) : part;
+        OrvoUtils::copyParams(*part, wire);
         connect(readers, *part);
         return part;
     }

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <numeric>
 #include <ostream>
+#include <vector>
 
 namespace orvo {
 
@@ -137,43 +138,67 @@ bool sameElements(const TupleValue &tuple, const ValueRef *elements, std::size_t
     return tuple.size() == count && std::equal(elements, elements + count, tuple.begin());
 }
 
-// `repeatsLeft` is what a reader allows one text to repeat; beyond it, elements are written one by one.
-void appendTuple(std::string &out, const TupleValue &tuple, std::size_t &repeatsLeft);
+// A tuple that is being written, the element that comes next, and how often that stands there.
+struct OpenTuple {
+    const TupleValue *tuple;
+    TupleValue::const_iterator at;
+    std::size_t run;
+};
 
-void appendElement(std::string &out, const Value *element, std::size_t &repeatsLeft) {
-    if (element == nullptr) {
-        out += "*INVALID*";
-    } else if (internal::isKindOf<TupleValue>(element->kind())) {
-        appendTuple(out, *static_cast<const TupleValue *>(element), repeatsLeft);
-    } else {
-        internal::appendText(out, *element);
+std::size_t runAt(const OpenTuple &open, std::size_t repeatsLeft) {
+    const std::size_t longest =
+        std::min({static_cast<std::size_t>(open.tuple->end() - open.at), limits::kRepeatCount, repeatsLeft + 1});
+    std::size_t run = 1;
+    while (run < longest && open.at[static_cast<std::ptrdiff_t>(run)] == *open.at) {
+        ++run;
     }
+    return run;
 }
 
-void appendTuple(std::string &out, const TupleValue &tuple, std::size_t &repeatsLeft) {
+// Behind an element. `repeatsLeft` is what a reader allows one text to repeat; beyond it, elements are written one by
+// one.
+void appendRepeat(std::string &out, OpenTuple &open, std::size_t &repeatsLeft) {
+    const std::size_t run = std::min(open.run, repeatsLeft + 1);
+    if (run >= kShortestRun) {
+        repeatsLeft -= run - 1;
+        out += " ^" + std::to_string(run);
+        open.at += static_cast<std::ptrdiff_t>(run);
+    } else {
+        ++open.at;
+    }
+    open.run = 0;
+}
+
+// Tuples that were made and not read may stand inside each other more often than calls can.
+void appendTuple(std::string &out, const TupleValue &outermost) {
+    std::size_t repeatsLeft = limits::kRepeatedElements;
+    std::vector<OpenTuple> open{{&outermost, outermost.begin(), 0}};
     out += '(';
-    auto at = tuple.begin();
-    while (at != tuple.end()) {
-        if (at != tuple.begin()) {
+    while (!open.empty()) {
+        OpenTuple &top = open.back();
+        if (top.run != 0) {
+            appendRepeat(out, top, repeatsLeft);
+        }
+        if (top.at == top.tuple->end()) {
+            out += ')';
+            open.pop_back();
+            continue;
+        }
+        if (top.at != top.tuple->begin()) {
             out += ' ';
         }
-        const std::size_t longest =
-            std::min({static_cast<std::size_t>(tuple.end() - at), limits::kRepeatCount, repeatsLeft + 1});
-        std::size_t run = 1;
-        while (run < longest && at[static_cast<std::ptrdiff_t>(run)] == *at) {
-            ++run;
-        }
-        appendElement(out, at->get_ptr(), repeatsLeft);
-        run = std::min(run, repeatsLeft + 1);
-        if (run >= kShortestRun) {
-            repeatsLeft -= run - 1;
-            out += " ^" + std::to_string(run);
-            at += static_cast<std::ptrdiff_t>(run);
+        top.run = runAt(top, repeatsLeft);
+        const Value *element = top.at->get_ptr();
+        if (element == nullptr) {
+            out += "*INVALID*";
+        } else if (internal::isKindOf<TupleValue>(element->kind())) {
+            const auto &tuple = *static_cast<const TupleValue *>(element);
+            out += '(';
+            open.push_back({&tuple, tuple.begin(), 0});
         } else {
-            ++at;
+            internal::appendText(out, *element);
         }
     }
-    out += ')';
 }
 
 void writeText(std::ostream &out, const Value &value) {
@@ -202,11 +227,9 @@ void appendText(std::string &out, const Value &value) {
         out += static_cast<const NumberValue &>(value).toString(16, 0);
         return;
     case CoreType::Tuple:
-    case CoreType::PureTuple: {
-        std::size_t repeatsLeft = limits::kRepeatedElements;
-        appendTuple(out, static_cast<const TupleValue &>(value), repeatsLeft);
+    case CoreType::PureTuple:
+        appendTuple(out, static_cast<const TupleValue &>(value));
         return;
-    }
     case CoreType::Node:
         out += '[';
         appendWithDelim(out, ']', static_cast<const NodeValue &>(value).getPath());

@@ -217,6 +217,7 @@ class TypePinVectorUnroller final : public VectorUnroller {
         const PureValueRef name = numberOf(mFirst.at(wire.getName()) + lanes.elementIndex(indices));
         Wire *lane = mPin->getWire(name);
         lane = lane == nullptr ? Wire::create(*mPin, name) : lane;
+        OrvoUtils::copyParams(*lane, wire);
         connectReaders(readers, *lane);
         return lane;
     }
@@ -282,6 +283,7 @@ class DemuxVectorUnroller final : public VectorUnroller {
         Block &lane = *mSubstitutes[laneOf(wire)];
         Wire *made = lane.getWire(output);
         made = made == nullptr ? Wire::create(lane, output) : made;
+        OrvoUtils::copyParams(*made, wire);
         connectReaders(readers, *made);
         return made;
     }

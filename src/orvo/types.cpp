@@ -1,6 +1,7 @@
 // The arithmetic of types and their tuples.
 #include <orvo/types.h>
 
+#include <orvo/limits.h>
 #include <orvo/logging.h>
 #include <orvo/staticstrings.h>
 
@@ -607,9 +608,15 @@ int bitWidth(long value) {
 
 int addrWidth(unsigned int count) { return bitWidthU(count - 1); }
 
-std::string readableType(const Value *type) {
+namespace {
+
+/// Records may stand inside each other more often than calls can.
+std::string readableText(const Value *type, std::size_t depth) {
     if (type == nullptr) {
         return "?";
+    }
+    if (depth > limits::kTupleDepth) {
+        return "...";
     }
     std::vector<int> lengths;
     const Value *inner = type;
@@ -625,7 +632,7 @@ std::string readableType(const Value *type) {
         text += "{";
         const auto *tuple = static_cast<const PureTupleValue *>(inner);
         for (std::size_t i = 1; i < tuple->size(); ++i) {
-            text += (i == 1 ? "" : ", ") + readableType(tuple->at(i).get_ptr());
+            text += (i == 1 ? "" : ", ") + readableText(tuple->at(i).get_ptr(), depth + 1);
         }
         return text + "}";
     }
@@ -645,5 +652,9 @@ std::string readableType(const Value *type) {
     }
     return text + inner->toString();
 }
+
+} // namespace
+
+std::string readableType(const Value *type) { return readableText(type, 0); }
 
 } // namespace orvo

@@ -116,7 +116,9 @@ template <class End> VectorDecorSpec BlockUnrollerImpl::vectorsOf(const End &end
     const bool agree = std::all_of(mInstances.begin() + 1, mInstances.end(), [&](const RefChain &instance) {
         return VectorDecorSpec(types.getType(end, instance), context) == vectors;
     });
-    return agree && vectors.elementCount() <= limits::kLanes ? vectors : VectorDecorSpec();
+    const bool isWithinBounds =
+        vectors.vectorDepth() <= limits::kTupleDepth && vectors.elementCount() <= limits::kLanes;
+    return agree && isWithinBounds ? vectors : VectorDecorSpec();
 }
 
 bool BlockUnrollerImpl::isDriverLike(const Port &port, const VectorDecorSpec &vectors, GlobalTypePass &types) const {
