@@ -63,9 +63,11 @@ TEST_F(CheckScalarSignals, eachKindIsTold) {
     source(top, "a", "[4] s8.4");
     source(top, "b", "complex s8.4");
     source(top, "c", "{s8.4,u1.0}");
-    source(top, "d", "s8.4");
-    EXPECT_EQ(check(), (Lines{lineOf("/top/a.primWireOut", "[4] s8.4"), lineOf("/top/b.primWireOut", "complex s8.4"),
-                              lineOf("/top/c.primWireOut", "{s8.4,u1.0}")}));
+    source(top, "d", "[2] complex s8.4");
+    source(top, "e", "s8.4");
+    EXPECT_EQ(check(),
+              (Lines{lineOf("/top/a.primWireOut", "[4] s8.4"), lineOf("/top/b.primWireOut", "complex s8.4"),
+                     lineOf("/top/c.primWireOut", "{s8.4,u1.0}"), lineOf("/top/d.primWireOut", "[2] complex s8.4")}));
 }
 
 TEST_F(CheckScalarSignals, wiresWithoutATypeAreLeftToOthers) {

@@ -440,6 +440,9 @@ TEST_F(SignalKinds, areThoseOfTheTypes) {
     delete top.getBlock(value("record"));
     source(top, "records", "[2] {s8.4,u1.0}");
     EXPECT_EQ(kindsOf(top), "av");
+    delete top.getBlock(value("records"));
+    source(top, "vectors", "[2] complex s8.4");
+    EXPECT_EQ(kindsOf(top), "vc");
 }
 
 TEST_F(SignalKinds, areAllWhereATypeIsUnknown) {

@@ -19,10 +19,10 @@ ORVO_DEFINE_PASS(CheckScalarSignalsPass,
 namespace {
 
 /// Types that cannot be read are not plain either.
-bool isPlain(const PureValueRef &type) {
-    const VectorDecorSpec vectors(type, nullptr);
+bool isPlain(const PureValueRef &type, Context *context) {
+    const VectorDecorSpec vectors(type, context);
     return vectors.valid() && !vectors.isVector() && !isAggregateType(type.get_ptr()) &&
-           ComplexDecorSpec(type, nullptr).isReal();
+           ComplexDecorSpec(type, context).isReal();
 }
 
 } // namespace
@@ -42,7 +42,7 @@ void CheckScalarSignalsPass::apply(ModelPassContext &context) {
         for (const Wire &wire : block) {
             for (const RefChain &instance : instances) {
                 const PureValueRef type = types.getType(wire, instance);
-                if (type && !isPlain(type)) {
+                if (type && !isPlain(type, model.getContext())) {
                     log::msg(msg::error::COMPOUND_SIGNAL_LEFT, log::p("wire", wire.value()) % log::p("type", type));
                     break;
                 }

@@ -127,15 +127,15 @@ PureValueRef GlobalTypeImpl::evaluateType(const End &end, const Block &block, co
     }
 }
 
-CompoundKinds GlobalTypeImpl::kindsOf(const PureValueRef &type) {
+CompoundKinds GlobalTypeImpl::kindsOf(const PureValueRef &type, Context *context) {
     if (type.get_ptr() == lastType) {
         return lastKinds;
     }
     const auto [at, isNew] = kinds.try_emplace(type.get_ptr(), CompoundKinds{0});
     if (isNew) {
         PureValueRef element;
-        const VectorDecorSpec vectors(type, element, nullptr);
-        const ComplexDecorSpec parts(type, nullptr);
+        const VectorDecorSpec vectors(type, element, context);
+        const ComplexDecorSpec parts(type, context);
         const AggregateTypeSpec members(type);
         const auto note = [&at = at->second](bool is, CompoundKind kind) {
             at = static_cast<CompoundKinds>(is ? at | bitOf(kind) : at);

@@ -335,7 +335,7 @@ BlockTypeInfo &ModelTypeInfo::getBlockInfo(const Block &block) {
 }
 
 void ModelTypeInfo::noteType(const PureValueRef &type) {
-    mKinds = static_cast<CompoundKinds>(mKinds | mImpl.kindsOf(type));
+    mKinds = static_cast<CompoundKinds>(mKinds | mImpl.kindsOf(type, mModel->getContext()));
 }
 
 void ModelTypeInfo::restart(const std::vector<const Block *> *subset) {

@@ -268,7 +268,7 @@ struct GlobalTypeImpl {
     bool surveyed = false;
     std::unordered_map<const Model *, CompoundKinds> possibleKinds;
 
-    CompoundKinds kindsOf(const PureValueRef &type);
+    CompoundKinds kindsOf(const PureValueRef &type, Context *context);
     void survey();
     const TypeRules &rulesOf(const Block &block);
     template <class End> PureValueRef evaluateType(const End &end, const Block &block, const RefChain &refChain);
