@@ -665,20 +665,20 @@ class DesignBuilder {
     /// A model that was scheduled elsewhere. It stands in one instance.
     void addScheduled(const Recipe &recipe) {
         Chooser chooser(recipe, 0);
-        ScheduledModelTypes::Map inputs;
+        WholeSignals inputs;
         std::vector<std::pair<PureValueRef, Wire *>> drivers;
         const std::size_t ports = 1 + chooser.below(2);
         for (std::size_t i = 0; i < ports; ++i) {
             if (const auto from = pick(mLevels.size() - 1, chooser, [](const Signal &) { return true; })) {
                 drivers.emplace_back(text("p" + std::to_string(i)), from->wire);
-                inputs[drivers.back().first] = from->type();
+                inputs.emplace_back(drivers.back().first, from->type());
             }
         }
         Level &level = mLevels.back();
-        ScheduledModelTypes::Map outputs;
+        WholeSignals outputs;
         const std::size_t wires = 1 + chooser.below(2);
         for (std::size_t i = 0; i < wires; ++i) {
-            outputs[text("q" + std::to_string(i))] = mInputs[chooser.below(mInputs.size())].type();
+            outputs.emplace_back(text("q" + std::to_string(i)), mInputs[chooser.below(mInputs.size())].type());
         }
         const std::string name = nextName(level);
         Block &block = *Block::create(*level.model, name, A_SCHEDULED_MODEL_BLOCK);

@@ -51,7 +51,10 @@ struct Scalars {
     UnrollMappings mappings;
 };
 
-Scalars scalarsOf(const ScheduledModelTypes::Map &signals, Context *context) {
+/// By name, as handles keep them.
+ScheduledModelTypes::Map typesOf(const WholeSignals &signals) { return {signals.begin(), signals.end()}; }
+
+Scalars scalarsOf(const WholeSignals &signals, Context *context) {
     Scalars made;
     const PureValueRef domain = StringValue::get("clk", context);
     for (const auto &[name, type] : signals) {
@@ -74,8 +77,8 @@ Scalars scalarsOf(const ScheduledModelTypes::Map &signals, Context *context) {
 
 } // namespace
 
-ScheduledModelHandle scheduledModel(const PureValueRef &name, const ScheduledModelTypes::Map &inputs,
-                                    const ScheduledModelTypes::Map &outputs, Context *context) {
+ScheduledModelHandle scheduledModel(const PureValueRef &name, const WholeSignals &inputs, const WholeSignals &outputs,
+                                    Context *context) {
     const Scalars in = scalarsOf(inputs, context);
     const Scalars out = scalarsOf(outputs, context);
     ScheduledModelHandle made = ScheduledModelHandle::createScheduledModelHandle(
@@ -83,7 +86,7 @@ ScheduledModelHandle scheduledModel(const PureValueRef &name, const ScheduledMod
         ScheduledModelTypes::createScheduledModelTypes(in.types, out.types),
         ScheduledModelDomains::createScheduledModelDomains(in.domains, out.domains), ScheduledModelTimesteps({}, {}),
         StallLatencyReport::createStallLatencyReport(0, 0, {}));
-    made.setOriginalModelTypes(ScheduledModelTypes::createScheduledModelTypes(inputs, outputs));
+    made.setOriginalModelTypes(ScheduledModelTypes::createScheduledModelTypes(typesOf(inputs), typesOf(outputs)));
     made.setInputUnrollMappings(in.mappings);
     made.setOutputUnrollMappings(out.mappings);
     return made;

@@ -4,10 +4,16 @@
 
 #include <orvo/scheduledmodelhandle.h>
 
+#include <utility>
+#include <vector>
+
 namespace orvo::gen {
 
+/// The names and types of whole signals, in an order that does not depend on where values lie.
+using WholeSignals = std::vector<std::pair<PureValueRef, PureValueRef>>;
+
 /// A handle for a model of these signals. Scalars keep the names of their signals; those of compound ones are numbered.
-ScheduledModelHandle scheduledModel(const PureValueRef &name, const ScheduledModelTypes::Map &inputs,
-                                    const ScheduledModelTypes::Map &outputs, Context *context);
+ScheduledModelHandle scheduledModel(const PureValueRef &name, const WholeSignals &inputs, const WholeSignals &outputs,
+                                    Context *context);
 
 } // namespace orvo::gen
