@@ -272,6 +272,15 @@ TEST_F(AggregateUnrollersTest, queueMemberByMember) {
     EXPECT_EQ(madeOf("fifoDelayBlock", {{"fifoPortData", "{s4.0, u2.0}"}, {"portWrite", "u1.0"}, {"portReady", "u1.0"}},
                      {{"fifoWireData", ""}, {"fifoWireValid", ""}}, {{"fifoDepth", "3"}}),
               (Made{"(block 0)", "(block 1)"}));
+    for (const char *data : {"{[2] {s4.0, u2.0}, u3.0}", "{s4.0, {s3.0, {u2.0}}}"}) {
+        const std::string type = data;
+        EXPECT_EQ(madeOf("fifoBlock",
+                         {{"fifoPortData", data}, {"fifoPortWriteEn", "u1.0"}, {"fifoPortReadAck", "u1.0"}},
+                         {{"fifoWireData", ""}, {"fifoWireValid", ""}}, {{"fifoDepth", "3"}}),
+                  type.find('[') != std::string::npos ? (Made{"(block 0)", "(block 1)"})
+                                                      : (Made{"(block 0)", "(block 1)", "(block 2)"}))
+            << data;
+    }
     EXPECT_EQ(madeOf("sharedFifoBlock",
                      {{"0", "{s4.0, u2.0}"}, {"1", "s3.0"}, {"portValid", "u1.0"}, {"portReady", "u1.0"}},
                      {{"0", ""}, {"1", ""}, {"wireValid", ""}}, {{"fifoDepth", "3"}}),

@@ -125,8 +125,11 @@ class SyncRegisterTypeHandler final : public TypeInferHandler2 {
     }
 };
 
-/// A signal of any type on further vectors; a record gets them in each field.
+/// A signal of any type on further vectors; a record gets them in each field. Without vectors any type stands as it is.
 PureValueRef mergeVectorsInto(const PureValueRef &type, const NumTypeSpec &vectors, Context *context) {
+    if (vectors.valid() && vectors.vectorDepth() == 0) {
+        return type;
+    }
     const auto merged = [&](const PureValueRef &part) {
         NumTypeSpec spec(part, context);
         spec.mergeVectors(vectors);
