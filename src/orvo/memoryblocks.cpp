@@ -38,8 +38,11 @@ class DualMemTypeHandler final : public TypeInferHandler2 {
         const NumTypeSpec content = contentType(api);
         for (const MemorySide &side : {first(), second()}) {
             // Before the inputs, so that a loop through the address settles: without a content, whoever gives a type
-            // gives all of it.
-            setWire(api, side.wire, typeOn(content, paramType(api, side.type)));
+            // gives all of it. A type of other dimensions tells that they come with the inputs.
+            const NumTypeSpec given = paramType(api, side.type);
+            if (given.vectorDepth() == 0 || !content.valid() || given.vectorDepth() == content.vectorDepth()) {
+                setWire(api, side.wire, typeOn(content, given));
+            }
         }
     }
     void inferForward(TypeInferAPI2 &api) const override {
