@@ -55,19 +55,19 @@ class CheckScalarSignals : public ::testing::Test {
 
 TEST_F(CheckScalarSignals, plainNumbersAreFine) {
     source(top, "fixed", "s8.4");
-    source(top, "single", "f23e8");
+    source(top, "single", "float(23,8)");
     EXPECT_EQ(check(), Lines());
 }
 
 TEST_F(CheckScalarSignals, eachKindIsTold) {
     source(top, "a", "[4] s8.4");
-    source(top, "b", "complex s8.4");
+    source(top, "b", "c s8.4");
     source(top, "c", "{s8.4,u1.0}");
-    source(top, "d", "[2] complex s8.4");
+    source(top, "d", "[2] c s8.4");
     source(top, "e", "s8.4");
     EXPECT_EQ(check(),
-              (Lines{lineOf("/top/a.primWireOut", "[4] s8.4"), lineOf("/top/b.primWireOut", "complex s8.4"),
-                     lineOf("/top/c.primWireOut", "{s8.4,u1.0}"), lineOf("/top/d.primWireOut", "[2] complex s8.4")}));
+              (Lines{lineOf("/top/a/primWireOut", "[4] s8.4"), lineOf("/top/b/primWireOut", "c s8.4"),
+                     lineOf("/top/c/primWireOut", "{s8.4,u1.0}"), lineOf("/top/d/primWireOut", "[2] c s8.4")}));
 }
 
 TEST_F(CheckScalarSignals, wiresWithoutATypeAreLeftToOthers) {
@@ -78,14 +78,13 @@ TEST_F(CheckScalarSignals, wiresWithoutATypeAreLeftToOthers) {
 TEST_F(CheckScalarSignals, aWireIsToldOnceHoweverManyInstancesItHas) {
     Model &below = *Model::create(design, "below");
     Wire::create(make(below, "in", A_INPUT_BLOCK), value("x"));
-    for (const auto &[name, type] :
-         {std::pair{"p", "s8.4"}, std::pair{"q", "complex s8.4"}, std::pair{"r", "[2] u1.0"}}) {
+    for (const auto &[name, type] : {std::pair{"p", "s8.4"}, std::pair{"q", "c s8.4"}, std::pair{"r", "[2] u1.0"}}) {
         Block &instance = make(top, std::string("i") + name, A_MODEL_BLOCK);
         instance.setParam(A_MODEL_NODE, below);
         instance.setParam(value("x"), source(top, name, type));
     }
-    EXPECT_EQ(check(), (Lines{lineOf("/below/in.x", "complex s8.4"), lineOf("/top/q.primWireOut", "complex s8.4"),
-                              lineOf("/top/r.primWireOut", "[2] u1.0")}));
+    EXPECT_EQ(check(), (Lines{lineOf("/below/in/x", "c s8.4"), lineOf("/top/q/primWireOut", "c s8.4"),
+                              lineOf("/top/r/primWireOut", "[2] u1.0")}));
 }
 
 } // namespace

@@ -39,6 +39,7 @@ TEST(Documents, tellEveryBoundOnWhatIsRead) {
         {"kPassTextBytes", limits::kPassTextBytes},
         {"kPipelineBytes", limits::kPipelineBytes},
         {"kPipelinePasses", limits::kPipelinePasses},
+        {"kPassTurns", limits::kPassTurns},
     };
     const std::string page = fileText("docs/limits.md");
     const std::string header = fileText("include/orvo/limits.h");

@@ -64,6 +64,7 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
         return names;
     };
     const std::map<std::string, std::vector<std::string>> some = {
+        {"CheckScalarSignalsPass", {"ModelTreePass", "GlobalTypePass"}},
         {"DumpTypesPass", {"GlobalTypePass"}},
         {"ElideFromGotoPass", {"ModelTreePass"}},
         {"UnrollComplexCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},

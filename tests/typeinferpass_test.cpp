@@ -429,7 +429,7 @@ TEST_F(SignalKinds, areThoseOfTheTypes) {
     source(top, "plain", "s8.4");
     Wire &vector = source(top, "vector", "[4] s8.4");
     EXPECT_EQ(kindsOf(top), "v");
-    source(top, "complex", "complex s8.4");
+    source(top, "complex", "c s8.4");
     EXPECT_EQ(kindsOf(top), "vc");
     delete &vector.getBlock();
     EXPECT_EQ(kindsOf(top), "c");
@@ -441,7 +441,7 @@ TEST_F(SignalKinds, areThoseOfTheTypes) {
     source(top, "records", "[2] {s8.4,u1.0}");
     EXPECT_EQ(kindsOf(top), "av");
     delete top.getBlock(value("records"));
-    source(top, "vectors", "[2] complex s8.4");
+    source(top, "vectors", "[2] c s8.4");
     EXPECT_EQ(kindsOf(top), "vc");
 }
 
@@ -460,7 +460,7 @@ TEST_F(SignalKinds, areToldModelByModelOverAllInstances) {
     Model &below = negator("below");
     Model &other = negator("other");
     instance(top, "a", below, &source(top, "plain", "s8.4"));
-    instance(top, "b", below, &source(top, "complex", "complex s8.4"));
+    instance(top, "b", below, &source(top, "complex", "c s8.4"));
     instance(top, "c", other, &source(top, "plain2", "u3.0"));
     EXPECT_EQ(kindsOf(top), "c");
     EXPECT_EQ(kindsOf(below), "c");
