@@ -189,9 +189,7 @@ class AggregateUnrollersTest : public test::SimulatorFixture {
 };
 
 TEST_F(AggregateUnrollersTest, giveEachFlatMemberABlock) {
-    for (const char *type : {"terminalBlock", "pipeBlock"}) {
-        EXPECT_EQ(madeOf(type, {{"0", kRecord}}, {{"primWireOut", ""}}), mMembers) << type;
-    }
+    EXPECT_EQ(madeOf("terminalBlock", {{"0", kRecord}}, {{"primWireOut", ""}}), mMembers);
     EXPECT_EQ(madeOf("foldingKernelBoundaryBlock", {{"0", kRecord}}, {{"primWireOut", ""}}), mMembers);
     EXPECT_EQ(madeOf("fanoutBlock", {{"0", kRecord}}, {{"0", ""}, {"1", ""}}, {{"fanoutOutputCount", "2"}}), mMembers);
     EXPECT_EQ(madeOf("delayBlock", {{"0", kRecord}}, {{"primWireOut", ""}}, {{"delayLength", "2"}}), mMembers);
@@ -352,6 +350,15 @@ TEST_F(AggregateUnrollersTest, queueMemberByMember) {
     EXPECT_EQ(madeOf("fifoDelayBlock", {{"fifoPortData", "{s4.0, u2.0}"}, {"portWrite", "u1.0"}, {"portReady", "u1.0"}},
                      {{"fifoWireData", ""}, {"fifoWireValid", ""}}, {{"fifoDepth", "3"}}),
               (Made{"(block 0)", "(block 1)"}));
+    for (const char *data : {"{[2] {s4.0, u2.0}, u3.0}", "{s4.0, {s3.0, {u2.0}}}"}) {
+        const std::string type = data;
+        EXPECT_EQ(madeOf("fifoBlock",
+                         {{"fifoPortData", data}, {"fifoPortWriteEn", "u1.0"}, {"fifoPortReadAck", "u1.0"}},
+                         {{"fifoWireData", ""}, {"fifoWireValid", ""}}, {{"fifoDepth", "3"}}),
+                  type.find('[') != std::string::npos ? (Made{"(block 0)", "(block 1)"})
+                                                      : (Made{"(block 0)", "(block 1)", "(block 2)"}))
+            << data;
+    }
     EXPECT_EQ(madeOf("sharedFifoBlock",
                      {{"0", "{s4.0, u2.0}"}, {"1", "s3.0"}, {"portValid", "u1.0"}, {"portReady", "u1.0"}},
                      {{"0", ""}, {"1", ""}, {"wireValid", ""}}, {{"fifoDepth", "3"}}),
@@ -399,6 +406,14 @@ TEST_F(AggregateUnrollersTest, demultiplexVectorsInRecordsWhole) {
     // Its outputs are records, which wait for the lanes.
     inputs[0].second = "[2] {s4.0, u2.0}";
     EXPECT_EQ(madeOf("demuxBlock", inputs, {{"0", ""}, {"1", ""}}, {{"demuxChannelCount", "2"}}, false), Made{});
+}
+
+TEST_F(AggregateUnrollersTest, keepThePortsOfAPipeOnOneBlock) {
+    EXPECT_EQ(madeOf("pipeBlock", {{"0", kRecord}, {"x", "s4.0"}, {"y", "{[2] s2.0, u3.0}"}},
+                     {{"primWireOut", ""}, {"0", ""}, {"x", ""}, {"y", ""}}),
+              Made{});
+    EXPECT_EQ(madeOf("pipeBlock", {{"y", kRecord}}, {{"primWireOut", ""}}), Made{});
+    EXPECT_EQ(madeOf("pipeBlock", {{"0", "s4.0"}, {"y", kRecord}}, {{"primWireOut", ""}, {"y", ""}}), Made{});
 }
 
 TEST_F(AggregateUnrollersTest, keepNamedPortsOnOneBlock) {

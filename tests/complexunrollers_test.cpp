@@ -158,6 +158,13 @@ TEST_F(ComplexUnrollersTest, givesEachPartABlock) {
     EXPECT_EQ(madeOf("addBlock", {{"0", "s4.0"}, {"1", "s4.0"}}, {{"primWireOut", ""}}), Made{});
 }
 
+TEST_F(ComplexUnrollersTest, keepsThePortsOfAPipeOnOneBlock) {
+    EXPECT_EQ(madeOf("pipeBlock", {{"0", "c s4.0"}, {"x", "c u2.0"}, {"y", "s3.0"}},
+                     {{"primWireOut", ""}, {"0", ""}, {"x", ""}, {"y", ""}}),
+              Made{});
+    EXPECT_EQ(madeOf("pipeBlock", {{"0", "s3.0"}, {"x", "c u2.0"}}, {{"primWireOut", ""}, {"x", ""}}), Made{});
+}
+
 TEST_F(ComplexUnrollersTest, givesARealOperandAZeroImaginaryPart) {
     EXPECT_EQ(madeOf("addBlock", {{"0", "c s4.0"}, {"1", "s6.2"}}, {{"primWireOut", ""}}),
               (Made{"(block real)", "(block imag)", "(block 1 imagZero)"}));

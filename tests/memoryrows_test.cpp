@@ -1,4 +1,5 @@
 // Queues that channels share and tables that hold, against plain containers.
+#include "support/heardmessages.h"
 #include "support/simulatorfixture.h"
 
 #include <deque>
@@ -103,6 +104,33 @@ TEST_F(MemoryRowsTest, repeatsContentInTheOuterDimensions) {
         EXPECT_EQ(stepWith(simulator, {0}), type[1] == '2' ? (Numbers{1, 2, 3, 1, 2, 3}) : (Numbers{1, 2, 1, 2, 1, 2}));
         EXPECT_EQ(stepWith(simulator, {1}), Numbers(6, 9));
     }
+}
+
+TEST_F(MemoryRowsTest, readsAContentOfEachLane) {
+    const std::pair<const char *, Numbers> cases[] = {
+        {"(vectorRollTag (1 2) (3 0))", {1, 3, 2, 0}},
+        {"(vectorRollTag (vectorRollTag (1 2) (3 0)) (vectorRollTag (2 1) (0 3)))", {1, 3, 2, 0, 2, 0, 1, 3}},
+        {"(vectorRollTag ((complexRollTag 1 2) 3) (2 (complexRollTag 0 1)))", {1, 2, 2, 0, 3, 0, 0, 1}}};
+    for (const auto &[content, expected] : cases) {
+        Design design(mgr.context());
+        const Texts params{{"dualMemData", content}, {"dualMemTypeData1", "(typeUFixed 2 0)"}};
+        Simulator simulator(design, oneBlock(design, "dualMemBlock", {{"dualMemPortAddr1", "u1.0"}},
+                                             {{"dualMemWireData1", ""}}, params));
+        Numbers read = stepWith(simulator, {0});
+        const Numbers second = stepWith(simulator, {1});
+        read.insert(read.end(), second.begin(), second.end());
+        EXPECT_EQ(read, expected) << content;
+    }
+}
+
+TEST_F(MemoryRowsTest, refusesASideOfFewerLanesThanItsData) {
+    Design design(mgr.context());
+    test::HeardMessages heard(mgr.context());
+    Model &top =
+        oneBlock(design, "dualMemBlock",
+                 {{"dualMemPortAddr1", "u1.0"}, {"dualMemPortData1", "[2] u4.0"}, {"dualMemPortWrite1En", "u1.0"}},
+                 {{"dualMemWireData1", ""}}, {{"dualMemData", "(1 2)"}});
+    EXPECT_THROW(Simulator(design, top), SimulationError);
 }
 
 TEST_F(MemoryRowsTest, takesAnyEntryAtOnceWithoutAReadControl) {

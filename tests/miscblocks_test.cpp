@@ -12,7 +12,23 @@ TEST(MiscTypes, passByName) {
     for (const char *block : {"unschedBlock", "boundaryBlock"}) {
         checkTypes({{block, block, {{"a", "s8.0"}, {"b", ""}}, {}, {{"a", "s8.0"}, {"b", ""}}}});
     }
-    checkTypes({{"pipe", "pipeBlock", {{"0", "u1.0"}}, {}, {{kOut, "u1.0"}}}});
+}
+
+TEST(MiscTypes, passEachSignalThroughAPipe) {
+    checkTypes(
+        {{"pipe", "pipeBlock", {{"0", "u1.0"}}, {}, {{kOut, "u1.0"}}},
+         {"pipe of a named signal", "pipeBlock", {{"x", "u1.0"}}, {}, {{kOut, "u1.0"}}},
+         {"pipe of several signals",
+          "pipeBlock",
+          {{"0", "{s4.0,u2.0}"}, {"x", "[2] s3.0"}, {"y", ""}},
+          {},
+          {{kOut, "{s4.0,u2.0}"}, {"0", "{s4.0,u2.0}"}, {"x", "[2] s3.0"}, {"y", ""}, {"z", ""}}},
+         {"pipe whose main output has an input of its name",
+          "pipeBlock",
+          {{"0", "s4.0"}, {kOut, "u1.0"}},
+          {},
+          {{kOut, "u1.0"}, {"0", "s4.0"}}},
+         {"pipe that waits for input 0", "pipeBlock", {{"0", ""}, {"x", "s3.0"}}, {}, {{kOut, ""}, {"x", "s3.0"}}}});
 }
 
 TEST(MiscTypes, declareInterfaces) {

@@ -167,6 +167,37 @@ TEST_F(NameOriginTest, packsAtScheduledModelsNameThePortAlone) {
     EXPECT_EQ(origin("(x real)"), "top/x, real part");
 }
 
+TEST_F(NameOriginTest, packsAtScheduledModelsOfDissolvedModelsNameThePortAlone) {
+    Model &low = *Model::create(mDesign, value("low"));
+    const auto schedule = [&](Model &model, const char *name, const char *key) {
+        Block &made = block(model, name);
+        made.setParam(A_BLOCK_TYPE, A_SCHEDULED_MODEL_BLOCK);
+        Wire::create(made, key);
+    };
+    const auto instantiate = [&](Model &model, const char *name, Model &child) {
+        Block &made = block(model, name);
+        made.setParam(A_BLOCK_TYPE, A_MODEL_BLOCK);
+        made.setParam(A_MODEL_NODE, child.value());
+    };
+    schedule(low, "s", "y");
+    schedule(low, "t", "z");
+    schedule(mSub, "s", "y");
+    EXPECT_EQ(origin("(y vp)"), "nothing");
+    instantiate(mSub, "a", low);
+    instantiate(mTop, "b", mSub);
+    instantiate(mTop, "c", mSub);
+    EXPECT_EQ(NameOrigins(mDesign).originOf(value("(z vp)"), low).block, low.getBlock(value("t")));
+    EXPECT_EQ(origin("(y vp)"), "sub/s, copied out of model sub, at y, beside it (vp) *");
+    EXPECT_EQ(origin("(z cp 1)"), "low/t, copied out of model low, at z, beside it (cp) *");
+    EXPECT_EQ(origin("(dupName 1 (z vp))"),
+              "low/t, copied out of model low, at z, beside it (vp), one more of the name (1) *");
+    EXPECT_EQ(origin("(sub (z vp))"),
+              "low/t, copied out of model low, at z, beside it (vp), copied out of model sub *");
+    EXPECT_EQ(origin("(x vp)"), "nothing");
+    schedule(mTop, "s", "y");
+    EXPECT_EQ(origin("(y vp)"), "top/s, at y, beside it (vp) *");
+}
+
 TEST_F(NameOriginTest, whatIsMadeBesideIsTold) {
     block(mTop, "m");
     EXPECT_EQ(origin("m_vp"), "top/m, beside it (vp) *");

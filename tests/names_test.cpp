@@ -57,6 +57,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"passcontext", "pass"},
         {"passregistry", "pass"},
         {"passscheduler", "pass"},
+        {"pipeinput", "miscblocks"},
         {"port", "block"},
         {"profilingwriter", "profiling"},
         {"replacedpoints", "compoundportcorrespondence"},

@@ -444,6 +444,8 @@ TEST_F(SimulatorTest, joinsWires) {
          {"1", "0"},
          {{{-5, 1, 3}, {1, 3, -5}}}},
         {"terminal", "terminalBlock", {{"0", "s4.0"}}, {}, {"x", "y"}, {{{7}, {7, 7}}}},
+        {"pipe", "pipeBlock", {{"0", "s4.0"}, {"x", "[2] u2.0"}}, {}, {kOut, "x", "0"}, {{{-7, 1, 2}, {-7, 1, 2, -7}}}},
+        {"pipe of a named signal", "pipeBlock", {{"x", "[2] u2.0"}}, {}, {kOut, "x"}, {{{1, 2}, {1, 2, 1, 2}}}},
     });
 }
 

@@ -144,7 +144,8 @@ template <class Row> void expectMet(const test::Coverage &coverage, std::span<co
 TEST(StructuralLowering, meetsEveryBlockTypeThatComesApart) {
     ContextMgr mgr;
     gen::DesignGenerator generator(mgr.context());
-    const std::vector<std::string> hierarchy = {"ElideFromGotoPass", "FlattenEverythingPass", "DeadModelPass"};
+    const std::vector<std::string> hierarchy = {"ElideFromGotoPass", "FlattenEverythingPass", "DeadModelPass",
+                                                "UnrollScheduledModelPass"};
     const std::vector<std::string> row = {kRecord.pass, kVector.pass, kComplex.pass};
     test::Coverage coverage;
     constexpr std::uint64_t kDesigns = 1000;
@@ -172,6 +173,10 @@ TEST(StructuralLowering, meetsEveryBlockTypeThatComesApart) {
         EXPECT_NE(printed(coverage, "ElideFromGotoPass", std::string(type->text()), ""), 0U) << type->text();
     }
     EXPECT_NE(printed(coverage, "FlattenEverythingPass", std::string(A_MODEL_BLOCK.text()), ""), 0U);
+    for (const char *compound : {"vector", "complex", "record"}) {
+        EXPECT_NE(printed(coverage, "UnrollScheduledModelPass", std::string(A_SCHEDULED_MODEL_BLOCK.text()), compound),
+                  0U);
+    }
 }
 
 } // namespace

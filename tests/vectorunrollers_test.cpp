@@ -440,6 +440,32 @@ TEST_F(VectorUnrollersTest, givesEachLaneItsMemory) {
               (Made{"(block 0)", "(block 1)"}));
 }
 
+TEST_F(VectorUnrollersTest, givesEachLaneItsMemoryThatIsRolledAroundTheContent) {
+    EXPECT_EQ(madeOf("dualMemBlock", {{"dualMemPortAddr1", "u1.0"}, {"dualMemPortAddr2", "[2] u1.0"}},
+                     {{"dualMemWireData1", ""}, {"dualMemWireData2", ""}},
+                     {{"dualMemData", "(vectorRollTag (1 2) (3 4))"}, {"dualMemTypeData1", "(typeUFixed 3 0)"}}),
+              (Made{"(block 0)", "(block 1)"}));
+}
+
+TEST_F(VectorUnrollersTest, leavesAMemoryThatGivesOutFewerLanesThanItTakes) {
+    const std::vector<std::string> told =
+        toldOf("dualMemBlock",
+               {{"dualMemPortAddr1", "u1.0"}, {"dualMemPortData1", "[2] u4.0"}, {"dualMemPortWrite1En", "u1.0"}},
+               {{"dualMemWireData1", ""}}, {{"dualMemData", "(1 2)"}});
+    EXPECT_EQ(
+        std::count(told.begin(), told.end(),
+                   "UNVEC_INVALID_EXPAND_TYPE block=/top/block detail=a side gives out fewer lanes than it takes"),
+        1);
+}
+
+TEST_F(VectorUnrollersTest, keepsThePortsOfAPipeOnOneBlock) {
+    EXPECT_EQ(madeOf("pipeBlock", {{"0", "[2] s4.0"}, {"x", "[3] u2.0"}, {"y", "s3.0"}},
+                     {{"primWireOut", ""}, {"0", ""}, {"x", ""}, {"y", ""}}),
+              Made{});
+    EXPECT_EQ(madeOf("pipeBlock", {{"0", "s3.0"}, {"x", "[3] u2.0"}}, {{"primWireOut", ""}, {"x", ""}}), Made{});
+    EXPECT_EQ(madeOf("pipeBlock", {{"x", "[3][2] u2.0"}}, {{"primWireOut", ""}}), Made{});
+}
+
 TEST_F(VectorUnrollersTest, givesLanesTheirOwnSettings) {
     EXPECT_EQ(madeOf("sequenceBlock", {{"portEnable", "[2] u1.0"}}, {{"primWireOut", ""}},
                      {{"counterLimit", "(3 7)"}, {"counterInitial", "-1"}, {"counterStep", "(1 2)"}}),

@@ -10,16 +10,19 @@
 // | (NAME real), (NAME imag) | a part of a complex number |
 // | (NAME vunroll), (NAME cunroll 2), "NAME_aunroll" | what took the place of the block as a whole |
 // | (NAME key cpack), ((NAME key) vup 0) | what joins or takes apart the signal at the port or wire of that key |
-// | (key vup), (key cp 2) | what joins or takes apart the signal at the port or wire of that key of a scheduled model |
+// | (key vup), (key cp 2) | the same at a scheduled model, in the model or in one below it |
 // | (NAME word), "NAME_vp", "NAME_vup3" | a block made beside the one that a rewrite replaced |
 //
 // Readings are tried in the order of the table; these rules nest in each other in any way. NAME stands as its text
-// inside names that are strings.
+// inside names that are strings. Where several scheduled models have the key, the name alone leads to the first that is
+// nearest.
 #pragma once
 
 #include <orvo/api.h>
 #include <orvo/value.h>
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -81,11 +84,22 @@ class ORVO_API NameOrigins {
     NameOrigin ofTuple(const PureValueRef &name, const Model &model, int room) const;
     NameOrigin ofText(const PureValueRef &name, const Model &model, int room) const;
 
+    using ByKey = std::unordered_map<const Value *, std::vector<const Block *>>;
+    /// A model and those below it, nearest first.
+    struct Below {
+        std::unordered_map<const Model *, std::size_t> rank;
+        /// The nearest scheduled model of each key that was asked about.
+        mutable std::unordered_map<const Value *, const Block *> nearest;
+    };
+    const ByKey &scheduledBlocks() const;
+    const Below &belowOf(const Model &model) const;
+    /// In the model, else in the nearest below it. Null if there is none.
     const Block *scheduledBlockWith(const PureValueRef &key, const Model &model) const;
 
     const Design &mSource;
-    /// Of each model that was asked about, its scheduled models by the keys of their ports and wires.
-    mutable std::unordered_map<const Model *, std::unordered_map<const Value *, const Block *>> mScheduled;
+    /// The scheduled models of the source by the keys of their ports and wires, once asked for.
+    mutable std::optional<ByKey> mScheduled;
+    mutable std::unordered_map<const Model *, Below> mBelow;
 };
 
 /// How the name of a port or wire of a lowered block continues that of one of the source: empty steps for the name

@@ -218,8 +218,7 @@ const Block *ownerOf(const Block &pack, const Block &named, const NameOrigins &o
             }
         }
         const NameOrigin origin = next == nullptr ? NameOrigin() : origins.originOf(*next);
-        const bool isScheduled = origin && origin.block->type() == A_SCHEDULED_MODEL_BLOCK.get_ptr() &&
-                                 &origin.block->getModel() == &named.getModel();
+        const bool isScheduled = origin && origin.block->type() == A_SCHEDULED_MODEL_BLOCK.get_ptr();
         if (!isScheduled) {
             return &named;
         }

@@ -2,6 +2,8 @@
 // types and can be simulated is added, so the whole stays well typed.
 #include "gen/designgenerator.h"
 
+#include "gen/scheduledmodels.h"
+
 #include <orvo/block.h>
 #include <orvo/context.h>
 #include <orvo/design.h>
@@ -151,6 +153,9 @@ class DesignBuilder {
             break;
         case 8:
             addTold(recipe, mGenerator.mTold[recipe.kind / kKinds % mGenerator.mTold.size()]);
+            break;
+        case 9:
+            addScheduled(recipe);
             break;
         default:
             addBlock(recipe, *mGenerator.mOrdinary[recipe.kind / kKinds % mGenerator.mOrdinary.size()]);
@@ -657,6 +662,41 @@ class DesignBuilder {
                    : wire;
     }
 
+    /// A model that was scheduled elsewhere. It stands in one instance.
+    void addScheduled(const Recipe &recipe) {
+        Chooser chooser(recipe, 0);
+        WholeSignals inputs;
+        std::vector<std::pair<PureValueRef, Wire *>> drivers;
+        const std::size_t ports = 1 + chooser.below(2);
+        for (std::size_t i = 0; i < ports; ++i) {
+            if (const auto from = pick(mLevels.size() - 1, chooser, [](const Signal &) { return true; })) {
+                drivers.emplace_back(text("p" + std::to_string(i)), from->wire);
+                inputs.emplace_back(drivers.back().first, from->type());
+            }
+        }
+        Level &level = mLevels.back();
+        WholeSignals outputs;
+        const std::size_t wires = 1 + chooser.below(2);
+        for (std::size_t i = 0; i < wires; ++i) {
+            outputs.emplace_back(text("q" + std::to_string(i)), mInputs[chooser.below(mInputs.size())].type());
+        }
+        const std::string name = nextName(level);
+        Block &block = *Block::create(*level.model, name, A_SCHEDULED_MODEL_BLOCK);
+        const ScheduledModelHandle handle =
+            scheduledModel(text("scheduled" + std::to_string(mScheduled++)), inputs, outputs, mContext);
+        block.setParam(A_SCHEDULED_MODEL_VALUE, ValueRef(handle.toValue(mContext)));
+        block.setParam(A_SCHEDULED_MODEL_ORIGINAL_TYPES, A_TRUE);
+        for (const auto &[key, wire] : drivers) {
+            block.setParam(key, *wire);
+        }
+        for (const auto &[key, type] : outputs) {
+            level.pool.push_back(signal(*Wire::create(block, key), type));
+        }
+        for (std::size_t i = 1; i < mLevels.size(); ++i) {
+            mLevels[i].isUnique = true;
+        }
+    }
+
     /// A block whose pins are told, on signals cast to their types. What the outside knows by a name or an address
     /// stands at the top, where there is one of it.
     void addTold(const Recipe &recipe, const std::pair<const ToldBlock *, std::string> &told) {
@@ -865,6 +905,7 @@ class DesignBuilder {
     std::size_t mModels = 0;
     std::vector<Tag> mTags;
     std::size_t mTold = 0;
+    std::size_t mScheduled = 0;
     bool mHasBus = false;
 };
 

@@ -2,6 +2,7 @@
 #include "orvo/aggregateunrollers.h"
 
 #include "orvo/boundaryaggregateunroller.h"
+#include "orvo/pipeinput.h"
 #include "orvo/stallnumbers.h"
 
 #include <orvo/block.h>
@@ -166,6 +167,15 @@ class PrimBoundaryAggregateUnroller : public BoundaryAggregateUnroller {
             fail("the name of a member is in use");
         }
     }
+};
+
+/// The main wire takes the name of the input that it gives on, by which its members still do.
+class PipeAggregateUnroller final : public PrimBoundaryAggregateUnroller {
+  public:
+    using PrimBoundaryAggregateUnroller::PrimBoundaryAggregateUnroller;
+
+  protected:
+    PureValueRef baseOf(const Wire &wire) const override { return internal::pipeBase(block(), wire); }
 };
 
 /// The map of types names the members.
@@ -490,7 +500,7 @@ const AggregateUnrollRow kRows[] = {
     {&A_ENABLE_SRC_BLOCK, nullptr, kControls},
     {&A_READY_BLOCK, nullptr, kControls},
     {&A_ECC_SRC_BLOCK, nullptr, "the status is two bits"},
-    {&A_PIPE_BLOCK, defaultHandler, kMember},
+    {&A_PIPE_BLOCK, handler<PipeAggregateUnroller>, kNames},
     {&A_FIXED_MFUNC_BLOCK, nullptr, "its operands are fixed-point numbers"},
     {&A_FLOAT_MFUNC_BLOCK, nullptr, kFloats},
     {&A_CIC_BLOCK, nullptr, kSamples},

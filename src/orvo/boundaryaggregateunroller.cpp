@@ -30,17 +30,19 @@ PureValueRef BoundaryAggregateUnroller::nameOf(const PureValueRef &name, const A
     return makeName(name, spec, flatIndex);
 }
 
+PureValueRef BoundaryAggregateUnroller::baseOf(const Wire &wire) const { return wire.getName(); }
+
 template <class IsTaken>
-AggregateUnrollKind BoundaryAggregateUnroller::note(const PureValueRef &name, const AggregateTypeSpec &spec,
-                                                    const AggregateTypeManager &manager, UnrollMappings &mappings,
-                                                    Names &names, IsTaken isTaken) {
+AggregateUnrollKind BoundaryAggregateUnroller::note(const PureValueRef &name, const PureValueRef &base,
+                                                    const AggregateTypeSpec &spec, const AggregateTypeManager &manager,
+                                                    UnrollMappings &mappings, Names &names, IsTaken isTaken) {
     if (!spec.isAggregate()) {
         return AggregateUnrollKind::Leave;
     }
     std::vector<PureValueRef> &own = names[name];
     const auto size = static_cast<int>(manager.getFlatSize(spec));
     for (int i = 0; i < size; ++i) {
-        own.push_back(nameOf(name, spec, i));
+        own.push_back(nameOf(base, spec, i));
         manager.addUnrolledMapping(&mappings, name, own.back(), spec, i);
         mNamesClash = mNamesClash || isTaken(own.back());
     }
@@ -49,13 +51,13 @@ AggregateUnrollKind BoundaryAggregateUnroller::note(const PureValueRef &name, co
 
 AggregateUnrollKind BoundaryAggregateUnroller::originalWire(Wire &wire, const AggregateTypeSpec &spec,
                                                             const AggregateTypeManager &manager) {
-    return note(wire.getName(), spec, manager, mWireMappings, mWireNames,
+    return note(wire.getName(), baseOf(wire), spec, manager, mWireMappings, mWireNames,
                 [this](const PureValueRef &name) { return mBlock.getWire(name) != nullptr; });
 }
 
 AggregateUnrollKind BoundaryAggregateUnroller::originalPort(Port &port, const AggregateTypeSpec &spec,
                                                             const AggregateTypeManager &manager) {
-    return note(port.getName(), spec, manager, mPortMappings, mPortNames,
+    return note(port.getName(), port.getName(), spec, manager, mPortMappings, mPortNames,
                 [this](const PureValueRef &name) { return mBlock.findParam(name.get_ptr()) != nullptr; });
 }
 
@@ -72,8 +74,12 @@ void BoundaryAggregateUnroller::attachPort(Port &port, const AggregateTypeSpec &
 Wire *BoundaryAggregateUnroller::attachWire(Wire &wire, const AggregateTypeSpec &member, int flatIndex,
                                             const std::vector<MaybePort> &readers, const AggregateTypeManager &) {
     ORVO_ASSERT(!member.isAggregate(), "a record is attached to one of its members");
-    Wire *made = Wire::create(mBlock, mWireNames.at(wire.getName())[static_cast<std::size_t>(flatIndex)]);
-    OrvoUtils::copyParams(*made, wire);
+    const PureValueRef &name = mWireNames.at(wire.getName())[static_cast<std::size_t>(flatIndex)];
+    Wire *made = mBlock.getWire(name);
+    if (made == nullptr) {
+        made = Wire::create(mBlock, name);
+        OrvoUtils::copyParams(*made, wire);
+    }
     for (const MaybePort &reader : readers) {
         reader.setWire(*made);
     }

@@ -36,12 +36,14 @@ class ORVO_API BoundaryAggregateUnroller : public AggregateUnroller {
   protected:
     /// What a member of a port or wire is called.
     virtual PureValueRef nameOf(const PureValueRef &name, const AggregateTypeSpec &spec, int flatIndex);
+    /// What stands in front in the names of the members of a wire. Wires that agree in it become the same ones.
+    virtual PureValueRef baseOf(const Wire &wire) const;
 
   private:
     /// The new names of each port or wire that falls apart.
     using Names = std::map<PureValueRef, std::vector<PureValueRef>>;
     template <class IsTaken>
-    AggregateUnrollKind note(const PureValueRef &name, const AggregateTypeSpec &spec,
+    AggregateUnrollKind note(const PureValueRef &name, const PureValueRef &base, const AggregateTypeSpec &spec,
                              const AggregateTypeManager &manager, UnrollMappings &mappings, Names &names,
                              IsTaken isTaken);
 

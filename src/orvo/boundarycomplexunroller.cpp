@@ -37,12 +37,14 @@ PureValueRef BoundaryComplexUnroller::makeName(const PureValueRef &name, const C
     return PureTupleValue::get(elements, context);
 }
 
+PureValueRef BoundaryComplexUnroller::baseOf(const Wire &wire) const { return wire.getName(); }
+
 ComplexWireKind BoundaryComplexUnroller::originalWire(Wire &wire, const ComplexDecorSpec &decor) {
     if (!decor.isComplex()) {
         return ComplexWireKind::Leave;
     }
     for (const bool imaginary : {false, true}) {
-        const PureValueRef name = makeName(wire.getName(), decor, imaginary);
+        const PureValueRef name = makeName(baseOf(wire), decor, imaginary);
         addMapping(mWireMappings, wire.getName(), imaginary, name);
         mNamesClash = mNamesClash || mBlock.getWire(name) != nullptr;
     }
@@ -67,8 +69,12 @@ void BoundaryComplexUnroller::preAttach() {}
 
 Wire *BoundaryComplexUnroller::attachWire(Wire &wire, const ComplexDecorSpec &decor, bool imaginary,
                                           const std::vector<MaybePort> &readers) {
-    Wire *part = Wire::create(mBlock, makeName(wire.getName(), decor, imaginary));
-    OrvoUtils::copyParams(*part, wire);
+    const PureValueRef name = makeName(baseOf(wire), decor, imaginary);
+    Wire *part = mBlock.getWire(name);
+    if (part == nullptr) {
+        part = Wire::create(mBlock, name);
+        OrvoUtils::copyParams(*part, wire);
+    }
     for (const MaybePort &reader : readers) {
         reader.setWire(*part);
     }

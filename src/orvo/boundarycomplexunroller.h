@@ -33,6 +33,10 @@ class ORVO_API BoundaryComplexUnroller : public ComplexUnroller {
     bool namesClash() const { return mNamesClash; }
     Block &block() const { return mBlock; }
 
+  protected:
+    /// What stands in front in the names of the parts of a wire. Wires that agree in it become the same ones.
+    virtual PureValueRef baseOf(const Wire &wire) const;
+
   private:
     Block &mBlock;
     bool mNamesClash = false;

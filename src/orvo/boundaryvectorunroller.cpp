@@ -42,12 +42,14 @@ PureValueRef BoundaryVectorUnroller::makeName(const PureValueRef &name, const Ve
     return PureTupleValue::get(elements, context);
 }
 
+PureValueRef BoundaryVectorUnroller::baseOf(const Wire &wire) const { return wire.getName(); }
+
 VectorUnrollKind BoundaryVectorUnroller::originalWire(Wire &wire, const VectorDecorSpec &vectors) {
     if (!vectors.isVector()) {
         return VectorUnrollKind::Leave;
     }
     for (LaneCounter lane(vectors); !lane.atEnd(); lane.next()) {
-        const PureValueRef name = makeName(wire.getName(), vectors, lane.indices());
+        const PureValueRef name = makeName(baseOf(wire), vectors, lane.indices());
         mWireMappings.addMapping(wire.getName(), pathOf(lane.indices()), name);
         mNamesClash = mNamesClash || mBlock.getWire(name) != nullptr;
     }
@@ -79,8 +81,12 @@ void BoundaryVectorUnroller::attachPort(Port &port, const VectorDecorSpec &lanes
 
 Wire *BoundaryVectorUnroller::attachWire(Wire &wire, const VectorDecorSpec &lanes, const std::vector<int> &indices,
                                          const std::vector<MaybePort> &readers) {
-    Wire *lane = Wire::create(mBlock, makeName(wire.getName(), lanes, indices));
-    OrvoUtils::copyParams(*lane, wire);
+    const PureValueRef name = makeName(baseOf(wire), lanes, indices);
+    Wire *lane = mBlock.getWire(name);
+    if (lane == nullptr) {
+        lane = Wire::create(mBlock, name);
+        OrvoUtils::copyParams(*lane, wire);
+    }
     for (const MaybePort &reader : readers) {
         reader.setWire(*lane);
     }

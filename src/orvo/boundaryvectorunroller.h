@@ -34,6 +34,10 @@ class ORVO_API BoundaryVectorUnroller : public VectorUnroller {
     std::string reason() const override { return mNamesClash ? "the name of a lane is in use" : ""; }
     Block &block() const { return mBlock; }
 
+  protected:
+    /// What stands in front in the names of the lanes of a wire. Wires that agree in it become the same ones.
+    virtual PureValueRef baseOf(const Wire &wire) const;
+
   private:
     Block &mBlock;
     bool mNamesClash = false;

@@ -3,6 +3,7 @@
 
 #include "orvo/boundarycomplexunroller.h"
 #include "orvo/multiplycomplexunroller.h"
+#include "orvo/pipeinput.h"
 #include "orvo/replacedsignals.h"
 #include "orvo/scalarproductcomplexunroller.h"
 #include "orvo/stallnumbers.h"
@@ -575,6 +576,15 @@ class MultiplyUnrollHandler final : public ComplexUnrollHandler {
 using RegisterUnroller = RegisterComplexUnroller<A_REGISTER_INIT_VALUE, A_REGISTER_PORT_ENABLE>;
 using SyncRegisterUnroller = RegisterComplexUnroller<A_SYNC_REGISTER_INIT_VALUE, A_SYNC_REGISTER_PORT_ICLK_ENABLE>;
 
+/// The main wire takes the name of the input that it gives on, by which its parts still do.
+class PipeComplexUnroller final : public BoundaryComplexUnroller {
+  public:
+    using BoundaryComplexUnroller::BoundaryComplexUnroller;
+
+  protected:
+    PureValueRef baseOf(const Wire &wire) const override { return internal::pipeBase(block(), wire); }
+};
+
 const ComplexUnrollHandler *defaultHandler() {
     static const ComplexUnrollHandler handler;
     return &handler;
@@ -768,7 +778,7 @@ const ComplexUnrollRow kRows[] = {
     {&A_ENABLE_SRC_BLOCK, nullptr, "all its signals are conditions"},
     {&A_READY_BLOCK, nullptr, "all its signals are conditions"},
     {&A_ECC_SRC_BLOCK, nullptr, "its signals are the status of memories"},
-    {&A_PIPE_BLOCK, defaultHandler, kParts},
+    {&A_PIPE_BLOCK, handler<PipeComplexUnroller>, kNames},
     {&A_FIXED_MFUNC_BLOCK, defaultHandler, kParts},
     {&A_FLOAT_MFUNC_BLOCK, defaultHandler, kParts},
     {&A_CIC_BLOCK, boundaryHandler, kNames},

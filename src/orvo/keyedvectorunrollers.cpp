@@ -2,6 +2,7 @@
 #include "orvo/keyedvectorunrollers.h"
 
 #include "orvo/boundaryvectorunroller.h"
+#include "orvo/pipeinput.h"
 #include "orvo/replacedsignals.h"
 #include "orvo/stallnumbers.h"
 #include "orvo/vectorunrollparts.h"
@@ -21,10 +22,19 @@ namespace orvo::internal {
 namespace {
 
 /// Ports and wires that have names of their own inside a model.
-class PrimBoundaryVectorUnroller final : public BoundaryVectorUnroller {
+class PrimBoundaryVectorUnroller : public BoundaryVectorUnroller {
   public:
     using BoundaryVectorUnroller::BoundaryVectorUnroller;
     bool canUnroll() const override { return !namesClash(); }
+};
+
+/// The main wire takes the name of the input that it gives on, by which its lanes still do.
+class PipeVectorUnroller final : public PrimBoundaryVectorUnroller {
+  public:
+    using PrimBoundaryVectorUnroller::PrimBoundaryVectorUnroller;
+
+  protected:
+    PureValueRef baseOf(const Wire &wire) const override { return pipeBase(block(), wire); }
 };
 
 /// Filters and oscillators. Their data goes by number, and what a lane of it becomes is known by its number and lane.
@@ -317,6 +327,7 @@ class DemuxVectorUnroller final : public VectorUnroller {
 } // namespace
 
 const VectorUnrollHandler *primBoundaryVectorHandler() { return vectorUnrollHandler<PrimBoundaryVectorUnroller>(); }
+const VectorUnrollHandler *pipeVectorHandler() { return vectorUnrollHandler<PipeVectorUnroller>(); }
 const VectorUnrollHandler *ipVectorHandler() { return vectorUnrollHandler<IPVectorUnroller>(); }
 const VectorUnrollHandler *latencyPlaceholderVectorHandler() {
     return vectorUnrollHandler<LatencyPlaceholderVectorUnroller>();

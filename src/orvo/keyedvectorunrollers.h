@@ -6,6 +6,7 @@
 namespace orvo::internal {
 
 const VectorUnrollHandler *primBoundaryVectorHandler();
+const VectorUnrollHandler *pipeVectorHandler();
 const VectorUnrollHandler *ipVectorHandler();
 const VectorUnrollHandler *latencyPlaceholderVectorHandler();
 const VectorUnrollHandler *loopVectorHandler();

@@ -149,7 +149,24 @@ class LUTVectorUnroller final : public TypedVectorUnroller<A_LUT_TYPE> {
 class DualMemVectorUnroller final : public DefaultVectorUnroller {
   public:
     using DefaultVectorUnroller::DefaultVectorUnroller;
+    /// A side whose type came from a content of fewer dimensions does not tell what it reads.
+    bool canUnroll() const override { return reason().empty(); }
+    std::string reason() const override {
+        for (const auto &[wire, lanes] : mOut) {
+            const auto data = mData.find(wire == A_DUAL_MEM_WIRE_DATA1 ? A_DUAL_MEM_PORT_DATA1.get_ptr()
+                                                                       : A_DUAL_MEM_PORT_DATA2.get_ptr());
+            if (data != mData.end() && lanes < data->second) {
+                return "a side gives out fewer lanes than it takes";
+            }
+        }
+        return DefaultVectorUnroller::reason();
+    }
+    VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
+        mData[port.getName().get_ptr()] = vectors.elementCount();
+        return DefaultVectorUnroller::originalPort(port, vectors);
+    }
     VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        mOut.emplace_back(wire.getName(), vectors.elementCount());
         mTypes.emplace_back(wire.getName() == A_DUAL_MEM_WIRE_DATA1 ? &A_DUAL_MEM_TYPE_DATA1 : &A_DUAL_MEM_TYPE_DATA2,
                             elementType(typeOf(wire), wire.getContext()));
         return DefaultVectorUnroller::originalWire(wire, vectors);
@@ -179,6 +196,9 @@ class DualMemVectorUnroller final : public DefaultVectorUnroller {
 
   private:
     std::vector<std::pair<const StaticString *, PureValueRef>> mTypes;
+    /// The lanes of each port, and those of the wires.
+    std::map<const Value *, std::size_t> mData;
+    std::vector<std::pair<PureValueRef, std::size_t>> mOut;
 };
 
 /// A lane with a value of its own may get a narrower type than the others; behind it a cast makes them equal again.

@@ -38,8 +38,11 @@ class DualMemTypeHandler final : public TypeInferHandler2 {
         const NumTypeSpec content = contentType(api);
         for (const MemorySide &side : {first(), second()}) {
             // Before the inputs, so that a loop through the address settles: without a content, whoever gives a type
-            // gives all of it.
-            setWire(api, side.wire, typeOn(content, paramType(api, side.type)));
+            // gives all of it. A type of other dimensions tells that they come with the inputs.
+            const NumTypeSpec given = paramType(api, side.type);
+            if (given.vectorDepth() == 0 || !content.valid() || given.vectorDepth() == content.vectorDepth()) {
+                setWire(api, side.wire, typeOn(content, given));
+            }
         }
     }
     void inferForward(TypeInferAPI2 &api) const override {
@@ -125,8 +128,11 @@ class SyncRegisterTypeHandler final : public TypeInferHandler2 {
     }
 };
 
-/// A signal of any type on further vectors; a record gets them in each field.
+/// A signal of any type on further vectors; a record gets them in each field. Without vectors any type stands as it is.
 PureValueRef mergeVectorsInto(const PureValueRef &type, const NumTypeSpec &vectors, Context *context) {
+    if (vectors.valid() && vectors.vectorDepth() == 0) {
+        return type;
+    }
     const auto merged = [&](const PureValueRef &part) {
         NumTypeSpec spec(part, context);
         spec.mergeVectors(vectors);

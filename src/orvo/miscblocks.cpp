@@ -1,5 +1,6 @@
 // Type rules of the blocks at the borders of what orvo handles itself: regions that nobody schedules, interfaces to the
 // outside, models that come scheduled, stall regions, enables.
+#include "orvo/pipeinput.h"
 #include "orvo/typerules.h"
 
 #include <orvo/scheduledmodelhandle.h>
@@ -215,12 +216,14 @@ class ECCTypeHandler final : public TypeInferHandler2 {
     void inferStatic(TypeInferAPI2 &api) const override { setWire(api, A_PRIM_WIRE_OUT, NumTypeSpec::ufixed(2, 0)); }
 };
 
-/// A pipelined reset: the input goes through.
-class PipeTypeHandler final : public TypeInferHandler2 {
+/// A pipelined reset, and what goes with it: each signal goes through for itself.
+class PipeTypeHandler final : public NewlySetTypeHandler {
   public:
     void inferForward(TypeInferAPI2 &api) const override {
-        for (const Port &port : api.getBlock().ports()) {
-            api.setWireType(A_PRIM_WIRE_OUT, api.getPortType(port.getName()));
+        for (const Wire &wire : api.getBlock()) {
+            if (const Port *port = pipeInput(api.getBlock(), wire.getName())) {
+                api.setWireType(wire.getName(), api.getPortType(port->getName()));
+            }
         }
     }
 };
@@ -272,7 +275,8 @@ const TypeRuleRow kRules[] = {
     ORVO_TYPE_RULE(A_ENABLE_SRC_BLOCK, EnableTypeHandler, "a boolean"),
     ORVO_TYPE_RULE(A_READY_BLOCK, ReadyTypeHandler, "a boolean"),
     ORVO_TYPE_RULE(A_ECC_SRC_BLOCK, ECCTypeHandler, "two unsigned bits"),
-    ORVO_TYPE_RULE(A_PIPE_BLOCK, PipeTypeHandler, "the input's type"),
+    ORVO_TYPE_RULE(A_PIPE_BLOCK, PipeTypeHandler,
+                   "each output has the like-named input's type, the main one that of input 0"),
     ORVO_TYPE_RULE(A_FIXED_MFUNC_BLOCK, FixedMFuncTypeHandler,
                    "holds every fixed-point operand; the flag is a boolean"),
     ORVO_TYPE_RULE(A_FLOAT_MFUNC_BLOCK, FloatMFuncTypeHandler, "holds every float operand; the flag is a boolean"),

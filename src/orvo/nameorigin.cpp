@@ -162,7 +162,11 @@ NameOrigin NameOrigins::ofTuple(const PureValueRef &name, const Model &model, in
     }
     if (isOneOf(textOf(second), kPacker)) {
         if (const Block *scheduled = scheduledBlockWith(first, model)) {
-            return {scheduled, {{Kind::Port, first}, {Kind::Beside, second}}};
+            NameOrigin found{scheduled, {{Kind::Port, first}, {Kind::Beside, second}}};
+            if (&scheduled->getModel() != &model) {
+                found.steps.insert(found.steps.begin(), {Kind::Copy, scheduled->getModel().getName()});
+            }
+            return found;
         }
     }
     const PureTupleValueRef signal = pureTupleVR(first);
@@ -184,23 +188,67 @@ NameOrigin NameOrigins::ofTuple(const PureValueRef &name, const Model &model, in
     return found;
 }
 
-const Block *NameOrigins::scheduledBlockWith(const PureValueRef &key, const Model &model) const {
-    const auto [at, isNew] = mScheduled.try_emplace(&model);
-    if (isNew) {
+const NameOrigins::ByKey &NameOrigins::scheduledBlocks() const {
+    if (mScheduled) {
+        return *mScheduled;
+    }
+    mScheduled.emplace();
+    for (const Model &model : mSource) {
         for (const Block &block : model) {
             if (block.type() != A_SCHEDULED_MODEL_BLOCK.get_ptr()) {
                 continue;
             }
             for (const Port &port : block.ports()) {
-                at->second.emplace(port.getName().get_ptr(), &block);
+                (*mScheduled)[port.getName().get_ptr()].push_back(&block);
             }
             for (const Wire &wire : block) {
-                at->second.emplace(wire.getName().get_ptr(), &block);
+                (*mScheduled)[wire.getName().get_ptr()].push_back(&block);
             }
         }
     }
-    const auto found = at->second.find(key.get_ptr());
-    return found == at->second.end() ? nullptr : found->second;
+    return *mScheduled;
+}
+
+const NameOrigins::Below &NameOrigins::belowOf(const Model &model) const {
+    const auto [at, isNew] = mBelow.try_emplace(&model);
+    Below &below = at->second;
+    if (!isNew) {
+        return below;
+    }
+    std::vector<const Model *> order{&model};
+    below.rank.emplace(&model, 0);
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        for (const Block &block : *order[i]) {
+            const Model *child =
+                block.type() == A_MODEL_BLOCK.get_ptr() ? Node::from<Model>(block[A_MODEL_NODE]) : nullptr;
+            if (child != nullptr && below.rank.emplace(child, order.size()).second) {
+                order.push_back(child);
+            }
+        }
+    }
+    return below;
+}
+
+const Block *NameOrigins::scheduledBlockWith(const PureValueRef &key, const Model &model) const {
+    const ByKey &all = scheduledBlocks();
+    const auto candidates = all.find(key.get_ptr());
+    if (candidates == all.end()) {
+        return nullptr;
+    }
+    // The block may have come out of a model that was dissolved before the block was taken apart.
+    const Below &below = belowOf(model);
+    const auto [at, isNew] = below.nearest.try_emplace(key.get_ptr(), nullptr);
+    if (isNew) {
+        std::size_t least = below.rank.size();
+        for (const Block *block : candidates->second) {
+            const auto rank = below.rank.find(&block->getModel());
+            if (rank != below.rank.end() && rank->second < least) {
+                least = rank->second;
+                at->second = block;
+            }
+        }
+    }
+    return at->second;
 }
 
 NameOrigin NameOrigins::ofText(const PureValueRef &name, const Model &model, int room) const {

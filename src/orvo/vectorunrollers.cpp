@@ -190,7 +190,7 @@ const VectorUnrollRow kRows[] = {
     {&A_ENABLE_SRC_BLOCK, nullptr, kScalars},
     {&A_READY_BLOCK, nullptr, kScalars},
     {&A_ECC_SRC_BLOCK, nullptr, kScalars},
-    {&A_PIPE_BLOCK, defaultHandler, kLane},
+    {&A_PIPE_BLOCK, pipeVectorHandler, kNames},
     {&A_FIXED_MFUNC_BLOCK, defaultHandler, kLane},
     {&A_FLOAT_MFUNC_BLOCK, defaultHandler, kLane},
     {&A_CIC_BLOCK, ipVectorHandler, kNames},

@@ -15,7 +15,7 @@ struct Side {
 };
 
 /// The bits of one scalar of the initial content, element after element, of which each number has so many parts. A
-/// number alone stands in all lanes, as a real part.
+/// number alone stands in all lanes, as a real part. The lanes may be rolled in the elements or around them.
 std::vector<bool> contentOf(const BlockWriter &writer, const TupleValueRef &data, const ScalarType &type,
                             std::uint32_t scalar, std::uint32_t parts);
 /// The state of a memory of at least so many bits, with the content at reset: where it lies, and its words. What no

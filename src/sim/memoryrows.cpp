@@ -36,6 +36,21 @@ void appendEntry(const ValueRef &entry, std::uint32_t parts, std::vector<NumberV
     }
 }
 
+/// The contents in the layers of a rolled one.
+void appendTables(const BlockWriter &writer, const ValueRef &data, std::vector<TupleValueRef> &tables) {
+    const TupleValueRef tuple = tupleVR(data);
+    if (!tuple) {
+        writer.fail("the content of a lane is no list of numbers");
+    }
+    if (tuple->size() == 0 || !(tuple->at(0) == A_VECTOR_ROLL_TAG)) {
+        tables.push_back(tuple);
+        return;
+    }
+    for (std::size_t i = 1; i < tuple->size(); ++i) {
+        appendTables(writer, tuple->at(i), tables);
+    }
+}
+
 } // namespace
 
 std::vector<bool> contentOf(const BlockWriter &writer, const TupleValueRef &data, const ScalarType &type,
@@ -44,10 +59,15 @@ std::vector<bool> contentOf(const BlockWriter &writer, const TupleValueRef &data
     if (!data) {
         return bits;
     }
-    for (const ValueRef &element : *data) {
+    std::vector<TupleValueRef> tables;
+    appendTables(writer, data, tables);
+    if (tables.empty()) {
+        return bits;
+    }
+    for (const ValueRef &element : *tables[scalar / parts % tables.size()]) {
         std::vector<NumberValueRef> scalars;
         appendEntry(element, parts, scalars, writer.context());
-        // Fewer dimensions repeat, down to one number in all lanes.
+        // Here and above, fewer dimensions repeat, down to one number in all lanes.
         const NumberValueRef number = scalars.empty() ? NumberValueRef() : scalars[scalar % scalars.size()];
         if (!number || (number->isSpecial() && !type.isFloat)) {
             writer.fail("the content is no number of the memory's type");
@@ -316,6 +336,9 @@ void writeDualMemory(BlockWriter &writer) {
     for (const Side &side : sides) {
         if (side.out.known() && side.out.type->element != element) {
             writer.fail("a side reads a part alone of what the other side holds");
+        }
+        if (side.out.known() && side.data.known() && side.out.type->lanes() < side.data.type->lanes()) {
+            writer.fail("a side gives out fewer lanes than it takes");
         }
     }
     for (std::uint32_t scalar = 0; scalar < scalars; ++scalar) {

@@ -4,6 +4,7 @@
 #include "sim/kernels.h"
 #include "sim/lanes.h"
 
+#include "orvo/pipeinput.h"
 #include "orvo/vectorsplit.h"
 
 #include <orvo/corevalues.h>
@@ -92,6 +93,15 @@ void writeTypePin(BlockWriter &writer) {
     writeByName(writer);
     if (const Signal out = writer.out(); out.known() && writer.block().port_size() != 0) {
         convertSignal(writer, out, writer.in(writer.block().ports().begin()->getName()));
+    }
+}
+
+void writePipe(BlockWriter &writer) {
+    for (const Wire &wire : writer.block()) {
+        const Port *port = internal::pipeInput(writer.block(), wire.getName());
+        if (const Signal out = writer.out(wire.getName()); out.known() && port != nullptr) {
+            convertSignal(writer, out, writer.in(port->getName()));
+        }
     }
 }
 
@@ -276,7 +286,7 @@ const BlockRow kRows[] = {
     {&A_ENABLE_SINK_BLOCK, nullptr},
     {&A_TERMINAL_BLOCK, writeFanout},
     {&A_FANOUT_BLOCK, writeFanout},
-    {&A_PIPE_BLOCK, writeTypePin},
+    {&A_PIPE_BLOCK, writePipe},
     {&A_FOLDING_KERNEL_BOUNDARY_BLOCK, writeFanout},
     {&A_TYPE_PIN_BLOCK, writeTypePin},
     {&A_SIGNAL_IN_BLOCK, writeByName},

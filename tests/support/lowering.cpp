@@ -80,6 +80,7 @@ std::vector<Route> allRoutes() {
     const std::vector<std::string> records = {"UnrollAggregatePass", "UnrollAggregateCrossModelPass"};
     const std::vector<std::string> vectors = {"UnrollVectorPass", "UnrollVectorCrossModelPass"};
     const std::vector<std::string> complex = {"UnrollComplexPass", "UnrollComplexCrossModelPass"};
+    const std::vector<std::string> scheduled = {"UnrollScheduledModelPass"};
     const std::vector<std::string> flatten = {"FlattenEverythingPass", "DeadModelPass"};
     const std::vector<std::string> join = {"ElideUnpackPass"};
     const std::vector<std::string> clean = {"ElideUnpackPass", "DeadBlockPass"};
@@ -96,7 +97,8 @@ std::vector<Route> allRoutes() {
         return passes;
     };
     // Records and vectors stand in each other; complex numbers stand inside all else.
-    const Parts blocksFirst = {records, vectors, join, records, vectors, join, records, vectors, complex, clean};
+    const Parts blocksFirst = {scheduled, records, vectors, join,    records, vectors,
+                               join,      records, vectors, complex, clean};
     Parts boundariesFirst = blocksFirst;
     std::transform(blocksFirst.begin(), blocksFirst.end(), boundariesFirst.begin(), reversed);
     boundariesFirst.push_back(clean);

@@ -90,7 +90,7 @@ void writeComplexUnpack(VerilogBlock &block) {
 
 const VerilogRow kRows[] = {
     {&A_TERMINAL_BLOCK, writeFanout},       {&A_FANOUT_BLOCK, writeFanout},
-    {&A_PIPE_BLOCK, writeFanout},           {&A_FOLDING_KERNEL_BOUNDARY_BLOCK, writeFanout},
+    {&A_PIPE_BLOCK, writeTypePin},          {&A_FOLDING_KERNEL_BOUNDARY_BLOCK, writeFanout},
     {&A_TYPE_PIN_BLOCK, writeTypePin},      {&A_SIGNAL_IN_BLOCK, writeByName},
     {&A_SIGNAL_OUT_BLOCK, writeByName},     {&A_UNSCHED_BLOCK, writeByName},
     {&A_BOUNDARY_BLOCK, writeByName},       {&A_CHANNEL_IN_BLOCK, writeChannel},
