@@ -66,6 +66,7 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
     const std::map<std::string, std::vector<std::string>> some = {
         {"DumpTypesPass", {"GlobalTypePass"}},
         {"ElideFromGotoPass", {"ModelTreePass"}},
+        {"ElideUnpackPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollComplexCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollComplexPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollAggregateCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
