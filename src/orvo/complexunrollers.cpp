@@ -390,6 +390,8 @@ class EqualityComplexUnroller final : public DefaultComplexUnroller {
             isEqual ? (isScheduled ? A_AND_BLOCK : U_AND_BLOCK) : (isScheduled ? A_OR_BLOCK : U_OR_BLOCK);
         Block &both = create(block(), nameBelow(block(), isEqual ? "and" : "or"), logic);
         for (const bool imaginary : {false, true}) {
+            // What ends at the result, ends behind both.
+            substitute(imaginary).setParam(A_SCHEDULE_CONSTRAINT_WIRES, nullptr);
             Wire *bit = substitute(imaginary).getWire(A_PRIM_WIRE_OUT);
             if (bit != nullptr) {
                 both.setParam(numberOf(imaginary ? 1 : 0), *bit);
