@@ -216,6 +216,16 @@ class UnrollComplexPassTest : public test::SimulatorFixture {
         output(model, out, *Wire::create(made, value("z")));
     }
     Block *at(Model &of, const char *name) { return of.getBlock(value(name)); }
+    /// The ends of constraints in the lower level, by block.
+    Names endsAt(const StaticString &list) {
+        Names ends;
+        for (const Block &one : below) {
+            if (const Value *entries = one.findParam(list)) {
+                ends.push_back(one.getName()->toString() + " " + entries->toString());
+            }
+        }
+        return ends;
+    }
 
     Design design{mgr.context()};
     Model &model = *Model::create(design, "top");
@@ -304,6 +314,38 @@ TEST_F(UnrollComplexPassTest, leavesAnInputOfUnknownTypeAloneThatNobodyReads) {
     EXPECT_EQ(run("UnrollComplexCrossModelPass"), Names{});
     EXPECT_NE(model.getInputBlock()->getWire(value("unused")), nullptr);
     EXPECT_EQ(model.getInputBlock()->getWire(value("x")), nullptr);
+}
+
+TEST_F(UnrollComplexPassTest, judgesAnInputThatNobodyReadsByTheInstancesThatConnectIt) {
+    makeTwoLevels("c s4.0", "s4.0");
+    Wire::create(*below.getInputBlock(), value("unread"));
+    use("again", "w", *model.getInputBlock()->getWire(value("x")), *model.getInputBlock()->getWire(value("y")));
+    at(model, "again")->setParam(value("unread"), input(model, "u", "c s4.0"));
+    EXPECT_EQ(run("UnrollComplexPass"), Names{});
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"), Names{});
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"y", "(unread imag)", "(unread real)", "(x imag)", "(x real)"}));
+    EXPECT_EQ(portsOf(*at(model, "again")), wiresOf(*below.getInputBlock()));
+    EXPECT_EQ(portsOf(*at(model, "use")), (Names{"y", "(x imag)", "(x real)"}));
+}
+
+TEST_F(UnrollComplexPassTest, leavesABoundaryWholeWhoseUnreadInputIsComplexInOneInstanceOnly) {
+    makeTwoLevels("c s4.0", "s4.0");
+    Wire::create(*below.getInputBlock(), value("unread"));
+    use("again", "w", *model.getInputBlock()->getWire(value("x")), *model.getInputBlock()->getWire(value("y")));
+    at(model, "again")->setParam(value("unread"), input(model, "u", "c s4.0"));
+    at(model, "use")->setParam(value("unread"), input(model, "v", "s4.0"));
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"), Names{"UNCOMPLEX_INVALID_WIRE_TYPE wire=/below/in/unread"});
+    EXPECT_NE(below.getInputBlock()->getWire(value("x")), nullptr);
+}
+
+TEST_F(UnrollComplexPassTest, leavesABoundaryWholeWhoseUnreadInputIsConnectedToAnUnknownType) {
+    makeTwoLevels("c s4.0", "s4.0");
+    Wire::create(*below.getInputBlock(), value("unread"));
+    use("again", "w", *model.getInputBlock()->getWire(value("x")), *model.getInputBlock()->getWire(value("y")));
+    at(model, "again")->setParam(value("unread"), input(model, "u", "c s4.0"));
+    at(model, "use")->setParam(value("unread"), *Wire::create(block(model, "what", "extIfaceBlock"), value("v")));
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"), Names{"UNCOMPLEX_INVALID_PORT_TYPE block=/top/use port=unread"});
+    EXPECT_NE(below.getInputBlock()->getWire(value("x")), nullptr);
 }
 
 TEST_F(UnrollComplexPassTest, tellsOfUnknownTypes) {
@@ -549,6 +591,27 @@ TEST_F(UnrollComplexPassTest, movesConstraintsAlongWithTheirPoints) {
     run("UnrollComplexCrossModelPass");
     EXPECT_EQ(PureValueRef(below.getInputBlock()->getParam(A_SCHEDULE_CONSTRAINT_WIRES)),
               value("(((x real) true (2) ()) ((x imag) true (2) ()))"));
+}
+
+TEST_F(UnrollComplexPassTest, movesTheEndsOfConstraintsToEachPart) {
+    makeTwoLevels("c s4.0", "c s4.0");
+    at(below, "sum")->setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((primWireOut true (1) ()))"));
+    at(below, "sum")->setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((0 true () (1)))"));
+    run("UnrollComplexPass");
+    EXPECT_EQ(endsAt(A_SCHEDULE_CONSTRAINT_WIRES),
+              (Names{"(sum imag) ((primWireOut true (1) ()))", "(sum real) ((primWireOut true (1) ()))"}));
+    EXPECT_EQ(endsAt(A_SCHEDULE_CONSTRAINT_PORTS),
+              (Names{"(sum imag) ((0 true () (1)))", "(sum real) ((0 true () (1)))"}));
+}
+
+TEST_F(UnrollComplexPassTest, movesTheEndOfAConstraintAtAComparisonBehindBothParts) {
+    makeTwoLevels("c s4.0", "c s4.0", "cmpEqBlock");
+    at(below, "sum")->setParam(A_SCHEDULE_CONSTRAINT_WIRES, value("((primWireOut true (1) ()))"));
+    at(below, "sum")->setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((0 true () (1)))"));
+    run("UnrollComplexPass");
+    EXPECT_EQ(endsAt(A_SCHEDULE_CONSTRAINT_WIRES), Names{"(sum and) ((primWireOut true (1) ()))"});
+    EXPECT_EQ(endsAt(A_SCHEDULE_CONSTRAINT_PORTS),
+              (Names{"(sum imag) ((0 true () (1)))", "(sum real) ((0 true () (1)))"}));
 }
 
 } // namespace

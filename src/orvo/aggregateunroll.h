@@ -55,12 +55,14 @@ class ORVO_API BlockUnrollerImpl {
   private:
     /// What the instances say to one signal.
     struct Told {
-        /// Of the first instance; invalid if a type is missing, or if there are records of different members.
+        /// Of the first instance that tells; invalid if a type is missing, or if there are records of different
+        /// members. Null where none tells.
         const AggregateTypeSpec *spec;
         bool holdsRecord;
         bool agree;
     };
-    template <class End> Told toldOf(const End &end, GlobalTypePass &types) const;
+    template <class End>
+    Told toldOf(const End &end, const std::vector<RefChain> &instances, GlobalTypePass &types) const;
     /// Whether a signal has no type that serves all instances, once it is known whether the block has records.
     bool isAmiss(const Told &told, AggregateUnrollKind kind) const;
     void failToExpand(const std::string &detail);

@@ -57,9 +57,11 @@ class ORVO_API DistinctInstances {
     std::unordered_map<const Model *, Instances> mKnown;
 };
 
-/// Whether the wire is an input of its model that has no type in any instance and that nobody reads: there is nothing
-/// to take apart, and nothing is lost.
-bool isUnusedInput(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types);
+/// The instances that tell what a wire carries: all of them, but of an input that nobody reads those in which it has a
+/// type, for others may leave it unconnected. None for one that has none: there is nothing to take apart, and nothing
+/// is lost. `some` holds them if they are not all.
+const std::vector<RefChain> &tellingInstances(const Wire &wire, const std::vector<RefChain> &instances,
+                                              GlobalTypePass &types, std::vector<RefChain> &some);
 
 /// Whether the updater of reference points must hear of the block. Of all others it need not, which would cost more
 /// than taking them apart.
