@@ -90,7 +90,7 @@ void BlockUnrollerImpl::rejectPort(const PureValueRef &key) {
     mFailed = true;
 }
 
-void BlockUnrollerImpl::failOnBoundary() { failToExpand("the name of a part is in use, or both sides disagree"); }
+void BlockUnrollerImpl::failOnBoundary() { failToExpand("both sides of the boundary disagree"); }
 
 void BlockUnrollerImpl::failToExpand(const std::string &detail) {
     log::msg(msg::error::UNCOMPLEX_INVALID_EXPAND_TYPE, log::p("block", mBlock.value()) % log::p("detail", detail));

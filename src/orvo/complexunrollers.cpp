@@ -233,11 +233,7 @@ class ConstMultComplexUnroller final : public ComplexUnroller {
   public:
     explicit ConstMultComplexUnroller(Block &block) : mBlock(block) {}
     bool writesTypes() const override { return true; }
-    std::string reason() const override {
-        return !mOutputType.valid()      ? "it has no result"
-               : mBlock.port_size() != 1 ? "it has no operand, or several"
-                                         : "";
-    }
+    std::string reason() const override { return mBlock.port_size() != 1 ? "it has no operand, or several" : ""; }
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
         mOutputType = NumTypeSpec(typeOf(wire), wire.getContext());
         mOutputType.setComplex(false);

@@ -90,8 +90,6 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     }
     if (!mFailed && !mMerged.valid()) {
         failToExpand("its vectors have different lengths");
-    } else if (!mFailed && mMerged.elementCount() > limits::kLanes) {
-        failToExpand("it has too many lanes");
     } else if (hasWork() && !mUnroller->canUnroll()) {
         failToExpand(mUnroller->reason());
     }
