@@ -14,6 +14,7 @@
 #include <orvo/nonsblocks.h>
 #include <orvo/pass.h>
 #include <orvo/typeinfer.h>
+#include <orvo/typeinferpass.h>
 
 #include <rapidcheck/gtest.h>
 
@@ -691,6 +692,87 @@ TEST_F(ComplexUnrollersTest, tellWhatIsMissingAtProducts) {
         scheduler.apply(design);
         EXPECT_EQ(heard.take(), std::vector<std::string>{kRefused + detail}) << type;
     }
+}
+
+TEST_F(ComplexUnrollersTest, leavesProductsOfNothingWhole) {
+    for (const char *type : {"multBlock", "monsterMultBlock"}) {
+        Design design(mgr.context());
+        const Model &model = oneBlock(design, type, {}, {{"primWireOut", "c s9.0"}});
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollComplexPass");
+        scheduler.apply(design);
+        EXPECT_EQ(heard.take(), std::vector<std::string>{kRefused + "it has fewer than two factors"}) << type;
+        EXPECT_NE(model.getBlock(value("block")), nullptr) << type;
+    }
+}
+
+class StallComplexTest : public ComplexUnrollersTest {
+  protected:
+    struct Case {
+        const char *type;
+        const char *in;
+        const char *out;
+    };
+    static constexpr Case kCases[] = {{"stallenterBlock", "stallenterPortkeyDataBack", "stallenterWirekeyDataFront"},
+                                      {"stallexitBlock", "stallexitPortkeyDataBack", "stallexitWirekeyDataFront"},
+                                      {"stallregBlock", "stallregPortkeyDataBack", "stallregWirekeyDataFront"}};
+    static std::string keyed(const char *key, int number) {
+        return "(" + std::string(key) + " " + std::to_string(number) + ")";
+    }
+};
+
+TEST_F(StallComplexTest, givesPartsNumbersOfTheirOwnBesideRealData) {
+    for (const Case &row : kCases) {
+        const std::string names[] = {keyed(row.in, 0),  keyed(row.in, 2),  keyed(row.in, 7),
+                                     keyed(row.out, 0), keyed(row.out, 2), keyed(row.out, 7)};
+        EXPECT_EQ(madeOf(row.type,
+                         {{names[0].c_str(), "c s4.0"}, {names[1].c_str(), "s5.0"}, {names[2].c_str(), "[2] c u3.1"}},
+                         {{names[3].c_str(), ""}, {names[4].c_str(), ""}, {names[5].c_str(), ""}}),
+                  Made{})
+            << row.type;
+        std::vector<std::string> ports;
+        std::vector<std::string> wires;
+        for (const int number : {2, 8, 9, 10, 11}) {
+            ports.push_back(keyed(row.in, number));
+            wires.push_back(keyed(row.out, number));
+        }
+        EXPECT_EQ(portsOf(made("block")), ports) << row.type;
+        EXPECT_EQ(wiresOf(made("block")), wires) << row.type;
+        GlobalTypePass types;
+        types.bindEvents(*mAfter);
+        std::vector<std::string> found;
+        for (const Wire &wire : made("block")) {
+            found.push_back(types.getType(wire, {})->toString());
+        }
+        EXPECT_EQ(found,
+                  (std::vector<std::string>{"(typeSFixed 5 0)", "(typeSFixed 4 0)", "(typeSFixed 4 0)",
+                                            "(typeVector 2 (typeUFixed 3 1))", "(typeVector 2 (typeUFixed 3 1))"}))
+            << row.type;
+    }
+}
+
+TEST_F(StallComplexTest, leavesARegionOfRealDataAsItIs) {
+    for (const Case &row : kCases) {
+        const std::string in = keyed(row.in, 3);
+        const std::string out = keyed(row.out, 3);
+        EXPECT_EQ(madeOf(row.type, {{in.c_str(), "[2] s4.0"}}, {{out.c_str(), ""}}), Made{}) << row.type;
+        EXPECT_EQ(portsOf(made("block")), std::vector<std::string>{in}) << row.type;
+    }
+}
+
+TEST_F(StallComplexTest, leavesARegionWholeWhoseValidIsComplex) {
+    Design design(mgr.context());
+    const Model &model =
+        oneBlock(design, "stallregBlock",
+                 {{"(stallregPortkeyValidBack 0)", "c u1.0"}, {"(stallregPortkeyDataBack 0)", "c s4.0"}},
+                 {{"(stallregWirekeyDataFront 0)", ""}});
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollComplexPass");
+    scheduler.apply(design);
+    EXPECT_EQ(heard.take(), std::vector<std::string>{kRefused + "a signal that is no data is complex"});
+    EXPECT_EQ(portsOf(*model.getBlock(value("block"))).size(), 2U);
 }
 
 TEST_F(ComplexUnrollersTest, dividesPartsByARealConstantOnly) {

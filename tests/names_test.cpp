@@ -37,7 +37,6 @@ const std::map<std::string, std::string> &coveredBy() {
         {"domainanalysis", "domaininfer"},
         {"domainsignposts", "domaininfer"},
         {"elideterminalpass", "deadblockpass"},
-        {"elideunpackpass", "deadblockpass"},
         {"emit", "simulator"},
         {"expansion", "fftrows"},
         {"fftelements", "fftrows"},

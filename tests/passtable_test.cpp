@@ -67,6 +67,7 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
         {"CheckScalarSignalsPass", {"ModelTreePass", "GlobalTypePass"}},
         {"DumpTypesPass", {"GlobalTypePass"}},
         {"ElideFromGotoPass", {"ModelTreePass"}},
+        {"ElideUnpackPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollComplexCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollComplexPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollAggregateCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},

@@ -50,6 +50,7 @@ void computesTheSame(gen::DesignGenerator &generator, Tried &tried) {
     RC_PRE(test::tagsMeet(*generator.make(recipes)));
     ++tried.all;
     test::markModels(*lowered, marks);
+    test::markBlocks(*lowered, marks);
     RC_LOG() << route.name << "\n";
     PassSchedulerState state;
     test::LoweringNotes notes;

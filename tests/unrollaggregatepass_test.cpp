@@ -315,6 +315,18 @@ TEST_F(UnrollAggregatePassTest, leavesAnInputOfUnknownTypeAloneThatNobodyReads) 
     EXPECT_EQ(model.getInputBlock()->getWire(value("x")), nullptr);
 }
 
+TEST_F(UnrollAggregatePassTest, judgesAnInputThatNobodyReadsByTheInstancesThatConnectIt) {
+    makeTwoLevels("{s4.0, u2.0}");
+    Wire::create(*below.getInputBlock(), value("unread"));
+    Block &again = useAgain("{s4.0, u2.0}");
+    again.setParam(value("unread"), input(model, "u", "{s3.0, u1.0}"));
+    EXPECT_EQ(run("UnrollAggregatePass"), Names{});
+    EXPECT_EQ(run("UnrollAggregateCrossModelPass"), Names{});
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"y", "(unread 0)", "(unread 1)", "(x 0)", "(x 1)"}));
+    EXPECT_EQ(portsOf(again), wiresOf(*below.getInputBlock()));
+    EXPECT_EQ(portsOf(*model.getBlock(value("use"))), (Names{"y", "(x 0)", "(x 1)"}));
+}
+
 TEST_F(UnrollAggregatePassTest, tellsOfUnknownTypes) {
     Block &held = block(below, "held", "registerBlock");
     held.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));

@@ -181,6 +181,22 @@ TEST_F(UnrollVectorPassTest, leavesAnInputOfUnknownTypeAloneThatNobodyReads) {
     EXPECT_EQ(model.getInputBlock()->getWire(value("x")), nullptr);
 }
 
+TEST_F(UnrollVectorPassTest, judgesAnInputThatNobodyReadsByTheInstancesThatConnectIt) {
+    makeTwoLevels("[2] s4.0", "s4.0");
+    Wire::create(*below.getInputBlock(), value("unread"));
+    Block &again = block(model, "again", "modelBlock");
+    again.setParam(A_MODEL_NODE, below);
+    for (const char *name : {"x", "y"}) {
+        again.setParam(value(name), *model.getInputBlock()->getWire(value(name)));
+    }
+    again.setParam(value("unread"), input(model, "u", "[2] s4.0"));
+    EXPECT_EQ(run("UnrollVectorPass"), Names{});
+    EXPECT_EQ(run("UnrollVectorCrossModelPass"), Names{});
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"y", "(unread 0)", "(unread 1)", "(x 0)", "(x 1)"}));
+    EXPECT_EQ(portsOf(again), wiresOf(*below.getInputBlock()));
+    EXPECT_EQ(portsOf(*model.getBlock(value("use"))), (Names{"y", "(x 0)", "(x 1)"}));
+}
+
 TEST_F(UnrollVectorPassTest, tellsOfUnknownTypes) {
     Block &sum = block(below, "sum", "addBlock");
     sum.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("x")));

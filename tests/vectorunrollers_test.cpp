@@ -690,6 +690,17 @@ TEST_F(VectorUnrollersTest, givesDataOfARegionNumbersOfTheirOwn) {
     }
 }
 
+TEST_F(VectorUnrollersTest, leavesWhatCombinesVectorsToNothing) {
+    EXPECT_EQ(refusalOf("addReduceBlock", {{"0", "[2] s4.0"}}, {}), "its result has no type");
+    EXPECT_EQ(refusalOf("bitJoinReduceBlock", {{"0", "[2] s4.0"}}, {}), "its result has no type");
+}
+
+TEST_F(VectorUnrollersTest, leavesALoopAloneThatAnotherVectorReaches) {
+    EXPECT_EQ(refusalOf("loopBlock", {{"loopPortGo", "u1.0"}, {"loopPortLimit", "[2] u3.0"}, {"other", "[2] u1.0"}},
+                        {{"loopWireValue", ""}}),
+              "a signal other than its levels is a vector");
+}
+
 TEST_F(VectorUnrollersTest, leavesARegionAloneWhoseValidIsAVector) {
     EXPECT_EQ(refusalOf("stallregBlock",
                         {{"(stallregPortkeyValidBack 0)", "[2] u1.0"}, {"(stallregPortkeyDataBack 0)", "[2] s4.0"}},

@@ -75,6 +75,9 @@ struct Signal {
     SignalShape shape;
     /// It goes out of its model, read or not: the pin at it alone tells the type of what it reads.
     bool isKept = false;
+    /// It comes from a pack of parts of different types, which must not hear of a type from behind it: it would tell
+    /// both parts one.
+    bool isUnequal = false;
     const PureValueRef &type() const { return shape.type; }
 };
 
@@ -250,6 +253,7 @@ class DesignBuilder {
         Model *model;
         std::vector<PureValueRef> inputTypes;
         std::vector<PureValueRef> outputTypes;
+        bool hasUnequal = false;
     };
 
     PureValueRef text(const std::string &text) const { return PureValueRef(StringValue::get(text, mContext)); }
@@ -300,6 +304,7 @@ class DesignBuilder {
         level.inputTypes.push_back(above.type());
         level.call->setParam(text(name), *above.wire);
         level.pool.push_back(signal(*Wire::create(*level.in, name), above.type()));
+        level.pool.back().isUnequal = above.isUnequal;
         return level.pool.back();
     }
     /// Each type once, and now and then anew.
@@ -346,9 +351,8 @@ class DesignBuilder {
                 case PinShape::Role::Data:
                     break;
                 }
-                if (first && shape.type == A_CPACK_BLOCK) {
-                    // A type pin behind the pack tells both parts one type.
-                    return one.type() == first->type();
+                if (one.isUnequal && shape.type == A_TYPE_PIN_BLOCK) {
+                    return false;
                 }
                 return first ? meets(*first, one) : classOf(one.shape) == wanted;
             });
@@ -525,6 +529,13 @@ class DesignBuilder {
         return trial;
     }
 
+    static bool isUnequal(const Plan &plan) {
+        const bool packs = plan.shape->type == A_CPACK_BLOCK || plan.shape->type == A_VPACK_BLOCK;
+        return std::any_of(plan.inputs.begin(), plan.inputs.end(), [&](const auto &input) {
+            return input.second.isUnequal || (packs && input.second.type() != plan.inputs.front().second.type());
+        });
+    }
+
     /// Adds the block of a plan to the level that is open.
     Block &place(const Plan &plan, const Trial &trial) {
         Level &level = mLevels.back();
@@ -537,6 +548,7 @@ class DesignBuilder {
         }
         for (std::size_t i = 0; i < plan.wires.size(); ++i) {
             level.pool.push_back(signal(*Wire::create(block, plan.wires[i]), trial.types[i]));
+            level.pool.back().isUnequal = isUnequal(plan);
         }
         return block;
     }
@@ -614,7 +626,7 @@ class DesignBuilder {
         const bool isLocal = &reach == reaches[0];
         const std::size_t deepest = mLevels.size() - 1;
         const std::size_t at = isLocal ? deepest : chooser.chance(1, 2) ? chooser.below(mLevels.size()) : 0;
-        const std::optional<Signal> from = pick(at, chooser, [](const Signal &) { return true; });
+        const std::optional<Signal> from = pick(at, chooser, [](const Signal &one) { return !one.isUnequal; });
         if (!from) {
             return std::nullopt;
         }
@@ -774,7 +786,7 @@ class DesignBuilder {
         if (!from) {
             return nullptr;
         }
-        return from->type() == type ? from->wire : &castTo(level, *from->wire, type);
+        return from->type() == type && !from->isUnequal ? from->wire : &castTo(level, *from->wire, type);
     }
     PureValueRef parsed(const std::string &text) const { return PureValueRef(Value::parse(text, mContext)); }
     Wire &castTo(Level &level, Wire &wire, const PureValueRef &type) {
@@ -806,7 +818,7 @@ class DesignBuilder {
             Wire *source = loop.pinned.wire;
             for (std::size_t i = level.pool.size(); i-- > 0;) {
                 const Signal &one = level.pool[i];
-                if (one.type() == loop.pinned.type()) {
+                if (one.type() == loop.pinned.type() && !one.isUnequal) {
                     source = one.wire;
                     break;
                 }
@@ -856,6 +868,7 @@ class DesignBuilder {
             if (inner.wire->port_size() == 0 || inner.isKept) {
                 out.setParam(text("y" + std::to_string(callable.outputTypes.size())), *inner.wire);
                 callable.outputTypes.push_back(inner.type());
+                callable.hasUnequal = callable.hasUnequal || inner.isUnequal;
             }
         }
         addOutputs(*closed.call, callable);
@@ -867,6 +880,7 @@ class DesignBuilder {
         for (std::size_t i = 0; i < callable.outputTypes.size(); ++i) {
             mLevels.back().pool.push_back(
                 signal(*Wire::create(call, text("y" + std::to_string(i))), callable.outputTypes[i]));
+            mLevels.back().pool.back().isUnequal = callable.hasUnequal;
         }
     }
 
@@ -879,8 +893,9 @@ class DesignBuilder {
         const Callable callable = mCallables[mCallables.size() - 1 - chooser.below(mCallables.size())];
         std::vector<Signal> inputs;
         for (const PureValueRef &type : callable.inputTypes) {
-            const std::optional<Signal> found =
-                pick(mLevels.size() - 1, chooser, [&type](const Signal &one) { return one.type() == type; });
+            const std::optional<Signal> found = pick(mLevels.size() - 1, chooser, [&type](const Signal &one) {
+                return one.type() == type && !one.isUnequal;
+            });
             if (!found) {
                 return;
             }

@@ -18,17 +18,19 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     : mBlock(block), mInstances(instances), mUnroller(std::move(unroller)), mManager(manager) {
     std::vector<Told> told;
     told.reserve(block.getWireCount() + block.getPortCount());
+    std::vector<RefChain> some;
     for (const Wire &wire : block) {
-        told.push_back(toldOf(wire, types));
+        const std::vector<RefChain> &telling = internal::tellingInstances(wire, mInstances, types, some);
+        told.push_back(telling.empty() ? Told{nullptr, true, false, true, true} : toldOf(wire, telling, types));
     }
     for (const Port &port : block.ports()) {
-        told.push_back(toldOf(port, types));
+        told.push_back(toldOf(port, mInstances, types));
     }
     mHoldsRecords = std::any_of(told.begin(), told.end(), [](const Told &of) { return of.holdsRecord; });
     auto of = told.begin();
     mWires.reserve(block.getWireCount());
     for (Wire &wire : block) {
-        if (internal::isUnusedInput(wire, mInstances, types)) {
+        if (of->spec == nullptr) {
             ++of;
             continue;
         }
@@ -76,14 +78,16 @@ bool holdsRecord(const PureValueRef &type) {
 
 } // namespace
 
-template <class End> BlockUnrollerImpl::Told BlockUnrollerImpl::toldOf(const End &end, GlobalTypePass &types) const {
-    const PureValueRef type = types.getType(end, mInstances.front());
+template <class End>
+BlockUnrollerImpl::Told BlockUnrollerImpl::toldOf(const End &end, const std::vector<RefChain> &instances,
+                                                  GlobalTypePass &types) const {
+    const PureValueRef type = types.getType(end, instances.front());
     const auto fitsBounds = [this](const PureValueRef &of) {
         return !isAggregateType(of.get_ptr()) || mManager.comesApart(mManager.specOf(of));
     };
     Told told{nullptr, static_cast<bool>(type), holdsRecord(type), fitsBounds(type), true};
     // One netlist serves all instances.
-    for (auto instance = mInstances.begin() + 1; instance != mInstances.end(); ++instance) {
+    for (auto instance = instances.begin() + 1; instance != instances.end(); ++instance) {
         const PureValueRef other = types.getType(end, *instance);
         if (other == type) {
             continue;
@@ -115,7 +119,7 @@ const AggregateTypeSpec &BlockUnrollerImpl::driverOf(const Port &port, const Tol
     if (!mHoldsRecords || mUnroller->writesTypes() || !told.spec->valid() || told.spec->isAggregate()) {
         return *told.spec;
     }
-    const Told driver = toldOf(*port.peekWire(), types);
+    const Told driver = toldOf(*port.peekWire(), mInstances, types);
     if (driver.known) {
         noteObstacle(driver, kind);
     }

@@ -57,15 +57,16 @@ class ORVO_API BlockUnrollerImpl {
   private:
     /// What the instances say to one signal.
     struct Told {
-        /// Of the first instance; invalid if a type is missing, or if there are records of different members or such
-        /// that do not come apart.
+        /// Of the first instance that tells; invalid if a type is missing, or if there are records of different members
+        /// or such that do not come apart. Null where none tells.
         const AggregateTypeSpec *spec;
         bool known;
         bool holdsRecord;
         bool comesApart;
         bool agree;
     };
-    template <class End> Told toldOf(const End &end, GlobalTypePass &types) const;
+    template <class End>
+    Told toldOf(const End &end, const std::vector<RefChain> &instances, GlobalTypePass &types) const;
     /// Keeps the first reason why known types do not come apart, once it is known whether the block has records.
     void noteObstacle(const Told &told, AggregateUnrollKind kind);
     const AggregateTypeSpec &driverOf(const Port &port, const Told &told, AggregateUnrollKind kind,

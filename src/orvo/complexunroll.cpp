@@ -20,11 +20,13 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     bool typesDiffer = false;
     bool zerosDiffer = false;
     mWires.reserve(block.getWireCount());
+    std::vector<RefChain> some;
     for (Wire &wire : block) {
-        if (internal::isUnusedInput(wire, mInstances, types)) {
+        const std::vector<RefChain> &telling = internal::tellingInstances(wire, mInstances, types, some);
+        if (telling.empty()) {
             continue;
         }
-        const SignalType signal = typeOf(wire, types);
+        const SignalType signal = typeOf(wire, telling, types);
         if (!fits(signal)) {
             rejectWire(wire);
         }
@@ -34,7 +36,7 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     }
     mPorts.reserve(block.getPortCount());
     for (Port &port : block.ports()) {
-        const SignalType signal = typeOf(port, types);
+        const SignalType signal = typeOf(port, mInstances, types);
         if (!fits(signal)) {
             rejectPort(port.getName());
         }
@@ -56,12 +58,13 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
 }
 
 template <class End>
-BlockUnrollerImpl::SignalType BlockUnrollerImpl::typeOf(const End &end, GlobalTypePass &types) const {
+BlockUnrollerImpl::SignalType BlockUnrollerImpl::typeOf(const End &end, const std::vector<RefChain> &instances,
+                                                        GlobalTypePass &types) const {
     Context *context = mBlock.getContext();
-    SignalType signal{types.getType(end, mInstances.front()), {}, true};
+    SignalType signal{types.getType(end, instances.front()), {}, true};
     signal.decor = ComplexDecorSpec(signal.type, context);
     // One netlist serves all instances.
-    for (auto instance = mInstances.begin() + 1; instance != mInstances.end(); ++instance) {
+    for (auto instance = instances.begin() + 1; instance != instances.end(); ++instance) {
         const PureValueRef other = types.getType(end, *instance);
         signal.isUnique = signal.isUnique && other == signal.type;
         const ComplexDecorSpec decor(other, context);
@@ -87,7 +90,7 @@ void BlockUnrollerImpl::rejectPort(const PureValueRef &key) {
     mFailed = true;
 }
 
-void BlockUnrollerImpl::failOnBoundary() { failToExpand("the name of a part is in use, or both sides disagree"); }
+void BlockUnrollerImpl::failOnBoundary() { failToExpand("both sides of the boundary disagree"); }
 
 void BlockUnrollerImpl::failToExpand(const std::string &detail) {
     log::msg(msg::error::UNCOMPLEX_INVALID_EXPAND_TYPE, log::p("block", mBlock.value()) % log::p("detail", detail));

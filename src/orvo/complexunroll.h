@@ -56,7 +56,8 @@ class BlockUnrollerImpl {
         /// The same in all instances.
         bool isUnique;
     };
-    template <class End> SignalType typeOf(const End &end, GlobalTypePass &types) const;
+    template <class End>
+    SignalType typeOf(const End &end, const std::vector<RefChain> &instances, GlobalTypePass &types) const;
     bool fits(const SignalType &signal) const;
     void rejectPort(const PureValueRef &key);
     void rejectWire(const Wire &wire);

@@ -234,11 +234,7 @@ class ConstMultComplexUnroller final : public ComplexUnroller {
   public:
     explicit ConstMultComplexUnroller(Block &block) : mBlock(block) {}
     bool writesTypes() const override { return true; }
-    std::string reason() const override {
-        return !mOutputType.valid()      ? "it has no result"
-               : mBlock.port_size() != 1 ? "it has no operand, or several"
-                                         : "";
-    }
+    std::string reason() const override { return mBlock.port_size() != 1 ? "it has no operand, or several" : ""; }
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
         mOutputType = NumTypeSpec(typeOf(wire), wire.getContext());
         mOutputType.setComplex(false);
@@ -391,6 +387,8 @@ class EqualityComplexUnroller final : public DefaultComplexUnroller {
             isEqual ? (isScheduled ? A_AND_BLOCK : U_AND_BLOCK) : (isScheduled ? A_OR_BLOCK : U_OR_BLOCK);
         Block &both = create(block(), nameBelow(block(), isEqual ? "and" : "or"), logic);
         for (const bool imaginary : {false, true}) {
+            // What ends at the result, ends behind both.
+            substitute(imaginary).setParam(A_SCHEDULE_CONSTRAINT_WIRES, nullptr);
             Wire *bit = substitute(imaginary).getWire(A_PRIM_WIRE_OUT);
             if (bit != nullptr) {
                 both.setParam(numberOf(imaginary ? 1 : 0), *bit);

@@ -1,15 +1,23 @@
 // Pairs of a pack and an unpack of one kind dissolve into the wires that go through them.
 #include "orvo/elideunpackpass.h"
 
+#include "orvo/unrollpasses.h"
+#include "orvo/vectorunrollparts.h"
+
 #include <orvo/annotation.h>
 #include <orvo/block.h>
+#include <orvo/compoundtypeinfo.h>
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
+#include <orvo/types.h>
 #include <orvo/wire.h>
 #include <orvo/workqueue.h>
 
 #include <algorithm>
+#include <optional>
+#include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace orvo {
@@ -17,31 +25,54 @@ namespace orvo {
 ORVO_DEFINE_PASS(
     ElideUnpackPass,
     "Where a pack of a vector, a complex number or a record feeds an unpack of the same kind, the readers of "
-    "the unpack read what went into the pack. The pack goes, too, when nothing else reads it.",
+    "the unpack read what went into the pack, through a cast where the pack has brought that to another type. The pack "
+    "goes, too, when nothing else reads it.",
     {{"P_IGNORE_METADATA", nullptr,
       "A_TRUE also takes out pairs whose metadata differ; otherwise they stay, so that none are lost."}})
 
 namespace {
 
-/// A pack and the unpack that undoes it. A complex pair names its parts, the others number them.
+/// A pack and the unpack that undoes it, and what the names say of those that are made here. A complex pair names its
+/// parts, the others number them.
 struct Kind {
+    CompoundKind of;
     const StaticString *pack;
+    const StaticString *packOut;
+    const char *packWord;
     const StaticString *unpack;
+    const StaticString *unpackIn;
+    const char *unpackWord;
 };
 
-constexpr Kind kKinds[] = {
-    {&A_APACK_BLOCK, &A_AUNPACK_BLOCK},
-    {&A_VPACK_BLOCK, &A_VUNPACK_BLOCK},
-    {&A_CPACK_BLOCK, &A_CUNPACK_BLOCK},
-};
+constexpr Kind kAggregate{CompoundKind::Aggregate, &A_APACK_BLOCK, &A_APACK_WIRE_OUT, "ap", &A_AUNPACK_BLOCK,
+                          &A_AUNPACK_PORT_IN,      "aup"};
+constexpr Kind kVector{CompoundKind::Vector, &A_VPACK_BLOCK, &A_VPACK_WIRE_OUT, "vp", &A_VUNPACK_BLOCK,
+                       &A_VUNPACK_PORT_IN,   "vup"};
+constexpr Kind kComplex{CompoundKind::Complex, &A_CPACK_BLOCK, &A_CPACK_WIRE_OUT, "cp", &A_CUNPACK_BLOCK,
+                        &A_CUNPACK_PORT_IN,    "cup"};
 
 const Kind *kindOfPack(const Block &block) {
-    for (const Kind &kind : kKinds) {
-        if (block.type() == kind.pack->get_ptr()) {
-            return &kind;
+    for (const Kind *kind : {&kAggregate, &kVector, &kComplex}) {
+        if (block.type() == kind->pack->get_ptr()) {
+            return kind;
         }
     }
     return nullptr;
+}
+
+bool isReadByUnpack(const Block &pack, const Kind &kind) {
+    return std::any_of(pack.begin(), pack.end(), [&](const Wire &wire) {
+        const auto &readers = wire.ports();
+        return std::any_of(readers.begin(), readers.end(),
+                           [&](const Port &reader) { return reader.getBlock().type() == kind.unpack->get_ptr(); });
+    });
+}
+
+bool hasPair(const Model &model) {
+    return std::any_of(model.begin(), model.end(), [](const Block &block) {
+        const Kind *kind = kindOfPack(block);
+        return kind != nullptr && isReadByUnpack(block, *kind);
+    });
 }
 
 /// The port of the pack whose signal leaves the unpack on `wire`; null if the pack has none.
@@ -53,15 +84,6 @@ Port *portFor(const Block &pack, const Wire &wire) {
         return pack.getPort(A_CPACK_PORT_IMAG);
     }
     return pack.getPort(wire.getName());
-}
-
-bool allWiresHaveSources(const Block &pack, const Block &unpack) {
-    for (const Wire &wire : unpack) {
-        if (wire.port_size() != 0 && portFor(pack, wire) == nullptr) {
-            return false;
-        }
-    }
-    return true;
 }
 
 /// The unpacks that read the pack, in connection order, each once.
@@ -106,29 +128,227 @@ void handOver(const Block &gone, const std::vector<Block *> &survivors) {
     }
 }
 
+const Kind &kindOf(const CompoundTypeInfo &shape) {
+    return shape.topLevelIsAggregate() ? kAggregate : shape.topLevelIsVector() ? kVector : kComplex;
+}
+
+PureValueRef elementOf(const PureValueRef &type, const Kind &kind, int element) {
+    PureValueRef inner;
+    switch (kind.of) {
+    case CompoundKind::Aggregate:
+        return AggregateTypeSpec(type).at(static_cast<std::size_t>(element));
+    case CompoundKind::Vector:
+        return internal::belowOutermost(type, type->context());
+    case CompoundKind::Complex:
+        break;
+    }
+    const ComplexDecorSpec parts(type, inner, type->context());
+    return inner;
+}
+
+/// A scalar may serve all lanes.
+bool isSpread(const CompoundTypeInfo &from, const CompoundTypeInfo &to) {
+    return to.topLevelIsVector() && !from.topLevelIsVector() && !from.topLevelIsAggregate();
+}
+
+bool canConvert(const PureValueRef &from, const PureValueRef &to) {
+    if (from == to) {
+        return true;
+    }
+    const CompoundTypeInfo source = CompoundTypeInfo::createFromValue(from);
+    const CompoundTypeInfo wanted = CompoundTypeInfo::createFromValue(to);
+    if (!source.valid() && !wanted.valid()) {
+        const NumTypeSpec a(from, from->context());
+        const NumTypeSpec b(to, to->context());
+        return (a.isFixed() && b.isFixed()) || (a.isFloat() && b.isFloat());
+    }
+    if (isSpread(source, wanted)) {
+        return canConvert(from, elementOf(to, kindOf(wanted), 0));
+    }
+    if (!source.valid() || !wanted.valid() || kindOf(source).of != kindOf(wanted).of ||
+        source.size_shallow() != wanted.size_shallow()) {
+        return false;
+    }
+    const Kind &kind = kindOf(wanted);
+    const int elements = kind.of == CompoundKind::Aggregate ? static_cast<int>(wanted.size_shallow()) : 1;
+    for (int i = 0; i < elements; ++i) {
+        if (!canConvert(elementOf(from, kind, i), elementOf(to, kind, i))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// By instance; null where a type is unknown.
+using Types = std::vector<PureValueRef>;
+
+/// The pairs of one model.
+class Elision {
+  public:
+    Elision(Model &model, const std::vector<RefChain> &instances, GlobalTypePass &types, bool ignoreMetadata)
+        : mQueue(model), mInstances(instances), mTypes(types), mIgnoreMetadata(ignoreMetadata) {}
+
+    void run() {
+        while (mQueue.next()) {
+            if (const Kind *kind = kindOfPack(*mQueue.block()); kind != nullptr) {
+                elide(*kind);
+            }
+        }
+    }
+
+  private:
+    /// A wire of an unpack, and the type that its readers read if what went into the pack has another.
+    struct Way {
+        Wire *wire;
+        PureValueRef type;
+    };
+
+    void elide(const Kind &kind);
+    std::optional<std::vector<Way>> waysThrough(const Block &pack, Block &unpack) const;
+    Types typesOf(const Wire &wire) const;
+    std::optional<PureValueRef> conversion(const Types &from, const Types &to) const;
+    Wire &converted(const Block &beside, std::vector<PureValueRef> &name, Wire &wire, const Types &from,
+                    const PureValueRef &to);
+    Wire &takeThrough(const Block &pack, const Way &way);
+
+    WorkQueue mQueue;
+    const std::vector<RefChain> &mInstances;
+    GlobalTypePass &mTypes;
+    const bool mIgnoreMetadata;
+    /// Of wires that this has made, which the inference has not seen.
+    std::unordered_map<const Wire *, Types> mMade;
+};
+
+Types Elision::typesOf(const Wire &wire) const {
+    if (const auto made = mMade.find(&wire); made != mMade.end()) {
+        return made->second;
+    }
+    Types types;
+    for (const RefChain &instance : mInstances) {
+        types.push_back(mTypes.getType(wire, instance));
+    }
+    return types;
+}
+
+/// Null for none; nothing if no block can do it in all instances.
+std::optional<PureValueRef> Elision::conversion(const Types &from, const Types &to) const {
+    const auto differ = [](const PureValueRef &a, const PureValueRef &b) { return a && b && !(a == b); };
+    bool anyDiffers = false;
+    for (std::size_t i = 0; i < from.size(); ++i) {
+        anyDiffers = anyDiffers || differ(from[i], to[i]);
+    }
+    if (!anyDiffers) {
+        return PureValueRef();
+    }
+    for (std::size_t i = 0; i < from.size(); ++i) {
+        const bool isLikeOthers = from[i] && to[i] && to[i] == to.front() && canConvert(from[i], from.front()) &&
+                                  canConvert(from.front(), from[i]);
+        if (!isLikeOthers || !canConvert(from[i], to.front())) {
+            return std::nullopt;
+        }
+    }
+    return to.front();
+}
+
+/// All that readers read; nothing if the pair has to stay.
+std::optional<std::vector<Elision::Way>> Elision::waysThrough(const Block &pack, Block &unpack) const {
+    std::vector<Way> ways;
+    for (Wire &wire : unpack) {
+        const Port *port = portFor(pack, wire);
+        const bool isRead = wire.port_size() != 0;
+        const std::optional<PureValueRef> type =
+            port != nullptr && isRead ? conversion(typesOf(*port->peekWire()), typesOf(wire)) : PureValueRef();
+        if (isRead && (port == nullptr || !type)) {
+            return std::nullopt;
+        }
+        if (port != nullptr) {
+            ways.push_back({&wire, *type});
+        }
+    }
+    return ways;
+}
+
+/// Compound signals are brought to a type part by part: whatever has taken them apart before need not come again.
+Wire &Elision::converted(const Block &beside, std::vector<PureValueRef> &name, Wire &wire, const Types &from,
+                         const PureValueRef &to) {
+    if (std::all_of(from.begin(), from.end(), [&](const PureValueRef &type) { return type == to; })) {
+        return wire;
+    }
+    Context *context = to->context();
+    const auto nameOf = [&](const char *word) {
+        std::vector<PureValueRef> elements = name;
+        elements.insert(elements.begin() + 1, StringValue::get(word, context));
+        return PureTupleValue::get(elements, context);
+    };
+    const auto note = [&](Wire &made, const Types &types) -> Wire & {
+        mMade[&made] = types;
+        return made;
+    };
+    const Types whole(from.size(), to);
+    const CompoundTypeInfo shape = CompoundTypeInfo::createFromValue(to);
+    if (!shape.valid()) {
+        return note(internal::widened(beside, nameOf("unpackCast"), wire, to), whole);
+    }
+    const Kind &kind = kindOf(shape);
+    const bool isComplex = kind.of == CompoundKind::Complex;
+    Block *unpack = nullptr;
+    if (!isSpread(CompoundTypeInfo::createFromValue(from.front()), shape)) {
+        unpack = &internal::createBeside(beside, nameOf(kind.unpackWord), *kind.unpack);
+        unpack->setParam(*kind.unpackIn, wire);
+    }
+    Block &pack = internal::createBeside(beside, nameOf(kind.packWord), *kind.pack);
+    for (int i = 0; i < static_cast<int>(shape.size_shallow()); ++i) {
+        const PureValueRef number = NumberValue::get(i, context);
+        Wire *element = &wire;
+        Types types = from;
+        if (unpack != nullptr) {
+            std::transform(from.begin(), from.end(), types.begin(),
+                           [&](const PureValueRef &type) { return elementOf(type, kind, i); });
+            const PureValueRef &part = i == 0 ? A_CUNPACK_WIRE_REAL : A_CUNPACK_WIRE_IMAG;
+            element = &note(*Wire::create(*unpack, isComplex ? part : number), types);
+        }
+        name.push_back(number);
+        const PureValueRef &part = i == 0 ? A_CPACK_PORT_REAL : A_CPACK_PORT_IMAG;
+        pack.setParam(isComplex ? part : number, converted(beside, name, *element, types, elementOf(to, kind, i)));
+        name.pop_back();
+    }
+    mQueue.enqueue(pack);
+    return note(*Wire::create(pack, *kind.packOut), whole);
+}
+
+/// What may have changed meanwhile: an element may go through the pair several times before it leaves.
+Wire &Elision::takeThrough(const Block &pack, const Way &way) {
+    Wire &source = *portFor(pack, *way.wire)->getWire();
+    if (!way.type) {
+        return source;
+    }
+    const Block &unpack = way.wire->getBlock();
+    std::vector<PureValueRef> name{PureTupleValue::get(unpack.getName(), way.wire->getName(), unpack.getContext())};
+    return converted(unpack, name, source, typesOf(source), way.type);
+}
+
 /// Takes out the unpacks behind a pack, and the pack if nothing reads it then. Packs that another look may now take out
 /// are enqueued.
-void elide(WorkQueue &queue, const Kind &kind, bool ignoreMetadata) {
-    Block &pack = *queue.block();
+void Elision::elide(const Kind &kind) {
+    Block &pack = *mQueue.block();
     bool elided = false;
     for (Block *unpack : unpacksOf(pack, kind)) {
         const bool metadataAgree =
-            ignoreMetadata || MetadataManipulator(pack).getTuple() == MetadataManipulator(*unpack).getTuple();
-        if (!metadataAgree || !allWiresHaveSources(pack, *unpack)) {
+            mIgnoreMetadata || MetadataManipulator(pack).getTuple() == MetadataManipulator(*unpack).getTuple();
+        const auto ways = metadataAgree ? waysThrough(pack, *unpack) : std::nullopt;
+        if (!ways) {
             continue;
         }
         const std::vector<Block *> drivers = driversBehind(pack, *unpack);
-        for (Wire &wire : *unpack) {
-            if (Port *port = portFor(pack, wire); port != nullptr) {
-                wire.replace(*port->getWire());
-            }
+        for (const Way &way : *ways) {
+            way.wire->replace(takeThrough(pack, way));
         }
         handOver(*unpack, drivers);
         delete unpack;
         elided = true;
         for (Block *driver : drivers) {
             if (kindOfPack(*driver) != nullptr) {
-                queue.enqueue(*driver);
+                mQueue.enqueue(*driver);
             }
         }
     }
@@ -138,7 +358,7 @@ void elide(WorkQueue &queue, const Kind &kind, bool ignoreMetadata) {
             drivers.push_back(&port.peekWire()->getBlock());
         }
         handOver(pack, drivers);
-        queue.deleteBlock();
+        mQueue.deleteBlock();
     }
 }
 
@@ -146,14 +366,39 @@ void elide(WorkQueue &queue, const Kind &kind, bool ignoreMetadata) {
 
 bool ElideUnpackPass::useMetadataTransferListener() const { return false; }
 
-void ElideUnpackPass::apply(ModelPassContext &context) {
-    const bool ignoreMetadata = context.getParam(this, "P_IGNORE_METADATA") == A_TRUE;
-    WorkQueue queue(context.getModel());
-    while (queue.next()) {
-        if (const Kind *kind = kindOfPack(*queue.block()); kind != nullptr) {
-            elide(queue, *kind, ignoreMetadata);
+void ElideUnpackPass::declare(PassDeclarations &declarations) { internal::declareForUnrolling(declarations); }
+
+/// All questions about types before the first edit, so that they are inferred once; none where there is no pair.
+void ElideUnpackPass::before(PassContext &context) {
+    GlobalTypePass &types = internal::unrolledTypes(context);
+    internal::DistinctInstances distinct(internal::unrolledTree(context), types);
+    for (Model &model : context.getDesign()) {
+        if (!hasPair(model)) {
+            continue;
+        }
+        const auto &instances = mInstances.emplace(&model, distinct.of(model)).first->second;
+        const auto pack = std::find_if(model.begin(), model.end(), [](const Block &block) {
+            return kindOfPack(block) != nullptr && block.getWireCount() != 0;
+        });
+        for (const RefChain &instance : instances) {
+            types.getType(*pack->begin(), instance);
         }
     }
+    types.freeze();
+}
+
+void ElideUnpackPass::apply(ModelPassContext &context) {
+    const auto instances = mInstances.find(&context.getModel());
+    if (instances == mInstances.end()) {
+        return;
+    }
+    const bool ignoreMetadata = context.getParam(this, "P_IGNORE_METADATA") == A_TRUE;
+    Elision(context.getModel(), instances->second, internal::unrolledTypes(context), ignoreMetadata).run();
+}
+
+void ElideUnpackPass::after(PassContext &context) {
+    mInstances.clear();
+    internal::unrolledTypes(context).thaw();
 }
 
 } // namespace orvo

@@ -89,7 +89,7 @@ const std::vector<MaybePort> &ComplexFactor::attach(bool imaginary, Wire &driver
 }
 
 std::string MultiplyComplexUnroller::reason() const {
-    return !mOutputType.valid() ? "it has no result" : mFactors.size() < 2 ? "it has fewer than two factors" : "";
+    return mFactors.size() < 2 ? "it has fewer than two factors" : "";
 }
 
 /// Whether the result is of the type that the multipliers of the parts give by themselves.

@@ -23,9 +23,6 @@ bool isBefore(const std::pair<PureValueRef, ComplexFactor> &operand, const PureV
 } // namespace
 
 std::string ScalarProductComplexUnroller::reason() const {
-    if (!mOutputType.valid()) {
-        return "it has no result";
-    }
     if (mOutputType.isFloat() && mHasVectors) {
         // Both products of a complex one come before the next lane, which no scalar product of vectors does.
         return "no scalar product of vectors of real floats adds in the order of that of complex ones";

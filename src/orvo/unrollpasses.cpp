@@ -4,6 +4,7 @@
 #include <orvo/limits.h>
 
 #include <algorithm>
+#include <iterator>
 #include <list>
 #include <set>
 #include <unordered_set>
@@ -170,10 +171,15 @@ std::vector<const Value *> DistinctInstances::typesAt(const Block &reference, co
     return types;
 }
 
-bool isUnusedInput(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
-    return wire.port_size() == 0 && wire.getBlock().type() == A_INPUT_BLOCK.get_ptr() &&
-           std::none_of(instances.begin(), instances.end(),
-                        [&](const RefChain &instance) { return !!types.getType(wire, instance); });
+const std::vector<RefChain> &tellingInstances(const Wire &wire, const std::vector<RefChain> &instances,
+                                              GlobalTypePass &types, std::vector<RefChain> &some) {
+    if (wire.port_size() != 0 || wire.getBlock().type() != A_INPUT_BLOCK.get_ptr()) {
+        return instances;
+    }
+    some.clear();
+    std::copy_if(instances.begin(), instances.end(), std::back_inserter(some),
+                 [&](const RefChain &instance) { return !!types.getType(wire, instance); });
+    return some;
 }
 
 bool hasReferencePoints(const Block &block) {

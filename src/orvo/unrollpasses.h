@@ -57,9 +57,11 @@ class ORVO_API DistinctInstances {
     std::unordered_map<const Model *, Instances> mKnown;
 };
 
-/// Whether the wire is an input of its model that has no type in any instance and that nobody reads: there is nothing
-/// to take apart, and nothing is lost.
-bool isUnusedInput(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types);
+/// The instances that tell what a wire carries: all of them, but of an input that nobody reads those in which it has a
+/// type, for others may leave it unconnected. None for one that has none: there is nothing to take apart, and nothing
+/// is lost. `some` holds them if they are not all.
+const std::vector<RefChain> &tellingInstances(const Wire &wire, const std::vector<RefChain> &instances,
+                                              GlobalTypePass &types, std::vector<RefChain> &some);
 
 /// Whether the updater of reference points must hear of the block. Of all others it need not, which would cost more
 /// than taking them apart.
@@ -316,22 +318,34 @@ template <class Impl, class Boundary, class... Shared> class BoundaryUnrolling {
 
     /// Whether both sides of each signal fall apart alike.
     bool agrees(const ModelBoundary &boundary, const Boundary &reference) const {
-        return agrees(mappingsOf(boundary.inputs, &Boundary::wireMappings), reference.portMappings(), reference.block(),
-                      true) &&
-               agrees(mappingsOf(boundary.outputs, &Boundary::portMappings), reference.wireMappings(),
-                      reference.block(), false);
+        const auto hasPort = [](const Block &block, const PureValueRef &name) {
+            return block.getPort(name) != nullptr;
+        };
+        const auto hasWire = [](const Block &block, const PureValueRef &name) {
+            return block.getWire(name) != nullptr;
+        };
+        const Block &outside = reference.block();
+        const auto isInside = [&](const std::vector<std::size_t> &side, auto has) {
+            return [this, &side, has](const PureValueRef &name) {
+                return std::any_of(side.begin(), side.end(),
+                                   [&](std::size_t at) { return has(mUnrollers[at]->block(), name); });
+            };
+        };
+        const UnrollMappings inputs = mappingsOf(boundary.inputs, &Boundary::wireMappings);
+        const UnrollMappings outputs = mappingsOf(boundary.outputs, &Boundary::portMappings);
+        return areFound(inputs, reference.portMappings(), [&](const auto &name) { return hasPort(outside, name); }) &&
+               areFound(reference.portMappings(), inputs, isInside(boundary.inputs, hasWire)) &&
+               areFound(outputs, reference.wireMappings(), [&](const auto &name) { return hasWire(outside, name); }) &&
+               areFound(reference.wireMappings(), outputs, isInside(boundary.outputs, hasPort));
     }
 
-    static bool agrees(const UnrollMappings &inside, const UnrollMappings &outside, const Block &reference,
-                       bool isPort) {
-        for (const auto &[name, parts] : inside.portMapping()) {
-            const bool isThere = isPort ? reference.getPort(name) != nullptr : reference.getWire(name) != nullptr;
-            const auto other = outside.portMapping().find(name);
-            if (isThere && (other == outside.portMapping().end() || other->second != parts)) {
-                return false;
-            }
-        }
-        return true;
+    /// Whether what falls apart on one side does so on the other, as far as that has a signal of the name.
+    template <class IsThere>
+    static bool areFound(const UnrollMappings &side, const UnrollMappings &others, IsThere isThere) {
+        return std::all_of(side.portMapping().begin(), side.portMapping().end(), [&](const auto &mapping) {
+            const auto other = others.portMapping().find(mapping.first);
+            return other != others.portMapping().end() ? other->second == mapping.second : !isThere(mapping.first);
+        });
     }
 
     using Mappings = const UnrollMappings &(Boundary::*)() const;

@@ -61,11 +61,13 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     : mBlock(block), mInstances(instances), mUnroller(std::move(unroller)), mMerged(scalar()) {
     mUnroller->setTypePassRefChain(types, mInstances.front());
     mWires.reserve(block.getWireCount());
+    std::vector<RefChain> some;
     for (Wire &wire : block) {
-        if (internal::isUnusedInput(wire, mInstances, types)) {
+        const std::vector<RefChain> &telling = internal::tellingInstances(wire, mInstances, types, some);
+        if (telling.empty()) {
             continue;
         }
-        const VectorDecorSpec vectors = vectorsOf(wire, types);
+        const VectorDecorSpec vectors = vectorsOf(wire, telling, types);
         if (!vectors.valid()) {
             log::msg(msg::error::UNVEC_INVALID_WIRE_TYPE, log::p("wire", wire.value()));
             mFailed = true;
@@ -76,7 +78,7 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     }
     mPorts.reserve(block.getPortCount());
     for (Port &port : block.ports()) {
-        const VectorDecorSpec vectors = vectorsOf(port, types);
+        const VectorDecorSpec vectors = vectorsOf(port, mInstances, types);
         if (!vectors.valid() || !isDriverLike(port, vectors, types)) {
             log::msg(msg::error::UNVEC_INVALID_PORT_TYPE,
                      log::p("port", port.getName()->toString()) % log::p("block", block.value()));
@@ -88,8 +90,6 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     }
     if (!mFailed && !mMerged.valid()) {
         failToExpand("its vectors have different lengths");
-    } else if (!mFailed && mMerged.elementCount() > limits::kLanes) {
-        failToExpand("it has too many lanes");
     } else if (hasWork() && !mUnroller->canUnroll()) {
         failToExpand(mUnroller->reason());
     }
@@ -109,11 +109,13 @@ void BlockUnrollerImpl::failToExpand(const std::string &detail) {
     mFailed = true;
 }
 
-template <class End> VectorDecorSpec BlockUnrollerImpl::vectorsOf(const End &end, GlobalTypePass &types) const {
+template <class End>
+VectorDecorSpec BlockUnrollerImpl::vectorsOf(const End &end, const std::vector<RefChain> &instances,
+                                             GlobalTypePass &types) const {
     Context *context = mBlock.getContext();
-    const VectorDecorSpec vectors(types.getType(end, mInstances.front()), context);
+    const VectorDecorSpec vectors(types.getType(end, instances.front()), context);
     // One netlist serves all instances.
-    const bool agree = std::all_of(mInstances.begin() + 1, mInstances.end(), [&](const RefChain &instance) {
+    const bool agree = std::all_of(instances.begin() + 1, instances.end(), [&](const RefChain &instance) {
         return VectorDecorSpec(types.getType(end, instance), context) == vectors;
     });
     const bool isWithinBounds =

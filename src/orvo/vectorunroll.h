@@ -71,7 +71,8 @@ class BlockUnrollerImpl {
 
   private:
     void failToExpand(const std::string &detail);
-    template <class End> VectorDecorSpec vectorsOf(const End &end, GlobalTypePass &types) const;
+    template <class End>
+    VectorDecorSpec vectorsOf(const End &end, const std::vector<RefChain> &instances, GlobalTypePass &types) const;
     /// Whether a port has the dimensions of its wire, which may not be so where a rule says what a port is.
     bool isDriverLike(const Port &port, const VectorDecorSpec &vectors, GlobalTypePass &types) const;
     void note(const VectorDecorSpec &vectors, VectorUnrollKind kind);

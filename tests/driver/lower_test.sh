@@ -47,6 +47,46 @@ json err '{p["turn"] for p in d["passes"] if p["name"] == "UnrollVectorPass"} ==
 run 0 opt "$example" -p 'repeat(UnrollVectorPass, UnrollVectorCrossModelPass, ElideUnpackPass)' -o turns.xml --check sim
 lacks turns.xml typeVector
 
+# Comments on some blocks keep no pack, and are on all that these blocks became.
+pinned() {
+    block "$1" typePinBlock "$(param 0 "[/top/in/$1]")$(param typePinType "$2")<wire name=\"0\"/>"
+}
+delayed() {
+    block "$1" delayBlock "$(param 0 "$2")$(param delayLength 1)${3:+$(param metadataTuple "((comment $3))")}<wire name=\"primWireOut\"/>"
+}
+commented() {
+    {
+        printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">%s\n' "$namespace" "$(param synthOutputMode true)"
+        block in inputBlock '<wire name="x"/>'
+        pinned x "$1"
+        delayed a '[/top/x/0]'
+        delayed b '[/top/a/primWireOut]' hello
+        delayed c '[/top/b/primWireOut]' world
+        block out outputBlock "$(param y '[/top/c/primWireOut]')"
+        printf '</model></design></kelmar>\n'
+    } >commented.xml
+}
+for type in '(typeComplex (typeSFixed 4 0))' '(typeVector 2 (typeSFixed 4 0))' '(typeAggregate (typeSFixed 4 0) (typeUFixed 2 0))' \
+    '(typeVector 2 (typeComplex (typeSFixed 4 0)))' '(typeAggregate (typeComplex (typeSFixed 4 0)) (typeVector 2 (typeSFixed 4 0)))'; do
+    commented "$type"
+    run 0 lower commented.xml -o lanes.xml --check sim
+    empty err
+    lacks lanes.xml packBlock
+    python3 - lanes.xml <<'PYTHON' || die "comments are lost: $type"
+import sys, xml.etree.ElementTree as tree
+delays = {}
+for block in tree.parse(sys.argv[1]).iter("{http://orvo.example/ns/2011/kelmar}block"):
+    params = {param.get("name"): param.text for param in block if param.tag.endswith("param")}
+    if params.get("blockType") == "delayBlock":
+        name = block.get("name").lstrip("(").split()[0]
+        delays.setdefault(name, set()).add(params.get("metadataTuple"))
+wanted = {"a": None, "b": "hello", "c": "world"}
+assert set(delays) == set(wanted), delays
+for name, tuples in delays.items():
+    assert all((wanted[name] or "") in (text or "") and (wanted[name] is None or text) for text in tuples), delays
+PYTHON
+done
+
 # --upto ends behind the last of its name.
 cat >own <<'TEXT'
 # A pipeline.

@@ -19,6 +19,8 @@
 #include <orvo/unrollmappings.h>
 #include <orvo/wire.h>
 
+#include <util/random.h>
+
 #include <algorithm>
 #include <fstream>
 #include <list>
@@ -46,7 +48,7 @@ std::vector<Route> installedPresets() {
         Route route{"preset " + preset.name, {}, true};
         std::vector<std::string> turn;
         for (const driver::PassText &pass : preset.passes) {
-            turn.push_back(pass.name);
+            turn.push_back(driver::printPassText({pass.name, pass.params, {}, {}}));
             // No design by chance needs more turns.
             const int turns = pass.endsTurns ? kTurns : 1;
             const bool inTurns = pass.beginsTurns || turn.size() > 1;
@@ -82,8 +84,9 @@ std::vector<Route> allRoutes() {
     const std::vector<std::string> complex = {"UnrollComplexPass", "UnrollComplexCrossModelPass"};
     const std::vector<std::string> scheduled = {"UnrollScheduledModelPass"};
     const std::vector<std::string> flatten = {"FlattenEverythingPass", "DeadModelPass"};
-    const std::vector<std::string> join = {"ElideUnpackPass"};
-    const std::vector<std::string> clean = {"ElideUnpackPass", "DeadBlockPass"};
+    const std::string joining = "ElideUnpackPass{P_IGNORE_METADATA=true}";
+    const std::vector<std::string> join = {joining};
+    const std::vector<std::string> clean = {joining, "DeadBlockPass"};
     using Parts = std::vector<std::vector<std::string>>;
     const auto reversed = [](std::vector<std::string> part) {
         std::reverse(part.begin(), part.end());
@@ -252,15 +255,35 @@ void markModels(Design &design, std::uint32_t marks) {
     }
 }
 
+void markBlocks(Design &design, std::uint32_t marks) {
+    Context *context = design.getContext();
+    util::SplitMix chance(marks);
+    constexpr std::uint64_t kOneIn = 8;
+    constexpr std::uint64_t kComments = 3;
+    for (Model &model : design) {
+        for (Block &block : model) {
+            if (const std::uint64_t number = chance.next() % kOneIn; number < kComments) {
+                const PureValueRef comment = NumberValue::get(static_cast<int>(number), context);
+                const PureValueRef word = StringValue::get("comment", context);
+                block.setParam(A_METADATA, PureTupleValue::get(PureTupleValue::get(word, comment, context), context));
+            }
+        }
+    }
+}
+
 ::testing::AssertionResult lower(Design &design, const std::vector<std::string> &passes, PassSchedulerState &state,
                                  LoweringNotes &notes) {
     for (const std::string &pass : passes) {
         if (notes.coverage != nullptr) {
             countSignals(design, pass, *notes.coverage);
         }
+        std::vector<driver::PassText> texts;
+        if (driver::parsePassText(pass, design.getContext(), texts)) {
+            return ::testing::AssertionFailure() << pass << " is no pass";
+        }
         HeardMessages heard(design.getContext());
         PassScheduler scheduler(&state);
-        scheduler.addPass(pass);
+        driver::addPasses(scheduler, texts);
         scheduler.apply(design);
         std::vector<std::string> lines = heard.take();
         std::erase_if(lines, isAboutDrawing);

@@ -22,6 +22,7 @@ namespace orvo::test {
 /// Passes in an order in which a front end may run them.
 struct Route {
     std::string name;
+    /// With their parameters, as texts.
     std::vector<std::string> passes;
     /// Whether nothing compound and no hierarchy is left behind it.
     bool everything;
@@ -33,6 +34,8 @@ const std::vector<Route> &routes();
 bool tagsMeet(Design &design);
 /// Marks models by the bits of a number, so that the passes that look for marks find some work.
 void markModels(Design &design, std::uint32_t marks);
+/// Gives some of the blocks metadata by chance, so that neighbours differ in them.
+void markBlocks(Design &design, std::uint32_t marks);
 
 /// How often a pass met blocks of a type with signals of a class.
 using Coverage = std::map<std::tuple<std::string, std::string, std::string>, std::size_t>;
