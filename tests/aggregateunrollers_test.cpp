@@ -531,6 +531,22 @@ TEST_F(AggregateUnrollersTest, pinEachMember) {
               (Made{"(block 0 0)", "(block 0 1)"}));
 }
 
+TEST_F(AggregateUnrollersTest, moveTheConstraintsOfAPinToItsMembers) {
+    Design design(mgr.context());
+    const Model &model =
+        oneBlock(design, "typePinBlock", {{"0", "{s4.0, u2.0}"}, {"1", "{s4.0, u2.0}"}}, {{"0", ""}, {"1", ""}},
+                 {{"scheduleConstraintPorts", "((0 true () (1)) (1 true () (2)))"},
+                  {"scheduleConstraintWires", "((0 true (1) ()) (1 true (2) ()))"}});
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollAggregatePass");
+    scheduler.apply(design);
+    const Block &pin = *model.getBlock(value("block_aunroll"));
+    EXPECT_EQ(pin.getParam(A_SCHEDULE_CONSTRAINT_PORTS)->toString(),
+              "((0 true () (1)) (1 true () (1)) (2 true () (2)) (3 true () (2)))");
+    EXPECT_EQ(pin.getParam(A_SCHEDULE_CONSTRAINT_WIRES)->toString(),
+              "((0 true (1) ()) (1 true (1) ()) (2 true (2) ()) (3 true (2) ()))");
+}
+
 TEST_F(AggregateUnrollersTest, numberTheNamedPortsOfAPinByTheirOrder) {
     const Made made{"block_aunroll"};
     EXPECT_EQ(madeOf("typePinBlock", {{"foo", "{s4.0, u3.0}"}}, {{"foo", ""}}), made);

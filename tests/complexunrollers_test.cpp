@@ -820,6 +820,16 @@ TEST_F(ComplexUnrollersTest, keepsWhatIsKnownOfTheWiresOfAPin) {
     }
 }
 
+TEST_F(ComplexUnrollersTest, movesTheConstraintsOfAPinToTheirParts) {
+    madeOf("typePinBlock", {{"0", "c s4.0"}, {"1", "c s3.0"}}, {{"0", ""}, {"1", ""}},
+           {{"scheduleConstraintPorts", "((0 true () (1)) (1 true () (2)))"},
+            {"scheduleConstraintWires", "((0 true (1) ()) (1 true (2) ()))"}});
+    EXPECT_EQ(made("block_cunroll").getParam(A_SCHEDULE_CONSTRAINT_PORTS)->toString(),
+              "((0 true () (1)) (1 true () (1)) (2 true () (2)) (3 true () (2)))");
+    EXPECT_EQ(made("block_cunroll").getParam(A_SCHEDULE_CONSTRAINT_WIRES)->toString(),
+              "((0 true (1) ()) (1 true (1) ()) (2 true (2) ()) (3 true (2) ()))");
+}
+
 TEST_F(ComplexUnrollersTest, takesVectorsOfComplexNumbersApartPartByPart) {
     EXPECT_EQ(madeOf("addBlock", {{"0", "[2] c s4.0"}, {"1", "[2] s4.0"}}, {{"primWireOut", ""}}),
               (Made{"(block real)", "(block imag)", "(block 1 imagZero)"}));

@@ -2,6 +2,7 @@
 #include "orvo/vectorunrollers.h"
 
 #include "gen/designgenerator.h"
+#include "orvo/vectorunroll.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
 #include "support/samebehaviour.h"
@@ -13,6 +14,8 @@
 #include <orvo/netlistverification.h>
 #include <orvo/nonsblocks.h>
 #include <orvo/pass.h>
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <map>
@@ -157,6 +160,70 @@ TEST_F(VectorUnrollersTest, namesLanesInnermostDimensionFirst) {
               (Made{"(block 0 0)", "(block 0 1)", "(block 0 2)", "(block 1 0)", "(block 1 1)", "(block 1 2)"}));
 }
 
+VectorDecorSpec decorOf(const std::string &text, const ContextMgr &mgr) {
+    return {PureValueRef(Value::parse(testing::typeText(text), mgr.context())), mgr.context()};
+}
+
+TEST(LaneCounter, countsTheInnermostDimensionFastest) {
+    ContextMgr mgr;
+    const auto lanesOf = [&](const char *type) {
+        const VectorDecorSpec decor = decorOf(type, mgr);
+        std::vector<std::vector<int>> lanes;
+        for (LaneCounter lane(decor); !lane.atEnd(); lane.next()) {
+            EXPECT_EQ(decor.elementIndex(lane.indices()), lanes.size());
+            lanes.push_back(lane.indices());
+        }
+        return lanes;
+    };
+    using Lanes = std::vector<std::vector<int>>;
+    EXPECT_EQ(lanesOf("[3][2] u1.0"), (Lanes{{0, 0}, {1, 0}, {0, 1}, {1, 1}, {0, 2}, {1, 2}}));
+    EXPECT_EQ(lanesOf("[2][3] u1.0"), (Lanes{{0, 0}, {1, 0}, {2, 0}, {0, 1}, {1, 1}, {2, 1}}));
+    EXPECT_EQ(lanesOf("[3] u1.0"), (Lanes{{0}, {1}, {2}}));
+    EXPECT_EQ(lanesOf("[1] u1.0"), (Lanes{{0}}));
+    EXPECT_EQ(lanesOf("u1.0"), (Lanes{{}}));
+}
+
+class VectorPackManagerTest : public VectorUnrollersTest {
+  protected:
+    internal_vector::VectorPackManager packs(const char *lanes, const char *signal) {
+        return {decorOf(lanes, mgr), decorOf(signal, mgr), model, value(fmt::format("packs{}", ++mCount))};
+    }
+
+    Design design{mgr.context()};
+    Model &model = *Model::create(design, "top");
+
+  private:
+    int mCount = 0;
+};
+
+TEST_F(VectorPackManagerTest, asksForTheInnermostDimensionsOfTheLanes) {
+    const char *lanes = "[2][3] s4.0";
+    for (const char *signal : {"[2] s4.0", "[3][3] s4.0", "[2][2] s4.0"}) {
+        EXPECT_DEATH(packs(lanes, signal), "another length than its lanes") << signal;
+    }
+    EXPECT_DEATH(packs(lanes, "[2][2][3] s4.0"), "more dimensions than its lanes");
+}
+
+TEST_F(VectorPackManagerTest, givesTheLanesOfFurtherDimensionsTheSameElements) {
+    Wire &row = input(model, "row", "[3] s4.0");
+    Wire &number = input(model, "number", "s4.0");
+    internal_vector::VectorPackManager of = packs("[2][3] s4.0", "[3] s4.0");
+    of.doUnpack(row);
+    std::set<const Wire *> wires;
+    for (const int inner : {0, 1, 2}) {
+        EXPECT_EQ(&of.getUnpackedWire({inner, 0}), &of.getUnpackedWire({inner, 1}));
+        wires.insert(&of.getUnpackedWire({inner, 0}));
+    }
+    EXPECT_EQ(wires.size(), 3U);
+    internal_vector::VectorPackManager whole = packs("[2][3] s4.0", "s4.0");
+    whole.doUnpack(number);
+    EXPECT_EQ(&whole.getUnpackedWire({2, 1}), &number);
+    // Lanes of no dimensions take a vector whole.
+    internal_vector::VectorPackManager one = packs("s4.0", "[3] s4.0");
+    one.doUnpack(row);
+    EXPECT_EQ(&one.getUnpackedWire({}), &row);
+}
+
 TEST_F(VectorUnrollersTest, repeatsTheLastRolledValue) {
     const auto lane = [&](const char *text, int index) {
         return internal::elementOfLane(Value::parse(text, mgr.context()), {index})->toString();
@@ -205,6 +272,23 @@ TEST_F(VectorUnrollersTest, multipliesEachLaneByItsConstantInTheTypeOfTheWhole) 
         lanes);
 }
 
+TEST_F(VectorUnrollersTest, givesProductsOfASpecifiedVectorTypeItsElement) {
+    for (const char *constant : {"3", "(vectorRollTag 3 9)"}) {
+        for (const char *mode : {"typeSpecified", "fractionSpecified"}) {
+            const std::string precision = std::string("(") + mode + " (typeVector 2 (typeSFixed 9 1)))";
+            Design design(mgr.context());
+            const Model &model = unrolled(design, "constmultBlock", {{"0", "[2] s4.3"}}, {{"primWireOut", ""}},
+                                          {{"constValue", constant}, {"outputPrecision", precision.c_str()}});
+            const std::string own = model.getBlock(value("(block 1)"))->getParam(A_OUTPUT_PRECISION)->toString();
+            EXPECT_EQ(own.find("typeVector"), std::string::npos) << own;
+        }
+    }
+    EXPECT_EQ(madeOf("constmultBlock", {{"0", "[3][2] s4.3"}}, {{"primWireOut", ""}},
+                     {{"constValue", "3"}, {"outputPrecision", "(typeSpecified (typeVector 2 (typeSFixed 9 1)))"}})
+                  .size(),
+              6U);
+}
+
 TEST_F(VectorUnrollersTest, leavesCountersAloneThatShowInitialValuesOutsideTheirRange) {
     EXPECT_EQ(madeOf("counterBlock", {{"portEnable", "u1.0"}}, {{"primWireOut", ""}},
                      {{"counterLimit", "(3 17)"}, {"counterInitial", "2"}, {"counterStep", "1"}})
@@ -226,6 +310,72 @@ TEST_F(VectorUnrollersTest, concatenatesByWiring) {
               (Made{"block_vp", "(block_vp 0)", "(block_vp 1)", "(block_vp 2)"}));
     // Subnormals pass, which no cast would let through.
     EXPECT_EQ(madeOf("vconcatBlock", {{"0", "[2][2] float(10,5)"}, {"1", "float(10,5)"}}, {{"primWireOut", ""}}),
+              (Made{"block_vp", "(block_vp 2)"}));
+}
+
+TEST_F(VectorUnrollersTest, concatenatesRowsOfTwoFormatsNumberByNumber) {
+    const char *half = "[2][2] float(10,5)";
+    EXPECT_EQ(madeOf("vconcatBlock", {{"0", half}, {"1", "[1][2] float(23,8)"}}, {{"primWireOut", ""}}),
+              (Made{"block_vp", "(block_vp 0)", "((block_vp 0) 0)", "((block_vp 0) 1)", "(block_vp 1)",
+                    "((block_vp 1) 0)", "((block_vp 1) 1)"}));
+    EXPECT_EQ(madeOf("vconcatBlock", {{"0", "[1][2] float(23,8)"}, {"1", "float(10,5)"}}, {{"primWireOut", ""}}),
+              (Made{"block_vp", "(block_vp 1)", "((block_vp 1) 0)"}));
+    // Two rows of two casts each, and two numbers that are cast once.
+    EXPECT_EQ(madeOf("vconcatBlock", {{"0", half}, {"1", "[2] float(10,5)"}, {"2", "[2][2] float(23,8)"}},
+                     {{"primWireOut", ""}})
+                  .size(),
+              1U + 2U * 3U + 2U * 2U);
+    EXPECT_EQ(madeOf("vconcatBlock", {{"0", "[2][2] s4.0"}, {"1", "[1][2] u3.2"}}, {{"primWireOut", ""}}).size(),
+              1U + 3U * 3U);
+}
+
+TEST_F(VectorUnrollersTest, concatenatesNumbersOfOneFormatThatIsWrittenInTwoWaysWithoutACast) {
+    // A cast would flush subnormals.
+    const auto concatenated = [&](const char *first, const char *second) {
+        const auto make = [&](Design &design) -> Model & {
+            Model &top = *Model::create(design, "top");
+            Block &made = block(top, "block", "vconcatBlock");
+            for (const auto &[key, type] : {std::pair("0", first), std::pair("1", second)}) {
+                Block &pin = block(top, std::string("pin") + key, "typePinBlock", {{"typePinType", type}});
+                Block *in = top.getInputBlock();
+                in = in == nullptr ? Block::create(top, "in", A_INPUT_BLOCK) : in;
+                pin.setParam(value("0"), *Wire::create(*in, value(key)));
+                made.setParam(value(key), *Wire::create(pin, value("0")));
+            }
+            output(top, "y", *Wire::create(made, A_PRIM_WIRE_OUT));
+            return top;
+        };
+        Design before(mgr.context());
+        Design after(mgr.context());
+        make(before);
+        const Model &model = make(after);
+        unrollVectors(after);
+        // The types behind the pass are those before it.
+        test::HeardMessages heard(mgr.context());
+        test::expectSameBehaviour(before, after);
+        EXPECT_EQ(heard.take(), std::vector<std::string>());
+        return std::none_of(model.begin(), model.end(),
+                            [](const Block &block) { return block.type() == A_CAST_BLOCK.get_ptr(); });
+    };
+    EXPECT_TRUE(concatenated("(typeVector 2 (typeSFloat 10 5))", "(typeSFloatIEEE 10 5)"));
+    EXPECT_TRUE(
+        concatenated("(typeVector 2 (typeVector 3 (typeSFloatIEEE 10 5)))", "(typeVector 3 (typeSFloat 10 5))"));
+    EXPECT_TRUE(concatenated("(typeVector 2 (typeVector 3 (typeSFloatIEEE 10 5)))", "(typeSFloat 10 5)"));
+    EXPECT_FALSE(concatenated("(typeVector 2 (typeSFloat 10 5))", "(typeSFloatIEEE 11 5)"));
+}
+
+TEST_F(VectorUnrollersTest, concatenatesRealAndComplexNumbers) {
+    EXPECT_EQ(madeOf("vconcatBlock", {{"0", "[2] c float(10,5)"}, {"1", "float(10,5)"}}, {{"primWireOut", ""}}),
+              (Made{"block_vp", "(block_vp 2)", "((block_vp 2) zero)"}));
+    EXPECT_EQ(madeOf("vconcatBlock", {{"0", "[2] c float(10,5)"}, {"1", "float(23,8)"}}, {{"primWireOut", ""}}),
+              (Made{"block_vp", "(block_vp 0)", "(block_vp 1)", "(block_vp 2)", "((block_vp 2) zero)"}));
+    EXPECT_EQ(madeOf("vconcatBlock", {{"0", "[2] c float(23,8)"}, {"1", "float(10,5)"}}, {{"primWireOut", ""}}),
+              (Made{"block_vp", "(block_vp 2)", "((block_vp 2) zero)", "((block_vp 2) real)"}));
+    EXPECT_EQ(
+        madeOf("vconcatBlock", {{"0", "[1][2] c float(10,5)"}, {"1", "[1][2] float(10,5)"}}, {{"primWireOut", ""}})
+            .size(),
+        1U + 3U);
+    EXPECT_EQ(madeOf("vconcatBlock", {{"0", "[2] c s4.0"}, {"1", "s4.0"}}, {{"primWireOut", ""}}),
               (Made{"block_vp", "(block_vp 2)"}));
 }
 
@@ -864,10 +1014,142 @@ TEST_F(VectorUnrollersTest, drivesASignalOfFewerDimensionsFromTheFirstLane) {
         madeOf("registerBlock", {{"0", "s4.0"}, {"registerPortEnable", "[2] u1.0"}}, {{"primWireOut", ""}}).size(), 2U);
 }
 
+TEST_F(VectorUnrollersTest, leavesRecordsWholeWhoseLanesAreInTheirMembers) {
+    const char *detail = "its records come apart before its vectors";
+    const Texts outputs{{"fifoWireData", ""}, {"fifoWireValid", ""}};
+    EXPECT_EQ(refusalOf("fifoBlock",
+                        {{"fifoPortData", "{s4.0, u3.0}"}, {"fifoPortWriteEn", "u1.0"}, {"fifoPortReadAck", "u1.0"}},
+                        outputs, {{"fifoDepth", "(vectorRollTag 4 6)"}}),
+              detail);
+    EXPECT_EQ(
+        refusalOf("fifoBlock",
+                  {{"fifoPortData", "{s4.0, u3.0}"}, {"fifoPortWriteEn", "[2] u1.0"}, {"fifoPortReadAck", "u1.0"}},
+                  outputs, {{"fifoDepth", "4"}}),
+        detail);
+    EXPECT_EQ(refusalOf("fifoDelayBlock",
+                        {{"fifoPortData", "{s4.0, {u3.0, s2.0}}"}, {"portWrite", "[2] u1.0"}, {"portReady", "u1.0"}},
+                        {{"fifoWireData", ""}}, {{"fifoDepth", "4"}}),
+              detail);
+    EXPECT_EQ(
+        madeOf("registerBlock", {{"0", "{s4.0, u3.0}"}, {"registerPortEnable", "[2] u1.0"}}, {{"primWireOut", ""}}),
+        (Made{"(block 0)", "(block 1)"}));
+}
+
 TEST_F(VectorUnrollersTest, pinsEachLane) {
     EXPECT_EQ(madeOf("typePinBlock", {{"0", "[2] s4.0"}, {"1", "s3.0"}}, {{"0", ""}, {"1", ""}},
                      {{"typePinPortTypes", "((typeVector 2 (typeSFixed 4 0)) (typeSFixed 3 0))"}}),
               (Made{"block_vunroll"}));
+}
+
+/// A block whose port number i, counted from 0, is the end of constraint i, and whose wire number i is the start of
+/// constraint 50 + i.
+class ConstraintsOfLanesTest : public VectorUnrollersTest {
+  protected:
+    /// The blocks that have points after the pass and what they have there: "port:ids" and "wire:ids", sorted.
+    std::map<std::string, std::set<std::string>> pointsOf(const std::string &type, const Texts &inputs,
+                                                          const Texts &outputs, const Texts &params = {}) {
+        Design design(mgr.context());
+        Model &model = oneBlock(design, type, inputs, outputs, params);
+        Block &old = *model.getBlock(value("block"));
+        old.setParam(A_SCHEDULE_CONSTRAINT_PORTS, entries(inputs, [](int i) { return fmt::format("() ({})", i); }));
+        old.setParam(A_SCHEDULE_CONSTRAINT_WIRES,
+                     entries(outputs, [](int i) { return fmt::format("({}) ()", 50 + i); }));
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollVectorPass");
+        scheduler.apply(design);
+        EXPECT_EQ(heard.take(), std::vector<std::string>());
+        std::map<std::string, std::set<std::string>> points;
+        for (const Block &block : model) {
+            const std::string name = block.getName()->toString();
+            for (const TupleValueRef &entry : entriesOf(block, A_SCHEDULE_CONSTRAINT_PORTS)) {
+                EXPECT_NE(block.getPort(PureValueRef(entry->at(0))), nullptr) << name << " " << entry->toString();
+                points[name].insert(entry->at(0)->toString() + ":" + entry->at(3)->toString());
+            }
+            for (const TupleValueRef &entry : entriesOf(block, A_SCHEDULE_CONSTRAINT_WIRES)) {
+                EXPECT_NE(block.getWire(PureValueRef(entry->at(0))), nullptr) << name << " " << entry->toString();
+                points[name].insert(entry->at(0)->toString() + ":" + entry->at(2)->toString());
+            }
+        }
+        return points;
+    }
+    using Points = std::map<std::string, std::set<std::string>>;
+
+  private:
+    static std::vector<TupleValueRef> entriesOf(const Block &block, const StaticString &param) {
+        const TupleValueRef list = tupleVR(block.getParam(param));
+        std::vector<TupleValueRef> entries;
+        for (std::size_t i = 0; list && i < list->size(); ++i) {
+            entries.push_back(tupleVR(list->at(i)));
+        }
+        return entries;
+    }
+    template <class Ids> PureValueRef entries(const Texts &signals, Ids ids) {
+        std::string text = "(";
+        int number = 0;
+        for (const auto &[key, type] : signals) {
+            text += fmt::format("({} true {})", key, ids(number++));
+        }
+        return value(text + ")");
+    }
+};
+
+TEST_F(ConstraintsOfLanesTest, areThoseOfTheLanesOfATypePin) {
+    EXPECT_EQ(
+        pointsOf("typePinBlock", {{"0", "[2] s4.0"}, {"1", "[2] s4.0"}}, {{"0", ""}, {"1", ""}}),
+        (Points{{"block_vunroll", {"0:(0)", "1:(0)", "2:(1)", "3:(1)", "0:(50)", "1:(50)", "2:(51)", "3:(51)"}}}));
+}
+
+TEST_F(ConstraintsOfLanesTest, areThoseOfTheFactorsOfAScalarProduct) {
+    EXPECT_EQ(pointsOf("scalarProductBlock",
+                       {{"0", "[2] s4.2"}, {"1", "[2] u4.2"}, {"2", "[2] s4.2"}, {"3", "[2] s4.2"}},
+                       {{"primWireOut", ""}}),
+              (Points{{"block_vunroll",
+                       {"0:(0)", "2:(0)", "1:(1)", "3:(1)", "4:(2)", "6:(2)", "5:(3)", "7:(3)", "primWireOut:(50)"}}}));
+}
+
+TEST_F(ConstraintsOfLanesTest, areBehindTheCastsOfLanes) {
+    EXPECT_EQ(pointsOf("counterBlock", {{"portEnable", "u1.0"}}, {{"primWireOut", ""}},
+                       {{"counterLimit", "(3 17)"}, {"counterInitial", "0"}, {"counterStep", "1"}}),
+              (Points{{"(block 0)", {"portEnable:(0)"}},
+                      {"(block 1)", {"portEnable:(0)"}},
+                      {"((block 0) cast)", {"primWireOut:(50)"}},
+                      {"((block 1) cast)", {"primWireOut:(50)"}}}));
+    EXPECT_EQ(
+        pointsOf("constdivBlock", {{"0", "[2] u4.0"}}, {{"primWireOut", ""}}, {{"constValue", "(vectorRollTag 1 -3)"}}),
+        (Points{{"(block 0)", {"0:(0)"}},
+                {"(block 1)", {"0:(0)"}},
+                {"((block 0) cast)", {"primWireOut:(50)"}},
+                {"((block 1) cast)", {"primWireOut:(50)"}}}));
+}
+
+TEST_F(ConstraintsOfLanesTest, areBehindTheBitsOfAJoin) {
+    EXPECT_EQ(pointsOf("bitJoinReduceBlock", {{"0", "[2] s4.2"}}, {{"primWireOut", ""}}),
+              (Points{{"block_vunroll", {"0:(0)", "1:(0)"}}, {"(block_vunroll bits)", {"primWireOut:(50)"}}}));
+    EXPECT_EQ(pointsOf("addReduceBlock", {{"0", "[2] s4.0"}, {"1", "[2] s4.0"}}, {{"primWireOut", ""}}),
+              (Points{{"(block_vunroll 0)", {"0:(0)", "1:(1)", "primWireOut:(50)"}},
+                      {"(block_vunroll 1)", {"0:(0)", "1:(1)", "primWireOut:(50)"}}}));
+}
+
+TEST_F(ConstraintsOfLanesTest, areThoseOfTheOutputsOfADemultiplexer) {
+    EXPECT_EQ(
+        pointsOf("demuxBlock", {{"demuxPortData", "[2] s4.0"}, {"portValid", "u1.0"}, {"portChannel", "u1.0"}},
+                 {{"0", ""}, {"1", ""}, {"2", ""}, {"3", ""}}, {{"demuxChannelCount", "2"}}),
+        (Points{{"(block vunroll 0)", {"demuxPortData:(0)", "portValid:(1)", "portChannel:(2)", "0:(50)", "1:(51)"}},
+                {"(block vunroll 1)", {"demuxPortData:(0)", "portValid:(1)", "portChannel:(2)", "0:(52)", "1:(53)"}}}));
+}
+
+TEST_F(ConstraintsOfLanesTest, areWhereASelectedLaneIsRead) {
+    EXPECT_EQ(pointsOf("vselectorBlock", {{"vselectorPortIn", "[4] s4.0"}}, {{"primWireOut", ""}},
+                       {{"vselectorIndicies", "((3 1))"}}),
+              (Points{{"((block primWireOut) vp)", {"0:(0)", "1:(0)"}},
+                      {"((block vselectorPortIn) vup)", {"1:(50)", "3:(50)"}}}));
+}
+
+TEST_F(ConstraintsOfLanesTest, areThoseOfEachLane) {
+    EXPECT_EQ(pointsOf("addBlock", {{"0", "[2] s4.0"}, {"1", "s4.0"}}, {{"primWireOut", ""}}),
+              (Points{{"(block 0)", {"0:(0)", "1:(1)", "primWireOut:(50)"}},
+                      {"(block 1)", {"0:(0)", "1:(1)", "primWireOut:(50)"}}}));
 }
 
 /// The types of the blocks that the pass took apart or whose signals it did.

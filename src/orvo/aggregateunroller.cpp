@@ -1,6 +1,8 @@
 // What block types say to the unrolling of records, as far as most of them agree.
 #include <orvo/aggregateunroller.h>
 
+#include "orvo/unrollpasses.h"
+
 #include <orvo/block.h>
 #include <orvo/limits.h>
 #include <orvo/logging.h>
@@ -288,7 +290,7 @@ Block &SimplePrimAggregateUnroller::createMember(const PureValueRef &name, int f
                                                  const AggregateTypeManager &manager) const {
     Block &member = *Block::create(mBlock.getModel(), name);
     for (auto param : Params(mBlock)) {
-        if (!nodeVR(param.second)) {
+        if (internal::isTakenOver(param.first, param.second)) {
             member.setParam(param.first, memberValue(param.first, param.second, flatIndex, manager));
         }
     }

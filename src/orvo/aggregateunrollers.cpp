@@ -4,6 +4,7 @@
 #include "orvo/boundaryaggregateunroller.h"
 #include "orvo/pipeinput.h"
 #include "orvo/stallnumbers.h"
+#include "orvo/unrollpasses.h"
 
 #include <orvo/block.h>
 #include <orvo/context.h>
@@ -69,7 +70,7 @@ class SelectAggregateUnroller final : public MuxAggregateUnroller {
         mOne = Wire::create(one, A_PRIM_WIRE_OUT);
         mValid = &create("valid", A_SELECT_BLOCK);
         for (auto param : Params(block())) {
-            if (!nodeVR(param.second)) {
+            if (isTakenOver(param.first, param.second)) {
                 mValid->setParam(param.first, param.second);
             }
         }
@@ -254,7 +255,7 @@ class TypePinAggregateUnroller final : public AggregateUnroller {
         mSubstitute = Block::create(mBlock.getModel(),
                                     StringValue::get(fmt::format("{}_aunroll", mBlock.getName()->toString()), context));
         for (auto param : Params(mBlock)) {
-            if (!nodeVR(param.second)) {
+            if (isTakenOver(param.first, param.second)) {
                 mSubstitute->setParam(param.first, param.second);
             }
         }

@@ -144,7 +144,8 @@ class PrimReduceVectorUnroller final : public CombiningVectorUnroller {
     bool mHasFraction = false;
 };
 
-/// The products of all elements of the pairs in one sum.
+/// The products of all elements of the pairs in one sum. Other than a reduction it stays of its type, so that one of
+/// scalars is left: each run would give it a new name and nothing else.
 class ScalarProductVectorUnroller final : public CombiningVectorUnroller {
   public:
     using CombiningVectorUnroller::CombiningVectorUnroller;

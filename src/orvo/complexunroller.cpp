@@ -1,6 +1,8 @@
 // What block types say to the unrolling of complex signals, as far as most of them agree.
 #include <orvo/complexunroller.h>
 
+#include "orvo/unrollpasses.h"
+
 #include <orvo/block.h>
 #include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
@@ -119,7 +121,7 @@ bool DefaultComplexUnroller::isNumericParam(const PureValueRef &) const { return
 Block &DefaultComplexUnroller::createPart(bool imaginary) const {
     Block &part = *Block::create(mBlock.getModel(), internal::nameBelow(mBlock, imaginary ? "imag" : "real"));
     for (auto param : Params(mBlock)) {
-        if (!nodeVR(param.second)) {
+        if (internal::isTakenOver(param.first, param.second)) {
             part.setParam(param.first, internal::partOfValue(param.second, imaginary, isNumericParam(param.first)));
         }
     }

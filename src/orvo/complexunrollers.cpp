@@ -7,6 +7,7 @@
 #include "orvo/replacedsignals.h"
 #include "orvo/scalarproductcomplexunroller.h"
 #include "orvo/stallnumbers.h"
+#include "orvo/unrollpasses.h"
 
 #include <orvo/block.h>
 #include <orvo/context.h>
@@ -508,7 +509,7 @@ class TypePinComplexUnroller final : public ComplexUnroller {
             StringValue::get(fmt::format("{}_{}", mBlock.getName()->toString(), mNameSuffix), context);
         mPin = &create(mBlock, name, A_TYPE_PIN_BLOCK);
         for (auto param : Params(mBlock)) {
-            if (!nodeVR(param.second)) {
+            if (isTakenOver(param.first, param.second)) {
                 mPin->setParam(param.first, param.second);
             }
         }

@@ -290,6 +290,18 @@ class ConstMultVectorUnroller final : public ResultVectorUnroller {
             }
         }
     }
+
+  protected:
+    /// The type stands behind a tag.
+    ValueRef laneValue(const PureValueRef &key, const ValueRef &value, const VectorDecorSpec &merged,
+                       const std::vector<int> &indices) const override {
+        const PureTupleValueRef precision = pureTupleVR(value);
+        if (!(key == A_OUTPUT_PRECISION) || !precision || precision->size() != 2) {
+            return ResultVectorUnroller::laneValue(key, value, merged, indices);
+        }
+        Context *context = block().getContext();
+        return PureTupleValue::get(precision->at(0), elementType(PureValueRef(precision->at(1)), context), context);
+    }
 };
 
 } // namespace

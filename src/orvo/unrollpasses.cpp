@@ -187,4 +187,8 @@ bool hasReferencePoints(const Block &block) {
            block.findParam(A_SCHEDULE_CONSTRAINT_WIRES) != nullptr;
 }
 
+bool isTakenOver(const PureValueRef &key, const ValueRef &param) {
+    return !nodeVR(param) && !(key == A_SCHEDULE_CONSTRAINT_PORTS) && !(key == A_SCHEDULE_CONSTRAINT_WIRES);
+}
+
 } // namespace orvo::internal

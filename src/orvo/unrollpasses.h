@@ -67,6 +67,10 @@ const std::vector<RefChain> &tellingInstances(const Wire &wire, const std::vecto
 /// than taking them apart.
 bool hasReferencePoints(const Block &block);
 
+/// Whether what takes the place of a block gets the parameter too. Connections are made anew, and constraints move with
+/// their points, to which a copy would add points that never had them.
+bool isTakenOver(const PureValueRef &key, const ValueRef &param);
+
 /// A pass over the insides of models. `Impl` takes one block apart by what a block type's `Handler` makes:
 ///     Impl(block, instances, handler.createUnroller(block), types, shared...)
 ///     hasWork(), block(), unroller(), unroll(types)

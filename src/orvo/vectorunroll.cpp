@@ -10,6 +10,8 @@
 #include <orvo/typeinferpass.h>
 
 #include <algorithm>
+#include <iterator>
+#include <unordered_set>
 
 namespace orvo::internal_vector {
 
@@ -19,6 +21,26 @@ VectorDecorSpec scalar() {
     VectorDecorSpec none;
     none.setVector(0);
     return none;
+}
+
+/// Whether members of a record, or members of those, are vectors.
+bool holdsVectors(const PureValueRef &type, Context *context) {
+    PureValueRef inner;
+    const VectorDecorSpec vectors(type, inner, context);
+    std::vector<PureValueRef> open{inner};
+    std::unordered_set<const Value *> met;
+    while (!open.empty()) {
+        const PureTupleValueRef tuple = pureTupleVR(open.back());
+        open.pop_back();
+        if (!tuple || tuple->size() == 0 || !met.insert(tuple.get_ptr()).second) {
+            continue;
+        }
+        if (tuple->at(0) == A_TYPE_VECTOR) {
+            return true;
+        }
+        open.insert(open.end(), std::next(tuple->begin()), tuple->end());
+    }
+    return false;
 }
 
 } // namespace
@@ -90,9 +112,18 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     }
     if (!mFailed && !mMerged.valid()) {
         failToExpand("its vectors have different lengths");
+    } else if (!mFailed && losesRecords(types)) {
+        failToExpand("its records come apart before its vectors");
     } else if (hasWork() && !mUnroller->canUnroll()) {
         failToExpand(mUnroller->reason());
     }
+}
+
+bool BlockUnrollerImpl::losesRecords(GlobalTypePass &types) const {
+    return mMerged.isVector() && std::any_of(mWires.begin(), mWires.end(), [&](const WireInfo &info) {
+               return info.kind == VectorUnrollKind::Merged && !(info.vectors == mMerged) &&
+                      holdsVectors(types.getType(*info.wire, mInstances.front()), mBlock.getContext());
+           });
 }
 
 void BlockUnrollerImpl::failOnBoundary() {

@@ -28,7 +28,7 @@ struct WireInfo {
 
 /// A signal of some dimensions as the lanes of an unroller see it. Lanes of no dimensions take it whole; others have at
 /// least its dimensions, and those beyond take the same elements again.
-class VectorPackManager {
+class ORVO_API VectorPackManager {
   public:
     /// Lengths that disagree are an assertion.
     VectorPackManager(const VectorDecorSpec &lanes, const VectorDecorSpec &signal, Model &model,
@@ -76,6 +76,8 @@ class BlockUnrollerImpl {
     /// Whether a port has the dimensions of its wire, which may not be so where a rule says what a port is.
     bool isDriverLike(const Port &port, const VectorDecorSpec &vectors, GlobalTypePass &types) const;
     void note(const VectorDecorSpec &vectors, VectorUnrollKind kind);
+    /// Whether a record comes out that has its lanes in its members: of those of the block it would get the first only.
+    bool losesRecords(GlobalTypePass &types) const;
     VectorDecorSpec lanesOf(VectorUnrollKind kind, const VectorDecorSpec &own) const;
     PureValueRef packerName(const PureValueRef &key) const;
     void unrollPort(const PortInfo &info);

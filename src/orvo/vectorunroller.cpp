@@ -1,6 +1,8 @@
 // What block types say to the unrolling of vectors, as far as most of them agree.
 #include <orvo/vectorunroller.h>
 
+#include "orvo/unrollpasses.h"
+
 #include <orvo/block.h>
 #include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
@@ -106,7 +108,7 @@ Block &DefaultVectorUnroller::createLane(const VectorDecorSpec &merged, const st
     }
     Block &lane = *Block::create(mBlock.getModel(), PureTupleValue::get(name, context));
     for (auto param : Params(mBlock)) {
-        if (!nodeVR(param.second)) {
+        if (internal::isTakenOver(param.first, param.second)) {
             lane.setParam(param.first, laneValue(param.first, param.second, merged, indices));
         }
     }

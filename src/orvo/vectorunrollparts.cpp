@@ -1,6 +1,8 @@
 // What several unrollers of vectors ask of types and make beside a block.
 #include "orvo/vectorunrollparts.h"
 
+#include "orvo/unrollpasses.h"
+
 #include <orvo/context.h>
 #include <orvo/model.h>
 #include <orvo/wire.h>
@@ -59,7 +61,7 @@ void connectReaders(const std::vector<MaybePort> &readers, Wire &wire) {
 
 void copyPlainParams(Block &made, const Block &original) {
     for (auto param : Params(original)) {
-        if (!nodeVR(param.second)) {
+        if (isTakenOver(param.first, param.second)) {
             made.setParam(param.first, param.second);
         }
     }

@@ -26,7 +26,7 @@ Block &createBeside(const Block &beside, const PureValueRef &name, const StaticS
 /// The wire brought to a type that holds all that its own does.
 Wire &widened(const Block &beside, const PureValueRef &name, Wire &wire, const PureValueRef &type);
 void connectReaders(const std::vector<MaybePort> &readers, Wire &wire);
-/// All parameters but those that are connections or models.
+/// All parameters but connections, models and constraints.
 void copyPlainParams(Block &made, const Block &original);
 bool isOneOf(const PureValueRef &key, std::initializer_list<const StaticString *> keys);
 /// Whether element 0 of a tuple is a tag; false for null.

@@ -35,12 +35,16 @@ class WiringVectorUnroller : public VectorUnroller {
     Block &block() const { return mBlock; }
     /// An unpack of the outermost dimension in place of a port.
     Block &unpack(const PureValueRef &name, const PureValueRef &port, int length) const {
+        Block &made = unpacked(name, *mBlock.getPort(port)->getWire(), length);
+        notifyUnrollPort(mBlock, port, made, A_VUNPACK_PORT_IN);
+        return made;
+    }
+    Block &unpacked(const PureValueRef &name, Wire &vector, int length) const {
         Block &made = createBeside(mBlock, name, A_VUNPACK_BLOCK);
-        made.setParam(A_VUNPACK_PORT_IN, *mBlock.getPort(port)->getWire());
+        made.setParam(A_VUNPACK_PORT_IN, vector);
         for (int i = 0; i < length; ++i) {
             Wire::create(made, numberOf(static_cast<std::size_t>(i)));
         }
-        notifyUnrollPort(mBlock, port, made, A_VUNPACK_PORT_IN);
         return made;
     }
     void replaceWire(Wire &wire, Wire &by) const {
@@ -102,24 +106,62 @@ class VecConcatUnroller final : public WiringVectorUnroller {
         int length;
         PureValueRef element;
     };
-    /// A wire as an element. One of fewer dimensions is in each place of the others: for floats by packs, for a cast
-    /// would flush subnormals.
+    PureValueRef below(const PureValueRef &name, const PureValueRef &key) const {
+        return PureTupleValue::get(name, key, block().getContext());
+    }
+    PureValueRef below(const PureValueRef &name, const char *word) const {
+        return below(name, StringValue::get(word, block().getContext()));
+    }
+    /// A wire as an element. One of fewer dimensions is in each place of the others; one of another type is brought to
+    /// it number by number.
     Wire &spread(const PureValueRef &name, Wire &wire, const PureValueRef &type, const PureValueRef &wanted) const {
+        Context *context = block().getContext();
         if (type == wanted) {
             return wire;
         }
-        Context *context = block().getContext();
-        const int length = outermostLength(VectorDecorSpec(wanted, context));
-        if (length == 0 || !NumTypeSpec(wanted, context).isFloat()) {
-            return widened(block(), name, wire, wanted);
+        const VectorDecorSpec have(type, context);
+        const VectorDecorSpec want(wanted, context);
+        const int length = outermostLength(want);
+        if (length == 0) {
+            return brought(name, wire, type, wanted);
         }
-        Wire &inner =
-            spread(PureTupleValue::get(name, numberOf(0), context), wire, type, belowOutermost(wanted, context));
+        const PureValueRef inner = belowOutermost(wanted, context);
+        const bool isBroadcast = have.vectorDepth() < want.vectorDepth();
+        Wire *each = isBroadcast ? &spread(below(name, numberOf(0)), wire, type, inner) : nullptr;
+        const Block *row = isBroadcast ? nullptr : &unpacked(below(name, "vup"), wire, length);
         Block &pack = createBeside(block(), name, A_VPACK_BLOCK);
-        for (int i = 0; i < length; ++i) {
-            pack.setParam(numberOf(static_cast<std::size_t>(i)), inner);
+        for (std::size_t i = 0; i < static_cast<std::size_t>(length); ++i) {
+            const PureValueRef key = numberOf(i);
+            pack.setParam(
+                key, isBroadcast ? *each
+                                 : spread(below(name, key), *row->getWire(key), belowOutermost(type, context), inner));
         }
         return *Wire::create(pack, A_VPACK_WIRE_OUT);
+    }
+    /// A number in another type. One of the same format that is written in another way is pinned, for a cast would
+    /// flush subnormals. What a cast would make of the imaginary part that a real float has not, is not known.
+    Wire &brought(const PureValueRef &name, Wire &wire, const PureValueRef &type, const PureValueRef &wanted) const {
+        Context *context = block().getContext();
+        const NumTypeSpec from(type, context);
+        NumTypeSpec real(wanted, context);
+        if (from == real) {
+            Block &pin = createBeside(block(), name, A_TYPE_PIN_BLOCK);
+            pin.setParam(A_TYPE_PIN_TYPE, wanted);
+            pin.setParam(numberOf(0), wire);
+            return *Wire::create(pin, numberOf(0));
+        }
+        if (!real.isFloat() || !real.isComplex() || from.isComplex()) {
+            return widened(block(), name, wire, wanted);
+        }
+        real.setComplex(false);
+        const PureValueRef part = real.toValue(context);
+        Block &zero = createBeside(block(), below(name, "zero"), A_CONST_BLOCK);
+        zero.setParam(A_CONST_VALUE, numberOf(0));
+        zero.setParam(A_CONST_TYPE, part);
+        Block &pack = createBeside(block(), name, A_CPACK_BLOCK);
+        pack.setParam(A_CPACK_PORT_REAL, from == real ? wire : widened(block(), below(name, "real"), wire, part));
+        pack.setParam(A_CPACK_PORT_IMAG, *Wire::create(zero, A_PRIM_WIRE_OUT));
+        return *Wire::create(pack, A_CPACK_WIRE_OUT);
     }
 
     PureValueRef mElement;
@@ -223,6 +265,10 @@ class VecSelectorUnroller final : public WiringVectorUnroller {
         ORVO_ASSERT(run < mRuns.size(), "a vector selector gives more lanes than it selects");
         Wire *lane = mLanes[mRuns[run] + at % mRunLength];
         connectReaders(readers, *lane);
+        // What read the selector now reads the lane that went in.
+        for (const MaybePort &reader : readers) {
+            notifyUnrollPort(block(), A_VSELECTOR_PORT_IN, reader.getBlock(), reader.getKey());
+        }
         return lane;
     }
     void postAttach() override { delete &block(); }
