@@ -7,6 +7,7 @@
 #include <orvo/block.h>
 #include <orvo/corevalues.h>
 #include <orvo/design.h>
+#include <orvo/gototags.h>
 #include <orvo/model.h>
 #include <orvo/nameorigin.h>
 #include <orvo/port.h>
@@ -17,6 +18,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <map>
 #include <set>
 #include <string_view>
 #include <tuple>
@@ -293,11 +295,6 @@ class Tracer {
     void addDriver(const Port *port, const std::string &via, const Elements &elements) {
         if (const Wire *wire = port == nullptr ? nullptr : port->peekWire()) {
             add({&wire->getBlock(), wire->getName(), false}, via, elements);
-        }
-    }
-    void addDrivers(const Block &block, const std::string &via, const Elements &elements) {
-        for (const Port &port : block.ports()) {
-            addDriver(&port, via, elements);
         }
     }
 
@@ -582,22 +579,33 @@ class Tracer {
                        : "gone: nothing that was used depended on it, or it was folded into something else";
     }
 
-    /// The Gotos of the tag in the same model or, where there are none, in all.
     void followTag(const Block &from, const Elements &elements) {
-        const std::string via =
-            fmt::format("block '{}' was wiring; what the Goto of its tag read", from.getName()->toString());
-        const ValueRef tag = from.getParam(A_GOTO_TAG);
-        const auto add = [&](const Model &model) {
+        const PureValueRef tag(from.getParam(A_GOTO_TAG));
+        const Wire *wire = tag ? wireOfTag(from.getModel(), tag) : nullptr;
+        if (wire != nullptr) {
+            add({&wire->getBlock(), wire->getName(), false},
+                fmt::format("block '{}' was wiring; what the Goto of its tag read", from.getName()->toString()),
+                elements);
+        }
+    }
+    /// Null if no Goto of the tag reaches the model.
+    const Wire *wireOfTag(const Model &model, const PureValueRef &tag) {
+        if (!mAreTagsKnown) {
+            mAreTagsKnown = true;
+            enterTags();
+        }
+        const std::optional<TagKey> key = mTags.find(model, tag);
+        return key ? mWireOfTag.at(*key) : nullptr;
+    }
+    void enterTags() {
+        for (const Model &model : mSource) {
             for (const Block &block : model) {
-                if (block.type() == A_GOTO_BLOCK.get_ptr() && block.getParam(A_GOTO_TAG) == tag) {
-                    addDrivers(block, via, elements);
+                const bool isGoto = block.type() == A_GOTO_BLOCK.get_ptr();
+                const Wire *wire = isGoto ? signalOfGoto(block) : nullptr;
+                const PureValueRef tag(isGoto ? block.getParam(A_GOTO_TAG) : ValueRef());
+                if (wire != nullptr && tag) {
+                    mWireOfTag[mTags.enter(block, tag)] = wire;
                 }
-            }
-        };
-        add(from.getModel());
-        if (!mGoesOn) {
-            for (const Model &model : mSource) {
-                add(model);
             }
         }
     }
@@ -612,6 +620,10 @@ class Tracer {
     /// Whether following the last signal led to another, be it one that was met before.
     bool mGoesOn = false;
     std::vector<SignalTrace> mTraces;
+    /// Of the source's Gotos; empty until a From asks.
+    GotoTags mTags;
+    std::map<TagKey, const Wire *> mWireOfTag;
+    bool mAreTagsKnown = false;
 };
 
 } // namespace

@@ -77,6 +77,30 @@ run 0 trace tags.xml joined.xml --signal top/from.fromWireOut
 has out "because block 'from' was wiring; what the Goto of its tag read"
 has out '  is top/in.x'
 
+# Only of the tag that reaches it: the narrowest, and no local one of another model.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="low">\n' "$namespace"
+    block from fromBlock "$(param gotoTag a)<wire name=\"fromWireOut\"/>"
+    block out outputBlock "$(param y '[/low/from/fromWireOut]')"
+    printf '</model><model name="other">\n'
+    block in inputBlock '<wire name="hidden"/>'
+    block to gotoBlock "$(param gotoTag a)$(param gotoTagType gotoTagTypeLocal)$(param gotoPortIn '[/other/in/hidden]')"
+    printf '</model><model name="top">\n'
+    block in inputBlock '<wire name="wide"/><wire name="first"/><wire name="own"/>'
+    block low modelBlock "$(param modelNode '[/low]')<wire name=\"y\"/>"
+    block to1 gotoBlock "$(param gotoTag a)$(param gotoPortIn '[/top/in/first]')"
+    block to2 gotoBlock "$(param gotoTag a)$(param gotoTagType tpyo)$(param gotoPortIn '[/top/in/own]')"
+    block to3 gotoBlock "$(param gotoTag a)$(param gotoTagType gotoTagTypeGlobal)$(param gotoPortIn '[/top/in/wide]')"
+    block from fromBlock "$(param gotoTag a)<wire name=\"fromWireOut\"/>"
+    block out outputBlock "$(param x '[/top/from/fromWireOut]')$(param y '[/top/low/y]')"
+    printf '</model></design></kelmar>\n'
+} >tags.xml
+run 0 opt tags.xml -o joined.xml --passes ElideFromGotoPass
+run 0 trace tags.xml joined.xml --signal low/from.fromWireOut
+[ "$(grep '  is ' out)" = '  is top/in.wide' ] || die "a tag is not followed by its reach"
+run 0 trace tags.xml joined.xml --signal top/from.fromWireOut
+[ "$(grep '  is ' out)" = '  is top/in.own' ] || die "a wider tag, or an earlier, hides the narrow one"
+
 # What is not there is refused, with the nearest that is.
 run 2 trace d.xml l.xml --signal top/sum.primWireOu
 has err "the design has no signal 'top/sum.primWireOu': did you mean 'top/sum.primWireOut'?"
