@@ -55,6 +55,7 @@ const std::map<std::string, int> &floors() {
         {"pendingrewrite", 2},
         {"orvoutils", 2},
         {"cloneconstraints", 2},
+        {"gototags", 2},
         {"domainboundary", 2},
         {"latencyconstraints", 2},
         {"modelkinds", 2},

@@ -82,6 +82,20 @@ TEST_F(PassTexts, turnsThatAreCutOffRunOnce) {
     EXPECT_EQ(printPassTexts({passes.begin(), passes.begin() + 1}), "A");
 }
 
+TEST_F(PassTexts, whatIsStillToRunFinishesTheTurnAndBeginsAnew) {
+    const std::vector<PassText> passes = read("A, repeat(B, C, D), E, repeat(F), G");
+    const auto from = [&passes](std::size_t first) { return printPassTexts(passesFrom(passes, first)); };
+    EXPECT_EQ(from(0), "A, repeat(B, C, D), E, repeat(F), G");
+    EXPECT_EQ(from(1), "repeat(B, C, D), E, repeat(F), G");
+    EXPECT_EQ(from(2), "C, D, repeat(B, C, D), E, repeat(F), G");
+    EXPECT_EQ(from(3), "D, repeat(B, C, D), E, repeat(F), G");
+    EXPECT_EQ(from(4), "E, repeat(F), G");
+    EXPECT_EQ(from(5), "repeat(F), G");
+    EXPECT_EQ(from(7), "");
+    // Turns whose first was cut off run once.
+    EXPECT_EQ(printPassTexts(passesFrom({passes.begin() + 2, passes.end()}, 1)), "D, E, repeat(F), G");
+}
+
 TEST_F(PassTexts, keepsWhatStoodInTheListBefore) {
     std::vector<PassText> passes = read("A");
     EXPECT_FALSE(parsePassText("B", mGuard.context(), passes));

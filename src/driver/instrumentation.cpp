@@ -124,8 +124,7 @@ std::string DriverInstrumentation::reproducerHeader(const PassRecord &record) co
     if (mOptions.stopAfter) {
         reproducer.stopAfter = *mOptions.stopAfter - before;
     }
-    const auto due = mPasses.begin() + static_cast<std::ptrdiff_t>(readsInputAgain() ? 0 : mRequest);
-    reproducer.passes = printPassTexts(std::vector<PassText>(due, mPasses.end()));
+    reproducer.passes = printPassTexts(passesFrom(mPasses, readsInputAgain() ? 0 : mRequest));
     return printReproducerHeader(reproducer);
 }
 

@@ -283,6 +283,23 @@ PassTexts lastOfTurns(PassTexts pass, PassTexts end) {
 
 } // namespace
 
+std::vector<PassText> passesFrom(const std::vector<PassText> &passes, std::size_t first) {
+    const auto due = passes.begin() + static_cast<std::ptrdiff_t>(first);
+    const auto end = passes.end();
+    const auto edge = std::find_if(due, end, [](const PassText &of) { return of.beginsTurns || of.endsTurns; });
+    auto begin = due;
+    while (begin != passes.begin() && !begin->beginsTurns) {
+        --begin;
+    }
+    if (edge == end || edge->beginsTurns || !begin->beginsTurns) {
+        return {due, end};
+    }
+    std::vector<PassText> rest(due, edge + 1);
+    rest.back().endsTurns = false;
+    rest.insert(rest.end(), begin, end);
+    return rest;
+}
+
 void addPasses(PassScheduler &scheduler, const std::vector<PassText> &passes) {
     bool inTurns = false;
     for (auto pass = passes.begin(); pass != passes.end(); ++pass) {

@@ -9,6 +9,7 @@
 
 #include <orvo/value.h>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -59,6 +60,10 @@ std::string printPassTexts(const std::vector<PassText> &passes);
 /// The list's items one by one: a pass that stands alone, or all that run in turns. Turns that are cut off at either
 /// end of the list run once.
 std::vector<std::string> printPassItems(const std::vector<PassText> &passes);
+
+/// What is still to run when a pass of the list is due: that pass and all behind it. Inside turns the rest of the turn
+/// comes first, and then the turns begin anew.
+std::vector<PassText> passesFrom(const std::vector<PassText> &passes, std::size_t first);
 
 /// Hands the list to a scheduler. Passes and parameters that do not exist are assertions.
 void addPasses(PassScheduler &scheduler, const std::vector<PassText> &passes);

@@ -2,11 +2,13 @@
 // it as long as its own block is nothing but wiring that is gone.
 #include "driver/signaltrace.h"
 
+#include "driver/loweredelements.h"
 #include "driver/wiringelements.h"
 
 #include <orvo/block.h>
 #include <orvo/corevalues.h>
 #include <orvo/design.h>
+#include <orvo/gototags.h>
 #include <orvo/model.h>
 #include <orvo/nameorigin.h>
 #include <orvo/port.h>
@@ -17,6 +19,8 @@
 
 #include <algorithm>
 #include <deque>
+#include <iterator>
+#include <map>
 #include <set>
 #include <string_view>
 #include <tuple>
@@ -144,16 +148,23 @@ struct Place {
     bool isJoint = false;
     /// What else there is to say.
     std::string note;
-    /// Which element of the outermost dimension it is, where the steps do not tell.
-    std::optional<std::size_t> element = std::nullopt;
+    /// How many of the steps stand in the name of the port or wire.
+    std::size_t keySteps = 0;
+    /// Of a pin whose ports are numbered anew.
+    const Made *pin = nullptr;
+    /// Which element of the signal it is, empty for the whole; nothing if that cannot be told.
+    std::optional<Elements> path = std::nullopt;
+    /// The steps for people, where there is more to say than they do.
+    std::vector<std::string> words = {};
 };
 
 bool isLaneOrPart(const NameStep &step) {
     return step.kind == NameStep::Kind::Lane || step.kind == NameStep::Kind::Part;
 }
 
-void dropLanes(std::vector<NameStep> &steps) {
-    steps.erase(std::remove_if(steps.begin(), steps.end(), isLaneOrPart), steps.end());
+void dropLanes(Place &place) {
+    std::erase_if(place.steps, isLaneOrPart);
+    place.keySteps = 0;
 }
 
 /// What all lanes of a block read at the port `name` of theirs is no element of the signal.
@@ -175,29 +186,25 @@ void dropLanesOfShared(std::vector<Place> &places, const PureValueRef &name) {
     }
     for (Place &place : places) {
         if (place.key == name && lanes[place.wire].size() > 1) {
-            dropLanes(place.steps);
+            dropLanes(place);
         }
     }
 }
 
-/// Of nested vectors, lanes stand with the innermost dimension first.
-std::optional<std::size_t> elementOf(const Place &place) {
-    const auto lane = std::find_if(place.steps.rbegin(), place.steps.rend(),
-                                   [](const NameStep &step) { return step.kind == NameStep::Kind::Lane; });
-    return place.element || lane == place.steps.rend() ? place.element : numberOf(lane->value);
-}
-
-/// Leaves only places that have one of the elements; what joins the signal has them all.
-void keepElements(std::vector<Place> &places, const std::vector<std::size_t> &elements) {
-    std::erase_if(places, [&elements](const Place &place) {
-        const std::optional<std::size_t> element = elementOf(place);
-        return element && !std::binary_search(elements.begin(), elements.end(), *element);
-    });
+/// Leaves only places that have some of the elements, and says which of theirs those are if not all.
+void keepElements(std::vector<Place> &places, const Elements &elements) {
+    std::vector<Place> kept;
     for (Place &place : places) {
-        if (!elementOf(place)) {
-            place.note += (place.note.empty() ? "" : ", ") + elementsText(elements) + " of it";
+        const std::optional<Elements> inside = place.path ? wantedInside(elements, *place.path) : elements;
+        if (!inside) {
+            continue;
         }
+        if (!inside->empty()) {
+            place.note += (place.note.empty() ? "" : ", ") + elementsText(*inside) + " of it";
+        }
+        kept.push_back(std::move(place));
     }
+    places = std::move(kept);
 }
 
 /// Packs at scheduled models are named by the port or wire alone, which several models may have: the pack is of the one
@@ -259,10 +266,8 @@ class Tracer {
             SignalTrace trace{textOf(pending.signal), pending.via, {}, ""};
             std::vector<Place> places = placesOf(pending.signal);
             const bool isThere = !places.empty();
-            if (pending.elements) {
-                tellElements(pending.signal, places);
-                keepElements(places, *pending.elements);
-            }
+            tellElements(pending.signal, places);
+            keepElements(places, pending.elements);
             for (const Place &place : places) {
                 trace.places.push_back(inWords(place));
             }
@@ -286,7 +291,7 @@ class Tracer {
     void add(const SignalName &signal, const std::string &via, const Elements &elements) {
         mGoesOn = true;
         if (mSeen.insert({signal.block, signal.name.get_ptr(), signal.isPort, elements}).second) {
-            mPending.push_back({signal, elements ? via + ": " + elementsText(*elements) : via, elements});
+            mPending.push_back({signal, elements.empty() ? via : via + ": " + elementsText(elements), elements});
         }
     }
     void addDriver(const Port *port, const std::string &via, const Elements &elements) {
@@ -294,25 +299,57 @@ class Tracer {
             add({&wire->getBlock(), wire->getName(), false}, via, elements);
         }
     }
-    void addDrivers(const Block &block, const std::string &via, const Elements &elements) {
-        for (const Port &port : block.ports()) {
-            addDriver(&port, via, elements);
+
+    /// Says of each place which element of the signal it is, as far as names and types tell.
+    void tellElements(const SignalName &signal, std::vector<Place> &places) {
+        const bool isDivided = std::any_of(places.begin(), places.end(), [](const Place &place) {
+            return place.pin != nullptr || std::any_of(place.steps.begin(), place.steps.end(), isLaneOrPart);
+        });
+        if (!isDivided) {
+            for (Place &place : places) {
+                place.path = place.path ? place.path : Elements();
+            }
+            return;
+        }
+        const std::optional<CompoundTypeInfo> shape = mWiring.shapeOf(*signal.block, signal.name, signal.isPort);
+        std::map<const Made *, std::vector<Elements>> pins;
+        for (Place &place : places) {
+            if (place.pin != nullptr) {
+                const auto [pin, isNew] = pins.try_emplace(place.pin);
+                if (isNew && shape) {
+                    pin->second = elementsOfPin(*place.pin, *shape);
+                }
+                tellElementOfPin(place, pin->second);
+            } else if (!place.path) {
+                const auto key = place.steps.end() - static_cast<std::ptrdiff_t>(place.keySteps);
+                if (auto named = readNamedElement({place.steps.begin(), key}, {key, place.steps.end()}, shape)) {
+                    place.path = std::move(named->path);
+                    place.words = std::move(named->words);
+                }
+            }
         }
     }
-
-    /// The outputs of a pin are numbered through all dimensions, and parts of complex numbers.
-    void tellElements(const SignalName &signal, std::vector<Place> &places) {
-        for (Place &place : places) {
-            const auto made = mOrigins.find(&place.wire->getBlock());
-            const std::optional<std::size_t> number = numberOf(place.key);
-            if (made == mOrigins.end() || !isRenumbered(*made->second) || !number) {
-                continue;
-            }
-            const std::optional<std::size_t> length = mWiring.lengthOf(*signal.block, signal.name, signal.isPort);
-            const std::size_t all = made->second->block->getWireCount();
-            if (made->second->source->port_size() == 1 && length.value_or(0) != 0 && all % *length == 0) {
-                place.element = *number / (all / *length);
-            }
+    /// A pin that took the place of another has the elements of all its signals on ports numbered through. Which each
+    /// is can be told if there was a single signal.
+    static std::vector<Elements> elementsOfPin(const Made &pin, const CompoundTypeInfo &shape) {
+        if (pin.source->port_size() != 1) {
+            return {};
+        }
+        std::vector<NameStep> substitutes;
+        std::copy_if(pin.steps.begin(), pin.steps.end(), std::back_inserter(substitutes),
+                     [](const NameStep &step) { return step.kind == NameStep::Kind::Substitute; });
+        std::vector<Elements> elements = elementsInOrder(substitutes, shape);
+        return elements.size() == pin.block->getWireCount() ? std::move(elements) : std::vector<Elements>();
+    }
+    static void tellElementOfPin(Place &place, const std::vector<Elements> &elements) {
+        const std::optional<std::size_t> number = numberOf(place.key);
+        if (!number || *number >= elements.size()) {
+            place.note = "one of the elements of its signals";
+            return;
+        }
+        place.path = elements[*number];
+        for (const ElementsOfLevel &level : *place.path) {
+            place.note += (place.note.empty() ? "" : ", ") + elementsText({level});
         }
     }
 
@@ -386,7 +423,10 @@ class Tracer {
             if (number && *number >= at && *number - at < length) {
                 Place place{&wire, nullptr, wire.getName(), unpack.steps, false, ""};
                 place.note = length == 1 ? "" : fmt::format("element {}", *number - at);
-                place.element = *number - at;
+                place.path = Elements();
+                if (length != 1) {
+                    place.path->push_back({CompoundKind::Vector, std::vector<std::size_t>{*number - at}});
+                }
                 places.push_back(std::move(place));
             }
         }
@@ -402,6 +442,7 @@ class Tracer {
             while (next != nullptr && passed.insert(place.wire).second) {
                 place.wire = &*next->block->begin();
                 place.steps = next->steps;
+                place.keySteps = 0;
                 next = onlyShape(*place.wire);
             }
             if (known.insert(place.wire).second) {
@@ -434,7 +475,7 @@ class Tracer {
             const std::size_t known = places.size();
             addAll(made, signal.isPort, false, places);
             for (std::size_t i = known; i < places.size(); ++i) {
-                places[i].note = numberNote(made, places[i].key);
+                places[i].pin = &made;
             }
             return;
         }
@@ -444,6 +485,7 @@ class Tracer {
             std::vector<NameStep> steps = outer;
             if (wanted && wire != nullptr && continuesName(name, wanted, steps)) {
                 places.push_back({wire, signal.isPort ? made.block : nullptr, name, std::move(steps), false, ""});
+                places.back().keySteps = places.back().steps.size() - outer.size();
             }
         };
         if (signal.isPort) {
@@ -476,27 +518,9 @@ class Tracer {
         return PureValueRef(NumberValue::get(static_cast<int>(*number % *channels), name->context()));
     }
 
-    /// A pin that took the place of another has the elements of all its signals on ports numbered through.
     static bool isRenumbered(const Made &made) {
         return made.source->type() == A_TYPE_PIN_BLOCK.get_ptr() && has(made.steps, NameStep::Kind::Substitute);
     }
-    /// Which element each is can be told if there was a single signal; parts of complex elements stand side by side.
-    static std::string numberNote(const Made &made, const PureValueRef &key) {
-        std::string words;
-        for (const NameStep &step : made.steps) {
-            words += step.kind == NameStep::Kind::Substitute ? step.value->toString() + " " : "";
-        }
-        const std::optional<std::size_t> number = numberOf(key);
-        if (made.source->port_size() == 1 && number && words == "vunroll ") {
-            return fmt::format("element {}", *number);
-        }
-        const char *part = number.value_or(0) % 2 == 0 ? "real part" : "imaginary part";
-        if (made.source->port_size() == 1 && number && words == "vunroll cunroll ") {
-            return fmt::format("element {}, {}", *number / 2, part);
-        }
-        return made.source->port_size() == 1 && words == "cunroll " ? part : "one of the elements of its signals";
-    }
-
     static void addAll(const Made &made, bool isPort, bool isJoint, std::vector<Place> &places) {
         if (isPort) {
             for (const Port &port : made.block->ports()) {
@@ -520,8 +544,10 @@ class Tracer {
         if (from.reader != nullptr) {
             place.reader = from.reader->getName()->toString() + "." + from.key->toString();
         }
-        for (const NameStep &step : from.steps) {
-            place.steps.push_back(describe(step));
+        if (from.words.empty()) {
+            std::transform(from.steps.begin(), from.steps.end(), std::back_inserter(place.steps), describe);
+        } else {
+            place.steps = from.words;
         }
         if (!from.note.empty()) {
             place.steps.push_back(from.note);
@@ -581,22 +607,33 @@ class Tracer {
                        : "gone: nothing that was used depended on it, or it was folded into something else";
     }
 
-    /// The Gotos of the tag in the same model or, where there are none, in all.
     void followTag(const Block &from, const Elements &elements) {
-        const std::string via =
-            fmt::format("block '{}' was wiring; what the Goto of its tag read", from.getName()->toString());
-        const ValueRef tag = from.getParam(A_GOTO_TAG);
-        const auto add = [&](const Model &model) {
+        const PureValueRef tag(from.getParam(A_GOTO_TAG));
+        const Wire *wire = tag ? wireOfTag(from.getModel(), tag) : nullptr;
+        if (wire != nullptr) {
+            add({&wire->getBlock(), wire->getName(), false},
+                fmt::format("block '{}' was wiring; what the Goto of its tag read", from.getName()->toString()),
+                elements);
+        }
+    }
+    /// Null if no Goto of the tag reaches the model.
+    const Wire *wireOfTag(const Model &model, const PureValueRef &tag) {
+        if (!mAreTagsKnown) {
+            mAreTagsKnown = true;
+            enterTags();
+        }
+        const std::optional<TagKey> key = mTags.find(model, tag);
+        return key ? mWireOfTag.at(*key) : nullptr;
+    }
+    void enterTags() {
+        for (const Model &model : mSource) {
             for (const Block &block : model) {
-                if (block.type() == A_GOTO_BLOCK.get_ptr() && block.getParam(A_GOTO_TAG) == tag) {
-                    addDrivers(block, via, elements);
+                const bool isGoto = block.type() == A_GOTO_BLOCK.get_ptr();
+                const Wire *wire = isGoto ? signalOfGoto(block) : nullptr;
+                const PureValueRef tag(isGoto ? block.getParam(A_GOTO_TAG) : ValueRef());
+                if (wire != nullptr && tag) {
+                    mWireOfTag[mTags.enter(block, tag)] = wire;
                 }
-            }
-        };
-        add(from.getModel());
-        if (!mGoesOn) {
-            for (const Model &model : mSource) {
-                add(model);
             }
         }
     }
@@ -611,6 +648,10 @@ class Tracer {
     /// Whether following the last signal led to another, be it one that was met before.
     bool mGoesOn = false;
     std::vector<SignalTrace> mTraces;
+    /// Of the source's Gotos; empty until a From asks.
+    GotoTags mTags;
+    std::map<TagKey, const Wire *> mWireOfTag;
+    bool mAreTagsKnown = false;
 };
 
 } // namespace

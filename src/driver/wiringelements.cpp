@@ -1,4 +1,6 @@
 // Packs and unpacks tell their elements by number, splits and selectors by parameters, concatenations by lengths alone.
+// An unpack adds a level in front of what is taken of its output, a pack takes the first one away; only complex numbers
+// are always innermost, below all vectors.
 #include "driver/wiringelements.h"
 
 #include "driver/typetable.h"
@@ -18,28 +20,88 @@ namespace orvo::driver {
 
 namespace {
 
-bool has(const Elements &elements, std::size_t element) {
-    return !elements || std::binary_search(elements->begin(), elements->end(), element);
+using Numbers = std::vector<std::size_t>;
+
+bool has(const std::optional<Numbers> &chosen, std::size_t element) {
+    return !chosen || std::binary_search(chosen->begin(), chosen->end(), element);
 }
 
-/// Of the input's elements that make up the output, those at the given places. An output of one element is no vector:
-/// what is taken of it are elements of what is inside.
-Elements outOf(const std::vector<std::size_t> &chosen, const Elements &elements) {
-    std::set<std::size_t> taken;
+ElementsOfLevel elementsOf(CompoundKind kind, Numbers numbers) { return {kind, std::move(numbers)}; }
+
+/// Levels of which all is taken say nothing where no other follows.
+Elements trimmed(Elements elements) {
+    while (!elements.empty() && !elements.back().chosen) {
+        elements.pop_back();
+    }
+    return elements;
+}
+
+Elements behind(ElementsOfLevel first, const Elements &inner) {
+    Elements elements{std::move(first)};
+    elements.insert(elements.end(), inner.begin(), inner.end());
+    return trimmed(std::move(elements));
+}
+
+Elements withoutFirst(const Elements &elements) {
+    return elements.empty() ? elements : Elements(elements.begin() + 1, elements.end());
+}
+
+/// Of one level: puts down which of the input's elements are taken, where the output has those at `chosen`. A single
+/// one is no vector in the output. Takes the level of the output off `rest`, if there is one.
+void choose(const Numbers &chosen, Elements &taken, Elements &rest) {
+    const std::optional<Numbers> wanted =
+        chosen.size() == 1 || rest.empty() ? std::optional<Numbers>() : rest.front().chosen;
+    std::set<std::size_t> numbers;
     for (std::size_t i = 0; i < chosen.size(); ++i) {
-        if (chosen.size() == 1 || has(elements, i)) {
-            taken.insert(chosen[i]);
+        if (has(wanted, i)) {
+            numbers.insert(chosen[i]);
         }
     }
-    return std::vector<std::size_t>(taken.begin(), taken.end());
+    rest = chosen.size() == 1 ? rest : withoutFirst(rest);
+    taken.push_back(elementsOf(CompoundKind::Vector, Numbers(numbers.begin(), numbers.end())));
+}
+
+Elements chooseByIndices(const Block &selector, Elements rest) {
+    const TupleValueRef levels = tupleVR(selector.getParam(A_VSELECTOR_INDICIES));
+    Elements taken;
+    for (std::size_t i = 0; levels && i < levels->size(); ++i) {
+        const TupleValueRef indices = tupleVR(levels->at(i));
+        if (!indices) {
+            return {};
+        }
+        Numbers chosen;
+        for (const ValueRef &index : *indices) {
+            chosen.push_back(numberOf(PureValueRef(index)).value_or(0));
+        }
+        choose(chosen, taken, rest);
+    }
+    taken.insert(taken.end(), rest.begin(), rest.end());
+    return trimmed(std::move(taken));
+}
+
+std::string levelText(const ElementsOfLevel &level) {
+    if (level.kind == CompoundKind::Complex) {
+        const bool isBoth = !level.chosen || level.chosen->size() != 1;
+        return isBoth ? "both parts" : level.chosen->front() == 0 ? "real part" : "imaginary part";
+    }
+    const char *word = level.kind == CompoundKind::Vector ? "element" : "member";
+    if (!level.chosen) {
+        return fmt::format("each {}", word);
+    }
+    const Numbers &numbers = *level.chosen;
+    const bool isRun = numbers.size() > 2 && numbers.back() - numbers.front() + 1 == numbers.size();
+    return isRun ? fmt::format("{}s {} to {}", word, numbers.front(), numbers.back())
+                 : fmt::format("{}{} {}", word, numbers.size() == 1 ? "" : "s", fmt::join(numbers, ", "));
 }
 
 } // namespace
 
-std::string elementsText(const std::vector<std::size_t> &elements) {
-    const bool isRun = elements.size() > 2 && elements.back() - elements.front() + 1 == elements.size();
-    return isRun ? fmt::format("elements {} to {}", elements.front(), elements.back())
-                 : fmt::format("element{} {}", elements.size() == 1 ? "" : "s", fmt::join(elements, ", "));
+std::string elementsText(const Elements &elements) {
+    std::string text;
+    for (const ElementsOfLevel &level : elements) {
+        text = levelText(level) + (text.empty() ? "" : " of " + text);
+    }
+    return text;
 }
 
 std::optional<std::size_t> numberOf(const PureValueRef &name) {
@@ -69,51 +131,89 @@ std::pair<std::size_t, std::size_t> partOfSplit(const Block &split, std::size_t 
 
 std::vector<WiringElements::Source> WiringElements::sourcesOf(const Block &block, const PureValueRef &output,
                                                               const Elements &elements) {
-    if (block.type() == A_VCONCAT_BLOCK.get_ptr() && elements) {
+    const auto is = [type = block.type()](const StaticString &wanted) { return type == wanted.get_ptr(); };
+    const std::optional<std::size_t> number = numberOf(output);
+    if (is(A_VCONCAT_BLOCK) && !elements.empty()) {
         return joinedBy(block, elements);
     }
-    const bool isPack = block.type() == A_VPACK_BLOCK.get_ptr();
-    const Elements chosen = isPack ? Elements() : chosenBy(block, output, elements);
+    if (is(A_VPACK_BLOCK) || is(A_APACK_BLOCK) || is(A_CPACK_BLOCK)) {
+        return packedBy(block, elements);
+    }
+    Elements chosen = elements;
+    if (is(A_VUNPACK_BLOCK) && number) {
+        chosen = behind(elementsOf(CompoundKind::Vector, {*number}), elements);
+    } else if (is(A_AUNPACK_BLOCK) && number) {
+        chosen = behind(elementsOf(CompoundKind::Aggregate, {*number}), elements);
+    } else if (is(A_CUNPACK_BLOCK)) {
+        chosen = partOf(block, output == A_CUNPACK_WIRE_IMAG, elements);
+    } else if (is(A_VSPLIT_BLOCK) && number && block.port_size() != 0) {
+        chosen = splitOff(block, *number, elements);
+    } else if (is(A_VSELECTOR_BLOCK)) {
+        chosen = chooseByIndices(block, elements);
+    }
     std::vector<Source> sources;
     for (const Port &port : block.ports()) {
-        const std::optional<std::size_t> number = numberOf(port.getName());
-        if (!isPack || !number || has(elements, *number)) {
-            sources.push_back({&port, chosen});
+        sources.push_back({&port, chosen});
+    }
+    return sources;
+}
+
+std::vector<WiringElements::Source> WiringElements::packedBy(const Block &pack, const Elements &elements) {
+    const bool isComplex = pack.type() == A_CPACK_BLOCK.get_ptr();
+    const auto level =
+        !isComplex ? elements.begin() : std::find_if(elements.begin(), elements.end(), [](const ElementsOfLevel &one) {
+            return one.kind == CompoundKind::Complex;
+        });
+    Elements inner = elements;
+    std::optional<Numbers> chosen;
+    if (level != elements.end()) {
+        chosen = level->chosen;
+        inner.erase(inner.begin() + (level - elements.begin()));
+        inner = trimmed(std::move(inner));
+    }
+    std::vector<Source> sources;
+    for (const Port &port : pack.ports()) {
+        const std::optional<std::size_t> number =
+            isComplex ? std::size_t{port.getName() == A_CPACK_PORT_IMAG} : numberOf(port.getName());
+        if (!number || has(chosen, *number)) {
+            sources.push_back({&port, inner});
         }
     }
     return sources;
 }
 
-/// Of what has one input.
-Elements WiringElements::chosenBy(const Block &block, const PureValueRef &output, const Elements &elements) {
-    const Value *type = block.type();
-    const std::optional<std::size_t> number = numberOf(output);
-    if (type == A_VUNPACK_BLOCK.get_ptr() && number) {
-        return std::vector<std::size_t>{*number};
+/// The parts of all elements of a vector come out as a vector.
+Elements WiringElements::partOf(const Block &unpack, bool isImaginary, const Elements &elements) {
+    Elements taken = elements;
+    const std::optional<CompoundTypeInfo> shape = shapeOf(unpack, A_CUNPACK_PORT_IN, true);
+    std::size_t depth = 0;
+    for (CompoundTypeInfo at = shape.value_or(CompoundTypeInfo()); at.topLevelIsVector(); at = at.getLevelBelow(0)) {
+        if (++depth > taken.size()) {
+            taken.push_back({CompoundKind::Vector, std::nullopt});
+        }
     }
-    if (type == A_VSPLIT_BLOCK.get_ptr() && number && block.port_size() != 0) {
-        const bool isTold = block.findParam(A_VSPLIT_LAYOUT) != nullptr;
-        const std::optional<std::size_t> length = isTold ? 0 : lengthOf(block, block.port_begin()->getName(), true);
-        if (!length) {
+    taken.push_back(elementsOf(CompoundKind::Complex, {isImaginary ? std::size_t{1} : std::size_t{0}}));
+    return taken;
+}
+
+Elements WiringElements::splitOff(const Block &split, std::size_t part, const Elements &elements) {
+    std::size_t length = 0;
+    if (split.findParam(A_VSPLIT_LAYOUT) == nullptr) {
+        const std::optional<CompoundTypeInfo> shape = shapeOf(split, split.port_begin()->getName(), true);
+        if (!shape) {
             return {};
         }
-        const auto [first, taken] = partOfSplit(block, *number, *length);
-        std::vector<std::size_t> part;
-        for (std::size_t i = 0; i < taken; ++i) {
-            part.push_back(first + i);
-        }
-        return outOf(part, elements);
+        length = shape->topLevelIsVector() ? shape->size_shallow() : 1;
     }
-    const TupleValueRef levels = tupleVR(block.getParam(A_VSELECTOR_INDICIES));
-    const TupleValueRef indices = tupleVR(levels && levels->size() != 0 ? levels->at(0) : ValueRef());
-    if (type == A_VSELECTOR_BLOCK.get_ptr() && indices) {
-        std::vector<std::size_t> chosen;
-        for (const ValueRef &index : *indices) {
-            chosen.push_back(numberOf(PureValueRef(index)).value_or(0));
-        }
-        return outOf(chosen, elements);
+    const auto [first, count] = partOfSplit(split, part, length);
+    Numbers chosen;
+    for (std::size_t i = 0; i < count; ++i) {
+        chosen.push_back(first + i);
     }
-    return elements;
+    Elements taken;
+    Elements rest = elements;
+    choose(chosen, taken, rest);
+    return behind(taken.front(), rest);
 }
 
 /// The inputs stand one behind the other.
@@ -122,31 +222,38 @@ std::vector<WiringElements::Source> WiringElements::joinedBy(const Block &concat
     for (const Port &port : concat.ports()) {
         inputs.emplace(numberOf(port.getName()).value_or(inputs.size()), &port);
     }
+    const std::optional<Numbers> &chosen = elements.front().chosen;
+    const Elements inner = withoutFirst(elements);
     std::vector<Source> sources;
     std::size_t at = 0;
     bool isKnown = true;
     for (const auto &[number, port] : inputs) {
-        const std::optional<std::size_t> length = isKnown ? lengthOf(concat, port->getName(), true) : std::nullopt;
-        isKnown = length.has_value();
-        if (!length) {
+        const std::optional<CompoundTypeInfo> shape = isKnown ? shapeOf(concat, port->getName(), true) : std::nullopt;
+        isKnown = shape.has_value();
+        if (!shape) {
             sources.push_back({port, {}});
             continue;
         }
-        std::vector<std::size_t> own;
-        for (const std::size_t element : *elements) {
-            if (element >= at && element - at < *length) {
-                own.push_back(element - at);
+        const bool isVector = shape->topLevelIsVector();
+        const std::size_t end = at + (isVector ? shape->size_shallow() : 1);
+        ElementsOfLevel own{CompoundKind::Vector, std::nullopt};
+        if (chosen) {
+            own.chosen.emplace();
+            for (const std::size_t element : *chosen) {
+                if (element >= at && element < end) {
+                    own.chosen->push_back(element - at);
+                }
             }
         }
-        at += *length;
-        if (!own.empty()) {
-            sources.push_back({port, *length == 1 ? Elements() : Elements(own)});
+        at = end;
+        if (!own.chosen || !own.chosen->empty()) {
+            sources.push_back({port, isVector ? behind(own, inner) : inner});
         }
     }
     return sources;
 }
 
-std::optional<std::size_t> WiringElements::lengthOf(const Block &block, const PureValueRef &name, bool isPort) {
+std::optional<CompoundTypeInfo> WiringElements::shapeOf(const Block &block, const PureValueRef &name, bool isPort) {
     const auto [model, isNew] = mTypes.try_emplace(&block.getModel());
     if (isNew) {
         TypeFilter filter;
@@ -159,9 +266,7 @@ std::optional<std::size_t> WiringElements::lengthOf(const Block &block, const Pu
     if (type == model->second.end() || !type->second) {
         return std::nullopt;
     }
-    const TupleValueRef parts = tupleVR(type->second);
-    const bool isVector = parts && parts->size() == 3 && parts->at(0) == A_TYPE_VECTOR;
-    return isVector ? numberOf(PureValueRef(parts->at(1))) : 1;
+    return CompoundTypeInfo::createFromValue(type->second);
 }
 
 } // namespace orvo::driver

@@ -8,6 +8,7 @@
 #include <orvo/annotation.h>
 #include <orvo/block.h>
 #include <orvo/design.h>
+#include <orvo/gototags.h>
 #include <orvo/logging.h>
 #include <orvo/model.h>
 #include <orvo/modeltreepass.h>
@@ -16,8 +17,8 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <set>
-#include <tuple>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -33,20 +34,6 @@ ORVO_DEFINE_PASS(
     "its tag, are reported and stay. To run before the design is flattened, which takes the reach of tags away.")
 
 namespace {
-
-/// How far a tag is seen.
-enum class TagKind : std::int32_t { Local = 0, Scoped = 1, Global = 2, Bus = 3 };
-
-struct TagKey {
-    TagKind kind;
-    PureValueRef tag;
-    /// The Goto's own model for a local tag, the scope root for a scoped one; null for all others.
-    Model *scope;
-
-    bool operator<(const TagKey &other) const {
-        return std::tie(kind, tag, scope) < std::tie(other.kind, other.tag, other.scope);
-    }
-};
 
 struct TagInfo {
     /// The model of the Goto that was met last.
@@ -284,8 +271,6 @@ class TagTable {
 
   private:
     using Tags = std::map<TagKey, TagInfo>;
-    /// The scope root that each model sees, for one tag.
-    using Roots = std::unordered_map<Model *, Model *>;
     /// Of a block that is gone: the end that an edge of a domain may stand at, and the wire that is as good.
     struct Successor {
         PureValueRef end;
@@ -293,9 +278,7 @@ class TagTable {
         PureValueRef wire;
     };
 
-    template <class Holds> Model *upward(Model &model, Roots &known, Holds holds) const;
-    TagKey keyOf(Block &sender, const PureValueRef &tag);
-    Tags::iterator find(Model &model, const PureValueRef &tag);
+    Tags::iterator find(const Model &model, const PureValueRef &tag);
     TagInfo *tagFor(Block &from);
     Block *feederOf(Block &from);
     bool closesRing(Block &from);
@@ -308,12 +291,9 @@ class TagTable {
     ModelTreePass &mTree;
     Hierarchy mHierarchy;
     Tags mTags;
-    /// The scope roots above Gotos, which are marked, and above Froms, which also have a Goto; by tag.
-    std::unordered_map<const Value *, Roots> mMarkedRoots;
-    std::unordered_map<const Value *, Roots> mUsedRoots;
+    GotoTags mReach;
     /// The tags whose Gotos are fed by a From: their wires follow when the From is resolved.
     std::unordered_map<Block *, std::vector<TagInfo *>> mFedBy;
-    std::unordered_map<Model *, std::set<PureValueRef>> mScoped;
     /// Also those that are gone: a From never comes to stand in the place of another.
     std::unordered_set<const Block *> mTried;
     /// The Froms whose feeders were followed, by the number of the walk.
@@ -348,59 +328,9 @@ void giveEntries(Block &heir, const MetadataEntries &entries) {
     }
 }
 
-PureValueRef markOf(const PureValueRef &tag, Context *context) {
-    return PureTupleValue::get(A_GOTO_TAG_TYPE_SCOPED, tag, context);
-}
-
-/// The first model that `holds` from the given one up, as far as each has one place; null if none does.
-template <class Holds> Model *TagTable::upward(Model &model, Roots &known, Holds holds) const {
-    std::vector<Model *> way;
-    Model *root = nullptr;
-    for (Model *at = &model; at != nullptr && root == nullptr; at = mTree.getSingleParent(*at)) {
-        const auto [place, isNew] = known.try_emplace(at, nullptr);
-        if (!isNew) {
-            // Also in a ring of models that instantiate each other, which has no top.
-            root = place->second;
-            break;
-        }
-        way.push_back(at);
-        root = holds(*at) ? at : nullptr;
-    }
-    for (Model *passed : way) {
-        known[passed] = root;
-    }
-    return root;
-}
-
-TagKey TagTable::keyOf(Block &sender, const PureValueRef &tag) {
-    const ValueRef type = sender.getParam(A_GOTO_TAG_TYPE);
-    if (type == A_GOTO_TAG_TYPE_SCOPED) {
-        const PureValueRef mark = markOf(tag, sender.getContext());
-        Model *root = upward(sender.getModel(), mMarkedRoots[tag.get_ptr()],
-                             [&](const Model &model) { return model[mark] == A_TRUE; });
-        if (root != nullptr) {
-            mScoped[root].insert(tag);
-            mUsedRoots.try_emplace(tag.get_ptr());
-        }
-        return {TagKind::Scoped, tag, root};
-    }
-    if (type == A_GOTO_TAG_TYPE_GLOBAL) {
-        return {TagKind::Global, tag, nullptr};
-    }
-    if (type == A_GOTO_TAG_TYPE_BUS) {
-        return {TagKind::Bus, tag, nullptr};
-    }
-    if (!(type == A_GOTO_TAG_TYPE_LOCAL)) {
-        log::msg(msg::warning::GOTO_BAD_TAG_TYPE, log::p("tagType", type) % log::p("block", sender.value()));
-    }
-    return {TagKind::Local, tag, &sender.getModel()};
-}
-
 void TagTable::take(Block &sender) {
-    const Port *port = sender.getPort(A_GOTO_PORT_IN);
-    Wire *wire = port == nullptr ? nullptr : port->peekWire();
-    // A signal of another model is as good as none.
-    if (wire == nullptr || &wire->getBlock().getModel() != &sender.getModel()) {
+    Wire *wire = signalOfGoto(sender);
+    if (wire == nullptr) {
         log::msg(msg::error::GOTO_MISSING_PORT, log::p("block", sender.value()));
         return;
     }
@@ -408,7 +338,11 @@ void TagTable::take(Block &sender) {
     if (!tag) {
         return;
     }
-    TagInfo &info = mTags[keyOf(sender, tag)];
+    if (!statedTagKind(sender)) {
+        log::msg(msg::warning::GOTO_BAD_TAG_TYPE,
+                 log::p("tagType", sender.getParam(A_GOTO_TAG_TYPE)) % log::p("block", sender.value()));
+    }
+    TagInfo &info = mTags[mReach.enter(sender, tag)];
     info.model = &sender.getModel();
     info.wires[info.model] = wire;
     if (isOfType(wire->getBlock(), A_FROM_BLOCK)) {
@@ -422,21 +356,9 @@ void TagTable::take(Block &sender) {
     delete &sender;
 }
 
-/// What a From in the model reads under a tag: of several reaches the narrowest wins.
-TagTable::Tags::iterator TagTable::find(Model &model, const PureValueRef &tag) {
-    auto hit = mTags.find({TagKind::Local, tag, &model});
-    const auto roots = mUsedRoots.find(tag.get_ptr());
-    if (hit == mTags.end() && roots != mUsedRoots.end()) {
-        Model *root = upward(model, roots->second, [&](Model &at) {
-            const auto tags = mScoped.find(&at);
-            return tags != mScoped.end() && tags->second.count(tag) != 0;
-        });
-        hit = root == nullptr ? hit : mTags.find({TagKind::Scoped, tag, root});
-    }
-    if (hit == mTags.end()) {
-        hit = mTags.find({TagKind::Global, tag, nullptr});
-    }
-    return hit != mTags.end() ? hit : mTags.find({TagKind::Bus, tag, nullptr});
+TagTable::Tags::iterator TagTable::find(const Model &model, const PureValueRef &tag) {
+    const std::optional<TagKey> key = mReach.find(model, tag);
+    return key ? mTags.find(*key) : mTags.end();
 }
 
 /// Null, after a message, if none reaches the From.
@@ -624,12 +546,8 @@ void TagTable::follow(Block &from, Wire &wire, const MetadataEntries &behind) {
 }
 
 void TagTable::clearMarks(Model &root) {
-    const auto tags = mScoped.find(&root);
-    if (tags == mScoped.end()) {
-        return;
-    }
-    for (const PureValueRef &tag : tags->second) {
-        root.setParam(markOf(tag, root.getContext()), nullptr);
+    for (const PureValueRef &tag : mReach.scopedBelow(root)) {
+        root.setParam(scopeMarkOf(tag), nullptr);
     }
 }
 

@@ -73,6 +73,24 @@ has "$file" 'skip: 2'
 run 3 opt --replay "$file"
 rm "$file"
 
+# Inside turns, the rest of the turn is replayed and then the turns anew, counted as they were.
+# in_turns FIRST LEFT OPTIONS...: a fault behind FIRST in the turns, with LEFT commands still to run.
+in_turns() {
+    local turns="repeat($1, NetlistVerificationPass)" left=$2
+    shift 2
+    run 3 opt changed.xml --feature $feature --stop-after 9 -p "$turns, DeadModelPass" "$@"
+    file=$(only_file)
+    has "$file" "passes: NetlistVerificationPass, $turns, DeadModelPass"
+    has "$file" "stop-after: $left"
+    run 3 opt --replay "$file"
+    has err 'internal fault in pass 1, NetlistVerificationPass: assertion'
+    run 3 opt --replay "$file" --skip 1 --no-reproducer
+    has err 'internal fault in pass 3, NetlistVerificationPass: assertion'
+    rm "$file"
+}
+in_turns ModelTreePass 8
+in_turns DeadBlockPass 6 --skip 2
+
 # From a pipe the design is kept, too.
 run 3 opt - --feature $feature -p NetlistVerificationPass <bad.xml
 file=$(only_file)

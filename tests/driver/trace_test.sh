@@ -77,6 +77,30 @@ run 0 trace tags.xml joined.xml --signal top/from.fromWireOut
 has out "because block 'from' was wiring; what the Goto of its tag read"
 has out '  is top/in.x'
 
+# Only of the tag that reaches it: the narrowest, and no local one of another model.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="low">\n' "$namespace"
+    block from fromBlock "$(param gotoTag a)<wire name=\"fromWireOut\"/>"
+    block out outputBlock "$(param y '[/low/from/fromWireOut]')"
+    printf '</model><model name="other">\n'
+    block in inputBlock '<wire name="hidden"/>'
+    block to gotoBlock "$(param gotoTag a)$(param gotoTagType gotoTagTypeLocal)$(param gotoPortIn '[/other/in/hidden]')"
+    printf '</model><model name="top">\n'
+    block in inputBlock '<wire name="wide"/><wire name="first"/><wire name="own"/>'
+    block low modelBlock "$(param modelNode '[/low]')<wire name=\"y\"/>"
+    block to1 gotoBlock "$(param gotoTag a)$(param gotoPortIn '[/top/in/first]')"
+    block to2 gotoBlock "$(param gotoTag a)$(param gotoTagType tpyo)$(param gotoPortIn '[/top/in/own]')"
+    block to3 gotoBlock "$(param gotoTag a)$(param gotoTagType gotoTagTypeGlobal)$(param gotoPortIn '[/top/in/wide]')"
+    block from fromBlock "$(param gotoTag a)<wire name=\"fromWireOut\"/>"
+    block out outputBlock "$(param x '[/top/from/fromWireOut]')$(param y '[/top/low/y]')"
+    printf '</model></design></kelmar>\n'
+} >tags.xml
+run 0 opt tags.xml -o joined.xml --passes ElideFromGotoPass
+run 0 trace tags.xml joined.xml --signal low/from.fromWireOut
+[ "$(grep '  is ' out)" = '  is top/in.wide' ] || die "a tag is not followed by its reach"
+run 0 trace tags.xml joined.xml --signal top/from.fromWireOut
+[ "$(grep '  is ' out)" = '  is top/in.own' ] || die "a wider tag, or an earlier, hides the narrow one"
+
 # What is not there is refused, with the nearest that is.
 run 2 trace d.xml l.xml --signal top/sum.primWireOu
 has err "the design has no signal 'top/sum.primWireOu': did you mean 'top/sum.primWireOut'?"
@@ -233,3 +257,49 @@ sed '/<block name="b">/,/<\/block>/{/name="0"/d}' u.xml >cut.xml
 mv cut.xml u.xml
 is b.0 't0.0'
 has out "because block 'b' of model 'top' has no such port any more; what it read"
+
+# Unpacks lead on with their member, part or element, on all levels; packs to the input of it.
+# nested TYPE BLOCKS OUTPUTS: a delay "q" of a signal of the type, from v.xml lowered to u.xml.
+nested() {
+    {
+        printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">%s\n' "$namespace" "$(param synthOutputMode true)"
+        block in inputBlock '<wire name="a"/>'
+        block p typePinBlock "$(param typePinType "$1")$(param 0 '[/top/in/a]')<wire name=\"0\"/>"
+        block q delayBlock "$(param delayLength 3)$(param 0 '[/top/p/0]')<wire name=\"primWireOut\"/>"
+        printf '%s\n' "$2"
+        block out outputBlock "$3"
+        printf '</model></design></kelmar>\n'
+    } >v.xml
+    run 0 lower v.xml -o u.xml
+}
+unpack() { block "$1" "$2unpackBlock" "$(param "$2unpackPortIn" "[/top/$3]")$(for wire in $4; do echo "<wire name=\"$wire\"/>"; done)"; }
+real=cunpackWireReal imag=cunpackWireImag small='(typeUFixed 3 0)'
+nested "(typeComplex $small)" "$(unpack u c q/primWireOut "$real $imag")" "$(param x "[/top/u/$real]")$(param y "[/top/u/$imag]")"
+is u.$imag '(q imag).primWireOut: imaginary part'
+has out 'what it read: imaginary part'
+nested "(typeVector 2 (typeVector 3 $small))" "$(unpack u v q/primWireOut '0 1')$(unpack v v u/1 '0 1 2')" "$(param x '[/top/v/2]')$(param y '[/top/v/0]')$(param z '[/top/u/0]')"
+is v.2 '(q 2 1).primWireOut: element 2, element 1'
+has out 'what it read: element 2 of element 1'
+# What the trace finds is what the lowered design reads there.
+nested "(typeAggregate $small (typeVector 2 (typeAggregate $small (typeVector 3 (typeComplex $small)))))" \
+    "$(unpack a a q/primWireOut '0 1')$(unpack b v a/1 '0 1')$(unpack c a b/0 '0 1')$(unpack d v c/1 '0 1 2')$(unpack e c d/2 "$imag")" \
+    "$(param x "[/top/e/$imag]")$(param y '[/top/q/primWireOut]')"
+leaf='(((((q 1) 0) 1) 2) imag).primWireOut: member 1, element 0, member 1, element 2, imaginary part'
+is e.$imag "$leaf"
+run 0 trace v.xml u.xml --signal top/out.x
+has out "  is top/${leaf%%:*}, read by out.x"
+run 0 trace v.xml u.xml --signal top/p.0
+has out 'cunroll), member 1, element 0, member 1, element 2, imaginary part'
+run 0 trace v.xml u.xml --signal top/out.y
+has out "is top/${leaf%%:*}: element 0, member 1, element 2, imaginary part, member 1, read by out.(y 0 1 2 imag 1)"
+
+run 0 lower "$ORVO_SRC/examples/tagged_samples.xml" -o u.xml
+cp "$ORVO_SRC/examples/tagged_samples.xml" v.xml
+is fields.1 '((hold held) 1).primWireOut: copied out of model hold, member 1'
+has out 'what it read: member 1'
+# Through a pack to the input of the member, and out of it to an element.
+nested "(typeVector 2 $small)" "$(block pack apackBlock "$(param 0 '[/top/q/primWireOut]')$(param 1 '[/top/p/0]')<wire name=\"apackWireOut\"/>")$(unpack u a pack/apackWireOut '0 1')$(unpack v v u/0 '0 1')" "$(param x '[/top/v/1]')$(param y '[/top/u/1]')"
+is v.1 '(q 1).primWireOut: element 1'
+has out 'what it read: element 1 of member 0'
+is u.1 'p_vunroll.0: in its place (vunroll), element 0
+p_vunroll.1: in its place (vunroll), element 1'
