@@ -465,7 +465,7 @@ TEST_F(AggregateUnrollerPointsTest, moveFromASelectWithWhatTakesEachSignalsPlace
         {{"scheduleConstraintPorts", "(((selectPortkeyData 0) true () (1)) ((selectPortkeyCtrl 0) true () (2)))"},
          {"scheduleConstraintWires", "((primWireOut true (1) ()) (selectWireValid true (2) ()))"}});
     for (const char *member : {"(block 0)", "(block 1)"}) {
-        EXPECT_EQ(portsAt(model, member), "(((selectPortkeyData 0) true () (1)) ((selectPortkeyCtrl 0) true () (2)))");
+        EXPECT_EQ(portsAt(model, member), "(((selectPortkeyCtrl 0) true () (2)) ((selectPortkeyData 0) true () (1)))");
         EXPECT_EQ(wiresAt(model, member), "((primWireOut true (1) ()))");
         EXPECT_EQ(markOf(model, member, "primWireOut"), "primWireOut");
     }

@@ -78,6 +78,9 @@ struct Signal {
     /// It comes from a pack of parts of different types, which must not hear of a type from behind it: it would tell
     /// both parts one.
     bool isUnequal = false;
+    /// Its type comes out of an instance, whose blocks hear of types only when those around it have been told: a pack
+    /// of unequal parts would tell it another type first.
+    bool isLate = false;
     const PureValueRef &type() const { return shape.type; }
 };
 
@@ -305,6 +308,7 @@ class DesignBuilder {
         level.call->setParam(text(name), *above.wire);
         level.pool.push_back(signal(*Wire::create(*level.in, name), above.type()));
         level.pool.back().isUnequal = above.isUnequal;
+        level.pool.back().isLate = above.isLate;
         return level.pool.back();
     }
     /// Each type once, and now and then anew.
@@ -352,6 +356,9 @@ class DesignBuilder {
                     break;
                 }
                 if (one.isUnequal && shape.type == A_TYPE_PIN_BLOCK) {
+                    return false;
+                }
+                if (first && isPack(shape) && one.type() != first->type() && (one.isLate || first->isLate)) {
                     return false;
                 }
                 return first ? meets(*first, one) : classOf(one.shape) == wanted;
@@ -529,8 +536,9 @@ class DesignBuilder {
         return trial;
     }
 
+    static bool isPack(const BlockShape &shape) { return shape.type == A_CPACK_BLOCK || shape.type == A_VPACK_BLOCK; }
     static bool isUnequal(const Plan &plan) {
-        const bool packs = plan.shape->type == A_CPACK_BLOCK || plan.shape->type == A_VPACK_BLOCK;
+        const bool packs = isPack(*plan.shape);
         return std::any_of(plan.inputs.begin(), plan.inputs.end(), [&](const auto &input) {
             return input.second.isUnequal || (packs && input.second.type() != plan.inputs.front().second.type());
         });
@@ -549,6 +557,8 @@ class DesignBuilder {
         for (std::size_t i = 0; i < plan.wires.size(); ++i) {
             level.pool.push_back(signal(*Wire::create(block, plan.wires[i]), trial.types[i]));
             level.pool.back().isUnequal = isUnequal(plan);
+            level.pool.back().isLate = std::any_of(plan.inputs.begin(), plan.inputs.end(),
+                                                   [](const auto &input) { return input.second.isLate; });
         }
         return block;
     }
@@ -881,6 +891,7 @@ class DesignBuilder {
             mLevels.back().pool.push_back(
                 signal(*Wire::create(call, text("y" + std::to_string(i))), callable.outputTypes[i]));
             mLevels.back().pool.back().isUnequal = callable.hasUnequal;
+            mLevels.back().pool.back().isLate = true;
         }
     }
 
