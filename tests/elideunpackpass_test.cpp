@@ -108,6 +108,22 @@ TEST_F(ElideUnpackTypesTest, castsFloatsThatThePackWidened) {
     EXPECT_EQ(namesOf(model, A_CAST_BLOCK), Names{"((unpack cunpackWireReal) unpackCast)"});
 }
 
+// A cast would flush subnormals and lose what NaNs carry, which a format that is only written in another way keeps.
+TEST_F(ElideUnpackTypesTest, pinsFormatsOfFloatsThatAreWrittenInAnotherWay) {
+    Block &edge = block(model, "edge", "inputBlock");
+    const auto pinnedTo = [&](const char *name, const char *type) -> Wire & {
+        Block &pin = block(model, std::string("pin ") + name, "typePinBlock", {{"typePinType", type}});
+        pin.setParam(value("0"), *Wire::create(edge, value(name)));
+        return *Wire::create(pin, value("0"));
+    };
+    Wire &old = pinnedTo("x", "(typeSFloat 10 5)");
+    const Pair pair = complexPair(model, old, pinnedTo("y", "(typeSFloatIEEE 10 5)"));
+    output(model, "re", *pair.unpack.getWire(A_CUNPACK_WIRE_REAL));
+    runAndCompare();
+    EXPECT_EQ(namesOf(model, A_CAST_BLOCK), Names{});
+    EXPECT_TRUE(isThere(model, "((unpack cunpackWireReal) unpackCast)"));
+}
+
 TEST_F(ElideUnpackTypesTest, castsLaneByLane) {
     outputParts(model, complexPair(model, input(model, "x", "[2] s4.0"), input(model, "y", "[2] s6.1")), "[2] u12.0");
     runAndCompare();

@@ -287,7 +287,12 @@ Wire &Elision::converted(const Block &beside, std::vector<PureValueRef> &name, W
     const Types whole(from.size(), to);
     const CompoundTypeInfo shape = CompoundTypeInfo::createFromValue(to);
     if (!shape.valid()) {
-        return note(internal::widened(beside, nameOf("unpackCast"), wire, to), whole);
+        const NumTypeSpec wanted(to, context);
+        const bool isSame = std::all_of(from.begin(), from.end(),
+                                        [&](const PureValueRef &type) { return NumTypeSpec(type, context) == wanted; });
+        return note(isSame ? internal::rewritten(beside, nameOf("unpackCast"), wire, to)
+                           : internal::widened(beside, nameOf("unpackCast"), wire, to),
+                    whole);
     }
     const Kind &kind = kindOf(shape);
     const bool isComplex = kind.of == CompoundKind::Complex;

@@ -53,6 +53,13 @@ Wire &widened(const Block &beside, const PureValueRef &name, Wire &wire, const P
     return *Wire::create(cast, A_PRIM_WIRE_OUT);
 }
 
+Wire &rewritten(const Block &beside, const PureValueRef &name, Wire &wire, const PureValueRef &type) {
+    Block &pin = createBeside(beside, name, A_TYPE_PIN_BLOCK);
+    pin.setParam(A_TYPE_PIN_TYPE, type);
+    pin.setParam(numberOf(0), wire);
+    return *Wire::create(pin, numberOf(0));
+}
+
 void connectReaders(const std::vector<MaybePort> &readers, Wire &wire) {
     for (const MaybePort &reader : readers) {
         reader.setWire(wire);

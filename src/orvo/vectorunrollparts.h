@@ -25,6 +25,8 @@ PureValueRef numberOf(std::size_t number);
 Block &createBeside(const Block &beside, const PureValueRef &name, const StaticString &type);
 /// The wire brought to a type that holds all that its own does.
 Wire &widened(const Block &beside, const PureValueRef &name, Wire &wire, const PureValueRef &type);
+/// The wire with its type written in another way, as formats of floats may be: a cast would flush subnormals.
+Wire &rewritten(const Block &beside, const PureValueRef &name, Wire &wire, const PureValueRef &type);
 void connectReaders(const std::vector<MaybePort> &readers, Wire &wire);
 /// All parameters but connections, models and constraints.
 void copyPlainParams(Block &made, const Block &original);

@@ -138,17 +138,13 @@ class VecConcatUnroller final : public WiringVectorUnroller {
         }
         return *Wire::create(pack, A_VPACK_WIRE_OUT);
     }
-    /// A number in another type. One of the same format that is written in another way is pinned, for a cast would
-    /// flush subnormals. What a cast would make of the imaginary part that a real float has not, is not known.
+    /// A number in another type. What a cast would make of the imaginary part that a real float has not, is not known.
     Wire &brought(const PureValueRef &name, Wire &wire, const PureValueRef &type, const PureValueRef &wanted) const {
         Context *context = block().getContext();
         const NumTypeSpec from(type, context);
         NumTypeSpec real(wanted, context);
         if (from == real) {
-            Block &pin = createBeside(block(), name, A_TYPE_PIN_BLOCK);
-            pin.setParam(A_TYPE_PIN_TYPE, wanted);
-            pin.setParam(numberOf(0), wire);
-            return *Wire::create(pin, numberOf(0));
+            return rewritten(block(), name, wire, wanted);
         }
         if (!real.isFloat() || !real.isComplex() || from.isComplex()) {
             return widened(block(), name, wire, wanted);
