@@ -108,6 +108,17 @@ TEST_F(ElideUnpackTypesTest, castsFloatsThatThePackWidened) {
     EXPECT_EQ(namesOf(model, A_CAST_BLOCK), Names{"((unpack cunpackWireReal) unpackCast)"});
 }
 
+// Without the pair nothing would drive the readers of such an element, and nobody would be told.
+TEST_F(ElideUnpackTypesTest, leavesAPairOneOfWhoseElementsFeedsItself) {
+    const Pair pair = complexPair(model, input(model, "x", "s4.0"), input(model, "y", "s4.0"));
+    pair.pack.setParam(A_CPACK_PORT_REAL, *pair.unpack.getWire(A_CUNPACK_WIRE_REAL));
+    output(model, "re", *pair.unpack.getWire(A_CUNPACK_WIRE_REAL));
+    output(model, "im", *pair.unpack.getWire(A_CUNPACK_WIRE_IMAG));
+    run();
+    EXPECT_TRUE(isThere(model, "unpack"));
+    EXPECT_TRUE(isThere(model, "pack"));
+}
+
 // A cast would flush subnormals and lose what NaNs carry, which a format that is only written in another way keeps.
 TEST_F(ElideUnpackTypesTest, pinsFormatsOfFloatsThatAreWrittenInAnotherWay) {
     Block &edge = block(model, "edge", "inputBlock");

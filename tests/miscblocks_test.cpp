@@ -28,6 +28,11 @@ TEST(MiscTypes, passEachSignalThroughAPipe) {
           {{"0", "s4.0"}, {kOut, "u1.0"}},
           {},
           {{kOut, "u1.0"}, {"0", "s4.0"}}},
+         {"pipe whose main output means none of several inputs",
+          "pipeBlock",
+          {{"(b c)", "s4.0"}, {"(b d)", "[2] s4.0"}},
+          {},
+          {{kOut, ""}, {"(b d)", "[2] s4.0"}}},
          {"pipe that waits for input 0", "pipeBlock", {{"0", ""}, {"x", "s3.0"}}, {}, {{kOut, ""}, {"x", "s3.0"}}}});
 }
 

@@ -173,10 +173,13 @@ class PrimBoundaryAggregateUnroller : public BoundaryAggregateUnroller {
 /// The main wire takes the name of the input that it gives on, by which its members still do.
 class PipeAggregateUnroller final : public PrimBoundaryAggregateUnroller {
   public:
-    using PrimBoundaryAggregateUnroller::PrimBoundaryAggregateUnroller;
+    explicit PipeAggregateUnroller(Block &block) : PrimBoundaryAggregateUnroller(block), mNames(block) {}
 
   protected:
-    PureValueRef baseOf(const Wire &wire) const override { return internal::pipeBase(block(), wire); }
+    PureValueRef baseOf(const Wire &wire) const override { return mNames.baseOf(wire); }
+
+  private:
+    PipeNames mNames;
 };
 
 /// The map of types names the members.

@@ -578,10 +578,13 @@ using SyncRegisterUnroller = RegisterComplexUnroller<A_SYNC_REGISTER_INIT_VALUE,
 /// The main wire takes the name of the input that it gives on, by which its parts still do.
 class PipeComplexUnroller final : public BoundaryComplexUnroller {
   public:
-    using BoundaryComplexUnroller::BoundaryComplexUnroller;
+    explicit PipeComplexUnroller(Block &block) : BoundaryComplexUnroller(block), mNames(block) {}
 
   protected:
-    PureValueRef baseOf(const Wire &wire) const override { return internal::pipeBase(block(), wire); }
+    PureValueRef baseOf(const Wire &wire) const override { return mNames.baseOf(wire); }
+
+  private:
+    PipeNames mNames;
 };
 
 const ComplexUnrollHandler *defaultHandler() {

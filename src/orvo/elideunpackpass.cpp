@@ -101,16 +101,23 @@ std::vector<Block *> unpacksOf(const Block &pack, const Kind &kind) {
     return unpacks;
 }
 
-/// The blocks that drive the readers of an unpack once it is gone. An element may go through the pair several times
-/// before it leaves.
+/// What drives the readers of a wire of the unpack once the pair is gone: an element may go through it several times
+/// before it leaves. Null for one that only feeds itself.
+const Wire *sourceBehind(const Block &pack, const Wire &wire) {
+    const Block *unpack = &wire.getBlock();
+    const Wire *source = &wire;
+    for (std::size_t steps = 0; source != nullptr && &source->getBlock() == unpack; ++steps) {
+        const Port *port = steps <= pack.port_size() ? portFor(pack, *source) : nullptr;
+        source = port == nullptr ? nullptr : port->peekWire();
+    }
+    return source;
+}
+
+/// The blocks that drive the readers of an unpack once it is gone.
 std::vector<Block *> driversBehind(const Block &pack, const Block &unpack) {
     std::vector<Block *> drivers;
     for (const Wire &wire : unpack) {
-        const Wire *source = wire.port_size() == 0 ? nullptr : &wire;
-        for (std::size_t steps = 0; source != nullptr && &source->getBlock() == &unpack; ++steps) {
-            const Port *port = steps <= pack.port_size() ? portFor(pack, *source) : nullptr;
-            source = port == nullptr ? nullptr : port->peekWire();
-        }
+        const Wire *source = wire.port_size() == 0 ? nullptr : sourceBehind(pack, wire);
         if (source != nullptr && std::find(drivers.begin(), drivers.end(), &source->getBlock()) == drivers.end()) {
             drivers.push_back(&source->getBlock());
         }
@@ -258,7 +265,9 @@ std::optional<std::vector<Elision::Way>> Elision::waysThrough(const Block &pack,
         const bool isRead = wire.port_size() != 0;
         const std::optional<PureValueRef> type =
             port != nullptr && isRead ? conversion(typesOf(*port->peekWire()), typesOf(wire)) : PureValueRef();
-        if (isRead && (port == nullptr || !type)) {
+        const bool isOutside = std::any_of(wire.ports().begin(), wire.ports().end(),
+                                           [&](const Port &reader) { return &reader.getBlock() != &pack; });
+        if (isRead && (port == nullptr || !type || (isOutside && sourceBehind(pack, wire) == nullptr))) {
             return std::nullopt;
         }
         if (port != nullptr) {

@@ -31,10 +31,13 @@ class PrimBoundaryVectorUnroller : public BoundaryVectorUnroller {
 /// The main wire takes the name of the input that it gives on, by which its lanes still do.
 class PipeVectorUnroller final : public PrimBoundaryVectorUnroller {
   public:
-    using PrimBoundaryVectorUnroller::PrimBoundaryVectorUnroller;
+    explicit PipeVectorUnroller(Block &block) : PrimBoundaryVectorUnroller(block), mNames(block) {}
 
   protected:
-    PureValueRef baseOf(const Wire &wire) const override { return pipeBase(block(), wire); }
+    PureValueRef baseOf(const Wire &wire) const override { return mNames.baseOf(wire); }
+
+  private:
+    PipeNames mNames;
 };
 
 /// Filters and oscillators. Their data goes by number, and what a lane of it becomes is known by its number and lane.

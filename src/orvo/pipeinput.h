@@ -8,18 +8,28 @@
 
 namespace orvo::internal {
 
-/// The like-named one. The main wire, where no input has its name, gives on input 0, which comes before all names. Null
-/// if there is none.
+/// The like-named one. The main wire, where no input has its name, gives on input 0, or the only input; of several
+/// others none is meant more than the next. Null if there is none.
 inline const Port *pipeInput(const Block &block, const PureValueRef &wire) {
-    const Port *named = block.getPort(wire);
-    const bool isMain = named == nullptr && wire == A_PRIM_WIRE_OUT && block.port_size() != 0;
-    return isMain ? &*block.port_begin() : named;
+    if (const Port *named = block.getPort(wire); named != nullptr || wire != A_PRIM_WIRE_OUT) {
+        return named;
+    }
+    const Port *first = block.getPort(NumberValue::get(0, block.getContext()));
+    return first == nullptr && block.port_size() == 1 ? &*block.port_begin() : first;
 }
 
-/// The name of that input, or the wire's own: by it a pipe whose signals came apart gives each part on.
-inline PureValueRef pipeBase(const Block &block, const Wire &wire) {
-    const Port *port = pipeInput(block, wire.getName());
-    return port != nullptr ? port->getName() : wire.getName();
-}
+/// By which names a pipe whose signals come apart gives each part on: those of the inputs, as they were before.
+class PipeNames {
+  public:
+    explicit PipeNames(const Block &block) : mMain(A_PRIM_WIRE_OUT) {
+        if (const Port *input = pipeInput(block, A_PRIM_WIRE_OUT)) {
+            mMain = input->getName();
+        }
+    }
+    PureValueRef baseOf(const Wire &wire) const { return wire.getName() == A_PRIM_WIRE_OUT ? mMain : wire.getName(); }
+
+  private:
+    PureValueRef mMain;
+};
 
 } // namespace orvo::internal
