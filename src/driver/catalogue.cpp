@@ -7,6 +7,8 @@
 #include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/netlistverification.h>
+#include <orvo/port.h>
+#include <orvo/wire.h>
 
 namespace orvo::driver {
 
@@ -55,6 +57,21 @@ Finding toFinding(const CatalogueFinding &found) {
     return finding;
 }
 
+/// What blocks read comes from their own model: a wire of another one goes with that model.
+void addForeignWires(const Block &block, std::vector<Finding> &findings) {
+    for (const Port &port : block.ports()) {
+        const Wire &wire = *port.peekWire();
+        if (&wire.getBlock().getModel() != &block.getModel()) {
+            findings.push_back({"DRIVER_CHECK_FOREIGN_WIRE",
+                                {{"port", port.getName()->toString()},
+                                 {"block", block.getName()->toString()},
+                                 {"model", block.getModel().getName()->toString()},
+                                 {"wire", wire.value()->toString()}},
+                                &block});
+        }
+    }
+}
+
 } // namespace
 
 std::vector<Finding> checkDesign(const Design &design, const BlocksInfo &catalogue) {
@@ -65,6 +82,7 @@ std::vector<Finding> checkDesign(const Design &design, const BlocksInfo &catalog
             for (const CatalogueFinding &found : verifier.verify(block)) {
                 findings.push_back(toFinding(found));
             }
+            addForeignWires(block, findings);
         }
     }
     return findings;

@@ -417,7 +417,8 @@ void Compiler::failOnMissingType(const Wire &wire, std::uint32_t instance) {
         std::istringstream lines(text.str());
         for (std::string line; std::getline(lines, line);) {
             if (const std::size_t at = line.find("Likely failure cause"); at != std::string::npos) {
-                reason += "; " + line.substr(at);
+                // The blocks of a loop stand on lines of their own there, and behind the reason here.
+                reason += "; " + line.substr(at, line.find_last_not_of(':') + 1 - at);
                 break;
             }
         }

@@ -99,3 +99,23 @@ empty out
 loose '' >unmarked.xml
 run 1 check unmarked.xml --json
 json out '[(c["kind"], c["instance"], c["input"]) for c in d["types"]["causes"]] == [("external", "loose", "x")]'
+
+# A wire of another model is none that a block may read: nothing carries the signal there.
+cat >foreign.xml <<'XML'
+<?xml version="1.0" encoding="UTF-8" standalone="no" ?>
+<kelmar xmlns="http://orvo.example/ns/2011/kelmar">
+<design version="1.2">
+<model name="a">
+<block name="in"><param name="blockType">inputBlock</param><wire name="x"/></block>
+<block name="pin"><param name="blockType">typePinBlock</param><param name="0">[/a/in/x]</param><param name="typePinType">(typeSFixed 4 0)</param><wire name="0"/></block>
+</model>
+<model name="top">
+<block name="out"><param name="blockType">outputBlock</param><param name="y">[/a/pin/0]</param></block>
+</model>
+</design>
+</kelmar>
+XML
+run 1 check foreign.xml
+has err "input 'y' of block 'out' in model 'top' reads wire '[/a/pin/0]' of another model [DRIVER_CHECK_FOREIGN_WIRE]"
+run 1 opt foreign.xml -p DeadModelPass --verify-each
+has err DRIVER_CHECK_FOREIGN_WIRE
