@@ -10,6 +10,7 @@ namespace {
 
 class FeaturesTest : public ::testing::Test {
   protected:
+    FeaturesTest() { ClearFeatures(); }
     ~FeaturesTest() override { ClearFeatures(); }
 };
 

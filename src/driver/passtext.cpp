@@ -286,6 +286,9 @@ PassTexts lastOfTurns(PassTexts pass, PassTexts end) {
 std::vector<PassText> passesFrom(const std::vector<PassText> &passes, std::size_t first) {
     const auto due = passes.begin() + static_cast<std::ptrdiff_t>(first);
     const auto end = passes.end();
+    if (due == end) {
+        return {};
+    }
     const auto edge = std::find_if(due, end, [](const PassText &of) { return of.beginsTurns || of.endsTurns; });
     auto begin = due;
     while (begin != passes.begin() && !begin->beginsTurns) {

@@ -183,6 +183,19 @@ void ContextImpl::releaseValue(const Value *value) {
     ORVO_ASSERT(value->mRefCount == 0, "a value was released while it was referred to");
     const bool found = mTable.erase(value);
     ORVO_ASSERT(found, "a released value was not in the table of its context");
+    // A tuple lets go of its elements when it ends. They wait for that: the stack would grow with the depth of tuples.
+    if (mIsDeleting) {
+        mDying.push_back(value);
+        return;
+    }
+    mIsDeleting = true;
+    delete value;
+    while (!mDying.empty()) {
+        const Value *next = mDying.back();
+        mDying.pop_back();
+        delete next;
+    }
+    mIsDeleting = false;
 }
 
 BlockClass *ContextImpl::getBlockClass(const ValueRef &type) {

@@ -113,6 +113,7 @@ class ContextImpl {
     }
     /// Says that the value will be released soon.
     void prefetch(const Value &value) const { mTable.prefetch(value.hash()); }
+    /// Takes a value that nobody refers to out of the table and deletes it.
     void releaseValue(const Value *value);
 
     BlockClass *getBlockClass(const ValueRef &type);
@@ -129,6 +130,9 @@ class ContextImpl {
         ValueRef type;
         std::unique_ptr<BlockClass> blockClass;
     };
+    /// Values that are out of the table and wait for their end.
+    std::vector<const Value *> mDying;
+    bool mIsDeleting = false;
     using StaticValueContainer = std::set<Value *, ValueCmpLt>;
     struct StaticValues;
 

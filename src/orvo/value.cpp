@@ -32,8 +32,9 @@ ValueRef Value::resolve(Design *) { return FromPtr<Value>(this); }
 void Value::release() const {
     if (mContext != nullptr) {
         internal::implOf(*mContext).releaseValue(this);
+    } else {
+        delete this;
     }
-    delete this;
 }
 
 std::string Value::toString() const {
