@@ -26,7 +26,7 @@ LIBRARY = "liborvo_sim.so"
 
 # What passes the first tests is shown to the longer ones.
 STAGES = [
-    "SimulatorTest*:UnknownBits*:Kernels*:WideKernels*:CompareTest*",
+    "SimulatorTest*:MemoryRowsTest*:UnknownBits*:Kernels*:WideKernels*:CompareTest*",
     "EveryFixed*:EveryInteger*",
     "FloatKernels*",
     "EveryHalf*:EveryTiny*:*Floats*",
