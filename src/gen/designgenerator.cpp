@@ -358,7 +358,9 @@ class DesignBuilder {
                 if (one.isUnequal && shape.type == A_TYPE_PIN_BLOCK) {
                     return false;
                 }
-                if (first && isPack(shape) && one.type() != first->type() && (one.isLate || first->isLate)) {
+                // Parts of different types leave types open that go backward through the pack.
+                if (first && one.type() != first->type() &&
+                    (shape.type == A_CPACK_BLOCK || (isPack(shape) && (one.isLate || first->isLate)))) {
                     return false;
                 }
                 return first ? meets(*first, one) : classOf(one.shape) == wanted;
