@@ -358,9 +358,7 @@ class DesignBuilder {
                 if (one.isUnequal && shape.type == A_TYPE_PIN_BLOCK) {
                     return false;
                 }
-                // Parts of different types leave types open that go backward through the pack.
-                if (first && one.type() != first->type() &&
-                    (shape.type == A_CPACK_BLOCK || (isPack(shape) && (one.isLate || first->isLate)))) {
+                if (first && isPack(shape) && one.type() != first->type() && (one.isLate || first->isLate)) {
                     return false;
                 }
                 return first ? meets(*first, one) : classOf(one.shape) == wanted;
@@ -693,7 +691,8 @@ class DesignBuilder {
         std::vector<std::pair<PureValueRef, Wire *>> drivers;
         const std::size_t ports = 1 + chooser.below(2);
         for (std::size_t i = 0; i < ports; ++i) {
-            if (const auto from = pick(mLevels.size() - 1, chooser, [](const Signal &) { return true; })) {
+            // It tells its inputs their types from behind.
+            if (const auto from = pick(mLevels.size() - 1, chooser, [](const Signal &one) { return !one.isUnequal; })) {
                 drivers.emplace_back(text("p" + std::to_string(i)), from->wire);
                 inputs.emplace_back(drivers.back().first, from->type());
             }
