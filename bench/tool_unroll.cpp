@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -78,20 +79,6 @@ void require(bool condition, const char *what) {
     }
 }
 
-/// What the loaded design takes by the blocks that it has.
-Figures scalarDesign(const Kind &kind, std::size_t wires) {
-    ContextMgr context;
-    Design design(context.context());
-    SyntheticOptions made = kind.options;
-    made.blocks = wires;
-    made.lanes = 1;
-    made.complex = false;
-    made.members = std::min(made.members, 1);
-    Figures figures = measure([&] { makeSynthetic(design, made); });
-    figures.count = static_cast<double>(wires);
-    return figures;
-}
-
 Figures typesBefore(const Kind &kind, std::size_t wires) {
     ContextMgr context;
     Design design(context.context());
@@ -113,15 +100,13 @@ Figures unrolling(const Kind &kind, std::size_t wires) {
     return figures;
 }
 
-/// What the result takes where nothing else was before: its elements joined directly, written and loaded again.
-Figures joined(const Kind &kind, std::size_t wires) {
+/// What a design takes that is loaded where nothing else was before.
+Figures loaded(const std::function<void(Design &)> &make) {
     const std::string path = "/tmp/tool_unroll." + std::to_string(::getpid()) + ".xml";
     inChild([&] {
         ContextMgr context;
         Design design(context.context());
-        makeSynthetic(design, options(kind, wires));
-        run(design, kind.pass);
-        run(design, "ElideUnpackPass");
+        make(design);
         std::ofstream file(path);
         XMLServices().toXML(file, design);
         return Figures();
@@ -137,6 +122,27 @@ Figures joined(const Kind &kind, std::size_t wires) {
     figures.count = static_cast<double>(design.begin()->size());
     std::remove(path.c_str());
     return figures;
+}
+
+/// The result with its elements joined directly.
+Figures joined(const Kind &kind, std::size_t wires) {
+    return loaded([&](Design &design) {
+        makeSynthetic(design, options(kind, wires));
+        run(design, kind.pass);
+        run(design, "ElideUnpackPass");
+    });
+}
+
+/// A design of as many plain blocks.
+Figures plain(const Kind &kind, std::size_t wires) {
+    return loaded([&](Design &design) {
+        SyntheticOptions made = kind.options;
+        made.blocks = wires;
+        made.lanes = 1;
+        made.complex = false;
+        made.members = std::min(made.members, 1);
+        makeSynthetic(design, made);
+    });
 }
 
 Figures typesBehind(const Kind &kind, std::size_t wires) {
@@ -193,10 +199,10 @@ int main(int argc, char **argv) {
     double last = 0;
     for (const Kind &kind : kinds()) {
         std::printf("%s\n%10s %14s %14s %14s %12s %12s %12s\n", kind.name, "wires", "us/wire", "with types",
-                    "types before", "bytes/block", "joined", "of a loaded");
+                    "types before", "bytes/block", "joined", "of a plain");
         for (std::size_t wires = most / 100; wires <= most; wires *= 10) {
             const auto n = static_cast<double>(wires);
-            const Figures loaded = inChild([&] { return scalarDesign(kind, wires); });
+            const Figures scalar = inChild([&] { return plain(kind, wires); });
             const Figures before = inChild([&] { return typesBefore(kind, wires); });
             const Figures behind = inChild([&] { return typesBehind(kind, wires); });
             const Figures direct = inChild([&] { return joined(kind, wires); });
@@ -206,7 +212,7 @@ int main(int argc, char **argv) {
             std::printf("%10zu %14.3f %14.3f %14.3f %12.0f %12.0f %12.0f\n", wires, last * 1e6 / n,
                         (figures.cpuSeconds + behind.cpuSeconds) * 1e6 / n, before.cpuSeconds * 1e6 / n,
                         figures.heldBytes / figures.count, direct.heldBytes / direct.count,
-                        loaded.heldBytes / loaded.count);
+                        scalar.heldBytes / scalar.count);
         }
         std::printf("growth exponent from %zu to %zu wires: %.3f\n", most / 100, most, exponent(first, last, 100));
     }

@@ -137,6 +137,7 @@ const std::map<std::string, int> &floors() {
         {"boundaryaggregateunroller", 5},
         {"unrollaggregatepass", 5},
         {"unrollscheduledmodelpass", 5},
+        {"pairsin", 2},
         {"pipeinput", 2},
         {"vectorsplit", 2},
         {"vectorunroller", 5},

@@ -56,6 +56,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"passcontext", "pass"},
         {"passregistry", "pass"},
         {"passscheduler", "pass"},
+        {"pairsin", "miscblocks"},
         {"pipeinput", "miscblocks"},
         {"port", "block"},
         {"profilingwriter", "profiling"},

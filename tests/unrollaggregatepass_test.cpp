@@ -9,6 +9,7 @@
 #include "support/checkedrun.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
+#include "support/lowering.h"
 #include "support/randomdesigns.h"
 #include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
@@ -58,10 +59,7 @@ void computesTheSame(const std::vector<const char *> &passes) {
     const auto before = generator.make(recipes);
     const auto design = generator.make(recipes);
     std::vector<std::string> heard = runPasses(*design, passes);
-    // A join over several vectors is left alone, which is told.
-    heard.erase(std::remove_if(heard.begin(), heard.end(),
-                               [](const std::string &line) { return line.find("UNVEC_INVALID_EXPAND_TYPE") == 0; }),
-                heard.end());
+    std::erase_if(heard, test::isRefusal);
     if (!heard.empty()) {
         RC_LOG() << heard.front() << textOf(*before);
     }

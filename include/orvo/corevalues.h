@@ -8,6 +8,7 @@
 #include <mpfr.h>
 
 #include <map>
+#include <new>
 #include <unordered_map>
 #include <vector>
 
@@ -119,10 +120,11 @@ class ORVO_API NumberValue final : public PureValue {
     bool mSpecial;
 };
 
-/// A sequence of values. One that holds only pure elements is a `PureTupleValue`.
+/// A sequence of values. One that holds only pure elements is a `PureTupleValue`. The elements stand behind the object
+/// in its own memory: names of elements are tuples, of which a netlist that came apart has millions.
 class ORVO_API TupleValue : public Value {
   public:
-    using const_iterator = std::vector<ValueRef>::const_iterator;
+    using const_iterator = const ValueRef *;
 
     /// A null element before the first impure one gives a null reference; after one, it stays in the tuple.
     static TupleValueRef get(const std::vector<ValueRef> &elements, Context *context);
@@ -138,12 +140,17 @@ class ORVO_API TupleValue : public Value {
                              const ValueRef &e, Context *context);
 
     /// Throws `std::out_of_range`.
-    const ValueRef &at(std::size_t index) const { return mElements.at(index); }
+    const ValueRef &at(std::size_t index) const {
+        if (index >= mSize) {
+            throwOutOfRange();
+        }
+        return begin()[index];
+    }
     /// Null when out of range.
-    ValueRef maybeAt(std::size_t index) const { return index < mElements.size() ? mElements[index] : ValueRef(); }
-    const_iterator begin() const { return mElements.begin(); }
-    const_iterator end() const { return mElements.end(); }
-    std::size_t size() const { return mElements.size(); }
+    ValueRef maybeAt(std::size_t index) const { return index < mSize ? begin()[index] : ValueRef(); }
+    const_iterator begin() const { return reinterpret_cast<const ValueRef *>(this + 1); }
+    const_iterator end() const { return begin() + mSize; }
+    std::size_t size() const { return mSize; }
 
     ValueRef resolve(Design *design) override;
     const ValueMetaData &getMetaData() const override;
@@ -154,14 +161,24 @@ class ORVO_API TupleValue : public Value {
     Value *createOnHeap() override;
     static ValueRef parse(Context *context, std::istream &in);
 
+    ~TupleValue() override;
+    /// Knows how much memory the elements take.
+    static void operator delete(TupleValue *tuple, std::destroying_delete_t) noexcept;
+
   protected:
-    TupleValue(CoreType kind, std::vector<ValueRef> &&elements, Context *context, std::uint32_t hash);
+    TupleValue(CoreType kind, const ValueRef *elements, std::size_t count, Context *context, std::uint32_t hash);
     static TupleValueRef intern(const ValueRef *elements, std::size_t count, Context *context);
-    std::vector<ValueRef> mElements;
 
   private:
     using ResolvedTuples = std::unordered_map<const Value *, ValueRef>;
+
+    /// A tuple of this kind on the heap.
+    static TupleValue *create(CoreType kind, const ValueRef *elements, std::size_t count, Context *context,
+                              std::uint32_t hash);
+    [[noreturn]] static void throwOutOfRange();
     ValueRef resolveIn(Design *design, ResolvedTuples &known) const;
+
+    std::uint32_t mSize;
 };
 
 /// A tuple whose elements are all pure, which makes it usable as a name, a key and a type.
@@ -205,18 +222,17 @@ class ORVO_API PureTupleValue final : public TupleValue {
     /// A tuple of (key, value) pairs, in the run-stable order of the keys.
     static PureTupleValueRef get(const std::map<PureValueRef, PureValueRef> &entries, Context *context);
 
-    PureValueRef at(std::size_t index) const { return PureValueRef(mElements.at(index)); }
+    PureValueRef at(std::size_t index) const { return PureValueRef(TupleValue::at(index)); }
     PureValueRef maybeAt(std::size_t index) const { return PureValueRef(TupleValue::maybeAt(index)); }
-    const_iterator begin() const { return const_iterator(mElements.begin()); }
-    const_iterator end() const { return const_iterator(mElements.end()); }
+    const_iterator begin() const { return const_iterator(TupleValue::begin()); }
+    const_iterator end() const { return const_iterator(TupleValue::end()); }
 
     int getCoreTypeId() const override { return static_cast<int>(CoreType::PureTuple); }
     ValueRef resolve(Design *design) override;
-    Value *createOnHeap() override;
 
   private:
     friend class TupleValue;
-    PureTupleValue(std::vector<ValueRef> &&elements, Context *context, std::uint32_t hash);
+    PureTupleValue(const ValueRef *elements, std::size_t count, Context *context, std::uint32_t hash);
 };
 
 /// A reference to a node of a netlist: bound to it, or, before a design is complete and after the node has died, as a

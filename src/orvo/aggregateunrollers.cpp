@@ -2,6 +2,7 @@
 #include "orvo/aggregateunrollers.h"
 
 #include "orvo/boundaryaggregateunroller.h"
+#include "orvo/pairsin.h"
 #include "orvo/pipeinput.h"
 #include "orvo/stallnumbers.h"
 #include "orvo/unrollpasses.h"
@@ -170,39 +171,23 @@ class PrimBoundaryAggregateUnroller : public BoundaryAggregateUnroller {
     }
 };
 
-/// The main wire takes the name of the input that it gives on, by which its members still do.
-class PipeAggregateUnroller final : public PrimBoundaryAggregateUnroller {
-  public:
-    explicit PipeAggregateUnroller(Block &block) : PrimBoundaryAggregateUnroller(block), mNames(block) {}
-
-  protected:
-    PureValueRef baseOf(const Wire &wire) const override { return mNames.baseOf(wire); }
-
-  private:
-    PipeNames mNames;
-};
-
 /// The map of types names the members.
 class LatencyPlaceholderAggregateUnroller final : public PrimBoundaryAggregateUnroller {
   public:
     using PrimBoundaryAggregateUnroller::PrimBoundaryAggregateUnroller;
     void preAttach(const AggregateTypeManager &manager) override {
         Context *context = block().getContext();
-        const TupleValueRef types = tupleVR(block().getParam(A_LATENCY_PLACEHOLDER_TYPEMAP));
-        for (std::size_t i = 0; types && i < types->size(); ++i) {
-            const PureTupleValueRef pair = pureTupleVR(types->at(i));
-            if (!pair || pair->size() != 2) {
-                continue;
-            }
-            const AggregateTypeSpec &spec = manager.specOf(pair->at(1));
+        const auto add = [&](const PureValueRef &name, const PureValueRef &type) {
+            const AggregateTypeSpec &spec = manager.specOf(type);
             if (!manager.comesApart(spec)) {
-                mEntries.emplace_back(pair);
+                mEntries.emplace_back(PureTupleValue::get(name, type, context));
             }
             int number = 0;
-            for (const PureValueRef &type : manager.getFlatContainerTypes(spec)) {
-                mEntries.emplace_back(PureTupleValue::get(makeName(pair->at(0), spec, number++), type, context));
+            for (const PureValueRef &part : manager.getFlatContainerTypes(spec)) {
+                mEntries.emplace_back(PureTupleValue::get(makeName(name, spec, number++), part, context));
             }
-        }
+        };
+        forPairsIn(block().getParam(A_LATENCY_PLACEHOLDER_TYPEMAP), add);
     }
     void postAttach() override {
         block().setParam(A_LATENCY_PLACEHOLDER_TYPEMAP, PureTupleValue::get(mEntries, block().getContext()));
@@ -504,7 +489,7 @@ const AggregateUnrollRow kRows[] = {
     {&A_ENABLE_SRC_BLOCK, nullptr, kControls},
     {&A_READY_BLOCK, nullptr, kControls},
     {&A_ECC_SRC_BLOCK, nullptr, "the status is two bits"},
-    {&A_PIPE_BLOCK, handler<PipeAggregateUnroller>, kNames},
+    {&A_PIPE_BLOCK, handler<PipeUnroller<PrimBoundaryAggregateUnroller>>, kNames},
     {&A_FIXED_MFUNC_BLOCK, nullptr, "its operands are fixed-point numbers"},
     {&A_FLOAT_MFUNC_BLOCK, nullptr, kFloats},
     {&A_CIC_BLOCK, nullptr, kSamples},

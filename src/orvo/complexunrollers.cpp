@@ -3,6 +3,7 @@
 
 #include "orvo/boundarycomplexunroller.h"
 #include "orvo/multiplycomplexunroller.h"
+#include "orvo/pairsin.h"
 #include "orvo/pipeinput.h"
 #include "orvo/replacedsignals.h"
 #include "orvo/scalarproductcomplexunroller.h"
@@ -463,19 +464,15 @@ class LatencyPlaceholderComplexUnroller final : public BoundaryComplexUnroller {
     void postAttach() override {
         Context *context = block().getContext();
         std::vector<PureValueRef> entries;
-        const TupleValueRef types = tupleVR(block().getParam(A_LATENCY_PLACEHOLDER_TYPEMAP));
-        for (std::size_t i = 0; types && i < types->size(); ++i) {
-            const PureTupleValueRef pair = pureTupleVR(types->at(i));
-            if (!pair || pair->size() != 2) {
-                continue;
-            }
+        const auto add = [&](const PureValueRef &name, const PureValueRef &type) {
             PureValueRef part;
-            const ComplexDecorSpec decor(pair->at(1), part, context);
-            entries.emplace_back(PureTupleValue::get(makeName(pair->at(0), decor, false), part, context));
+            const ComplexDecorSpec decor(type, part, context);
+            entries.emplace_back(PureTupleValue::get(makeName(name, decor, false), part, context));
             if (decor.isComplex()) {
-                entries.emplace_back(PureTupleValue::get(makeName(pair->at(0), decor, true), part, context));
+                entries.emplace_back(PureTupleValue::get(makeName(name, decor, true), part, context));
             }
-        }
+        };
+        forPairsIn(block().getParam(A_LATENCY_PLACEHOLDER_TYPEMAP), add);
         block().setParam(A_LATENCY_PLACEHOLDER_TYPEMAP, PureTupleValue::get(entries, context));
         BoundaryComplexUnroller::postAttach();
     }
@@ -574,18 +571,6 @@ class MultiplyUnrollHandler final : public ComplexUnrollHandler {
 
 using RegisterUnroller = RegisterComplexUnroller<A_REGISTER_INIT_VALUE, A_REGISTER_PORT_ENABLE>;
 using SyncRegisterUnroller = RegisterComplexUnroller<A_SYNC_REGISTER_INIT_VALUE, A_SYNC_REGISTER_PORT_ICLK_ENABLE>;
-
-/// The main wire takes the name of the input that it gives on, by which its parts still do.
-class PipeComplexUnroller final : public BoundaryComplexUnroller {
-  public:
-    explicit PipeComplexUnroller(Block &block) : BoundaryComplexUnroller(block), mNames(block) {}
-
-  protected:
-    PureValueRef baseOf(const Wire &wire) const override { return mNames.baseOf(wire); }
-
-  private:
-    PipeNames mNames;
-};
 
 const ComplexUnrollHandler *defaultHandler() {
     static const ComplexUnrollHandler handler;
@@ -780,7 +765,7 @@ const ComplexUnrollRow kRows[] = {
     {&A_ENABLE_SRC_BLOCK, nullptr, "all its signals are conditions"},
     {&A_READY_BLOCK, nullptr, "all its signals are conditions"},
     {&A_ECC_SRC_BLOCK, nullptr, "its signals are the status of memories"},
-    {&A_PIPE_BLOCK, handler<PipeComplexUnroller>, kNames},
+    {&A_PIPE_BLOCK, handler<PipeUnroller<BoundaryComplexUnroller>>, kNames},
     {&A_FIXED_MFUNC_BLOCK, defaultHandler, kParts},
     {&A_FLOAT_MFUNC_BLOCK, defaultHandler, kParts},
     {&A_CIC_BLOCK, boundaryHandler, kNames},

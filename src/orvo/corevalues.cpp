@@ -3,13 +3,17 @@
 
 #include <orvo/limits.h>
 #include <orvo/logging.h>
+#include <util/pool.h>
 
 #include "orvo/contextimpl.h"
 #include "orvo/valuetext.h"
 
 #include <algorithm>
+#include <limits>
+#include <memory>
 #include <numeric>
 #include <ostream>
+#include <stdexcept>
 #include <vector>
 
 namespace orvo {
@@ -312,11 +316,34 @@ ValueRef StringValue::parse(Context *context, std::istream &in) {
 
 // Tuples.
 
-TupleValue::TupleValue(CoreType kind, std::vector<ValueRef> &&elements, Context *context, std::uint32_t hash)
-    : Value(kind, context, hash), mElements(std::move(elements)) {}
+// The elements begin where the object ends, and a pure tuple has no members of its own.
+static_assert(sizeof(TupleValue) % alignof(ValueRef) == 0 && sizeof(PureTupleValue) == sizeof(TupleValue));
 
-PureTupleValue::PureTupleValue(std::vector<ValueRef> &&elements, Context *context, std::uint32_t hash)
-    : TupleValue(CoreType::PureTuple, std::move(elements), context, hash) {}
+TupleValue::TupleValue(CoreType kind, const ValueRef *elements, std::size_t count, Context *context, std::uint32_t hash)
+    : Value(kind, context, hash), mSize(static_cast<std::uint32_t>(count)) {
+    std::uninitialized_copy_n(elements, count, reinterpret_cast<ValueRef *>(this + 1));
+}
+
+PureTupleValue::PureTupleValue(const ValueRef *elements, std::size_t count, Context *context, std::uint32_t hash)
+    : TupleValue(CoreType::PureTuple, elements, count, context, hash) {}
+
+TupleValue::~TupleValue() { std::destroy_n(reinterpret_cast<ValueRef *>(this + 1), mSize); }
+
+TupleValue *TupleValue::create(CoreType kind, const ValueRef *elements, std::size_t count, Context *context,
+                               std::uint32_t hash) {
+    ORVO_ASSERT(count <= std::numeric_limits<std::uint32_t>::max(), "a tuple has fewer elements");
+    void *cell = util::poolAllocate(sizeof(TupleValue) + count * sizeof(ValueRef));
+    return kind == CoreType::PureTuple ? ::new (cell) PureTupleValue(elements, count, context, hash)
+                                       : ::new (cell) TupleValue(kind, elements, count, context, hash);
+}
+
+void TupleValue::operator delete(TupleValue *tuple, std::destroying_delete_t) noexcept {
+    const std::size_t bytes = sizeof(TupleValue) + tuple->mSize * sizeof(ValueRef);
+    tuple->~TupleValue();
+    util::poolRelease(tuple, bytes);
+}
+
+void TupleValue::throwOutOfRange() { throw std::out_of_range("a tuple has fewer elements"); }
 
 TupleValueRef TupleValue::intern(const ValueRef *elements, std::size_t count, Context *context) {
     ORVO_ASSERT(context != nullptr, "a value is made in a context");
@@ -333,13 +360,7 @@ TupleValueRef TupleValue::intern(const ValueRef *elements, std::size_t count, Co
     const auto isSame = [=](const Value *other) {
         return other->kind() == kind && sameElements(*static_cast<const TupleValue *>(other), elements, count);
     };
-    const auto make = [=]() -> Value * {
-        std::vector<ValueRef> copy(elements, elements + count);
-        if (kind == CoreType::PureTuple) {
-            return new PureTupleValue(std::move(copy), context, hash);
-        }
-        return new TupleValue(kind, std::move(copy), context, hash);
-    };
+    const auto make = [=]() -> Value * { return create(kind, elements, count, context, hash); };
     return FromPtr<TupleValue>(static_cast<TupleValue *>(implOf(*context).internBy(hash, isSame, make)));
 }
 
@@ -389,9 +410,9 @@ TupleValueRef TupleValue::get(const ValueRef &a, const ValueRef &b, const ValueR
 // A short text may stand for a value in which one tuple occurs very often, at many levels: each is bound once.
 ValueRef TupleValue::resolveIn(Design *design, ResolvedTuples &known) const {
     std::vector<ValueRef> resolved;
-    resolved.reserve(mElements.size());
+    resolved.reserve(size());
     const Value *last = nullptr;
-    for (const ValueRef &element : mElements) {
+    for (const ValueRef &element : *this) {
         if (element.get_ptr() == last && last != nullptr) {
             resolved.push_back(ValueRef(resolved.back()));
             continue;
@@ -421,32 +442,29 @@ ValueRef TupleValue::resolve(Design *design) {
 const ValueMetaData &TupleValue::getMetaData() const { return internal::tupleMetaData(); }
 
 bool TupleValue::deepBefore(const Value *other) const {
-    const std::vector<ValueRef> &theirs = static_cast<const TupleValue *>(other)->mElements;
-    const std::size_t shared = std::min(mElements.size(), theirs.size());
-    for (std::size_t i = 0; i < shared; ++i) {
-        if (mElements[i] == theirs[i]) {
-            continue;
-        }
-        if (!mElements[i] || !theirs[i]) {
-            return !mElements[i];
-        }
-        return DeepValueCmp()(mElements[i], theirs[i]);
+    const auto &theirs = *static_cast<const TupleValue *>(other);
+    const auto [mine, their] = std::mismatch(begin(), end(), theirs.begin(), theirs.end());
+    if (mine == end() || their == theirs.end()) {
+        return size() < theirs.size();
     }
-    return mElements.size() < theirs.size();
+    if (!*mine || !*their) {
+        return !*mine;
+    }
+    return DeepValueCmp()(*mine, *their);
 }
 
 void TupleValue::print(std::ostream &out) const { writeText(out, *this); }
 
 bool TupleValue::before(const Value *other) const {
-    const std::vector<ValueRef> &theirs = static_cast<const TupleValue *>(other)->mElements;
-    if (mElements.size() != theirs.size()) {
-        return mElements.size() < theirs.size();
+    const auto &theirs = *static_cast<const TupleValue *>(other);
+    if (size() != theirs.size()) {
+        return size() < theirs.size();
     }
-    const auto differ = std::mismatch(mElements.begin(), mElements.end(), theirs.begin());
-    return differ.first != mElements.end() && *differ.first < *differ.second;
+    const auto [mine, their] = std::mismatch(begin(), end(), theirs.begin());
+    return mine != end() && *mine < *their;
 }
 
-Value *TupleValue::createOnHeap() { return new TupleValue(CoreType::Tuple, std::move(mElements), context(), hash()); }
+Value *TupleValue::createOnHeap() { return create(kind(), begin(), size(), context(), hash()); }
 
 ValueRef TupleValue::parse(Context *context, std::istream &in) {
     TupleReaderState &state = tl_tuple_reader;
@@ -517,8 +535,6 @@ PureTupleValueRef PureTupleValue::get(const std::map<PureValueRef, PureValueRef>
 }
 
 ValueRef PureTupleValue::resolve(Design *) { return FromPtr<Value>(this); }
-
-Value *PureTupleValue::createOnHeap() { return new PureTupleValue(std::move(mElements), context(), hash()); }
 
 // The reader of many short texts.
 

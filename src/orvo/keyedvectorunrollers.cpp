@@ -2,6 +2,7 @@
 #include "orvo/keyedvectorunrollers.h"
 
 #include "orvo/boundaryvectorunroller.h"
+#include "orvo/pairsin.h"
 #include "orvo/pipeinput.h"
 #include "orvo/replacedsignals.h"
 #include "orvo/stallnumbers.h"
@@ -28,18 +29,6 @@ class PrimBoundaryVectorUnroller : public BoundaryVectorUnroller {
     bool canUnroll() const override { return !namesClash(); }
 };
 
-/// The main wire takes the name of the input that it gives on, by which its lanes still do.
-class PipeVectorUnroller final : public PrimBoundaryVectorUnroller {
-  public:
-    explicit PipeVectorUnroller(Block &block) : PrimBoundaryVectorUnroller(block), mNames(block) {}
-
-  protected:
-    PureValueRef baseOf(const Wire &wire) const override { return mNames.baseOf(wire); }
-
-  private:
-    PipeNames mNames;
-};
-
 /// Filters and oscillators. Their data goes by number, and what a lane of it becomes is known by its number and lane.
 class IPVectorUnroller final : public BoundaryVectorUnroller {
   public:
@@ -58,36 +47,30 @@ class LatencyPlaceholderVectorUnroller final : public BoundaryVectorUnroller {
     void postAttach() override {
         Context *context = block().getContext();
         std::vector<PureValueRef> entries;
-        const TupleValueRef types = tupleVR(block().getParam(A_LATENCY_PLACEHOLDER_TYPEMAP));
-        for (std::size_t i = 0; types && i < types->size(); ++i) {
-            const PureTupleValueRef pair = pureTupleVR(types->at(i));
-            if (!pair || pair->size() != 2) {
-                continue;
-            }
+        forPairsIn(types(), [&](const PureValueRef &name, const PureValueRef &type) {
             PureValueRef element;
-            const VectorDecorSpec vectors(pair->at(1), element, context);
+            const VectorDecorSpec vectors(type, element, context);
             if (!vectors.valid()) {
-                entries.emplace_back(pair);
-                continue;
+                entries.emplace_back(PureTupleValue::get(name, type, context));
+                return;
             }
             for (LaneCounter lane(vectors); !lane.atEnd(); lane.next()) {
-                entries.emplace_back(
-                    PureTupleValue::get(makeName(pair->at(0), vectors, lane.indices()), element, context));
+                entries.emplace_back(PureTupleValue::get(makeName(name, vectors, lane.indices()), element, context));
             }
-        }
+        });
         block().setParam(A_LATENCY_PLACEHOLDER_TYPEMAP, PureTupleValue::get(entries, context));
         BoundaryVectorUnroller::postAttach();
     }
 
   private:
+    ValueRef types() const { return block().getParam(A_LATENCY_PLACEHOLDER_TYPEMAP); }
     /// An entry need not be that of a signal.
     bool hasHugeTypes() const {
-        const TupleValueRef types = tupleVR(block().getParam(A_LATENCY_PLACEHOLDER_TYPEMAP));
-        return types && std::any_of(types->begin(), types->end(), [this](const ValueRef &entry) {
-                   const PureTupleValueRef pair = pureTupleVR(entry);
-                   return pair && pair->size() == 2 &&
-                          VectorDecorSpec(pair->at(1), block().getContext()).elementCount() > limits::kLanes;
-               });
+        bool found = false;
+        forPairsIn(types(), [&](const PureValueRef &, const PureValueRef &type) {
+            found = found || VectorDecorSpec(type, block().getContext()).elementCount() > limits::kLanes;
+        });
+        return found;
     }
 };
 
@@ -330,7 +313,9 @@ class DemuxVectorUnroller final : public VectorUnroller {
 } // namespace
 
 const VectorUnrollHandler *primBoundaryVectorHandler() { return vectorUnrollHandler<PrimBoundaryVectorUnroller>(); }
-const VectorUnrollHandler *pipeVectorHandler() { return vectorUnrollHandler<PipeVectorUnroller>(); }
+const VectorUnrollHandler *pipeVectorHandler() {
+    return vectorUnrollHandler<PipeUnroller<PrimBoundaryVectorUnroller>>();
+}
 const VectorUnrollHandler *ipVectorHandler() { return vectorUnrollHandler<IPVectorUnroller>(); }
 const VectorUnrollHandler *latencyPlaceholderVectorHandler() {
     return vectorUnrollHandler<LatencyPlaceholderVectorUnroller>();

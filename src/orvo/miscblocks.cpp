@@ -1,5 +1,6 @@
 // Type rules of the blocks at the borders of what orvo handles itself: regions that nobody schedules, interfaces to the
 // outside, models that come scheduled, stall regions, enables.
+#include "orvo/pairsin.h"
 #include "orvo/pipeinput.h"
 #include "orvo/typerules.h"
 
@@ -28,27 +29,6 @@ class ByNameTypeHandler : public NewlySetTypeHandler {
 
 class UnschedTypeHandler final : public ByNameTypeHandler {};
 class BoundaryTypeHandler final : public ByNameTypeHandler {};
-
-/// Calls `visit(name)` for each name in a tuple of a parameter.
-template <class Visit> void forNamesIn(const ValueRef &value, Visit visit) {
-    if (const TupleValueRef names = tupleVR(value)) {
-        for (const ValueRef &name : *names) {
-            if (const PureValueRef pure = name) {
-                visit(pure);
-            }
-        }
-    }
-}
-
-/// Calls `visit(key, value)` for each pair in a tuple of pairs.
-template <class Visit> void forPairsIn(const ValueRef &value, Visit visit) {
-    forNamesIn(value, [&](const PureValueRef &entry) {
-        const PureTupleValueRef pair = pureTupleVR(entry);
-        if (pair && pair->size() == 2) {
-            visit(pair->at(0), pair->at(1));
-        }
-    });
-}
 
 class IfaceTypeHandler final : public ByNameTypeHandler {
   public:

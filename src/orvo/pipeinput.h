@@ -1,4 +1,4 @@
-// Which input a wire of a pipe gives on.
+// Which input a wire of a pipe gives on, as one or element by element.
 #pragma once
 
 #include <orvo/block.h>
@@ -18,15 +18,20 @@ inline const Port *pipeInput(const Block &block, const PureValueRef &wire) {
     return first == nullptr && block.port_size() == 1 ? &*block.port_begin() : first;
 }
 
-/// By which names a pipe whose signals come apart gives each part on: those of the inputs, as they were before.
-class PipeNames {
+/// A pipe whose signals come apart by what `Unroller` does at boundaries. The main wire takes the name of the input
+/// that it gives on, as that was before, by which its elements still do.
+template <class Unroller> class PipeUnroller final : public Unroller {
   public:
-    explicit PipeNames(const Block &block) : mMain(A_PRIM_WIRE_OUT) {
+    explicit PipeUnroller(Block &block) : Unroller(block), mMain(A_PRIM_WIRE_OUT) {
         if (const Port *input = pipeInput(block, A_PRIM_WIRE_OUT)) {
             mMain = input->getName();
         }
     }
-    PureValueRef baseOf(const Wire &wire) const { return wire.getName() == A_PRIM_WIRE_OUT ? mMain : wire.getName(); }
+
+  protected:
+    PureValueRef baseOf(const Wire &wire) const override {
+        return wire.getName() == A_PRIM_WIRE_OUT ? mMain : wire.getName();
+    }
 
   private:
     PureValueRef mMain;

@@ -175,27 +175,6 @@ bool isAboutDrawing(const std::string &message) {
            begins("BLOCK_BETWEEN_IOPIN_CHANNEL_INOUT");
 }
 
-/// Blocks that no scalar ones can stand for, of which the passes tell. Designs by chance have a few of them.
-bool isRefusal(const std::string &message) {
-    constexpr const char *known[] = {
-        "UNCOMPLEX_INVALID_EXPAND_TYPE some of its data are complex and some are real",
-        "UNCOMPLEX_INVALID_EXPAND_TYPE no scalar product of vectors of real floats adds in the order of that of "
-        "complex "
-        "ones",
-        "UNCOMPLEX_INVALID_EXPAND_TYPE a control or an address is complex",
-        "UNCOMPLEX_INVALID_EXPAND_TYPE its type computes on real numbers alone",
-        "UNVEC_INVALID_EXPAND_TYPE it joins several vectors",
-        "UNVEC_INVALID_EXPAND_TYPE a signal that controls the stalling is a vector",
-    };
-    const std::size_t place = message.find(" block=");
-    const std::size_t detail = message.find(" detail=");
-    if (place == std::string::npos || detail == std::string::npos) {
-        return false;
-    }
-    const std::string line = message.substr(0, place + 1) + message.substr(detail + 8);
-    return std::find(std::begin(known), std::end(known), line) != std::end(known);
-}
-
 /// The chain to an instance of a model; all of them have signals of the same types.
 RefChain chainTo(Model &model, ModelTreePass &tree) {
     RefChain chain;
@@ -269,6 +248,25 @@ void markBlocks(Design &design, std::uint32_t marks) {
             }
         }
     }
+}
+
+bool isRefusal(const std::string &message) {
+    constexpr const char *known[] = {
+        "UNCOMPLEX_INVALID_EXPAND_TYPE some of its data are complex and some are real",
+        "UNCOMPLEX_INVALID_EXPAND_TYPE no scalar product of vectors of real floats adds in the order of that of "
+        "complex ones",
+        "UNCOMPLEX_INVALID_EXPAND_TYPE a control or an address is complex",
+        "UNCOMPLEX_INVALID_EXPAND_TYPE its type computes on real numbers alone",
+        "UNVEC_INVALID_EXPAND_TYPE it joins several vectors",
+        "UNVEC_INVALID_EXPAND_TYPE a signal that controls the stalling is a vector",
+    };
+    const std::size_t place = message.find(" block=");
+    const std::size_t detail = message.find(" detail=");
+    if (place == std::string::npos || detail == std::string::npos) {
+        return false;
+    }
+    const std::string line = message.substr(0, place + 1) + message.substr(detail + 8);
+    return std::find(std::begin(known), std::end(known), line) != std::end(known);
 }
 
 ::testing::AssertionResult lower(Design &design, const std::vector<std::string> &passes, PassSchedulerState &state,

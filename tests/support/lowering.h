@@ -37,6 +37,9 @@ void markModels(Design &design, std::uint32_t marks);
 /// Gives some of the blocks metadata by chance, so that neighbours differ in them.
 void markBlocks(Design &design, std::uint32_t marks);
 
+/// Whether a pass says that it leaves a block whole for which no scalar ones can stand. Designs by chance have a few.
+bool isRefusal(const std::string &message);
+
 /// How often a pass met blocks of a type with signals of a class.
 using Coverage = std::map<std::tuple<std::string, std::string, std::string>, std::size_t>;
 void countSignals(Design &design, const std::string &pass, Coverage &coverage);
