@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 namespace orvo {
 namespace {
 
@@ -98,6 +100,59 @@ TEST_F(GotoTagsTest, aSignalOfAnotherModelIsNone) {
     EXPECT_EQ(signalOfGoto(sender), &own);
     sender.setParam(A_GOTO_PORT_IN, *Wire::create(*Block::create(low, "in", A_INPUT_BLOCK), tag));
     EXPECT_EQ(signalOfGoto(sender), nullptr);
+}
+
+/// Which of the models that have a signal a From reads.
+class ModelPlacesTest : public GotoTagsTest {
+  protected:
+    /// Null for none.
+    const Model *giverFor(const Model &from, const Model &last, const std::set<const Model *> &senders) {
+        return ModelPlaces(design).giver(from, last, [&](const Model &model) { return senders.count(&model) != 0; });
+    }
+    void instantiateBeside() {
+        instantiate(top, beside);
+        instantiate(beside, belowBeside);
+    }
+    Model &beside = *Model::create(design, "beside");
+    Model &belowBeside = *Model::create(design, "belowBeside");
+};
+
+TEST_F(ModelPlacesTest, theOwnModelThenTheFirstOnTheWayUp) {
+    instantiateBeside();
+    EXPECT_EQ(giverFor(low, beside, {&low, &middle, &beside}), &low);
+    EXPECT_EQ(giverFor(low, beside, {&middle, &top, &beside}), &middle);
+    EXPECT_EQ(giverFor(low, beside, {&top, &beside}), &top);
+}
+
+TEST_F(ModelPlacesTest, theLastElsewhereUnlessOneAboveItHasItsOwn) {
+    instantiateBeside();
+    EXPECT_EQ(giverFor(low, beside, {&beside}), &beside);
+    EXPECT_EQ(giverFor(low, belowBeside, {&beside, &belowBeside}), &beside);
+    EXPECT_EQ(giverFor(top, low, {&low}), &low);
+    EXPECT_EQ(giverFor(top, low, {&middle, &low}), &middle);
+    EXPECT_EQ(giverFor(middle, low, {&low, &beside}), &low) << "the way ends at the first model around the last Goto";
+}
+
+TEST_F(ModelPlacesTest, noWayWithoutOneChainOfInstances) {
+    EXPECT_EQ(giverFor(low, beside, {&beside}), nullptr) << "another top";
+    instantiateBeside();
+    instantiate(top, low);
+    EXPECT_EQ(giverFor(low, beside, {&beside}), nullptr) << "two places";
+    EXPECT_EQ(giverFor(beside, low, {&low}), nullptr) << "two places of the Goto";
+    EXPECT_EQ(giverFor(low, beside, {&low, &beside}), &low) << "no way is needed";
+    const ModelPlaces places(design);
+    EXPECT_EQ(places.top(low), nullptr);
+    EXPECT_EQ(places.top(belowBeside), &top);
+    EXPECT_TRUE(places.isAround(beside, belowBeside));
+    EXPECT_FALSE(places.isAround(belowBeside, beside));
+    EXPECT_FALSE(places.isAround(middle, beside));
+}
+
+TEST_F(ModelPlacesTest, aRingOfModelsHasNoTop) {
+    instantiate(beside, belowBeside);
+    instantiate(belowBeside, beside);
+    EXPECT_EQ(ModelPlaces(design).top(beside), nullptr);
+    EXPECT_EQ(giverFor(beside, belowBeside, {&belowBeside}), nullptr);
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include <orvo/model.h>
 #include <orvo/nameorigin.h>
 #include <orvo/port.h>
+#include <orvo/scheduledmodelhandle.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
@@ -25,6 +26,7 @@
 #include <string_view>
 #include <tuple>
 #include <unordered_map>
+#include <utility>
 
 namespace orvo::driver {
 
@@ -41,6 +43,14 @@ std::optional<std::string_view> behind(std::string_view path, const std::string 
         return std::nullopt;
     }
     return path.substr(std::min(path.size(), name.size() + 1));
+}
+
+/// What references in messages and files have around their path: [/model/block/wire].
+std::string withoutMarks(std::string path) {
+    if (path.size() > 2 && path.front() == '[' && path.back() == ']') {
+        path = path.substr(1, path.size() - 2);
+    }
+    return path.substr(0, 1) == "/" ? path.substr(1) : path;
 }
 
 /// Names may hold separators, so that each name that fits is tried.
@@ -156,7 +166,85 @@ struct Place {
     std::optional<Elements> path = std::nullopt;
     /// The steps for people, where there is more to say than they do.
     std::vector<std::string> words = {};
+    /// Of a pack or unpack that is not the outermost at its signal: the way to the part that it joins or takes apart.
+    std::vector<std::size_t> inner = {};
 };
+
+/// The numbers behind the word in the name of a pack or unpack; nothing if the word is not in the name.
+std::optional<std::vector<std::size_t>> numbersBehind(const PureValueRef &name, const PureValueRef &word) {
+    const PureTupleValueRef tuple = pureTupleVR(name);
+    const std::size_t size = tuple ? tuple->size() : 0;
+    for (std::size_t i = 1; i < size; ++i) {
+        if (tuple->at(i) == word) {
+            std::vector<std::size_t> numbers;
+            for (++i; i < size && numberOf(PureValueRef(tuple->at(i))); ++i) {
+                numbers.push_back(*numberOf(PureValueRef(tuple->at(i))));
+            }
+            return numbers;
+        }
+    }
+    // Models that dissolved and copies stand in front of the name, all else behind it.
+    auto numbers = size == 0 ? std::nullopt : numbersBehind(PureValueRef(tuple->at(size - 1)), word);
+    return numbers || size == 0 ? numbers : numbersBehind(PureValueRef(tuple->at(0)), word);
+}
+
+std::vector<std::size_t> innerNumbers(const Made &made) {
+    const auto beside = std::find_if(made.steps.rbegin(), made.steps.rend(),
+                                     [](const NameStep &step) { return step.kind == NameStep::Kind::Beside; });
+    const auto numbers =
+        beside == made.steps.rend() ? std::nullopt : numbersBehind(made.block->getName(), beside->value);
+    return numbers.value_or(std::vector<std::size_t>());
+}
+
+Elements elementsAlong(const std::vector<std::size_t> &numbers, std::optional<CompoundTypeInfo> shape) {
+    Elements path;
+    for (const std::size_t number : numbers) {
+        const bool fits = shape && shape->valid() && number < shape->size_shallow();
+        path.push_back({fits && shape->topLevelIsAggregate() ? CompoundKind::Aggregate
+                        : fits && shape->topLevelIsComplex() ? CompoundKind::Complex
+                                                             : CompoundKind::Vector,
+                        std::vector<std::size_t>{number}});
+        shape = fits ? std::optional<CompoundTypeInfo>(shape->getLevelBelow(static_cast<int>(number))) : std::nullopt;
+    }
+    return path;
+}
+
+/// A text for each level.
+std::string pathText(const Elements &path) {
+    std::string text;
+    for (const ElementsOfLevel &level : path) {
+        text += (text.empty() ? "" : ", ") + elementsText({level});
+    }
+    return text;
+}
+
+/// The scalars that a compound port or wire of a scheduled model is to become, by their paths. Empty for all else.
+std::vector<std::pair<Elements, PureValueRef>> scalarsOf(const SignalName &signal) {
+    const Block &block = *signal.block;
+    if (block.type() != A_SCHEDULED_MODEL_BLOCK.get_ptr() || block[A_SCHEDULED_MODEL_ORIGINAL_TYPES] != A_TRUE) {
+        return {};
+    }
+    const auto handle = ScheduledModelHandle::fromValue(PureValueRef(block.getParam(A_SCHEDULED_MODEL_VALUE)));
+    const ScheduledModelTypes *types = handle.valid() ? handle.getOriginalModelTypes() : nullptr;
+    if (types == nullptr) {
+        return {};
+    }
+    const CompoundTypeInfo shape = CompoundTypeInfo::createFromValue(
+        signal.isPort ? types->getInputPortType(signal.name) : types->getOutputPortType(signal.name));
+    if (!shape.valid()) {
+        return {};
+    }
+    std::vector<std::pair<Elements, PureValueRef>> scalars;
+    for (const CompoundDecorIndex index : shape) {
+        Elements path;
+        for (const CompoundDecorIndex::Step &step : index.steps()) {
+            path.push_back({step.kind, std::vector<std::size_t>{static_cast<std::size_t>(step.index)}});
+        }
+        scalars.emplace_back(std::move(path), signal.isPort ? handle.getCompoundInputIndexName(signal.name, index)
+                                                            : handle.getCompoundOutputIndexName(signal.name, index));
+    }
+    return scalars;
+}
 
 bool isLaneOrPart(const NameStep &step) {
     return step.kind == NameStep::Kind::Lane || step.kind == NameStep::Kind::Part;
@@ -303,7 +391,8 @@ class Tracer {
     /// Says of each place which element of the signal it is, as far as names and types tell.
     void tellElements(const SignalName &signal, std::vector<Place> &places) {
         const bool isDivided = std::any_of(places.begin(), places.end(), [](const Place &place) {
-            return place.pin != nullptr || std::any_of(place.steps.begin(), place.steps.end(), isLaneOrPart);
+            return place.pin != nullptr || !place.inner.empty() ||
+                   std::any_of(place.steps.begin(), place.steps.end(), isLaneOrPart);
         });
         if (!isDivided) {
             for (Place &place : places) {
@@ -320,6 +409,9 @@ class Tracer {
                     pin->second = elementsOfPin(*place.pin, *shape);
                 }
                 tellElementOfPin(place, pin->second);
+            } else if (!place.inner.empty()) {
+                place.path = elementsAlong(place.inner, shape);
+                place.note = pathText(*place.path);
             } else if (!place.path) {
                 const auto key = place.steps.end() - static_cast<std::ptrdiff_t>(place.keySteps);
                 if (auto named = readNamedElement({place.steps.begin(), key}, {key, place.steps.end()}, shape)) {
@@ -348,9 +440,7 @@ class Tracer {
             return;
         }
         place.path = elements[*number];
-        for (const ElementsOfLevel &level : *place.path) {
-            place.note += (place.note.empty() ? "" : ", ") + elementsText({level});
-        }
+        place.note = pathText(*place.path);
     }
 
     const std::vector<Made> &madeFrom(const Block &block) const {
@@ -372,7 +462,7 @@ class Tracer {
                 if (isItsOwn) {
                     addAll(made, signal.isPort, true, places);
                 }
-            } else if (isInPlace(made)) {
+            } else if (isInPlace(made) && !addScalars(made, signal, places)) {
                 addMatching(made, signal, places);
             }
         }
@@ -391,7 +481,26 @@ class Tracer {
         } else {
             goOn(places);
         }
+        std::stable_partition(places.begin(), places.end(), [](const Place &place) { return place.isJoint; });
         return places;
+    }
+
+    /// A scheduled model may have a scalar of the name that a compound signal had. False if it is no such model, or
+    /// still has the signals that it had.
+    static bool addScalars(const Made &made, const SignalName &signal, std::vector<Place> &places) {
+        const bool isTakenApart = (*made.block)[A_SCHEDULED_MODEL_ORIGINAL_TYPES] == A_FALSE;
+        const auto scalars = isTakenApart ? scalarsOf(signal) : std::vector<std::pair<Elements, PureValueRef>>();
+        for (const auto &[path, name] : scalars) {
+            const Port *port = signal.isPort && name ? made.block->getPort(name) : nullptr;
+            const Wire *wire = !signal.isPort && name ? made.block->getWire(name)
+                               : port != nullptr      ? port->peekWire()
+                                                      : nullptr;
+            if (wire != nullptr) {
+                places.push_back({wire, signal.isPort ? made.block : nullptr, name, made.steps, false, pathText(path)});
+                places.back().path = path;
+            }
+        }
+        return !scalars.empty();
     }
 
     /// The packs and unpacks that took the place of what joins vectors or splits them.
@@ -438,7 +547,7 @@ class Tracer {
         std::vector<Place> kept;
         for (Place &place : places) {
             std::set<const Wire *> passed;
-            const Made *next = place.isJoint ? nullptr : onlyShape(*place.wire);
+            const Made *next = place.isJoint || !place.inner.empty() ? nullptr : onlyShape(*place.wire);
             while (next != nullptr && passed.insert(place.wire).second) {
                 place.wire = &*next->block->begin();
                 place.steps = next->steps;
@@ -522,16 +631,21 @@ class Tracer {
         return made.source->type() == A_TYPE_PIN_BLOCK.get_ptr() && has(made.steps, NameStep::Kind::Substitute);
     }
     static void addAll(const Made &made, bool isPort, bool isJoint, std::vector<Place> &places) {
+        const std::vector<std::size_t> inner = isJoint ? innerNumbers(made) : std::vector<std::size_t>();
+        const auto add = [&](const Wire &wire, const Block *reader, const PureValueRef &key) {
+            places.push_back({&wire, reader, key, made.steps, isJoint && inner.empty(), ""});
+            places.back().inner = inner;
+        };
         if (isPort) {
             for (const Port &port : made.block->ports()) {
                 if (const Wire *wire = port.peekWire()) {
-                    places.push_back({wire, made.block, port.getName(), made.steps, isJoint, ""});
+                    add(*wire, made.block, port.getName());
                 }
             }
             return;
         }
         for (const Wire &wire : *made.block) {
-            places.push_back({&wire, nullptr, wire.getName(), made.steps, isJoint, ""});
+            add(wire, nullptr, wire.getName());
         }
     }
 
@@ -618,12 +732,18 @@ class Tracer {
     }
     /// Null if no Goto of the tag reaches the model.
     const Wire *wireOfTag(const Model &model, const PureValueRef &tag) {
-        if (!mAreTagsKnown) {
-            mAreTagsKnown = true;
+        if (!mPlaces) {
+            mPlaces.emplace(mSource);
             enterTags();
         }
         const std::optional<TagKey> key = mTags.find(model, tag);
-        return key ? mWireOfTag.at(*key) : nullptr;
+        if (!key) {
+            return nullptr;
+        }
+        const Senders &senders = mSenders.at(*key);
+        const Model *giver =
+            mPlaces->giver(model, *senders.last, [&senders](const Model &at) { return senders.wires.count(&at) != 0; });
+        return giver == nullptr ? nullptr : senders.wires.at(giver);
     }
     void enterTags() {
         for (const Model &model : mSource) {
@@ -632,7 +752,9 @@ class Tracer {
                 const Wire *wire = isGoto ? signalOfGoto(block) : nullptr;
                 const PureValueRef tag(isGoto ? block.getParam(A_GOTO_TAG) : ValueRef());
                 if (wire != nullptr && tag) {
-                    mWireOfTag[mTags.enter(block, tag)] = wire;
+                    Senders &senders = mSenders[mTags.enter(block, tag)];
+                    senders.last = &model;
+                    senders.wires[&model] = wire;
                 }
             }
         }
@@ -648,15 +770,24 @@ class Tracer {
     /// Whether following the last signal led to another, be it one that was met before.
     bool mGoesOn = false;
     std::vector<SignalTrace> mTraces;
+    /// The signals of a tag's Gotos.
+    struct Senders {
+        const Model *last = nullptr;
+        std::unordered_map<const Model *, const Wire *> wires;
+    };
     /// Of the source's Gotos; empty until a From asks.
     GotoTags mTags;
-    std::map<TagKey, const Wire *> mWireOfTag;
-    bool mAreTagsKnown = false;
+    std::map<TagKey, Senders> mSenders;
+    std::optional<ModelPlaces> mPlaces;
 };
 
 } // namespace
 
-FoundSignal findSignal(const Design &design, const std::string &path) { return Finder().find(design, path); }
+FoundSignal findSignal(const Design &design, const std::string &path) {
+    FoundSignal found = Finder().find(design, path);
+    const std::string plain = found.signal ? path : withoutMarks(path);
+    return plain == path ? found : Finder().find(design, plain);
+}
 
 std::vector<SignalTrace> traceSignal(const SignalName &signal, const Design &source, const Design &lowered) {
     return Tracer(source, lowered).trace(signal);

@@ -31,7 +31,8 @@ struct FoundSignal {
 };
 
 /// A path is a model's name, the model blocks on the way if there are some, a block, and its wire or port, apart by "/"
-/// or, in front of the last, by ".". Of a wire and a port of one name the wire is meant.
+/// or, in front of the last, by ".". Of a wire and a port of one name the wire is meant. A path that leads to nothing
+/// is read once more without brackets around it and the "/" in front, as references are written.
 FoundSignal findSignal(const Design &design, const std::string &path);
 
 /// One wire of the lowered design that carries the signal or a part of it.

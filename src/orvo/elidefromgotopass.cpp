@@ -41,7 +41,7 @@ struct TagInfo {
     /// The model up to which its signal was led from there; null if nowhere yet.
     Model *reached = nullptr;
     /// What carries the tag's signal in each model that it has reached. These wires live as long as the table.
-    std::unordered_map<Model *, Wire *> wires;
+    std::unordered_map<const Model *, Wire *> wires;
     /// The metadata of blocks that are gone and that are still to go where the signal is read.
     MetadataEntries forReaders;
 };
@@ -159,94 +159,28 @@ void descend(Model &model, const TagKey &key, TagInfo &info, ModelTreePass &tree
     below = Wire::create(*input, port);
 }
 
-/// Where the models stand that have one single place. Found once: a run of the pass makes no instances.
-class Hierarchy {
-  public:
-    Hierarchy(Design &design, ModelTreePass &tree) {
-        std::unordered_map<Model *, std::vector<Model *>> below;
-        std::vector<Model *> open;
-        for (Model &model : design) {
-            if (Model *parent = tree.getSingleParent(model)) {
-                below[parent].push_back(&model);
-            } else if (model.getParentBlocks().empty()) {
-                open.push_back(&model);
-            }
-        }
-        std::vector<std::pair<Model *, Model *>> order;
-        while (!open.empty()) {
-            Model *model = open.back();
-            open.pop_back();
-            Model *parent = tree.getSingleParent(*model);
-            mPlaces[model] = {parent == nullptr ? model : mPlaces.at(parent).top, order.size(), order.size()};
-            order.emplace_back(model, parent);
-            open.insert(open.end(), below[model].begin(), below[model].end());
-        }
-        for (std::size_t i = order.size(); i-- > 0;) {
-            const auto [model, parent] = order[i];
-            if (parent != nullptr) {
-                mPlaces.at(parent).last = std::max(mPlaces.at(parent).last, mPlaces.at(model).last);
-            }
-        }
-    }
-
-    /// Null for a model that does not have one single chain of instances down to it.
-    Model *top(Model &model) const {
-        const auto place = mPlaces.find(&model);
-        return place == mPlaces.end() ? nullptr : place->second.top;
-    }
-    /// Whether the model is the other one, or instantiates it at any depth.
-    bool isAround(Model &model, Model &other) const {
-        const Place &outer = mPlaces.at(&model);
-        const Place &inner = mPlaces.at(&other);
-        return outer.first <= inner.first && inner.first <= outer.last;
-    }
-
-  private:
-    /// With the numbers of the first and the last model below it, in an order that keeps each tree together.
-    struct Place {
-        Model *top;
-        std::size_t first;
-        std::size_t last;
-    };
-    std::unordered_map<Model *, Place> mPlaces;
-};
-
-/// The models from the given one up to the first that has the signal or has the Goto below it. Both must have a place
-/// below the same top.
-std::vector<Model *> wayUp(Model &fromModel, const TagInfo &info, const Hierarchy &hierarchy, ModelTreePass &tree) {
-    std::vector<Model *> way{&fromModel};
-    while (info.wires.count(way.back()) == 0 && !hierarchy.isAround(*way.back(), *info.model)) {
-        way.push_back(tree.getSingleParent(*way.back()));
-    }
-    return way;
-}
-
-bool canRoute(Model &fromModel, const TagInfo &info, const Hierarchy &hierarchy) {
-    Model *top = hierarchy.top(fromModel);
-    return top != nullptr && hierarchy.top(*info.model) == top;
-}
-
 /// Leads the tag's signal from the model of its Goto up to the first model around both, and down to the From's. False,
 /// after a message, if there is no such way.
-bool routeAcrossModels(Model &fromModel, const TagKey &key, TagInfo &info, const Hierarchy &hierarchy,
+bool routeAcrossModels(Model &fromModel, const TagKey &key, TagInfo &info, const ModelPlaces &places,
                        ModelTreePass &tree) {
-    if (hierarchy.top(fromModel) == nullptr) {
+    if (places.top(fromModel) == nullptr) {
         log::msg(msg::error::FROM_NO_REFCHAIN, log::p("model", fromModel.value()));
         return false;
     }
-    if (hierarchy.top(*info.model) == nullptr) {
+    if (places.top(*info.model) == nullptr) {
         log::msg(msg::error::GOTO_NO_REFCHAIN, log::p("model", info.model->value()));
         return false;
     }
-    if (!canRoute(fromModel, info, hierarchy)) {
+    if (!places.areConnected(fromModel, *info.model)) {
         log::msg(msg::error::FROM_GOTO_NO_ROUTE,
                  log::p("gotoModel", info.model->value()) % log::p("fromModel", fromModel.value()));
         return false;
     }
-    const std::vector<Model *> way = wayUp(fromModel, info, hierarchy, tree);
+    const std::vector<Model *> way =
+        places.wayUp(fromModel, *info.model, [&info](Model &model) { return info.wires.count(&model) != 0; });
     Model *&reached = info.reached;
     reached = reached == nullptr ? info.model : reached;
-    while (reached != way.back() && hierarchy.isAround(*way.back(), *reached)) {
+    while (reached != way.back() && places.isAround(*way.back(), *reached)) {
         ascend(*reached, key, info, tree);
         reached = tree.getSingleParent(*reached);
     }
@@ -257,7 +191,7 @@ bool routeAcrossModels(Model &fromModel, const TagKey &key, TagInfo &info, const
 /// The tags of a design, for one run of the pass.
 class TagTable {
   public:
-    TagTable(Design &design, ModelTreePass &tree) : mTree(tree), mHierarchy(design, tree) {}
+    TagTable(Design &design, ModelTreePass &tree) : mTree(tree), mPlaces(design) {}
 
     /// Enters what a Goto gives and deletes it; a faulty one is reported and stays.
     void take(Block &sender);
@@ -289,7 +223,7 @@ class TagTable {
     void succeed(const Block &gone, const StaticString &end, const Wire &wire);
 
     ModelTreePass &mTree;
-    Hierarchy mHierarchy;
+    ModelPlaces mPlaces;
     Tags mTags;
     GotoTags mReach;
     /// The tags whose Gotos are fed by a From: their wires follow when the From is resolved.
@@ -378,7 +312,7 @@ TagInfo *TagTable::tagFor(Block &from) {
         return nullptr;
     }
     const bool isThere = hit->second.wires.count(&model) != 0;
-    return isThere || routeAcrossModels(model, hit->first, hit->second, mHierarchy, mTree) ? &hit->second : nullptr;
+    return isThere || routeAcrossModels(model, hit->first, hit->second, mPlaces, mTree) ? &hit->second : nullptr;
 }
 
 /// The From that feeds the Goto of this one's tag, as far as can be told without a route; null if there is none.
@@ -389,11 +323,10 @@ Block *TagTable::feederOf(Block &from) {
         return nullptr;
     }
     TagInfo &info = hit->second;
-    auto wire = info.wires.find(&from.getModel());
-    if (wire == info.wires.end() && canRoute(from.getModel(), info, mHierarchy)) {
-        wire = info.wires.find(wayUp(from.getModel(), info, mHierarchy, mTree).back());
-        wire = wire == info.wires.end() ? info.wires.find(info.model) : wire;
-    }
+    // What was led somewhere already is as good as the signal where it came from.
+    const Model *giver = mPlaces.giver(from.getModel(), *info.model,
+                                       [&info](const Model &model) { return info.wires.count(&model) != 0; });
+    const auto wire = giver == nullptr ? info.wires.end() : info.wires.find(giver);
     Block *feeder = wire == info.wires.end() ? nullptr : &wire->second->getBlock();
     return feeder != nullptr && isOfType(*feeder, A_FROM_BLOCK) ? feeder : nullptr;
 }

@@ -3,11 +3,14 @@
 
 #include <orvo/block.h>
 #include <orvo/corevalues.h>
+#include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/port.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
+#include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace orvo {
@@ -103,5 +106,50 @@ const std::set<PureValueRef> &GotoTags::scopedBelow(const Model &root) const {
     const auto tags = mScoped.find(&root);
     return tags == mScoped.end() ? none : tags->second;
 }
+
+ModelPlaces::ModelPlaces(const Design &design) {
+    std::unordered_map<const Model *, std::vector<const Model *>> below;
+    std::vector<const Model *> open;
+    for (const Model &model : design) {
+        if (const Model *parent = singleParent(model)) {
+            below[parent].push_back(&model);
+        } else if (model.getParentBlocks().empty()) {
+            open.push_back(&model);
+        }
+    }
+    std::vector<std::pair<const Model *, const Model *>> order;
+    while (!open.empty()) {
+        const Model *model = open.back();
+        open.pop_back();
+        const Model *parent = singleParent(*model);
+        mPlaces[model] = {parent == nullptr ? model : mPlaces.at(parent).top, order.size(), order.size()};
+        order.emplace_back(model, parent);
+        open.insert(open.end(), below[model].begin(), below[model].end());
+    }
+    for (std::size_t i = order.size(); i-- > 0;) {
+        const auto [model, parent] = order[i];
+        if (parent != nullptr) {
+            mPlaces.at(parent).last = std::max(mPlaces.at(parent).last, mPlaces.at(model).last);
+        }
+    }
+}
+
+const Model *ModelPlaces::top(const Model &model) const {
+    const auto place = mPlaces.find(&model);
+    return place == mPlaces.end() ? nullptr : place->second.top;
+}
+
+bool ModelPlaces::isAround(const Model &model, const Model &other) const {
+    const Place &outer = mPlaces.at(&model);
+    const Place &inner = mPlaces.at(&other);
+    return outer.first <= inner.first && inner.first <= outer.last;
+}
+
+bool ModelPlaces::areConnected(const Model &from, const Model &other) const {
+    const Model *above = top(from);
+    return above != nullptr && top(other) == above;
+}
+
+Model &ModelPlaces::parentOf(const Model &model) { return model.getParentBlocks().front()->getModel(); }
 
 } // namespace orvo

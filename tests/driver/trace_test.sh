@@ -101,6 +101,59 @@ run 0 trace tags.xml joined.xml --signal low/from.fromWireOut
 run 0 trace tags.xml joined.xml --signal top/from.fromWireOut
 [ "$(grep '  is ' out)" = '  is top/in.own' ] || die "a wider tag, or an earlier, hides the narrow one"
 
+# Of Gotos with one tag in several models, that of the From's own model comes first, then that of the first on the way
+# up; else the last, unless a model above it has one, too.
+# tagged NAME INPUTS BLOCKS: a model.
+tagged() {
+    printf '<model name="%s">\n' "$1"
+    [ -z "$2" ] || block in inputBlock "$(for wire in $2; do echo "<wire name=\"$wire\"/>"; done)"
+    printf '%s</model>\n' "$3"
+}
+goto() { block g gotoBlock "$(param gotoTag t)$(param gotoTagType gotoTagTypeGlobal)$(param gotoPortIn "$1")"; }
+from="$(block f fromBlock "$(param gotoTag t)<wire name=\"fromWireOut\"/>")"
+pin() { block "p$2" typePinBlock "$(param typePinType '(typeSFixed 8 0)')$(param 0 "[/$1/in/$2]")<wire name=\"0\"/>"; }
+instance() { block "c$1" modelBlock "$(param modelNode "[/$1]")${2:+$(param x "$2")}<wire name=\"y\"/>"; }
+gives() { block out outputBlock "$(param y "[/$1]")"; }
+{
+    printf '<kelmar xmlns="%s"><design version="1.2">\n' "$namespace"
+    tagged top 'x z' "$(param synthOutputMode true)$(pin top x)$(pin top z)$(instance a '[/top/px/0]')$(instance b '[/top/pz/0]')$from
+$(block out outputBlock "$(param ya '[/top/ca/y]')$(param yb '[/top/cb/y]')$(param yt '[/top/f/fromWireOut]')")"
+    for model in a b; do
+        tagged $model x "$(pin $model x)$(goto "[/$model/px/0]")$from$(gives $model/f/fromWireOut)"
+    done
+    printf '</design></kelmar>\n'
+} >two.xml
+{
+    printf '<kelmar xmlns="%s"><design version="1.2">\n' "$namespace"
+    tagged top 'x z' "$(param synthOutputMode true)$(pin top x)$(pin top z)$(goto '[/top/px/0]')$(instance zz '[/top/pz/0]')$(instance mid)
+$(block out outputBlock "$(param ya '[/top/czz/y]')$(param ym '[/top/cmid/y]')")"
+    tagged zz x "$(goto '[/zz/in/x]')$(gives zz/in/x)"
+    tagged mid '' "$(instance q)$(gives mid/cq/y)"
+    tagged q '' "$from$(gives q/f/fromWireOut)"
+    printf '</design></kelmar>\n'
+} >above.xml
+{
+    printf '<kelmar xmlns="%s"><design version="1.2">\n' "$namespace"
+    tagged top 'x' "$(param synthOutputMode true)$(pin top x)$(instance mid '[/top/px/0]')$from
+$(block out outputBlock "$(param y '[/top/f/fromWireOut]')$(param ym '[/top/cmid/y]')")"
+    tagged mid x "$(goto '[/mid/d/primWireOut]')$(block d delayBlock "$(param delayLength 1)$(param 0 '[/mid/in/x]')<wire name=\"primWireOut\"/>")$(instance q '[/mid/in/x]')$(gives mid/cq/y)"
+    tagged q x "$(goto '[/q/in/x]')$(gives q/in/x)"
+    printf '</design></kelmar>\n'
+} >between.xml
+# reads DESIGN SIGNAL PLACE OUTPUT: the trace ends where the output reads.
+reads() {
+    run 0 lower "$1" -o joined.xml
+    run 0 trace "$1" joined.xml --signal "$2"
+    [ "$(sed -n 's,^  is \(.*\)$,\1,p' out)" = "$3" ] || die "$2 is elsewhere"
+    run 0 trace "$1" joined.xml --signal "$4"
+    has out "is ${3%%:*}, read by"
+}
+reads two.xml a/f.fromWireOut 'top/(a px).0: copied out of model a' top/out.ya
+reads two.xml b/f.fromWireOut 'top/(b px).0: copied out of model b' top/out.yb
+reads two.xml top/f.fromWireOut 'top/(b px).0: copied out of model b' top/out.yt
+reads above.xml q/f.fromWireOut top/px.0 top/out.ym
+reads between.xml top/f.fromWireOut 'top/(mid d).primWireOut: copied out of model mid' top/out.y
+
 # What is not there is refused, with the nearest that is.
 run 2 trace d.xml l.xml --signal top/sum.primWireOu
 has err "the design has no signal 'top/sum.primWireOu': did you mean 'top/sum.primWireOut'?"
@@ -108,6 +161,16 @@ run 2 trace d.xml l.xml --signal tip/sum.primWireOut
 run 2 trace d.xml l.xml --signal top/sun.primWireOut
 has err "did you mean 'top/sum'?"
 run 2 trace d.xml l.xml --signal top/sum
+run 2 trace d.xml l.xml --signal '[/top/sum/primWireOu]'
+has err "no signal '[/top/sum/primWireOu]': did you mean 'top/sum.primWireOut'?"
+run 2 trace d.xml l.xml --signal '[]'
+# Signals go by the references, too, that messages and files have.
+run 0 trace d.xml l.xml --signal top/sum.primWireOut
+cp out plain
+for path in /top/sum/primWireOut '[/top/sum/primWireOut]' /top/sum.primWireOut '[top/sum/primWireOut]'; do
+    run 0 trace d.xml l.xml --signal "$path"
+    same out plain
+done
 run 2 trace d.xml l.xml
 has err '--signal is missing'
 run 2 trace d.xml --signal a
@@ -140,6 +203,72 @@ lacks out dupName
 run 0 trace v.xml u.xml --signal top/s2.x
 has out 'read by (dupName 0 (x vup)).vunpackPortIn, the whole signal'
 lacks out 'read by (x vup)'
+
+# A scheduled model tells by its handle what its signals become; what is taken apart in several steps has one pack or
+# unpack for the whole, and others for its elements.
+python3 - scheduled.xml "$namespace" <<'PYTHON'
+import sys
+def leaves(word):
+    return "".join("((compoundDecorIndexTag (compoundIndexTypeVector %d) (compoundIndexTypeComplex %d)) %s%d)"
+                   % (i // 2, i % 2, word, i) for i in range(4))
+def names(word):
+    return " ".join("%s%d" % (word, i) for i in range(4))
+def each(word, what):
+    return " ".join("(%s%d %s)" % (word, i, what) for i in range(4))
+whole = "(typeVector 2 (typeComplex (typeSFixed 4 0)))"
+handle = ("(scheduledModelHandleTag gen (scheduledModelPortlistTag (%s) (%s)) (scheduledModelTypesTag (%s) (%s)) "
+          "(scheduledModelDomainsTag (%s) (%s)) (scheduledModelTimestepsTag () ()) (unrollMappingsTag (x (%s))) "
+          "(unrollMappingsTag (y (%s))) (0 0 ()) scheduledModelHandleOriginaltypesTag (scheduledModelTypesTag ((x %s)) "
+          "((y %s))))" % (names("xx"), names("yy"), each("xx", "(typeSFixed 4 0)"), each("yy", "(typeSFixed 4 0)"),
+                          each("xx", "clk"), each("yy", "clk"), leaves("xx"), leaves("yy"), whole, whole))
+def param(name, value):
+    return '<param name="%s">%s</param>' % (name, value)
+def block(name, kind, rest):
+    return '<block name="%s">%s%s</block>\n' % (name, param("blockType", kind), rest)
+def scheduled(name, source):
+    return block(name, "scheduledModelBlock", param("scheduledModelValue", handle)
+                 + param("scheduledModelOriginalTypes", "true") + param("x", source) + '<wire name="y"/>')
+open(sys.argv[1], "w").write(
+    '<kelmar xmlns="%s"><design version="1.2"><model name="top">%s\n' % (sys.argv[2], param("synthOutputMode", "true"))
+    + block("in", "inputBlock", '<wire name="x"/>')
+    + block("pin", "typePinBlock", param("0", "[/top/in/x]") + param("typePinType", whole) + '<wire name="0"/>')
+    + scheduled("s", "[/top/pin/0]") + scheduled("s2", "[/top/s/y]")
+    + block("out", "outputBlock", param("y", "[/top/s2/y]")) + "</model></design></kelmar>\n")
+PYTHON
+cp scheduled.xml v.xml
+of_handle() {
+    run 0 trace v.xml u.xml --signal "top/$1"
+    [ "$(sed -n 's,^  is top/,,p' out)" = "$2" ] || die "$1 is elsewhere"
+}
+run 0 lower v.xml -o u.xml
+of_handle s.y 's.yy0: element 0, real part
+s.yy1: element 0, imaginary part
+s.yy2: element 1, real part
+s.yy3: element 1, imaginary part'
+of_handle s2.x 's.yy0: element 0, real part, read by s2.xx0
+s.yy1: element 0, imaginary part, read by s2.xx1
+s.yy2: element 1, real part, read by s2.xx2
+s.yy3: element 1, imaginary part, read by s2.xx3'
+run 0 lower v.xml -o u.xml --upto UnrollScheduledModelPass
+of_handle s.y '(y vp).vpackWireOut: at y, beside it (vp), the whole signal
+s.yy0: element 0, real part
+s.yy1: element 0, imaginary part
+s.yy2: element 1, real part
+s.yy3: element 1, imaginary part
+(y cp 0).cpackWireOut: at y, beside it (cp), element 0
+(y cp 1).cpackWireOut: at y, beside it (cp), element 1'
+of_handle s2.x '(y vp).vpackWireOut: at x, beside it (vup), one more of the name (0), read by (dupName 0 (x vup)).vunpackPortIn, the whole signal
+(dupName 0 (x cup 0)).cunpackWireReal: element 0, real part, read by s2.xx0
+(dupName 0 (x cup 0)).cunpackWireImag: element 0, imaginary part, read by s2.xx1
+(dupName 0 (x cup 1)).cunpackWireReal: element 1, real part, read by s2.xx2
+(dupName 0 (x cup 1)).cunpackWireImag: element 1, imaginary part, read by s2.xx3
+(dupName 0 (x vup)).0: at x, beside it (cup), one more of the name (0), element 0, read by (dupName 0 (x cup 0)).cunpackPortIn
+(dupName 0 (x vup)).1: at x, beside it (cup), one more of the name (0), element 1, read by (dupName 0 (x cup 1)).cunpackPortIn'
+run 0 trace v.xml u.xml --signal top/s.y --json
+json out '[p["whole"] for p in d["traces"][0]["places"]] == [True] + 6 * [False]'
+# Before that pass the signals are as they were.
+run 0 lower v.xml -o u.xml --upto DeadBlockPass --stop-after 2
+of_handle s.y s.y
 
 # What a block computed may come out of several that were made for it, whose names tell for what.
 {
