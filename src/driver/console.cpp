@@ -110,7 +110,10 @@ void Console::onDiagnostic(bool isError, const std::string &text) {
 }
 
 void Console::report(Severity severity, std::string_view tag, const Params &params, const FilePosition &position) {
-    mErrors += severity == Severity::Error ? 1 : 0;
+    if (severity == Severity::Error) {
+        ++mErrors;
+        mErrorTags.emplace(tag);
+    }
     mWarnings += severity == Severity::Warning ? 1 : 0;
     if (mBeforeMessage) {
         mBeforeMessage();

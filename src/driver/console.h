@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -63,6 +64,8 @@ class Console final : public ContextListener, public util::DiagnosticSink {
     /// Messages told so far.
     std::size_t errors() const { return mErrors; }
     std::size_t warnings() const { return mWarnings; }
+    /// Whether an error of this tag was among them.
+    bool hasTold(std::string_view tag) const { return mErrorTags.find(tag) != mErrorTags.end(); }
 
     /// Writes data to standard output; failing to do so ends the verb.
     void emit(std::string_view data);
@@ -72,6 +75,7 @@ class Console final : public ContextListener, public util::DiagnosticSink {
     bool mColour;
     std::size_t mErrors = 0;
     std::size_t mWarnings = 0;
+    std::set<std::string, std::less<>> mErrorTags;
     std::function<void()> mBeforeMessage;
 };
 

@@ -132,10 +132,12 @@ void DriverInstrumentation::afterPass(const PassExecution &, Design &design, boo
     util::ProfilingLog::end();
     PassRecord &record = mRecords.back();
     record.changed = changed;
-    if (changed && mOptions.verifyEach) {
+    // What a pass could not do, and told so, it may leave half done.
+    const bool isSound = mConsole.errors() == 0;
+    if (changed && isSound && mOptions.verifyEach) {
         verify(record, design);
     }
-    if (changed && mOptions.simulate) {
+    if (changed && isSound && mOptions.simulate) {
         compareWithBefore(record, design);
     }
     if (changed && mOptions.stats) {

@@ -127,9 +127,11 @@ void addLowerVerb(CLI::App &app, VerbHost &host) {
             "the passes that clear up")
         ->type_name("PRESET");
     verb->add_option("--pipeline", arguments->file, "A pipeline file in place of the one that comes with orvo")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(namesSomething());
     verb->add_option("--upto", arguments->upTo, "Run nothing behind the last occurrence of this pass")
-        ->type_name("PASS");
+        ->type_name("PASS")
+        ->check(namesSomething());
     verb->add_flag("--print-pipeline", arguments->print, "Print the passes that would run, as a pipeline file");
     addRunOptions(*verb, arguments->run);
     verb->callback(

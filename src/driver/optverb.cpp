@@ -54,7 +54,7 @@ void addOptVerb(CLI::App &app, VerbHost &host) {
         ->type_name("PASSES")
         ->allow_extra_args(false);
     addRunOptions(*verb, arguments->run);
-    verb->add_option("--replay", arguments->run.replay, "Run a reproducer")->type_name("FILE");
+    verb->add_option("--replay", arguments->run.replay, "Run a reproducer")->type_name("FILE")->check(namesSomething());
     verb->callback(
         [&host, arguments] { host.action = [&host, arguments] { return optimise(*arguments, host.console); }; });
 }

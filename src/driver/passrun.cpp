@@ -2,6 +2,7 @@
 #include "driver/passrun.h"
 
 #include "driver/catalogue.h"
+#include "driver/errorhints.h"
 #include "driver/files.h"
 #include "driver/instrumentation.h"
 #include "driver/statistics.h"
@@ -28,6 +29,7 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <set>
 #include <sstream>
 
 namespace orvo::driver {
@@ -269,6 +271,10 @@ class PassRun {
         std::optional<PassResults> results;
         runPasses(*design, scheduler, results);
         armOutsidePasses("behind the last pass");
+        warnOfUnmetNumbers();
+        for (const std::string &hint : hintsAfter(mConsole, *design, mArguments.input)) {
+            mConsole.hint("orvo: " + hint);
+        }
         const bool writes = mConsole.errors() == 0 && !mArguments.list && !mArguments.output.empty();
         if (writes) {
             util::ProfilingSection section("write", mArguments.output);
@@ -337,6 +343,19 @@ class PassRun {
                 throw;
             }
             disarmFaults();
+        }
+    }
+
+    /// A list shows one turn, and an error may end turns early.
+    void warnOfUnmetNumbers() {
+        if (mArguments.list || mConsole.errors() != 0) {
+            return;
+        }
+        const std::size_t last = mInstrumentation->records().size();
+        const std::set<std::size_t> skipped(mArguments.skip.begin(), mArguments.skip.end());
+        for (auto number = skipped.upper_bound(last); number != skipped.end(); ++number) {
+            mConsole.report(Severity::Warning, "DRIVER_NO_SUCH_NUMBER",
+                            {{"number", std::to_string(*number)}, {"last", std::to_string(last)}});
         }
     }
 
@@ -504,9 +523,16 @@ class PassRun {
 
 } // namespace
 
+CLI::Validator namesSomething() {
+    return CLI::Validator([](const std::string &text) { return std::string(text.empty() ? "the name is empty" : ""); },
+                          "");
+}
+
 void addRunOptions(CLI::App &verb, RunArguments &arguments) {
     verb.add_option("IN", arguments.input, "Design XML to read; - is standard input")->type_name("FILE");
-    verb.add_option("-o,--output", arguments.output, "Design XML to write; - is standard output")->type_name("FILE");
+    verb.add_option("-o,--output", arguments.output, "Design XML to write; - is standard output")
+        ->type_name("FILE")
+        ->check(namesSomething());
     verb.add_option("--feature", arguments.features, "Set a feature")->type_name("NAME=VALUE")->allow_extra_args(false);
     verb.add_flag("--verify-each", arguments.verifyEach, "Check the netlist before the first pass and after each");
     verb.add_option("--check", arguments.check, "sim: compare what the design computes after each pass with before")
@@ -524,12 +550,18 @@ void addRunOptions(CLI::App &verb, RunArguments &arguments) {
     verb.add_flag("--growth", arguments.growth, "Print the blocks and wires behind each pass that changed something");
     verb.add_flag("--types-before-after", arguments.types, "Print the wires whose type the passes changed");
     verb.add_flag("--time", arguments.time, "Print where time and memory went");
-    verb.add_option("--time-json", arguments.timeJson, "Write the same as JSON")->type_name("FILE");
-    verb.add_option("--time-trace", arguments.timeTrace, "Write the same as a Chrome trace")->type_name("FILE");
+    verb.add_option("--time-json", arguments.timeJson, "Write the same as JSON")
+        ->type_name("FILE")
+        ->check(namesSomething());
+    verb.add_option("--time-trace", arguments.timeTrace, "Write the same as a Chrome trace")
+        ->type_name("FILE")
+        ->check(namesSomething());
     verb.add_option("--dump-dir", arguments.dumpFolder, "Write the design after each pass that changed it")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->check(namesSomething());
     verb.add_option("--crash-dir", arguments.crashFolder, "Where a reproducer goes; the current folder if not given")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->check(namesSomething());
     verb.add_flag("--no-reproducer", arguments.noReproducer,
                   "Write no reproducer at a fault, and keep nothing for one");
 }

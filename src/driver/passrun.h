@@ -12,7 +12,8 @@
 
 namespace CLI {
 class App;
-}
+class Validator;
+} // namespace CLI
 
 namespace orvo::driver {
 
@@ -53,6 +54,9 @@ struct RunArguments {
 
 /// Gives the passes of a run once the library has started. What is wrong with them ends the verb.
 using PassSource = std::function<std::vector<PassText>(Context *)>;
+
+/// Refuses an empty text for an option: it would be taken for no option at all.
+CLI::Validator namesSomething();
 
 /// The options that every run of passes takes, those that choose the passes left out.
 void addRunOptions(CLI::App &verb, RunArguments &arguments);

@@ -173,3 +173,77 @@ run 1 lower d.xml -o kept.xml
 has err 'd.xml: error: no model of the design says how it is to be written out'
 has err DRIVER_NO_OUTPUT_MODEL
 [ ! -e kept.xml ] || die "an empty design was written"
+
+# A From that has no single place: a model that nothing to be written out needs may be in the way.
+from="$(block f fromBlock "$(param gotoTag t)<wire name=\"fromWireOut\"/>")"
+goto() { block g gotoBlock "$(param gotoTag t)$(param gotoTagType gotoTagTypeGlobal)$(param gotoPortIn "$1")"; }
+instance() { block "$1" modelBlock "$(param modelNode "[/$2]")<wire name=\"y\"/>"; }
+gives() { block out outputBlock "$(param y "[/$1]")"; }
+pinned_input="$(block in inputBlock '<wire name="x"/>')"
+pin_of() { block p typePinBlock "$(param typePinType '(typeSFixed 8 0)')$(param 0 "[/$1/in/x]")<wire name=\"0\"/>"; }
+# design NAME=BLOCKS...: models of such content; the first is written out.
+design() {
+    local output=$(param synthOutputMode true)
+    printf '<kelmar xmlns="%s"><design version="1.2">\n' "$namespace"
+    for model in "$@"; do
+        printf '<model name="%s">%s%s</model>\n' "${model%%=*}" "$output" "${model#*=}"
+        output=
+    done
+    printf '</design></kelmar>\n'
+}
+tagged="$pinned_input$(pin_of top)$(goto '[/top/p/0]')"
+sub="sub=$from$(gives sub/f/fromWireOut)"
+design "top=$tagged$(instance c sub)$(gives top/c/y)" "old=$(instance c sub)$(goto '[/old/c/y]')$(gives old/c/y)" "$sub" >spare.xml
+run 1 lower spare.xml -o low.xml
+has err '[FROM_NO_REFCHAIN]'
+has err "'orvo opt spare.xml -p DeadModelPass -o OUT' deletes them"
+run 0 opt spare.xml -p DeadModelPass -o needed.xml
+run 0 lower needed.xml -o low.xml --check sim
+run 0 equiv needed.xml low.xml
+# But one around the model that is written out may have the signal of a tag, so that no preset deletes models before.
+design "top=$(instance c sub)$(gives top/c/y)" "bench=$pinned_input$(pin_of bench)$(goto '[/bench/p/0]')$(instance dut top)$(gives bench/dut/y)" \
+    "sub=$from$(block p typePinBlock "$(param typePinType '(typeSFixed 8 0)')$(param 0 '[/sub/f/fromWireOut]')<wire name=\"0\"/>")$(gives sub/p/0)" >bench.xml
+run 0 lower bench.xml -o low.xml
+has low.xml '(route global bench t)'
+run 0 opt bench.xml -p DeadModelPass -o alone.xml
+run 1 lower alone.xml -o low.xml
+has err '[FROM_UNKNOWN_TAG]'
+
+# An error of the design is no fault of the pass that tells it, however closely passes are watched.
+design "top=$tagged$(instance c sub)$(instance c2 sub)$(block out outputBlock "$(param y '[/top/c/y]')$(param z '[/top/c2/y]')")" "$sub" >twice.xml
+rm -f orvo-crash-*
+for watch in '--check sim' --verify-each; do
+    run 1 lower twice.xml -o low2.xml $watch
+    has err '[FROM_NO_REFCHAIN]'
+    lacks err DRIVER_INTERNAL_FAULT
+    [ ! -e low2.xml ] || die "a faulty design was written"
+    [ -z "$(ls orvo-crash-* 2>/dev/null)" ] || die "an error left a reproducer"
+done
+lacks err DeadModelPass
+
+# Where a type is missing, the block that has none comes from further up.
+design "top=$pinned_input$(pin_of top)$(block w addBlok "$(param 0 '[/top/p/0]')<wire name=\"primWireOut\"/>")$(gives top/w/primWireOut)" >odd.xml
+run 1 lower odd.xml -o low2.xml
+has err "port 'y' of block '/top/out' has no type, so that its signal cannot be split [UNAGG_INVALID_PORT_TYPE]"
+has err "orvo: block 'w' in model 'top' has no type that the block catalogue knows: addBlok"
+has err "orvo: 'orvo check odd.xml' tells what lacks a type, and why"
+run 1 lower odd.xml --json
+json_lines err '[m["tag"] for m in d] == ["UNAGG_INVALID_PORT_TYPE"]'
+
+# Numbers that no pass has are told, but not of what ended early.
+run 0 lower d.xml --pipeline own --preset all --skip 5 --skip 999 --skip 2
+has err "no pass of the run had the number 999 of --skip, so that none was left out for it; the last was 4 [DRIVER_NO_SUCH_NUMBER]"
+[ "$(grep -c DRIVER_NO_SUCH_NUMBER err)" = 2 ] || die "another number is warned of"
+run 0 lower d.xml --pipeline own --preset all --skip 4 --stop-after 1
+empty err
+run 0 lower d.xml --pipeline own --preset all --list --skip 999
+empty err
+run 1 lower odd.xml --skip 999
+lacks err DRIVER_NO_SUCH_NUMBER
+
+# No name is no name of a file, a folder or a pass.
+for option in -o --upto --pipeline --dump-dir --crash-dir --time-json --time-trace; do
+    run 2 lower d.xml --pipeline own --preset all $option ''
+    has err 'the name is empty'
+done
+run 2 lower d.xml --preset ''

@@ -139,3 +139,11 @@ run 2 opt d.xml --feature USE_NETLIST_VERIFICATION_PASS=perhaps
 has err '[DRIVER_BAD_FEATURE]'
 run 2 opt d.xml --feature LUT4S_WEIGHT
 run 2 opt d.xml --feature =1
+
+# No name is no name of a file; and a number that no pass has leaves none out.
+for option in -o --replay --dump-dir; do
+    run 2 opt d.xml -p DeadBlockPass $option ''
+    has err 'the name is empty'
+done
+run 0 opt d.xml -p DeadBlockPass --skip 2 --json
+json_lines err '[(m["severity"], m["tag"], m["params"]) for m in d] == [("warning", "DRIVER_NO_SUCH_NUMBER", {"number": "2", "last": "1"})]'

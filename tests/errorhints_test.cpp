@@ -1,0 +1,64 @@
+// What is said below errors of passes.
+#include "driver/errorhints.h"
+
+#include "driver/console.h"
+
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/design.h>
+#include <orvo/model.h>
+#include <orvo/staticstrings.h>
+
+#include <gtest/gtest.h>
+
+namespace orvo::driver {
+namespace {
+
+class ErrorHintsTest : public ::testing::Test {
+  protected:
+    /// Tells an error, which goes to the test's standard error.
+    void tell(const char *tag) {
+        testing::internal::CaptureStderr();
+        console.report(Severity::Error, tag, {});
+        testing::internal::GetCapturedStderr();
+    }
+    std::vector<std::string> hints(const std::string &input = "d.xml") { return hintsAfter(console, design, input); }
+
+    ContextMgr mgr;
+    Console console;
+    Design design{mgr.context()};
+    Model &top = *Model::create(design, "top");
+};
+
+TEST_F(ErrorHintsTest, nothingBelowOtherErrors) {
+    Block::create(top, "odd")->setParam(A_BLOCK_TYPE, StringValue::get("addBlok", mgr.context()));
+    EXPECT_TRUE(hints().empty());
+    tell("FROM_MISSING_WIRE");
+    EXPECT_TRUE(hints().empty());
+}
+
+TEST_F(ErrorHintsTest, oneBlockOfEachUnknownTypeWhereTypesAreMissing) {
+    for (const char *name : {"odd", "odder"}) {
+        Block::create(top, name)->setParam(A_BLOCK_TYPE, StringValue::get("addBlok", mgr.context()));
+    }
+    tell("UNVEC_INVALID_WIRE_TYPE");
+    const std::vector<std::string> all = hints();
+    ASSERT_EQ(all.size(), 2u);
+    EXPECT_EQ(all[0], "block 'odd' in model 'top' has no type that the block catalogue knows: addBlok");
+    EXPECT_EQ(all[1], "'orvo check d.xml' tells what lacks a type, and why");
+    EXPECT_EQ(hints("-").back(), "'orvo check IN' tells what lacks a type, and why");
+}
+
+TEST_F(ErrorHintsTest, modelsThatNoneNeedsWhereTagsDoNotGetThrough) {
+    tell("FROM_NO_REFCHAIN");
+    Model &low = *Model::create(design, "low");
+    EXPECT_TRUE(hints().empty()) << "no model is to be written out";
+    top.setParam(A_SYNTH_OUTPUT_MODE, A_TRUE);
+    ASSERT_EQ(hints().size(), 1u);
+    EXPECT_NE(hints()[0].find("'orvo opt d.xml -p DeadModelPass -o OUT'"), std::string::npos);
+    Block::create(top, "low", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, low);
+    EXPECT_TRUE(hints().empty());
+}
+
+} // namespace
+} // namespace orvo::driver
