@@ -362,7 +362,7 @@ TEST_F(ElideFromGotoTest, reportsModelsWithoutACommonTop) {
     sender(apart, "goto", &source(apart, "x"), "gotoTagTypeBus");
     receiver(top, "from");
     EXPECT_EQ(run(), Lines{"FROM_GOTO_NO_ROUTE fromModel=/top gotoModel=/apart"});
-    EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines{"/top/from"});
+    EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines{"/middle/from"});
 }
 
 TEST_F(ElideFromGotoTest, endsForModelsThatInstantiateEachOther) {
@@ -522,6 +522,17 @@ TEST_F(ElideFromGotoTest, reportsARingOfTagsThroughSeveralModels) {
     EXPECT_EQ(run(), Lines{"FROM_UNKNOWN_TAG block=/a/from tag=v"});
     EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines{"/a/from"});
     EXPECT_EQ(readBy(reader), "/a/from/fromWireOut");
+}
+
+TEST_F(ElideFromGotoTest, reportsARingThroughAModelOnTheWayUpFromTheLastGoto) {
+    Model &middle = below(top, "middle");
+    Model &low = below(middle, "undermost");
+    // What the last Goto, in the order of the models' names, gives goes up no further than to the one of the ring.
+    sender(middle, "goto", &receiver(middle, "from", "v"), "gotoTagTypeGlobal", "u");
+    sender(low, "goto", &source(low, "x"), "gotoTagTypeGlobal", "u");
+    sender(top, "goto", &receiver(top, "from", "u"), "gotoTagTypeGlobal", "v");
+    EXPECT_EQ(run(), Lines{"FROM_UNKNOWN_TAG block=/middle/from tag=v"});
+    EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines{"/middle/from"});
 }
 
 TEST_F(ElideFromGotoTest, movesTheEdgesOfDomainsToTheWiresThatTookOver) {
