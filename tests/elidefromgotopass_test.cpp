@@ -362,7 +362,7 @@ TEST_F(ElideFromGotoTest, reportsModelsWithoutACommonTop) {
     sender(apart, "goto", &source(apart, "x"), "gotoTagTypeBus");
     receiver(top, "from");
     EXPECT_EQ(run(), Lines{"FROM_GOTO_NO_ROUTE fromModel=/top gotoModel=/apart"});
-    EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines{"/middle/from"});
+    EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines{"/top/from"});
 }
 
 TEST_F(ElideFromGotoTest, endsForModelsThatInstantiateEachOther) {
