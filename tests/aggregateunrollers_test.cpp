@@ -228,6 +228,18 @@ TEST_F(AggregateUnrollersTest, castEachMemberToWhatItIs) {
     EXPECT_EQ(member.getParam(A_CAST_SATURATE_MODE), A_SATURATE_SYM.get());
 }
 
+TEST_F(AggregateUnrollersTest, leaveRecordsWholeThatAreCastToNumbers) {
+    for (const char *type : {"castBlock", "castNONSBlock"}) {
+        EXPECT_EQ(
+            refusalOf(type, {{"0", "{s4.0, u2.0}"}}, {{"primWireOut", ""}}, {{"castOutputType", "(typeSFixed 6 0)"}}),
+            "a record is cast to a number")
+            << type;
+        EXPECT_EQ(madeOf(type, {{"0", "s4.0"}}, {{"primWireOut", ""}}, {{"castOutputType", "(typeSFixed 6 0)"}}),
+                  Made{})
+            << type;
+    }
+}
+
 TEST_F(AggregateUnrollersTest, startEachMemberAtItsOwnValue) {
     EXPECT_EQ(madeOf("registerBlock", {{"0", kRecord}, {"registerPortEnable", "u1.0"}}, {{"primWireOut", ""}},
                      {{"registerInitValue", "(-3 (2 (1 -1.5)) (complexRollTag 0.25 0.5))"}}),

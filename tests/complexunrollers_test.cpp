@@ -343,6 +343,26 @@ TEST_F(ComplexUnrollersTest, multipliesByThePartsOfAConstant) {
     EXPECT_EQ(made("(block realMult1)").getParam(A_FLOAT_ROUNDING), A_CORRECT_ROUNDING);
 }
 
+TEST_F(ComplexUnrollersTest, leavesRealProductsOfASpecifiedComplexTypeReal) {
+    const Texts params{{"constValue", "3"}, {"outputPrecision", "(typeSpecified (typeComplex (typeSFixed 3 9)))"}};
+    EXPECT_EQ(madeOf("constmultBlock", {{"0", "s3.1"}}, {{"primWireOut", ""}}, params), Made{});
+    EXPECT_EQ(madeOf("constmultBlock", {{"0", "c s3.1"}}, {{"primWireOut", ""}}, params),
+              (Made{"(block realMult1)", "(block imagMult1)"}));
+    EXPECT_EQ(made("(block imagMult1)").getParam(A_OUTPUT_PRECISION)->toString(), "(typeSpecified (typeSFixed 3 9))");
+}
+
+TEST_F(ComplexUnrollersTest, writesTypesOfConstantProductsOnlyWhereTheyDifferFromTheirOwn) {
+    const auto precision = [&](const char *operand, const char *constant) -> std::string {
+        madeOf("constmultBlock", {{"0", operand}}, {{"primWireOut", ""}}, {{"constValue", constant}});
+        const ValueRef written = made("(block imagMult1)").getParam(A_OUTPUT_PRECISION);
+        return written ? written->toString() : "";
+    };
+    EXPECT_EQ(precision("c u4.1", "-3"), "");
+    EXPECT_EQ(precision("[2] c s4.1", "(vectorRollTag 1 9)"), "");
+    EXPECT_EQ(precision("c float(10,5)", "3"), "");
+    EXPECT_EQ(precision("u4.1", "(complexRollTag 1 -9)"), "(typeSpecified (typeSFixed 9 1))");
+}
+
 TEST_F(ComplexUnrollersTest, handsHintsToBlocksThatKnowThemOnly) {
     const Texts all{{"floatRounding", "faithfulRounding"},
                     {"floatRoundingMode", "roundingUp"},

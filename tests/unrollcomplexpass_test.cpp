@@ -260,6 +260,50 @@ class UnrollComplexPassTest : public test::SimulatorFixture {
         made.setParam(value("y"), y);
         output(model, out, *Wire::create(made, value("z")));
     }
+    /// A level of one block p with an operand, in a design of its own, and a top that uses it with both types.
+    void makeTwoInstances(const char *type, const char *first, const char *second, const char *port = "0") {
+        ofLevels = std::make_unique<Design>(mgr.context());
+        Model &top = *Model::create(*ofLevels, "top");
+        levels = Model::create(*ofLevels, "inner");
+        Block &product = block(*levels, "p", type);
+        product.setParam(value(port), *Wire::create(*Block::create(*levels, "in", A_INPUT_BLOCK), value("x")));
+        output(*levels, "z", *Wire::create(product, A_PRIM_WIRE_OUT));
+        for (const auto &[name, text] : {std::pair("a", first), std::pair("b", second)}) {
+            Block &made = block(top, name, "modelBlock");
+            made.setParam(A_MODEL_NODE, *levels);
+            made.setParam(value("x"), input(top, std::string("x") + name, text));
+            output(top, std::string("z") + name, *Wire::create(made, value("z")));
+        }
+    }
+    /// Further operands of p.
+    void factors(const std::vector<const char *> &ports, const char *type) {
+        for (const char *port : ports) {
+            at(*levels, "p")->setParam(value(port), input(*levels, std::string("in") + port, type));
+        }
+        for (Block &one : *ofLevels->getModel(value("top"))) {
+            for (const char *port : ports) {
+                if (one.type() == A_MODEL_BLOCK.get_ptr()) {
+                    const std::string name = std::string("in") + port;
+                    one.setParam(value(name), input(one.getModel(), name + one.getName()->toString(), type));
+                }
+            }
+        }
+    }
+    Names runOverLevels() {
+        std::stringstream text;
+        XMLServices().toXML(text, *ofLevels);
+        Design before(mgr.context());
+        EXPECT_TRUE(XMLServices().fromXML(text, before, XMLServices::defaultErrorFunc));
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollComplexPass");
+        scheduler.apply(*ofLevels);
+        EXPECT_TRUE(test::checkInvariants(*ofLevels));
+        sim::CompareOptions options;
+        options.cycles = 50;
+        test::expectSameBehaviour(before, *ofLevels, "top", options);
+        return heard.take();
+    }
     Block *at(Model &of, const char *name) { return of.getBlock(value(name)); }
     /// The ends of constraints in the lower level, by block.
     Names endsAt(const StaticString &list) {
@@ -275,6 +319,8 @@ class UnrollComplexPassTest : public test::SimulatorFixture {
     Design design{mgr.context()};
     Model &model = *Model::create(design, "top");
     Model &below = *Model::create(design, "below");
+    std::unique_ptr<Design> ofLevels;
+    Model *levels = nullptr;
     PassSchedulerState state;
 };
 
@@ -432,6 +478,93 @@ TEST_F(UnrollComplexPassTest, takesProductsWithARealFactorApartWhoseInstancesDif
     EXPECT_EQ(runAndCompare(), Names{});
     EXPECT_NE(at(below, "(sum realMult1)"), nullptr);
     EXPECT_EQ(at(below, "(sum realMult1)")->getParam(A_MULT_TYPE), nullptr);
+}
+
+TEST_F(UnrollComplexPassTest, takesProductsByARealConstantApartWhoseInstancesDifferInWidth) {
+    const std::pair<const char *, const char *> widths[] = {{"c s3.1", "c s5.2"}, {"c float(10,5)", "c float(17,8)"}};
+    for (const auto &[first, second] : widths) {
+        makeTwoInstances("constmultBlock", first, second);
+        at(*levels, "p")->setParam(A_CONST_VALUE, value("3"));
+        EXPECT_EQ(runOverLevels(), Names{}) << first;
+        EXPECT_NE(at(*levels, "(p realMult1)"), nullptr) << first;
+    }
+}
+
+TEST_F(UnrollComplexPassTest, leavesProductsByConstantsWholeThatNeedATypeOfTheirOwnInEachInstance) {
+    const std::vector<std::pair<const char *, const char *>> params[] = {
+        {{"constValue", "(complexRollTag 1 2)"}},
+        {{"constValue", "3"}, {"outputPrecision", "(fractionSpecified (typeSFixed 5 1))"}},
+    };
+    const Names kept{"UNCOMPLEX_INVALID_EXPAND_TYPE block=/inner/p detail=its signals differ in type between the "
+                     "instances of the model"};
+    for (const auto &[real, wide] : {std::pair("s3.1", "s5.2"), std::pair("c s3.1", "c s5.2")}) {
+        for (const auto &of : params) {
+            if (of.size() == 1 || std::string(real) == "c s3.1") {
+                makeTwoInstances("constmultBlock", real, wide);
+                for (const auto &[key, text] : of) {
+                    at(*levels, "p")->setParam(value(key), value(text));
+                }
+                EXPECT_EQ(runOverLevels(), kept) << real << " " << of.back().second;
+            }
+        }
+    }
+}
+
+TEST_F(UnrollComplexPassTest, takesScalarProductsWithRealFactorsApartWhoseInstancesDifferInWidth) {
+    const std::pair<const char *, const char *> widths[] = {
+        {"c s3.1", "c s5.2"}, {"[3] c s3.1", "[3] c u5.2"}, {"c float(10,5)", "c float(17,8)"}};
+    for (const auto &[first, second] : widths) {
+        const bool isFloat = std::string(first).find("float") != std::string::npos;
+        const char *factor = isFloat ? "float(17,8)" : "s4.0";
+        for (const bool isComplexFirst : {true, false}) {
+            makeTwoInstances("scalarProductBlock", first, second, isComplexFirst ? "0" : "1");
+            factors({isComplexFirst ? "1" : "0"}, factor);
+            EXPECT_EQ(runOverLevels(), Names{}) << first;
+            for (const char *part : {isFloat ? "(p dotReal)" : "(p dotRR)", isFloat          ? "(p dotImag)"
+                                                                            : isComplexFirst ? "(p dotIR)"
+                                                                                             : "(p dotRI)"}) {
+                ASSERT_NE(at(*levels, part), nullptr) << first << part;
+                EXPECT_EQ(at(*levels, part)->getParam(A_MULT_TYPE), nullptr) << first << part;
+            }
+        }
+    }
+}
+
+TEST_F(UnrollComplexPassTest, takesSumsOfProductsWithRealFactorsApartWhoseInstancesDifferInWidth) {
+    for (const bool isSubtractive : {false, true}) {
+        makeTwoInstances("scalarProductBlock", "c s3.1", "c s5.2");
+        factors({"1", "3"}, "s4.0");
+        factors({"2", "scalarProductPortChainin"}, "c u2.3");
+        at(*levels, "p")->setParam(A_SUBTRACTIVE, isSubtractive ? A_TRUE : A_FALSE);
+        EXPECT_EQ(runOverLevels(), Names{});
+        EXPECT_NE(at(*levels, "(p dotIR)"), nullptr);
+    }
+}
+
+TEST_F(UnrollComplexPassTest, leavesScalarProductsWholeWhosePartsNeedTypes) {
+    const Names kept{"UNCOMPLEX_INVALID_EXPAND_TYPE block=/inner/p detail=its signals differ in type between the "
+                     "instances of the model"};
+    using Ports = std::vector<const char *>;
+    const std::pair<Ports, Ports> cases[] = {
+        {{}, {"1"}},                             // both factors complex
+        {{"1", "2", "3"}, {}},                   // a pair without a complex factor
+        {{"1", "2"}, {"3"}},                     // the other side of another pair
+        {{"1", "scalarProductPortChainin"}, {}}, // a chain-in that adds to the real part alone
+    };
+    for (const auto &[real, complex] : cases) {
+        makeTwoInstances("scalarProductBlock", "c s3.1", "c s5.2");
+        factors(real, "s4.0");
+        factors(complex, "c s4.0");
+        EXPECT_EQ(runOverLevels(), kept) << real.size() << complex.size();
+    }
+    makeTwoInstances("scalarProductBlock", "c s3.1", "c s5.2");
+    factors({"1"}, "s4.0");
+    at(*levels, "p")->setParam(A_MULT_TYPE, value("(typeSFixed 8 0)"));
+    EXPECT_EQ(runOverLevels(), kept);
+    makeTwoInstances("scalarProductBlock", "c float(10,5)", "c float(17,8)");
+    factors({"1"}, "float(10,5)");
+    at(*levels, "p")->setParam(A_SUBTRACTIVE, A_TRUE);
+    EXPECT_EQ(runOverLevels(), kept);
 }
 
 TEST_F(UnrollComplexPassTest, leavesProductsOfAGivenTypeWholeWhoseInstancesDifferInWidth) {
