@@ -2,6 +2,7 @@
 #include "orvo/complexunrollers.h"
 
 #include "orvo/boundarycomplexunroller.h"
+#include "orvo/multiplycomplexunroller.h"
 
 #include "support/cataloguefindings.h"
 #include "support/heardmessages.h"
@@ -329,6 +330,26 @@ RC_GTEST_FIXTURE_PROP(ComplexUnrollersTest, multipliesWhicheverFactorsAreComplex
         isComplex = isComplex || isNext;
     }
     RC_ASSERT(count(A_MULT_BLOCK) + count(A_MONSTER_MULT_BLOCK) == multipliers);
+}
+
+class FactorUnroller final : public MultiplyComplexUnroller {
+  public:
+    using MultiplyComplexUnroller::factor;
+    using MultiplyComplexUnroller::MultiplyComplexUnroller;
+};
+
+TEST_F(ComplexUnrollersTest, endWithAFactorThatAProductDoesNotHave) {
+    Design design(mgr.context());
+    Model &model = oneBlock(design, "multBlock", {{"0", "c s4.0"}, {"1", "c s4.0"}}, {{"primWireOut", ""}});
+    Block &product = *model.getBlock(value("block"));
+    Port &first = *product.getPort(value("0"));
+    Port &second = *product.getPort(value("1"));
+    const ComplexDecorSpec decor(value("(typeComplex (typeSFixed 4 0))"), mgr.context());
+    FactorUnroller unroller(product);
+    unroller.originalPort(first, decor);
+    unroller.factor(0);
+    EXPECT_DEATH(unroller.factor(1), "a product has no factor of this number");
+    EXPECT_DEATH(unroller.attachPort(second, decor, false, *second.peekWire()), "a product has no factor at this port");
 }
 
 TEST_F(ComplexUnrollersTest, multipliesByThePartsOfAConstant) {

@@ -456,6 +456,19 @@ TEST_F(UnrollComplexPassTest, leavesAModelWholeThatIsComplexInOneInstanceOnly) {
     EXPECT_NE(at(below, "sum"), nullptr);
 }
 
+TEST_F(UnrollComplexPassTest, leavesTheBoundaryWholeOfAModelThatGivesItselfARealInput) {
+    makeTwoLevels("c s4.0", "s4.0");
+    Block &again = block(below, "again", "modelBlock");
+    again.setParam(A_MODEL_NODE, below);
+    Block &real = block(below, "real", "constBlock", {{"constValue", "3"}, {"constType", "(typeSFixed 4 0)"}});
+    again.setParam(value("x"), *Wire::create(real, A_PRIM_WIRE_OUT));
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"),
+              Names{"UNCOMPLEX_INVALID_EXPAND_TYPE block=/below/again detail=both sides of the boundary disagree"});
+    EXPECT_EQ(portsOf(*at(model, "use")), (Names{"x", "y"}));
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"x", "y"}));
+    EXPECT_EQ(portsOf(again), Names{"x"});
+}
+
 TEST_F(UnrollComplexPassTest, writesNoTypesThatDifferBetweenInstances) {
     makeTwoLevels("c s4.0", "c s4.0", "multBlock");
     use("again", "w", input(model, "wider", "c s8.0"), *model.getInputBlock()->getWire(value("y")));
