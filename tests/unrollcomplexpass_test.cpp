@@ -580,6 +580,52 @@ TEST_F(UnrollComplexPassTest, leavesScalarProductsWholeWhosePartsNeedTypes) {
     EXPECT_EQ(runOverLevels(), kept);
 }
 
+/// Products and sums of products of any complex and real factors, in a level whose first factor is of one type in one
+/// instance and of another in the other: they come apart, or say that they do not, and compute the same.
+RC_GTEST_FIXTURE_PROP(UnrollComplexPassTest, takesNoProductApartToOtherTypes, ()) {
+    const bool isFloat = *rc::gen::arbitrary<bool>();
+    const auto type = [&](bool isComplex) {
+        const std::string scalar = isFloat ? *rc::gen::element<std::string>("float(10,5)", "float(7,8)")
+                                           : *rc::gen::element<std::string>("s3.1", "u2.2", "s5.0", "u4.3");
+        return (isComplex ? "c " : "") + scalar;
+    };
+    const std::string kind =
+        *rc::gen::element<std::string>("multBlock", "constmultBlock", "scalarProductBlock", "scalarProductBlock");
+    const bool isFirst = *rc::gen::arbitrary<bool>();
+    makeTwoInstances(kind.c_str(), type(isFirst).c_str(), type(isFirst).c_str());
+    std::vector<const char *> ports{"1"};
+    if (kind == "constmultBlock") {
+        ports.clear();
+        at(*levels, "p")->setParam(A_CONST_VALUE, value(*rc::gen::element<std::string>("3", "(complexRollTag 1 -9)")));
+    } else if (kind == "scalarProductBlock") {
+        for (const char *port : {"2", "3"}) {
+            if (*rc::gen::arbitrary<bool>() || ports.size() == 2) {
+                ports.push_back(port);
+            }
+        }
+        if (ports.size() == 2) {
+            ports.pop_back();
+        }
+        if (*rc::gen::arbitrary<bool>()) {
+            ports.push_back("scalarProductPortChainin");
+            at(*levels, "p")->setParam(A_SUBTRACTIVE_CHAININ, *rc::gen::arbitrary<bool>() ? A_TRUE : A_FALSE);
+        }
+        at(*levels, "p")->setParam(A_SUBTRACTIVE, *rc::gen::arbitrary<bool>() ? A_TRUE : A_FALSE);
+    }
+    RC_LOG() << kind << " " << isFirst << " of floats: " << isFloat;
+    for (const char *port : ports) {
+        const std::string of = type(*rc::gen::arbitrary<bool>());
+        RC_LOG() << " " << port << " " << of;
+        factors({port}, of.c_str());
+    }
+    const Names heard = runOverLevels();
+    RC_ASSERT(!HasFailure());
+    const bool isApart = at(*levels, "p") == nullptr;
+    RC_CLASSIFY(isApart, "apart");
+    RC_CLASSIFY(!heard.empty(), "whole");
+    RC_ASSERT(heard.empty() || !isApart);
+}
+
 TEST_F(UnrollComplexPassTest, leavesProductsOfAGivenTypeWholeWhoseInstancesDifferInWidth) {
     makeTwoLevels("c s4.0", "s4.0", "multBlock");
     at(below, "sum")->setParam(A_MULT_TYPE, value("(typeSFixed 8 0)"));
