@@ -1,6 +1,8 @@
 // Which block types come apart, and what each makes of its records.
 #include "orvo/aggregateunrollers.h"
 
+#include "orvo/boundaryaggregateunroller.h"
+
 #include "gen/designgenerator.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
@@ -226,6 +228,18 @@ TEST_F(AggregateUnrollersTest, castEachMemberToWhatItIs) {
     const Block &member = *model.getBlock(value("(block 1)"));
     EXPECT_FALSE(member.getParam(A_CAST_OUTPUT_TYPE));
     EXPECT_EQ(member.getParam(A_CAST_SATURATE_MODE), A_SATURATE_SYM.get());
+}
+
+TEST_F(AggregateUnrollersTest, leaveRecordsWholeThatAreCastToNumbers) {
+    for (const char *type : {"castBlock", "castNONSBlock"}) {
+        EXPECT_EQ(
+            refusalOf(type, {{"0", "{s4.0, u2.0}"}}, {{"primWireOut", ""}}, {{"castOutputType", "(typeSFixed 6 0)"}}),
+            "a record is cast to a number")
+            << type;
+        EXPECT_EQ(madeOf(type, {{"0", "s4.0"}}, {{"primWireOut", ""}}, {{"castOutputType", "(typeSFixed 6 0)"}}),
+                  Made{})
+            << type;
+    }
 }
 
 TEST_F(AggregateUnrollersTest, startEachMemberAtItsOwnValue) {
@@ -594,6 +608,49 @@ TEST_F(AggregateUnrollersTest, keepStallRegionsOnOneBlock) {
     }
     EXPECT_NE(block.getWire(value("(stallenterWirekeyDataFront 6)")), nullptr);
     EXPECT_EQ(block.getPort(value("(stallenterPortkeyDataBack 0)")), nullptr);
+}
+
+class AggregateFaultsTest : public AggregateUnrollersTest {
+  protected:
+    const AggregateTypeSpec &record() {
+        return manager.specOf(value("(typeAggregate (typeSFixed 4 0) (typeUFixed 2 0))"));
+    }
+    Design design{mgr.context()};
+    Model &model =
+        oneBlock(design, "delayBlock", {{"0", "{s4.0, u2.0}"}}, {{"primWireOut", ""}}, {{"delayLength", "2"}});
+    Block &delay = *model.getBlock(value("block"));
+    Port &port = *delay.getPort(value("0"));
+    Wire &wire = *delay.getWire(A_PRIM_WIRE_OUT);
+    const AggregateTypeManager manager;
+};
+
+TEST_F(AggregateFaultsTest, endWithAMemberThatARecordDoesNotHave) {
+    EXPECT_DEATH(manager.pathTo(record(), 2), "a record has no member of this number");
+    EXPECT_DEATH(manager.pathTo(record(), -1), "a record has no member of this number");
+    EXPECT_DEATH(manager.pathTo(AggregateTypeSpec(), 0), "a record has no member of this number");
+}
+
+TEST_F(AggregateFaultsTest, endWithABlockThatIsTakenApartTwice) {
+    SimplePrimAggregateUnroller unroller(delay);
+    unroller.originalWire(wire, record(), manager);
+    unroller.originalPort(port, record(), manager);
+    unroller.preAttach(manager);
+    EXPECT_DEATH(unroller.preAttach(manager), "a block is taken apart twice");
+}
+
+template <class U> class AggregateAttachFaultsTest : public AggregateFaultsTest {};
+using UnrollersOfFlatMembers = ::testing::Types<SimplePrimAggregateUnroller, BoundaryAggregateUnroller>;
+TYPED_TEST_SUITE(AggregateAttachFaultsTest, UnrollersOfFlatMembers, );
+
+TYPED_TEST(AggregateAttachFaultsTest, endWithARecordInPlaceOfAMember) {
+    TypeParam unroller(this->delay);
+    unroller.originalWire(this->wire, this->record(), this->manager);
+    unroller.originalPort(this->port, this->record(), this->manager);
+    unroller.preAttach(this->manager);
+    EXPECT_DEATH(unroller.attachPort(this->port, this->record(), 0, *this->port.peekWire(), this->manager),
+                 "a record is attached to one of its members");
+    EXPECT_DEATH(unroller.attachWire(this->wire, this->record(), 0, {}, this->manager),
+                 "a record is attached to one of its members");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "orvo/complexunrollers.h"
 
 #include "orvo/boundarycomplexunroller.h"
+#include "orvo/multiplycomplexunroller.h"
 
 #include "support/cataloguefindings.h"
 #include "support/heardmessages.h"
@@ -231,12 +232,18 @@ TEST_F(ComplexUnrollersTest, multipliesWithThreeMultipliersIfAsked) {
     EXPECT_EQ(madeOf("multBlock", in, {{"primWireOut", ""}}, {{"complexKaratsuba", "true"}}), three);
     EXPECT_EQ(count(A_MULT_BLOCK), 3U);
     EXPECT_EQ(count(A_CAST_BLOCK), 2U);
-    EXPECT_EQ(made("(block truncReal)").getParam(A_CAST_ROUNDING_MODE), A_ROUNDING_TRUNC);
-    EXPECT_EQ(made("(block truncReal)").getParam(A_CAST_SATURATE_MODE), A_SATURATE_NONE);
+    for (const char *cast : {"(block truncReal)", "(block truncImag)"}) {
+        EXPECT_EQ(made(cast).getParam(A_CAST_MODE), A_CAST_MODE_CONVERT) << cast;
+        EXPECT_EQ(made(cast).getParam(A_CAST_OUTPUT_TYPE)->toString(), "(typeSFixed 5 2)") << cast;
+        EXPECT_EQ(made(cast).getParam(A_CAST_ROUNDING_MODE), A_ROUNDING_TRUNC) << cast;
+        EXPECT_EQ(made(cast).getParam(A_CAST_SATURATE_MODE), A_SATURATE_NONE) << cast;
+    }
     EXPECT_EQ(madeOf("multBlock", in, {{"primWireOut", ""}}, {}, "synthComplexMultKaratsuba"), three);
-    EXPECT_EQ(
-        madeOf("multBlock", {{"0", "s3.1"}, {"1", "c u2.1"}}, {{"primWireOut", ""}}, {{"complexKaratsuba", "true"}}),
-        (Made{"(block realMult1)", "(block imagMult1)"}));
+    for (const Texts &oneReal : {Texts{{"0", "s3.1"}, {"1", "c u2.1"}}, Texts{{"0", "c s3.1"}, {"1", "u2.1"}}}) {
+        EXPECT_EQ(madeOf("multBlock", oneReal, {{"primWireOut", ""}}, {{"complexKaratsuba", "true"}}),
+                  (Made{"(block realMult1)", "(block imagMult1)"}))
+            << oneReal[0].second;
+    }
 }
 
 TEST_F(ComplexUnrollersTest, multipliesFloatsWithFourMultipliersEvenIfThreeAreAskedFor) {
@@ -325,6 +332,26 @@ RC_GTEST_FIXTURE_PROP(ComplexUnrollersTest, multipliesWhicheverFactorsAreComplex
     RC_ASSERT(count(A_MULT_BLOCK) + count(A_MONSTER_MULT_BLOCK) == multipliers);
 }
 
+class FactorUnroller final : public MultiplyComplexUnroller {
+  public:
+    using MultiplyComplexUnroller::factor;
+    using MultiplyComplexUnroller::MultiplyComplexUnroller;
+};
+
+TEST_F(ComplexUnrollersTest, endWithAFactorThatAProductDoesNotHave) {
+    Design design(mgr.context());
+    Model &model = oneBlock(design, "multBlock", {{"0", "c s4.0"}, {"1", "c s4.0"}}, {{"primWireOut", ""}});
+    Block &product = *model.getBlock(value("block"));
+    Port &first = *product.getPort(value("0"));
+    Port &second = *product.getPort(value("1"));
+    const ComplexDecorSpec decor(value("(typeComplex (typeSFixed 4 0))"), mgr.context());
+    FactorUnroller unroller(product);
+    unroller.originalPort(first, decor);
+    unroller.factor(0);
+    EXPECT_DEATH(unroller.factor(1), "a product has no factor of this number");
+    EXPECT_DEATH(unroller.attachPort(second, decor, false, *second.peekWire()), "a product has no factor at this port");
+}
+
 TEST_F(ComplexUnrollersTest, multipliesByThePartsOfAConstant) {
     EXPECT_EQ(
         madeOf("constmultBlock", {{"0", "c s4.1"}}, {{"primWireOut", ""}}, {{"constValue", "(complexRollTag 0.5 -9)"}}),
@@ -343,6 +370,26 @@ TEST_F(ComplexUnrollersTest, multipliesByThePartsOfAConstant) {
     EXPECT_EQ(made("(block realMult1)").getParam(A_FLOAT_ROUNDING), A_CORRECT_ROUNDING);
 }
 
+TEST_F(ComplexUnrollersTest, leavesRealProductsOfASpecifiedComplexTypeReal) {
+    const Texts params{{"constValue", "3"}, {"outputPrecision", "(typeSpecified (typeComplex (typeSFixed 3 9)))"}};
+    EXPECT_EQ(madeOf("constmultBlock", {{"0", "s3.1"}}, {{"primWireOut", ""}}, params), Made{});
+    EXPECT_EQ(madeOf("constmultBlock", {{"0", "c s3.1"}}, {{"primWireOut", ""}}, params),
+              (Made{"(block realMult1)", "(block imagMult1)"}));
+    EXPECT_EQ(made("(block imagMult1)").getParam(A_OUTPUT_PRECISION)->toString(), "(typeSpecified (typeSFixed 3 9))");
+}
+
+TEST_F(ComplexUnrollersTest, writesTypesOfConstantProductsOnlyWhereTheyDifferFromTheirOwn) {
+    const auto precision = [&](const char *operand, const char *constant) -> std::string {
+        madeOf("constmultBlock", {{"0", operand}}, {{"primWireOut", ""}}, {{"constValue", constant}});
+        const ValueRef written = made("(block imagMult1)").getParam(A_OUTPUT_PRECISION);
+        return written ? written->toString() : "";
+    };
+    EXPECT_EQ(precision("c u4.1", "-3"), "");
+    EXPECT_EQ(precision("[2] c s4.1", "(vectorRollTag 1 9)"), "");
+    EXPECT_EQ(precision("c float(10,5)", "3"), "");
+    EXPECT_EQ(precision("u4.1", "(complexRollTag 1 -9)"), "(typeSpecified (typeSFixed 9 1))");
+}
+
 TEST_F(ComplexUnrollersTest, handsHintsToBlocksThatKnowThemOnly) {
     const Texts all{{"floatRounding", "faithfulRounding"},
                     {"floatRoundingMode", "roundingUp"},
@@ -358,13 +405,28 @@ TEST_F(ComplexUnrollersTest, handsHintsToBlocksThatKnowThemOnly) {
         const ValueRef value = made(name).getParam(key);
         return value ? value->toString() : "";
     };
+    using Keys = std::vector<const StaticString *>;
+    const auto expectHints = [&](const std::vector<const char *> &names, const Keys &keys, const char *text) {
+        for (const char *name : names) {
+            for (const StaticString *key : keys) {
+                EXPECT_EQ(hint(name, *key), text) << name << " " << key->text();
+            }
+        }
+    };
     const Texts out{{"primWireOut", ""}};
     const Texts ofMultipliers{{"multLogic", "multLogicDsp"}, {"multOptimizeConstBeforeTiling", "true"}};
     const Texts two{{"0", "c s3.1"}, {"1", "c u2.1"}};
+    const std::vector<const char *> multipliers[] = {
+        {"(block realMult1)", "(block realMult2)", "(block imagMult1)", "(block imagMult2)"},
+        {"(block prod0)", "(block prod1)", "(block prod2)"}};
     for (const char *karatsuba : {"false", "true"}) {
         Texts params = with(ofMultipliers);
         params.emplace_back("complexKaratsuba", karatsuba);
         madeOf("multBlock", two, out, params);
+        const auto &made = multipliers[std::string(karatsuba) == "true" ? 1 : 0];
+        expectHints(made, {&A_MULT_LOGIC}, "multLogicDsp");
+        expectHints(made, {&A_FLOAT_ROUNDING}, "faithfulRounding");
+        expectHints(made, {&A_SYNTH_FORCE_SOFT_FP}, "true");
     }
     EXPECT_EQ(hint("(block prod0)", A_FUSED_DATAPATH), "1");
     EXPECT_EQ(hint("(block add0)", A_FUSED_DATAPATH), "1");
@@ -375,6 +437,8 @@ TEST_F(ComplexUnrollersTest, handsHintsToBlocksThatKnowThemOnly) {
     ofConstant.emplace_back("constValue", "(complexRollTag 0.5 -9)");
     madeOf("constmultBlock", {{"0", "c s4.1"}}, out, ofConstant);
     EXPECT_EQ(hint("(block realMult1)", A_MULT_OPTIMIZE_CONST_BEFORE_TILING), "true");
+    expectHints(multipliers[0], {&A_FLOAT_ROUNDING}, "faithfulRounding");
+    expectHints(multipliers[0], {&A_SYNTH_FORCE_SOFT_FP}, "true");
     EXPECT_EQ(hint("(block realSub)", A_MULT_OPTIMIZE_CONST_BEFORE_TILING), "");
     EXPECT_EQ(hint("(block realSub)", A_SYNTH_FORCE_SOFT_FP), "true");
     const Texts ofSums = with({{"hintMinLatency", "true"}});
@@ -382,13 +446,105 @@ TEST_F(ComplexUnrollersTest, handsHintsToBlocksThatKnowThemOnly) {
            ofSums);
     EXPECT_EQ(hint("(block dotRR)", A_HINT_MIN_LATENCY), "true");
     EXPECT_EQ(count(A_CONST_BLOCK), 1U);
+    const auto expectHintsOfSums = [&](const std::vector<const char *> &sums) {
+        expectHints(sums, {&A_FUSED_DATAPATH}, "1");
+        expectHints(sums, {&A_FLOAT_ROUNDING}, "faithfulRounding");
+        expectHints(sums, {&A_FPC_NORM_THRESHOLD}, "2");
+        expectHints(sums, {&A_SYNTH_FORCE_SOFT_FP}, "true");
+    };
+    madeOf("scalarProductBlock", two, out, all);
+    expectHintsOfSums({"(block dotRR)", "(block dotII)", "(block dotRI)", "(block dotIR)"});
     const char *number = "c float(10,5)";
     madeOf("scalarProductBlock", {{"0", number}, {"1", number}}, out, {{"fusedDatapath", "1"}});
     EXPECT_EQ(hint("((block dotReal) neg 1)", A_FUSED_DATAPATH), "");
+    madeOf("scalarProductBlock", {{"0", number}, {"1", number}}, out,
+           {{"fusedDatapath", "1"},
+            {"floatRounding", "faithfulRounding"},
+            {"fpcNormThreshold", "2"},
+            {"synthForceSoftFp", "true"}});
+    expectHintsOfSums({"(block dotReal)", "(block dotImag)"});
     madeOf("scalarProductBlock", {{"0", "float(10,5)"}, {"1", "float(10,5)"}, {"scalarProductPortChainin", number}},
            out, with({{"subtractiveChainin", "true"}}));
     EXPECT_EQ(hint("(block dotImag)", A_FUSED_DATAPATH), "");
     madeOf("complexConjugateBlock", {{"0", number}}, out, all);
+}
+
+TEST_F(ComplexUnrollersTest, givesSumsOfProductsTheTypeOfTheProductAndItsWord) {
+    const auto text = [&](const char *name, const StaticString &key) -> std::string {
+        const ValueRef value = made(name).getParam(key);
+        return value ? value->toString() : "";
+    };
+    const Texts in{{"0", "c s3.1"}, {"1", "c u2.1"}};
+    const Texts out{{"primWireOut", ""}};
+    const std::pair<Texts, std::pair<const char *, const char *>> cases[] = {
+        {{}, {"false", ""}},
+        {{{"addNoGrowth", "true"}}, {"true", "true"}},
+        {{{"addNoGrowth", "false"}}, {"false", "false"}}};
+    for (const auto &[params, words] : cases) {
+        EXPECT_EQ(madeOf("multBlock", in, out, params), kFour);
+        for (const char *sum : {"(block realSub)", "(block imagAdd)"}) {
+            EXPECT_EQ(text(sum, A_ADD_TYPE), "(typeSFixed 5 2)") << sum;
+            EXPECT_EQ(text(sum, A_ADD_NO_GROWTH), words.first) << sum;
+        }
+        for (const char *product :
+             {"(block realMult1)", "(block realMult2)", "(block imagMult1)", "(block imagMult2)"}) {
+            EXPECT_EQ(text(product, A_ADD_NO_GROWTH), words.second) << product;
+        }
+    }
+    EXPECT_EQ(madeOf("multBlock", in, out, {{"multType", "(typeSFixed 3 1)"}}), kFour);
+    EXPECT_EQ(text("(block realSub)", A_ADD_TYPE), "(typeSFixed 3 1)");
+}
+
+class ComplexUnrollerMarksTest : public ComplexUnrollersTest {
+  protected:
+    using Marks = std::set<std::string>;
+    /// Marks the block's output, and tells which wires are marked after the pass.
+    Marks marksOf(const std::string &type, const Texts &inputs, const Texts &params = {}) {
+        Design design(mgr.context());
+        Model &model = oneBlock(design, type, inputs, {{"primWireOut", ""}}, params);
+        model.getBlock(value("block"))->getWire(A_PRIM_WIRE_OUT)->setParam(value("mark"), value("a"));
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollComplexPass");
+        scheduler.apply(design);
+        Marks marks;
+        for (const Block &made : model) {
+            for (const Wire &wire : made) {
+                if (wire.getParam(value("mark"))) {
+                    marks.insert(made.getName()->toString());
+                }
+            }
+        }
+        return marks;
+    }
+};
+
+TEST_F(ComplexUnrollerMarksTest, stayWithTheParts) {
+    const Texts two{{"0", "c s3.1"}, {"1", "c s2.0"}};
+    const Marks sums{"(block realSub)", "(block imagAdd)"};
+    const Marks products{"(block realMult1)", "(block imagMult1)"};
+    EXPECT_EQ(marksOf("addBlock", two), kParts);
+    EXPECT_EQ(marksOf("multBlock", two), sums);
+    EXPECT_EQ(marksOf("multBlock", two, {{"complexKaratsuba", "true"}}),
+              (Marks{"(block truncReal)", "(block truncImag)"}));
+    EXPECT_EQ(marksOf("multBlock", {{"0", "c s3.1"}, {"1", "s2.0"}}), products);
+    EXPECT_EQ(marksOf("constmultBlock", {{"0", "c s3.1"}}, {{"constValue", "3"}}), products);
+    EXPECT_EQ(marksOf("constmultBlock", {{"0", "c s3.1"}}, {{"constValue", "(complexRollTag 1 2)"}}), sums);
+    EXPECT_EQ(marksOf("scalarProductBlock", two), sums);
+    EXPECT_EQ(marksOf("scalarProductBlock", {{"0", "c s3.1"}, {"1", "s2.0"}}),
+              (Marks{"(block dotRR)", "(block dotIR)"}));
+    EXPECT_EQ(marksOf("scalarProductBlock", {{"0", "c float(10,5)"}, {"1", "float(10,5)"}}),
+              (Marks{"(block dotReal)", "(block dotImag)"}));
+}
+
+TEST_F(ComplexUnrollerMarksTest, stayWithThePartsOfAConjugateButNotOnAWireFromElsewhere) {
+    EXPECT_EQ(marksOf("complexConjugateBlock", {{"0", "c s3.1"}}), (Marks{"(block realCast)", "(block imagNeg)"}));
+    EXPECT_EQ(marksOf("complexConjugateBlock", {{"0", "c float(10,5)"}}), Marks{"(block imagNeg)"});
+}
+
+TEST_F(ComplexUnrollerMarksTest, goToTheWholeResultOfAComparison) {
+    const Texts two{{"0", "c s3.1"}, {"1", "c s3.1"}};
+    EXPECT_EQ(marksOf("cmpEqBlock", two), Marks{"(block and)"});
+    EXPECT_EQ(marksOf("cmpNeNONSBlock", two), Marks{"(block or)"});
 }
 
 TEST_F(ComplexUnrollersTest, conjugatesByANegationAndAWire) {
@@ -404,6 +560,23 @@ TEST_F(ComplexUnrollersTest, comparesBothParts) {
               (Made{"(block real)", "(block imag)", "(block and)"}));
     EXPECT_EQ(madeOf("cmpNeBlock", {{"0", "c s1.0"}, {"1", "s1.0"}}, {{"primWireOut", ""}}),
               (Made{"(block real)", "(block imag)", "(block 1 imagZero)", "(block or)"}));
+}
+
+TEST_F(ComplexUnrollersTest, combinesComparisonsInTheKindOfLogicOfTheirRegion) {
+    const Texts in{{"0", "c s1.0"}, {"1", "c s1.0"}};
+    const struct {
+        const char *type;
+        const char *made;
+        const StaticString &logic;
+    } cases[] = {{"cmpEqBlock", "(block and)", A_AND_BLOCK},
+                 {"cmpNeBlock", "(block or)", A_OR_BLOCK},
+                 {"cmpEqNONSBlock", "(block and)", U_AND_BLOCK},
+                 {"cmpNeNONSBlock", "(block or)", U_OR_BLOCK}};
+    for (const auto &of : cases) {
+        EXPECT_EQ(madeOf(of.type, in, {{"primWireOut", ""}}), (Made{"(block real)", "(block imag)", of.made}))
+            << of.type;
+        EXPECT_EQ(made(of.made).type(), of.logic.get_ptr()) << of.type;
+    }
 }
 
 TEST_F(ComplexUnrollersTest, addsScalarProductsOfParts) {
@@ -509,8 +682,11 @@ TEST_F(ComplexUnrollersTest, givesTablesAndMemoriesTheirParts) {
                       {"dualMemPortAddr2", "u2.0"},
                       {"dualMemPortRead2", "u1.0"}},
                      {{"dualMemWireData1", ""}, {"dualMemWireData2", ""}},
-                     {{"dualMemData", "((complexRollTag 1 -20) (complexRollTag 3 0) (complexRollTag 0 1))"}}),
+                     {{"dualMemData", "((complexRollTag 1 -20) (complexRollTag 3 0) (complexRollTag 0 1))"},
+                      {"dualMemAltPortData", "((complexRollTag 4 5) 6 (complexRollTag 7 -8))"}}),
               kParts);
+    EXPECT_EQ(made("(block real)").getParam(A_DUAL_MEM_ALT_PORT_DATA)->toString(), "(4 6 7)");
+    EXPECT_EQ(made("(block imag)").getParam(A_DUAL_MEM_ALT_PORT_DATA)->toString(), "(5 0 -8)");
 }
 
 // The parameter of a side tells the scalar, the content what it is made of.
@@ -691,6 +867,29 @@ TEST_F(ComplexUnrollersTest, tellWhatIsMissingAtProducts) {
         scheduler.addPass("UnrollComplexPass");
         scheduler.apply(design);
         EXPECT_EQ(heard.take(), std::vector<std::string>{kRefused + detail}) << type;
+    }
+}
+
+// The type rules give such products none, so that a pin does.
+TEST_F(ComplexUnrollersTest, leavesProductsOfRealFactorsWholeWhateverTheirType) {
+    const Texts mixed{{"0", "float(10,5)"}, {"1", "s4.0"}};
+    const Texts out{{"primWireOut", "c float(10,5)"}};
+    const SharedCase cases[] = {
+        {"multBlock", mixed, out, {}},
+        {"multBlock", mixed, out, {{"complexKaratsuba", "true"}}},
+        {"constmultBlock", {{"0", "s4.0"}}, {{"primWireOut", "c s9.0"}}, {}},
+        {"scalarProductBlock", mixed, out, {}},
+    };
+    for (const SharedCase &one : cases) {
+        Design design(mgr.context());
+        const Model &model = oneBlock(design, one.type, one.inputs, one.outputs, one.params);
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollComplexPass");
+        scheduler.apply(design);
+        const std::string kind = std::string(one.type) == "scalarProductBlock" ? "operands" : "factors";
+        EXPECT_EQ(heard.take(), std::vector<std::string>{kRefused + "none of its " + kind + " is complex"}) << one.type;
+        EXPECT_NE(model.getBlock(value("block")), nullptr) << one.type;
     }
 }
 

@@ -295,6 +295,19 @@ TEST_F(UnrollAggregatePassTest, leavesABoundaryWholeWhoseNamesWouldClash) {
     EXPECT_NE(model.getInputBlock()->getWire(value("x")), nullptr);
 }
 
+TEST_F(UnrollAggregatePassTest, leavesTheBoundaryWholeOfAModelThatGivesItselfANumber) {
+    makeTwoLevels("{s4.0, u2.0}");
+    Block &again = block(below, "again", "modelBlock");
+    again.setParam(A_MODEL_NODE, below);
+    Block &number = block(below, "number", "constBlock", {{"constValue", "3"}, {"constType", "(typeSFixed 4 0)"}});
+    again.setParam(value("x"), *Wire::create(number, A_PRIM_WIRE_OUT));
+    EXPECT_EQ(run("UnrollAggregateCrossModelPass"),
+              Names{"UNAGG_INVALID_EXPAND_TYPE block=/below/again detail=the name of a member is in use, or both sides "
+                    "disagree"});
+    EXPECT_EQ(portsOf(*model.getBlock(value("use"))), (Names{"x", "y"}));
+    EXPECT_EQ(portsOf(again), Names{"x"});
+}
+
 TEST_F(UnrollAggregatePassTest, leavesABlockWholeWhoseNamesWouldClash) {
     Block &marks = block(model, "marks", "unschedBlock");
     marks.setParam(value("x"), input(model, "x", "{s4.0, u2.0}"));

@@ -260,6 +260,50 @@ class UnrollComplexPassTest : public test::SimulatorFixture {
         made.setParam(value("y"), y);
         output(model, out, *Wire::create(made, value("z")));
     }
+    /// A level of one block p with an operand, in a design of its own, and a top that uses it with both types.
+    void makeTwoInstances(const char *type, const char *first, const char *second, const char *port = "0") {
+        ofLevels = std::make_unique<Design>(mgr.context());
+        Model &top = *Model::create(*ofLevels, "top");
+        levels = Model::create(*ofLevels, "inner");
+        Block &product = block(*levels, "p", type);
+        product.setParam(value(port), *Wire::create(*Block::create(*levels, "in", A_INPUT_BLOCK), value("x")));
+        output(*levels, "z", *Wire::create(product, A_PRIM_WIRE_OUT));
+        for (const auto &[name, text] : {std::pair("a", first), std::pair("b", second)}) {
+            Block &made = block(top, name, "modelBlock");
+            made.setParam(A_MODEL_NODE, *levels);
+            made.setParam(value("x"), input(top, std::string("x") + name, text));
+            output(top, std::string("z") + name, *Wire::create(made, value("z")));
+        }
+    }
+    /// Further operands of p.
+    void factors(const std::vector<const char *> &ports, const char *type) {
+        for (const char *port : ports) {
+            at(*levels, "p")->setParam(value(port), input(*levels, std::string("in") + port, type));
+        }
+        for (Block &one : *ofLevels->getModel(value("top"))) {
+            for (const char *port : ports) {
+                if (one.type() == A_MODEL_BLOCK.get_ptr()) {
+                    const std::string name = std::string("in") + port;
+                    one.setParam(value(name), input(one.getModel(), name + one.getName()->toString(), type));
+                }
+            }
+        }
+    }
+    Names runOverLevels() {
+        std::stringstream text;
+        XMLServices().toXML(text, *ofLevels);
+        Design before(mgr.context());
+        EXPECT_TRUE(XMLServices().fromXML(text, before, XMLServices::defaultErrorFunc));
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollComplexPass");
+        scheduler.apply(*ofLevels);
+        EXPECT_TRUE(test::checkInvariants(*ofLevels));
+        sim::CompareOptions options;
+        options.cycles = 50;
+        test::expectSameBehaviour(before, *ofLevels, "top", options);
+        return heard.take();
+    }
     Block *at(Model &of, const char *name) { return of.getBlock(value(name)); }
     /// The ends of constraints in the lower level, by block.
     Names endsAt(const StaticString &list) {
@@ -275,6 +319,8 @@ class UnrollComplexPassTest : public test::SimulatorFixture {
     Design design{mgr.context()};
     Model &model = *Model::create(design, "top");
     Model &below = *Model::create(design, "below");
+    std::unique_ptr<Design> ofLevels;
+    Model *levels = nullptr;
     PassSchedulerState state;
 };
 
@@ -410,6 +456,19 @@ TEST_F(UnrollComplexPassTest, leavesAModelWholeThatIsComplexInOneInstanceOnly) {
     EXPECT_NE(at(below, "sum"), nullptr);
 }
 
+TEST_F(UnrollComplexPassTest, leavesTheBoundaryWholeOfAModelThatGivesItselfARealInput) {
+    makeTwoLevels("c s4.0", "s4.0");
+    Block &again = block(below, "again", "modelBlock");
+    again.setParam(A_MODEL_NODE, below);
+    Block &real = block(below, "real", "constBlock", {{"constValue", "3"}, {"constType", "(typeSFixed 4 0)"}});
+    again.setParam(value("x"), *Wire::create(real, A_PRIM_WIRE_OUT));
+    EXPECT_EQ(run("UnrollComplexCrossModelPass"),
+              Names{"UNCOMPLEX_INVALID_EXPAND_TYPE block=/below/again detail=both sides of the boundary disagree"});
+    EXPECT_EQ(portsOf(*at(model, "use")), (Names{"x", "y"}));
+    EXPECT_EQ(wiresOf(*below.getInputBlock()), (Names{"x", "y"}));
+    EXPECT_EQ(portsOf(again), Names{"x"});
+}
+
 TEST_F(UnrollComplexPassTest, writesNoTypesThatDifferBetweenInstances) {
     makeTwoLevels("c s4.0", "c s4.0", "multBlock");
     use("again", "w", input(model, "wider", "c s8.0"), *model.getInputBlock()->getWire(value("y")));
@@ -432,6 +491,139 @@ TEST_F(UnrollComplexPassTest, takesProductsWithARealFactorApartWhoseInstancesDif
     EXPECT_EQ(runAndCompare(), Names{});
     EXPECT_NE(at(below, "(sum realMult1)"), nullptr);
     EXPECT_EQ(at(below, "(sum realMult1)")->getParam(A_MULT_TYPE), nullptr);
+}
+
+TEST_F(UnrollComplexPassTest, takesProductsByARealConstantApartWhoseInstancesDifferInWidth) {
+    const std::pair<const char *, const char *> widths[] = {{"c s3.1", "c s5.2"}, {"c float(10,5)", "c float(17,8)"}};
+    for (const auto &[first, second] : widths) {
+        makeTwoInstances("constmultBlock", first, second);
+        at(*levels, "p")->setParam(A_CONST_VALUE, value("3"));
+        EXPECT_EQ(runOverLevels(), Names{}) << first;
+        EXPECT_NE(at(*levels, "(p realMult1)"), nullptr) << first;
+    }
+}
+
+TEST_F(UnrollComplexPassTest, leavesProductsByConstantsWholeThatNeedATypeOfTheirOwnInEachInstance) {
+    const std::vector<std::pair<const char *, const char *>> params[] = {
+        {{"constValue", "(complexRollTag 1 2)"}},
+        {{"constValue", "3"}, {"outputPrecision", "(fractionSpecified (typeSFixed 5 1))"}},
+    };
+    const Names kept{"UNCOMPLEX_INVALID_EXPAND_TYPE block=/inner/p detail=its signals differ in type between the "
+                     "instances of the model"};
+    for (const auto &[real, wide] : {std::pair("s3.1", "s5.2"), std::pair("c s3.1", "c s5.2")}) {
+        for (const auto &of : params) {
+            if (of.size() == 1 || std::string(real) == "c s3.1") {
+                makeTwoInstances("constmultBlock", real, wide);
+                for (const auto &[key, text] : of) {
+                    at(*levels, "p")->setParam(value(key), value(text));
+                }
+                EXPECT_EQ(runOverLevels(), kept) << real << " " << of.back().second;
+            }
+        }
+    }
+}
+
+TEST_F(UnrollComplexPassTest, takesScalarProductsWithRealFactorsApartWhoseInstancesDifferInWidth) {
+    const std::pair<const char *, const char *> widths[] = {
+        {"c s3.1", "c s5.2"}, {"[3] c s3.1", "[3] c u5.2"}, {"c float(10,5)", "c float(17,8)"}};
+    for (const auto &[first, second] : widths) {
+        const bool isFloat = std::string(first).find("float") != std::string::npos;
+        const char *factor = isFloat ? "float(17,8)" : "s4.0";
+        for (const bool isComplexFirst : {true, false}) {
+            makeTwoInstances("scalarProductBlock", first, second, isComplexFirst ? "0" : "1");
+            factors({isComplexFirst ? "1" : "0"}, factor);
+            EXPECT_EQ(runOverLevels(), Names{}) << first;
+            for (const char *part : {isFloat ? "(p dotReal)" : "(p dotRR)", isFloat          ? "(p dotImag)"
+                                                                            : isComplexFirst ? "(p dotIR)"
+                                                                                             : "(p dotRI)"}) {
+                ASSERT_NE(at(*levels, part), nullptr) << first << part;
+                EXPECT_EQ(at(*levels, part)->getParam(A_MULT_TYPE), nullptr) << first << part;
+            }
+        }
+    }
+}
+
+TEST_F(UnrollComplexPassTest, takesSumsOfProductsWithRealFactorsApartWhoseInstancesDifferInWidth) {
+    for (const bool isSubtractive : {false, true}) {
+        makeTwoInstances("scalarProductBlock", "c s3.1", "c s5.2");
+        factors({"1", "3"}, "s4.0");
+        factors({"2", "scalarProductPortChainin"}, "c u2.3");
+        at(*levels, "p")->setParam(A_SUBTRACTIVE, isSubtractive ? A_TRUE : A_FALSE);
+        EXPECT_EQ(runOverLevels(), Names{});
+        EXPECT_NE(at(*levels, "(p dotIR)"), nullptr);
+    }
+}
+
+TEST_F(UnrollComplexPassTest, leavesScalarProductsWholeWhosePartsNeedTypes) {
+    const Names kept{"UNCOMPLEX_INVALID_EXPAND_TYPE block=/inner/p detail=its signals differ in type between the "
+                     "instances of the model"};
+    using Ports = std::vector<const char *>;
+    const std::pair<Ports, Ports> cases[] = {
+        {{}, {"1"}},                             // both factors complex
+        {{"1", "2", "3"}, {}},                   // a pair without a complex factor
+        {{"1", "2"}, {"3"}},                     // the other side of another pair
+        {{"1", "scalarProductPortChainin"}, {}}, // a chain-in that adds to the real part alone
+    };
+    for (const auto &[real, complex] : cases) {
+        makeTwoInstances("scalarProductBlock", "c s3.1", "c s5.2");
+        factors(real, "s4.0");
+        factors(complex, "c s4.0");
+        EXPECT_EQ(runOverLevels(), kept) << real.size() << complex.size();
+    }
+    makeTwoInstances("scalarProductBlock", "c s3.1", "c s5.2");
+    factors({"1"}, "s4.0");
+    at(*levels, "p")->setParam(A_MULT_TYPE, value("(typeSFixed 8 0)"));
+    EXPECT_EQ(runOverLevels(), kept);
+    makeTwoInstances("scalarProductBlock", "c float(10,5)", "c float(17,8)");
+    factors({"1"}, "float(10,5)");
+    at(*levels, "p")->setParam(A_SUBTRACTIVE, A_TRUE);
+    EXPECT_EQ(runOverLevels(), kept);
+}
+
+/// Products and sums of products of any complex and real factors, in a level whose first factor is of one type in one
+/// instance and of another in the other: they come apart, or say that they do not, and compute the same.
+RC_GTEST_FIXTURE_PROP(UnrollComplexPassTest, takesNoProductApartToOtherTypes, ()) {
+    const bool isFloat = *rc::gen::arbitrary<bool>();
+    const auto type = [&](bool isComplex) {
+        const std::string scalar = isFloat ? *rc::gen::element<std::string>("float(10,5)", "float(7,8)")
+                                           : *rc::gen::element<std::string>("s3.1", "u2.2", "s5.0", "u4.3");
+        return (isComplex ? "c " : "") + scalar;
+    };
+    const std::string kind =
+        *rc::gen::element<std::string>("multBlock", "constmultBlock", "scalarProductBlock", "scalarProductBlock");
+    const bool isFirst = *rc::gen::arbitrary<bool>();
+    makeTwoInstances(kind.c_str(), type(isFirst).c_str(), type(isFirst).c_str());
+    std::vector<const char *> ports{"1"};
+    if (kind == "constmultBlock") {
+        ports.clear();
+        at(*levels, "p")->setParam(A_CONST_VALUE, value(*rc::gen::element<std::string>("3", "(complexRollTag 1 -9)")));
+    } else if (kind == "scalarProductBlock") {
+        for (const char *port : {"2", "3"}) {
+            if (*rc::gen::arbitrary<bool>() || ports.size() == 2) {
+                ports.push_back(port);
+            }
+        }
+        if (ports.size() == 2) {
+            ports.pop_back();
+        }
+        if (*rc::gen::arbitrary<bool>()) {
+            ports.push_back("scalarProductPortChainin");
+            at(*levels, "p")->setParam(A_SUBTRACTIVE_CHAININ, *rc::gen::arbitrary<bool>() ? A_TRUE : A_FALSE);
+        }
+        at(*levels, "p")->setParam(A_SUBTRACTIVE, *rc::gen::arbitrary<bool>() ? A_TRUE : A_FALSE);
+    }
+    RC_LOG() << kind << " " << isFirst << " of floats: " << isFloat;
+    for (const char *port : ports) {
+        const std::string of = type(*rc::gen::arbitrary<bool>());
+        RC_LOG() << " " << port << " " << of;
+        factors({port}, of.c_str());
+    }
+    const Names heard = runOverLevels();
+    RC_ASSERT(!HasFailure());
+    const bool isApart = at(*levels, "p") == nullptr;
+    RC_CLASSIFY(isApart, "apart");
+    RC_CLASSIFY(!heard.empty(), "whole");
+    RC_ASSERT(heard.empty() || !isApart);
 }
 
 TEST_F(UnrollComplexPassTest, leavesProductsOfAGivenTypeWholeWhoseInstancesDifferInWidth) {

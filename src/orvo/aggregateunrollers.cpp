@@ -116,6 +116,19 @@ class SelectAggregateUnroller final : public MuxAggregateUnroller {
 class CastAggregateUnroller final : public SimplePrimAggregateUnroller {
   public:
     using SimplePrimAggregateUnroller::SimplePrimAggregateUnroller;
+    AggregateUnrollKind originalWire(Wire &wire, const AggregateTypeSpec &spec,
+                                     const AggregateTypeManager &manager) override {
+        mGivesNumber = mGivesNumber || (wire.getName() == A_PRIM_WIRE_OUT && !spec.isAggregate());
+        return SimplePrimAggregateUnroller::originalWire(wire, spec, manager);
+    }
+    /// Comes behind all wires.
+    AggregateUnrollKind originalPort(Port &port, const AggregateTypeSpec &spec,
+                                     const AggregateTypeManager &manager) override {
+        if (mGivesNumber && spec.isAggregate()) {
+            fail("a record is cast to a number");
+        }
+        return SimplePrimAggregateUnroller::originalPort(port, spec, manager);
+    }
 
   protected:
     ValueRef memberValue(const PureValueRef &key, const ValueRef &value, int flatIndex,
@@ -124,6 +137,9 @@ class CastAggregateUnroller final : public SimplePrimAggregateUnroller {
         return key == A_CAST_OUTPUT_TYPE ? ValueRef()
                                          : SimplePrimAggregateUnroller::memberValue(key, value, flatIndex, manager);
     }
+
+  private:
+    bool mGivesNumber = false;
 };
 
 /// Of a vector the block makes outputs without lanes, of a record with a vector in it the whole record.

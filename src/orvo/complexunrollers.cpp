@@ -235,8 +235,16 @@ class RealOnlyUnroller final : public DefaultComplexUnroller {
 class ConstMultComplexUnroller final : public ComplexUnroller {
   public:
     explicit ConstMultComplexUnroller(Block &block) : mBlock(block) {}
-    bool writesTypes() const override { return true; }
-    std::string reason() const override { return mBlock.port_size() != 1 ? "it has no operand, or several" : ""; }
+    bool writesTypes() const override {
+        return mBlock.getParam(A_OUTPUT_PRECISION) || hasComplexPart(mBlock.getParam(A_CONST_VALUE));
+    }
+    std::string reason() const override {
+        if (mBlock.port_size() != 1) {
+            return "it has no operand, or several";
+        }
+        const bool isReal = !mOperand.isComplex() && !hasComplexPart(mBlock.getParam(A_CONST_VALUE));
+        return isReal ? "none of its factors is complex" : "";
+    }
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
         mOutputType = NumTypeSpec(typeOf(wire), wire.getContext());
         mOutputType.setComplex(false);
@@ -266,8 +274,10 @@ class ConstMultComplexUnroller final : public ComplexUnroller {
             mImaginary = &combined("imagAdd", A_ADD_BLOCK, *mImaginary, part("imagMult2", true, false));
         }
     }
-    Wire *attachWire(Wire &, const ComplexDecorSpec &, bool imaginary, const std::vector<MaybePort> &readers) override {
+    Wire *attachWire(Wire &wire, const ComplexDecorSpec &, bool imaginary,
+                     const std::vector<MaybePort> &readers) override {
         Wire *part = imaginary ? mImaginary : mReal;
+        OrvoUtils::copyParams(*part, wire);
         connect(readers, *part);
         return part;
     }
@@ -284,8 +294,12 @@ class ConstMultComplexUnroller final : public ComplexUnroller {
         const bool isFaithful = mBlock.findParam(A_FLOAT_ROUNDING) == A_FAITHFUL_ROUNDING.get_ptr();
         made.setParam(A_FLOAT_ROUNDING, isFaithful ? A_FAITHFUL_ROUNDING : A_CORRECT_ROUNDING);
     }
-    /// Null where the product's own type will do: that of floats, and the exact one where bits are cut behind the sum.
+    /// Null where the product's own type will do: that of floats, the exact one where bits are cut behind the sum, and
+    /// that by a real constant.
     PureValueRef precisionOf(const ValueRef &constant, bool areBoth) const {
+        if (!writesTypes()) {
+            return {};
+        }
         Context *context = mBlock.getContext();
         const int exact = mOperand.type().fracBits() + NumTypeSpec::fromFixedValue(constant).fracBits();
         const bool cuts = mOutputType.fracBits() < exact;
@@ -347,10 +361,16 @@ class ConjugateComplexUnroller final : public ComplexUnroller {
             mReal = &outOf(cast);
         }
     }
-    Wire *attachWire(Wire &, const ComplexDecorSpec &, bool imaginary, const std::vector<MaybePort> &readers) override {
+    Wire *attachWire(Wire &wire, const ComplexDecorSpec &, bool imaginary,
+                     const std::vector<MaybePort> &readers) override {
         if (imaginary) {
+            OrvoUtils::copyParams(*mNegated, wire);
             connect(readers, *mNegated);
             return mNegated;
+        }
+        // A wire that came from outside has parameters of its own.
+        if (mGrows) {
+            OrvoUtils::copyParams(*mReal, wire);
         }
         connect(readers, *mReal);
         if (readers.empty()) {
@@ -393,17 +413,30 @@ class EqualityComplexUnroller final : public DefaultComplexUnroller {
             substitute(imaginary).setParam(A_SCHEDULE_CONSTRAINT_WIRES, nullptr);
             Wire *bit = substitute(imaginary).getWire(A_PRIM_WIRE_OUT);
             if (bit != nullptr) {
+                clearParams(*bit);
                 both.setParam(numberOf(imaginary ? 1 : 0), *bit);
             }
         }
         mBoth = &outOf(both);
     }
-    Wire *attachWire(Wire &, const ComplexDecorSpec &, bool, const std::vector<MaybePort> &readers) override {
+    Wire *attachWire(Wire &wire, const ComplexDecorSpec &, bool, const std::vector<MaybePort> &readers) override {
+        OrvoUtils::copyParams(*mBoth, wire);
         connect(readers, *mBoth);
         return mBoth;
     }
 
   private:
+    /// What is known of the result is not true of a part's.
+    static void clearParams(Wire &wire) {
+        std::vector<PureValueRef> keys;
+        for (auto param : Params(wire)) {
+            keys.push_back(param.first);
+        }
+        for (const PureValueRef &key : keys) {
+            wire.setParam(key, nullptr);
+        }
+    }
+
     Wire *mBoth = nullptr;
 };
 

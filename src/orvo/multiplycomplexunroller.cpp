@@ -5,6 +5,7 @@
 #include <orvo/blocksinfo.h>
 #include <orvo/logging.h>
 #include <orvo/model.h>
+#include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
 
 #include <algorithm>
@@ -89,7 +90,11 @@ const std::vector<MaybePort> &ComplexFactor::attach(bool imaginary, Wire &driver
 }
 
 std::string MultiplyComplexUnroller::reason() const {
-    return mFactors.size() < 2 ? "it has fewer than two factors" : "";
+    if (mFactors.size() < 2) {
+        return "it has fewer than two factors";
+    }
+    const auto isReal = [](const auto &of) { return !of.second.isComplex(); };
+    return std::all_of(mFactors.begin(), mFactors.end(), isReal) ? "none of its factors is complex" : "";
 }
 
 /// Whether the result is of the type that the multipliers of the parts give by themselves.
@@ -242,9 +247,10 @@ void MultiplyComplexUnroller::preAttach() {
     mImaginary = soFar->wire(true);
 }
 
-Wire *MultiplyComplexUnroller::attachWire(Wire &, const ComplexDecorSpec &, bool imaginary,
+Wire *MultiplyComplexUnroller::attachWire(Wire &wire, const ComplexDecorSpec &, bool imaginary,
                                           const std::vector<MaybePort> &readers) {
     Wire *part = imaginary ? mImaginary : mReal;
+    OrvoUtils::copyParams(*part, wire);
     for (const MaybePort &reader : readers) {
         reader.setWire(*part);
     }

@@ -444,8 +444,7 @@ class UnaryConstMultTypeHandler final : public TypeInferHandler {
         if (precision && precision->size() >= 2 && product.valid()) {
             NumTypeSpec given(precision->at(1), contextOf(api));
             if (precision->at(0) == A_TYPE_SPECIFIED) {
-                given.mergeDecors(product);
-                product = std::move(given);
+                overrideType(product, std::move(given));
             } else if (precision->at(0) == A_FRACTION_SPECIFIED) {
                 given.requireFixed();
                 if (!given.valid()) {
@@ -511,9 +510,8 @@ class BarrelTypeHandler final : public TypeInferHandler2 {
             return;
         }
         const NumTypeSpec data = portSpec(api, numberKey(api, 0));
-        NumTypeSpec type = paramType(api, A_BARREL_OUTPUT_TYPE);
-        type = type.valid() ? type : data;
-        type.mergeDecors(data);
+        NumTypeSpec type = data;
+        overrideType(type, paramType(api, A_BARREL_OUTPUT_TYPE));
         type.mergeDecors(shift);
         setWire(api, A_PRIM_WIRE_OUT, type);
     }
@@ -580,9 +578,10 @@ class BitSelectTypeHandler final : public TypeInferHandler2 {
 class ChooseBitsTypeHandler final : public TypeInferHandler2 {
   public:
     void inferForward(TypeInferAPI2 &api) const override {
-        NumTypeSpec type = paramType(api, A_CHOOSE_BITS_OUTPUT_TYPE);
-        type.mergeDecors(portSpec(api, numberKey(api, 0)));
-        setWire(api, A_PRIM_WIRE_OUT, type);
+        const NumTypeSpec given = paramType(api, A_CHOOSE_BITS_OUTPUT_TYPE);
+        NumTypeSpec type = portSpec(api, numberKey(api, 0));
+        overrideType(type, given);
+        setWire(api, A_PRIM_WIRE_OUT, given.valid() ? type : NumTypeSpec());
     }
 };
 

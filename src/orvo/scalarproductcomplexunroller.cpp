@@ -2,6 +2,7 @@
 #include "orvo/scalarproductcomplexunroller.h"
 
 #include <orvo/block.h>
+#include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
 
 #include <algorithm>
@@ -27,7 +28,34 @@ std::string ScalarProductComplexUnroller::reason() const {
         // Both products of a complex one come before the next lane, which no scalar product of vectors does.
         return "no scalar product of vectors of real floats adds in the order of that of complex ones";
     }
-    return mOperands.empty() || mOperands.size() % 2 != 0 ? "its operands are no pairs" : "";
+    if (mOperands.empty() || mOperands.size() % 2 != 0) {
+        return "its operands are no pairs";
+    }
+    const auto isReal = [](const auto &operand) { return !operand.second.isComplex(); };
+    return !mChain.isComplex() && std::all_of(mOperands.begin(), mOperands.end(), isReal)
+               ? "none of its operands is complex"
+               : "";
+}
+
+bool ScalarProductComplexUnroller::isFloatIn(const RefChain &instance) const {
+    return NumTypeSpec(typeOf(*mBlock.getWire(A_PRIM_WIRE_OUT), instance), mBlock.getContext()).isFloat();
+}
+
+/// If the same side of all pairs is complex and the other real, each part has one product a pair and all of the
+/// chain-in, as the whole has. Floats must be floats in all instances, for they are added in another way.
+bool ScalarProductComplexUnroller::writesTypes() const {
+    if (mBlock.getParam(A_MULT_TYPE) || (hasChain() && !mChain.isComplex())) {
+        return true;
+    }
+    for (std::size_t i = 0; i < mOperands.size(); ++i) {
+        if (mOperands[i].second.isComplex() != mOperands[i % 2].second.isComplex()) {
+            return true;
+        }
+    }
+    const bool isFloat = mOutputType.isFloat();
+    return mOperands[0].second.isComplex() == mOperands[1].second.isComplex() || (isFloat && isSubtractive()) ||
+           !std::all_of(instances().begin(), instances().end(),
+                        [&](const RefChain &instance) { return isFloatIn(instance) == isFloat; });
 }
 
 ComplexWireKind ScalarProductComplexUnroller::originalWire(Wire &wire, const ComplexDecorSpec &decor) {
@@ -42,7 +70,8 @@ ComplexPortKind ScalarProductComplexUnroller::originalPort(Port &port, const Com
     if (port.getName() == A_SCALAR_PRODUCT_PORT_CHAININ) {
         mChain = ComplexFactor(type);
     } else {
-        mOperands.emplace_back(port.getName(), ComplexFactor(type));
+        const auto at = std::lower_bound(mOperands.begin(), mOperands.end(), port.getName(), isBefore);
+        mOperands.emplace(at, port.getName(), ComplexFactor(type));
     }
     return ComplexPortKind::Split;
 }
@@ -72,8 +101,10 @@ Block &ScalarProductComplexUnroller::make(const char *word, std::size_t number, 
 }
 
 void ScalarProductComplexUnroller::setProductType(Block &made, NumTypeSpec type) const {
-    type.stripVectors();
-    made.setParam(A_MULT_TYPE, type.toValue(mBlock.getContext()));
+    if (mWritesTypes) {
+        type.stripVectors();
+        made.setParam(A_MULT_TYPE, type.toValue(mBlock.getContext()));
+    }
 }
 
 /// The products of these parts. Vectors give the sum its dimensions, so that all pairs must be there, with zeros where
@@ -291,8 +322,7 @@ void ScalarProductComplexUnroller::preAttachComplexFP() {
 }
 
 void ScalarProductComplexUnroller::preAttach() {
-    std::sort(mOperands.begin(), mOperands.end(),
-              [](const auto &one, const auto &other) { return isBefore(one, other.first); });
+    mWritesTypes = writesTypes();
     if (mOutputType.isFloat()) {
         preAttachComplexFP();
     } else {
@@ -300,9 +330,10 @@ void ScalarProductComplexUnroller::preAttach() {
     }
 }
 
-Wire *ScalarProductComplexUnroller::attachWire(Wire &, const ComplexDecorSpec &, bool imaginary,
+Wire *ScalarProductComplexUnroller::attachWire(Wire &wire, const ComplexDecorSpec &, bool imaginary,
                                                const std::vector<MaybePort> &readers) {
     Wire *part = imaginary ? mImaginary : mReal;
+    OrvoUtils::copyParams(*part, wire);
     for (const MaybePort &reader : readers) {
         reader.setWire(*part);
     }

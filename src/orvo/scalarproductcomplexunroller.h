@@ -14,7 +14,7 @@ class ScalarProductComplexUnroller final : public ComplexUnroller {
   public:
     explicit ScalarProductComplexUnroller(Block &block) : mBlock(block) {}
 
-    bool writesTypes() const override { return true; }
+    bool writesTypes() const override;
     std::string reason() const override;
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override;
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override;
@@ -39,6 +39,7 @@ class ScalarProductComplexUnroller final : public ComplexUnroller {
     ComplexFactor &operand(std::size_t pair, int side);
     bool hasChain() const { return mChain.type().valid(); }
     bool isSubtractive() const;
+    bool isFloatIn(const RefChain &instance) const;
     Terms termsOf(bool firstImaginary, bool secondImaginary, bool needsDimensions);
     Terms termsOfPart(bool imaginary);
     Block &make(const PureValueRef &name, const StaticString &type) const;
@@ -57,11 +58,12 @@ class ScalarProductComplexUnroller final : public ComplexUnroller {
     int exactFraction();
 
     Block &mBlock;
-    /// In the order of their numbers from `preAttach` on.
+    /// In the order of their numbers.
     std::vector<std::pair<PureValueRef, ComplexFactor>> mOperands;
     ComplexFactor mChain;
     NumTypeSpec mOutputType;
     bool mHasVectors = false;
+    bool mWritesTypes = true;
     Wire *mReal = nullptr;
     Wire *mImaginary = nullptr;
 };
