@@ -205,8 +205,9 @@ Types elementsOf(const Types &types, const Kind &kind, int element) {
     return elements;
 }
 
+/// False for an unknown type.
 bool isFormat(const PureValueRef &type, const NumTypeSpec &format) {
-    return NumTypeSpec(type, type->context()) == format;
+    return type && NumTypeSpec(type, type->context()) == format;
 }
 
 /// Whether one block for all instances leaves the floats of each as the pair does: a cast flushes subnormals and
