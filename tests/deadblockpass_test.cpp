@@ -431,6 +431,26 @@ TEST_F(ElideUnpackTest, givesTheDriversWhatBothBlocksOfThePairCarried) {
     EXPECT_EQ(im->getParam(A_METADATA), ValueRef(value("(u p)")));
 }
 
+TEST_F(ElideUnpackTest, keepsOnThePackWhatAnUnpackCarriedThatNobodyReads) {
+    unpack->setParam(A_METADATA, value("(u)"));
+    out->setParam(number(0), nullptr);
+    out->setParam(number(1), *pack->begin());
+    run("ElideUnpackPass", WithParam("P_IGNORE_METADATA", A_TRUE));
+    EXPECT_EQ(left(), "im out pack re");
+    EXPECT_EQ(pack->getParam(A_METADATA), ValueRef(value("(u)")));
+    EXPECT_FALSE(re->getParam(A_METADATA));
+}
+
+TEST_F(ElideUnpackTest, givesTheDriversWhatAPairCarriedThatNobodyReads) {
+    unpack->setParam(A_METADATA, value("(u)"));
+    out->setParam(number(0), nullptr);
+    out->setParam(number(1), nullptr);
+    run("ElideUnpackPass", WithParam("P_IGNORE_METADATA", A_TRUE));
+    EXPECT_EQ(left(), "im out re");
+    EXPECT_EQ(re->getParam(A_METADATA), ValueRef(value("(u)")));
+    EXPECT_EQ(im->getParam(A_METADATA), ValueRef(value("(u)")));
+}
+
 TEST_F(ElideUnpackTest, takesOutEveryUnpackBehindAPack) {
     Block *second = Block::create(model, "second", A_CUNPACK_BLOCK);
     second->setParam(A_CUNPACK_PORT_IN, *pack->begin());

@@ -164,6 +164,31 @@ TEST_F(EarlyCycle, carriesSignalsThroughBoundariesByName) {
     EXPECT_TRUE(plainlyFound(top));
 }
 
+TEST_F(EarlyCycle, carriesSignalsThroughPipesEachForItself) {
+    Block &pipe = make(top, "pipe", A_PIPE_BLOCK);
+    Wire &a = *Wire::create(pipe, "a");
+    pipe.setParam(value("0"), out(neg));
+    pipe.setParam(value("a"), *Wire::create(*Block::create(top, "in", A_INPUT_BLOCK), "x"));
+    neg.setParam(value("0"), a);
+    EXPECT_FALSE(plainlyFound(top));
+    neg.setParam(value("0"), out(pipe));
+    EXPECT_TRUE(plainlyFound(top));
+    // A signal that comes back to the pipe under another name is no loop by itself.
+    pipe.setParam(value("a"), out(pipe));
+    neg.setParam(value("0"), a);
+    EXPECT_EQ(toldOf(top), Told({"0: neg pipe pipe"}));
+}
+
+TEST_F(EarlyCycle, passesOverWiresOfOtherModels) {
+    Model &other = *Model::create(design, "other");
+    Block &foreign = make(other, "neg", A_NEG_BLOCK);
+    connect(neg, foreign);
+    connect(foreign, neg);
+    EXPECT_EQ(toldOf(top), Told());
+    connect(neg, neg);
+    EXPECT_EQ(toldOf(top), Told({"0: neg"}));
+}
+
 /// Looks at loops through one type, and perhaps ends all ways at another one.
 struct LoopsOfType : LoopsOfNegations {
     explicit LoopsOfType(const StaticString &start, const StaticString *end = nullptr) : janus(start), wall(end) {}
@@ -179,7 +204,7 @@ struct LoopsOfType : LoopsOfNegations {
 
 TEST_F(EarlyCycle, asksOfTheBlocksThatCarrySignalsByName) {
     for (const StaticString *type : {&A_SIGNAL_IN_BLOCK, &A_SIGNAL_OUT_BLOCK, &A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK,
-                                     &A_BOUNDARY_BLOCK, &A_UNSCHED_BLOCK}) {
+                                     &A_BOUNDARY_BLOCK, &A_UNSCHED_BLOCK, &A_PIPE_BLOCK}) {
         Block &edge = *Block::create(top, type->text(), *type);
         edge.setParam(value("a"), out(neg));
         neg.setParam(value("0"), *Wire::create(edge, "a"));

@@ -1,7 +1,18 @@
 // The type rules of interfaces, scheduled models, stall regions and enables, row by row.
 #include "support/typetable.h"
 
+#include <orvo/block.h>
+#include <orvo/context.h>
+#include <orvo/design.h>
+#include <orvo/model.h>
+#include <orvo/staticstrings.h>
+#include <orvo/typeinferpass.h>
+#include <orvo/wire.h>
+
 #include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
 
 namespace orvo::testing {
 namespace {
@@ -34,6 +45,29 @@ TEST(MiscTypes, passEachSignalThroughAPipe) {
           {},
           {{kOut, ""}, {"(b d)", "[2] s4.0"}}},
          {"pipe that waits for input 0", "pipeBlock", {{"0", ""}, {"x", "s3.0"}}, {}, {{kOut, ""}, {"x", "s3.0"}}}});
+}
+
+TEST(MiscTypes, passASignalThroughOnePipeSeveralTimes) {
+    // In whichever order the pipe has its signals.
+    for (const auto &[first, second] : {std::pair("a", "b"), std::pair("b", "a")}) {
+        ContextMgr mgr;
+        const auto value = [&](const std::string &text) { return PureValueRef(Value::parse(text, mgr.context())); };
+        Design design(mgr.context());
+        Model &model = *Model::create(design, "m");
+        Block &source = *Block::create(model, "source", A_TYPE_PIN_BLOCK);
+        source.setParam(A_TYPE_PIN_TYPE, value(typeText("s4.0")));
+        Block &pipe = *Block::create(model, "pipe", A_PIPE_BLOCK);
+        for (const char *name : {"a", "b"}) {
+            Wire::create(pipe, value(name));
+        }
+        pipe.setParam(value("0"), *Wire::create(source, A_PRIM_WIRE_OUT));
+        pipe.setParam(value(first), *Wire::create(pipe, A_PRIM_WIRE_OUT));
+        pipe.setParam(value(second), *pipe.getWire(value(first)));
+        GlobalTypePass types;
+        for (const PureValueRef &name : {value(kOut), value("a"), value("b")}) {
+            EXPECT_EQ(types.getType(pipe.getWire(name), {}), value(typeText("s4.0"))) << name->toString();
+        }
+    }
 }
 
 TEST(MiscTypes, declareInterfaces) {

@@ -88,6 +88,16 @@ std::vector<Finding> checkDesign(const Design &design, const BlocksInfo &catalog
     return findings;
 }
 
+std::vector<Finding> findForeignWires(const Design &design) {
+    std::vector<Finding> findings;
+    for (const Model &model : design) {
+        for (const Block &block : model) {
+            addForeignWires(block, findings);
+        }
+    }
+    return findings;
+}
+
 Json toJson(const Finding &finding) {
     Json json;
     json["tag"] = finding.tag;

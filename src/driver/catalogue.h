@@ -24,6 +24,8 @@ struct Finding {
 
 /// All findings of all models, in the order of the design.
 std::vector<Finding> checkDesign(const Design &design, const BlocksInfo &catalogue);
+/// Those of them that passes cannot bear: an input that reads another model's wire loses it when a model is dissolved.
+std::vector<Finding> findForeignWires(const Design &design);
 
 Json toJson(const Finding &finding);
 

@@ -258,7 +258,9 @@ class PassRun {
         }
         armOutsidePasses("before the first pass");
         if (mArguments.verifyEach) {
-            verifyInput(*design);
+            refuse(checkDesign(*design, getBlocksInfo()));
+        } else if (mArguments.replay.empty()) {
+            refuse(findForeignWires(*design));
         }
         BlockCounts before;
         if (mArguments.stats) {
@@ -321,8 +323,8 @@ class PassRun {
     }
 
     /// What a pass leaves broken is only its fault if it was whole before.
-    void verifyInput(const Design &design) {
-        for (const Finding &finding : checkDesign(design, getBlocksInfo())) {
+    void refuse(const std::vector<Finding> &findings) {
+        for (const Finding &finding : findings) {
             mConsole.report(Severity::Error, finding.tag, finding.params);
         }
         if (mConsole.errors() != 0) {

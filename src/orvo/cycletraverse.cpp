@@ -2,6 +2,7 @@
 #include "orvo/cycletraverse.h"
 
 #include "orvo/channelpairs.h"
+#include "orvo/pipeinput.h"
 
 #include <orvo/block.h>
 #include <orvo/design.h>
@@ -48,10 +49,10 @@ constexpr std::array<StallWire, 4> kStallWires{{
     {&A_STALLREG_BLOCK, &A_STALLREG_WIRE_STALL_BACK},
 }};
 
-/// Blocks each of whose outputs carries the like-named input.
-constexpr std::array<const StaticString *, 6> kPassesByName{&A_SIGNAL_IN_BLOCK,  &A_SIGNAL_OUT_BLOCK,
-                                                            &A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK,
-                                                            &A_BOUNDARY_BLOCK,   &A_UNSCHED_BLOCK};
+/// Blocks each of whose outputs carries the like-named input; of a pipe, the main one may carry another.
+constexpr std::array<const StaticString *, 7> kPassesByName{
+    &A_SIGNAL_IN_BLOCK, &A_SIGNAL_OUT_BLOCK, &A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK,
+    &A_BOUNDARY_BLOCK,  &A_UNSCHED_BLOCK,    &A_PIPE_BLOCK};
 
 bool passesByName(const Block &block) {
     return std::any_of(kPassesByName.begin(), kPassesByName.end(),
@@ -60,6 +61,9 @@ bool passesByName(const Block &block) {
 
 const Port *passedInput(const Wire &wire) {
     const Block &block = wire.getBlock();
+    if (block.type() == A_PIPE_BLOCK.get_ptr()) {
+        return pipeInput(block, wire.getName());
+    }
     const bool isChannel =
         block.type() == A_CHANNEL_IN_BLOCK.get_ptr() || block.type() == A_CHANNEL_OUT_BLOCK.get_ptr();
     return block.getPort(isChannel ? channelPortOf(wire.getName()) : wire.getName());
@@ -104,7 +108,11 @@ std::uint32_t NetPointDict::getPoint(const Block *block, bool isPort, const Pure
 }
 
 std::uint32_t NetPointDict::getPoint(const Port &port) const { return mNumbers.at(&port); }
-std::uint32_t NetPointDict::getPoint(const Wire &wire) const { return mNumbers.at(&wire); }
+
+std::uint32_t NetPointDict::getPoint(const Wire &wire) const {
+    const auto found = mNumbers.find(&wire);
+    return found == mNumbers.end() ? kNone : found->second;
+}
 
 std::uint32_t NetPointDict::getSource(const Wire &wire) const {
     if (!passesByName(wire.getBlock())) {

@@ -42,6 +42,7 @@ class NetPointDict {
     /// A port, a wire or, for a null key, the block; `kNone` if the block has none of that name.
     std::uint32_t getPoint(const Block *block, bool isPort, const PureValueRef &key) const;
     std::uint32_t getPoint(const Port &port) const;
+    /// `kNone` for a wire of another model, which a port may read by mistake.
     std::uint32_t getPoint(const Wire &wire) const;
     /// What gives the signal of a wire: its block, or the passage to it through that block; `kNone` if the block
     /// carries signals by their names and has none for this wire.

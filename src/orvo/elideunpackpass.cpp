@@ -60,12 +60,21 @@ const Kind *kindOfPack(const Block &block) {
     return nullptr;
 }
 
-bool isReadByUnpack(const Block &pack, const Kind &kind) {
-    return std::any_of(pack.begin(), pack.end(), [&](const Wire &wire) {
+/// A block of another model that reads the pack by mistake is none of this model's business.
+bool isUnpackOf(const Block &reader, const Block &pack, const Kind &kind) {
+    return reader.type() == kind.unpack->get_ptr() && &reader.getModel() == &pack.getModel();
+}
+
+template <class Condition> bool hasReaderThat(const Block &block, Condition condition) {
+    return std::any_of(block.begin(), block.end(), [&](const Wire &wire) {
         const auto &readers = wire.ports();
         return std::any_of(readers.begin(), readers.end(),
-                           [&](const Port &reader) { return reader.getBlock().type() == kind.unpack->get_ptr(); });
+                           [&](const Port &reader) { return condition(reader.getBlock()); });
     });
+}
+
+bool isReadByUnpack(const Block &pack, const Kind &kind) {
+    return hasReaderThat(pack, [&](const Block &reader) { return isUnpackOf(reader, pack, kind); });
 }
 
 bool hasPair(const Model &model) {
@@ -93,7 +102,7 @@ std::vector<Block *> unpacksOf(const Block &pack, const Kind &kind) {
     for (const Wire &wire : pack) {
         for (const Port &port : wire.ports()) {
             Block &reader = port.getBlock();
-            if (reader.type() == kind.unpack->get_ptr() && known.insert(&reader).second) {
+            if (isUnpackOf(reader, pack, kind) && known.insert(&reader).second) {
                 unpacks.push_back(&reader);
             }
         }
@@ -189,6 +198,40 @@ bool canConvert(const PureValueRef &from, const PureValueRef &to) {
 /// By instance; null where a type is unknown.
 using Types = std::vector<PureValueRef>;
 
+Types elementsOf(const Types &types, const Kind &kind, int element) {
+    Types elements = types;
+    std::transform(types.begin(), types.end(), elements.begin(),
+                   [&](const PureValueRef &type) { return elementOf(type, kind, element); });
+    return elements;
+}
+
+/// False for an unknown type.
+bool isFormat(const PureValueRef &type, const NumTypeSpec &format) {
+    return type && NumTypeSpec(type, type->context()) == format;
+}
+
+/// Whether one block for all instances leaves the floats of each as the pair does: a cast flushes subnormals and
+/// alters NaNs, so it may not stand where the format of one instance is the wanted one already. All types are of one
+/// shape.
+bool keepsFloats(const Types &from, const PureValueRef &to) {
+    const CompoundTypeInfo wanted = CompoundTypeInfo::createFromValue(to);
+    if (!wanted.valid()) {
+        const NumTypeSpec format(to, to->context());
+        const auto isWanted = [&](const PureValueRef &type) { return isFormat(type, format); };
+        return !format.isFloat() || std::all_of(from.begin(), from.end(), isWanted) ||
+               std::none_of(from.begin(), from.end(), isWanted);
+    }
+    const Kind &kind = kindOf(wanted);
+    const bool spreads = isSpread(CompoundTypeInfo::createFromValue(from.front()), wanted);
+    const int elements = kind.of == CompoundKind::Aggregate ? static_cast<int>(wanted.size_shallow()) : 1;
+    for (int i = 0; i < elements; ++i) {
+        if (!keepsFloats(spreads ? from : elementsOf(from, kind, i), elementOf(to, kind, i))) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /// The pairs of one model.
 class Elision {
   public:
@@ -254,20 +297,21 @@ std::optional<PureValueRef> Elision::conversion(const Types &from, const Types &
             return std::nullopt;
         }
     }
-    return to.front();
+    return keepsFloats(from, to.front()) ? std::optional(to.front()) : std::nullopt;
 }
 
 /// All that readers read; nothing if the pair has to stay.
 std::optional<std::vector<Elision::Way>> Elision::waysThrough(const Block &pack, Block &unpack) const {
     std::vector<Way> ways;
+    const bool packStays = hasReaderThat(pack, [&](const Block &reader) { return &reader != &unpack; });
     for (Wire &wire : unpack) {
         const Port *port = portFor(pack, wire);
         const bool isRead = wire.port_size() != 0;
         const std::optional<PureValueRef> type =
             port != nullptr && isRead ? conversion(typesOf(*port->peekWire()), typesOf(wire)) : PureValueRef();
-        const bool isOutside = std::any_of(wire.ports().begin(), wire.ports().end(),
-                                           [&](const Port &reader) { return &reader.getBlock() != &pack; });
-        if (isRead && (port == nullptr || !type || (isOutside && sourceBehind(pack, wire) == nullptr))) {
+        const bool isMissed = packStays || std::any_of(wire.ports().begin(), wire.ports().end(),
+                                                       [&](const Port &reader) { return &reader.getBlock() != &pack; });
+        if (isRead && (port == nullptr || !type || (isMissed && sourceBehind(pack, wire) == nullptr))) {
             return std::nullopt;
         }
         if (port != nullptr) {
@@ -297,11 +341,16 @@ Wire &Elision::converted(const Block &beside, std::vector<PureValueRef> &name, W
     const CompoundTypeInfo shape = CompoundTypeInfo::createFromValue(to);
     if (!shape.valid()) {
         const NumTypeSpec wanted(to, context);
-        const bool isSame = std::all_of(from.begin(), from.end(),
-                                        [&](const PureValueRef &type) { return NumTypeSpec(type, context) == wanted; });
-        return note(isSame ? internal::rewritten(beside, nameOf("unpackCast"), wire, to)
-                           : internal::widened(beside, nameOf("unpackCast"), wire, to),
-                    whole);
+        const PureValueRef written(wanted.toValue(context));
+        Wire *made = &wire;
+        if (!std::all_of(from.begin(), from.end(), [&](const PureValueRef &type) { return isFormat(type, wanted); })) {
+            made = &internal::widened(beside, nameOf("unpackCast"), wire, to);
+        }
+        // A cast gives the type as that is written today.
+        if (made == &wire || !(to == written)) {
+            made = &internal::rewritten(beside, nameOf("unpackPin"), *made, to);
+        }
+        return note(*made, whole);
     }
     const Kind &kind = kindOf(shape);
     const bool isComplex = kind.of == CompoundKind::Complex;
@@ -314,10 +363,8 @@ Wire &Elision::converted(const Block &beside, std::vector<PureValueRef> &name, W
     for (int i = 0; i < static_cast<int>(shape.size_shallow()); ++i) {
         const PureValueRef number = NumberValue::get(i, context);
         Wire *element = &wire;
-        Types types = from;
+        const Types types = unpack != nullptr ? elementsOf(from, kind, i) : from;
         if (unpack != nullptr) {
-            std::transform(from.begin(), from.end(), types.begin(),
-                           [&](const PureValueRef &type) { return elementOf(type, kind, i); });
             const PureValueRef &part = i == 0 ? A_CUNPACK_WIRE_REAL : A_CUNPACK_WIRE_IMAG;
             element = &note(*Wire::create(*unpack, isComplex ? part : number), types);
         }
@@ -357,7 +404,8 @@ void Elision::elide(const Kind &kind) {
         for (const Way &way : *ways) {
             way.wire->replace(takeThrough(pack, way));
         }
-        handOver(*unpack, drivers);
+        // What an unpack carried that nobody reads, the pack hands on, should it go as well.
+        handOver(*unpack, drivers.empty() ? std::vector<Block *>{&pack} : drivers);
         delete unpack;
         elided = true;
         for (Block *driver : drivers) {

@@ -200,9 +200,13 @@ class ECCTypeHandler final : public TypeInferHandler2 {
 class PipeTypeHandler final : public NewlySetTypeHandler {
   public:
     void inferForward(TypeInferAPI2 &api) const override {
-        for (const Wire &wire : api.getBlock()) {
-            if (const Port *port = pipeInput(api.getBlock(), wire.getName())) {
-                api.setWireType(wire.getName(), api.getPortType(port->getName()));
+        // A signal that comes back to the pipe sets the type of another port meanwhile, which the list then has, too.
+        const Port *main = pipeInput(api.getBlock(), A_PRIM_WIRE_OUT);
+        for (const Port &port : api.iterateNewlySetPorts()) {
+            const PureValueRef type = api.getPortType(port.getName());
+            api.setWireType(port.getName(), type);
+            if (&port == main) {
+                api.setWireType(A_PRIM_WIRE_OUT, type);
             }
         }
     }

@@ -117,5 +117,13 @@ cat >foreign.xml <<'XML'
 XML
 run 1 check foreign.xml
 has err "input 'y' of block 'out' in model 'top' reads wire '[/a/pin/0]' of another model [DRIVER_CHECK_FOREIGN_WIRE]"
-run 1 opt foreign.xml -p DeadModelPass --verify-each
-has err DRIVER_CHECK_FOREIGN_WIRE
+# No pass gets to see one.
+for options in '-p DeadModelPass' '-p DeadModelPass --verify-each' ''; do
+    run 1 opt foreign.xml $options -o passed.xml
+    [ "$(grep -c DRIVER_CHECK_FOREIGN_WIRE err)" = 1 ] || die "opt $options"
+    [ ! -e passed.xml ] || die "opt $options wrote"
+done
+sed 's|<model name="top">|<model name="top"><param name="synthOutputMode">true</param>|' foreign.xml >lowered.xml
+run 1 lower lowered.xml -o passed.xml --no-reproducer
+has err "reads wire '[/a/pin/0]' of another model [DRIVER_CHECK_FOREIGN_WIRE]"
+[ ! -e passed.xml ] || die "lower wrote"

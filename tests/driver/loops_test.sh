@@ -95,6 +95,33 @@ sed -i 's|/c/x|/c/y|' names.xml
 run 0 loops names.xml
 empty out
 
+# A pipe takes each signal through for itself, and its main output shows input 0.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block in inputBlock '<wire name="x"/>'
+    block p pipeBlock "$(param 0 '[/top/in/x]')$(param a '[/top/n/primWireOut]')<wire name=\"primWireOut\"/><wire name=\"a\"/>"
+    block n negBlock "$(param 0 '[/top/p/primWireOut]')<wire name=\"primWireOut\"/>"
+    printf '</model></design></kelmar>\n'
+} >pipe.xml
+run 0 loops pipe.xml
+empty out
+sed -i 's|/p/primWireOut|/p/a|' pipe.xml
+run 0 loops pipe.xml --json
+json out '[[b["block"] for b in l["blocks"]] for l in d["loops"]] == [["n", "p"]]'
+
+# What reads a wire of another model is on no loop by that.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="a">\n' "$namespace"
+    block n negBlock "$(param 0 '[/top/n/primWireOut]')<wire name=\"primWireOut\"/>"
+    printf '</model><model name="top">\n'
+    block n negBlock "$(param 0 '[/a/n/primWireOut]')<wire name=\"primWireOut\"/>"
+    block aside negBlock "$(param 0 '[/top/aside/primWireOut]')<wire name=\"primWireOut\"/>"
+    block sub modelBlock "$(param modelNode '[/a]')"
+    printf '</model></design></kelmar>\n'
+} >foreign.xml
+run 0 loops foreign.xml --json
+json out '[[b["block"] for b in l["blocks"]] for l in d["loops"]] == [["aside"]]'
+
 # The limit bounds the search, too: each one in a long ring without delay passes all of it.
 python3 -c 'import sys
 count = 12000

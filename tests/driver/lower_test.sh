@@ -87,6 +87,47 @@ for name, tuples in delays.items():
 PYTHON
 done
 
+# A kernel that stays in two instances, whose pack joins parts of types REAL and IMAG, in the second of OTHER and IMAG.
+kernel() { # REAL OTHER IMAG, and what stands in front of and behind the names of what the pack reads
+    local source
+    {
+        printf '<kelmar xmlns="%s"><design version="1.2"><model name="kernel">%s\n' "$namespace" "$(param foldingIsFoldingKernel true)"
+        block in inputBlock '<wire name="x"/><wire name="y"/>'
+        for source in x y; do
+            block "cast$source" castBlock "$(param castOutputType '(typeSFixed 6 0)')$(param 0 "[/kernel/in/$source]")<wire name=\"primWireOut\"/>"
+        done
+        block pack cpackBlock "$(param cpackPortReal "[/kernel/$4x${5-}]")$(param cpackPortImag "[/kernel/$4y${5-}]")<wire name=\"cpackWireOut\"/>"
+        block wait delayBlock "$(param 0 '[/kernel/pack/cpackWireOut]')$(param delayLength 1)<wire name=\"primWireOut\"/>"
+        block unpack cunpackBlock "$(param cunpackPortIn '[/kernel/wait/primWireOut]')<wire name=\"cunpackWireReal\"/><wire name=\"cunpackWireImag\"/>"
+        block out outputBlock "$(param re '[/kernel/unpack/cunpackWireReal]')$(param im '[/kernel/unpack/cunpackWireImag]')"
+        printf '</model><model name="top">%s\n' "$(param synthOutputMode true)"
+        block in inputBlock '<wire name="x"/><wire name="y"/><wire name="z"/>'
+        pinned x "$1"
+        pinned z "$2"
+        pinned y "$3"
+        for source in x z; do
+            block "m$source" modelBlock "$(param modelNode '[/kernel]')$(param x "[/top/$source/0]")$(param y '[/top/y/0]')<wire name=\"re\"/><wire name=\"im\"/>"
+        done
+        block out outputBlock "$(param a '[/top/mx/re]')$(param b '[/top/mx/im]')$(param c '[/top/mz/re]')$(param d '[/top/mz/im]')"
+        printf '</model></design></kelmar>\n'
+    } >kernel.xml
+}
+# No one cast serves both: for other types, or since it would flush subnormals where the format is the wanted one.
+kernel '(typeSFixed 4 0)' '(typeSFixed 6 0)' '(typeSFixed 4 0)' in/
+run 1 lower kernel.xml -o lowered.xml
+has err "wire '/kernel/pack/cpackWireOut' has the type (typeComplex (typeSFixed 4 0)), which is no plain number [COMPOUND_SIGNAL_LEFT]"
+kernel '(typeSFloatIEEE 23 8)' '(typeSFloatIEEE 10 5)' '(typeSFloatIEEE 23 8)' in/
+run 1 lower kernel.xml -o lowered.xml
+has err COMPOUND_SIGNAL_LEFT
+# Casts in front of the pack are the way out; where each instance needs the same cast, none are needed.
+kernel '(typeSFixed 4 0)' '(typeSFixed 6 0)' '(typeSFixed 4 0)' cast /primWireOut
+run 0 lower kernel.xml -o lowered.xml --check sim
+run 0 equiv kernel.xml lowered.xml
+kernel '(typeSFloatIEEE 7 5)' '(typeSFloatIEEE 10 5)' '(typeSFloatIEEE 23 8)' in/
+run 0 lower kernel.xml -o lowered.xml --check sim
+run 0 equiv kernel.xml lowered.xml
+lacks lowered.xml packBlock
+
 # --upto ends behind the last of its name.
 cat >own <<'TEXT'
 # A pipeline.
