@@ -170,7 +170,7 @@ TEST_F(FlattenTest, keepsFoldingKernelsAndModelsAtTheEdgeOfABus) {
     top.setParam(A_SIMULINK_PATH, value("path"));
     top.setParam(A_SYNTH_CIRCUIT_TIMED, A_TRUE);
     const std::string before = shown(top);
-    for (const char *pass : {kEverything, kExplicit, kZRT, kSimulink}) {
+    for (const char *pass : {kEverything, kExplicit, kSimulink}) {
         run(pass);
         EXPECT_EQ(shown(top), before) << pass;
     }
@@ -528,6 +528,15 @@ TEST_F(FlattenTest, reportsTheEdgeOfADomainAtAModelBlock) {
     EXPECT_EQ(heard.take(), (Lines{"DISALLOWED_SIGNPOST_ON_MODEL_BLOCK refBlk=/top/outer",
                                    "DISALLOWED_SIGNPOST_ON_MODEL_BLOCK refBlk=/top/(zub inner)"}));
     EXPECT_EQ(text(top, A_SYNTH_SCHEDULE_DOMAINS), "((scheduleDomainBegin red (const wireTag q)))");
+}
+
+TEST_F(FlattenTest, reportsAModelBlockOnceThatHasAnEdgeOfADomainAndEndsOfConstraints) {
+    Block &sub = call(top, "f", negation("sub"));
+    sub.setParam(value("a"), source);
+    sub.setParam(A_SCHEDULE_CONSTRAINT_PORTS, value("((a true (0) ()))"));
+    DomainBoundaryCreator(design, value("red")).start(sub.getPort(value("a")));
+    run();
+    EXPECT_EQ(heard.take(), Lines{"DISALLOWED_SIGNPOST_ON_MODEL_BLOCK refBlk=/top/f"});
 }
 
 // --- designs by chance

@@ -1152,6 +1152,175 @@ TEST_F(ConstraintsOfLanesTest, areThoseOfEachLane) {
                       {"(block 1)", {"0:(0)", "1:(1)", "primWireOut:(50)"}}}));
 }
 
+/// A model of one block that two others instantiate: inputs of other types give its signals other types.
+class VectorsOfTwoInstancesTest : public VectorUnrollersTest {
+  protected:
+    /// The instances take inputs of the types that stand at the keys, first and second.
+    struct Input {
+        const char *key;
+        const char *first;
+        const char *second;
+    };
+    struct Case {
+        const char *type;
+        std::vector<Input> inputs;
+        Texts params = {};
+        std::string out = "primWireOut";
+    };
+    Model &make(Design &design, const Case &of) {
+        Model &top = *Model::create(design, "top");
+        Model &below = *Model::create(design, "below");
+        Block &in = *Block::create(below, "in", A_INPUT_BLOCK);
+        Block &made = block(below, "block", of.type, of.params);
+        for (const Input &one : of.inputs) {
+            made.setParam(value(one.key), *Wire::create(in, value(one.key)));
+        }
+        output(below, "y", *Wire::create(made, value(of.out)));
+        for (const bool isFirst : {true, false}) {
+            const std::string name = isFirst ? "a" : "b";
+            Block &use = block(top, name, "modelBlock");
+            use.setParam(A_MODEL_NODE, below);
+            for (const Input &one : of.inputs) {
+                use.setParam(value(one.key), input(top, name + one.key, isFirst ? one.first : one.second));
+            }
+            output(top, "y" + name, *Wire::create(use, value("y")));
+        }
+        return below;
+    }
+    /// What the pass says. What is left computes what it did.
+    std::vector<std::string> unroll(Design &design, const Case &of) {
+        Design before(mgr.context());
+        make(before, of);
+        make(design, of);
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollVectorPass");
+        scheduler.addPass("ElideUnpackPass");
+        scheduler.apply(design);
+        std::vector<std::string> told = heard.take();
+        EXPECT_TRUE(test::checkInvariants(design));
+        sim::CompareOptions options;
+        options.cycles = 60;
+        EXPECT_TRUE(test::sameBehaviour(before, design, "top", options)) << of.type;
+        return told;
+    }
+    /// In either order of the instances.
+    void expectTold(const Case &of, const std::vector<std::string> &told, bool comesApart) {
+        Case turned = of;
+        for (Input &one : turned.inputs) {
+            std::swap(one.first, one.second);
+        }
+        for (const Case &one : {of, turned}) {
+            Design design(mgr.context());
+            EXPECT_EQ(unroll(design, one), told) << of.type;
+            const Block *left = design.getModel(value("below"))->getBlock(value("block"));
+            EXPECT_EQ(left == nullptr, comesApart) << of.type;
+        }
+    }
+    void expectComesApart(const Case &of) { expectTold(of, {}, true); }
+    void expectStays(const Case &of) {
+        expectTold(of,
+                   {"UNVEC_INVALID_EXPAND_TYPE block=/below/block detail=its signals differ in type between the "
+                    "instances of the model"},
+                   false);
+    }
+};
+
+TEST_F(VectorsOfTwoInstancesTest, comeApartWhereNoTypeIsWritten) {
+    expectComesApart({"addBlock", {{"0", "[2] s4.0", "[2] s8.0"}, {"1", "s4.0", "s4.2"}}});
+    expectComesApart({"delayBlock", {{"0", "[2] s4.0", "[2] s8.0"}}, {{"delayLength", "1"}}});
+    expectComesApart(
+        {"muxBlock", {{"muxPortSelect", "u1.0", "u1.0"}, {"0", "[2] s4.0", "[2] s8.0"}, {"1", "s8.0", "s4.0"}}});
+    expectComesApart({"vsplitBlock", {{"0", "[2] s4.0", "[2] s8.0"}}, {}, "0"});
+}
+
+TEST_F(VectorsOfTwoInstancesTest, haveNoSumOfOneTypeInAReduction) {
+    expectStays({"addReduceBlock", {{"0", "[4] s4.0", "[4] s8.0"}}});
+    expectStays({"addReduceBlock", {{"0", "s4.0", "s8.0"}}});
+    expectComesApart({"addReduceBlock", {{"0", "[4] s4.0", "[4] s4.0"}}});
+}
+
+TEST_F(VectorsOfTwoInstancesTest, haveNoScalarProductOfOneType) {
+    expectStays({"scalarProductBlock", {{"0", "[2] s4.0", "[2] s8.0"}, {"1", "[2] s4.0", "[2] s8.0"}}});
+    // The products are of one type, the factors not.
+    const std::vector<Input> crossed{{"0", "[2] s4.0", "[2] s8.0"}, {"1", "[2] s8.0", "[2] s4.0"}};
+    expectComesApart({"scalarProductBlock", crossed});
+    expectStays({"scalarProductBlock", crossed, {{"subtractive", "true"}}});
+}
+
+TEST_F(VectorsOfTwoInstancesTest, keepAMultiplierWholeWhoseConstantsDiffer) {
+    const std::vector<Input> inputs{{"0", "[2] s4.0", "[2] s8.0"}};
+    expectStays({"constmultBlock", inputs, {{"constValue", "(vectorRollTag 1 100)"}}});
+    expectComesApart({"constmultBlock", inputs, {{"constValue", "(vectorRollTag 100 100)"}}});
+    expectComesApart({"constmultBlock", inputs, {{"constValue", "100"}}});
+    expectComesApart(
+        {"constmultBlock",
+         inputs,
+         {{"constValue", "(vectorRollTag 1 100)"}, {"outputPrecision", "(typeSpecified (typeSFixed 12 0))"}}});
+    expectStays({"constmultBlock", {{"0", "[2] s4.0", "[2] float(10,5)"}}, {{"constValue", "(vectorRollTag 1 100)"}}});
+    expectComesApart(
+        {"constmultBlock", {{"0", "[2] float(23,8)", "[2] float(10,5)"}}, {{"constValue", "(vectorRollTag 1 100)"}}});
+}
+
+TEST_F(VectorsOfTwoInstancesTest, keepADividerWholeWhoseConstantsDiffer) {
+    const std::vector<Input> inputs{{"0", "[2] s4.0", "[2] s8.0"}};
+    expectStays({"constdivBlock", inputs, {{"constValue", "(vectorRollTag 3 5)"}}});
+    expectComesApart({"constdivBlock", inputs, {{"constValue", "(vectorRollTag 3 3)"}}});
+    expectComesApart({"constdivBlock", inputs, {{"constValue", "3"}}});
+}
+
+TEST_F(VectorsOfTwoInstancesTest, areNotJoinedWhereOneHasToBeBroughtToAnother) {
+    expectStays({"vconcatBlock", {{"0", "[2] s4.0", "[2] s8.0"}, {"1", "s4.0", "s4.0"}}});
+    expectStays({"vconcatBlock", {{"0", "[2] s4.0", "[2] s6.0"}, {"1", "s8.0", "s8.0"}}});
+    expectComesApart({"vconcatBlock", {{"0", "[2] s4.0", "[2] s8.0"}, {"1", "s4.0", "s8.0"}}});
+    expectComesApart({"vconcatBlock", {{"0", "[2][3] s4.0", "[2][3] s8.0"}, {"1", "s4.0", "s8.0"}}});
+    expectComesApart({"vconcatBlock", {{"0", "[2] s4.0", "[2] s4.0"}, {"1", "s8.0", "s8.0"}}});
+}
+
+TEST_F(VectorsOfTwoInstancesTest, areNotJoinedBitByBitWithAFractionInOne) {
+    expectStays({"bitJoinReduceBlock", {{"0", "[2] s4.0", "[2] s4.2"}}});
+    expectStays({"bitJoinReduceBlock", {{"0", "[2] s4.1", "[2] s6.2"}}});
+    expectComesApart({"bitJoinReduceBlock", {{"0", "[2] s4.0", "[2] s8.0"}}});
+    expectComesApart({"bitJoinReduceBlock", {{"0", "[2] s4.2", "[2] s4.2"}}});
+}
+
+TEST_F(VectorsOfTwoInstancesTest, areHeldByAMemoryWithoutAContent) {
+    const std::vector<Input> inputs{{"dualMemPortData1", "[2] s4.0", "[2] s8.0"},
+                                    {"dualMemPortAddr1", "u2.0", "u2.0"},
+                                    {"dualMemPortWrite1En", "u1.0", "u1.0"}};
+    expectComesApart({"dualMemBlock", inputs, {{"dualMemDepth1", "4"}}, "dualMemWireData1"});
+    expectComesApart(
+        {"dualMemBlock", inputs, {{"dualMemData", "((vectorRollTag 1 -20) (vectorRollTag 3 0))"}}, "dualMemWireData1"});
+    // Only complex numbers that are written make the content complex.
+    std::vector<Input> parts = inputs;
+    parts[0].second = "[2] c s4.0";
+    expectStays({"dualMemBlock",
+                 parts,
+                 {{"dualMemData", "(1 -20 3 0)"}, {"dualMemTypeData1", "(typeVector 2 (typeSFixed 9 0))"}},
+                 "dualMemWireData1"});
+}
+
+TEST_F(VectorsOfTwoInstancesTest, areOfNoTypeThatAPinOfPortsCouldTell) {
+    const std::vector<Input> inputs{{"0", "[2] s4.0", "[2] s8.0"}};
+    expectStays({"typePinBlock", inputs, {{"typePinPortTypes", "()"}}, "0"});
+    expectComesApart({"typePinBlock", inputs, {}, "0"});
+}
+
+TEST_F(VectorsOfTwoInstancesTest, areComparedWithTheirDriversInEach) {
+    expectTold({"syncRegisterBlock",
+                {{"syncRegisterPortIclkData", "[2] s4.0", "s4.0"}},
+                {{"syncRegisterDataType", "(typeVector 2 (typeSFixed 4 0))"}},
+                "syncRegisterWireOclkData"},
+               {"UNVEC_INVALID_PORT_TYPE block=/below/block port=syncRegisterPortIclkData"}, false);
+}
+
+TEST_F(VectorsOfTwoInstancesTest, stayInRecordsThatHoldThemInOne) {
+    expectTold(
+        {"muxBlock",
+         {{"muxPortSelect", "[2] u1.0", "[2] u1.0"}, {"0", "{s4.0}", "{[2] s4.0}"}, {"1", "{s4.0}", "{[2] s4.0}"}}},
+        {"UNVEC_INVALID_EXPAND_TYPE block=/below/block detail=its records come apart before its vectors"}, false);
+}
+
 /// The types of the blocks that the pass took apart or whose signals it did.
 std::set<std::string> takenApart(const Design &before, const Design &after) {
     std::set<std::string> types;

@@ -6,6 +6,7 @@
 #include <orvo/types.h>
 
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,12 @@ class ORVO_API VectorUnroller : public Unroller {
     virtual std::string reason() const;
     /// Where types may be asked for while `originalWire` and `originalPort` run.
     void setTypePassRefChain(GlobalTypePass &types, const RefChain &refChain);
+    /// All instances of the block's model, the one of the chain first. They must outlive the unroller.
+    void setInstances(const std::vector<RefChain> &instances) { mInstances = &instances; }
+    /// Whether the element type of a signal becomes a parameter or decides what is made, so that it must be the same
+    /// in all instances of the model. Asked when all signals are known.
+    virtual bool writesTypeOf(const Wire &wire) const;
+    virtual bool writesTypeOf(const Port &port) const;
 
     /// Called for every signal of the block before anything changes.
     virtual VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors);
@@ -59,10 +66,16 @@ class ORVO_API VectorUnroller : public Unroller {
     /// Null if nothing establishes a type.
     PureValueRef typeOf(const Wire &wire) const;
     PureValueRef typeOf(const Port &port) const;
+    /// In one of the instances.
+    PureValueRef typeOf(const Wire &wire, const RefChain &instance) const;
+    PureValueRef typeOf(const Port &port, const RefChain &instance) const;
+    /// None if they were not told.
+    std::span<const RefChain> instances() const;
 
   private:
     GlobalTypePass *mTypes = nullptr;
     const RefChain *mRefChain = nullptr;
+    const std::vector<RefChain> *mInstances = nullptr;
 };
 
 /// One block a lane, each with the parameters of the original. Of a rolled value a lane gets its own element, of a

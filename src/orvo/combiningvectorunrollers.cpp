@@ -33,6 +33,7 @@ class CombiningVectorUnroller : public VectorUnroller {
     }
     bool canUnroll() const override { return !!mType; }
     std::string reason() const override { return "its result has no type"; }
+    bool writesTypeOf(const Wire &wire) const override { return wire.getName() == A_PRIM_WIRE_OUT; }
     void preAttach(const VectorDecorSpec &) override {
         for (LaneCounter lane(mOut); !lane.atEnd(); lane.next()) {
             std::vector<PureValueRef> name{named("{}_vunroll", mBlock.getName())};
@@ -98,6 +99,10 @@ class PrimReduceVectorUnroller final : public CombiningVectorUnroller {
     std::string reason() const override {
         return type() ? "it joins several vectors" : CombiningVectorUnroller::reason();
     }
+    using CombiningVectorUnroller::writesTypeOf;
+    bool writesTypeOf(const Wire &wire) const override {
+        return (!isJoin() || needsBits()) && CombiningVectorUnroller::writesTypeOf(wire);
+    }
     void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
         const std::size_t element = lanes.elementIndex(indices);
         if (inputs().size() == 1) {
@@ -118,8 +123,7 @@ class PrimReduceVectorUnroller final : public CombiningVectorUnroller {
         }
     }
     Wire &shaped(Wire &result) const override {
-        const NumTypeSpec spec(type(), block().getContext());
-        if (!isJoin() || (inputs().size() == 1 && !mHasFraction)) {
+        if (!isJoin() || !needsBits()) {
             return result;
         }
         // The bits as they are, as an integer.
@@ -134,13 +138,19 @@ class PrimReduceVectorUnroller final : public CombiningVectorUnroller {
 
   public:
     VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
-        const NumTypeSpec spec(typeOf(port), block().getContext());
-        mHasFraction = mHasFraction || (spec.fracBits() != 0 && vectors.isVector());
+        const auto hasFraction = [&](const RefChain &instance) {
+            return NumTypeSpec(typeOf(port, instance), block().getContext()).fracBits() != 0;
+        };
+        mHasFraction =
+            mHasFraction || (vectors.isVector() && std::any_of(instances().begin(), instances().end(), hasFraction));
         return CombiningVectorUnroller::originalPort(port, vectors);
     }
 
   private:
     bool isJoin() const { return block().type() == A_BIT_JOIN_REDUCE_BLOCK.get_ptr(); }
+    /// Whether a join of what is left would be of another type.
+    bool needsBits() const { return inputs().size() != 1 || mHasFraction; }
+    /// In any instance.
     bool mHasFraction = false;
 };
 
@@ -206,6 +216,10 @@ class ScalarProductVectorUnroller final : public CombiningVectorUnroller {
             attach(place % laneCount(), numberOf(2 * term + operand.side), negates ? *negated : driver);
         }
     }
+
+    using CombiningVectorUnroller::writesTypeOf;
+    /// Only what is negated depends on the factors.
+    bool writesTypeOf(const Port &) const override { return isSubtractive(); }
 
   protected:
     void finish(Block &lane) const override { lane.setParam(A_MULT_TYPE, type()); }

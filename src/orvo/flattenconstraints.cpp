@@ -176,16 +176,15 @@ void FlattenedConstraints::write(const Model &model) {
     }
 }
 
-FlattenedConstraints::Instance FlattenedConstraints::open(const Block &block, Instance above, const Model &drawnIn,
+bool FlattenedConstraints::endsAt(const Block &block) const {
+    return mAny && std::any_of(std::begin(kPointTables), std::end(kPointTables),
+                               [&](const PointTable &table) { return !isEmptyTuple(block.findParam(*table.param)); });
+}
+
+FlattenedConstraints::Instance FlattenedConstraints::open(Instance above, const Model &drawnIn,
                                                           const PureValueRef &drawnAs, Model &source) {
     if (!mAny) {
         return 0;
-    }
-    for (const PointTable &table : kPointTables) {
-        if (!isEmptyTuple(block.findParam(*table.param))) {
-            log::msg(msg::error::DISALLOWED_SIGNPOST_ON_MODEL_BLOCK, log::p("refBlk", block.value()));
-            break;
-        }
     }
     const auto instance = static_cast<Instance>(mInstances.size());
     const Link link(drawnIn.getName().get_ptr(), drawnAs.get_ptr());

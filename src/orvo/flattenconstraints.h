@@ -31,9 +31,11 @@ class FlattenedConstraints {
 
     /// Whether the design has constraints.
     bool any() const { return mAny; }
+    /// Whether a block has ends of constraints, which do not belong on one that dissolves.
+    bool endsAt(const Block &block) const;
     /// An instance of `source` dissolves. Its block stood in the instance `above`, and was drawn in that model under
     /// that name.
-    Instance open(const Block &block, Instance above, const Model &drawnIn, const PureValueRef &drawnAs, Model &source);
+    Instance open(Instance above, const Model &drawnIn, const PureValueRef &drawnAs, Model &source);
     /// A model block of a dissolved instance that lasts, by the name that it has now.
     void addLasting(const Block &block, Instance above, const Model &drawnIn, const PureValueRef &drawnAs);
     /// The ends of a block of the instance, as its copy has them; null for none.

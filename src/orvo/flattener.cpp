@@ -257,7 +257,8 @@ void Flattener::finish() { mConstraints.finish(mDissolved); }
 
 void Flattener::dissolve(const Pending &pending, Model &source, const Source &plan) {
     Block &block = *pending.block;
-    if (!mSignposted.empty() && mSignposted.erase(&block) != 0) {
+    const bool isSignposted = !mSignposted.empty() && mSignposted.erase(&block) != 0;
+    if (isSignposted || mConstraints.endsAt(block)) {
         log::msg(msg::error::DISALLOWED_SIGNPOST_ON_MODEL_BLOCK, log::p("refBlk", block.value()));
     }
     if (plan.tags != nullptr) {
@@ -269,7 +270,7 @@ void Flattener::dissolve(const Pending &pending, Model &source, const Source &pl
         mWires[i] = port == nullptr ? nullptr : port->peekWire();
     }
     const FlattenedConstraints::Instance instance =
-        mConstraints.open(block, pending.above, *pending.drawnIn, pending.drawnAs, source);
+        mConstraints.open(pending.above, *pending.drawnIn, pending.drawnAs, source);
     copyBlocks(plan);
     connect(plan, instance);
     carryMetadata(block);

@@ -184,6 +184,8 @@ class TypePinVectorUnroller final : public VectorUnroller {
         reserve(port.getName(), vectors, elementType(typeOf(port), mBlock.getContext()));
         return VectorUnrollKind::Own;
     }
+    using VectorUnroller::writesTypeOf;
+    bool writesTypeOf(const Port &) const override { return mBlock.findParam(A_TYPE_PIN_PORT_TYPES) != nullptr; }
     void preAttach(const VectorDecorSpec &) override {
         Context *context = mBlock.getContext();
         // The main output is that of the first port.
@@ -264,13 +266,12 @@ class DemuxVectorUnroller final : public VectorUnroller {
         }
     }
     void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
-        const bool isData = port.getName() == A_DEMUX_PORT_DATA;
-        for (std::size_t lane = 0; lane < mSubstitutes.size(); ++lane) {
-            if (mSubstitutes[lane] != nullptr && (!isData || lane == lanes.elementIndex(indices))) {
-                const MaybePort attached(*mSubstitutes[lane], port.getName());
-                attached.setWire(driver);
-                addAttachedPort(attached);
-            }
+        if (port.getName() == A_DEMUX_PORT_DATA) {
+            attach(mSubstitutes[lanes.elementIndex(indices)], port.getName(), driver);
+            return;
+        }
+        for (Block *lane : mSubstitutes) {
+            attach(lane, port.getName(), driver);
         }
     }
     Wire *attachWire(Wire &wire, const VectorDecorSpec &, const std::vector<int> &,
@@ -286,6 +287,13 @@ class DemuxVectorUnroller final : public VectorUnroller {
     void postAttach() override { delete &mBlock; }
 
   private:
+    void attach(Block *lane, const PureValueRef &key, Wire &driver) {
+        if (lane != nullptr) {
+            const MaybePort attached(*lane, key);
+            attached.setWire(driver);
+            addAttachedPort(attached);
+        }
+    }
     int channels() const {
         const NumberValueRef count = numberVR(mBlock.getParam(A_DEMUX_CHANNEL_COUNT));
         return count && count->isInt() ? count->toInt() : 0;

@@ -16,6 +16,15 @@ namespace orvo::internal {
 
 namespace {
 
+/// Whether a rolled value has elements that differ.
+bool hasLanesOfTheirOwn(const ValueRef &value) {
+    const TupleValueRef tuple = tupleVR(value);
+    return isTagged(tuple, A_VECTOR_ROLL_TAG) && tuple->size() > 1 &&
+           (std::any_of(std::next(tuple->begin()), tuple->end(),
+                        [&](const ValueRef &element) { return !(element == tuple->at(1)); }) ||
+            hasLanesOfTheirOwn(tuple->at(1)));
+}
+
 /// Some parameters give each lane its own value by a tuple that is not rolled.
 class LaneTupleVectorUnroller : public DefaultVectorUnroller {
   public:
@@ -74,6 +83,8 @@ class ResultVectorUnroller : public DefaultVectorUnroller {
 template <const StaticString &kType> class TypedVectorUnroller : public ResultVectorUnroller {
   public:
     using ResultVectorUnroller::ResultVectorUnroller;
+    using ResultVectorUnroller::writesTypeOf;
+    bool writesTypeOf(const Wire &wire) const override { return wire.getName() == A_PRIM_WIRE_OUT; }
     void preAttach(const VectorDecorSpec &merged) override {
         ResultVectorUnroller::preAttach(merged);
         for (Block *lane : substitutes()) {
@@ -145,7 +156,7 @@ class LUTVectorUnroller final : public TypedVectorUnroller<A_LUT_TYPE> {
     }
 };
 
-/// Both sides keep their types, which came from the whole content.
+/// Both sides keep their types where those came from the whole content. Without one they come from what is written.
 class DualMemVectorUnroller final : public DefaultVectorUnroller {
   public:
     using DefaultVectorUnroller::DefaultVectorUnroller;
@@ -173,12 +184,17 @@ class DualMemVectorUnroller final : public DefaultVectorUnroller {
     }
     void preAttach(const VectorDecorSpec &merged) override {
         DefaultVectorUnroller::preAttach(merged);
+        if (!hasContent()) {
+            return;
+        }
         for (Block *lane : substitutes()) {
             for (const auto &[key, type] : mTypes) {
                 lane->setParam(*key, type);
             }
         }
     }
+    using DefaultVectorUnroller::writesTypeOf;
+    bool writesTypeOf(const Wire &) const override { return hasContent(); }
 
   protected:
     ValueRef laneValue(const PureValueRef &key, const ValueRef &value, const VectorDecorSpec &merged,
@@ -195,6 +211,8 @@ class DualMemVectorUnroller final : public DefaultVectorUnroller {
     }
 
   private:
+    bool hasContent() const { return block().findParam(A_DUAL_MEM_DATA) != nullptr; }
+
     std::vector<std::pair<const StaticString *, PureValueRef>> mTypes;
     /// The lanes of each port, and those of the wires.
     std::map<const Value *, std::size_t> mData;
@@ -208,8 +226,17 @@ class WideningVectorUnroller : public LaneTupleVectorUnroller {
     VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
         mTypes[&wire] = elementType(typeOf(wire), wire.getContext());
         // Floats keep their type whatever the value, and a cast would flush subnormals.
-        mWidens = mWidens || !NumTypeSpec(mTypes[&wire], wire.getContext()).isFloat();
+        const auto mayGrow = [&](const RefChain &instance) {
+            return !NumTypeSpec(typeOf(wire, instance), wire.getContext()).isFloat();
+        };
+        mWidens = mWidens || std::any_of(instances().begin(), instances().end(), mayGrow);
         return LaneTupleVectorUnroller::originalWire(wire, vectors);
+    }
+    using LaneTupleVectorUnroller::writesTypeOf;
+    bool writesTypeOf(const Wire &) const override {
+        return mWidens && std::any_of(Params(block()).begin(), Params(block()).end(), [](const auto &param) {
+                   return !nodeVR(param.second) && hasLanesOfTheirOwn(param.second);
+               });
     }
     void preAttach(const VectorDecorSpec &merged) override {
         for (auto param : Params(block())) {
@@ -280,11 +307,20 @@ class CounterVectorUnroller final : public WideningVectorUnroller {
 class ConstMultVectorUnroller final : public ResultVectorUnroller {
   public:
     using ResultVectorUnroller::ResultVectorUnroller;
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        const auto isFixed = [&](const RefChain &instance) {
+            return NumTypeSpec(typeOf(wire, instance), wire.getContext()).isFixed();
+        };
+        mIsBrought = hasLanesOfTheirOwn(block().getParam(A_CONST_VALUE)) &&
+                     std::any_of(instances().begin(), instances().end(), isFixed);
+        return ResultVectorUnroller::originalWire(wire, vectors);
+    }
+    using ResultVectorUnroller::writesTypeOf;
+    bool writesTypeOf(const Wire &) const override { return mIsBrought; }
     void preAttach(const VectorDecorSpec &merged) override {
         ResultVectorUnroller::preAttach(merged);
         Context *context = block().getContext();
-        if (isTagged(tupleVR(block().getParam(A_CONST_VALUE)), A_VECTOR_ROLL_TAG) &&
-            NumTypeSpec(type(), context).isFixed()) {
+        if (mIsBrought) {
             for (Block *lane : substitutes()) {
                 lane->setParam(A_OUTPUT_PRECISION, PureTupleValue::get(A_TYPE_SPECIFIED, type(), context));
             }
@@ -302,6 +338,9 @@ class ConstMultVectorUnroller final : public ResultVectorUnroller {
         Context *context = block().getContext();
         return PureTupleValue::get(precision->at(0), elementType(PureValueRef(precision->at(1)), context), context);
     }
+
+  private:
+    bool mIsBrought = false;
 };
 
 } // namespace

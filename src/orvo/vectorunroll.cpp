@@ -82,6 +82,7 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
                                      std::shared_ptr<VectorUnroller> unroller, GlobalTypePass &types)
     : mBlock(block), mInstances(instances), mUnroller(std::move(unroller)), mMerged(scalar()) {
     mUnroller->setTypePassRefChain(types, mInstances.front());
+    mUnroller->setInstances(mInstances);
     mWires.reserve(block.getWireCount());
     std::vector<RefChain> some;
     for (Wire &wire : block) {
@@ -89,18 +90,18 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
         if (telling.empty()) {
             continue;
         }
-        const VectorDecorSpec vectors = vectorsOf(wire, telling, types);
+        const auto [vectors, isUnique] = typeOf(wire, telling, types);
         if (!vectors.valid()) {
             log::msg(msg::error::UNVEC_INVALID_WIRE_TYPE, log::p("wire", wire.value()));
             mFailed = true;
         }
         const VectorUnrollKind kind = mUnroller->originalWire(wire, vectors);
         note(vectors, kind);
-        mWires.push_back({&wire, vectors, kind});
+        mWires.push_back({&wire, vectors, kind, isUnique});
     }
     mPorts.reserve(block.getPortCount());
     for (Port &port : block.ports()) {
-        const VectorDecorSpec vectors = vectorsOf(port, mInstances, types);
+        const auto [vectors, isUnique] = typeOf(port, mInstances, types);
         if (!vectors.valid() || !isDriverLike(port, vectors, types)) {
             log::msg(msg::error::UNVEC_INVALID_PORT_TYPE,
                      log::p("port", port.getName()->toString()) % log::p("block", block.value()));
@@ -108,7 +109,7 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
         }
         const VectorUnrollKind kind = mUnroller->originalPort(port, vectors);
         note(vectors, kind);
-        mPorts.push_back({MaybePort(port), vectors, kind});
+        mPorts.push_back({MaybePort(port), vectors, kind, isUnique});
     }
     if (!mFailed && !mMerged.valid()) {
         failToExpand("its vectors have different lengths");
@@ -116,13 +117,28 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
         failToExpand("its records come apart before its vectors");
     } else if (hasWork() && !mUnroller->canUnroll()) {
         failToExpand(mUnroller->reason());
+    } else if (hasWork() && fitsOneInstance()) {
+        failToExpand("its signals differ in type between the instances of the model");
     }
 }
 
+bool BlockUnrollerImpl::fitsOneInstance() const {
+    return std::any_of(mWires.begin(), mWires.end(),
+                       [&](const WireInfo &info) { return !info.isUnique && mUnroller->writesTypeOf(*info.wire); }) ||
+           std::any_of(mPorts.begin(), mPorts.end(), [&](const PortInfo &info) {
+               return !info.isUnique && mUnroller->writesTypeOf(*info.port.getPort());
+           });
+}
+
 bool BlockUnrollerImpl::losesRecords(GlobalTypePass &types) const {
+    const auto losesIn = [&](const WireInfo &info, const RefChain &instance) {
+        return holdsVectors(types.getType(*info.wire, instance), mBlock.getContext());
+    };
     return mMerged.isVector() && std::any_of(mWires.begin(), mWires.end(), [&](const WireInfo &info) {
+               const auto end = info.isUnique ? mInstances.begin() + 1 : mInstances.end();
                return info.kind == VectorUnrollKind::Merged && !(info.vectors == mMerged) &&
-                      holdsVectors(types.getType(*info.wire, mInstances.front()), mBlock.getContext());
+                      std::any_of(mInstances.begin(), end,
+                                  [&](const RefChain &instance) { return losesIn(info, instance); });
            });
 }
 
@@ -141,23 +157,33 @@ void BlockUnrollerImpl::failToExpand(const std::string &detail) {
 }
 
 template <class End>
-VectorDecorSpec BlockUnrollerImpl::vectorsOf(const End &end, const std::vector<RefChain> &instances,
-                                             GlobalTypePass &types) const {
+BlockUnrollerImpl::SignalType BlockUnrollerImpl::typeOf(const End &end, const std::vector<RefChain> &instances,
+                                                        GlobalTypePass &types) const {
     Context *context = mBlock.getContext();
-    const VectorDecorSpec vectors(types.getType(end, instances.front()), context);
+    const PureValueRef type = types.getType(end, instances.front());
+    SignalType signal{VectorDecorSpec(type, context), true};
     // One netlist serves all instances.
     const bool agree = std::all_of(instances.begin() + 1, instances.end(), [&](const RefChain &instance) {
-        return VectorDecorSpec(types.getType(end, instance), context) == vectors;
+        const PureValueRef other = types.getType(end, instance);
+        if (other == type) {
+            return true;
+        }
+        signal.isUnique = false;
+        return VectorDecorSpec(other, context) == signal.vectors;
     });
-    const bool isWithinBounds =
-        vectors.vectorDepth() <= limits::kTupleDepth && vectors.elementCount() <= limits::kLanes;
-    return agree && isWithinBounds ? vectors : VectorDecorSpec();
+    const VectorDecorSpec &vectors = signal.vectors;
+    if (!agree || vectors.vectorDepth() > limits::kTupleDepth || vectors.elementCount() > limits::kLanes) {
+        signal.vectors = VectorDecorSpec();
+    }
+    return signal;
 }
 
 bool BlockUnrollerImpl::isDriverLike(const Port &port, const VectorDecorSpec &vectors, GlobalTypePass &types) const {
     const Wire *wire = port.peekWire();
-    const PureValueRef driver = wire == nullptr ? PureValueRef() : types.getType(*wire, mInstances.front());
-    return !driver || VectorDecorSpec(driver, mBlock.getContext()) == vectors;
+    return wire == nullptr || std::all_of(mInstances.begin(), mInstances.end(), [&](const RefChain &instance) {
+               const PureValueRef driver = types.getType(*wire, instance);
+               return !driver || VectorDecorSpec(driver, mBlock.getContext()) == vectors;
+           });
 }
 
 void BlockUnrollerImpl::note(const VectorDecorSpec &vectors, VectorUnrollKind kind) {

@@ -18,12 +18,16 @@ struct PortInfo {
     MaybePort port;
     VectorDecorSpec vectors;
     VectorUnrollKind kind;
+    /// Of one type in all instances.
+    bool isUnique;
 };
 
 struct WireInfo {
     Wire *wire;
     VectorDecorSpec vectors;
     VectorUnrollKind kind;
+    /// Of one type in all instances.
+    bool isUnique;
 };
 
 /// A signal of some dimensions as the lanes of an unroller see it. Lanes of no dimensions take it whole; others have at
@@ -71,13 +75,20 @@ class BlockUnrollerImpl {
 
   private:
     void failToExpand(const std::string &detail);
+    /// What a signal is in all instances.
+    struct SignalType {
+        VectorDecorSpec vectors;
+        bool isUnique;
+    };
     template <class End>
-    VectorDecorSpec vectorsOf(const End &end, const std::vector<RefChain> &instances, GlobalTypePass &types) const;
+    SignalType typeOf(const End &end, const std::vector<RefChain> &instances, GlobalTypePass &types) const;
     /// Whether a port has the dimensions of its wire, which may not be so where a rule says what a port is.
     bool isDriverLike(const Port &port, const VectorDecorSpec &vectors, GlobalTypePass &types) const;
     void note(const VectorDecorSpec &vectors, VectorUnrollKind kind);
     /// Whether a record comes out that has its lanes in its members: of those of the block it would get the first only.
     bool losesRecords(GlobalTypePass &types) const;
+    /// Whether what takes the block's place would be made for the types of one instance alone.
+    bool fitsOneInstance() const;
     VectorDecorSpec lanesOf(VectorUnrollKind kind, const VectorDecorSpec &own) const;
     PureValueRef packerName(const PureValueRef &key) const;
     void unrollPort(const PortInfo &info);

@@ -29,6 +29,10 @@ void VectorUnroller::setTypePassRefChain(GlobalTypePass &types, const RefChain &
     mRefChain = &refChain;
 }
 
+bool VectorUnroller::writesTypeOf(const Wire &) const { return false; }
+
+bool VectorUnroller::writesTypeOf(const Port &) const { return false; }
+
 VectorUnrollKind VectorUnroller::originalWire(Wire &, const VectorDecorSpec &) { return VectorUnrollKind::Merged; }
 
 VectorUnrollKind VectorUnroller::originalPort(Port &, const VectorDecorSpec &) { return VectorUnrollKind::Merged; }
@@ -43,6 +47,18 @@ PureValueRef VectorUnroller::typeOf(const Wire &wire) const {
 
 PureValueRef VectorUnroller::typeOf(const Port &port) const {
     return mTypes == nullptr ? PureValueRef() : mTypes->getType(port, *mRefChain);
+}
+
+PureValueRef VectorUnroller::typeOf(const Wire &wire, const RefChain &instance) const {
+    return mTypes == nullptr ? PureValueRef() : mTypes->getType(wire, instance);
+}
+
+PureValueRef VectorUnroller::typeOf(const Port &port, const RefChain &instance) const {
+    return mTypes == nullptr ? PureValueRef() : mTypes->getType(port, instance);
+}
+
+std::span<const RefChain> VectorUnroller::instances() const {
+    return mInstances == nullptr ? std::span<const RefChain>() : std::span<const RefChain>(*mInstances);
 }
 
 void LaneCounter::next() {

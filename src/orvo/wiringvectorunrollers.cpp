@@ -63,6 +63,7 @@ class VecConcatUnroller final : public WiringVectorUnroller {
     VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
         if (wire.getName() == A_PRIM_WIRE_OUT) {
             mElement = belowOutermost(typeOf(wire), wire.getContext());
+            mOut = &wire;
         }
         return WiringVectorUnroller::originalWire(wire, vectors);
     }
@@ -70,9 +71,12 @@ class VecConcatUnroller final : public WiringVectorUnroller {
         if (port.getName()->kind() == CoreType::Number) {
             mParts.push_back(
                 {port.getName(), outermostLength(vectors), belowOutermost(typeOf(port), port.getBlock().getContext())});
+            mConverts = mConverts || (mOut != nullptr && isConverted(port));
         }
         return WiringVectorUnroller::originalPort(port, vectors);
     }
+    bool writesTypeOf(const Wire &) const override { return mConverts; }
+    bool writesTypeOf(const Port &) const override { return mConverts; }
     void postAttach() override {
         Block &pack = createBeside(block(), named("{0}_vp", block().getName()), A_VPACK_BLOCK);
         Wire &whole = *Wire::create(pack, A_VPACK_WIRE_OUT);
@@ -106,6 +110,13 @@ class VecConcatUnroller final : public WiringVectorUnroller {
         int length;
         PureValueRef element;
     };
+    /// Whether its numbers are of another type than those that come out, in any instance.
+    bool isConverted(const Port &port) const {
+        Context *context = block().getContext();
+        return std::any_of(instances().begin(), instances().end(), [&](const RefChain &instance) {
+            return elementType(typeOf(port, instance), context) != elementType(typeOf(*mOut, instance), context);
+        });
+    }
     PureValueRef below(const PureValueRef &name, const PureValueRef &key) const {
         return PureTupleValue::get(name, key, block().getContext());
     }
@@ -160,6 +171,8 @@ class VecConcatUnroller final : public WiringVectorUnroller {
         return *Wire::create(pack, A_CPACK_WIRE_OUT);
     }
 
+    const Wire *mOut = nullptr;
+    bool mConverts = false;
     PureValueRef mElement;
     std::vector<Part> mParts;
 };
