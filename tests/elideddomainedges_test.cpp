@@ -7,6 +7,7 @@
 
 #include <rapidcheck/gtest.h>
 
+#include <array>
 #include <functional>
 #include <map>
 
@@ -291,6 +292,133 @@ TEST_F(ElidedDomainEdgesTest, aFromThatStaysKeepsItsEdge) {
     mark(top, "(" + begin("red", atFrom("f1")) + " " + begin("blue", atFrom("f2")) + ")");
     elide(design);
     EXPECT_EQ(edges(top), "(" + begin("red", atFrom("f1")) + " " + begin("blue", portAt("d2")) + ")");
+}
+
+/// A delay of a compound signal, between the packs that the texts tell, with edges at all ends of the delay and at
+/// those of the pack and the unpack; and the passes that take it apart.
+struct Compound {
+    const char *type;
+    const StaticString &pack;
+    const StaticString &packOut;
+    std::array<PureValueRef, 2> parts;
+    std::array<PureValueRef, 2> wires;
+    const StaticString &unpack;
+    const StaticString &unpackIn;
+    const char *pass;
+};
+
+class CompoundDomainEdgesTest : public ElidedDomainEdgesTest {
+  protected:
+    std::vector<Compound> compounds() {
+        const std::array<PureValueRef, 2> numbers{value("0"), value("1")};
+        const std::array<PureValueRef, 2> parts{PureValueRef(A_CPACK_PORT_REAL), PureValueRef(A_CPACK_PORT_IMAG)};
+        const std::array<PureValueRef, 2> wires{PureValueRef(A_CUNPACK_WIRE_REAL), PureValueRef(A_CUNPACK_WIRE_IMAG)};
+        return {{"vector", A_VPACK_BLOCK, A_VPACK_WIRE_OUT, numbers, numbers, A_VUNPACK_BLOCK, A_VUNPACK_PORT_IN,
+                 "UnrollVectorPass"},
+                {"complex", A_CPACK_BLOCK, A_CPACK_WIRE_OUT, parts, wires, A_CUNPACK_BLOCK, A_CUNPACK_PORT_IN,
+                 "UnrollComplexPass"},
+                {"record", A_APACK_BLOCK, A_APACK_WIRE_OUT, numbers, numbers, A_AUNPACK_BLOCK, A_AUNPACK_PORT_IN,
+                 "UnrollAggregatePass"}};
+    }
+    /// Plain delays "a0" and "a1", a pack, the delay "c" of what it gives, an unpack, and plain delays "b0" and "b1".
+    void draw(const Compound &of) {
+        Block &pack = make(top, "pack", of.pack);
+        Block &unpack = make(top, "unpack", of.unpack);
+        for (std::size_t i = 0; i < 2; ++i) {
+            const std::string number = std::to_string(i);
+            Block &pin = make(top, "pin" + number, A_TYPE_PIN_BLOCK);
+            pin.setParam(A_TYPE_PIN_TYPE, value("(typeSFixed 8 0)"));
+            pin.setParam(value("0"), wire(make(top, "in" + number, A_INPUT_BLOCK), "x" + number));
+            pack.setParam(of.parts[i], plainDelay("a" + number, wire(pin, "0")));
+        }
+        unpack.setParam(of.unpackIn, plainDelay("c", wire(pack, of.packOut.text())));
+        Block &out = make(top, "out", A_OUTPUT_BLOCK);
+        for (std::size_t i = 0; i < 2; ++i) {
+            const std::string number = std::to_string(i);
+            out.setParam(value("y" + number), plainDelay("b" + number, *Wire::create(unpack, of.wires[i])));
+        }
+    }
+    Wire &plainDelay(const std::string &name, Wire &driver) {
+        Block &block = make(top, name, A_DELAY_BLOCK);
+        block.setParam(A_DELAY_LENGTH, value("1"));
+        block.setParam(value("0"), driver);
+        return *Wire::create(block, A_PRIM_WIRE_OUT);
+    }
+    /// The domains at the plain delays must be kept.
+    void expectKeptBy(const Compound &of) {
+        const Domains before = domainsOf(top);
+        ASSERT_EQ(messages.lines, Lines());
+        PassScheduler scheduler;
+        scheduler.addPass(of.pass);
+        scheduler.addPass("ElideUnpackPass");
+        scheduler.apply(design);
+        EXPECT_TRUE(test::checkInvariants(design));
+        EXPECT_EQ(top.getBlock(value("pack")), nullptr);
+        EXPECT_EQ(top.getBlock(value("unpack")), nullptr);
+        Domains after = domainsOf(top);
+        EXPECT_EQ(messages.lines, Lines());
+        for (const char *block : {"a0", "a1", "b0", "b1"}) {
+            for (const char *end : {" port 0", " wire primWireOut"}) {
+                const std::string at = std::string("/") + block + end;
+                EXPECT_EQ(after[at], before.at(at)) << at;
+            }
+        }
+    }
+    void expectKeptWith(const std::string &specs) {
+        for (const Compound &of : compounds()) {
+            SCOPED_TRACE(of.type + (" " + specs));
+            while (top.begin() != top.end()) {
+                delete &*top.begin();
+            }
+            draw(of);
+            std::string spelt = specs;
+            const std::pair<std::string, std::string> words[] = {{"UNPACKIN", of.unpackIn.text()},
+                                                                 {"UNPACK0", of.wires[0]->toString()},
+                                                                 {"PACKOUT", of.packOut.text()},
+                                                                 {"PACK0", of.parts[0]->toString()}};
+            for (const auto &[word, name] : words) {
+                for (std::size_t at; (at = spelt.find(word)) != std::string::npos;) {
+                    spelt.replace(at, word.size(), name);
+                }
+            }
+            mark(top, "(" + spelt + ")");
+            expectKeptBy(of);
+        }
+    }
+};
+
+TEST_F(CompoundDomainEdgesTest, edgesAtTheCompoundBlockMoveToItsParts) {
+    expectKeptWith(begin("red", wireAt("c", A_PRIM_WIRE_OUT.text())) + end("blue", portAt("c")));
+    expectKeptWith(begin("blue", portAt("c")) + end("red", wireAt("c", A_PRIM_WIRE_OUT.text())));
+}
+
+TEST_F(CompoundDomainEdgesTest, edgesAtPacksAndUnpacksMoveToTheReaders) {
+    expectKeptWith(begin("red", wireAt("pack", "PACKOUT")));
+    expectKeptWith(end("red", wireAt("pack", "PACKOUT")));
+    expectKeptWith(begin("red", portAt("unpack", "UNPACKIN")));
+    expectKeptWith(begin("red", wireAt("unpack", "UNPACK0")));
+    expectKeptWith(end("red", portAt("pack", "PACK0")));
+}
+
+TEST_F(CompoundDomainEdgesTest, aDomainThatEndsAtAnUnpackEndsAtItsReaders) {
+    for (const Compound &of : compounds()) {
+        while (top.begin() != top.end()) {
+            delete &*top.begin();
+        }
+        draw(of);
+        mark(top, "(" + end("red", portAt("unpack", of.unpackIn.text())) + ")");
+        PassScheduler scheduler;
+        scheduler.addPass(of.pass);
+        scheduler.addPass("ElideUnpackPass");
+        scheduler.apply(design);
+        const Domains domains = domainsOf(top);
+        for (const char *number : {"0", "1"}) {
+            EXPECT_EQ(domains.at(std::string("/a") + number + " wire primWireOut"), "red");
+            EXPECT_EQ(domains.at(std::string("/b") + number + " port 0"), "red") << of.type;
+            EXPECT_EQ(domains.at(std::string("/b") + number + " wire primWireOut"), "-") << of.type;
+        }
+        EXPECT_EQ(messages.lines, Lines());
+    }
 }
 
 /// A net of delays and tags, with domains that begin at both. None ends: where one does, the readers of the wire are

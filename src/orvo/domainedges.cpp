@@ -88,4 +88,54 @@ void moveDomainEdges(Model &model,
     model.setParam(A_SYNTH_SCHEDULE_DOMAINS, TupleValue::get(std::move(moved), model.getContext()));
 }
 
+DomainEdgeList::DomainEdgeList(Model &model)
+    : mModel(model), mEdges(elementsOf(model.findParam(A_SYNTH_SCHEDULE_DOMAINS))) {
+    for (std::size_t i = 0; i < mEdges.size(); ++i) {
+        if (const DomainEdgePlace place = placeOfDomainEdge(mEdges[i]); place.block) {
+            mAt.emplace(place, i);
+        }
+    }
+}
+
+DomainEdgeList::~DomainEdgeList() {
+    if (mIsChanged) {
+        std::erase_if(mEdges, [](const ValueRef &edge) { return !edge; });
+        mModel.setParam(A_SYNTH_SCHEDULE_DOMAINS,
+                        mEdges.empty() ? ValueRef() : ValueRef(TupleValue::get(mEdges, mModel.getContext())));
+    }
+}
+
+ValueRef DomainEdgeList::find(const DomainEdgePlace &place) const {
+    const auto found = mAt.find(place);
+    return found == mAt.end() ? ValueRef() : mEdges[found->second];
+}
+
+void DomainEdgeList::copy(const ValueRef &edge, const DomainEdgePlace &to) {
+    if (mAt.emplace(to, mEdges.size()).second) {
+        const TupleValue &parts = *asTuple(edge.get_ptr());
+        mEdges.push_back(domainEdge(parts.at(0), parts.at(1), to, mModel.getContext()));
+        mIsChanged = true;
+    }
+}
+
+void DomainEdgeList::remove(const Block &block) {
+    const auto forget = [&](bool isPort, const PureValueRef &key) {
+        const auto found = mAt.find({block.getName(), isPort, key});
+        if (found != mAt.end()) {
+            mEdges[found->second] = ValueRef();
+            mAt.erase(found);
+            mIsChanged = true;
+        }
+    };
+    if (empty()) {
+        return;
+    }
+    for (const Port &port : block.ports()) {
+        forget(true, port.getName());
+    }
+    for (const Wire &wire : block) {
+        forget(false, wire.getName());
+    }
+}
+
 } // namespace orvo::internal

@@ -4,7 +4,9 @@
 
 #include <orvo/model.h>
 
+#include <cstddef>
 #include <functional>
+#include <map>
 #include <set>
 #include <vector>
 
@@ -40,5 +42,30 @@ class DomainEdgeBlocks {
 /// gives none for an end that stayed. An end that has an edge keeps that alone, and an end that is not there gets none.
 void moveDomainEdges(Model &model,
                      const std::function<std::vector<DomainEdgePlace>(const DomainEdgePlace &)> &replaced);
+
+/// The edges of a model while its blocks go one by one. Costs nothing for a model without.
+class DomainEdgeList {
+  public:
+    explicit DomainEdgeList(Model &model);
+    /// Writes what became of them to the model, if anything did.
+    ~DomainEdgeList();
+    DomainEdgeList(const DomainEdgeList &) = delete;
+    DomainEdgeList &operator=(const DomainEdgeList &) = delete;
+
+    bool empty() const { return mAt.empty(); }
+    /// Null if there is none.
+    ValueRef find(const DomainEdgePlace &place) const;
+    /// The same edge at another end, unless that has one.
+    void copy(const ValueRef &edge, const DomainEdgePlace &to);
+    /// Forgets those of a block that goes.
+    void remove(const Block &block);
+
+  private:
+    Model &mModel;
+    /// Null for those that are gone.
+    std::vector<ValueRef> mEdges;
+    std::map<DomainEdgePlace, std::size_t> mAt;
+    bool mIsChanged = false;
+};
 
 } // namespace orvo::internal
