@@ -535,24 +535,6 @@ TEST_F(ElideFromGotoTest, reportsARingThroughAModelOnTheWayUpFromTheLastGoto) {
     EXPECT_EQ(blocksOf(design, A_FROM_BLOCK), Lines{"/middle/from"});
 }
 
-TEST_F(ElideFromGotoTest, movesTheEdgesOfDomainsToTheWiresThatTookOver) {
-    Model &low = below(top, "low");
-    sender(top, "goto", &source(top, "x"), "gotoTagTypeLocal");
-    sender(top, "again", &receiver(top, "from"), "gotoTagTypeGlobal", "u");
-    receiver(low, "routed", "u");
-    top.setParam(A_SYNTH_SCHEDULE_DOMAINS,
-                 value("((scheduleDomainBegin red (from wireTag fromWireOut))"
-                       " (scheduleDomainEnd red (again portTag gotoPortIn)) (scheduleDomainEnd blue (x wireTag other))"
-                       " (scheduleDomainEnd red (from wireTag other)) 7)"));
-    low.setParam(A_SYNTH_SCHEDULE_DOMAINS, value("((scheduleDomainBegin red (routed wireTag fromWireOut)))"));
-    EXPECT_EQ(run(), Lines());
-    EXPECT_EQ(top.getParam(A_SYNTH_SCHEDULE_DOMAINS)->toString(),
-              "((scheduleDomainBegin red (x wireTag primWireOut)) (scheduleDomainEnd red (x wireTag primWireOut))"
-              " (scheduleDomainEnd blue (x wireTag other)) (scheduleDomainEnd red (from wireTag other)) 7)");
-    EXPECT_EQ(low.getParam(A_SYNTH_SCHEDULE_DOMAINS)->toString(),
-              "((scheduleDomainBegin red (input wireTag (route global top u))))");
-}
-
 TEST_F(ElideFromGotoTest, handsWhatARoutedFromCarriedToTheDriverOfTheGoto) {
     Model &low = below(top, "low");
     Wire &x = source(top, "x");

@@ -35,6 +35,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"design", "model"},
         {"diagnostics", "utilsmall"},
         {"domainanalysis", "domaininfer"},
+        {"domainedges", "elideddomainedges"},
         {"domainsignposts", "domaininfer"},
         {"elideterminalpass", "deadblockpass"},
         {"emit", "simulator"},

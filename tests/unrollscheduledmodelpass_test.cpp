@@ -248,6 +248,24 @@ TEST_F(UnrollScheduledModelPassTest, movesConstraintsAlongWithTheirPoints) {
               value("((q0 true (1) ()) (q1 true (1) ()) (q2 true (1) ()) (f true (2) ()))"));
 }
 
+TEST_F(UnrollScheduledModelPassTest, movesTheEdgesOfDomainsAlongWithTheirPoints) {
+    Block &block = place(design, handle());
+    Model &top = block.getModel();
+    top.setParam(A_SYNTH_SCHEDULE_DOMAINS,
+                 value("((scheduleDomainBegin red (block wireTag y)) (scheduleDomainEnd red (block wireTag f))"
+                       " (scheduleDomainEnd blue (block portTag x)))"));
+    run(design);
+    std::string expected = "(";
+    for (const char *wire : {"q0", "q1", "q2"}) {
+        expected += std::string("(scheduleDomainBegin red (block wireTag ") + wire + ")) ";
+    }
+    expected += "(scheduleDomainEnd red (block wireTag f))";
+    for (int i = 0; i < 6; ++i) {
+        expected += " (scheduleDomainEnd blue (block portTag p" + std::to_string(i) + "))";
+    }
+    EXPECT_EQ(top.getParam(A_SYNTH_SCHEDULE_DOMAINS)->toString(), expected + ")");
+}
+
 TEST_F(UnrollScheduledModelPassTest, tellsOfAValueThatIsNoHandle) {
     for (const char *text : {"7", "(scheduledModelHandleTag)", ""}) {
         Design broken(mgr.context());

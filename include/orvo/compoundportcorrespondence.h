@@ -164,9 +164,10 @@ class ORVO_API ReferenceNameMapping final : public UnrollerNotifier {
     std::unique_ptr<internal::ReplacedPoints> mWires;
 };
 
-/// Keeps the latency constraints of one model, in one instance, at the right points while its blocks are replaced: what
-/// the unrollers told is written to the blocks when the updater goes. A block may die once its points were told of. A
-/// substitute that was given all parameters of a block keeps the entries of points that were not replaced.
+/// Keeps the latency constraints of one model, in one instance, and its edges of domains at the right points while its
+/// blocks are replaced: what the unrollers told is written to the blocks and the model when the updater goes. A block
+/// may die once its points were told of. A substitute that was given all parameters of a block keeps the entries of
+/// points that were not replaced.
 class ORVO_API NetlistReferencePointsUpdater {
   public:
     NetlistReferencePointsUpdater(const PassContext &context, Model &model, RefChain refChain);
@@ -184,6 +185,7 @@ class ORVO_API NetlistReferencePointsUpdater {
   private:
     using MovedEntries = std::map<Block *, std::vector<ValueRef>, Model::ByName>;
     void unrollLatencyConstraints();
+    void unrollDomainEdges();
     bool isOfTheseInstances(const ValueRef &entry) const;
     /// What the replaced points had, at the points that stand there now; their blocks may be gone.
     MovedEntries movedEntries(bool isPort) const;

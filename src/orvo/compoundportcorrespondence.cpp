@@ -1,6 +1,7 @@
 // Names of ports and wires through the taking apart of blocks: who stands for whom now.
 #include <orvo/compoundportcorrespondence.h>
 
+#include "orvo/domainedges.h"
 #include "orvo/replacedpoints.h"
 #include "orvo/scheduleconstraints.h"
 
@@ -278,7 +279,24 @@ NetlistReferencePointsUpdater::NetlistReferencePointsUpdater(const PassContext &
     ORVO_ASSERT(&model.getDesign() == &context.getDesign(), "a model of another design");
 }
 
-NetlistReferencePointsUpdater::~NetlistReferencePointsUpdater() { unrollLatencyConstraints(); }
+NetlistReferencePointsUpdater::~NetlistReferencePointsUpdater() {
+    unrollLatencyConstraints();
+    unrollDomainEdges();
+}
+
+void NetlistReferencePointsUpdater::unrollDomainEdges() {
+    if (mMapping.empty() || mModel.findParam(A_SYNTH_SCHEDULE_DOMAINS) == nullptr) {
+        return;
+    }
+    internal::moveDomainEdges(mModel, [this](const internal::DomainEdgePlace &place) {
+        const PureTupleValueRef point = PureTupleValue::get(place.block, place.key, mModel.getContext());
+        std::vector<internal::DomainEdgePlace> places;
+        for (const PureTupleValueRef &now : mMapping.latestPoints(point, place.isPort)) {
+            places.push_back({now->at(0), place.isPort, now->at(1)});
+        }
+        return places;
+    });
+}
 
 void NetlistReferencePointsUpdater::unrollLatencyConstraints() {
     if (mMapping.empty()) {

@@ -2,8 +2,8 @@
 // that carries its tag's signal in its model. Where no wire does so yet, one is led there through the hierarchy.
 #include "orvo/elidefromgotopass.h"
 
+#include "orvo/elideddomainedges.h"
 #include "orvo/metadatasection.h"
-#include "orvo/scheduleconstraints.h"
 
 #include <orvo/annotation.h>
 #include <orvo/block.h>
@@ -38,6 +38,8 @@ namespace {
 struct TagInfo {
     /// The model of the Goto that was met last.
     Model *model = nullptr;
+    /// Its name there.
+    PureValueRef sender;
     /// The model up to which its signal was led from there; null if nowhere yet.
     Model *reached = nullptr;
     /// What carries the tag's signal in each model that it has reached. These wires live as long as the table.
@@ -114,8 +116,17 @@ Block &onlyInstance(Model &model, ModelTreePass &tree) {
     return *block;
 }
 
+using Edges = internal::ElidedDomainEdges;
+
+/// The signal leaves the model of its Goto by that port.
+void noteWayOut(Block &block, const PureValueRef &port, const TagInfo &info, Edges &edges) {
+    if (&block.getModel() == info.model) {
+        edges.addRoute(block, port, info.sender);
+    }
+}
+
 /// Makes the model give the signal to the model above, unless that has it.
-void ascend(Model &model, const TagKey &key, TagInfo &info, ModelTreePass &tree) {
+void ascend(Model &model, const TagKey &key, TagInfo &info, ModelTreePass &tree, Edges &edges) {
     Block &instance = onlyInstance(model, tree);
     Wire *&above = info.wires[&instance.getModel()];
     if (above != nullptr) {
@@ -134,11 +145,12 @@ void ascend(Model &model, const TagKey &key, TagInfo &info, ModelTreePass &tree)
     }
     const PureValueRef port = freeName(nameOnTheWay(key, info), key, instance, isTaken);
     output->setParam(port, *info.wires.at(&model));
+    noteWayOut(*output, port, info, edges);
     above = Wire::create(instance, port);
 }
 
 /// Makes the model take the signal from the model above, unless it has it.
-void descend(Model &model, const TagKey &key, TagInfo &info, ModelTreePass &tree) {
+void descend(Model &model, const TagKey &key, TagInfo &info, ModelTreePass &tree, Edges &edges) {
     Wire *&below = info.wires[&model];
     if (below != nullptr) {
         return;
@@ -156,13 +168,14 @@ void descend(Model &model, const TagKey &key, TagInfo &info, ModelTreePass &tree
         input = Block::create(model, "input", A_INPUT_BLOCK);
     }
     instance.setParam(port, *info.wires.at(&instance.getModel()));
+    noteWayOut(instance, port, info, edges);
     below = Wire::create(*input, port);
 }
 
 /// Leads the tag's signal from the model of its Goto up to the first model around both, and down to the From's. False,
 /// after a message, if there is no such way.
 bool routeAcrossModels(Model &fromModel, const TagKey &key, TagInfo &info, const ModelPlaces &places,
-                       ModelTreePass &tree) {
+                       ModelTreePass &tree, Edges &edges) {
     if (places.top(fromModel) == nullptr) {
         log::msg(msg::error::FROM_NO_REFCHAIN, log::p("model", fromModel.value()));
         return false;
@@ -181,10 +194,10 @@ bool routeAcrossModels(Model &fromModel, const TagKey &key, TagInfo &info, const
     Model *&reached = info.reached;
     reached = reached == nullptr ? info.model : reached;
     while (reached != way.back() && places.isAround(*way.back(), *reached)) {
-        ascend(*reached, key, info, tree);
+        ascend(*reached, key, info, tree, edges);
         reached = tree.getSingleParent(*reached);
     }
-    std::for_each(way.rbegin() + 1, way.rend(), [&](Model *model) { descend(*model, key, info, tree); });
+    std::for_each(way.rbegin() + 1, way.rend(), [&](Model *model) { descend(*model, key, info, tree, edges); });
     return true;
 }
 
@@ -200,17 +213,11 @@ class TagTable {
     void resolve(Block *first);
     /// Takes the marks of the tags off their scope root.
     void clearMarks(Model &root);
-    /// Makes the edges of domains at Gotos and Froms that are gone stand at the wires that took their place.
-    void moveSignposts(Model &model);
+    /// Makes the edges of domains at Gotos and Froms that are gone stand where they last; when all tags are resolved.
+    void moveEdges(Model &model) const { mEdges.move(model); }
 
   private:
     using Tags = std::map<TagKey, TagInfo>;
-    /// Of a block that is gone: the end that an edge of a domain may stand at, and the wire that is as good.
-    struct Successor {
-        PureValueRef end;
-        PureValueRef block;
-        PureValueRef wire;
-    };
 
     Tags::iterator find(const Model &model, const PureValueRef &tag);
     TagInfo *tagFor(Block &from);
@@ -220,7 +227,6 @@ class TagTable {
     static void handOnMetadata(TagInfo &tag, Wire &driven);
     static MetadataEntries handOnMetadata(Block &from, const TagInfo &tag, Wire &source);
     void follow(Block &from, Wire &wire, const MetadataEntries &behind);
-    void succeed(const Block &gone, const StaticString &end, const Wire &wire);
 
     ModelTreePass &mTree;
     ModelPlaces mPlaces;
@@ -235,8 +241,7 @@ class TagTable {
     std::size_t mWalks = 0;
     /// One From of each ring of Froms that feed each other.
     std::unordered_set<const Block *> mRingEnds;
-    /// By model and by the name of what is gone, for models with edges of domains.
-    std::unordered_map<const Model *, std::unordered_map<const Value *, Successor>> mSuccessors;
+    Edges mEdges;
 };
 
 /// Whether the block goes when its model or the one that it stands for is flattened, and what it carries with it.
@@ -278,6 +283,7 @@ void TagTable::take(Block &sender) {
     }
     TagInfo &info = mTags[mReach.enter(sender, tag)];
     info.model = &sender.getModel();
+    info.sender = sender.getName();
     info.wires[info.model] = wire;
     if (isOfType(wire->getBlock(), A_FROM_BLOCK)) {
         mFedBy[&wire->getBlock()].push_back(&info);
@@ -286,7 +292,7 @@ void TagTable::take(Block &sender) {
     info.forReaders.clear();
     takeEntries(sender, info.forReaders);
     handOnMetadata(info, *wire);
-    succeed(sender, A_GOTO_PORT_IN, *wire);
+    mEdges.addGoto(sender, *wire);
     delete &sender;
 }
 
@@ -312,7 +318,8 @@ TagInfo *TagTable::tagFor(Block &from) {
         return nullptr;
     }
     const bool isThere = hit->second.wires.count(&model) != 0;
-    return isThere || routeAcrossModels(model, hit->first, hit->second, mPlaces, mTree) ? &hit->second : nullptr;
+    return isThere || routeAcrossModels(model, hit->first, hit->second, mPlaces, mTree, mEdges) ? &hit->second
+                                                                                                : nullptr;
 }
 
 /// The From that feeds the Goto of this one's tag, as far as can be told without a route; null if there is none.
@@ -410,47 +417,10 @@ void TagTable::resolve(Block *first) {
 void TagTable::replace(Block &from, const TagInfo &tag, Wire &source) {
     ORVO_ASSERT(&source.getBlock() != &from, "a From that feeds itself closes a ring");
     const MetadataEntries behind = handOnMetadata(from, tag, source);
+    mEdges.addFrom(from, tag.model == &from.getModel() ? tag.sender : PureValueRef(), source);
     from.getWire(A_FROM_WIRE_OUT)->replace(source);
     follow(from, source, behind);
-    succeed(from, A_FROM_WIRE_OUT, source);
     delete &from;
-}
-
-void TagTable::succeed(const Block &gone, const StaticString &end, const Wire &wire) {
-    const Model &model = gone.getModel();
-    if (model.findParam(A_SYNTH_SCHEDULE_DOMAINS) != nullptr) {
-        mSuccessors[&model][gone.getName().get_ptr()] = {end, wire.getBlock().getName(), wire.getName()};
-    }
-}
-
-void TagTable::moveSignposts(Model &model) {
-    const auto successors = mSuccessors.find(&model);
-    if (successors == mSuccessors.end()) {
-        return;
-    }
-    const auto successorOf = [&](const Value *block, const Value *end) -> const Successor * {
-        const auto found = successors->second.find(block);
-        return found == successors->second.end() || found->second.end.get_ptr() != end ? nullptr : &found->second;
-    };
-    Context *context = model.getContext();
-    std::vector<ValueRef> signposts = internal::elementsOf(model.findParam(A_SYNTH_SCHEDULE_DOMAINS));
-    bool changed = false;
-    for (ValueRef &signpost : signposts) {
-        std::vector<ValueRef> parts = internal::elementsOf(signpost.get_ptr());
-        const std::vector<ValueRef> place = internal::elementsOf(parts.size() == 3 ? parts[2].get_ptr() : nullptr);
-        const Successor *successor = place.size() == 3 ? successorOf(place[0].get_ptr(), place[2].get_ptr()) : nullptr;
-        if (successor != nullptr) {
-            // What fed a Goto may have been a From.
-            const Successor *next = successorOf(successor->block.get_ptr(), successor->wire.get_ptr());
-            successor = next != nullptr ? next : successor;
-            parts[2] = TupleValue::get(successor->block, PureValueRef(A_WIRE_TAG), successor->wire, context);
-            signpost = TupleValue::get(std::move(parts), context);
-            changed = true;
-        }
-    }
-    if (changed) {
-        model.setParam(A_SYNTH_SCHEDULE_DOMAINS, TupleValue::get(std::move(signposts), context));
-    }
 }
 
 /// Makes the tags that a From fed go by the wire that took its place. That comes from a From, too, if that From stays.
@@ -502,7 +472,9 @@ void ElideFromGotoPass::apply(PassContext &context) {
             tags.resolve(from);
         }
         tags.clearMarks(model);
-        tags.moveSignposts(model);
+    }
+    for (Model &model : design) {
+        tags.moveEdges(model);
     }
 }
 

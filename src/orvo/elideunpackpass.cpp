@@ -1,6 +1,7 @@
 // Pairs of a pack and an unpack of one kind dissolve into the wires that go through them.
 #include "orvo/elideunpackpass.h"
 
+#include "orvo/domainedges.h"
 #include "orvo/unrollpasses.h"
 #include "orvo/vectorunrollparts.h"
 
@@ -236,7 +237,7 @@ bool keepsFloats(const Types &from, const PureValueRef &to) {
 class Elision {
   public:
     Elision(Model &model, const std::vector<RefChain> &instances, GlobalTypePass &types, bool ignoreMetadata)
-        : mQueue(model), mInstances(instances), mTypes(types), mIgnoreMetadata(ignoreMetadata) {}
+        : mQueue(model), mInstances(instances), mTypes(types), mIgnoreMetadata(ignoreMetadata), mEdges(model) {}
 
     void run() {
         while (mQueue.next()) {
@@ -260,11 +261,13 @@ class Elision {
     Wire &converted(const Block &beside, std::vector<PureValueRef> &name, Wire &wire, const Types &from,
                     const PureValueRef &to);
     Wire &takeThrough(const Block &pack, const Way &way);
+    void moveEdges(const Kind &kind, const Block &pack, const Wire &wire);
 
     WorkQueue mQueue;
     const std::vector<RefChain> &mInstances;
     GlobalTypePass &mTypes;
     const bool mIgnoreMetadata;
+    internal::DomainEdgeList mEdges;
     /// Of wires that this has made, which the inference has not seen.
     std::unordered_map<const Wire *, Types> mMade;
 };
@@ -388,6 +391,26 @@ Wire &Elision::takeThrough(const Block &pack, const Way &way) {
     return converted(unpack, name, source, typesOf(source), way.type);
 }
 
+/// Of the edges of domains between what went into the pack and the readers of an unpack these keep the nearest.
+void Elision::moveEdges(const Kind &kind, const Block &pack, const Wire &wire) {
+    if (mEdges.empty()) {
+        return;
+    }
+    const Block &unpack = wire.getBlock();
+    const internal::DomainEdgePlace way[] = {{unpack.getName(), false, wire.getName()},
+                                             {unpack.getName(), true, PureValueRef(*kind.unpackIn)},
+                                             {pack.getName(), false, PureValueRef(*kind.packOut)},
+                                             {pack.getName(), true, portFor(pack, wire)->getName()}};
+    for (const internal::DomainEdgePlace &place : way) {
+        if (const ValueRef edge = mEdges.find(place)) {
+            for (const Port &reader : wire.ports()) {
+                mEdges.copy(edge, {reader.getBlock().getName(), true, reader.getName()});
+            }
+            return;
+        }
+    }
+}
+
 /// Takes out the unpacks behind a pack, and the pack if nothing reads it then. Packs that another look may now take out
 /// are enqueued.
 void Elision::elide(const Kind &kind) {
@@ -402,10 +425,12 @@ void Elision::elide(const Kind &kind) {
         }
         const std::vector<Block *> drivers = driversBehind(pack, *unpack);
         for (const Way &way : *ways) {
+            moveEdges(kind, pack, *way.wire);
             way.wire->replace(takeThrough(pack, way));
         }
         // What an unpack carried that nobody reads, the pack hands on, should it go as well.
         handOver(*unpack, drivers.empty() ? std::vector<Block *>{&pack} : drivers);
+        mEdges.remove(*unpack);
         delete unpack;
         elided = true;
         for (Block *driver : drivers) {
@@ -420,6 +445,7 @@ void Elision::elide(const Kind &kind) {
             drivers.push_back(&port.peekWire()->getBlock());
         }
         handOver(pack, drivers);
+        mEdges.remove(pack);
         mQueue.deleteBlock();
     }
 }

@@ -2,6 +2,8 @@
 // inside models, and the boundaries of models, which come apart on both sides together.
 #pragma once
 
+#include "orvo/domainedges.h"
+
 #include <orvo/block.h>
 #include <orvo/blockclass.h>
 #include <orvo/compoundportcorrespondence.h>
@@ -63,8 +65,8 @@ class ORVO_API DistinctInstances {
 const std::vector<RefChain> &tellingInstances(const Wire &wire, const std::vector<RefChain> &instances,
                                               GlobalTypePass &types, std::vector<RefChain> &some);
 
-/// Whether the updater of reference points must hear of the block. Of all others it need not, which would cost more
-/// than taking them apart.
+/// Whether the updater of reference points must hear of the block for its constraints. Of all others it need not, which
+/// would cost more than taking them apart, but of those that edges of domains stand at.
 bool hasReferencePoints(const Block &block);
 
 /// Whether what takes the place of a block gets the parameter too. Connections are made anew, and constraints move with
@@ -126,8 +128,9 @@ template <class Impl, class Handler, class... Shared> class ModelUnrolling {
             anyPoints ? instancesOf(context.getModel(), unrolledTree(context)) : std::vector<RefChain>();
         NetlistReferencePointsUpdater updater(context, context.getModel(), prepared->second->instances.front());
         updater.setInstances(withPoints);
+        const DomainEdgeBlocks edged(context.getModel());
         for (Impl &block : blocks) {
-            if (hasReferencePoints(block.block())) {
+            if (hasReferencePoints(block.block()) || edged.has(block.block())) {
                 updater.setupUnrollerNotifier(&block.unroller());
             }
             block.unroll(unrolledTypes(context));

@@ -1,0 +1,60 @@
+// The edges of domains at Gotos and Froms, which lose their ends as tags become wires.
+#pragma once
+
+#include "orvo/domainedges.h"
+
+#include <orvo/compoundportcorrespondence.h>
+
+#include <set>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace orvo::internal {
+
+/// Remembers what Gotos and Froms stood between which wires and which readers, in models with edges, and moves their
+/// edges to ends that last.
+///
+/// A tag with edges keeps apart what it did: its readers on the one side, its driver and what else reads that on the
+/// other. A begin at a From goes to the ports that read it. An end at a Goto goes to the wire, which it then cuts off
+/// from its readers, so that those that are not behind the Goto get begins. Of several edges on the way to a reader
+/// the nearest counts, and an edge of its own before all.
+class ElidedDomainEdges {
+  public:
+    /// To be told while they are there. `wire` is what the Goto reads.
+    void addGoto(const Block &sender, const Wire &wire);
+    /// With its readers still on it. `sender` names the Goto of the tag in the same model, null if that is in another;
+    /// `source` is the wire that the readers get.
+    void addFrom(const Block &from, const PureValueRef &sender, const Wire &source);
+    /// A port that leads the signal of a Goto out of its model.
+    void addRoute(Block &reader, const PureValueRef &key, const PureValueRef &sender);
+    /// When all of the model's tags are wires.
+    void move(Model &model) const;
+
+    /// A Goto or From that is gone.
+    struct Gone {
+        DomainEdgePlace end;
+        /// The From that fed a Goto, the Goto that fed a From, in the same model; null for none. It may have stayed.
+        PureValueRef above;
+        /// What it got its signal from, if there is none above.
+        const Wire *wire;
+    };
+    struct Reader {
+        MaybePort port;
+        PureValueRef behind;
+    };
+    struct OfModel {
+        std::unordered_map<const Value *, Gone> gone;
+        /// Each port once, by the nearest block that is gone.
+        std::vector<Reader> readers;
+        std::set<std::pair<const Block *, const Value *>> known;
+    };
+
+  private:
+    OfModel *of(const Model &model);
+    void addReader(OfModel &in, const MaybePort &port, const PureValueRef &behind);
+
+    std::unordered_map<const Model *, OfModel> mModels;
+};
+
+} // namespace orvo::internal
