@@ -1,4 +1,4 @@
-# Installation: library, headers with the catalogue and the pipelines beside them, driver, package files for CMake and pkg-config, and the
+# Installation: library, headers with the library's data beside them, driver, package files for CMake and pkg-config, and the
 # shell completions. Every path in an installed file is relative to that file, so the tree can be moved.
 include(CMakePackageConfigHelpers)
 

@@ -58,7 +58,27 @@ TEST_F(FeaturesTest, knowsItsObjectsByNameKindAndDefault) {
     EXPECT_EQ(GetFeature(Features::DISABLED_OPTIMISATIONS), "");
     EXPECT_TRUE(std::is_sorted(KnownFeatures().begin(), KnownFeatures().end(),
                                [](const auto &a, const auto &b) { return a.name < b.name; }));
-    EXPECT_EQ(KnownFeatures().size(), 18U);
+    EXPECT_EQ(KnownFeatures().size(), 43U);
+}
+
+TEST_F(FeaturesTest, haveADefaultOfTheirKindOrSayWhatItGoesBy) {
+    for (const KelmarFeature &feature : KnownFeatures()) {
+        const bool byOthers = feature.defaultText.substr(0, 3) == "by ";
+        EXPECT_TRUE(byOthers || SetFeatureText(feature.name, std::string(feature.defaultText))) << feature.name;
+        EXPECT_FALSE(byOthers && SetFeatureText(feature.name, std::string(feature.defaultText))) << feature.name;
+    }
+}
+
+TEST_F(FeaturesTest, readsWeightsAsNumbers) {
+    for (const KelmarFeature *weight :
+         {&Features::LUT4S_WEIGHT, &Features::MULT18S_WEIGHT, &Features::RAMBLOCKS_WEIGHT, &Features::RAMBITS_WEIGHT}) {
+        EXPECT_EQ(GetFeatureNumber(*weight), -1.0) << weight->name;
+        EXPECT_TRUE(SetFeatureText(weight->name, "0.25"));
+        EXPECT_EQ(GetFeatureNumber(*weight), 0.25) << weight->name;
+        for (const char *none : {"", "x", "1.5x", "nan", "inf", "1e999"}) {
+            EXPECT_FALSE(SetFeatureText(weight->name, none)) << none;
+        }
+    }
 }
 
 TEST_F(FeaturesTest, knowsTheKindOfThoseOfAPlainNameToo) {

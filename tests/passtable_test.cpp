@@ -13,12 +13,24 @@ namespace {
 
 TEST(PassTable, registersThePassesInItsOrder) {
     ContextMgr mgr;
-    const std::vector<std::string> expected = {
-        "DeadBlockPass",          "DeadBlockLatePass",   "AggressiveDeadBlockPass", "AggressiveDeadBlockLatePass",
-        "DumpTypesPass",          "DumpXMLPass",         "GlobalTypePass",          "FlattenEverythingPass",
-        "FlattenSimulinkPass",    "FlattenExplicitPass", "FlattenZRTExplicitPass",  "ElideTerminalPass",
-        "ElideUnpackPass",        "ElideFromGotoPass",   "ModelTreePass",           "DeadModelPass",
-        "NetlistVerificationPass"};
+    const std::vector<std::string> expected = {"DeadBlockPass",
+                                               "DeadBlockLatePass",
+                                               "AggressiveDeadBlockPass",
+                                               "AggressiveDeadBlockLatePass",
+                                               "AnalyseDesignPass",
+                                               "DumpTypesPass",
+                                               "DumpXMLPass",
+                                               "GlobalTypePass",
+                                               "FlattenEverythingPass",
+                                               "FlattenSimulinkPass",
+                                               "FlattenExplicitPass",
+                                               "FlattenZRTExplicitPass",
+                                               "ElideTerminalPass",
+                                               "ElideUnpackPass",
+                                               "ElideFromGotoPass",
+                                               "ModelTreePass",
+                                               "DeadModelPass",
+                                               "NetlistVerificationPass"};
     std::vector<std::string> registered = internal::registeredPasses();
     registered.resize(expected.size());
     EXPECT_EQ(registered, expected);

@@ -11,9 +11,10 @@
 
 /// A feature that has an object: its name, kind and default.
 struct KelmarFeature {
-    enum class Kind { Boolean, Integer, String };
+    enum class Kind { Boolean, Integer, Number, String };
     std::string_view name;
     Kind kind;
+    /// For people, "by ...", where the default is worked out by whoever reads the feature, who reads it by its name.
     std::string_view defaultText;
     std::string_view description;
 };
@@ -33,6 +34,7 @@ ORVO_API std::optional<std::string> GetFeature(std::string_view name);
 ORVO_API std::string GetFeature(const KelmarFeature &feature);
 ORVO_API bool GetFeatureBoolean(const KelmarFeature &feature);
 ORVO_API int GetFeatureInteger(const KelmarFeature &feature);
+ORVO_API double GetFeatureNumber(const KelmarFeature &feature);
 /// The value, or the default when the feature is not set or its text is not of the kind.
 ORVO_API bool GetFeatureBooleanWithDefault(std::string_view name, bool defaultValue);
 ORVO_API int GetFeatureIntegerWithDefault(std::string_view name, int defaultValue);
@@ -42,6 +44,8 @@ ORVO_API std::string GetFeatureStringWithDefault(std::string_view name, const st
 ORVO_API std::optional<bool> parseBoolean(std::string_view text);
 /// A decimal integer with nothing behind it.
 ORVO_API std::optional<int> parseInteger(std::string_view text);
+/// A decimal number, finite, with nothing behind it.
+ORVO_API std::optional<double> parseNumber(std::string_view text);
 
 ORVO_API void SetFeatureString(std::string_view name, const std::string &value);
 ORVO_API void SetFeatureBoolean(std::string_view name, bool value);

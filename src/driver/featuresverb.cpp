@@ -21,6 +21,8 @@ const char *kindName(KelmarFeature::Kind kind) {
         return "boolean";
     case KelmarFeature::Kind::Integer:
         return "integer";
+    case KelmarFeature::Kind::Number:
+        return "number";
     case KelmarFeature::Kind::String:
         break;
     }
@@ -42,7 +44,7 @@ int features(const std::string &name, Console &console) {
         entry["default"] = feature.defaultText;
         entry["description"] = feature.description;
         json["features"].push_back(std::move(entry));
-        text += fmt::format("{:<34} {:<8} {:<6} {}\n", feature.name, kindName(feature.kind), feature.defaultText,
+        text += fmt::format("{:<34} {:<8} {:<9} {}\n", feature.name, kindName(feature.kind), feature.defaultText,
                             feature.description);
     }
     if (text.empty()) {

@@ -1,6 +1,7 @@
 // The table of passes, in the order of their registration. A pass stands here from the day that it does its work.
 #include "orvo/passtable.h"
 
+#include "orvo/analysedesignpass.h"
 #include "orvo/checkscalarsignalspass.h"
 #include "orvo/deadblockpass.h"
 #include "orvo/deadmodelpass.h"
@@ -39,6 +40,7 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(DeadBlockLatePass),
     ORVO_PASS_ROW(AggressiveDeadBlockPass),
     ORVO_PASS_ROW(AggressiveDeadBlockLatePass),
+    ORVO_PASS_ROW(AnalyseDesignPass),
     ORVO_PASS_ROW(DumpTypesPass),
     ORVO_PASS_ROW(DumpXMLPass),
     ORVO_PASS_ROW(GlobalTypePass),

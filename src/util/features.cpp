@@ -4,6 +4,7 @@
 #include <util/strings.h>
 
 #include <charconv>
+#include <cmath>
 #include <map>
 #include <mutex>
 #include <shared_mutex>
@@ -28,6 +29,8 @@ bool fits(KelmarFeature::Kind kind, std::string_view text) {
         return parseBoolean(text).has_value();
     case KelmarFeature::Kind::Integer:
         return parseInteger(text).has_value();
+    case KelmarFeature::Kind::Number:
+        return parseNumber(text).has_value();
     case KelmarFeature::Kind::String:
         return true;
     }
@@ -59,6 +62,15 @@ std::optional<int> parseInteger(std::string_view text) {
     return value;
 }
 
+std::optional<double> parseNumber(std::string_view text) {
+    double value = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) {
+        return std::nullopt;
+    }
+    return value;
+}
+
 std::optional<std::string> GetFeature(std::string_view name) {
     std::shared_lock<std::shared_mutex> lock(store().mutex);
     auto hit = store().values.find(name);
@@ -72,6 +84,8 @@ std::string GetFeature(const KelmarFeature &feature) {
 bool GetFeatureBoolean(const KelmarFeature &feature) { return parseBoolean(GetFeature(feature)).value_or(false); }
 
 int GetFeatureInteger(const KelmarFeature &feature) { return parseInteger(GetFeature(feature)).value_or(0); }
+
+double GetFeatureNumber(const KelmarFeature &feature) { return parseNumber(GetFeature(feature)).value_or(0); }
 
 bool GetFeatureBooleanWithDefault(std::string_view name, bool defaultValue) {
     std::optional<std::string> text = GetFeature(name);

@@ -105,7 +105,7 @@ same out wanted
 run 0 features
 has out 'USE_NETLIST_VERIFICATION_PASS'
 run 0 features LUT4S_WEIGHT --json
-json out 'd["features"] == [{"name": "LUT4S_WEIGHT", "kind": "integer", "default": "1", "description": d["features"][0]["description"]}]'
+json out 'd["features"] == [{"name": "LUT4S_WEIGHT", "kind": "number", "default": "-1", "description": d["features"][0]["description"]}]'
 run 2 features LUT4_WEIGHT
 has err "did you mean 'LUT4S_WEIGHT'?"
 

@@ -20,6 +20,7 @@ pc=$(find "$moved" -name orvo.pc)
 lib=$(dirname "$(dirname "$pc")")
 [ -f "$lib/liborvo.so.0" ] || fail "no liborvo.so.0 in $lib"
 [ -f "$moved/include/orvo/orvo_static_strings.csv" ] || fail "the catalogue is not installed"
+[ -f "$moved/include/orvo/orvo_devices.txt" ] || fail "the table of devices is not installed"
 
 # No installed file may know where it was built or first installed.
 if grep -rlF -e "$first" -e "$ORVO_BUILD" "$moved" >leaks.txt; then
