@@ -36,6 +36,8 @@ struct DrawnCase {
     Drawing drawing;
 };
 
+void PrintTo(const DrawnCase &drawn, std::ostream *out) { *out << drawn.name; }
+
 PassResults run(Design &design, const ParamContext &params) {
     PassScheduler scheduler;
     scheduler.addPass("DecomposeCompositePass", params);

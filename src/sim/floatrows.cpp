@@ -334,9 +334,8 @@ template <bool larger> void writeMagnitude(BlockWriter &writer) {
             const Leaf m = apply(writer, type, FloatFunction::Abs, {best});
             const Leaf n = apply(writer, type, FloatFunction::Abs, {next});
             const Leaf beyond = floatBit(writer, larger ? m : n, larger ? n : m, Relation::Less);
-            const Leaf isNegative = emitSlice(writer, next, type.width - type.unused - 1, 1);
-            const Leaf bySign = larger ? emitBit(writer, Logic::And, {isNegative}, true) : isNegative;
-            const Leaf tie = emitBit(writer, Logic::And, {floatBit(writer, m, n, Relation::Equal), bySign});
+            const Leaf isNegative = emitSlice(writer, larger ? best : next, type.width - type.unused - 1, 1);
+            const Leaf tie = emitBit(writer, Logic::And, {floatBit(writer, m, n, Relation::Equal), isNegative});
             const Leaf chosen = writer.temporary(type);
             emitMux(writer, chosen, emitBit(writer, Logic::Or, {beyond, tie}), {best, next});
             best = chosen;
