@@ -304,7 +304,9 @@ class AllCasts {
             Wire &typed = *Wire::create(pin, key(0));
             for (const Format &to : formats()) {
                 for (const StaticString *saturation : {&A_SATURATE_NONE, &A_SATURATE_ASYM, &A_SATURATE_SYM}) {
-                    if (number++ % testing::kExhaustiveStride == 0) {
+                    // Bits that are kept do not saturate.
+                    const bool isAnother = modes.mode == &A_CAST_MODE_CONVERT || saturation == &A_SATURATE_NONE;
+                    if (isAnother && number++ % testing::kExhaustiveStride == 0) {
                         add(top, out, typed, to, modes, *saturation);
                     }
                 }

@@ -214,7 +214,10 @@ void DecomposeCompositePass::unbindEvents() {
     mRun.reset();
 }
 
-void DecomposeCompositePass::declare(PassDeclarations &declarations) { internal::declareForUnrolling(declarations); }
+void DecomposeCompositePass::declare(PassDeclarations &declarations) {
+    declarations.requirePass(GlobalTypePass::sName);
+    declarations.requirePass(ModelTreePass::sName);
+}
 
 /// A model that is switched off has nobody to empty its queue.
 void DecomposeCompositePass::onBlockBirth(Block &block) {
