@@ -14,6 +14,7 @@
 #include <orvo/context.h>
 #include <orvo/decomposecomposite.h>
 #include <orvo/modeltreepass.h>
+#include <orvo/nameorigin.h>
 #include <orvo/typecache.h>
 #include <orvo/typeinferpass.h>
 #include <orvo/types.h>
@@ -352,6 +353,14 @@ std::map<std::string, std::string> portTypes(Design &design) {
     }
     if (const Lines findings = test::newCatalogueFindings(*before, *design); !findings.empty()) {
         return ::testing::AssertionFailure() << findings.front();
+    }
+    const NameOrigins origins(*before);
+    for (const Model &model : *design) {
+        for (const Block &block : model) {
+            if (!origins.originOf(block)) {
+                return ::testing::AssertionFailure() << block.value()->getPath() << " leads back to no block";
+            }
+        }
     }
     const auto after = portTypes(*design);
     for (const auto &[port, type] : types) {

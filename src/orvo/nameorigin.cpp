@@ -33,7 +33,8 @@ constexpr TextEnding kTextEndings[] = {
     {"_aunroll", Kind::Substitute, false},
     {"_vup", Kind::Beside, true},
     {"_vp", Kind::Beside, true},
-    // The parts of a cast.
+    // The parts of a cast, the longer of two endings of one end first.
+    {"_const_select_mux", Kind::Beside, false},
     {"_preCast", Kind::Beside, false},
     {"_extendPad", Kind::Beside, false},
     {"_rnd", Kind::Beside, false},
@@ -50,7 +51,6 @@ constexpr TextEnding kTextEndings[] = {
     {"_replace_constant", Kind::Beside, false},
     {"_msb_select", Kind::Beside, false},
     {"_replace_zero_const", Kind::Beside, false},
-    {"_const_select_mux", Kind::Beside, false},
     {"_replace_allones_const", Kind::Beside, false},
 };
 
