@@ -556,8 +556,6 @@ TEST(EveryTinyPair, isComparedByValue) {
         Runner notEqual = compare(Relation::NotEqual);
         Runner less = compare(Relation::Less);
         Runner greaterEqual = compare(Relation::GreaterEqual);
-        Runner least(floatExtremeKernel(false), {operandOf(kTiny), operandOf(kTiny)}, operandOf(kTiny), floatAux(mode));
-        Runner most(floatExtremeKernel(true), {operandOf(kTiny), operandOf(kTiny)}, operandOf(kTiny), floatAux(mode));
         // A number beyond all others stands for infinity.
         const auto rank = [](const Known &a) {
             return a.real.isInfinite() ? mpq_class(a.real.isNegative ? -1000000 : 1000000) : a.value;
@@ -571,11 +569,6 @@ TEST(EveryTinyPair, isComparedByValue) {
             ASSERT_EQ(notEqual({a, b}), isOrdered && order == 0 ? 0U : 1U) << a << " " << b;
             ASSERT_EQ(less({a, b}), isOrdered && order < 0 ? 1U : 0U) << a << " " << b;
             ASSERT_EQ(greaterEqual({a, b}), isOrdered && order >= 0 ? 1U : 0U) << a << " " << b;
-            const auto chosen = [&](bool isSecond) {
-                return encoded(all[isSecond ? b : a].real, kTiny, Direction::NearestEven, subnormals);
-            };
-            ASSERT_EQ(least({a, b}), chosen(isOrdered && order > 0)) << a << " " << b;
-            ASSERT_EQ(most({a, b}), chosen(isOrdered && order < 0)) << a << " " << b;
         }
     }
 }

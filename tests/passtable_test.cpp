@@ -30,6 +30,7 @@ TEST(PassTable, registersThePassesInItsOrder) {
                                                "ElideFromGotoPass",
                                                "ModelTreePass",
                                                "DeadModelPass",
+                                               "DecomposeCompositePass",
                                                "NetlistVerificationPass"};
     std::vector<std::string> registered = internal::registeredPasses();
     registered.resize(expected.size());
@@ -58,6 +59,8 @@ TEST(PassTable, declaresParametersWithTheirDefaults) {
     EXPECT_TRUE(dump.find("P_CLOBBER")->getDefaultValue() == A_FALSE);
     EXPECT_FALSE(dump.find("P_FILENAME")->getDefaultValue());
     EXPECT_FALSE(internal::findPassSettings("ElideUnpackPass")->find("P_IGNORE_METADATA")->getDefaultValue());
+    ASSERT_NE(internal::findPassSettings("DecomposeCompositePass")->find("P_SUBSET_OF_BLOCKS"), nullptr);
+    EXPECT_FALSE(internal::findPassSettings("DecomposeCompositePass")->find("P_SUBSET_OF_BLOCKS")->getDefaultValue());
     EXPECT_EQ(dump.find("P_OTHER"), nullptr);
     ASSERT_NE(internal::findPassSettings("DumpTypesPass")->find("P_MODEL"), nullptr);
     EXPECT_FALSE(internal::findPassSettings("DumpTypesPass")->find("P_MODEL")->getDefaultValue());
@@ -77,6 +80,7 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
     };
     const std::map<std::string, std::vector<std::string>> some = {
         {"CheckScalarSignalsPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"DecomposeCompositePass", {"GlobalTypePass", "ModelTreePass"}},
         {"DumpTypesPass", {"GlobalTypePass"}},
         {"ElideFromGotoPass", {"ModelTreePass"}},
         {"ElideUnpackPass", {"ModelTreePass", "GlobalTypePass"}},

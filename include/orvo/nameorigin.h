@@ -11,7 +11,7 @@
 // | (NAME vunroll), (NAME cunroll 2), "NAME_aunroll" | what took the place of the block as a whole |
 // | (NAME key cpack), ((NAME key) vup 0) | what joins or takes apart the signal at the port or wire of that key |
 // | (key vup), (key cp 2) | the same at a scheduled model, in the model or in one below it |
-// | (NAME word), "NAME_vp", "NAME_vup3" | a block made beside the one that a rewrite replaced |
+// | (NAME word), "NAME_vp", "NAME_vup3", "NAME_rnd" | a block made beside the one that a rewrite replaced |
 //
 // Readings are tried in the order of the table; these rules nest in each other in any way. NAME stands as its text
 // inside names that are strings. Where several scheduled models have the key, the name alone leads to the first that is

@@ -99,10 +99,10 @@ class ORVO_API GlobalTypeCache final : public FreezableTypes {
 class ORVO_API CachedTypeQuery {
   public:
     explicit CachedTypeQuery(GlobalTypeCache &cache) : mCache(cache) {}
-    PureValueRef getType(const Wire &wire, const RefChain &refChain);
-    PureValueRef getType(const Wire *wire, const RefChain &refChain);
-    PureValueRef getType(const Port &port, const RefChain &refChain);
-    PureValueRef getType(const Port *port, const RefChain &refChain);
+    PureValueRef getType(const Wire &wire, const RefChain &refChain) const;
+    PureValueRef getType(const Wire *wire, const RefChain &refChain) const;
+    PureValueRef getType(const Port &port, const RefChain &refChain) const;
+    PureValueRef getType(const Port *port, const RefChain &refChain) const;
 
   private:
     GlobalTypeCache &mCache;

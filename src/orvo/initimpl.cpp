@@ -5,6 +5,7 @@
 #include "orvo/aggregateunrollers.h"
 #include "orvo/complexunrollers.h"
 #include "orvo/deadblockhandlers.h"
+#include "orvo/decomposehandlers.h"
 #include "orvo/domainhandlers.h"
 #include "orvo/passtable.h"
 #include "orvo/portordering.h"
@@ -47,6 +48,7 @@ void initialiseORVO_CommonBlocks(Context *context) {
 void initialiseORVO_IPBlocks(Context *context) { initialiseModule(context, BlockModule::IP, {ipTypeRules()}); }
 void initialiseORVO_PrimBlocks(Context *context) {
     initialiseModule(context, BlockModule::Prim, {primTypeRules(), mathTypeRules(), memoryTypeRules()});
+    registerDecomposeHandlers(context);
 }
 void initialiseORVO_PipeBlock(Context *context) { initialiseModule(context, BlockModule::Pipe, {}); }
 void initialiseORVO_BusBlocks(Context *context) { initialiseModule(context, BlockModule::Bus, {}); }

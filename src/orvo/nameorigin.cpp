@@ -28,8 +28,30 @@ struct TextEnding {
     bool takesNumber;
 };
 constexpr TextEnding kTextEndings[] = {
-    {"_vunroll", Kind::Substitute, false}, {"_cunroll", Kind::Substitute, false}, {"_aunroll", Kind::Substitute, false},
-    {"_vup", Kind::Beside, true},          {"_vp", Kind::Beside, true},
+    {"_vunroll", Kind::Substitute, false},
+    {"_cunroll", Kind::Substitute, false},
+    {"_aunroll", Kind::Substitute, false},
+    {"_vup", Kind::Beside, true},
+    {"_vp", Kind::Beside, true},
+    // The parts of a cast, the longer of two endings of one end first.
+    {"_const_select_mux", Kind::Beside, false},
+    {"_preCast", Kind::Beside, false},
+    {"_extendPad", Kind::Beside, false},
+    {"_rnd", Kind::Beside, false},
+    {"_mux", Kind::Beside, false},
+    {"_lconst", Kind::Beside, false},
+    {"_hconst", Kind::Beside, false},
+    {"_lcmp", Kind::Beside, false},
+    {"_hcmp", Kind::Beside, false},
+    {"_lnot", Kind::Beside, false},
+    {"_hnot", Kind::Beside, false},
+    {"_lbound", Kind::Beside, false},
+    {"_hbound", Kind::Beside, false},
+    {"_gndClip", Kind::Beside, false},
+    {"_replace_constant", Kind::Beside, false},
+    {"_msb_select", Kind::Beside, false},
+    {"_replace_zero_const", Kind::Beside, false},
+    {"_replace_allones_const", Kind::Beside, false},
 };
 
 /// Endings of one text and readings inside each other; names that rewrites made have a few of them.

@@ -5,6 +5,7 @@
 #include "orvo/checkscalarsignalspass.h"
 #include "orvo/deadblockpass.h"
 #include "orvo/deadmodelpass.h"
+#include "orvo/decomposecompositepass.h"
 #include "orvo/dumptypespass.h"
 #include "orvo/dumpxmlpass.h"
 #include "orvo/elidefromgotopass.h"
@@ -53,6 +54,7 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(ElideFromGotoPass),
     ORVO_PASS_ROW(ModelTreePass),
     ORVO_PASS_ROW(DeadModelPass),
+    ORVO_PASS_ROW(DecomposeCompositePass),
     ORVO_PASS_ROW(NetlistVerificationPass),
     ORVO_PASS_ROW(UnrollComplexPass),
     ORVO_PASS_ROW(UnrollComplexCrossModelPass),

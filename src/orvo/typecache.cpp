@@ -162,21 +162,21 @@ bool GlobalTypeCache::anyReserved() const {
     return std::any_of(mPath.begin(), mPath.end(), [this](const Block *block) { return mReserved.count(block) != 0; });
 }
 
-PureValueRef CachedTypeQuery::getType(const Wire &wire, const RefChain &refChain) {
+PureValueRef CachedTypeQuery::getType(const Wire &wire, const RefChain &refChain) const {
     mCache.setBlock(wire.getBlock(), refChain);
     return mCache.getTypeWire(wire.getName());
 }
 
-PureValueRef CachedTypeQuery::getType(const Wire *wire, const RefChain &refChain) {
+PureValueRef CachedTypeQuery::getType(const Wire *wire, const RefChain &refChain) const {
     return wire != nullptr ? getType(*wire, refChain) : PureValueRef();
 }
 
-PureValueRef CachedTypeQuery::getType(const Port &port, const RefChain &refChain) {
+PureValueRef CachedTypeQuery::getType(const Port &port, const RefChain &refChain) const {
     mCache.setBlock(port.getBlock(), refChain);
     return mCache.getTypePort(port.getName());
 }
 
-PureValueRef CachedTypeQuery::getType(const Port *port, const RefChain &refChain) {
+PureValueRef CachedTypeQuery::getType(const Port *port, const RefChain &refChain) const {
     return port != nullptr ? getType(*port, refChain) : PureValueRef();
 }
 

@@ -333,14 +333,6 @@ template <Relation relation> void runCompare(Word *words, const Op &op) {
     words[op.out.at] = holds ? 1 : 0;
 }
 
-template <bool larger> void runExtreme(Word *words, const Op &op) {
-    const Float a = load(words, op.in[0], keepsSubnormals(op));
-    const Float b = load(words, op.in[1], keepsSubnormals(op));
-    const bool second = (larger ? mpfr_greater_p(b.get(), a.get()) : mpfr_less_p(b.get(), a.get())) != 0;
-    Float out(second ? b : a);
-    store(words, op.out, out, 0, MPFR_RNDN, keepsSubnormals(op));
-}
-
 /// To the places that the format has for the number, ties away from zero: half a unit of the last place is added, and
 /// what lies below that place is cut.
 int roundedAway(const Op &op, Float &out, const Float &exact) {
@@ -607,8 +599,6 @@ Kernel floatCompareKernel(Relation relation) {
     }
     return nullptr;
 }
-
-Kernel floatExtremeKernel(bool larger) { return larger ? runExtreme<true> : runExtreme<false>; }
 
 Kernel floatConvertKernel() { return runConvert; }
 

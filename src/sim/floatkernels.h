@@ -78,8 +78,6 @@ ORVO_API int floatAux(const FloatMode &mode);
 ORVO_API Kernel floatKernel();
 /// One bit; comparisons with what is no number are false, but for "not equal".
 ORVO_API Kernel floatCompareKernel(Relation relation);
-/// Input 1 if it is truly less (or, if `larger`, greater) than input 0, else input 0.
-ORVO_API Kernel floatExtremeKernel(bool larger);
 /// The bits of a number, rounded to nearest, ties to even.
 ORVO_API std::vector<std::uint64_t> floatBits(const NumberValueRef &number, std::uint32_t width,
                                               std::uint32_t exponent);

@@ -218,9 +218,33 @@ void writeAddSub(BlockWriter &writer) {
     }
 }
 
+void emitFloatCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relation) {
+    writer.emit(
+        out, 0, {floatOperand(writer, a), floatOperand(writer, b)},
+        [relation](const Op &) { return floatCompareKernel(relation); }, floatAux(floatModeOf(writer)));
+}
+
+/// The same as a bit of its own.
+Leaf floatBit(BlockWriter &writer, Leaf a, Leaf b, Relation relation) {
+    const Leaf made = writer.temporary({1, 0, false, false});
+    emitFloatCompare(writer, made, a, b, relation);
+    return made;
+}
+
+Leaf inType(BlockWriter &writer, const ScalarType &type, Leaf value) {
+    const Leaf same = writer.temporary(type);
+    writer.convert(same, value);
+    return same;
+}
+
+/// The first of two if it is the smaller, or the larger, or both are equal; else, and beside NaN, the second. Its bits
+/// pass as they are.
 Leaf extremeOf(BlockWriter &writer, const ScalarType &type, bool larger, Leaf a, Leaf b) {
+    const Leaf first = inType(writer, type, a);
+    const Leaf second = inType(writer, type, b);
+    const Leaf wins = floatBit(writer, larger ? first : second, larger ? second : first, Relation::GreaterEqual);
     const Leaf best = writer.temporary(type);
-    emitFloat(writer, best, {a, b}, floatExtremeKernel(larger), floatAux(floatModeOf(writer)));
+    emitMux(writer, best, wins, {second, first});
     return best;
 }
 
@@ -287,19 +311,12 @@ void writeDim(BlockWriter &writer) {
     if (const Signal out = writer.out(); out.known()) {
         forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
             const ScalarType type = writer.scalar(leaf);
-            const Leaf difference =
-                apply(writer, type, FloatFunction::Sub,
-                      {partOrZero(writer, in[0], lane, part), partOrZero(writer, in[1], lane, part)});
-            writer.alias(leaf, extremeOf(writer, type, true, difference, writer.temporary(type)));
+            const Leaf a = inType(writer, type, partOrZero(writer, in[0], lane, part));
+            const Leaf b = inType(writer, type, partOrZero(writer, in[1], lane, part));
+            const Leaf difference = apply(writer, type, FloatFunction::Sub, {a, b});
+            emitMux(writer, leaf, floatBit(writer, a, b, Relation::Less), {difference, writer.temporary(type)});
         });
     }
-}
-
-/// A bit from the comparison of two floats.
-void emitFloatCompare(BlockWriter &writer, Leaf out, Leaf a, Leaf b, Relation relation) {
-    writer.emit(
-        out, 0, {floatOperand(writer, a), floatOperand(writer, b)},
-        [relation](const Op &) { return floatCompareKernel(relation); }, floatAux(floatModeOf(writer)));
 }
 
 /// The input of the smaller or the larger magnitude; of equal ones the negative, or the one that is not.
@@ -311,25 +328,14 @@ template <bool larger> void writeMagnitude(BlockWriter &writer) {
     }
     forEachScalar(out, [&](std::uint32_t lane, std::uint32_t part, Leaf leaf) {
         const ScalarType type = writer.scalar(leaf);
-        const auto bit = [&](Leaf a, Leaf b, Relation relation) {
-            const Leaf made = writer.temporary({1, 0, false, false});
-            emitFloatCompare(writer, made, a, b, relation);
-            return made;
-        };
-        const auto inType = [&](const Signal &signal) {
-            const Leaf same = writer.temporary(type);
-            writer.convert(same, partOrZero(writer, signal, lane, part));
-            return same;
-        };
-        Leaf best = inType(in[0]);
+        Leaf best = inType(writer, type, partOrZero(writer, in[0], lane, part));
         for (std::size_t i = 1; i < in.size(); ++i) {
-            const Leaf next = inType(in[i]);
+            const Leaf next = inType(writer, type, partOrZero(writer, in[i], lane, part));
             const Leaf m = apply(writer, type, FloatFunction::Abs, {best});
             const Leaf n = apply(writer, type, FloatFunction::Abs, {next});
-            const Leaf beyond = larger ? bit(m, n, Relation::Less) : bit(n, m, Relation::Less);
-            const Leaf isNegative = emitSlice(writer, next, type.width - type.unused - 1, 1);
-            const Leaf bySign = larger ? emitBit(writer, Logic::And, {isNegative}, true) : isNegative;
-            const Leaf tie = emitBit(writer, Logic::And, {bit(m, n, Relation::Equal), bySign});
+            const Leaf beyond = floatBit(writer, larger ? m : n, larger ? n : m, Relation::Less);
+            const Leaf isNegative = emitSlice(writer, larger ? best : next, type.width - type.unused - 1, 1);
+            const Leaf tie = emitBit(writer, Logic::And, {floatBit(writer, m, n, Relation::Equal), isNegative});
             const Leaf chosen = writer.temporary(type);
             emitMux(writer, chosen, emitBit(writer, Logic::Or, {beyond, tie}), {best, next});
             best = chosen;
