@@ -4,6 +4,7 @@
 
 #include "driver/loweredelements.h"
 #include "driver/wiringelements.h"
+#include "orvo/pipeinput.h"
 
 #include <orvo/block.h>
 #include <orvo/corevalues.h>
@@ -461,9 +462,17 @@ class Tracer {
                                       (signal.isPort ? isOf(*made.block, kUnpacks) : isOf(*made.block, kPacks));
                 if (isItsOwn) {
                     addAll(made, signal.isPort, true, places);
+                } else if (key->value == signal.name && bringsResult(made, signal)) {
+                    addAll(made, false, false, places);
+                    places.back().inner = innerNumbers(made);
                 }
             } else if (isInPlace(made) && !addScalars(made, signal, places)) {
+                const std::size_t known = places.size();
                 addMatching(made, signal, places);
+                const PureValueRef input = places.size() == known ? inputOfPipe(signal) : PureValueRef();
+                if (input) {
+                    addMatching(made, {signal.block, input, false}, places);
+                }
             }
         }
         if (places.empty() && isOf(source, kRouting)) {
@@ -483,6 +492,23 @@ class Tracer {
         }
         std::stable_partition(places.begin(), places.end(), [](const Place &place) { return place.isJoint; });
         return places;
+    }
+
+    /// Where a pair of a pack and an unpack went, what each output of the unpack had as its type is brought about by a
+    /// block of its own, where that was another than its source's.
+    static bool bringsResult(const Made &made, const SignalName &signal) {
+        const Value *type = made.block->type();
+        return !signal.isPort && isOf(*signal.block, kUnpacks) &&
+               (type == A_CAST_BLOCK.get_ptr() || type == A_TYPE_PIN_BLOCK.get_ptr());
+    }
+
+    /// The elements of a pipe's main output have the name of the input that it gives on. Null for all else.
+    static PureValueRef inputOfPipe(const SignalName &signal) {
+        const bool isOfPipe = !signal.isPort && signal.name == A_PRIM_WIRE_OUT;
+        const Port *input = isOfPipe && signal.block->type() == A_PIPE_BLOCK.get_ptr()
+                                ? internal::pipeInput(*signal.block, signal.name)
+                                : nullptr;
+        return input == nullptr ? PureValueRef() : input->getName();
     }
 
     /// A scheduled model may have a scalar of the name that a compound signal had. False if it is no such model, or

@@ -432,3 +432,16 @@ is v.1 '(q 1).primWireOut: element 1'
 has out 'what it read: element 1 of member 0'
 is u.1 'p_vunroll.0: in its place (vunroll), element 0
 p_vunroll.1: in its place (vunroll), element 1'
+
+# The lanes of a pipe's main output have the name of the input that it gives on.
+nested "(typeVector 2 $small)" "$(block w pipeBlock "$(param 0 '[/top/q/primWireOut]')<wire name=\"primWireOut\"/>")" \
+    "$(param x '[/top/w/primWireOut]')"
+is w.primWireOut 'w.(0 0): element 0
+w.(0 1): element 1'
+
+# What a pack narrows is what the cast in its place makes of it, and not what went in.
+nested "$small" "$(block r multBlock "$(param 0 '[/top/q/primWireOut]')$(param 1 '[/top/q/primWireOut]')<wire name=\"primWireOut\"/>")
+    $(block pack vpackBlock "$(param 0 '[/top/r/primWireOut]')$(param 1 '[/top/q/primWireOut]')<wire name=\"vpackWireOut\"/>")
+    $(unpack u v pack/vpackWireOut '0 1')" "$(param x '[/top/u/0]')$(param y '[/top/u/1]')"
+is u.0 '((u 0) unpackCast).primWireOut: at 0, beside it (unpackCast)'
+is u.1 'q.primWireOut'
