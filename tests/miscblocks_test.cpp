@@ -11,6 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include <string>
 #include <utility>
 
@@ -67,6 +72,33 @@ TEST(MiscTypes, passASignalThroughOnePipeSeveralTimes) {
         for (const PureValueRef &name : {value(kOut), value("a"), value("b")}) {
             EXPECT_EQ(types.getType(pipe.getWire(name), {}), value(typeText("s4.0"))) << name->toString();
         }
+    }
+}
+
+TEST(MiscTypes, passASignalThroughOneStallRegisterSeveralTimes) {
+    // Data may go on as a condition, and a condition as data, in whichever order the register has them.
+    for (const bool isReversed : {false, true}) {
+        ContextMgr mgr;
+        const auto value = [&](const std::string &text) { return PureValueRef(Value::parse(text, mgr.context())); };
+        Design design(mgr.context());
+        Model &model = *Model::create(design, "m");
+        Block &source = *Block::create(model, "source", A_TYPE_PIN_BLOCK);
+        source.setParam(A_TYPE_PIN_TYPE, value(typeText("u1.0")));
+        Block &reg = *Block::create(model, "register", A_STALLREG_BLOCK);
+        std::vector<std::pair<std::string, std::string>> way = {
+            {"(stallregPortkeyDataBack 1)", "(stallregWirekeyDataFront 1)"},
+            {"(stallregPortkeyValidBack 0)", "(stallregWirekeyValidFront 0)"},
+            {"(stallregPortkeyDataBack 0)", "(stallregWirekeyDataFront 0)"}};
+        if (isReversed) {
+            std::reverse(way.begin(), way.end());
+        }
+        Wire *before = Wire::create(source, A_PRIM_WIRE_OUT);
+        for (const auto &[port, wire] : way) {
+            reg.setParam(value(port), *before);
+            before = Wire::create(reg, value(wire));
+        }
+        GlobalTypePass types;
+        EXPECT_EQ(types.getType(*before, {}), value(typeText("u1.0"))) << isReversed;
     }
 }
 

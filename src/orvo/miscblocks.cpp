@@ -109,12 +109,24 @@ void setBooleanWires(TypeInferAPI2 &api, std::initializer_list<const StaticStrin
     }
 }
 
-/// The type of each port (`portKey` i) on the wire (`wireKey` i).
-void passByNumber(TypeInferAPI2 &api, const StaticString &portKey, const StaticString &wireKey) {
-    for (const Port &port : api.getBlock().ports()) {
+struct NumberedPass {
+    const StaticString &portKey;
+    const StaticString &wireKey;
+};
+
+/// The type of each port (`portKey` i) on the wire (`wireKey` i). What that tells other ports of the block is told on:
+/// a block may read itself.
+void passByNumber(TypeInferAPI2 &api, std::initializer_list<NumberedPass> passes) {
+    for (const Port &port : api.iterateNewlySetPorts()) {
         const PureTupleValueRef key = pureTupleVR(port.getName());
-        if (key && key->size() == 2 && key->at(0) == portKey) {
-            api.setWireType(PureTupleValue::get(wireKey, key->at(1), contextOf(api)), api.getPortType(port.getName()));
+        if (!key || key->size() != 2) {
+            continue;
+        }
+        for (const NumberedPass &pass : passes) {
+            if (key->at(0) == pass.portKey) {
+                api.setWireType(PureTupleValue::get(pass.wireKey, key->at(1), contextOf(api)),
+                                api.getPortType(port.getName()));
+            }
         }
     }
 }
@@ -128,7 +140,7 @@ class StallEnterTypeHandler final : public NewlySetTypeHandler {
                               &A_STALLENTER_WIRE_EMPTY_FRONT, &A_STALLENTER_WIRE_ALMOST_EMPTY_FRONT});
     }
     void inferForward(TypeInferAPI2 &api) const override {
-        passByNumber(api, A_STALLENTER_PORTKEY_DATA_BACK, A_STALLENTER_WIREKEY_DATA_FRONT);
+        passByNumber(api, {{A_STALLENTER_PORTKEY_DATA_BACK, A_STALLENTER_WIREKEY_DATA_FRONT}});
     }
 };
 
@@ -141,7 +153,7 @@ class StallExitTypeHandler final : public NewlySetTypeHandler {
                               &A_STALLEXIT_WIRE_EMPTY_FRONT, &A_STALLEXIT_WIRE_ALMOST_EMPTY_FRONT});
     }
     void inferForward(TypeInferAPI2 &api) const override {
-        passByNumber(api, A_STALLEXIT_PORTKEY_DATA_BACK, A_STALLEXIT_WIREKEY_DATA_FRONT);
+        passByNumber(api, {{A_STALLEXIT_PORTKEY_DATA_BACK, A_STALLEXIT_WIREKEY_DATA_FRONT}});
     }
 };
 
@@ -152,8 +164,8 @@ class StallRegTypeHandler final : public NewlySetTypeHandler {
         setBooleanWires(api, {&A_STALLREG_WIRE_STALL_BACK});
     }
     void inferForward(TypeInferAPI2 &api) const override {
-        passByNumber(api, A_STALLREG_PORTKEY_VALID_BACK, A_STALLREG_WIREKEY_VALID_FRONT);
-        passByNumber(api, A_STALLREG_PORTKEY_DATA_BACK, A_STALLREG_WIREKEY_DATA_FRONT);
+        passByNumber(api, {{A_STALLREG_PORTKEY_VALID_BACK, A_STALLREG_WIREKEY_VALID_FRONT},
+                           {A_STALLREG_PORTKEY_DATA_BACK, A_STALLREG_WIREKEY_DATA_FRONT}});
     }
 };
 
@@ -163,7 +175,7 @@ class StallEnableTypeHandler final : public NewlySetTypeHandler {
         setBooleanWires(api, {&A_STALLENABLE_WIRE_ENABLE, &A_STALLENABLE_WIRE_STALL_BACK});
     }
     void inferForward(TypeInferAPI2 &api) const override {
-        passByNumber(api, A_STALLENABLE_PORTKEY_VALID_BACK, A_STALLENABLE_WIREKEY_VALID_FRONT);
+        passByNumber(api, {{A_STALLENABLE_PORTKEY_VALID_BACK, A_STALLENABLE_WIREKEY_VALID_FRONT}});
     }
 };
 
