@@ -111,10 +111,8 @@ std::vector<std::string> presetNames() {
     text << in.rdbuf();
     std::vector<Preset> presets;
     parsePipelines(text.str(), ContextMgr::get(), presets);
-    std::vector<std::string> names;
-    for (const Preset &preset : presets) {
-        names.push_back(preset.name);
-    }
+    std::vector<std::string> names(presets.size());
+    std::transform(presets.begin(), presets.end(), names.begin(), [](const Preset &preset) { return preset.name; });
     return names;
 }
 

@@ -457,14 +457,8 @@ class Tracer {
             const auto key = std::find_if(made.steps.begin(), made.steps.end(),
                                           [](const NameStep &step) { return step.kind == NameStep::Kind::Port; });
             if (key != made.steps.end()) {
-                // A pack behind a wire, an unpack in front of a port.
-                const bool isItsOwn = key->value == signal.name &&
-                                      (signal.isPort ? isOf(*made.block, kUnpacks) : isOf(*made.block, kPacks));
-                if (isItsOwn) {
-                    addAll(made, signal.isPort, true, places);
-                } else if (key->value == signal.name && bringsResult(made, signal)) {
-                    addAll(made, false, false, places);
-                    places.back().inner = innerNumbers(made);
+                if (key->value == signal.name) {
+                    addBeside(made, signal, places);
                 }
             } else if (isInPlace(made) && !addScalars(made, signal, places)) {
                 const std::size_t known = places.size();
@@ -494,12 +488,18 @@ class Tracer {
         return places;
     }
 
+    /// What a block made at the signal tells: a pack behind a wire and an unpack in front of a port are all of it.
     /// Where a pair of a pack and an unpack went, what each output of the unpack had as its type is brought about by a
     /// block of its own, where that was another than its source's.
-    static bool bringsResult(const Made &made, const SignalName &signal) {
+    static void addBeside(const Made &made, const SignalName &signal, std::vector<Place> &places) {
         const Value *type = made.block->type();
-        return !signal.isPort && isOf(*signal.block, kUnpacks) &&
-               (type == A_CAST_BLOCK.get_ptr() || type == A_TYPE_PIN_BLOCK.get_ptr());
+        const bool brings = type == A_CAST_BLOCK.get_ptr() || type == A_TYPE_PIN_BLOCK.get_ptr();
+        if (signal.isPort ? isOf(*made.block, kUnpacks) : isOf(*made.block, kPacks)) {
+            addAll(made, signal.isPort, true, places);
+        } else if (!signal.isPort && isOf(*signal.block, kUnpacks) && brings) {
+            addAll(made, false, false, places);
+            places.back().inner = innerNumbers(made);
+        }
     }
 
     /// The elements of a pipe's main output have the name of the input that it gives on. Null for all else.

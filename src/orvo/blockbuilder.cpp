@@ -137,7 +137,7 @@ NumTypeSpec scalarOf(NumTypeSpec type) {
     return type;
 }
 
-NumTypeSpec likeScalar(NumTypeSpec shape, const NumTypeSpec &scalar) {
+NumTypeSpec likeScalar(const NumTypeSpec &shape, const NumTypeSpec &scalar) {
     NumTypeSpec made = scalarOf(scalar);
     made.mergeDecors(shape);
     return made;

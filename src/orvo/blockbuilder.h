@@ -74,6 +74,6 @@ class ORVO_API BlockBuilder {
 /// A type without its vectors and its being complex: what type parameters tell of, to which the inputs add these.
 ORVO_API NumTypeSpec scalarOf(NumTypeSpec type);
 /// A type's scalar on the vectors and parts of another.
-ORVO_API NumTypeSpec likeScalar(NumTypeSpec shape, const NumTypeSpec &scalar);
+ORVO_API NumTypeSpec likeScalar(const NumTypeSpec &shape, const NumTypeSpec &scalar);
 
 } // namespace orvo::internal

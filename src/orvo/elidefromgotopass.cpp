@@ -64,7 +64,7 @@ std::vector<Block *> blocksOfType(Model &model, const StaticString &type) {
 /// Null, after a message, for a block without a tag that is a pure value.
 PureValueRef tagOf(Block &block, msg::Error missing, msg::Error bad) {
     const ValueRef value = block.getParam(A_GOTO_TAG);
-    const PureValueRef tag(value);
+    PureValueRef tag(value);
     if (!value) {
         log::msg(missing, log::p("block", block.value()));
     } else if (!tag) {

@@ -338,7 +338,7 @@ bool continuesName(const PureValueRef &name, const PureValueRef &source, std::ve
 }
 
 std::string describe(const NameStep &step) {
-    const std::string value = step.value->toString();
+    std::string value = step.value->toString();
     switch (step.kind) {
     case Kind::Copy:
         return "copied out of model " + value;

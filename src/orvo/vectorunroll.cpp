@@ -194,9 +194,7 @@ void BlockUnrollerImpl::note(const VectorDecorSpec &vectors, VectorUnrollKind ki
 }
 
 VectorDecorSpec BlockUnrollerImpl::lanesOf(VectorUnrollKind kind, const VectorDecorSpec &own) const {
-    const VectorDecorSpec lanes = kind == VectorUnrollKind::Whole ? scalar()
-                                  : kind == VectorUnrollKind::Own ? own
-                                                                  : mMerged;
+    VectorDecorSpec lanes = kind == VectorUnrollKind::Whole ? scalar() : kind == VectorUnrollKind::Own ? own : mMerged;
     ORVO_ASSERT(lanes.valid() && own.valid(), "a block of unknown types is taken apart");
     return lanes;
 }

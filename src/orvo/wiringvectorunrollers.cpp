@@ -82,7 +82,7 @@ class VecConcatUnroller final : public WiringVectorUnroller {
         Wire &whole = *Wire::create(pack, A_VPACK_WIRE_OUT);
         std::size_t next = 0;
         const auto put = [&](Wire &element, const PureValueRef &type) {
-            const PureValueRef key = numberOf(next++);
+            PureValueRef key = numberOf(next++);
             const PureValueRef name = PureTupleValue::get(pack.getName(), key, pack.getContext());
             pack.setParam(key, mElement ? spread(name, element, type, mElement) : element);
             return key;
