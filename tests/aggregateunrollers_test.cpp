@@ -621,7 +621,7 @@ class AggregateFaultsTest : public AggregateUnrollersTest {
     Block &delay = *model.getBlock(value("block"));
     Port &port = *delay.getPort(value("0"));
     Wire &wire = *delay.getWire(A_PRIM_WIRE_OUT);
-    const AggregateTypeManager manager;
+    const AggregateTypeManager manager{};
 };
 
 TEST_F(AggregateFaultsTest, endWithAMemberThatARecordDoesNotHave) {
