@@ -387,7 +387,7 @@ class DesignBuilder {
                 for (std::size_t i = 0; i < repeats; ++i) {
                     addInput(keyed(pin, i), pin.role);
                 }
-            } else if (!pin.isOptional || chooser.chance(1, 2)) {
+            } else if (!pin.isOptional || isAddress(pin) || chooser.chance(1, 2)) {
                 addInput(pin.key, pin.role);
             }
         };
@@ -536,6 +536,11 @@ class DesignBuilder {
         return trial;
     }
 
+    /// Which entry is written at no address is as unknown as it gets, and another one in each memory that this one
+    /// comes apart into.
+    static bool isAddress(const PinShape &pin) {
+        return pin.key == A_DUAL_MEM_PORT_ADDR1 || pin.key == A_DUAL_MEM_PORT_ADDR2;
+    }
     static bool isPack(const BlockShape &shape) { return shape.type == A_CPACK_BLOCK || shape.type == A_VPACK_BLOCK; }
     static bool isUnequal(const Plan &plan) {
         const bool packs = isPack(*plan.shape);
