@@ -253,8 +253,8 @@ void markBlocks(Design &design, std::uint32_t marks) {
 bool isRefusal(const std::string &message) {
     constexpr const char *known[] = {
         "UNCOMPLEX_INVALID_EXPAND_TYPE some of its data are complex and some are real",
-        "UNCOMPLEX_INVALID_EXPAND_TYPE no scalar product of vectors of real floats adds in the order of that of "
-        "complex ones",
+        ("UNCOMPLEX_INVALID_EXPAND_TYPE no scalar product of vectors of real floats adds in the order of that of "
+         "complex ones"),
         "UNCOMPLEX_INVALID_EXPAND_TYPE a control or an address is complex",
         "UNCOMPLEX_INVALID_EXPAND_TYPE its type computes on real numbers alone",
         "UNVEC_INVALID_EXPAND_TYPE it joins several vectors",
