@@ -4,6 +4,7 @@
 #include "support/cataloguefindings.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
+#include "support/printedmessages.h"
 #include "support/randomdesigns.h"
 #include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
@@ -288,27 +289,15 @@ TEST_F(DecomposeCompositeTest, movesBoundariesOfDomains) {
                   " 0)) (" + std::string(A_SCHEDULE_DOMAIN_END.text()) + " d ((abs mux) " + tag + " primWireOut)))");
 }
 
-struct Listener final : ContextListener {
-    void onMessage(int severity, const char *tag, const log::LogParams &params) override {
-        std::string line = std::to_string(severity) + " " + tag;
-        for (const auto &[name, text] : params) {
-            line += " " + name + "=" + text;
-        }
-        std::cerr << line << '\n';
-    }
-};
-
 TEST_F(DecomposeCompositeTest, tellsOfABlockWithAnObjectWithoutATypeAndEnds) {
     handle(A_SQRT_BLOCK, nullptr, [](Block &, const CachedTypeQuery &, const RefChain &) { throw std::bad_typeid(); });
     output(model, "o", out(unary(model, "r", "sqrtBlock", input(model, "a", "s6.0"))));
-    Listener listener;
-    mgr.context()->setListener(&listener);
+    const test::PrintedMessages printed(mgr.context());
     PassScheduler scheduler;
     scheduler.addPass("DecomposeCompositePass");
     EXPECT_EXIT(scheduler.apply(design), ::testing::ExitedWithCode(1),
                 "0 BAD_TYPEID_WITH_BLOCK_INFO blockName=r blockType=sqrtBlock exception=std::bad_typeid "
                 "relatingTo=decompose composite handler");
-    mgr.context()->setListener(nullptr);
 }
 
 // Designs by chance.

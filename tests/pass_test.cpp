@@ -1,6 +1,8 @@
 // Requests, their expansion, the run, and the bases of passes.
 #include <orvo/pass.h>
 
+#include "support/printedmessages.h"
+
 #include <orvo/annotation.h>
 #include <orvo/block.h>
 #include <orvo/context.h>
@@ -223,25 +225,13 @@ TEST_F(PassTest, passesAnExceptionToTheClientAndKeepsWhatWasDone) {
     EXPECT_EQ(design.size(), 1U);
 }
 
-struct Listener final : ContextListener {
-    void onMessage(int severity, const char *tag, const log::LogParams &params) override {
-        std::string line = std::to_string(severity) + " " + tag;
-        for (const auto &[name, text] : params) {
-            line += " " + name + "=" + text;
-        }
-        std::cerr << line << '\n';
-    }
-};
-
 TEST_F(PassTest, reportsAnObjectWithoutATypeAndEnds) {
-    Listener listener;
-    mgr.context()->setListener(&listener);
+    const test::PrintedMessages printed(mgr.context());
     gBodies["TestPassA"] = [](PassContext &, const Pass &) { throw std::bad_typeid(); };
     PassScheduler scheduler;
     scheduler.addPass("TestPassA");
     EXPECT_EXIT(scheduler.apply(design), ::testing::ExitedWithCode(1),
                 "0 BAD_TYPEID_WITH_PASS_INFO exception=std::bad_typeid passName=TestPassA");
-    mgr.context()->setListener(nullptr);
 }
 
 ResourceUsageAndLatencyHelper *gNone = nullptr;

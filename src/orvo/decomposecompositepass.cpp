@@ -1,6 +1,7 @@
 // Composite blocks become primitives, in rounds: blocks that handlers make are looked at in the next one.
 #include "orvo/decomposecompositepass.h"
 
+#include "orvo/domainedges.h"
 #include "orvo/metadatasection.h"
 #include "orvo/rewrittenpoints.h"
 #include "orvo/unrollpasses.h"
@@ -128,10 +129,8 @@ void DecomposeCompositePass::Run::apply(ModelPassContext &context, bool movesMet
     if (mChosen.of(model).empty()) {
         return;
     }
-    const std::unordered_set<const Value *> signposts = internal::RewrittenPoints::signposts(model);
-    const auto hasPoints = [&](const Block &block) {
-        return internal::hasReferencePoints(block) || signposts.count(block.getName().get_ptr()) != 0;
-    };
+    const internal::DomainEdgeBlocks edged(model);
+    const auto hasPoints = [&](const Block &block) { return internal::hasReferencePoints(block) || edged.has(block); };
     std::vector<RefChain> withPoints;
     std::optional<internal::RewrittenPoints> points;
     const RefChain refChain = mInstances.at(&model).front();

@@ -4,7 +4,6 @@
 #include <orvo/block.h>
 #include <orvo/corevalues.h>
 #include <orvo/design.h>
-#include <orvo/latencyconstraints.h>
 #include <orvo/pass.h>
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
@@ -13,23 +12,7 @@
 
 namespace orvo::internal {
 
-namespace {
-
 using BlockCallback = util::Function<void(Block &)>;
-
-std::vector<ValueRef> partsOf(const ValueRef &value) {
-    const TupleValueRef tuple = tupleVR(value);
-    return tuple ? std::vector<ValueRef>(tuple->begin(), tuple->end()) : std::vector<ValueRef>();
-}
-
-/// (block, port or wire tag, key) of a boundary (begin or end, domain, signpost); empty for anything else.
-std::vector<ValueRef> signpostOf(const ValueRef &boundary) {
-    const std::vector<ValueRef> parts = partsOf(boundary);
-    const std::vector<ValueRef> place = parts.size() == 3 ? partsOf(parts[2]) : std::vector<ValueRef>();
-    return place.size() == 3 ? place : std::vector<ValueRef>();
-}
-
-} // namespace
 
 const std::string &RewrittenPoints::Notifier::getSuffix() const {
     static const std::string none;
@@ -42,22 +25,7 @@ RewrittenPoints::RewrittenPoints(const PassContext &context, Model &model, const
     mUpdater.setupUnrollerNotifier(&mNotifier);
 }
 
-RewrittenPoints::~RewrittenPoints() {
-    end();
-    moveSignposts();
-}
-
-std::unordered_set<const Value *> RewrittenPoints::signposts(const Model &model) {
-    std::unordered_set<const Value *> blocks;
-    if (model.findParam(A_SYNTH_SCHEDULE_DOMAINS) != nullptr) {
-        for (const ValueRef &boundary : partsOf(model.getParam(A_SYNTH_SCHEDULE_DOMAINS))) {
-            if (const std::vector<ValueRef> place = signpostOf(boundary); !place.empty()) {
-                blocks.insert(place[0].get_ptr());
-            }
-        }
-    }
-    return blocks;
-}
+RewrittenPoints::~RewrittenPoints() { end(); }
 
 void RewrittenPoints::hook(bool on) {
     EventManager &events = mModel.getDesign().events();
@@ -152,36 +120,6 @@ void RewrittenPoints::tellPort(const PureValueRef &name, const Wire *driver) con
         if (const Block *block = mModel.getBlock(reader.block)) {
             mNotifier.notifyUnrollPort(*mBlock, name, *block, reader.port);
         }
-    }
-}
-
-void RewrittenPoints::moveSignposts() const {
-    if (mModel.findParam(A_SYNTH_SCHEDULE_DOMAINS) == nullptr) {
-        return;
-    }
-    Context *context = mModel.getContext();
-    std::vector<ValueRef> moved;
-    bool changed = false;
-    for (const ValueRef &boundary : partsOf(mModel.getParam(A_SYNTH_SCHEDULE_DOMAINS))) {
-        const std::vector<ValueRef> place = signpostOf(boundary);
-        const PureTupleValueRef point =
-            place.empty() ? PureTupleValueRef()
-                          : PureTupleValue::get(PureValueRef(place[0]), PureValueRef(place[2]), context);
-        const auto now =
-            point ? mUpdater.mapping().latestPoints(point, place[1] == A_PORT_TAG) : std::vector<PureTupleValueRef>();
-        if (now.empty()) {
-            moved.push_back(boundary);
-            continue;
-        }
-        changed = true;
-        const std::vector<ValueRef> parts = partsOf(boundary);
-        for (const PureTupleValueRef &at : now) {
-            const ValueRef signpost = TupleValue::get(ValueRef(at->at(0)), place[1], ValueRef(at->at(1)), context);
-            moved.push_back(TupleValue::get(parts[0], parts[1], signpost, context));
-        }
-    }
-    if (changed) {
-        mModel.setParam(A_SYNTH_SCHEDULE_DOMAINS, TupleValue::get(std::move(moved), context));
     }
 }
 

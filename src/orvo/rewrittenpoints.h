@@ -4,7 +4,6 @@
 #include <orvo/compoundportcorrespondence.h>
 #include <orvo/model.h>
 
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -26,9 +25,6 @@ class RewrittenPoints {
     ~RewrittenPoints();
     RewrittenPoints(const RewrittenPoints &) = delete;
     RewrittenPoints &operator=(const RewrittenPoints &) = delete;
-
-    /// The names of the blocks of a model at which boundaries of domains stand.
-    static std::unordered_set<const Value *> signposts(const Model &model);
 
     /// Around the replacement of one block.
     void begin(Block &block);
@@ -54,7 +50,6 @@ class RewrittenPoints {
     void onBlockDying(Block &block);
     void tell() const;
     void tellPort(const PureValueRef &name, const Wire *driver) const;
-    void moveSignposts() const;
 
     Model &mModel;
     NetlistReferencePointsUpdater mUpdater;
