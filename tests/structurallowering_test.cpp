@@ -1,6 +1,6 @@
 // All structural passes together: designs by chance compute the same behind each pass and each order of them, nothing
 // compound is left, and every kind of block is met.
-#include "support/lowering.h"
+#include "support/loweringbychance.h"
 
 #include "orvo/aggregateunrollers.h"
 #include "orvo/complexunrollers.h"
@@ -17,68 +17,19 @@
 #include <orvo/xmlservices.h>
 
 #include <gtest/gtest.h>
-#include <rapidcheck.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <limits>
 #include <map>
 #include <set>
 #include <span>
-#include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace orvo {
 namespace {
-
-std::string textOf(const Design &design) {
-    std::ostringstream out;
-    XMLServices().toXML(out, design);
-    return out.str();
-}
-
-/// What the designs of a run were.
-struct Tried {
-    std::size_t all = 0;
-    std::size_t withRefusals = 0;
-};
-
-void computesTheSame(gen::DesignGenerator &generator, Tried &tried) {
-    const test::Route &route = test::routes()[*rc::gen::inRange<std::size_t>(0, test::routes().size()).as("route")];
-    const std::vector<gen::Recipe> recipes = *test::recipes(60);
-    const auto marks = *rc::gen::inRange<std::uint32_t>(0, std::numeric_limits<std::uint32_t>::max());
-    const auto before = generator.make(recipes);
-    const auto lowered = generator.make(recipes);
-    RC_PRE(test::tagsMeet(*generator.make(recipes)));
-    ++tried.all;
-    test::markModels(*lowered, marks);
-    test::markBlocks(*lowered, marks);
-    RC_LOG() << route.name << "\n";
-    PassSchedulerState state;
-    test::LoweringNotes notes;
-    auto holds = test::lower(*lowered, route.passes, state, notes);
-    tried.withRefusals += notes.refusals.empty() ? 0 : 1;
-    if (holds && route.everything && notes.refusals.empty()) {
-        holds = test::isFlatAndPlain(*before, *lowered);
-    }
-    if (holds) {
-        holds = test::boundariesAreAsMapped(*before, *lowered, state);
-    }
-    if (holds) {
-        sim::CompareOptions options;
-        options.cycles = 24;
-        options.streams = 1;
-        holds = test::sameBehaviour(*before, *lowered, "top", options);
-    }
-    if (!holds) {
-        RC_LOG() << holds.message() << "\n" << textOf(*before);
-    }
-    RC_ASSERT(static_cast<bool>(holds));
-}
 
 /// The model that no other instantiates.
 PureValueRef topOf(const Design &design) {
@@ -139,22 +90,9 @@ TEST(StructuralLowering, lowersTheExamplesInEveryOrderOfThePasses) {
     EXPECT_GE(lowerings, 4 * examples);
 }
 
-// Twenty times as many as of other properties: 2,000, or RC_PARAMS=max_success=10000 for 200,000. Few designs hold what
-// cannot come apart.
+// Few designs hold what cannot come apart.
 TEST(StructuralLowering, leavesDesignsAsTheyComputeInEveryOrderOfThePasses) {
-    constexpr int kTimes = 20;
-    ContextMgr mgr;
-    gen::DesignGenerator generator(mgr.context());
-    rc::detail::TestParams params = rc::detail::configuration().testParams;
-    params.maxSuccess *= kTimes;
-    rc::detail::TestMetadata metadata;
-    metadata.id = metadata.description = "structural lowering";
-    Tried tried;
-    const auto result = rc::detail::checkTestable([&] { computesTheSame(generator, tried); }, metadata, params);
-    std::ostringstream text;
-    rc::detail::printResultMessage(result, text);
-    EXPECT_TRUE(result.template is<rc::detail::SuccessResult>()) << text.str();
-    std::printf("%zu designs, %zu with blocks that stay whole\n", tried.all, tried.withRefusals);
+    const test::Tried tried = test::lowerByChance("structural lowering", test::routes());
     EXPECT_LE(20 * tried.withRefusals, 200 + tried.all);
 }
 

@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
-"""Plants mistakes into the simulator, one at a time, and shows which tests catch each.
+"""Plants mistakes into the simulator and the passes, one at a time, and shows which tests catch each.
 
-usage: tools/mutants.py [BUILD] [--only TEXT]    builds each mutant in a scratch folder and runs the tests against it
-       tools/mutants.py --check                  only shows that each mistake can be planted in today's sources
+usage: tools/mutants.py [BUILD] [--table NAME] [--only TEXT]    builds each mutant in a scratch folder and runs the
+                                                                tests against it
+       tools/mutants.py --check                                 only shows that each mistake can be planted in today's
+                                                                sources
 
 BUILD is a built tree, build/release by default. A mistake that no test catches is a survivor; the exit code tells.
 """
@@ -20,23 +22,41 @@ import tempfile
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-TABLE = ROOT / "tests/mutants/simulator.txt"
-SOURCES = ROOT / "src/sim"
-LIBRARY = "liborvo_sim.so"
-
-# What passes the first tests is shown to the longer ones.
-STAGES = [
-    "SimulatorTest*:MemoryRowsTest*:UnknownBits*:Kernels*:WideKernels*:CompareTest*",
-    "EveryFixed*:EveryInteger*",
-    "FloatKernels*",
-    "EveryHalf*:EveryTiny*:*Floats*",
-]
 LEAST_MUTANTS = 20
 SECONDS_FOR_TESTS = 120
 
 
 @dataclasses.dataclass
+class Table:
+    """Mistakes in the sources of one library, and the tests of these."""
+    name: str
+    sources: pathlib.Path
+    library: str
+    # What passes the first tests is shown to the longer ones.
+    stages: list
+
+    @property
+    def path(self):
+        return ROOT / "tests/mutants" / (self.name + ".txt")
+
+
+TABLES = [
+    Table("simulator", ROOT / "src/sim", "liborvo_sim.so", [
+        "SimulatorTest*:MemoryRowsTest*:UnknownBits*:Kernels*:WideKernels*:CompareTest*",
+        "EveryFixed*:EveryInteger*",
+        "FloatKernels*",
+        "EveryHalf*:EveryTiny*:*Floats*",
+    ]),
+    Table("lowering", ROOT / "src/orvo", "liborvo.so", [
+        "CastDecompose*:DecomposeCompositeTest*:BlockBuilder*:DecomposeHandlers*",
+        "*SmallCast*:*Drawn*:*Decomposition*",
+    ]),
+]
+
+
+@dataclasses.dataclass
 class Mutant:
+    table: Table
     name: str
     file: str = ""
     breaks: str = ""
@@ -45,7 +65,7 @@ class Mutant:
 
     def planted(self):
         """The source with the mistake in it."""
-        text = (SOURCES / self.file).read_text()
+        text = (self.table.sources / self.file).read_text()
         # Without white space, so that another line break is the same text.
         places = [at for at, character in enumerate(text) if not character.isspace()]
         dense = "".join(text[at] for at in places)
@@ -58,16 +78,16 @@ class Mutant:
         return text[:begin] + "\n".join(self.after) + text[end:]
 
 
-def read_table():
+def read_table(table):
     mutants = []
-    for number, line in enumerate(TABLE.read_text().splitlines(), 1):
+    for number, line in enumerate(table.path.read_text().splitlines(), 1):
         key, _, rest = line.partition(" ")
         if key == "mutant:":
-            mutants.append(Mutant(rest))
+            mutants.append(Mutant(table, rest))
         elif not line or key == "#":
             continue
         elif not mutants:
-            raise ValueError(f"line {number} stands before the first mutant")
+            raise ValueError(f"{table.path.name}: line {number} stands before the first mutant")
         elif key == "file:":
             mutants[-1].file = rest
         elif key == "breaks:":
@@ -75,7 +95,7 @@ def read_table():
         elif key in "-+":
             (mutants[-1].before if key == "-" else mutants[-1].after).append(rest.strip())
         else:
-            raise ValueError(f"line {number} is no part of a mutant")
+            raise ValueError(f"{table.path.name}: line {number} is no part of a mutant")
     return mutants
 
 
@@ -95,30 +115,31 @@ def faults(mutants):
 
 
 class Workshop:
-    """Builds the simulator around one changed source, as the build tree does, and runs the tests with it."""
+    """Builds a library around one changed source, as the build tree does, and runs the tests with it."""
 
-    def __init__(self, build):
+    def __init__(self, build, table):
+        self.table = table
         self.build = pathlib.Path(build).resolve()
         database = json.loads((self.build / "compile_commands.json").read_text())
         self.compilations = {pathlib.Path(entry["file"]): shlex.split(entry["command"]) for entry in database}
-        commands = subprocess.run(["ninja", "-C", self.build, "-t", "commands", LIBRARY], check=True, text=True,
+        commands = subprocess.run(["ninja", "-C", self.build, "-t", "commands", table.library], check=True, text=True,
                                   stdout=subprocess.PIPE).stdout
         steps = [shlex.split(step) for line in commands.splitlines() for step in line.split("&&")]
-        links = [step for step in steps if "-shared" in step and any(LIBRARY in word for word in step)]
+        links = [step for step in steps if "-shared" in step and any(table.library in word for word in step)]
         self.linking = links[-1]
 
     def library(self, folder, file, text):
         """Makes the library with this text for the source; an error of the compiler as text, if there is one."""
         source = folder / file
         source.write_text(text)
-        compilation = list(self.compilations[SOURCES / file])
+        compilation = list(self.compilations[self.table.sources / file])
         original_object = compilation[compilation.index("-o") + 1]
         mutated_object = str(folder / "mutant.o")
         compilation[compilation.index("-o") + 1] = mutated_object
         compilation[compilation.index("-c") + 1] = str(source)
         # What a mistake leaves unused is no reason to refuse it.
         linking = [mutated_object if word == original_object else word for word in self.linking]
-        linking[linking.index("-o") + 1] = str(folder / (LIBRARY + ".0"))
+        linking[linking.index("-o") + 1] = str(folder / (self.table.library + ".0"))
         for command in [compilation + ["-w"], linking]:
             run = subprocess.run(command, cwd=self.build, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
             if run.returncode != 0:
@@ -147,7 +168,7 @@ class Workshop:
             error = self.library(folder, mutant.file, mutant.planted())
             if error is not None:
                 raise RuntimeError(f"{mutant.name} does not compile:\n{error}")
-            for stage in STAGES:
+            for stage in self.table.stages:
                 failed = self.failures(folder, stage)
                 if failed:
                     return failed
@@ -159,40 +180,50 @@ def shown(tests):
     return text + (f" and {len(tests) - 3} more" if len(tests) > 3 else "")
 
 
+def run(arguments, table, mutants):
+    """Shows the mutants of a table to its tests. Those that no test catches."""
+    chosen = [mutant for mutant in mutants if arguments.only in mutant.name or arguments.only in mutant.file]
+    if not chosen:
+        return []
+    began = time.monotonic()
+    workshop = Workshop(arguments.build, table)
+    # The sources as they are must pass, or a failing test would say nothing about a mutant.
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        file = chosen[0].file
+        error = workshop.library(folder, file, (table.sources / file).read_text())
+        failed = [] if error else [test for stage in table.stages for test in workshop.failures(folder, stage)]
+        if error or failed:
+            sys.exit(f"without any mistake: {error or shown(failed)}")
+    survivors = []
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        for mutant, tests in zip(chosen, pool.map(workshop.caught, chosen)):
+            print(f"{mutant.file:24} {mutant.name:52} {shown(tests) or 'SURVIVES'}", flush=True)
+            if not tests:
+                survivors.append(mutant)
+    print(f"{table.name}: {len(chosen) - len(survivors)} of {len(chosen)} mutants caught in "
+          f"{time.monotonic() - began:.0f} s")
+    return survivors
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("build", nargs="?", default=ROOT / "build/release")
+    parser.add_argument("--table", default="", choices=[table.name for table in TABLES],
+                        help="only the mistakes of this table")
     parser.add_argument("--only", default="", help="mutants with this text in their name or file")
     parser.add_argument("--check", action="store_true")
     arguments = parser.parse_args()
 
-    mutants = read_table()
-    found = faults(mutants)
+    tables = [table for table in TABLES if arguments.table in ("", table.name)]
+    mutants = {table.name: read_table(table) for table in tables}
+    found = [fault for table in tables for fault in faults(mutants[table.name])]
     if found:
         sys.exit("\n".join(found))
     if arguments.check:
-        print(f"{len(mutants)} mutants can be planted")
+        print(f"{sum(map(len, mutants.values()))} mutants can be planted")
         return
-
-    began = time.monotonic()
-    workshop = Workshop(arguments.build)
-    # The sources as they are must pass, or a failing test would say nothing about a mutant.
-    with tempfile.TemporaryDirectory() as name:
-        folder = pathlib.Path(name)
-        file = mutants[0].file
-        error = workshop.library(folder, file, (SOURCES / file).read_text())
-        failed = [] if error else [test for stage in STAGES for test in workshop.failures(folder, stage)]
-        if error or failed:
-            sys.exit(f"without any mistake: {error or shown(failed)}")
-
-    chosen = [mutant for mutant in mutants if arguments.only in mutant.name or arguments.only in mutant.file]
-    survivors = []
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        for mutant, tests in zip(chosen, pool.map(workshop.caught, chosen)):
-            print(f"{mutant.file:20} {mutant.name:52} {shown(tests) or 'SURVIVES'}", flush=True)
-            if not tests:
-                survivors.append(mutant)
-    print(f"{len(chosen) - len(survivors)} of {len(chosen)} mutants caught in {time.monotonic() - began:.0f} s")
+    survivors = [mutant for table in tables for mutant in run(arguments, table, mutants[table.name])]
     for mutant in survivors:
         print(f"No test catches '{mutant.name}', which breaks {mutant.breaks}", file=sys.stderr)
     sys.exit(1 if survivors else 0)

@@ -2,6 +2,7 @@
 #include "support/lowering.h"
 
 #include "driver/pipeline.h"
+#include "orvo/decomposehandlers.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
 
@@ -42,10 +43,10 @@ std::vector<Route> installedPresets() {
     driver::parsePipelines(text.str(), context.context(), presets);
     std::vector<Route> all;
     for (const driver::Preset &preset : presets) {
-        if (preset.name == "records-and-vectors") {
-            continue; // a part of others
+        if (preset.name == "records-and-vectors" || preset.name == "constants") {
+            continue; // parts of others
         }
-        Route route{"preset " + preset.name, {}, true};
+        Route route{"preset " + preset.name, {}, true, preset.name == "primitives"};
         std::vector<std::string> turn;
         for (const driver::PassText &pass : preset.passes) {
             turn.push_back(driver::printPassText({pass.name, pass.params, {}, {}}));
@@ -323,6 +324,34 @@ bool isRefusal(const std::string &message) {
                     return ::testing::AssertionFailure()
                            << name << "." << wire.getName()->toString() << " is still " << readableType(type.get_ptr());
                 }
+            }
+        }
+    }
+    return ::testing::AssertionSuccess();
+}
+
+::testing::AssertionResult isPrimitive(Design &lowered) {
+    std::set<const Value *> composites;
+    for (const auto rows : {internal::castDecompositions(), internal::primDecompositions(),
+                            internal::mathDecompositions(), internal::memoryDecompositions()}) {
+        for (const internal::DecomposeRow &row : rows) {
+            composites.insert(row.blockType->get_ptr());
+        }
+    }
+    PassScheduler scheduler;
+    scheduler.requirePass("GlobalTypePass");
+    const PassResults results = scheduler.apply(lowered);
+    auto *types = results.getPass<GlobalTypePass>();
+    const auto isFixed = [&](const auto &end) {
+        return NumTypeSpec(types->getType(end, {}), lowered.getContext()).isFixed();
+    };
+    for (Model &model : lowered) {
+        for (Block &block : model) {
+            const BlockPorts ports = block.ports();
+            if (composites.count(block.type()) != 0 && std::all_of(ports.begin(), ports.end(), isFixed) &&
+                std::all_of(block.begin(), block.end(), isFixed)) {
+                return ::testing::AssertionFailure()
+                       << block.getName()->toString() << " of " << block.type()->toString() << " is left";
             }
         }
     }

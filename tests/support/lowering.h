@@ -26,6 +26,8 @@ struct Route {
     std::vector<std::string> passes;
     /// Whether nothing compound and no hierarchy is left behind it.
     bool everything;
+    /// Whether no block is left behind it that primitives can stand for.
+    bool primitives = false;
 };
 /// Every structural pass alone, then all of them in each sensible order; the presets that are installed among them.
 const std::vector<Route> &routes();
@@ -59,6 +61,10 @@ struct LoweringNotes {
 
 /// Whether no signal of any model is compound, no model is instantiated, and each block leads back to the source.
 ::testing::AssertionResult isFlatAndPlain(const Design &source, Design &lowered);
+
+/// Whether no block is left whose type comes apart into primitives, but those that no primitives stand for: of floats, or
+/// with an end that is open.
+::testing::AssertionResult isPrimitive(Design &lowered);
 
 /// Whether the ports that the mappings name have the types of their parts in the source.
 ::testing::AssertionResult boundariesAreAsMapped(Design &source, Design &lowered, PassSchedulerState &state);
