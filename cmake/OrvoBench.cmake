@@ -39,3 +39,5 @@ foreach(source ${ORVO_BENCH_TOOLS})
     target_link_libraries(${name} PRIVATE orvo_bench_shared)
     orvo_private_flags(${name})
 endforeach()
+# Pipelines are read by the driver's reader.
+target_link_libraries(tool_primitives PRIVATE orvo_driver_core)
