@@ -31,7 +31,11 @@ TEST(PassTable, registersThePassesInItsOrder) {
                                                "ModelTreePass",
                                                "DeadModelPass",
                                                "DecomposeCompositePass",
-                                               "NetlistVerificationPass"};
+                                               "ElideConstShiftsPass",
+                                               "ConstCastPass",
+                                               "CheckConstantsPass",
+                                               "NetlistVerificationPass",
+                                               "RemoveNoGrowthCastsPass"};
     std::vector<std::string> registered = internal::registeredPasses();
     registered.resize(expected.size());
     EXPECT_EQ(registered, expected);
@@ -80,10 +84,13 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
     };
     const std::map<std::string, std::vector<std::string>> some = {
         {"CheckScalarSignalsPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"ConstCastPass", {"ModelTreePass", "GlobalTypePass"}},
         {"DecomposeCompositePass", {"GlobalTypePass", "ModelTreePass"}},
         {"DumpTypesPass", {"GlobalTypePass"}},
+        {"ElideConstShiftsPass", {"ModelTreePass", "GlobalTypePass"}},
         {"ElideFromGotoPass", {"ModelTreePass"}},
         {"ElideUnpackPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"RemoveNoGrowthCastsPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollComplexCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollComplexPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollAggregateCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},

@@ -1,6 +1,8 @@
 // A cast as rounding, selection of bits and clipping.
 #include "orvo/castdecompose.h"
 
+#include "orvo/fixednumbers.h"
+
 #include <orvo/design.h>
 #include <orvo/filesystem.h>
 #include <orvo/logging.h>
@@ -57,15 +59,6 @@ void requireTypes(const Block &block, const NumTypeSpec &in, const NumTypeSpec &
     ORVO_ASSERT(out.valid(), "a cast has an output without a type");
 }
 
-/// The value of the raw integer in a type of so many fraction bits.
-NumberValueRef numberFrom(const mpz_class &raw, int fracBits, Context *context) {
-    if (fracBits >= 0) {
-        return NumberValue::fromMPZ(raw.get_mpz_t(), static_cast<unsigned>(fracBits), context);
-    }
-    const mpz_class scaled = raw << static_cast<unsigned>(-fracBits);
-    return NumberValue::fromMPZ(scaled.get_mpz_t(), 0, context);
-}
-
 mpz_class powerOfTwo(int exponent) { return mpz_class(1) << static_cast<unsigned>(std::max(exponent, 0)); }
 
 /// One cast on its way.
@@ -115,7 +108,7 @@ const StaticString &CastDecomposition::roundBlock() const {
 /// The constant that stands for the raw integer; what is out of the type's range saturates.
 MadeBlock CastDecomposition::constant(const char *word, const NumTypeSpec &type, const mpz_class &raw) const {
     const MadeBlock made = mBuilder.makeSuffixed(A_CONST_BLOCK, word);
-    made.type(A_CONST_TYPE, type).set(A_CONST_VALUE, ValueRef(numberFrom(raw, type.fracBits(), mContext)));
+    made.type(A_CONST_TYPE, type).set(A_CONST_VALUE, ValueRef(numberOfSteps(raw, type.fracBits(), mContext)));
     return made;
 }
 

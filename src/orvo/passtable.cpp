@@ -2,12 +2,15 @@
 #include "orvo/passtable.h"
 
 #include "orvo/analysedesignpass.h"
+#include "orvo/checkconstantspass.h"
 #include "orvo/checkscalarsignalspass.h"
+#include "orvo/constcastpass.h"
 #include "orvo/deadblockpass.h"
 #include "orvo/deadmodelpass.h"
 #include "orvo/decomposecompositepass.h"
 #include "orvo/dumptypespass.h"
 #include "orvo/dumpxmlpass.h"
+#include "orvo/elideconstshiftspass.h"
 #include "orvo/elidefromgotopass.h"
 #include "orvo/elideterminalpass.h"
 #include "orvo/elideunpackpass.h"
@@ -16,6 +19,7 @@
 #include "orvo/flattensimulinkpass.h"
 #include "orvo/flattenzrtexplicitpass.h"
 #include "orvo/netlistverificationpass.h"
+#include "orvo/removenogrowthcastspass.h"
 #include "orvo/unrollaggregatepass.h"
 #include "orvo/unrollcomplexpass.h"
 #include "orvo/unrollscheduledmodelpass.h"
@@ -55,7 +59,11 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(ModelTreePass),
     ORVO_PASS_ROW(DeadModelPass),
     ORVO_PASS_ROW(DecomposeCompositePass),
+    ORVO_PASS_ROW(ElideConstShiftsPass),
+    ORVO_PASS_ROW(ConstCastPass),
+    ORVO_PASS_ROW(CheckConstantsPass),
     ORVO_PASS_ROW(NetlistVerificationPass),
+    ORVO_PASS_ROW(RemoveNoGrowthCastsPass),
     ORVO_PASS_ROW(UnrollComplexPass),
     ORVO_PASS_ROW(UnrollComplexCrossModelPass),
     ORVO_PASS_ROW(UnrollAggregatePass),
