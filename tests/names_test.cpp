@@ -38,7 +38,6 @@ const std::map<std::string, std::string> &coveredBy() {
         {"domainanalysis", "domaininfer"},
         {"domainedges", "elideddomainedges"},
         {"domainsignposts", "domaininfer"},
-        {"elideterminalpass", "deadblockpass"},
         {"emit", "simulator"},
         {"expansion", "fftrows"},
         {"fftelements", "fftrows"},
