@@ -75,6 +75,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"typequeryminimalset", "typeinferpass"},
         {"unknowncone", "unknownbits"},
         {"stallnumbers", "vectorunrollers"},
+        {"unrelaxboolshandlers", "unrelaxboolspass"},
         {"unrollpasses", "unrollvectorpass"},
         {"vectorsplit", "commonblocks"},
         {"vectorunroll", "unrollvectorpass"},

@@ -30,7 +30,11 @@ TEST(PassTable, registersThePassesInItsOrder) {
                                                "ElideFromGotoPass",
                                                "ModelTreePass",
                                                "DeadModelPass",
+                                               "PrecisionAdjustmentPass",
                                                "DecomposeCompositePass",
+                                               "UnrelaxBoolsPass",
+                                               "PrepareTierPass",
+                                               "InsertCastsPass",
                                                "NetlistVerificationPass"};
     std::vector<std::string> registered = internal::registeredPasses();
     registered.resize(expected.size());
@@ -84,6 +88,9 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
         {"DumpTypesPass", {"GlobalTypePass"}},
         {"ElideFromGotoPass", {"ModelTreePass"}},
         {"ElideUnpackPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"InsertCastsPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"PrecisionAdjustmentPass", {"GlobalTypePass", "ModelTreePass"}},
+        {"UnrelaxBoolsPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollComplexCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollComplexPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollAggregateCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},

@@ -15,7 +15,11 @@
 #include "orvo/flattenexplicitpass.h"
 #include "orvo/flattensimulinkpass.h"
 #include "orvo/flattenzrtexplicitpass.h"
+#include "orvo/insertcastspass.h"
 #include "orvo/netlistverificationpass.h"
+#include "orvo/precisionadjustmentpass.h"
+#include "orvo/preparetierpass.h"
+#include "orvo/unrelaxboolspass.h"
 #include "orvo/unrollaggregatepass.h"
 #include "orvo/unrollcomplexpass.h"
 #include "orvo/unrollscheduledmodelpass.h"
@@ -54,7 +58,11 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(ElideFromGotoPass),
     ORVO_PASS_ROW(ModelTreePass),
     ORVO_PASS_ROW(DeadModelPass),
+    ORVO_PASS_ROW(PrecisionAdjustmentPass),
     ORVO_PASS_ROW(DecomposeCompositePass),
+    ORVO_PASS_ROW(UnrelaxBoolsPass),
+    ORVO_PASS_ROW(PrepareTierPass),
+    ORVO_PASS_ROW(InsertCastsPass),
     ORVO_PASS_ROW(NetlistVerificationPass),
     ORVO_PASS_ROW(UnrollComplexPass),
     ORVO_PASS_ROW(UnrollComplexCrossModelPass),
