@@ -114,6 +114,22 @@ struct Life {
     bool late;
 };
 
+// An edge without its end would be told of as a mistake by whoever reads the edges.
+TEST_F(DeadLogicTest, deletesTheEdgesOfDomainsAtDeadBlocksAndNoOthers) {
+    const std::string kept = "(scheduleDomainBegin red (in wireTag primWireOut))";
+    for (const char *pass :
+         {"DeadBlockPass", "DeadBlockLatePass", "AggressiveDeadBlockPass", "AggressiveDeadBlockLatePass"}) {
+        Block *in = block("in", A_INPUT_BLOCK);
+        block("b", A_ADD_BLOCK, {block("a", A_ADD_BLOCK, {in})});
+        model.setParam(A_SYNTH_SCHEDULE_DOMAINS, value("((scheduleDomainEnd blue (a portTag 0)) " + kept +
+                                                       " (scheduleDomainBegin blue (b wireTag primWireOut)))"));
+        run(pass);
+        EXPECT_EQ(left(), "in") << pass;
+        EXPECT_EQ(model.getParam(A_SYNTH_SCHEDULE_DOMAINS)->toString(), "(" + kept + ")") << pass;
+        delete in;
+    }
+}
+
 TEST_F(DeadLogicTest, knowsTheTypesThatMustLive) {
     const Life lives[] = {
         {&A_INPUT_BLOCK, true, true},

@@ -149,6 +149,8 @@ TEST_F(NameOriginTest, whatJoinsASignalNamesItsPort) {
     EXPECT_EQ(origin("(m 0 cunpack)"), "top/m, at 0, beside it (cunpack) *");
     EXPECT_EQ(origin("(m x imagZero)"), "top/m, at x, beside it (imagZero) *");
     EXPECT_EQ(origin("((m x) unpackPin)"), "top/m, at x, beside it (unpackPin) *");
+    EXPECT_EQ(origin("((m x) unrelaxCast)"), "top/m, at x, beside it (unrelaxCast) *");
+    EXPECT_EQ(origin("((m x) unrelaxReduce)"), "top/m, at x, beside it (unrelaxReduce) *");
     EXPECT_EQ(origin("(m 1 unapack_aunpack_0)"), "top/m, at 1, beside it (unapack_aunpack_0) *");
     EXPECT_EQ(origin("(m 1 apack_aunpack)"), "top/m, at 1, beside it (apack_aunpack) *");
     EXPECT_EQ(origin("((n 0) vup)"), "nothing");

@@ -80,8 +80,14 @@ MadeBlock BlockBuilder::constant(const char *word, const NumTypeSpec &type, int 
 }
 
 MadeBlock BlockBuilder::cast(const PureValueRef &name, Wire &wire, const NumTypeSpec &wanted, Keep keep) const {
+    const MadeBlock made = cast(name, wanted, keep);
+    made.in(0, wire);
+    return made;
+}
+
+MadeBlock BlockBuilder::cast(const PureValueRef &name, const NumTypeSpec &wanted, Keep keep) const {
     const MadeBlock made = create(A_CAST_BLOCK, name);
-    made.type(A_CAST_OUTPUT_TYPE, wanted).in(0, wire);
+    made.type(A_CAST_OUTPUT_TYPE, wanted);
     if (keep == Keep::Bits) {
         made.set(A_CAST_MODE, A_CAST_MODE_REINTERP);
     } else {
@@ -123,6 +129,19 @@ void BlockBuilder::replaceOutput(const PureValueRef &key, Wire &wire, const NumT
     const PureValueRef name =
         PureTupleValue::get(mBlock.getName(), StringValue::get("castBack", context), key, context);
     old->replace(cast(name, wire, wanted, keep));
+}
+
+void BlockBuilder::convertOutput(const PureValueRef &key, const char *word, const NumTypeSpec &wanted,
+                                 Keep keep) const {
+    Wire *wire = mBlock.getWire(key);
+    if (wire == nullptr || wire->port_size() == 0) {
+        return;
+    }
+    Context *context = mBlock.getContext();
+    const MadeBlock made =
+        cast(PureTupleValue::get(mBlock.getName(), StringValue::get(word, context), context), wanted, keep);
+    wire->replace(made);
+    made.in(0, *wire);
 }
 
 void BlockBuilder::replaceOutput(const PureValueRef &key, Wire &wire) const {

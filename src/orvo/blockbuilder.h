@@ -61,11 +61,16 @@ class ORVO_API BlockBuilder {
                        Keep keep = Keep::Value) const;
     /// The same for a wire of the same type.
     void replaceOutput(const PureValueRef &key, Wire &wire) const;
+    /// Has the readers of one of the block's wires read it in that type, through a cast named (name, word),
+    /// while the wire is going to have another. Nothing happens for a wire that nobody reads.
+    void convertOutput(const PureValueRef &key, const char *word, const NumTypeSpec &wanted,
+                       Keep keep = Keep::Value) const;
     /// Deletes the block, which ends the builder's work.
     void done() const { delete &mBlock; }
 
   private:
     MadeBlock create(const StaticString &type, const PureValueRef &name) const;
+    MadeBlock cast(const PureValueRef &name, const NumTypeSpec &wanted, Keep keep) const;
     MadeBlock cast(const PureValueRef &name, Wire &wire, const NumTypeSpec &wanted, Keep keep) const;
 
     Block &mBlock;

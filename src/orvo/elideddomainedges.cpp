@@ -27,6 +27,8 @@ bool isAtEdge(const Block &block) {
 
 DomainEdgePlace placeOf(const MaybePort &port) { return {port.getBlock().getName(), true, port.getKey()}; }
 DomainEdgePlace placeOf(const Wire &wire) { return {wire.getBlock().getName(), false, wire.getName()}; }
+DomainEdgePlace endOfGoto(const PureValueRef &name) { return {name, true, PureValueRef(A_GOTO_PORT_IN)}; }
+DomainEdgePlace endOfFrom(const PureValueRef &name) { return {name, false, PureValueRef(A_FROM_WIRE_OUT)}; }
 
 /// The edges of one model on their way.
 class EdgeMover {
@@ -64,8 +66,8 @@ class EdgeMover {
     static bool isBegin(const ValueRef &edge) { return asTuple(edge.get_ptr())->at(0) == A_SCHEDULE_DOMAIN_BEGIN; }
     static bool isGoto(const Gone &gone) { return gone.end.isPort; }
 
-    const Gone *find(const PureValueRef &name) const {
-        const auto found = name ? mOf.gone.find(name.get_ptr()) : mOf.gone.end();
+    const Gone *find(const DomainEdgePlace &end) const {
+        const auto found = end.block ? mOf.gone.find(end) : mOf.gone.end();
         return found == mOf.gone.end() ? nullptr : &found->second;
     }
     const Gone *above(const Gone &gone) const { return find(gone.above); }
@@ -74,8 +76,8 @@ class EdgeMover {
     void readEdges() {
         for (const ValueRef &value : elementsOf(mModel.findParam(A_SYNTH_SCHEDULE_DOMAINS))) {
             const DomainEdgePlace place = placeOfDomainEdge(value);
-            const Gone *gone = find(place.block);
-            const bool goes = gone != nullptr && gone->end.isPort == place.isPort && gone->end.key == place.key;
+            const Gone *gone = find(place);
+            const bool goes = gone != nullptr;
             if (goes) {
                 const auto [at, isNew] = mEdged.try_emplace(gone, mEdges.size());
                 if (isNew) {
@@ -277,7 +279,7 @@ ElidedDomainEdges::OfModel *ElidedDomainEdges::of(const Model &model) {
     return model.findParam(A_SYNTH_SCHEDULE_DOMAINS) == nullptr ? nullptr : &mModels[&model];
 }
 
-void ElidedDomainEdges::addReader(OfModel &in, const MaybePort &port, const PureValueRef &behind) {
+void ElidedDomainEdges::addReader(OfModel &in, const MaybePort &port, const DomainEdgePlace &behind) {
     if (in.known.emplace(&port.getBlock(), port.getKey().get_ptr()).second) {
         in.readers.push_back({port, behind});
     }
@@ -286,8 +288,8 @@ void ElidedDomainEdges::addReader(OfModel &in, const MaybePort &port, const Pure
 void ElidedDomainEdges::addGoto(const Block &sender, const Wire &wire) {
     if (OfModel *in = of(sender.getModel())) {
         const bool isFed = isOfType(wire.getBlock(), A_FROM_BLOCK);
-        const DomainEdgePlace end{sender.getName(), true, PureValueRef(A_GOTO_PORT_IN)};
-        in->gone[sender.getName().get_ptr()] = {end, isFed ? wire.getBlock().getName() : PureValueRef(), &wire};
+        const DomainEdgePlace end = endOfGoto(sender.getName());
+        in->gone[end] = {end, isFed ? endOfFrom(wire.getBlock().getName()) : DomainEdgePlace(), &wire};
     }
 }
 
@@ -296,19 +298,39 @@ void ElidedDomainEdges::addFrom(const Block &from, const PureValueRef &sender, c
     if (in == nullptr) {
         return;
     }
-    const DomainEdgePlace end{from.getName(), false, PureValueRef(A_FROM_WIRE_OUT)};
-    in->gone[from.getName().get_ptr()] = {end, sender, &source};
+    const DomainEdgePlace end = endOfFrom(from.getName());
+    in->gone[end] = {end, sender ? endOfGoto(sender) : DomainEdgePlace(), &source};
     for (const Port &port : from.getWire(A_FROM_WIRE_OUT)->ports()) {
         // Another From is on its way out, and reads nothing.
         if (!isOfType(port.getBlock(), A_FROM_BLOCK)) {
-            addReader(*in, MaybePort(port), from.getName());
+            addReader(*in, MaybePort(port), end);
         }
     }
 }
 
 void ElidedDomainEdges::addRoute(Block &reader, const PureValueRef &key, const PureValueRef &sender) {
     if (OfModel *in = of(reader.getModel())) {
-        addReader(*in, MaybePort(reader, key), sender);
+        addReader(*in, MaybePort(reader, key), endOfGoto(sender));
+    }
+}
+
+void ElidedDomainEdges::addPassage(const Port &port, const std::function<bool(const Block &)> &goes) {
+    const Block &block = port.getBlock();
+    OfModel *in = of(block.getModel());
+    if (in == nullptr) {
+        return;
+    }
+    const Wire &source = *port.peekWire();
+    const DomainEdgePlace entry{block.getName(), true, port.getName()};
+    in->gone[entry] = {entry, placeOf(source), &source};
+    for (const Wire &wire : block) {
+        const DomainEdgePlace exit = placeOf(wire);
+        in->gone[exit] = {exit, entry, &source};
+        for (const Port &reader : wire.ports()) {
+            if (!goes(reader.getBlock())) {
+                addReader(*in, MaybePort(reader), exit);
+            }
+        }
     }
 }
 

@@ -1,10 +1,12 @@
-// The edges of domains at Gotos and Froms, which lose their ends as tags become wires.
+// The edges of domains at Gotos and Froms, which lose their ends as tags become wires, and at blocks that are wires.
 #pragma once
 
 #include "orvo/domainedges.h"
 
 #include <orvo/compoundportcorrespondence.h>
 
+#include <functional>
+#include <map>
 #include <set>
 #include <unordered_map>
 #include <utility>
@@ -13,7 +15,7 @@
 namespace orvo::internal {
 
 /// Remembers what Gotos and Froms stood between which wires and which readers, in models with edges, and moves their
-/// edges to ends that last.
+/// edges to ends that last. A block that gives on what it reads is both: a Goto where it reads, a From where it gives.
 ///
 /// A tag with edges keeps apart what it did: its readers on the one side, its driver and what else reads that on the
 /// other. A begin at a From goes to the ports that read it. An end at a Goto goes to the wire, which it then cuts off
@@ -28,31 +30,35 @@ class ElidedDomainEdges {
     void addFrom(const Block &from, const PureValueRef &sender, const Wire &source);
     /// A port that leads the signal of a Goto out of its model.
     void addRoute(Block &reader, const PureValueRef &key, const PureValueRef &sender);
+    /// A block that gives on what it reads at this port. All that go are to be told of before the first one does, but
+    /// those that feed themselves alone. `goes` tells them.
+    void addPassage(const Port &port, const std::function<bool(const Block &)> &goes);
     /// When all of the model's tags are wires.
     void move(Model &model) const;
 
-    /// A Goto or From that is gone.
+    /// An end that is gone with its Goto or From.
     struct Gone {
         DomainEdgePlace end;
-        /// The From that fed a Goto, the Goto that fed a From, in the same model; null for none. It may have stayed.
-        PureValueRef above;
+        /// That of the From that fed a Goto, of the Goto that fed a From, in the same model; none if there is none. It
+        /// may have stayed.
+        DomainEdgePlace above;
         /// What it got its signal from, if there is none above.
         const Wire *wire;
     };
     struct Reader {
         MaybePort port;
-        PureValueRef behind;
+        DomainEdgePlace behind;
     };
     struct OfModel {
-        std::unordered_map<const Value *, Gone> gone;
-        /// Each port once, by the nearest block that is gone.
+        std::map<DomainEdgePlace, Gone> gone;
+        /// Each port once, by the nearest end that is gone.
         std::vector<Reader> readers;
         std::set<std::pair<const Block *, const Value *>> known;
     };
 
   private:
     OfModel *of(const Model &model);
-    void addReader(OfModel &in, const MaybePort &port, const PureValueRef &behind);
+    void addReader(OfModel &in, const MaybePort &port, const DomainEdgePlace &behind);
 
     std::unordered_map<const Model *, OfModel> mModels;
 };

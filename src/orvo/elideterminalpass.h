@@ -1,11 +1,11 @@
-// ElideTerminalPass takes terminals out.
+// ElideTerminalPass takes terminals and delays of no length out.
 #pragma once
 
 #include <orvo/pass.h>
 
 namespace orvo {
 
-/// Takes out each terminal that is driven: what read it reads its source.
+/// Takes out each terminal that is driven, and each delay of length 0: what read it reads its source.
 ///     a -> terminal -> b
 ///     a -> b
 class ElideTerminalPass final : public ModelPass {

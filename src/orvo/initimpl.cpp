@@ -10,6 +10,7 @@
 #include "orvo/passtable.h"
 #include "orvo/portordering.h"
 #include "orvo/typerules.h"
+#include "orvo/unrelaxboolshandlers.h"
 #include "orvo/valuetext.h"
 #include "orvo/vectorunrollers.h"
 
@@ -18,6 +19,7 @@
 #include <orvo/handlers.h>
 #include <orvo/nonsblocks.h>
 #include <orvo/typeinfer.h>
+#include <orvo/unrelaxbools.h>
 
 #include <mutex>
 
@@ -49,6 +51,7 @@ void initialiseORVO_IPBlocks(Context *context) { initialiseModule(context, Block
 void initialiseORVO_PrimBlocks(Context *context) {
     initialiseModule(context, BlockModule::Prim, {primTypeRules(), mathTypeRules(), memoryTypeRules()});
     registerDecomposeHandlers(context);
+    registerUnrelaxBoolsHandlers(context);
 }
 void initialiseORVO_PipeBlock(Context *context) { initialiseModule(context, BlockModule::Pipe, {}); }
 void initialiseORVO_BusBlocks(Context *context) { initialiseModule(context, BlockModule::Bus, {}); }
@@ -81,7 +84,7 @@ void initialiseORVO_ComplexUnrollers(Context *context) {
 void initialiseNONSBlocks(Context *context) {
     HandlerLinker linker(context,
                          {&typeid(AggregateUnrollHandler), &typeid(ComplexUnrollHandler), &typeid(VectorUnrollHandler),
-                          &typeid(TypeInferHandler), &typeid(TypeInferHandler2)});
+                          &typeid(TypeInferHandler), &typeid(TypeInferHandler2), &typeid(UnrelaxBoolsHandler)});
     mapNONSBlocks(linker);
 }
 

@@ -61,8 +61,9 @@ constexpr int kNesting = 1000;
 constexpr std::string_view kSubstitutes[] = {"vunroll", "cunroll", "aunroll"};
 constexpr std::string_view kParts[] = {"real", "imag"};
 /// Behind a name and the key of a port or wire of it.
-constexpr std::string_view kAtPort[] = {"ap",      "aup",   "vp",      "vup",      "cp",         "cup",      "cpack",
-                                        "cunpack", "apack", "aunpack", "imagZero", "unpackCast", "unpackPin"};
+constexpr std::string_view kAtPort[] = {"ap",       "aup",        "vp",        "vup",         "cp",
+                                        "cup",      "cpack",      "cunpack",   "apack",       "aunpack",
+                                        "imagZero", "unpackCast", "unpackPin", "unrelaxCast", "unrelaxReduce"};
 /// The same, with the path to a member of a record behind it.
 constexpr std::string_view kMemberPaths[] = {"apack_", "unapack_"};
 /// Those of a signal packer, which may have the key of a port alone in front.

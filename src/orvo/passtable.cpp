@@ -18,8 +18,12 @@
 #include "orvo/flattenexplicitpass.h"
 #include "orvo/flattensimulinkpass.h"
 #include "orvo/flattenzrtexplicitpass.h"
+#include "orvo/insertcastspass.h"
 #include "orvo/netlistverificationpass.h"
+#include "orvo/precisionadjustmentpass.h"
+#include "orvo/preparetierpass.h"
 #include "orvo/removenogrowthcastspass.h"
+#include "orvo/unrelaxboolspass.h"
 #include "orvo/unrollaggregatepass.h"
 #include "orvo/unrollcomplexpass.h"
 #include "orvo/unrollscheduledmodelpass.h"
@@ -54,23 +58,27 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(FlattenExplicitPass),
     ORVO_PASS_ROW(FlattenZRTExplicitPass),
     ORVO_PASS_ROW(ElideTerminalPass),
+    ORVO_PASS_ROW(UnrollAggregatePass),
+    ORVO_PASS_ROW(UnrollAggregateCrossModelPass),
+    ORVO_PASS_ROW(UnrollComplexPass),
+    ORVO_PASS_ROW(UnrollComplexCrossModelPass),
+    ORVO_PASS_ROW(UnrollVectorPass),
+    ORVO_PASS_ROW(UnrollVectorCrossModelPass),
     ORVO_PASS_ROW(ElideUnpackPass),
     ORVO_PASS_ROW(ElideFromGotoPass),
     ORVO_PASS_ROW(ModelTreePass),
     ORVO_PASS_ROW(DeadModelPass),
+    ORVO_PASS_ROW(PrecisionAdjustmentPass),
     ORVO_PASS_ROW(DecomposeCompositePass),
     ORVO_PASS_ROW(ElideConstShiftsPass),
+    ORVO_PASS_ROW(UnrelaxBoolsPass),
+    ORVO_PASS_ROW(PrepareTierPass),
+    ORVO_PASS_ROW(UnrollScheduledModelPass),
+    ORVO_PASS_ROW(InsertCastsPass),
     ORVO_PASS_ROW(ConstCastPass),
     ORVO_PASS_ROW(CheckConstantsPass),
     ORVO_PASS_ROW(NetlistVerificationPass),
     ORVO_PASS_ROW(RemoveNoGrowthCastsPass),
-    ORVO_PASS_ROW(UnrollComplexPass),
-    ORVO_PASS_ROW(UnrollComplexCrossModelPass),
-    ORVO_PASS_ROW(UnrollAggregatePass),
-    ORVO_PASS_ROW(UnrollAggregateCrossModelPass),
-    ORVO_PASS_ROW(UnrollScheduledModelPass),
-    ORVO_PASS_ROW(UnrollVectorPass),
-    ORVO_PASS_ROW(UnrollVectorCrossModelPass),
     ORVO_PASS_ROW(CheckScalarSignalsPass),
 };
 #undef ORVO_PASS_ROW
