@@ -31,6 +31,7 @@ TEST(PassTable, registersThePassesInItsOrder) {
                                                "ModelTreePass",
                                                "DeadModelPass",
                                                "DecomposeCompositePass",
+                                               "ValidateModelPass",
                                                "NetlistVerificationPass"};
     std::vector<std::string> registered = internal::registeredPasses();
     registered.resize(expected.size());
@@ -91,6 +92,7 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
         {"UnrollScheduledModelPass", {"ModelTreePass"}},
         {"UnrollVectorCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollVectorPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"ValidateModelPass", {"ModelTreePass", "GlobalTypePass"}},
     };
     for (const std::string &name : internal::registeredPasses()) {
         if (name.find("TestPass") == std::string::npos) {

@@ -20,6 +20,7 @@
 #include "orvo/unrollcomplexpass.h"
 #include "orvo/unrollscheduledmodelpass.h"
 #include "orvo/unrollvectorpass.h"
+#include "orvo/validatemodelpass.h"
 
 #include <orvo/modeltreepass.h>
 #include <orvo/typeinferpass.h>
@@ -55,6 +56,7 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(ModelTreePass),
     ORVO_PASS_ROW(DeadModelPass),
     ORVO_PASS_ROW(DecomposeCompositePass),
+    ORVO_PASS_ROW(ValidateModelPass),
     ORVO_PASS_ROW(NetlistVerificationPass),
     ORVO_PASS_ROW(UnrollComplexPass),
     ORVO_PASS_ROW(UnrollComplexCrossModelPass),
