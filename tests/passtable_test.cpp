@@ -45,6 +45,7 @@ TEST(PassTable, registersThePassesInItsOrder) {
                                                "InsertCastsPass",
                                                "ConstCastPass",
                                                "CheckConstantsPass",
+                                               "ValidateModelPass",
                                                "NetlistVerificationPass",
                                                "RemoveNoGrowthCastsPass"};
     std::vector<std::string> registered = internal::registeredPasses();
@@ -112,6 +113,7 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
         {"UnrollScheduledModelPass", {"ModelTreePass"}},
         {"UnrollVectorCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollVectorPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"ValidateModelPass", {"ModelTreePass", "GlobalTypePass"}},
     };
     for (const std::string &name : internal::registeredPasses()) {
         if (name.find("TestPass") == std::string::npos) {

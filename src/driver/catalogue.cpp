@@ -100,6 +100,7 @@ std::vector<Finding> findForeignWires(const Design &design) {
 
 Json toJson(const Finding &finding) {
     Json json;
+    json["severity"] = finding.severity == Severity::Error ? "error" : "warning";
     json["tag"] = finding.tag;
     json["text"] = renderMessage(finding.tag, finding.params);
     for (const auto &[name, value] : finding.params) {

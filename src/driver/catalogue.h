@@ -20,6 +20,7 @@ struct Finding {
     Console::Params params;
     /// Null for what is no finding of a block.
     const Block *block = nullptr;
+    Severity severity = Severity::Error;
 };
 
 /// All findings of all models, in the order of the design.

@@ -1,16 +1,23 @@
-// The verb "check": a design against the block catalogue, its latency constraints, and its types.
+// The verb "check": a design against the block catalogue, its latency constraints, what may stand in front of the
+// scheduler, and its types.
 #include "driver/verbs.h"
 
 #include "driver/catalogue.h"
 #include "driver/constraints.h"
+#include "driver/findingcollector.h"
 #include "driver/openeddesign.h"
 #include "driver/typefailures.h"
 
 #include <orvo/blocksinfo.h>
+#include <orvo/pass.h>
+#include <orvo/typeinferpass.h>
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
+#include <string_view>
 
 namespace orvo::driver {
 
@@ -21,6 +28,45 @@ struct Arguments {
     std::vector<std::string> traced;
 };
 
+/// Runs the gate in front of the scheduler, and keeps the types that it asked for.
+PassResults validate(Design &design) {
+    PassScheduler scheduler;
+    scheduler.requirePass(GlobalTypePass::sName);
+    scheduler.addPass("ValidateModelPass");
+    return scheduler.apply(design);
+}
+
+/// What the gate says of signals without a type, the report on types says together with the cause.
+bool isOfReport(const Finding &finding) {
+    return std::string_view(finding.tag) == msg::error::UNABLE_TO_INFER_TYPE.text;
+}
+
+bool isError(const Finding &finding) { return finding.severity == Severity::Error; }
+
+void tell(const std::vector<Finding> &findings, const TypeFailures &types, const std::string &file, Console &console) {
+    for (const Finding &finding : findings) {
+        console.report(finding.severity, finding.tag, finding.params, {file});
+    }
+    if (types.any()) {
+        console.report(Severity::Error, "DRIVER_CHECK_MISSING_TYPES",
+                       {{"blocks", std::to_string(types.blocks())}, {"models", std::to_string(types.models())}},
+                       {file});
+        console.emit(types.text());
+    }
+}
+
+Json documentOf(const std::vector<Finding> &findings, const TypeFailures &types, const std::string &input) {
+    Json json;
+    json["schema"] = "orvo.check/1";
+    json["input"] = input;
+    json["findings"] = Json::array();
+    for (const Finding &finding : findings) {
+        json["findings"].push_back(toJson(finding));
+    }
+    json["types"] = types.json();
+    return json;
+}
+
 int check(const Arguments &arguments, Console &console) {
     OpenedDesign opened(arguments.input, console);
     opened.progress.phase("checking");
@@ -29,43 +75,32 @@ int check(const Arguments &arguments, Console &console) {
         findings.push_back(std::move(finding));
     }
     opened.progress.phase("inferring types");
-    TypeFailures types(*opened.design);
+    const FindingCollector collector(*opened.design->getContext());
+    const PassResults results = validate(*opened.design);
+    TypeFailures types(*results.getPass<GlobalTypePass>(), *opened.design);
+    std::remove_copy_if(collector.findings().begin(), collector.findings().end(), std::back_inserter(findings),
+                        isOfReport);
     opened.progress.hide();
     for (const std::string &block : arguments.traced) {
         if (const std::string reason = types.addTrace(block); !reason.empty()) {
             console.fail(kWrongUsage, "DRIVER_BAD_USAGE", {{"reason", reason}});
         }
     }
-    const int exitCode = findings.empty() && !types.any() && console.errors() == 0 ? kFine : kDesignErrors;
-    if (!console.json()) {
-        for (const Finding &finding : findings) {
-            console.report(Severity::Error, finding.tag, finding.params, {opened.file.name()});
-        }
-        if (types.any()) {
-            console.report(Severity::Error, "DRIVER_CHECK_MISSING_TYPES",
-                           {{"blocks", std::to_string(types.blocks())}, {"models", std::to_string(types.models())}},
-                           {opened.file.name()});
-            console.emit(types.text());
-        }
-        return exitCode;
+    const bool fails = std::any_of(findings.begin(), findings.end(), isError) || types.any() || console.errors() != 0;
+    if (console.json()) {
+        console.emit(documentText(documentOf(findings, types, arguments.input)));
+    } else {
+        tell(findings, types, opened.file.name(), console);
     }
-    Json json;
-    json["schema"] = "orvo.check/1";
-    json["input"] = arguments.input;
-    json["findings"] = Json::array();
-    for (const Finding &finding : findings) {
-        json["findings"].push_back(toJson(finding));
-    }
-    json["types"] = types.json();
-    console.emit(documentText(json));
-    return exitCode;
+    return fails ? kDesignErrors : kFine;
 }
 
 } // namespace
 
 void addCheckVerb(CLI::App &app, VerbHost &host) {
-    CLI::App *verb =
-        addVerb(app, "check", "Check a design against the block catalogue, its latency constraints, and its types");
+    CLI::App *verb = addVerb(app, "check",
+                             "Check a design against the block catalogue, its latency constraints, what the scheduler "
+                             "takes, and its types");
     auto arguments = std::make_shared<Arguments>();
     verb->add_option("IN", arguments->input, "Design XML to read; - is standard input")->type_name("FILE");
     verb->add_option("--trace", arguments->traced,

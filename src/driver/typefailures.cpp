@@ -51,18 +51,18 @@ Json toJson(const CauseSpec &cause) {
 } // namespace
 
 struct TypeFailures::Impl {
-    explicit Impl(const Design &checked) : debug(types, designRoots(checked)) { debug.locations(); }
+    Impl(GlobalTypePass &types, const Design &checked) : debug(types, designRoots(checked)) { debug.locations(); }
 
     struct Trace {
         std::string block;
         std::string text;
     };
-    GlobalTypePass types;
     mutable TypeInferDebug debug;
     std::vector<Trace> traces;
 };
 
-TypeFailures::TypeFailures(const Design &design) : mImpl(std::make_unique<Impl>(design)) {}
+TypeFailures::TypeFailures(GlobalTypePass &types, const Design &design)
+    : mImpl(std::make_unique<Impl>(types, design)) {}
 TypeFailures::~TypeFailures() = default;
 
 bool TypeFailures::any() const { return mImpl->debug.invalidTypesPresent(); }

@@ -9,15 +9,16 @@
 
 namespace orvo {
 class Design;
+class GlobalTypePass;
 } // namespace orvo
 
 namespace orvo::driver {
 
 /// Looks below the models that are to be written out or, where none says so, below those that nothing instantiates. The
-/// design must not change meanwhile.
+/// design must not change meanwhile, and the pass must be bound to it.
 class TypeFailures {
   public:
-    explicit TypeFailures(const Design &design);
+    TypeFailures(GlobalTypePass &types, const Design &design);
     ~TypeFailures();
     TypeFailures(const TypeFailures &) = delete;
     TypeFailures &operator=(const TypeFailures &) = delete;

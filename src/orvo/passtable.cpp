@@ -28,6 +28,7 @@
 #include "orvo/unrollcomplexpass.h"
 #include "orvo/unrollscheduledmodelpass.h"
 #include "orvo/unrollvectorpass.h"
+#include "orvo/validatemodelpass.h"
 
 #include <orvo/modeltreepass.h>
 #include <orvo/typeinferpass.h>
@@ -77,6 +78,7 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(InsertCastsPass),
     ORVO_PASS_ROW(ConstCastPass),
     ORVO_PASS_ROW(CheckConstantsPass),
+    ORVO_PASS_ROW(ValidateModelPass),
     ORVO_PASS_ROW(NetlistVerificationPass),
     ORVO_PASS_ROW(RemoveNoGrowthCastsPass),
     ORVO_PASS_ROW(CheckScalarSignalsPass),

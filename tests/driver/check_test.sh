@@ -1,5 +1,6 @@
 #!/bin/bash
-# Missing types through "check": the causes, how they came to a block, and what lacks a type.
+# Missing types through "check": the causes, how they came to a block, and what lacks a type; and what the scheduler would
+# not take.
 . "$ORVO_SRC/tests/driver/lib.sh"
 
 # Each shipped example has all its types.
@@ -127,3 +128,72 @@ sed 's|<model name="top">|<model name="top"><param name="synthOutputMode">true</
 run 1 lower lowered.xml -o passed.xml --no-reproducer
 has err "reads wire '[/a/pin/0]' of another model [DRIVER_CHECK_FOREIGN_WIRE]"
 [ ! -e passed.xml ] || die "lower wrote"
+
+# What the scheduler would not take: mistakes of each severity, at a model of two instances.
+pin() { block "$1" typePinBlock "$(param typePinType "$2")<wire name=\"0\"/>"; }
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="leaf">\n' "$namespace"
+    block in inputBlock '<wire name="x"/>'
+    block max maxBlock "$(param 0 '[/leaf/in/x]')$(param 1 '[/leaf/in/x]')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param y '[/leaf/max/primWireOut]')"
+    printf '</model><model name="top">\n'
+    pin real '(typeSFixed 4 0)'
+    pin complex '(typeComplex (typeSFixed 4 0))'
+    block a modelBlock "$(param modelNode '[/leaf]')$(param x '[/top/real/0]')<wire name=\"y\"/>"
+    block b modelBlock "$(param modelNode '[/leaf]')$(param x '[/top/complex/0]')<wire name=\"y\"/>"
+    pin address '(typeUFixed 1 0)'
+    block lut lutBlock \
+        "$(param lutPortAddr '[/top/address/0]')$(param lutData '(1 2 3)')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param a '[/top/a/y]')$(param b '[/top/b/y]')$(param c '[/top/lut/primWireOut]')"
+    printf '</model></design></kelmar>\n'
+} >gate.xml
+sed -e '/name="complex"/s/(typeComplex \((typeSFixed 4 0)\))/\1/' gate.xml >warned.xml
+run 0 check warned.xml
+[ "$(cat err)" = "warned.xml: warning: look-up table '/top/lut' has 3 entries, more than its address of 1 bits can reach \
+[LUT_INIT_EXCEEDS_ADDRESS_SPACE]" ] || die "another warning"
+empty out
+run 0 check warned.xml --json
+empty err
+json out '[(f["severity"], f["tag"], f["block"], f["dataSize"]) for f in d["findings"]] == [
+    ("warning", "LUT_INIT_EXCEEDS_ADDRESS_SPACE", "/top/lut", "3")]'
+# A type that a wrong block cannot have is told with its cause, once, and beside the mistake itself.
+run 1 check gate.xml
+[ "$(grep -c REAL_ONLY_PORT_IS_COMPLEX err)" = 2 ] || die "each port once"
+has err "gate.xml: error: port '0' of block '/leaf/max' must be real but has a complex signal [REAL_ONLY_PORT_IS_COMPLEX]"
+has err LUT_INIT_EXCEEDS_ADDRESS_SPACE
+lacks err UNABLE_TO_INFER_TYPE
+# The gate in a list of passes: errors keep what comes behind from running, and types are asked for.
+run 1 opt gate.xml -p ValidateModelPass -o passed.xml --no-reproducer
+has err REAL_ONLY_PORT_IS_COMPLEX
+run 0 opt warned.xml -p ValidateModelPass -o passed.xml --no-reproducer
+has err LUT_INIT_EXCEEDS_ADDRESS_SPACE
+run 0 diff warned.xml passed.xml
+run 1 opt failing.xml -p ValidateModelPass --no-reproducer
+[ "$(grep -c UNABLE_TO_INFER_TYPE err)" = 10 ] || die "each signal once"
+has err "cannot infer the type of output port primWireOut of block '/top/neg' in model '/top' [UNABLE_TO_INFER_TYPE]"
+run 0 opt failing.xml -p ValidateModelPass --feature DISABLE_VALIDATE_MODEL_PASS=true --no-reproducer
+empty err
+# Without types the report alone tells so.
+run 1 check failing.xml
+lacks err UNABLE_TO_INFER_TYPE
+[ "$(wc -l <err)" = 1 ] || die "the same failure is told twice"
+run 1 check failing.xml --json
+json out 'd["findings"] == []'
+
+# Two rules that disagree are told once, although two analyses look.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="leaf">\n' "$namespace"
+    param synthOutputMode true
+    pin lanes '(typeVector 4 (typeSFixed 8 0))'
+    block cast castBlock \
+        "$(param 0 '[/leaf/lanes/0]')$(param castOutputType '(typeSFixed 4 0)')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param y '[/leaf/cast/primWireOut]')"
+    printf '</model><model name="bench">\n'
+    block dut modelBlock "$(param modelNode '[/leaf]')<wire name=\"y\"/>"
+    block out outputBlock "$(param y '[/bench/dut/y]')"
+    printf '</model></design></kelmar>\n'
+} >disagreeing.xml
+run 0 check disagreeing.xml
+[ "$(wc -l <err)" = 1 ] || die "not one line"
+has err 'disagreeing.xml: warning: '
+has err MODIFYING_WIRE_TYPE

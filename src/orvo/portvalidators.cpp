@@ -1,0 +1,291 @@
+// The checks of what the types of a block's ports are: vector widths, real numbers, and whether there is a type at all.
+#include "orvo/modelvalidators.h"
+
+#include <orvo/block.h>
+#include <orvo/logging.h>
+#include <orvo/staticstrings.h>
+#include <orvo/types.h>
+#include <orvo/wire.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+namespace orvo {
+
+namespace {
+
+using internal::TypesOfModel;
+
+/// Their ports carry signals that have nothing to do with each other, or lengths that are to differ.
+constexpr const StaticString *kFreeDimensions[] = {
+    &A_TYPE_PIN_BLOCK,
+    &A_MODEL_BLOCK,
+    &A_VCONCAT_BLOCK,
+    &A_INPUT_BLOCK,
+    &A_OUTPUT_BLOCK,
+    &A_CHANNEL_IN_BLOCK,
+    &A_CHANNEL_OUT_BLOCK,
+    &A_SIGNAL_IN_BLOCK,
+    &A_SIGNAL_OUT_BLOCK,
+    &A_DEMUX_BLOCK,
+    &A_LOOP_BLOCK,
+    &A_APACK_BLOCK,
+    &A_AUNPACK_BLOCK,
+    &A_STALLENTER_BLOCK,
+    &A_STALLEXIT_BLOCK,
+    &A_STALLREG_BLOCK,
+    &A_FOR_LOOP_BLOCK,
+    // What stands for a whole model or for logic from outside has the ports of that.
+    &A_SCHEDULED_MODEL_BLOCK,
+    &A_EXT_IFACE_BLOCK,
+};
+
+/// A port of a block type.
+struct PortOfType {
+    const StaticString *block;
+    /// Null for all ports.
+    const StaticString *port = nullptr;
+};
+
+/// What steers all lanes together, or each by itself.
+constexpr PortOfType kFreePorts[] = {
+    {&A_BARREL_LEFT_BLOCK, &A_BARREL_PORT_SHIFT},
+    {&A_BARREL_RIGHT_BLOCK, &A_BARREL_PORT_SHIFT},
+    {&A_BARREL_RIGHT_LZC_BLOCK, &A_BARREL_PORT_SHIFT},
+};
+
+constexpr PortOfType kRealOnly[] = {
+    {&A_ABS_BLOCK},
+    {&A_ACC_BLOCK},
+    {&A_ACOS_BLOCK},
+    {&A_AND_BLOCK},
+    {&A_AND_REDUCE_BLOCK},
+    {&A_ARCCOSPI_BLOCK},
+    {&A_ARCSINPI_BLOCK},
+    {&A_ARCTAN2_BLOCK},
+    {&A_ARCTANPI_BLOCK},
+    {&A_ASIN_BLOCK},
+    {&A_ATAN_BLOCK},
+    {&A_BARREL_LEFT_BLOCK, &A_BARREL_PORT_SHIFT},
+    {&A_BARREL_RIGHT_BLOCK, &A_BARREL_PORT_SHIFT},
+    {&A_BIT_COUNT_BLOCK},
+    {&A_BIT_JOIN_REDUCE_BLOCK},
+    {&A_CMP_GE_BLOCK},
+    {&A_CMP_LT_BLOCK},
+    {&A_COMPARECTRL_BLOCK},
+    {&A_CORDIC_BLOCK, &A_CORDIC_PORT_MODE},
+    {&A_COS_BLOCK},
+    {&A_COSPIX_BLOCK},
+    {&A_COT_BLOCK},
+    {&A_COTPIX_BLOCK},
+    {&A_COUNTER_BLOCK},
+    {&A_CUBEROOT_BLOCK},
+    {&A_DIM_BLOCK},
+    {&A_DIVIDE_BLOCK},
+    {&A_EXP10_BLOCK},
+    {&A_EXP2_BLOCK},
+    {&A_EXP_BLOCK},
+    {&A_EXPM1_BLOCK},
+    {&A_FLOAT_MULTACC_BLOCK},
+    {&A_FOR_LOOP_BLOCK},
+    {&A_HYPOT_BLOCK},
+    {&A_ILOGB_BLOCK},
+    {&A_LD_COUNTER_BLOCK},
+    {&A_LOG10_BLOCK},
+    {&A_LOG1P_BLOCK},
+    {&A_LOG2_BLOCK},
+    {&A_LOG_BLOCK},
+    {&A_LOOP_BLOCK},
+    {&A_MAGMAX_BLOCK},
+    {&A_MAGMIN_BLOCK},
+    {&A_MAX_BLOCK},
+    {&A_MIN_BLOCK},
+    {&A_MINMAX_BLOCK},
+    {&A_MOD_BLOCK},
+    {&A_MULT_POW2_BLOCK},
+    {&A_NAND_BLOCK},
+    {&A_NAND_REDUCE_BLOCK},
+    {&A_NOR_BLOCK},
+    {&A_NOR_REDUCE_BLOCK},
+    {&A_NOT_BLOCK},
+    {&A_OR_BLOCK},
+    {&A_OR_REDUCE_BLOCK},
+    {&A_POLYNOMIAL_BLOCK},
+    {&A_POW_BLOCK},
+    {&A_POWR_BLOCK},
+    {&A_RECIP_SQRT_BLOCK},
+    {&A_RECIPROCAL_BLOCK},
+    {&A_REVERSE_BLOCK},
+    {&A_SEQUENCE_BLOCK},
+    {&A_SIN_BLOCK},
+    {&A_SINCOSFUSED_BLOCK},
+    {&A_SINCOSPIXFUSED_BLOCK},
+    {&A_SINPIX_BLOCK},
+    {&A_SQRT_BLOCK},
+    {&A_TAN_BLOCK},
+    {&A_TANPIX_BLOCK},
+    {&A_XNOR_BLOCK},
+    {&A_XNOR_REDUCE_BLOCK},
+    {&A_XOR_BLOCK},
+    {&A_XOR_REDUCE_BLOCK},
+};
+
+/// The rows of a table by the type of the block; a type has one row.
+using PortTable = std::unordered_map<const Value *, const StaticString *>;
+template <class Rows> PortTable tableOf(const Rows &rows) {
+    PortTable table;
+    for (const PortOfType &row : rows) {
+        table.emplace(row.block->get_ptr(), row.port);
+    }
+    return table;
+}
+
+bool hasFreeDimensions(const Block &block) {
+    static const std::unordered_set<const Value *> types = [] {
+        std::unordered_set<const Value *> all;
+        for (const StaticString *type : kFreeDimensions) {
+            all.insert(type->get_ptr());
+        }
+        return all;
+    }();
+    return types.count(block.type()) != 0 || block.findParam(A_FOLDING_KERNEL_TAG) != nullptr;
+}
+
+bool isFreePort(const Port &port) {
+    static const PortTable table = tableOf(kFreePorts);
+    const auto row = table.find(port.getBlock().type());
+    return row != table.end() && port.getName() == *row->second;
+}
+
+/// Ports are counted, or have a name.
+enum class PortKind { Numbered, Named };
+PortKind kindOf(const Port &port) { return numberVR(port.getName()) ? PortKind::Numbered : PortKind::Named; }
+
+/// The widest vectors met at the ports of a block, level by level from the innermost.
+class WidestVectors {
+  public:
+    struct Level {
+        int length;
+        PortKind kind;
+    };
+    /// Takes the lengths at a port in. Gives what the first of them that disagrees with others met before stood
+    /// against, and that length; null if all agree.
+    std::optional<std::pair<Level, int>> take(const std::vector<int> &lengths, PortKind kind) {
+        std::optional<std::pair<Level, int>> clash;
+        mLevels.resize(std::max(mLevels.size(), lengths.size()), Level{1, kind});
+        for (std::size_t i = 0; i < lengths.size(); ++i) {
+            Level &widest = mLevels[i];
+            if (lengths[i] != widest.length && lengths[i] != 1 && widest.length != 1 && !clash) {
+                clash.emplace(widest, lengths[i]);
+            }
+            if (lengths[i] > widest.length) {
+                widest = {lengths[i], kind};
+            }
+        }
+        return clash;
+    }
+
+  private:
+    std::vector<Level> mLevels;
+};
+
+void tellClash(const Port &port, const WidestVectors::Level &widest, int length) {
+    const log::LogParams place = log::p("block", port.getBlock().value()) % log::p("port", port.getName());
+    if (widest.kind == kindOf(port)) {
+        log::msg(msg::error::UNEQUAL_PORT_VECTOR_WIDTHS, log::p("width", length) % place);
+    } else {
+        log::msg(msg::error::UNEQUAL_PORT_VECTOR_WIDTHS_MIXING,
+                 log::p("expected", widest.length) % log::p("actual", length) % place);
+    }
+}
+
+void checkDimensions(const Block &block, const TypesOfModel &types) {
+    std::unordered_set<const Port *> told;
+    for (const RefChain &instance : types.instances()) {
+        WidestVectors widest;
+        for (const Port &port : block.ports()) {
+            if (isFreePort(port)) {
+                continue;
+            }
+            const VectorDecorSpec vectors(types.at(port, instance), block.getContext());
+            const auto clash = vectors.isVector() ? widest.take(vectors.vectorLengths(), kindOf(port)) : std::nullopt;
+            if (clash && told.insert(&port).second) {
+                tellClash(port, clash->first, clash->second);
+            }
+        }
+    }
+}
+
+/// A port or wire in words.
+std::string descriptiveName(const PureValueRef &name) {
+    if (numberVR(name)) {
+        return "data port " + name->toString();
+    }
+    const PureTupleValueRef pair = pureTupleVR(name);
+    if (pair && stringVR(pair->maybeAt(0)) && numberVR(pair->maybeAt(1))) {
+        return "port(" + pair->at(1)->toString() + ") " + pair->at(0)->toString();
+    }
+    return "port " + name->toString();
+}
+
+template <class End> void checkHasType(const End &end, const char *side, const TypesOfModel &types) {
+    if (types.any(end, [](const PureValueRef &type) { return !AggregateTypeSpec(type).valid(); })) {
+        const Block &block = end.getBlock();
+        log::msg(msg::error::UNABLE_TO_INFER_TYPE,
+                 log::p("port", descriptiveName(end.getName())) % log::p("block", block.value()) %
+                     log::p("model", block.getModel().value()) % log::p("side", side));
+    }
+}
+
+} // namespace
+
+void PortDimensionsValidator::validate(ModelPassContext &context) {
+    const TypesOfModel types = facts().typesOf(context);
+    for (const Block &block : context.getModel()) {
+        // One port cannot disagree.
+        if (block.port_size() > 1 && !hasFreeDimensions(block)) {
+            checkDimensions(block, types);
+        }
+    }
+}
+
+void RealOnlyPortsValidator::validate(ModelPassContext &context) {
+    static const PortTable table = tableOf(kRealOnly);
+    const TypesOfModel types = facts().typesOf(context);
+    for (const Block &block : context.getModel()) {
+        const auto row = table.find(block.type());
+        if (row == table.end()) {
+            continue;
+        }
+        for (const Port &port : block.ports()) {
+            if (row->second != nullptr && !(port.getName() == *row->second)) {
+                continue;
+            }
+            if (types.any(port, [&](const PureValueRef &type) {
+                    return ComplexDecorSpec(type, block.getContext()).isComplex();
+                })) {
+                log::msg(msg::error::REAL_ONLY_PORT_IS_COMPLEX,
+                         log::p("block", block.value()) % log::p("port", port.getName()));
+            }
+        }
+    }
+}
+
+void TypeInferenceValidator::validate(ModelPassContext &context) {
+    const TypesOfModel types = facts().typesOf(context);
+    for (const Block &block : context.getModel()) {
+        for (const Wire &wire : block) {
+            checkHasType(wire, "output", types);
+        }
+        for (const Port &port : block.ports()) {
+            checkHasType(port, "input", types);
+        }
+    }
+}
+
+} // namespace orvo
