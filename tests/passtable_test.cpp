@@ -31,6 +31,7 @@ TEST(PassTable, registersThePassesInItsOrder) {
                                                "ModelTreePass",
                                                "DeadModelPass",
                                                "DecomposeCompositePass",
+                                               "ConstMultPass",
                                                "NetlistVerificationPass"};
     std::vector<std::string> registered = internal::registeredPasses();
     registered.resize(expected.size());

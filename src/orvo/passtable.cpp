@@ -3,6 +3,7 @@
 
 #include "orvo/analysedesignpass.h"
 #include "orvo/checkscalarsignalspass.h"
+#include "orvo/constmultpass.h"
 #include "orvo/deadblockpass.h"
 #include "orvo/deadmodelpass.h"
 #include "orvo/decomposecompositepass.h"
@@ -55,6 +56,7 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(ModelTreePass),
     ORVO_PASS_ROW(DeadModelPass),
     ORVO_PASS_ROW(DecomposeCompositePass),
+    ORVO_PASS_ROW(ConstMultPass),
     ORVO_PASS_ROW(NetlistVerificationPass),
     ORVO_PASS_ROW(UnrollComplexPass),
     ORVO_PASS_ROW(UnrollComplexCrossModelPass),
