@@ -51,7 +51,7 @@ class DesignEstimateTest : public orvo::test::SimulatorFixture {
 
 TEST_F(DesignEstimateTest, hasNothingForAnEmptyDesign) {
     Design empty(mgr.context());
-    const DesignEstimate all = estimateLowered(empty);
+    const DesignEstimate all = estimateLowered(empty, topModels(empty));
     EXPECT_TRUE(all.models.empty());
     EXPECT_EQ(all.total, Usage());
 }
@@ -62,7 +62,7 @@ TEST_F(DesignEstimateTest, takesTheLongestOfSeveralWays) {
     Block &neg = unary(model, "neg", "negBlock", out(slow));
     output(model, "o", out(neg));
     output(model, "p", out(unary(model, "other", "negBlock", a)));
-    const DesignEstimate all = estimateLowered(design);
+    const DesignEstimate all = estimateLowered(design, topModels(design));
     EXPECT_EQ(all.total.latency, 6);
     EXPECT_EQ(all.total.luts, 32 + 9 + 9);
     EXPECT_EQ(all.uncounted, 0);
@@ -76,7 +76,7 @@ TEST_F(DesignEstimateTest, goesOnceThroughALoop) {
     sum.setParam(value("0"), a);
     sum.setParam(value("1"), pinned(out(state), "s8.0"));
     output(model, "o", out(unary(model, "neg", "negBlock", out(sum))));
-    EXPECT_EQ(estimateLowered(design).total.latency, 1 + 1 + 1);
+    EXPECT_EQ(estimateLowered(design, topModels(design)).total.latency, 1 + 1 + 1);
 }
 
 TEST_F(DesignEstimateTest, countsAModelInEachOfItsPlaces) {
@@ -88,7 +88,7 @@ TEST_F(DesignEstimateTest, countsAModelInEachOfItsPlaces) {
     Block::create(middle, "out", A_OUTPUT_BLOCK)->setParam(value("y"), instance(middle, "i2", below, first));
     output(model, "o", instance(model, "m1", middle, input(model, "a", "s8.0")));
     output(model, "p", instance(model, "m2", middle, input(model, "b", "s8.0")));
-    const DesignEstimate all = estimateLowered(design);
+    const DesignEstimate all = estimateLowered(design, topModels(design));
     EXPECT_EQ(of(all, "top").instances, 1);
     EXPECT_EQ(of(all, "middle").instances, 2);
     EXPECT_EQ(of(all, "below").instances, 4);
@@ -103,7 +103,7 @@ TEST_F(DesignEstimateTest, tellsInstancesOfDifferentTypesApart) {
     Model &below = negator("below");
     output(model, "o", instance(model, "i1", below, input(model, "a", "s4.0")));
     output(model, "p", instance(model, "i2", below, input(model, "b", "s8.0")));
-    const DesignEstimate all = estimateLowered(design);
+    const DesignEstimate all = estimateLowered(design, topModels(design));
     EXPECT_EQ(all.total.luts, 5 + 9);
     EXPECT_EQ(of(all, "below").usage.luts, 9);
 }
@@ -112,7 +112,7 @@ TEST_F(DesignEstimateTest, sumsModelsThatNothingInstantiates) {
     output(model, "o", out(unary(model, "neg", "negBlock", input(model, "a", "s8.0"))));
     Model &other = *Model::create(design, "other");
     output(other, "o", out(unary(other, "neg", "negBlock", input(other, "a", "s40.0"))));
-    const DesignEstimate all = estimateLowered(design);
+    const DesignEstimate all = estimateLowered(design, topModels(design));
     EXPECT_EQ(all.total.luts, 9 + 41);
     EXPECT_EQ(all.total.latency, 2);
 }
@@ -121,7 +121,7 @@ TEST_F(DesignEstimateTest, tellsHowManyBlocksItDidNotCount) {
     output(model, "o", *Wire::create(block(model, "what", "unsupportedBlock"), value("y")));
     Wire &unknown = *Wire::create(block(model, "open", "addBlock"), A_PRIM_WIRE_OUT);
     output(model, "p", unknown);
-    EXPECT_EQ(estimateLowered(design).uncounted, 2);
+    EXPECT_EQ(estimateLowered(design, topModels(design)).uncounted, 2);
 }
 
 TEST_F(DesignEstimateTest, doesNotCountModelsThatContainThemselves) {
@@ -132,7 +132,7 @@ TEST_F(DesignEstimateTest, doesNotCountModelsThatContainThemselves) {
     Block::create(self, "out", A_OUTPUT_BLOCK)->setParam(value("y"), inner);
     output(model, "o", instance(model, "i", self, input(model, "a", "s8.0")));
     output(model, "p", out(unary(model, "neg", "negBlock", input(model, "b", "s8.0"))));
-    const DesignEstimate all = estimateLowered(design);
+    const DesignEstimate all = estimateLowered(design, topModels(design));
     EXPECT_EQ(all.total.luts, 9);
     EXPECT_EQ(all.uncounted, 1);
     EXPECT_EQ(of(all, "self").uncounted, 1);
@@ -150,7 +150,7 @@ TEST_F(DesignEstimateTest, countsInstancesAlongEveryWay) {
         below = &above;
     }
     output(model, "o", instance(model, "i", *below, input(model, "a", "s8.0")));
-    const DesignEstimate all = estimateLowered(design);
+    const DesignEstimate all = estimateLowered(design, topModels(design));
     EXPECT_EQ(of(all, "m0").instances, 256);
     EXPECT_EQ(all.total.luts, 256 * 9);
     EXPECT_EQ(all.total.latency, 1);

@@ -82,6 +82,21 @@ TEST_F(ModelGeneratorTest, leavesTheDesignAndTheListenerAsTheyAre) {
     EXPECT_EQ(heard.take().size(), 1U);
 }
 
+TEST_F(ModelGeneratorTest, doesNotCountAModelOfWhichNothingIsLeft) {
+    Model &below = *Model::create(design, "below");
+    Block &in = *Block::create(below, "in", A_INPUT_BLOCK);
+    Block::create(below, "out", A_OUTPUT_BLOCK)
+        ->setParam(value("y"), out(unary(below, "neg", "negBlock", pinned(*Wire::create(in, value("x")), "s8.0"))));
+    Block &instance = *Block::create(model, "i", A_MODEL_BLOCK);
+    instance.setParam(A_MODEL_NODE, below);
+    instance.setParam(value("x"), input(model, "a", "s8.0"));
+    // Nobody reads the instance.
+    Wire::create(instance, value("y"));
+    const generator::DesignEstimate all = generator::estimateDesign(design);
+    EXPECT_EQ(all.total, generator::Usage());
+    EXPECT_EQ(all.models.front().instances + all.models.back().instances, 1);
+}
+
 TEST_F(ModelGeneratorTest, answersForAModelBelowAnother) {
     Model &below = *Model::create(design, "below");
     Block &in = *Block::create(below, "in", A_INPUT_BLOCK);

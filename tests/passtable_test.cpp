@@ -81,6 +81,7 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
     };
     const std::map<std::string, std::vector<std::string>> some = {
         {"CheckScalarSignalsPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"ConstMultPass", {"GlobalTypePass", "ModelTreePass"}},
         {"DecomposeCompositePass", {"GlobalTypePass", "ModelTreePass"}},
         {"DumpTypesPass", {"GlobalTypePass"}},
         {"ElideFromGotoPass", {"ModelTreePass"}},

@@ -59,8 +59,8 @@ Count longestWay(const internal::Digraph &graph, const std::vector<Count> &laten
 
 class DesignEstimator {
   public:
-    explicit DesignEstimator(Design &design)
-        : mResults(inferred(design)), mTypes(*mResults.getPass<GlobalTypePass>()),
+    DesignEstimator(Design &design, const std::set<PureValueRef> &tops)
+        : mTops(tops), mResults(inferred(design)), mTypes(*mResults.getPass<GlobalTypePass>()),
           mTree(*mResults.getPass<ModelTreePass>()), mDistinct(mTree, mTypes) {
         for (Model &model : design) {
             mNumbers.emplace(&model, static_cast<std::uint32_t>(mModels.size()));
@@ -183,9 +183,11 @@ class DesignEstimator {
         return usage ? Cost{*usage, 0} : Cost{{}, 1};
     }
 
+    bool isTop(const Entry &entry) const { return mTops.count(entry.estimate.name) != 0; }
+
     /// Behind all models that instantiate it.
     void countInstances(Entry &entry, const internal::Digraph &graph, std::uint32_t number) {
-        if (entry.model->getParentBlocks().empty()) {
+        if (isTop(entry)) {
             entry.estimate.instances = 1;
         }
         for (const std::uint32_t below : graph.edgesOf(number)) {
@@ -199,7 +201,7 @@ class DesignEstimator {
     DesignEstimate result() {
         DesignEstimate result;
         for (Entry &entry : mModels) {
-            if (entry.model->getParentBlocks().empty()) {
+            if (isTop(entry)) {
                 result.total = beside(result.total, entry.estimate.usage);
                 result.uncounted = plus(result.uncounted, entry.estimate.uncounted);
             }
@@ -208,6 +210,7 @@ class DesignEstimator {
         return result;
     }
 
+    const std::set<PureValueRef> &mTops;
     PassResults mResults;
     GlobalTypePass &mTypes;
     ModelTreePass &mTree;
@@ -219,6 +222,18 @@ class DesignEstimator {
 
 } // namespace
 
-DesignEstimate estimateLowered(Design &lowered) { return DesignEstimator(lowered).run(); }
+DesignEstimate estimateLowered(Design &lowered, const std::set<PureValueRef> &tops) {
+    return DesignEstimator(lowered, tops).run();
+}
+
+std::set<PureValueRef> topModels(const Design &design) {
+    std::set<PureValueRef> tops;
+    for (const Model &model : design) {
+        if (model.getParentBlocks().empty()) {
+            tops.insert(model.getName());
+        }
+    }
+    return tops;
+}
 
 } // namespace orvo::generator

@@ -5,6 +5,7 @@
 
 #include <orvo/value.h>
 
+#include <set>
 #include <vector>
 
 namespace orvo {
@@ -28,13 +29,16 @@ struct ModelEstimate {
 struct DesignEstimate {
     /// In the design's order.
     std::vector<ModelEstimate> models;
-    /// Of all models that nothing instantiates.
+    /// Of all models that nothing instantiates, however dead logic has gone.
     Usage total;
     Count uncounted = 0;
 };
 
 /// Infers the types of the design, which it does not change otherwise. Works on each instance of a model whose types
-/// differ from those of the others once.
-ORVO_API DesignEstimate estimateLowered(Design &lowered);
+/// differ from those of the others once. `tops` are the models that count as used by themselves: lowering may have
+/// taken the last block that stood for another.
+ORVO_API DesignEstimate estimateLowered(Design &lowered, const std::set<PureValueRef> &tops);
+/// The models that nothing instantiates.
+ORVO_API std::set<PureValueRef> topModels(const Design &design);
 
 } // namespace orvo::generator

@@ -72,7 +72,7 @@ DesignEstimate estimateDesign(const Design &design) {
     const Silence silence(design.getContext());
     const std::unique_ptr<Design> copy = copyOf(design);
     lower(*copy);
-    return estimateLowered(*copy);
+    return estimateLowered(*copy, topModels(design));
 }
 
 ResourceUsageAndLatencyHelper estimateModel(Model &model, bool, bool, bool) {
