@@ -100,7 +100,7 @@ const std::map<std::string, std::string> &coveredBy() {
 
 TEST(Names, giveEverySourceATest) {
     const fs::path root = ORVO_TEST_SOURCE_DIR;
-    for (const char *folder : {"src/device", "src/gen", "src/orvo", "src/sim", "src/util"}) {
+    for (const char *folder : {"src/device", "src/gen", "src/generator", "src/orvo", "src/sim", "src/util"}) {
         for (const auto &entry : fs::directory_iterator(root / folder)) {
             if (entry.path().extension() != ".cpp") {
                 continue;

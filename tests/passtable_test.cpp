@@ -39,6 +39,7 @@ TEST(PassTable, registersThePassesInItsOrder) {
                                                "PrecisionAdjustmentPass",
                                                "DecomposeCompositePass",
                                                "ElideConstShiftsPass",
+                                               "ConstMultPass",
                                                "UnrelaxBoolsPass",
                                                "PrepareTierPass",
                                                "UnrollScheduledModelPass",
@@ -97,6 +98,7 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
     const std::map<std::string, std::vector<std::string>> some = {
         {"CheckScalarSignalsPass", {"ModelTreePass", "GlobalTypePass"}},
         {"ConstCastPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"ConstMultPass", {"GlobalTypePass", "ModelTreePass"}},
         {"DecomposeCompositePass", {"GlobalTypePass", "ModelTreePass"}},
         {"DumpTypesPass", {"GlobalTypePass"}},
         {"ElideConstShiftsPass", {"ModelTreePass", "GlobalTypePass"}},

@@ -302,6 +302,7 @@ class ORVO_API PassContext {
     /// From the request, else the declared default, which may be null; an undeclared name is an assertion.
     PureValueRef getParam(const Pass *pass, const std::string &name) const;
     void returnParam(const Pass *pass, const std::string &name, const PureValueRef &value) const;
+    /// What the request brings, else the generator that comes with the library, which only estimates.
     ModelGenerationHelper getRunModelGenerationHelperPointer(const Pass *pass) const;
 
   protected:

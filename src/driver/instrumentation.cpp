@@ -7,6 +7,7 @@
 #include "driver/message_texts.h"
 #include "driver/simulation.h"
 #include "driver/waveform.h"
+#include "generator/modelgenerator.h"
 
 #include <orvo/block.h>
 #include <orvo/blocksinfo.h>
@@ -64,6 +65,10 @@ bool DriverInstrumentation::shouldRun(const PassExecution &execution, Design &de
     if (mOptions.stats) {
         record.before = mRecords.empty() ? countNodes(design) : mRecords.back().after;
         record.after = record.before;
+    }
+    if (mOptions.resources) {
+        record.costBefore = mRecords.empty() ? estimate(design) : mRecords.back().costAfter;
+        record.costAfter = record.costBefore;
     }
     mRecords.push_back(record);
     return record.ran;
@@ -144,6 +149,9 @@ void DriverInstrumentation::afterPass(const PassExecution &, Design &design, boo
         record.after = countNodes(design);
     }
     disarmFaults();
+    if (changed && isSound && mOptions.resources) {
+        record.costAfter = estimate(design);
+    }
     if (changed && !mOptions.dumpFolder.empty()) {
         dump(record, design);
     }
@@ -225,6 +233,15 @@ void DriverInstrumentation::compareWithBefore(const PassRecord &record, const De
             fail(std::string(error.what()) + (error.blocks().empty() ? "" : " at " + error.blocks().front()));
         }
     }
+}
+
+/// Lists of passes run none, and so have nothing to compare.
+generator::Usage DriverInstrumentation::estimate(const Design &design) {
+    if (mOptions.list) {
+        return {};
+    }
+    util::ProfilingSection section("estimate", "what the design costs");
+    return generator::estimateDesign(design).total;
 }
 
 void DriverInstrumentation::dump(PassRecord &record, const Design &design) {

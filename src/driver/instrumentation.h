@@ -10,6 +10,7 @@
 #include "driver/progress.h"
 #include "driver/reproducer.h"
 #include "driver/statistics.h"
+#include "generator/formulas.h"
 
 #include <orvo/pass.h>
 #include <orvo/simulator.h>
@@ -29,6 +30,8 @@ struct RunOptions {
     bool simulate = false;
     /// Count blocks and wires after each pass.
     bool stats = false;
+    /// Estimate what the design costs after each pass.
+    bool resources = false;
     /// Run nothing, only number.
     bool list = false;
     /// Empty for no dumps.
@@ -63,6 +66,9 @@ struct PassRecord {
     /// Only with statistics.
     NodeCounts before;
     NodeCounts after;
+    /// Only with estimates.
+    generator::Usage costBefore;
+    generator::Usage costAfter;
 };
 
 class DriverInstrumentation final : public PassInstrumentation {
@@ -85,6 +91,7 @@ class DriverInstrumentation final : public PassInstrumentation {
     bool wasSoBefore(const Finding &finding) const;
     void simulateBefore(const Design &design);
     void compareWithBefore(const PassRecord &record, const Design &design);
+    generator::Usage estimate(const Design &design);
     void dump(PassRecord &record, const Design &design);
 
     RunOptions mOptions;

@@ -5,6 +5,7 @@
 #include "driver/errorhints.h"
 #include "driver/files.h"
 #include "driver/instrumentation.h"
+#include "driver/resources.h"
 #include "driver/statistics.h"
 #include "driver/suggest.h"
 #include "driver/typetable.h"
@@ -60,7 +61,7 @@ void fold(util::ProfilingNode &node) {
     node.children = std::move(kept);
 }
 
-Json toJson(const PassRecord &record, bool stats) {
+Json toJson(const PassRecord &record, bool stats, bool resources) {
     Json json;
     json["number"] = record.number;
     json["name"] = record.name;
@@ -76,6 +77,10 @@ Json toJson(const PassRecord &record, bool stats) {
         json["blocks_after"] = record.after.blocks;
         json["wires_before"] = record.before.wires;
         json["wires_after"] = record.after.wires;
+    }
+    if (resources) {
+        json["resources_before"] = driver::toJson(record.costBefore);
+        json["resources_after"] = driver::toJson(record.costAfter);
     }
     return json;
 }
@@ -230,6 +235,7 @@ class PassRun {
         options.verifyEach = mArguments.verifyEach;
         options.simulate = mArguments.check == "sim";
         options.stats = mArguments.counts();
+        options.resources = mArguments.resources;
         options.list = mArguments.list;
         options.dumpFolder = mArguments.dumpFolder;
         options.stopAfter = mArguments.stopAfter;
@@ -396,7 +402,7 @@ class PassRun {
         json["warnings"] = mConsole.warnings();
         json["passes"] = Json::array();
         for (const PassRecord &record : mInstrumentation->records()) {
-            json["passes"].push_back(toJson(record, mArguments.counts()));
+            json["passes"].push_back(toJson(record, mArguments.counts(), mArguments.resources && !mArguments.list));
         }
         if (mArguments.stats) {
             json["stats"] = {{"before", driver::toJson(before)}, {"after", driver::toJson(after)}};
@@ -424,6 +430,9 @@ class PassRun {
         }
         if (mArguments.growth) {
             text += growthText();
+        }
+        if (mArguments.resources && !mArguments.list) {
+            text += costText();
         }
         if (mArguments.types) {
             text += typesText();
@@ -508,6 +517,25 @@ class PassRun {
         return text + "\n";
     }
 
+    /// What was read costs, what each pass that changed something changed in that, and what the result costs.
+    std::string costText() const {
+        const std::vector<PassRecord> &records = mInstrumentation->records();
+        std::string text = resourcesHeading();
+        if (!records.empty()) {
+            text += resourcesRow("", "reading", records.front().costBefore);
+        }
+        for (const PassRecord &record : records) {
+            if (record.changed) {
+                text +=
+                    resourcesChange(std::to_string(record.number), record.name, record.costBefore, record.costAfter);
+            }
+        }
+        if (!records.empty()) {
+            text += resourcesRow("", "all", records.back().costAfter);
+        }
+        return text + "\n";
+    }
+
     RunArguments mArguments;
     PassSource mSource;
     Console &mConsole;
@@ -550,6 +578,8 @@ void addRunOptions(CLI::App &verb, RunArguments &arguments) {
         ->allow_extra_args(false);
     verb.add_flag("--stats", arguments.stats, "Print blocks by type before and after, and the growth of each pass");
     verb.add_flag("--growth", arguments.growth, "Print the blocks and wires behind each pass that changed something");
+    verb.add_flag("--resources", arguments.resources,
+                  "Print what the design would cost, and what each pass changed in that");
     verb.add_flag("--types-before-after", arguments.types, "Print the wires whose type the passes changed");
     verb.add_flag("--time", arguments.time, "Print where time and memory went");
     verb.add_option("--time-json", arguments.timeJson, "Write the same as JSON")

@@ -36,6 +36,7 @@ struct RunArguments {
     bool verifyEach = false;
     bool stats = false;
     bool growth = false;
+    bool resources = false;
     bool time = false;
     bool list = false;
     bool noReproducer = false;

@@ -2,12 +2,15 @@
 #include "driver/verbs.h"
 
 #include "driver/openeddesign.h"
+#include "driver/resources.h"
 #include "driver/statistics.h"
+#include "generator/modelgenerator.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <memory>
+#include <optional>
 
 namespace orvo::driver {
 
@@ -50,12 +53,25 @@ Json toJson(const DesignStatistics &statistics, const std::string &input) {
     return json;
 }
 
-int stat(const std::string &input, Console &console) {
+int stat(const std::string &input, bool resources, Console &console) {
     OpenedDesign opened(input, console);
     opened.progress.phase("counting");
     const DesignStatistics statistics = countDesign(*opened.design);
+    std::optional<generator::DesignEstimate> estimate;
+    if (resources) {
+        opened.progress.phase("estimating");
+        estimate = generator::estimateDesign(*opened.design);
+    }
     opened.progress.hide();
-    console.emit(console.json() ? documentText(toJson(statistics, input)) : text(statistics));
+    if (console.json()) {
+        Json json = toJson(statistics, input);
+        if (estimate) {
+            json["resources"] = driver::toJson(*estimate);
+        }
+        console.emit(documentText(json));
+    } else {
+        console.emit(text(statistics) + (estimate ? "\n" + resourcesText(*estimate) : ""));
+    }
     return kFine;
 }
 
@@ -65,7 +81,11 @@ void addStatVerb(CLI::App &app, VerbHost &host) {
     CLI::App *verb = addVerb(app, "stat", "Count what a design holds");
     auto input = std::make_shared<std::string>();
     verb->add_option("IN", *input, "Design XML to read; - is standard input")->type_name("FILE");
-    verb->callback([&host, input] { host.action = [&host, input] { return stat(*input, host.console); }; });
+    auto resources = std::make_shared<bool>(false);
+    verb->add_flag("--resources", *resources, "Estimate what each model costs once it is lowered to primitives");
+    verb->callback([&host, input, resources] {
+        host.action = [&host, input, resources] { return stat(*input, *resources, host.console); };
+    });
 }
 
 } // namespace orvo::driver

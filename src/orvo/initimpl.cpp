@@ -2,11 +2,13 @@
 // modules matters only where two set the same interface, since a later one replaces what an earlier one set.
 #include "orvo/initimpl.h"
 
+#include "generator/modelgenerator.h"
 #include "orvo/aggregateunrollers.h"
 #include "orvo/complexunrollers.h"
 #include "orvo/deadblockhandlers.h"
 #include "orvo/decomposehandlers.h"
 #include "orvo/domainhandlers.h"
+#include "orvo/passregistry.h"
 #include "orvo/passtable.h"
 #include "orvo/portordering.h"
 #include "orvo/typerules.h"
@@ -106,6 +108,7 @@ void initialiseORVO_Global() {
     }
     registerCoreValues();
     registerAllPasses();
+    setEmbeddedModelGenerator(&generator::estimateModel);
     gOrvoInitialised = true;
 }
 

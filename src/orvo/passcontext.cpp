@@ -1,4 +1,6 @@
 // The parameters of requests, and what a pass is given while it runs.
+#include "orvo/passregistry.h"
+
 #include <orvo/design.h>
 #include <orvo/logging.h>
 #include <orvo/model.h>
@@ -7,8 +9,22 @@
 #include <orvo/block.h>
 
 #include <algorithm>
+#include <atomic>
 
 namespace orvo {
+
+namespace internal {
+
+namespace {
+/// Contexts of several threads read it.
+std::atomic<ModelGenerationHelper> gEmbeddedModelGenerator{nullptr};
+} // namespace
+
+void setEmbeddedModelGenerator(ModelGenerationHelper generator) { gEmbeddedModelGenerator = generator; }
+
+ModelGenerationHelper embeddedModelGenerator() { return gEmbeddedModelGenerator; }
+
+} // namespace internal
 
 ParamContext::ParamContext(const Settings &settings) : mSettings(settings) {}
 
@@ -215,7 +231,8 @@ void PassContext::returnParam(const Pass *pass, const std::string &name, const P
 }
 
 ModelGenerationHelper PassContext::getRunModelGenerationHelperPointer(const Pass *pass) const {
-    return paramsOf(pass).helper();
+    const ModelGenerationHelper given = paramsOf(pass).helper();
+    return given != nullptr ? given : internal::embeddedModelGenerator();
 }
 
 ModelPassContext::ModelPassContext(Model &model, PassContext &parent)

@@ -5,6 +5,7 @@
 #include "orvo/checkconstantspass.h"
 #include "orvo/checkscalarsignalspass.h"
 #include "orvo/constcastpass.h"
+#include "orvo/constmultpass.h"
 #include "orvo/deadblockpass.h"
 #include "orvo/deadmodelpass.h"
 #include "orvo/decomposecompositepass.h"
@@ -72,6 +73,7 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(PrecisionAdjustmentPass),
     ORVO_PASS_ROW(DecomposeCompositePass),
     ORVO_PASS_ROW(ElideConstShiftsPass),
+    ORVO_PASS_ROW(ConstMultPass),
     ORVO_PASS_ROW(UnrelaxBoolsPass),
     ORVO_PASS_ROW(PrepareTierPass),
     ORVO_PASS_ROW(UnrollScheduledModelPass),

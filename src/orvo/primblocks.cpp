@@ -1,6 +1,8 @@
 // Type rules of the arithmetic, logic and bit-level blocks.
 #include "orvo/typerules.h"
 
+#include <orvo/constmulttype.h>
+
 #include <algorithm>
 #include <vector>
 
@@ -434,26 +436,8 @@ class UnaryConstMultTypeHandler final : public TypeInferHandler {
   public:
     void inferTypes(TypeInferAPI &api) const override {
         const NumTypeSpec input = portSpec(api, numberKey(api, 0));
-        if (input.isFloat()) {
-            setOut(api, input);
-            return;
-        }
-        NumTypeSpec product =
-            NumTypeSpec::typeOp(input, NumTypeSpec::fromFixedValue(api.getParam(A_CONST_VALUE)), TYPE_OP_MUL);
-        const TupleValueRef precision = tupleVR(api.getParam(A_OUTPUT_PRECISION));
-        if (precision && precision->size() >= 2 && product.valid()) {
-            NumTypeSpec given(precision->at(1), contextOf(api));
-            if (precision->at(0) == A_TYPE_SPECIFIED) {
-                overrideType(product, std::move(given));
-            } else if (precision->at(0) == A_FRACTION_SPECIFIED) {
-                given.requireFixed();
-                if (!given.valid()) {
-                    return;
-                }
-                product.setToFixed(product.isSigned(), product.fixedBits() - given.fracBits(), given.fracBits());
-            }
-        }
-        setOut(api, product);
+        setOut(api, util::constantMultiplierOutputType(input, api.getParam(A_CONST_VALUE),
+                                                       api.getParam(A_OUTPUT_PRECISION)));
     }
 };
 

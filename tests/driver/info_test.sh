@@ -55,7 +55,23 @@ json out 'd["depth"] == 1 and not d["recursive"] and d["top_models"] == ["top"] 
     printf '</model></design></kelmar>'
 } >deep.xml
 run 0 stat deep.xml --json
-json out 'd["depth"] == 3 and d["recursive"] and d["top_models"] == ["top"]'
+json out 'd["depth"] == 3 and d["recursive"] and d["top_models"] == ["top"] and "resources" not in d'
+run 0 stat deep.xml --json --resources
+json out '[(m["name"], m["instances"]) for m in d["resources"]["models"]] == [("leaf", 0), ("mid", 0), ("self", 0), ("top", 1)]'
+json out 'd["resources"]["total"]["luts"] == 0 and d["resources"]["total"]["uncounted"] == 0'
+
+# What a design would cost.
+run 0 stat "$typed" --resources --json
+json out 'd["resources"]["total"]["multipliers"] > 0 and d["resources"]["total"]["latency"] > 0'
+json out 'set(d["resources"]["total"]) == {"luts", "multipliers", "memory_blocks", "memory_bits", "latency", "uncounted"}'
+run 0 stat "$typed" --resources
+has out 'resources                       instances         LUTs  multipliers  mem blocks      mem bits  latency  uncounted'
+has out 'total  '
+run 0 stat "$typed"
+lacks out 'mem blocks'
+# Both adders of what is read; the others feed nothing, and nothing has a type.
+run 0 stat d.xml --resources --json
+json out 'd["resources"]["total"]["luts"] == 0 and d["resources"]["total"]["uncounted"] == 1'
 
 run 0 passes
 has out DeadBlockPass

@@ -169,6 +169,30 @@ run 0 lower d.xml -o done.xml --pipeline own --preset all --growth
 run 0 lower d.xml -o done.xml --pipeline own --preset all --growth --json
 json out 'd["schema"] == "orvo.lower/1" and d["written"] and [(p["name"], p["blocks_after"], p["wires_after"])
     for p in d["passes"]] == [("DeadBlockPass", 4, 4), ("ElideTerminalPass", 3, 3), ("DeadBlockPass", 3, 3), ("DumpXMLPass", 3, 3)]'
+# What it costs, pass by pass: two adders that nothing reads and an absolute value that comes apart.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block in inputBlock '<wire name="0"/>'
+    block pin typePinBlock "$(param typePinType '(typeSFixed 8 0)')$(param 0 '[/top/in/0]')<wire name=\"0\"/>"
+    block abs absBlock "$(param 0 '[/top/pin/0]')<wire name=\"primWireOut\"/>"
+    block neg negBlock "$(param 0 '[/top/abs/primWireOut]')<wire name=\"primWireOut\"/>"
+    block wide negBlock "$(param 0 '[/top/neg/primWireOut]')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param 0 '[/top/abs/primWireOut]')"
+    printf '</model></design></kelmar>\n'
+} >costs.xml
+printf '[costs]\nDecomposeCompositePass\nDeadBlockPass\n' >costing
+run 0 lower costs.xml -o costed.xml --pipeline costing --preset costs --resources
+[ "$(cat out)" = '       resources                                LUTs  multipliers  mem blocks      mem bits  latency
+       reading                                    18            0           0             0        2
+    3  DecomposeCompositePass                     +0           +0          +0            +0       +0
+    4  DeadBlockPass                              +0           +0          +0            +0       +0
+       all                                        18            0           0             0        2' ] || die "other costs"
+run 0 lower costs.xml -o costed.xml --pipeline costing --preset costs --resources --json
+json out '[(p["resources_before"]["luts"], p["resources_after"]["latency"]) for p in d["passes"]] == [(18, 2)] * 4'
+run 0 lower costs.xml --pipeline costing --preset costs --resources --list
+lacks out LUTs
+run 0 lower costs.xml --pipeline costing --preset costs --json
+json out 'all("resources_after" not in p for p in d["passes"])'
 run 0 lower d.xml --pipeline own --preset all --list
 has out '    3  DeadBlockPass'
 run 0 lower d.xml --pipeline own --preset all --stop-after 1 -o stopped.xml

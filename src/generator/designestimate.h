@@ -1,0 +1,44 @@
+// Estimates of the models of a lowered design.
+#pragma once
+
+#include "generator/formulas.h"
+
+#include <orvo/value.h>
+
+#include <set>
+#include <vector>
+
+namespace orvo {
+class Design;
+class Model;
+} // namespace orvo
+
+namespace orvo::generator {
+
+/// What one instance of a model costs, with all that it instantiates.
+struct ModelEstimate {
+    PureValueRef name;
+    /// Of instances with different types, each figure of the one in which it is largest.
+    Usage usage;
+    /// In the whole design.
+    Count instances = 0;
+    /// Blocks in it that no figure counts: of types for which there is no estimate, or with signals of unknown types.
+    Count uncounted = 0;
+};
+
+struct DesignEstimate {
+    /// In the design's order.
+    std::vector<ModelEstimate> models;
+    /// Of all models that nothing instantiates, however dead logic has gone.
+    Usage total;
+    Count uncounted = 0;
+};
+
+/// Infers the types of the design, which it does not change otherwise. Works on each instance of a model whose types
+/// differ from those of the others once. `tops` are the models that count as used by themselves: lowering may have
+/// taken the last block that stood for another.
+ORVO_API DesignEstimate estimateLowered(Design &lowered, const std::set<PureValueRef> &tops);
+/// The models that nothing instantiates.
+ORVO_API std::set<PureValueRef> topModels(const Design &design);
+
+} // namespace orvo::generator

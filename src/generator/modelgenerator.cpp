@@ -1,0 +1,86 @@
+// Copies a design, lowers the copy and estimates it.
+#include "generator/modelgenerator.h"
+
+#include <orvo/context.h>
+#include <orvo/design.h>
+#include <orvo/logging.h>
+#include <orvo/model.h>
+#include <orvo/pass.h>
+#include <orvo/staticstrings.h>
+#include <orvo/xmlservices.h>
+
+#include <algorithm>
+#include <memory>
+#include <sstream>
+
+namespace orvo::generator {
+
+namespace {
+
+/// What there is to say of the design, its own passes say.
+class Silence final : public ContextListener {
+  public:
+    explicit Silence(Context *context) : mContext(context), mListener(context->getListener()) {
+        context->setListener(this);
+    }
+    ~Silence() override { mContext->setListener(mListener); }
+    Silence(const Silence &) = delete;
+    Silence &operator=(const Silence &) = delete;
+    void onMessage(int, const char *, const log::LogParams &) override {}
+
+  private:
+    Context *mContext;
+    ContextListener *mListener;
+};
+
+/// The file form is a plain image of all that a design holds.
+std::unique_ptr<Design> copyOf(const Design &design) {
+    std::stringstream text;
+    XMLServices().toXML(text, design);
+    auto copy = std::make_unique<Design>(design.getContext());
+    XMLServices().fromXML(text, *copy, &XMLServices::silentErrorFunc);
+    ORVO_ASSERT(!text.fail(), "a design that was written cannot be read");
+    return copy;
+}
+
+/// The hierarchy stays, so that models can be told apart and each counts once; all else becomes primitives.
+void lower(Design &design) {
+    const WithParam ignoringMetadata("P_IGNORE_METADATA", A_TRUE);
+    PassScheduler scheduler;
+    scheduler.addPass("ElideFromGotoPass");
+    scheduler.addPass("UnrollScheduledModelPass");
+    scheduler.beginTurns();
+    for (const char *pass :
+         {"UnrollAggregatePass", "UnrollAggregateCrossModelPass", "UnrollVectorPass", "UnrollVectorCrossModelPass"}) {
+        scheduler.addPass(pass);
+    }
+    scheduler.addPass("ElideUnpackPass", ignoringMetadata);
+    scheduler.endTurns();
+    scheduler.addPass("UnrollComplexPass");
+    scheduler.addPass("UnrollComplexCrossModelPass");
+    scheduler.addPass("ElideUnpackPass", ignoringMetadata);
+    for (const char *pass : {"DecomposeCompositePass", "ElideTerminalPass", "DeadBlockPass"}) {
+        scheduler.addPass(pass);
+    }
+    scheduler.apply(design);
+}
+
+} // namespace
+
+DesignEstimate estimateDesign(const Design &design) {
+    ContextMgr guard(design.getContext());
+    const Silence silence(design.getContext());
+    const std::unique_ptr<Design> copy = copyOf(design);
+    lower(*copy);
+    return estimateLowered(*copy, topModels(design));
+}
+
+ResourceUsageAndLatencyHelper estimateModel(Model &model, bool, bool, bool) {
+    const DesignEstimate estimate = estimateDesign(model.getDesign());
+    const auto hit = std::find_if(estimate.models.begin(), estimate.models.end(),
+                                  [&](const ModelEstimate &one) { return one.name == model.getName(); });
+    ORVO_ASSERT(hit != estimate.models.end(), "lowering has lost a model");
+    return hit->usage;
+}
+
+} // namespace orvo::generator

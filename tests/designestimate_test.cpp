@@ -1,0 +1,161 @@
+// Sums of models: hierarchy, instances, and the longest way of a signal.
+#include "generator/designestimate.h"
+
+#include "support/simulatorfixture.h"
+#include "support/typetable.h"
+
+#include <orvo/context.h>
+#include <orvo/wire.h>
+
+#include <gtest/gtest.h>
+
+namespace orvo::generator {
+namespace {
+
+class DesignEstimateTest : public orvo::test::SimulatorFixture {
+  protected:
+    Block &unary(Model &in, const std::string &name, const std::string &type, Wire &wire, const Texts &params = {}) {
+        Block &made = block(in, name, type, params);
+        made.setParam(value("0"), wire);
+        Wire::create(made, A_PRIM_WIRE_OUT);
+        return made;
+    }
+    static Wire &out(Block &of) { return *of.getWire(A_PRIM_WIRE_OUT); }
+    /// A model that negates its input x.
+    Model &negator(const std::string &name) {
+        Model &made = *Model::create(design, name);
+        Block &in = *Block::create(made, "in", A_INPUT_BLOCK);
+        Block::create(made, "out", A_OUTPUT_BLOCK)
+            ->setParam(value("y"), out(unary(made, "neg", "negBlock", *Wire::create(in, value("x")))));
+        return made;
+    }
+    Wire &instance(Model &in, const std::string &name, Model &of, Wire &wire) {
+        Block &made = *Block::create(in, name, A_MODEL_BLOCK);
+        made.setParam(A_MODEL_NODE, of);
+        made.setParam(value("x"), wire);
+        return *Wire::create(made, value("y"));
+    }
+    ModelEstimate of(const DesignEstimate &all, const std::string &name) {
+        for (const ModelEstimate &one : all.models) {
+            if (one.name == value(name)) {
+                return one;
+            }
+        }
+        ADD_FAILURE() << "no model " << name;
+        return {};
+    }
+
+    Design design{mgr.context()};
+    Model &model = *Model::create(design, "top");
+};
+
+TEST_F(DesignEstimateTest, hasNothingForAnEmptyDesign) {
+    Design empty(mgr.context());
+    const DesignEstimate all = estimateLowered(empty, topModels(empty));
+    EXPECT_TRUE(all.models.empty());
+    EXPECT_EQ(all.total, Usage());
+}
+
+TEST_F(DesignEstimateTest, takesTheLongestOfSeveralWays) {
+    Wire &a = input(model, "a", "s8.0");
+    Block &slow = unary(model, "slow", "delayBlock", a, {{"delayLength", "5"}});
+    Block &neg = unary(model, "neg", "negBlock", out(slow));
+    output(model, "o", out(neg));
+    output(model, "p", out(unary(model, "other", "negBlock", a)));
+    const DesignEstimate all = estimateLowered(design, topModels(design));
+    EXPECT_EQ(all.total.latency, 6);
+    EXPECT_EQ(all.total.luts, 32 + 9 + 9);
+    EXPECT_EQ(all.uncounted, 0);
+}
+
+TEST_F(DesignEstimateTest, goesOnceThroughALoop) {
+    Wire &a = input(model, "a", "s8.0");
+    Block &sum = block(model, "sum", "addBlock", {{"addNoGrowth", "true"}});
+    Wire::create(sum, A_PRIM_WIRE_OUT);
+    Block &state = unary(model, "state", "registerBlock", out(sum));
+    sum.setParam(value("0"), a);
+    sum.setParam(value("1"), pinned(out(state), "s8.0"));
+    output(model, "o", out(unary(model, "neg", "negBlock", out(sum))));
+    EXPECT_EQ(estimateLowered(design, topModels(design)).total.latency, 1 + 1 + 1);
+}
+
+TEST_F(DesignEstimateTest, countsAModelInEachOfItsPlaces) {
+    Model &below = negator("below");
+    Model &middle = *Model::create(design, "middle");
+    Block &in = *Block::create(middle, "in", A_INPUT_BLOCK);
+    Wire &x = *Wire::create(in, value("x"));
+    Wire &first = instance(middle, "i1", below, x);
+    Block::create(middle, "out", A_OUTPUT_BLOCK)->setParam(value("y"), instance(middle, "i2", below, first));
+    output(model, "o", instance(model, "m1", middle, input(model, "a", "s8.0")));
+    output(model, "p", instance(model, "m2", middle, input(model, "b", "s8.0")));
+    const DesignEstimate all = estimateLowered(design, topModels(design));
+    EXPECT_EQ(of(all, "top").instances, 1);
+    EXPECT_EQ(of(all, "middle").instances, 2);
+    EXPECT_EQ(of(all, "below").instances, 4);
+    // The second negation in a row is a bit wider.
+    EXPECT_EQ(of(all, "middle").usage.luts, 9 + 10);
+    EXPECT_EQ(of(all, "below").usage.luts, 10);
+    EXPECT_EQ(all.total.luts, 2 * (9 + 10));
+    EXPECT_EQ(all.total.latency, 2);
+}
+
+TEST_F(DesignEstimateTest, tellsInstancesOfDifferentTypesApart) {
+    Model &below = negator("below");
+    output(model, "o", instance(model, "i1", below, input(model, "a", "s4.0")));
+    output(model, "p", instance(model, "i2", below, input(model, "b", "s8.0")));
+    const DesignEstimate all = estimateLowered(design, topModels(design));
+    EXPECT_EQ(all.total.luts, 5 + 9);
+    EXPECT_EQ(of(all, "below").usage.luts, 9);
+}
+
+TEST_F(DesignEstimateTest, sumsModelsThatNothingInstantiates) {
+    output(model, "o", out(unary(model, "neg", "negBlock", input(model, "a", "s8.0"))));
+    Model &other = *Model::create(design, "other");
+    output(other, "o", out(unary(other, "neg", "negBlock", input(other, "a", "s40.0"))));
+    const DesignEstimate all = estimateLowered(design, topModels(design));
+    EXPECT_EQ(all.total.luts, 9 + 41);
+    EXPECT_EQ(all.total.latency, 2);
+}
+
+TEST_F(DesignEstimateTest, tellsHowManyBlocksItDidNotCount) {
+    output(model, "o", *Wire::create(block(model, "what", "unsupportedBlock"), value("y")));
+    Wire &unknown = *Wire::create(block(model, "open", "addBlock"), A_PRIM_WIRE_OUT);
+    output(model, "p", unknown);
+    EXPECT_EQ(estimateLowered(design, topModels(design)).uncounted, 2);
+}
+
+TEST_F(DesignEstimateTest, doesNotCountModelsThatContainThemselves) {
+    Model &self = *Model::create(design, "self");
+    Block &in = *Block::create(self, "in", A_INPUT_BLOCK);
+    Wire &x = *Wire::create(in, value("x"));
+    Wire &inner = instance(self, "again", self, out(unary(self, "neg", "negBlock", x)));
+    Block::create(self, "out", A_OUTPUT_BLOCK)->setParam(value("y"), inner);
+    output(model, "o", instance(model, "i", self, input(model, "a", "s8.0")));
+    output(model, "p", out(unary(model, "neg", "negBlock", input(model, "b", "s8.0"))));
+    const DesignEstimate all = estimateLowered(design, topModels(design));
+    EXPECT_EQ(all.total.luts, 9);
+    EXPECT_EQ(all.uncounted, 1);
+    EXPECT_EQ(of(all, "self").uncounted, 1);
+}
+
+TEST_F(DesignEstimateTest, countsInstancesAlongEveryWay) {
+    Model *below = &negator("m0");
+    for (int level = 1; level <= 8; ++level) {
+        Model &above = *Model::create(design, "m" + std::to_string(level));
+        Block &in = *Block::create(above, "in", A_INPUT_BLOCK);
+        Wire &x = pinned(*Wire::create(in, value("x")), "s8.0");
+        Block &ends = *Block::create(above, "out", A_OUTPUT_BLOCK);
+        ends.setParam(value("y"), instance(above, "i1", *below, x));
+        ends.setParam(value("z"), instance(above, "i2", *below, x));
+        below = &above;
+    }
+    output(model, "o", instance(model, "i", *below, input(model, "a", "s8.0")));
+    const DesignEstimate all = estimateLowered(design, topModels(design));
+    EXPECT_EQ(of(all, "m0").instances, 256);
+    EXPECT_EQ(all.total.luts, 256 * 9);
+    EXPECT_EQ(all.total.latency, 1);
+    EXPECT_EQ(of(all, "m3").usage.luts, 8 * 9);
+}
+
+} // namespace
+} // namespace orvo::generator
