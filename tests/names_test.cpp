@@ -64,6 +64,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"pipeinput", "miscblocks"},
         {"port", "block"},
         {"profilingwriter", "profiling"},
+        {"propagatehandlers", "propagateconstantspass"},
         {"replacedpoints", "compoundportcorrespondence"},
         {"rewrittenpoints", "decomposecompositepass"},
         {"root", "utilsmall"},

@@ -31,6 +31,8 @@ TEST(PassTable, registersThePassesInItsOrder) {
                                                "ModelTreePass",
                                                "DeadModelPass",
                                                "DecomposeCompositePass",
+                                               "PropagateConstantsPass",
+                                               "NarrowMultPass",
                                                "NetlistVerificationPass"};
     std::vector<std::string> registered = internal::registeredPasses();
     registered.resize(expected.size());
@@ -84,6 +86,8 @@ TEST(PassTable, requiresWhatEachPassNeeds) {
         {"DumpTypesPass", {"GlobalTypePass"}},
         {"ElideFromGotoPass", {"ModelTreePass"}},
         {"ElideUnpackPass", {"ModelTreePass", "GlobalTypePass"}},
+        {"NarrowMultPass", {"GlobalTypePass", "ModelTreePass"}},
+        {"PropagateConstantsPass", {"GlobalTypePass", "ModelTreePass"}},
         {"UnrollComplexCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollComplexPass", {"ModelTreePass", "GlobalTypePass"}},
         {"UnrollAggregateCrossModelPass", {"ModelTreePass", "GlobalTypePass"}},

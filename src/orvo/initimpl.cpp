@@ -9,6 +9,7 @@
 #include "orvo/domainhandlers.h"
 #include "orvo/passtable.h"
 #include "orvo/portordering.h"
+#include "orvo/propagatehandlers.h"
 #include "orvo/typerules.h"
 #include "orvo/valuetext.h"
 #include "orvo/vectorunrollers.h"
@@ -49,6 +50,7 @@ void initialiseORVO_IPBlocks(Context *context) { initialiseModule(context, Block
 void initialiseORVO_PrimBlocks(Context *context) {
     initialiseModule(context, BlockModule::Prim, {primTypeRules(), mathTypeRules(), memoryTypeRules()});
     registerDecomposeHandlers(context);
+    registerPropagateHandlers(context);
 }
 void initialiseORVO_PipeBlock(Context *context) { initialiseModule(context, BlockModule::Pipe, {}); }
 void initialiseORVO_BusBlocks(Context *context) { initialiseModule(context, BlockModule::Bus, {}); }

@@ -15,7 +15,9 @@
 #include "orvo/flattenexplicitpass.h"
 #include "orvo/flattensimulinkpass.h"
 #include "orvo/flattenzrtexplicitpass.h"
+#include "orvo/narrowmultpass.h"
 #include "orvo/netlistverificationpass.h"
+#include "orvo/propagateconstantspass.h"
 #include "orvo/unrollaggregatepass.h"
 #include "orvo/unrollcomplexpass.h"
 #include "orvo/unrollscheduledmodelpass.h"
@@ -55,6 +57,8 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(ModelTreePass),
     ORVO_PASS_ROW(DeadModelPass),
     ORVO_PASS_ROW(DecomposeCompositePass),
+    ORVO_PASS_ROW(PropagateConstantsPass),
+    ORVO_PASS_ROW(NarrowMultPass),
     ORVO_PASS_ROW(NetlistVerificationPass),
     ORVO_PASS_ROW(UnrollComplexPass),
     ORVO_PASS_ROW(UnrollComplexCrossModelPass),
