@@ -67,6 +67,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"port", "block"},
         {"portvalidators", "validatemodelpass"},
         {"profilingwriter", "profiling"},
+        {"propagatehandlers", "propagateconstantspass"},
         {"replacedpoints", "compoundportcorrespondence"},
         {"rewrittenpoints", "decomposecompositepass"},
         {"root", "utilsmall"},

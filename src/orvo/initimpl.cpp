@@ -11,6 +11,7 @@
 #include "orvo/passregistry.h"
 #include "orvo/passtable.h"
 #include "orvo/portordering.h"
+#include "orvo/propagatehandlers.h"
 #include "orvo/typerules.h"
 #include "orvo/unrelaxboolshandlers.h"
 #include "orvo/valuetext.h"
@@ -54,6 +55,7 @@ void initialiseORVO_PrimBlocks(Context *context) {
     initialiseModule(context, BlockModule::Prim, {primTypeRules(), mathTypeRules(), memoryTypeRules()});
     registerDecomposeHandlers(context);
     registerUnrelaxBoolsHandlers(context);
+    registerPropagateHandlers(context);
 }
 void initialiseORVO_PipeBlock(Context *context) { initialiseModule(context, BlockModule::Pipe, {}); }
 void initialiseORVO_BusBlocks(Context *context) { initialiseModule(context, BlockModule::Bus, {}); }

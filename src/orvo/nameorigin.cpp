@@ -52,6 +52,13 @@ constexpr TextEnding kTextEndings[] = {
     {"_msb_select", Kind::Beside, false},
     {"_replace_zero_const", Kind::Beside, false},
     {"_replace_allones_const", Kind::Beside, false},
+    // A narrowed multiplier.
+    {"_narrowconst", Kind::Beside, false},
+    {"_narrowed", Kind::Beside, false},
+    {"_extender", Kind::Beside, false},
+    {"_signextend", Kind::Beside, false},
+    {"_multconst", Kind::Beside, false},
+    {"_zero", Kind::Beside, false},
 };
 
 /// Endings of one text and readings inside each other; names that rewrites made have a few of them.

@@ -20,9 +20,11 @@
 #include "orvo/flattensimulinkpass.h"
 #include "orvo/flattenzrtexplicitpass.h"
 #include "orvo/insertcastspass.h"
+#include "orvo/narrowmultpass.h"
 #include "orvo/netlistverificationpass.h"
 #include "orvo/precisionadjustmentpass.h"
 #include "orvo/preparetierpass.h"
+#include "orvo/propagateconstantspass.h"
 #include "orvo/removenogrowthcastspass.h"
 #include "orvo/unrelaxboolspass.h"
 #include "orvo/unrollaggregatepass.h"
@@ -72,6 +74,7 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(DeadModelPass),
     ORVO_PASS_ROW(PrecisionAdjustmentPass),
     ORVO_PASS_ROW(DecomposeCompositePass),
+    ORVO_PASS_ROW(PropagateConstantsPass),
     ORVO_PASS_ROW(ElideConstShiftsPass),
     ORVO_PASS_ROW(ConstMultPass),
     ORVO_PASS_ROW(UnrelaxBoolsPass),
@@ -79,6 +82,7 @@ constexpr Row kPasses[] = {
     ORVO_PASS_ROW(UnrollScheduledModelPass),
     ORVO_PASS_ROW(InsertCastsPass),
     ORVO_PASS_ROW(ConstCastPass),
+    ORVO_PASS_ROW(NarrowMultPass),
     ORVO_PASS_ROW(CheckConstantsPass),
     ORVO_PASS_ROW(ValidateModelPass),
     ORVO_PASS_ROW(NetlistVerificationPass),

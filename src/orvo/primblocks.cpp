@@ -356,21 +356,7 @@ class RoundTypeHandler final : public TypeInferHandler {
 
 class ConstTypeHandler final : public TypeInferHandler {
   public:
-    void inferTypes(TypeInferAPI &api) const override {
-        NumTypeSpec ofValue = NumTypeSpec::fromFixedValue(api.getParam(A_CONST_VALUE), false);
-        NumTypeSpec type = paramType(api, A_CONST_TYPE);
-        if (type.valid()) {
-            // A block that waits for its value has the type alone.
-            if (api.getParam(A_CONST_VALUE)) {
-                type.mergeDecors(ofValue);
-            }
-        } else if (ofValue.valid()) {
-            // 0.125 needs no integer bit, and then has none fewer.
-            ofValue.setFixedBits(std::max(ofValue.intBits(), 0), std::max(ofValue.fracBits(), 0));
-            type = std::move(ofValue);
-        }
-        setOut(api, type);
-    }
+    void inferTypes(TypeInferAPI &api) const override { setOut(api, typeOfConstant(api.getBlock())); }
 };
 
 class DivideTypeHandler final : public TypeInferHandler {

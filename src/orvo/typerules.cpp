@@ -3,6 +3,7 @@
 
 #include <orvo/context.h>
 
+#include <algorithm>
 #include <array>
 #include <unordered_map>
 
@@ -24,6 +25,22 @@ void overrideType(NumTypeSpec &computed, NumTypeSpec type) {
     type.setComplex(false);
     type.mergeDecors(computed);
     computed = std::move(type);
+}
+
+NumTypeSpec typeOfConstant(const Block &block) {
+    const ValueRef value = block.getParam(A_CONST_VALUE);
+    NumTypeSpec ofValue = NumTypeSpec::fromFixedValue(value, false);
+    NumTypeSpec type(block.getParam(A_CONST_TYPE), block.getContext());
+    if (!type.valid() && ofValue.valid()) {
+        // 0.125 needs no integer bit, and then has none fewer.
+        ofValue.setFixedBits(std::max(ofValue.intBits(), 0), std::max(ofValue.fracBits(), 0));
+        return ofValue;
+    }
+    // A block that waits for its value has the type alone.
+    if (type.valid() && value) {
+        type.mergeDecors(ofValue);
+    }
+    return type;
 }
 
 namespace {

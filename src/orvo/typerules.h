@@ -114,6 +114,10 @@ inline NumTypeSpec booleanLike(NumTypeSpec type) {
 /// parameter changes nothing.
 void overrideType(NumTypeSpec &computed, NumTypeSpec type);
 
+/// Of a constant: the type that it is given, on the vectors and parts of its value, else the least that holds the
+/// value. Invalid if neither tells.
+NumTypeSpec typeOfConstant(const Block &block);
+
 enum AccumMode {
     ACCUM_UNION = 0,
     ACCUM_UNION_FLOAT = 1,
