@@ -11,6 +11,7 @@ trap 'rm -rf "$scratch"' EXIT
 "$ORVO_BIN_DIR/tool_flatten" "${1:-1000000}"
 "$ORVO_BIN_DIR/tool_unroll" "${1:-1000000}"
 "$ORVO_BIN_DIR/tool_validate" "${1:-1000000}"
+"$ORVO_BIN_DIR/tool_primitives" "${1:-1000000}"
 "$ORVO_BIN_DIR/tool_sim" "${1:-1000000}"
 "$ORVO_BIN_DIR/tool_lower" "$((${1:-1000000} / 10))"
 "$ORVO_BIN_DIR/tool_multipliers" "$((${1:-1000000} / 10))"

@@ -121,8 +121,8 @@ void addLowerVerb(CLI::App &app, VerbHost &host) {
     auto arguments = std::make_shared<LowerArguments>();
     verb->add_option(
             "--preset", arguments->preset,
-            "The part of the pipeline file to run; structural if not given. primitives goes on from there with "
-            "the passes that clear up")
+            "The part of the pipeline file to run; structural if not given. primitives goes on from there until "
+            "only primitive blocks are left")
         ->type_name("PRESET");
     verb->add_option("--pipeline", arguments->file, "A pipeline file in place of the one that comes with orvo")
         ->type_name("FILE")

@@ -43,7 +43,7 @@ std::vector<Route> installedPresets() {
     driver::parsePipelines(text.str(), context.context(), presets);
     std::vector<Route> all;
     for (const driver::Preset &preset : presets) {
-        if (preset.name == "records-and-vectors" || preset.name == "constants") {
+        if (preset.name == "records-and-vectors" || preset.name == "composites") {
             continue; // parts of others
         }
         Route route{"preset " + preset.name, {}, true, preset.name == "primitives"};
