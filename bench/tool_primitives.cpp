@@ -88,8 +88,7 @@ class Rows {
                      {A_CAST_OUTPUT_TYPE, type()}});
     }
     Wire &binary(const char *stem, const StaticString &blockType, Wire &a, Wire &b) {
-        return make(stem, blockType,
-                    {{number(0), a.value()}, {number(1), b.value()}, {A_ADD_NO_GROWTH, A_TRUE}});
+        return make(stem, blockType, {{number(0), a.value()}, {number(1), b.value()}, {A_ADD_NO_GROWTH, A_TRUE}});
     }
     Wire &constant() {
         const NumberValueRef value = NumberValue::get(static_cast<long>(1 + mRandom.below(99)), mContext);
@@ -115,8 +114,7 @@ class Rows {
             return cast(product, A_ROUNDING_TRUNC, A_SATURATE_NONE);
         }
         if (dice < 98) {
-            Wire &product =
-                make("scaled", A_MULT_BLOCK, {{number(0), a.value()}, {number(1), constant().value()}});
+            Wire &product = make("scaled", A_MULT_BLOCK, {{number(0), a.value()}, {number(1), constant().value()}});
             return cast(product, A_ROUNDING_TRUNC, A_SATURATE_NONE);
         }
         Wire &sum = make("grown", A_ADD_BLOCK, {{number(0), a.value()}, {number(1), b.value()}});

@@ -137,7 +137,8 @@ TEST_F(PipelineTest, theInstalledFileNamesPassesThatExist) {
         EXPECT_FALSE(unknown) << unknown->pass;
         EXPECT_FALSE(preset.passes.empty());
     }
-    EXPECT_EQ(names, (std::vector<std::string>{"records-and-vectors", "structural", "composites", "primitives", "subsystems"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"records-and-vectors", "structural", "composites", "primitives",
+                                               "subsystems"}));
     EXPECT_EQ(presets[1].passes.front().name, "ElideFromGotoPass");
 }
 

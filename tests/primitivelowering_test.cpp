@@ -1,5 +1,5 @@
-// The whole way from drawn designs to primitives: designs by chance compute the same behind the preset, and nothing that
-// is made of primitives is left.
+// The whole way from drawn designs to primitives: designs by chance compute the same behind the preset, and nothing
+// that is made of primitives is left.
 #include "support/loweringbychance.h"
 
 #include <gtest/gtest.h>

@@ -62,8 +62,8 @@ struct LoweringNotes {
 /// Whether no signal of any model is compound, no model is instantiated, and each block leads back to the source.
 ::testing::AssertionResult isFlatAndPlain(const Design &source, Design &lowered);
 
-/// Whether no block is left whose type comes apart into primitives, but those that no primitives stand for: of floats, or
-/// with an end that is open.
+/// Whether no block is left whose type comes apart into primitives, but those that no primitives stand for: of floats,
+/// or with an end that is open.
 ::testing::AssertionResult isPrimitive(Design &lowered);
 
 /// Whether the ports that the mappings name have the types of their parts in the source.

@@ -76,8 +76,7 @@ Tried lowerByChance(const std::string &id, const std::vector<Route> &routes) {
     rc::detail::TestMetadata metadata;
     metadata.id = metadata.description = id;
     Tried tried;
-    const auto result =
-        rc::detail::checkTestable([&] { computesTheSame(generator, routes, tried); }, metadata, params);
+    const auto result = rc::detail::checkTestable([&] { computesTheSame(generator, routes, tried); }, metadata, params);
     std::ostringstream text;
     rc::detail::printResultMessage(result, text);
     EXPECT_TRUE(result.template is<rc::detail::SuccessResult>()) << text.str();
