@@ -170,6 +170,7 @@ const std::map<std::string, int> &floors() {
         {"lanevectorunrollers", 5},
         {"wiringvectorunrollers", 5},
         {"unrollpasses", 5},
+        {"typedifference", 5},
         {"unrollvectorpass", 5},
         {"unrolling", 6},
         {"unrolltable", 6},
