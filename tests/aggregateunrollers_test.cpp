@@ -408,6 +408,43 @@ TEST_F(AggregateUnrollersTest, queueEachLaneOfTheMembersToItsOwnDepth) {
               (Made{"(block 0)", "(block 1)"}));
 }
 
+TEST_F(AggregateUnrollersTest, queueRecordsWholeToTheDepthsOfTheirConditions) {
+    const Texts outputs{{"fifoWireData", ""}, {"fifoWireValid", ""}};
+    const auto queue = [&](const char *data, const char *condition) {
+        return madeOf("fifoBlock",
+                      {{"fifoPortData", data}, {"fifoPortWriteEn", condition}, {"fifoPortReadAck", condition}}, outputs,
+                      {{"fifoDepth", "(4 1)"}});
+    };
+    EXPECT_EQ(queue("{[2] s4.0, s3.0}", "u1.0"), (Made{"(block 0)", "(block 1)"}));
+    EXPECT_EQ(queue("{[2] s4.0, [3] c s3.0}", "u1.0"), (Made{"(block 0)", "(block 1)"}));
+    EXPECT_EQ(queue("{s4.0, s3.0}", "[2] u1.0"), (Made{"(block 0)", "(block 1)"}));
+    // Three conditions take the two depths in turn, and start again.
+    EXPECT_EQ(queue("{[2][3] u3.0, s3.0}", "[3] u1.0"), (Made{"(block 0)", "(block 1)"}));
+    EXPECT_EQ(madeOf("fifoDelayBlock",
+                     {{"fifoPortData", "{[2] u3.0, s3.0}"}, {"portWrite", "u1.0"}, {"portReady", "u1.0"}}, outputs,
+                     {{"fifoDepth", "(1 4)"}}),
+              (Made{"(block 0)", "(block 1)"}));
+    EXPECT_EQ(madeOf("fifoBlock",
+                     {{"fifoPortData", "{[2] u3.0, s3.0}"}, {"fifoPortWriteEn", "u1.0"}, {"fifoPortReadAck", "u1.0"}},
+                     {{"fifoWireData", ""}, {"fifoWireLow", ""}, {"fifoWireHigh", ""}},
+                     {{"fifoDepth", "8"}, {"fifoLowThreshold", "(1 5)"}, {"fifoHighThreshold", "(6 2)"}}),
+              (Made{"(block 0)", "(block 1)"}));
+}
+
+TEST_F(AggregateUnrollersTest, delayRecordsWhole) {
+    Design design(mgr.context());
+    const Model &model = oneBlock(design, "delayBlock", {{"0", "{[3] u3.0, s3.0}"}}, {{"primWireOut", ""}},
+                                  {{"delayLength", "(3 1 2)"}});
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollAggregatePass");
+    scheduler.apply(design);
+    for (const char *member : {"(block 0)", "(block 1)"}) {
+        EXPECT_EQ(PureValueRef(model.getBlock(value(member))->getParam(A_DELAY_LENGTH)), value("3")) << member;
+    }
+    EXPECT_EQ(madeOf("delayBlock", {{"0", "{[3] u3.0, s3.0}"}}, {{"primWireOut", ""}}, {{"delayLength", "(3 1 2)"}}),
+              (Made{"(block 0)", "(block 1)"}));
+}
+
 TEST_F(AggregateUnrollersTest, demultiplexVectorsInRecordsWhole) {
     const Texts controls{{"portValid", "u1.0"}, {"portChannel", "u1.0"}};
     Texts inputs{{"demuxPortData", "{s4.0, c u2.0}"}};

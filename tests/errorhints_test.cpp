@@ -49,6 +49,21 @@ TEST_F(ErrorHintsTest, oneBlockOfEachUnknownTypeWhereTypesAreMissing) {
     EXPECT_EQ(hints("-").back(), "'orvo check IN' tells what lacks a type, and why");
 }
 
+TEST_F(ErrorHintsTest, namesOfFilesAsAShellTakesThem) {
+    tell("UNVEC_INVALID_WIRE_TYPE");
+    const auto named = [&](const std::string &input) {
+        const std::string hint = hints(input).back();
+        const std::string begin = "'orvo check ";
+        return hint.substr(begin.size(), hint.rfind("' tells") - begin.size());
+    };
+    EXPECT_EQ(named("/a_b/c-1.xml"), "/a_b/c-1.xml");
+    EXPECT_EQ(named("my file.xml"), "my\\ file.xml");
+    EXPECT_EQ(named("$a;'b'\"(c)\\"), "\\$a\\;\\'b\\'\\\"\\(c\\)\\\\");
+    EXPECT_EQ(named("-x.xml"), "./-x.xml");
+    EXPECT_EQ(named("\xC3\xA4.xml"), "\xC3\xA4.xml");
+    EXPECT_EQ(named("a\nb.xml"), "IN");
+}
+
 TEST_F(ErrorHintsTest, modelsThatNoneNeedsWhereTagsDoNotGetThrough) {
     tell("FROM_NO_REFCHAIN");
     Model &low = *Model::create(design, "low");

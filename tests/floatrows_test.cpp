@@ -102,6 +102,25 @@ TEST_F(FloatRowsTest, multipliesByConstants) {
     }
 }
 
+TEST_F(FloatRowsTest, repeatsTheLastConstantForTheLanesBeyond) {
+    const auto productsBy = [&](const char *type, const char *constant) {
+        Design design(mgr.context());
+        Simulator simulator(design, oneBlock(design, "constmultBlock", {{"0", type}}, {{"primWireOut", ""}},
+                                             {{"constValue", constant}}));
+        std::vector<float> products;
+        for (const std::int64_t bits : stepWith(simulator, Numbers(simulator.inputs().size(), bitsOf(1)))) {
+            products.push_back(floatOf(bits));
+        }
+        return products;
+    };
+    using Products = std::vector<float>;
+    EXPECT_EQ(productsBy("[4] float(23,8)", "(vectorRollTag 2 3)"), (Products{2, 3, 3, 3}));
+    EXPECT_EQ(productsBy("[2] float(23,8)", "(vectorRollTag 2 3 4 5 6)"), (Products{2, 3}));
+    EXPECT_EQ(productsBy("[2][3] float(23,8)", "(vectorRollTag 2 3)"), (Products{2, 3, 3, 2, 3, 3}));
+    EXPECT_EQ(productsBy("[3][2] float(23,8)", "(vectorRollTag (vectorRollTag 2 3) (vectorRollTag 5))"),
+              (Products{2, 3, 5, 5, 5, 5}));
+}
+
 TEST_F(FloatRowsTest, multipliesARealByAComplexNumberWithoutAPhantomPart) {
     Design design(mgr.context());
     Simulator simulator(design,

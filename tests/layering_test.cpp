@@ -189,6 +189,7 @@ const std::map<std::string, int> &floors() {
         {"lanevectorunrollers", 5},
         {"wiringvectorunrollers", 5},
         {"unrollpasses", 5},
+        {"typedifference", 5},
         {"unrollvectorpass", 5},
         {"memoryvalidators", 5},
         {"modelvalidators", 5},

@@ -954,6 +954,23 @@ TEST_F(SimulatorTest, refusesParametersThatAreNoNumbers) {
               "'delayLength' is no integer top/block");
 }
 
+TEST_F(SimulatorTest, refusesPinsOfAnotherShapeThanTheirInput) {
+    const auto refused = [&](const char *in, const char *type, const char *wire = "0") {
+        const std::unique_ptr<Design> design =
+            oneBlock(mgr.context(), {"", "typePinBlock", {{"0", in}}, {{"typePinType", type}}, {wire}, {}});
+        return refusal(*design, *design->begin());
+    };
+    const std::string detail =
+        "its type has other dimensions than the input, or only one of the two is complex top/block";
+    EXPECT_EQ(refused("[3] c s3.0", "(typeVector 3 (typeSFixed 4 2))"), detail);
+    EXPECT_EQ(refused("s3.0", "(typeComplex (typeSFixed 3 0))"), detail);
+    EXPECT_EQ(refused("s3.0", "(typeComplex (typeSFixed 3 0))", kOut), detail);
+    EXPECT_EQ(refused("[2] s3.0", "(typeSFixed 3 0)"), detail);
+    EXPECT_EQ(refused("s3.0", "(typeVector 2 (typeSFixed 3 0))"), detail);
+    EXPECT_EQ(refused("[2][3] s3.0", "(typeVector 3 (typeVector 2 (typeSFixed 3 0)))"), detail);
+    EXPECT_EQ(refused("[3] c s3.0", "(typeVector 3 (typeComplex (typeSFixed 4 2)))"), "");
+}
+
 TEST_F(SimulatorTest, namesABlockTypeThatItDoesNotKnowBeforeItsTypes) {
     const std::unique_ptr<Design> design =
         oneBlock(mgr.context(), {"", "inventedBlock", {{"0", "u1.0"}}, {}, {kOut}, {}});

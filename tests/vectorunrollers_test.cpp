@@ -634,6 +634,68 @@ TEST_F(VectorUnrollersTest, givesLanesTheirOwnSettings) {
               6U);
 }
 
+TEST_F(VectorUnrollersTest, walkListsOfInitialValuesByTheDimensionsOfWhatARegisterHolds) {
+    const char *const data[][2] = {{"[3] u3.0", "(3 1 2)"},
+                                   {"[3] c u3.0", "(3 1 2)"},
+                                   {"[3] c u3.0", "((complexRollTag 1 2) 1 2)"},
+                                   {"[3] u3.0", "(vectorRollTag 3 1 2)"},
+                                   {"[2][3] u3.0", "((1 2 3) (4 5 6))"},
+                                   {"[2][3] u3.0", "((vectorRollTag 1 2 3) (vectorRollTag 4 5 6))"},
+                                   {"[2][3] u3.0", "(4 (vectorRollTag 1 2 3))"}};
+    for (const auto &[type, initial] : data) {
+        SCOPED_TRACE(std::string(type) + " " + initial);
+        EXPECT_EQ(madeOf("registerBlock", {{"0", type}, {"registerPortEnable", "[2][3] u1.0"}}, {{"primWireOut", ""}},
+                         {{"registerInitValue", initial}})
+                      .size(),
+                  6U);
+    }
+}
+
+TEST_F(VectorUnrollersTest, makeProductsOfAllLanesComplexWhereOneConstantIs) {
+    for (const char *constant : {"(vectorRollTag 1 (complexRollTag 1 -2))", "(vectorRollTag (complexRollTag 1 -2) 1)",
+                                 "(vectorRollTag (complexRollTag 1 -2) (complexRollTag 3 1))"}) {
+        for (const char *type : {"[2] s4.0", "[2] c s4.0", "[2] float(10,5)", "[2] c float(10,5)"}) {
+            SCOPED_TRACE(std::string(type) + " " + constant);
+            EXPECT_EQ(madeOf("constmultBlock", {{"0", type}}, {{"primWireOut", ""}}, {{"constValue", constant}}),
+                      (Made{"(block 0)", "(block 1)"}));
+        }
+    }
+    Design design(mgr.context());
+    const Model &model = unrolled(design, "constmultBlock", {{"0", "[2] s4.0"}}, {{"primWireOut", ""}},
+                                  {{"constValue", "(vectorRollTag 5 (complexRollTag 1 -2))"}});
+    const auto constantOf = [&](const char *lane) {
+        return PureValueRef(model.getBlock(value(lane))->getParam(A_CONST_VALUE));
+    };
+    EXPECT_EQ(constantOf("(block 0)"), value("(complexRollTag 5 0)"));
+    EXPECT_EQ(constantOf("(block 1)"), value("(complexRollTag 1 -2)"));
+}
+
+TEST_F(VectorUnrollersTest, repeatTheLastConstantOfFloatsToo) {
+    EXPECT_EQ(madeOf("constmultBlock", {{"0", "[3] float(10,5)"}}, {{"primWireOut", ""}},
+                     {{"constValue", "(vectorRollTag 2 3)"}}),
+              (Made{"(block 0)", "(block 1)", "(block 2)"}));
+    EXPECT_EQ(madeOf("constmultBlock", {{"0", "[2][3] c float(10,5)"}}, {{"primWireOut", ""}},
+                     {{"constValue", "(vectorRollTag (vectorRollTag 2 (complexRollTag 1 5)))"}})
+                  .size(),
+              6U);
+}
+
+TEST_F(VectorUnrollersTest, delayEachLaneByItsOwnLength) {
+    for (const auto &[type, lanes] : {std::pair("[3] u3.0", 3U), std::pair("[3] c s3.0", 3U),
+                                      std::pair("[2][2] u3.0", 4U), std::pair("[3] {u3.0, [2] s3.0}", 3U)}) {
+        EXPECT_EQ(madeOf("delayBlock", {{"0", type}}, {{"primWireOut", ""}}, {{"delayLength", "(3 1 2)"}}).size(),
+                  lanes)
+            << type;
+    }
+}
+
+TEST_F(VectorUnrollersTest, queueEachRecordOfAVectorToItsOwnDepth) {
+    EXPECT_EQ(madeOf("fifoBlock",
+                     {{"fifoPortData", "[2] {u3.0, s3.0}"}, {"fifoPortWriteEn", "u1.0"}, {"fifoPortReadAck", "u1.0"}},
+                     {{"fifoWireData", ""}, {"fifoWireValid", ""}}, {{"fifoDepth", "(4 1)"}}),
+              (Made{"(block 0)", "(block 1)"}));
+}
+
 /// A block with a parameter that each lane has its own of.
 struct RolledCase {
     const char *type;
@@ -1000,6 +1062,48 @@ TEST_F(VectorUnrollersTest, keepsWhatIsKnownOfTheWiresOfPinsAndDemultiplexers) {
     EXPECT_EQ(markOf("(block vunroll 1)", "1"), value("3"));
 }
 
+TEST_F(VectorUnrollersTest, keepsWhatIsKnownOfTheWiresOfAllThatGivesOutSomethingElseThanALane) {
+    struct Case {
+        const char *type;
+        Texts inputs;
+        Texts params;
+        std::vector<const char *> wires;
+        /// The blocks whose only wire has the mark.
+        std::vector<std::string> marked;
+    };
+    const std::vector<Case> cases{
+        {"addReduceBlock", {{"0", "[4] s4.0"}}, {}, {"primWireOut"}, {"block_vunroll"}},
+        {"bitJoinReduceBlock", {{"0", "[2] s4.2"}}, {}, {"primWireOut"}, {"(block_vunroll bits)"}},
+        {"constdivBlock",
+         {{"0", "[2] s8.0"}},
+         {{"constValue", "(vectorRollTag 3 5)"}},
+         {"primWireOut"},
+         {"((block 0) cast)", "((block 1) cast)"}},
+        {"vconcatBlock", {{"0", "[2] s4.0"}, {"1", "s4.0"}}, {}, {"primWireOut"}, {"block_vp"}},
+        {"vsplitBlock", {{"0", "[3] s4.0"}}, {{"vsplitLayout", "(2 1)"}}, {"0"}, {"block_vp0"}},
+    };
+    for (const Case &of : cases) {
+        SCOPED_TRACE(of.type);
+        Design design(mgr.context());
+        Texts outputs;
+        for (const char *wire : of.wires) {
+            outputs.emplace_back(wire, "");
+        }
+        Model &model = oneBlock(design, of.type, of.inputs, outputs, of.params);
+        for (Wire &wire : *model.getBlock(value("block"))) {
+            wire.setParam(value("mark"), value("a"));
+        }
+        PassScheduler scheduler;
+        scheduler.addPass("UnrollVectorPass");
+        scheduler.apply(design);
+        for (const std::string &name : of.marked) {
+            const Block *made = model.getBlock(value(name));
+            ASSERT_NE(made, nullptr) << name;
+            EXPECT_EQ(PureValueRef((*made->begin()).getParam(value("mark"))), value("a")) << name;
+        }
+    }
+}
+
 TEST_F(VectorUnrollersTest, leavesATableAloneWhoseEnableIsAVector) {
     EXPECT_EQ(toldOf("lutBlock", {{"lutPortAddr", "[2] u1.0"}, {"lutPortHitEn", "[2] u1.0"}}, {{"primWireOut", ""}},
                      {{"lutData", "(1 2)"}}),
@@ -1198,6 +1302,10 @@ class VectorsOfTwoInstancesTest : public VectorUnrollersTest {
         scheduler.addPass("ElideUnpackPass");
         scheduler.apply(design);
         std::vector<std::string> told = heard.take();
+        for (std::string &line : told) {
+            // Which types, one test of its own asks.
+            line = line.substr(0, line.find(": ", line.find("instances of the model")));
+        }
         EXPECT_TRUE(test::checkInvariants(design));
         sim::CompareOptions options;
         options.cycles = 60;
@@ -1236,8 +1344,31 @@ TEST_F(VectorsOfTwoInstancesTest, comeApartWhereNoTypeIsWritten) {
 
 TEST_F(VectorsOfTwoInstancesTest, haveNoSumOfOneTypeInAReduction) {
     expectStays({"addReduceBlock", {{"0", "[4] s4.0", "[4] s8.0"}}});
-    expectStays({"addReduceBlock", {{"0", "s4.0", "s8.0"}}});
+    expectStays({"addReduceBlock", {{"0", "[3] s4.0", "[3] s8.0"}}, {{"addType", "(typeSFixed 9 0)"}}});
+    expectStays({"addReduceBlock", {{"0", "[3] s4.0", "[3] s8.0"}, {"1", "[3] s4.0", "[3] s4.0"}}});
     expectComesApart({"addReduceBlock", {{"0", "[4] s4.0", "[4] s4.0"}}});
+}
+
+TEST_F(VectorsOfTwoInstancesTest, areToldWithBothTypes) {
+    Design design(mgr.context());
+    make(design, {"addReduceBlock", {{"0", "[4] s4.0", "[4] s8.0"}}});
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollVectorPass");
+    scheduler.apply(design);
+    EXPECT_EQ(heard.take(), std::vector<std::string>{
+                                "UNVEC_INVALID_EXPAND_TYPE block=/below/block detail=its signals differ in type "
+                                "between the instances of the model: wire 'primWireOut' is (typeSFixed 7 0) in one "
+                                "and (typeSFixed 11 0) in another"});
+}
+
+TEST_F(VectorsOfTwoInstancesTest, haveASumOfNoTypeWhereThatIsTheTypeOfTheReduction) {
+    expectComesApart({"addReduceBlock", {{"0", "s4.0", "s8.0"}}});
+    expectComesApart({"addReduceBlock", {{"0", "[3] s4.0", "[3] u8.2"}}});
+    expectComesApart({"addReduceBlock", {{"0", "[2][3] s4.0", "[2][3] s8.0"}}, {{"addNoGrowth", "true"}}});
+    expectComesApart({"addReduceBlock", {{"0", "[7] c s4.0", "[7] c s8.0"}}});
+    expectComesApart({"addReduceBlock", {{"0", "[5] float(10,5)", "[5] float(23,8)"}}});
+    expectComesApart({"addReduceBlock", {{"0", "[4] s4.0", "[4] s8.0"}}, {{"addNoGrowth", "true"}}});
 }
 
 TEST_F(VectorsOfTwoInstancesTest, haveNoScalarProductOfOneType) {

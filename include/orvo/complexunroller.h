@@ -6,6 +6,7 @@
 #include <orvo/handlers.h>
 #include <orvo/types.h>
 
+#include <algorithm>
 #include <memory>
 #include <span>
 #include <string>
@@ -61,6 +62,9 @@ class ORVO_API ComplexUnroller : public Unroller {
     /// Whether types of signals become parameters, so that they must be the same in all instances of the model. Asked
     /// when all signals are known.
     virtual bool writesTypes() const;
+    /// Whether the imaginary parts that real operands have not may be zeros of one bit, for the result is of the same
+    /// type in all instances. Asked where operands differ in type between these.
+    virtual bool takesPlainZeros() const;
 
     /// Called for every signal of the block before anything changes.
     virtual ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor);
@@ -81,6 +85,12 @@ class ORVO_API ComplexUnroller : public Unroller {
     /// In one of the instances.
     PureValueRef typeOf(const Wire &wire, const RefChain &instance) const;
     PureValueRef typeOf(const Port &port, const RefChain &instance) const;
+    /// Whether a signal has one type in all instances.
+    template <class Signal> bool isOfOneType(const Signal &signal) const {
+        const PureValueRef type = typeOf(signal);
+        return std::all_of(instances().begin(), instances().end(),
+                           [&](const RefChain &instance) { return typeOf(signal, instance) == type; });
+    }
     /// None if they were not told.
     std::span<const RefChain> instances() const;
 
@@ -129,6 +139,8 @@ namespace internal {
 ORVO_API PureValueRef nameBelow(const Block &block, const char *word);
 /// The type of a part: the type without its complex layer.
 ORVO_API PureValueRef partType(const PureValueRef &type, Context *context);
+/// Whether a value is a complex number, or one of its elements is.
+ORVO_API bool hasComplexPart(const ValueRef &value);
 /// Zero for a number, a tuple of what its elements become, anything else as it is.
 ORVO_API ValueRef zeroValues(const ValueRef &value);
 /// What a part gets of a parameter: of `(typeComplex, type)` the type, of `(complexRollTag, real, imaginary)` its own

@@ -45,13 +45,15 @@ How howOf(const void *before, const void *after) {
 
 bool isWire(const ValueRef &value) { return value && Node::from<Wire>(value) != nullptr; }
 
-/// A wire as block/wire, anything else as its text.
-std::string textOf(const ValueRef &value) {
+/// A wire as block/wire, one outside the model with its own in front, anything else as its text.
+std::string textOf(const ValueRef &value, const std::string &model) {
     if (!value) {
         return {};
     }
     if (const Wire *wire = Node::from<Wire>(value)) {
-        return wire->getBlock().getName()->toString() + "/" + wire->getName()->toString();
+        const std::string of = wire->getBlock().getModel().getName()->toString();
+        return (of == model ? "" : of + "/") + wire->getBlock().getName()->toString() + "/" +
+               wire->getName()->toString();
     }
     return value->toString();
 }
@@ -167,8 +169,8 @@ class Comparison {
                         name = (a != nullptr ? a : b)->first->toString();
                         const bool isOfBlock = change.what == What::Param && !change.block.empty();
                         change.what = isOfBlock && (isWire(was) || isWire(is)) ? What::Port : change.what;
-                        change.before = textOf(was);
-                        change.after = textOf(is);
+                        change.before = textOf(was, change.model);
+                        change.after = textOf(is, change.model);
                         add(std::move(change));
                     });
     }

@@ -4,6 +4,7 @@
 #include "driver/designroots.h"
 #include "driver/jsontext.h"
 #include "driver/openeddesign.h"
+#include "driver/passrun.h"
 #include "driver/simulation.h"
 
 #include <orvo/block.h>
@@ -161,11 +162,15 @@ void addDomainsVerb(CLI::App &app, VerbHost &host) {
     auto arguments = std::make_shared<Arguments>();
     verb->add_option("IN", arguments->input, "Design XML to read; - is standard input")->type_name("FILE");
     verb->add_option("--top", arguments->top, "The model to start at; the output roots if not given")
-        ->type_name("MODEL");
-    verb->add_option("--model", arguments->model, "Only instances of this model")->type_name("MODEL");
+        ->type_name("MODEL")
+        ->check(namesSomething());
+    verb->add_option("--model", arguments->model, "Only instances of this model")
+        ->type_name("MODEL")
+        ->check(namesSomething());
     verb->add_option("--instance", arguments->instance,
                      "Only this instance: the top model and the model blocks on the way, as top/a/b")
-        ->type_name("PATH");
+        ->type_name("PATH")
+        ->check(namesSomething());
     verb->add_flag("--missing", arguments->missing, "Only what has no domain");
     verb->callback(
         [&host, arguments] { host.action = [&host, arguments] { return domains(*arguments, host.console); }; });

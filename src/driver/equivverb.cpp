@@ -3,6 +3,7 @@
 
 #include "driver/jsontext.h"
 #include "driver/openeddesign.h"
+#include "driver/passrun.h"
 #include "driver/progress.h"
 #include "driver/simulation.h"
 #include "driver/waveform.h"
@@ -97,7 +98,8 @@ void addEquivVerb(CLI::App &app, VerbHost &host) {
     verb->add_option("A", arguments->first, "Design XML to read; - is standard input")->type_name("FILE");
     verb->add_option("B", arguments->second, "Design XML to compare it with")->type_name("FILE");
     verb->add_option("--top", arguments->top, "The model to run; the only one that no other instantiates if not given")
-        ->type_name("MODEL");
+        ->type_name("MODEL")
+        ->check(namesSomething());
     verb->add_option("--cycles", arguments->options.cycles, "Clock cycles of a stream; 1000 if not given")
         ->type_name("N")
         ->check(CLI::Range(std::uint64_t{1}, kMostCycles));

@@ -15,6 +15,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <iterator>
 #include <set>
@@ -70,11 +71,25 @@ bool hasSpareModels(const Design &design) {
     return !needed.empty() && needed.size() < models;
 }
 
+/// A file's name as one word of a command, which a shell takes as it is.
+std::string asWord(const std::string &name) {
+    std::string word = name[0] == '-' ? "./" : "";
+    for (const char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F) {
+            return "IN";
+        }
+        const bool isPlain = byte >= 0x80 || std::isalnum(byte) != 0 || std::strchr("_./+-=:@%,", c) != nullptr;
+        word += isPlain ? std::string(1, c) : std::string{'\\', c};
+    }
+    return word;
+}
+
 } // namespace
 
 std::vector<std::string> hintsAfter(const Console &console, const Design &design, const std::string &input) {
     std::vector<std::string> hints;
-    const std::string file = input.empty() || input == "-" ? "IN" : input;
+    const std::string file = input.empty() || input == "-" ? "IN" : asWord(input);
     if (hasToldOneOf(console, kMissingTypes)) {
         addUnknownTypes(design, hints);
         hints.push_back(fmt::format("'orvo check {}' tells what lacks a type, and why", file));

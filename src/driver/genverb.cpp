@@ -3,6 +3,7 @@
 
 #include "driver/files.h"
 #include "driver/jsontext.h"
+#include "driver/passrun.h"
 #include "driver/progress.h"
 #include "gen/designgenerator.h"
 
@@ -61,7 +62,9 @@ void addGenVerb(CLI::App &app, VerbHost &host) {
     verb->add_option("--size", arguments->size, "Steps in which it grows, mostly a block each; 30 if not given")
         ->type_name("N")
         ->check(CLI::Range(std::size_t{0}, std::size_t{10000000}));
-    verb->add_option("-o,--output", arguments->output, "Design XML to write; - is standard output")->type_name("FILE");
+    verb->add_option("-o,--output", arguments->output, "Design XML to write; - is standard output")
+        ->type_name("FILE")
+        ->check(namesSomething());
     verb->callback(
         [&host, arguments] { host.action = [&host, arguments] { return generate(*arguments, host.console); }; });
 }

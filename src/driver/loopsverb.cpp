@@ -4,6 +4,7 @@
 #include "driver/designroots.h"
 #include "driver/jsontext.h"
 #include "driver/openeddesign.h"
+#include "driver/passrun.h"
 #include "driver/simulation.h"
 
 #include <orvo/block.h>
@@ -166,7 +167,8 @@ void addLoopsVerb(CLI::App &app, VerbHost &host) {
     auto arguments = std::make_shared<Arguments>();
     verb->add_option("IN", arguments->input, "Design XML to read; - is standard input")->type_name("FILE");
     verb->add_option("--top", arguments->top, "The model to start at; the roots of the design if not given")
-        ->type_name("MODEL");
+        ->type_name("MODEL")
+        ->check(namesSomething());
     verb->add_option("--limit", arguments->limit, "Show no more loops than that, and search in proportion (1000)")
         ->type_name("N")
         ->check(CLI::Range(1, 1000000000));

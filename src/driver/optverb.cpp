@@ -52,6 +52,7 @@ void addOptVerb(CLI::App &app, VerbHost &host) {
     auto arguments = std::make_shared<OptArguments>();
     verb->add_option("-p,--passes", arguments->passes, "Passes to run, or @FILE with them; lists follow each other")
         ->type_name("PASSES")
+        ->check(namesSomething())
         ->allow_extra_args(false);
     addRunOptions(*verb, arguments->run);
     verb->add_option("--replay", arguments->run.replay, "Run a reproducer")->type_name("FILE")->check(namesSomething());

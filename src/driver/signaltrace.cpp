@@ -497,8 +497,12 @@ class Tracer {
         if (signal.isPort ? isOf(*made.block, kUnpacks) : isOf(*made.block, kPacks)) {
             addAll(made, signal.isPort, true, places);
         } else if (!signal.isPort && isOf(*signal.block, kUnpacks) && brings) {
+            const std::size_t known = places.size();
             addAll(made, false, false, places);
-            places.back().inner = innerNumbers(made);
+            // What was made may have no wires.
+            for (std::size_t i = known; i < places.size(); ++i) {
+                places[i].inner = innerNumbers(made);
+            }
         }
     }
 

@@ -4,6 +4,7 @@
 #include "driver/files.h"
 #include "driver/jsontext.h"
 #include "driver/openeddesign.h"
+#include "driver/passrun.h"
 #include "driver/progress.h"
 #include "driver/simulation.h"
 #include "driver/suggest.h"
@@ -334,18 +335,24 @@ void addSimVerb(CLI::App &app, VerbHost &host) {
     auto arguments = std::make_shared<Arguments>();
     verb->add_option("IN", arguments->input, "Design XML to read; - is standard input")->type_name("FILE");
     verb->add_option("--top", arguments->top, "The model to run; the only one that no other instantiates if not given")
-        ->type_name("MODEL");
+        ->type_name("MODEL")
+        ->check(namesSomething());
     verb->add_option("--cycles", arguments->cycles, "Clock cycles to run; the rows of a table, else 100")
         ->type_name("N")
         ->check(CLI::Range(std::uint64_t{0}, kMostCycles));
     verb->add_option("--stimulus", arguments->stimulus,
                      "noise, noise:seed=S, impulse, ramp, corners, or a table: names of inputs, then a row a cycle")
-        ->type_name("WHAT");
+        ->type_name("WHAT")
+        ->check(namesSomething());
     verb->add_option("-o,--output", arguments->output, "Table of outputs and probes to write; - is standard output")
-        ->type_name("FILE");
-    verb->add_option("--vcd", arguments->changes, "Value change dump to write")->type_name("FILE");
+        ->type_name("FILE")
+        ->check(namesSomething());
+    verb->add_option("--vcd", arguments->changes, "Value change dump to write")
+        ->type_name("FILE")
+        ->check(namesSomething());
     verb->add_option("--probe", arguments->probes, "A wire to show, as top/a/b/block/wire")
         ->type_name("PATH")
+        ->check(namesSomething())
         ->allow_extra_args(false);
     verb->add_flag("--unknowns", arguments->unknowns, "Show x for bits that nothing settles; else they are zero");
     verb->add_flag("--raw", arguments->raw, "Values as the integers of their bits, in the tables read and written");

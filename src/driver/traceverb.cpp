@@ -3,6 +3,7 @@
 
 #include "driver/jsontext.h"
 #include "driver/openeddesign.h"
+#include "driver/passrun.h"
 #include "driver/signaltrace.h"
 #include "driver/suggest.h"
 
@@ -111,7 +112,8 @@ void addTraceVerb(CLI::App &app, VerbHost &host) {
     verb->add_option("IN", arguments->source, "Design XML as it was; - is standard input")->type_name("FILE");
     verb->add_option("OUT", arguments->lowered, "Design XML that came of it")->type_name("FILE");
     verb->add_option("--signal", arguments->signal, "A wire or port of IN, as model/block.wire or top/a/b/block/wire")
-        ->type_name("PATH");
+        ->type_name("PATH")
+        ->check(namesSomething());
     verb->callback(
         [&host, arguments] { host.action = [&host, arguments] { return trace(*arguments, host.console); }; });
 }

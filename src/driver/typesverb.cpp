@@ -3,6 +3,7 @@
 
 #include "driver/jsontext.h"
 #include "driver/openeddesign.h"
+#include "driver/passrun.h"
 #include "driver/typetable.h"
 
 #include <CLI/CLI.hpp>
@@ -72,10 +73,13 @@ void addTypesVerb(CLI::App &app, VerbHost &host) {
     CLI::App *verb = addVerb(app, "types", "Show the type of every port and wire, instance by instance");
     auto arguments = std::make_shared<Arguments>();
     verb->add_option("IN", arguments->input, "Design XML to read; - is standard input")->type_name("FILE");
-    verb->add_option("--model", arguments->filter.model, "Only instances of this model")->type_name("MODEL");
+    verb->add_option("--model", arguments->filter.model, "Only instances of this model")
+        ->type_name("MODEL")
+        ->check(namesSomething());
     verb->add_option("--instance", arguments->filter.instance,
                      "Only this instance: the top model and the model blocks on the way, as top/a/b")
-        ->type_name("PATH");
+        ->type_name("PATH")
+        ->check(namesSomething());
     verb->add_flag("--missing", arguments->filter.missing, "Only what has no type");
     verb->callback(
         [&host, arguments] { host.action = [&host, arguments] { return types(*arguments, host.console); }; });

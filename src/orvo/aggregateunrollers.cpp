@@ -153,13 +153,70 @@ class DemuxAggregateUnroller final : public SimplePrimAggregateUnroller {
     }
 };
 
-/// The output may have vectors in its members that the input has not: those of the conditions.
+/// A list of settings as the lanes of the whole take it, over and over: a member of more lanes would go on with it.
+ValueRef settingsOfLanes(const ValueRef &value, std::size_t lanes) {
+    const TupleValueRef list = nodeVR(value) ? TupleValueRef() : tupleVR(value);
+    if (!list || list->size() == 0 || list->at(0) == A_VECTOR_ROLL_TAG || lanes % list->size() == 0) {
+        return value;
+    }
+    if (lanes == 1) {
+        return list->at(0);
+    }
+    std::vector<ValueRef> settings;
+    for (std::size_t lane = 0; lane < lanes; ++lane) {
+        settings.push_back(list->at(lane % list->size()));
+    }
+    return TupleValue::get(settings, value->context());
+}
+
+/// A record is late as a whole.
+class DelayAggregateUnroller final : public SimplePrimAggregateUnroller {
+  public:
+    using SimplePrimAggregateUnroller::SimplePrimAggregateUnroller;
+
+  protected:
+    ValueRef memberValue(const PureValueRef &key, const ValueRef &value, int flatIndex,
+                         const AggregateTypeManager &manager) const override {
+        return key == A_DELAY_LENGTH ? settingsOfLanes(value, 1)
+                                     : SimplePrimAggregateUnroller::memberValue(key, value, flatIndex, manager);
+    }
+};
+
+/// The output may have vectors in its members that the input has not: those of the conditions. There is one queue of
+/// records for each lane of these.
 class QueueAggregateUnroller final : public PrimAggregateUnroller {
   public:
     using PrimAggregateUnroller::PrimAggregateUnroller;
+    AggregateUnrollKind originalWire(Wire &wire, const AggregateTypeSpec &spec,
+                                     const AggregateTypeManager &manager) override {
+        noteLanes(spec);
+        return PrimAggregateUnroller::originalWire(wire, spec, manager);
+    }
+    AggregateUnrollKind originalPort(Port &port, const AggregateTypeSpec &spec,
+                                     const AggregateTypeManager &manager) override {
+        if (!(port.getName() == A_FIFO_PORT_FLUSH)) {
+            noteLanes(spec);
+        }
+        return PrimAggregateUnroller::originalPort(port, spec, manager);
+    }
 
   protected:
     bool sharesVectors() const override { return true; }
+    ValueRef memberValue(const PureValueRef &key, const ValueRef &value, int flatIndex,
+                         const AggregateTypeManager &manager) const override {
+        const bool isSetting = key == A_FIFO_DEPTH || key == A_FIFO_LOW_THRESHOLD || key == A_FIFO_HIGH_THRESHOLD;
+        return isSetting ? settingsOfLanes(value, mLanes)
+                         : PrimAggregateUnroller::memberValue(key, value, flatIndex, manager);
+    }
+
+  private:
+    void noteLanes(const AggregateTypeSpec &spec) {
+        if (spec.valid() && !spec.isAggregate()) {
+            mLanes = std::max(mLanes, VectorDecorSpec(spec.at(0), block().getContext()).elementCount());
+        }
+    }
+
+    std::size_t mLanes = 1;
 };
 
 /// Ports and wires that have names of their own inside a model.
@@ -377,7 +434,7 @@ const AggregateUnrollRow kRows[] = {
     {&A_BIT_JOIN_REDUCE_BLOCK, nullptr, kBits},
     {&A_NOT_BLOCK, nullptr, kNumbers},
     {&A_REVERSE_BLOCK, nullptr, kNumbers},
-    {&A_DELAY_BLOCK, defaultHandler, kMember},
+    {&A_DELAY_BLOCK, handler<DelayAggregateUnroller>, kMember},
     {&A_RECIPROCAL_BLOCK, nullptr, kNumbers},
     {&A_RECIP_SQRT_BLOCK, nullptr, kNumbers},
     {&A_SQRT_BLOCK, nullptr, kNumbers},

@@ -4,6 +4,7 @@
 #include "orvo/vectorunrollparts.h"
 
 #include <orvo/block.h>
+#include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
 #include <orvo/types.h>
 
@@ -49,10 +50,11 @@ class CombiningVectorUnroller : public VectorUnroller {
             mResults.push_back(Wire::create(made, A_PRIM_WIRE_OUT));
         }
     }
-    Wire *attachWire(Wire &, const VectorDecorSpec &lanes, const std::vector<int> &indices,
+    Wire *attachWire(Wire &wire, const VectorDecorSpec &lanes, const std::vector<int> &indices,
                      const std::vector<MaybePort> &readers) override {
         const std::size_t lane = lanes.elementIndex(indices);
         Wire &result = shaped(*mResults[lane]);
+        OrvoUtils::copyParams(result, wire);
         connectReaders(readers, result);
         return &result;
     }
@@ -101,7 +103,7 @@ class PrimReduceVectorUnroller final : public CombiningVectorUnroller {
     }
     using CombiningVectorUnroller::writesTypeOf;
     bool writesTypeOf(const Wire &wire) const override {
-        return (!isJoin() || needsBits()) && CombiningVectorUnroller::writesTypeOf(wire);
+        return (isJoin() ? needsBits() : needsType()) && CombiningVectorUnroller::writesTypeOf(wire);
     }
     void attachPort(Port &port, const VectorDecorSpec &lanes, const std::vector<int> &indices, Wire &driver) override {
         const std::size_t element = lanes.elementIndex(indices);
@@ -117,7 +119,7 @@ class PrimReduceVectorUnroller final : public CombiningVectorUnroller {
   protected:
     void finish(Block &lane) const override {
         lane.setParam(A_BLOCK_TYPE, isJoin() ? A_BIT_JOIN_BLOCK : A_ADD_BLOCK);
-        if (!isJoin()) {
+        if (!isJoin() && needsType()) {
             // A reduction leaves a margin in its type that a sum does not.
             lane.setParam(A_ADD_TYPE, type());
         }
@@ -137,12 +139,20 @@ class PrimReduceVectorUnroller final : public CombiningVectorUnroller {
     }
 
   public:
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        mWire = wire.getName() == A_PRIM_WIRE_OUT ? &wire : mWire;
+        return CombiningVectorUnroller::originalWire(wire, vectors);
+    }
     VectorUnrollKind originalPort(Port &port, const VectorDecorSpec &vectors) override {
         const auto hasFraction = [&](const RefChain &instance) {
             return NumTypeSpec(typeOf(port, instance), block().getContext()).fracBits() != 0;
         };
         mHasFraction =
             mHasFraction || (vectors.isVector() && std::any_of(instances().begin(), instances().end(), hasFraction));
+        mIsSum = mWire != nullptr && outCount() != 0 &&
+                 std::all_of(instances().begin(), instances().end(), [&](const RefChain &instance) {
+                     return isSumIn(instance, port, vectors.elementCount() / outCount());
+                 });
         return CombiningVectorUnroller::originalPort(port, vectors);
     }
 
@@ -150,8 +160,24 @@ class PrimReduceVectorUnroller final : public CombiningVectorUnroller {
     bool isJoin() const { return block().type() == A_BIT_JOIN_REDUCE_BLOCK.get_ptr(); }
     /// Whether a join of what is left would be of another type.
     bool needsBits() const { return inputs().size() != 1 || mHasFraction; }
+    /// Whether a sum of what is left would be of another type.
+    bool needsType() const { return inputs().size() != 1 || !mIsSum || block().getParam(A_ADD_TYPE); }
+    /// Whether a sum of so many elements of a port is of the type of the result.
+    bool isSumIn(const RefChain &instance, const Port &port, std::size_t terms) const {
+        Context *context = block().getContext();
+        NumTypeSpec sum(elementType(typeOf(port, instance), context), context);
+        const bool noGrowth = block().findParam(A_ADD_NO_GROWTH) == A_TRUE.get_ptr();
+        for (std::size_t known = 1; known < terms; known *= 2) {
+            sum.applyOp(NumTypeSpec(sum), noGrowth ? TYPE_OP_UNION : TYPE_OP_ADD);
+        }
+        return sum == NumTypeSpec(elementType(typeOf(*mWire, instance), context), context);
+    }
+
+    const Wire *mWire = nullptr;
     /// In any instance.
     bool mHasFraction = false;
+    /// In all instances, of the only port.
+    bool mIsSum = false;
 };
 
 /// The products of all elements of the pairs in one sum. Other than a reduction it stays of its type, so that one of

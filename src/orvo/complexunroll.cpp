@@ -1,6 +1,7 @@
 // The engine of complex unrolling.
 #include "orvo/complexunroll.h"
 
+#include "orvo/typedifference.h"
 #include "orvo/unrollpasses.h"
 
 #include <orvo/block.h>
@@ -52,9 +53,22 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     }
     if (const std::string reason = mUnroller->reason(); !reason.empty()) {
         failToExpand(reason);
-    } else if (zerosDiffer || (typesDiffer && mUnroller->writesTypes())) {
-        failToExpand("its signals differ in type between the instances of the model");
     }
+    mPlainZeros = zerosDiffer && mUnroller->takesPlainZeros();
+    if (!mFailed && ((zerosDiffer && !mPlainZeros) || (typesDiffer && mUnroller->writesTypes()))) {
+        failToExpand(difference(types));
+    }
+}
+
+std::string BlockUnrollerImpl::difference(GlobalTypePass &types) const {
+    std::string detail;
+    for (auto info = mPorts.begin(); detail.empty() && info != mPorts.end(); ++info) {
+        detail = internal::typeDifference(*info->port.getPort(), mInstances, types);
+    }
+    for (auto info = mWires.begin(); detail.empty() && info != mWires.end(); ++info) {
+        detail = internal::typeDifference(*info->wire, mInstances, types);
+    }
+    return detail;
 }
 
 template <class End>
@@ -150,7 +164,8 @@ void BlockUnrollerImpl::unrollPort(const PortInfo &info) {
     } else if (info.kind == ComplexPortKind::SplitOrZero) {
         Block &zero = create(info.port.getKey(), "imagZero", A_CONST_BLOCK);
         zero.setParam(A_CONST_VALUE, NumberValue::get(0, mBlock.getContext()));
-        zero.setParam(A_CONST_TYPE, info.type);
+        zero.setParam(A_CONST_TYPE,
+                      mPlainZeros ? PureValueRef(NumTypeSpec::boolean().toValue(mBlock.getContext())) : info.type);
         attachPort(info, true, *Wire::create(zero, A_PRIM_WIRE_OUT));
     }
 }

@@ -62,6 +62,8 @@ class BlockUnrollerImpl {
     void rejectPort(const PureValueRef &key);
     void rejectWire(const Wire &wire);
     void failToExpand(const std::string &detail);
+    /// Names a signal that is of several types.
+    std::string difference(GlobalTypePass &types) const;
     Block &create(const PureValueRef &key, const char *word, const StaticString &type) const;
     void attachPort(const PortInfo &info, bool imaginary, Wire &driver);
     void unrollPort(const PortInfo &info);
@@ -72,6 +74,8 @@ class BlockUnrollerImpl {
     std::shared_ptr<ComplexUnroller> mUnroller;
     bool mExpand = false;
     bool mFailed = false;
+    /// Whether zeros for missing parts are of one bit, for no type would do in all instances.
+    bool mPlainZeros = false;
     std::vector<PortInfo> mPorts;
     std::vector<WireInfo> mWires;
 };

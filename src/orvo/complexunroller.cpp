@@ -31,6 +31,8 @@ bool ComplexUnroller::takesVectors() const { return true; }
 
 bool ComplexUnroller::writesTypes() const { return false; }
 
+bool ComplexUnroller::takesPlainZeros() const { return false; }
+
 ComplexWireKind ComplexUnroller::originalWire(Wire &, const ComplexDecorSpec &) { return ComplexWireKind::Split; }
 
 ComplexPortKind ComplexUnroller::originalPort(Port &, const ComplexDecorSpec &) { return ComplexPortKind::SplitOrZero; }
@@ -81,6 +83,11 @@ PureValueRef partType(const PureValueRef &type, Context *context) {
     PureValueRef part;
     const ComplexDecorSpec decor(type, part, context);
     return part;
+}
+
+bool hasComplexPart(const ValueRef &value) {
+    const TupleValueRef tuple = taggedTuple(value);
+    return tuple && (tuple->at(0) == A_COMPLEX_ROLL_TAG || std::any_of(tuple->begin(), tuple->end(), hasComplexPart));
 }
 
 ValueRef zeroValues(const ValueRef &value) {

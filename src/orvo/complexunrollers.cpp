@@ -207,14 +207,6 @@ class DualMemComplexUnroller final : public ControlledComplexUnroller {
     std::vector<std::pair<const StaticString *, PureValueRef>> mTypes;
 };
 
-bool hasComplexPart(const ValueRef &value) {
-    const TupleValueRef tuple = tupleVR(value);
-    if (!tuple || tuple->size() == 0) {
-        return false;
-    }
-    return tuple->at(0) == A_COMPLEX_ROLL_TAG || std::any_of(tuple->begin(), tuple->end(), hasComplexPart);
-}
-
 /// By a real constant each part is divided.
 class ConstDivComplexUnroller final : public DefaultComplexUnroller {
   public:
@@ -328,11 +320,47 @@ class ConstMultComplexUnroller final : public ComplexUnroller {
     Wire *mImaginary = nullptr;
 };
 
-/// A wire for the real part, in fixed point through a cast to the wider type of both, and a negation.
+/// A real operand's imaginary part may be a zero of one bit where the other operand alone tells how wide the sum is.
+template <bool isDifference> class SumComplexUnroller final : public DefaultComplexUnroller {
+  public:
+    using DefaultComplexUnroller::DefaultComplexUnroller;
+    bool takesPlainZeros() const override {
+        return block().port_size() == 2 && !block().getParam(A_ADD_TYPE) &&
+               block().getWire(A_PRIM_WIRE_OUT) != nullptr &&
+               std::all_of(instances().begin(), instances().end(),
+                           [this](const RefChain &instance) { return keepsTypeIn(instance); });
+    }
+
+  private:
+    /// Whether the sum of the imaginary parts is of the same type as that of the real ones.
+    bool keepsTypeIn(const RefChain &instance) const {
+        std::vector<NumTypeSpec> parts;
+        for (const Port &port : std::as_const(block()).ports()) {
+            NumTypeSpec part(typeOf(port, instance), block().getContext());
+            if (!part.isFixed()) {
+                return false;
+            }
+            const bool isComplex = part.isComplex();
+            part.setComplex(false);
+            parts.push_back(isComplex ? part : NumTypeSpec::boolean());
+        }
+        const bool noGrowth = block().findParam(A_ADD_NO_GROWTH) == A_TRUE.get_ptr();
+        NumTypeSpec sum = NumTypeSpec::typeOp(parts[0], parts[1], noGrowth ? TYPE_OP_UNION : TYPE_OP_ADD);
+        if (isDifference && !noGrowth) {
+            sum.setSigned(true);
+        }
+        NumTypeSpec result(typeOf(*block().getWire(A_PRIM_WIRE_OUT), instance), block().getContext());
+        result.setComplex(false);
+        return sum == result;
+    }
+};
+
+/// A wire for the real part, in fixed point through a cast to the wider type of both, and a negation. Where types
+/// differ between instances a sum with zero makes it wider, if that has the type of the result in each.
 class ConjugateComplexUnroller final : public ComplexUnroller {
   public:
     explicit ConjugateComplexUnroller(Block &block) : mBlock(block) {}
-    bool writesTypes() const override { return mGrows; }
+    bool writesTypes() const override { return mGrows && !mAddsZero; }
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
         mWire = &wire;
         mType = partType(typeOf(wire), mBlock.getContext());
@@ -344,6 +372,13 @@ class ConjugateComplexUnroller final : public ComplexUnroller {
             return partType(typeOf(port, instance), context) != partType(typeOf(*mWire, instance), context);
         };
         mGrows = mWire != nullptr && std::any_of(instances().begin(), instances().end(), grows);
+        const auto growsByABit = [&](const RefChain &instance) {
+            const NumTypeSpec part(partType(typeOf(port, instance), context), context);
+            return NumTypeSpec::typeOp(part, NumTypeSpec::boolean(), TYPE_OP_ADD) ==
+                   NumTypeSpec(partType(typeOf(*mWire, instance), context), context);
+        };
+        mAddsZero = mGrows && !(isOfOneType(port) && isOfOneType(*mWire)) &&
+                    std::all_of(instances().begin(), instances().end(), growsByABit);
         return ComplexPortKind::Split;
     }
     void preAttach() override { mNegated = &outOf(create(mBlock, nameBelow(mBlock, "imagNeg"), A_NEG_BLOCK)); }
@@ -354,7 +389,15 @@ class ConjugateComplexUnroller final : public ComplexUnroller {
             return;
         }
         mReal = &driver;
-        if (mGrows) {
+        if (mAddsZero) {
+            Block &zero = create(mBlock, nameBelow(mBlock, "realZero"), A_CONST_BLOCK);
+            zero.setParam(A_CONST_VALUE, numberOf(0));
+            zero.setParam(A_CONST_TYPE, NumTypeSpec::boolean().toValue(mBlock.getContext()));
+            Block &sum = create(mBlock, nameBelow(mBlock, "realAdd"), A_ADD_BLOCK);
+            sum.setParam(numberOf(1), outOf(zero));
+            feed(sum, driver);
+            mReal = &outOf(sum);
+        } else if (mGrows) {
             Block &cast = create(mBlock, nameBelow(mBlock, "realCast"), A_CAST_BLOCK);
             cast.setParam(A_CAST_OUTPUT_TYPE, mType);
             feed(cast, driver);
@@ -392,6 +435,8 @@ class ConjugateComplexUnroller final : public ComplexUnroller {
     PureValueRef mType;
     /// In any instance.
     bool mGrows = false;
+    /// In place of a cast.
+    bool mAddsZero = false;
     Wire *mNegated = nullptr;
     Wire *mReal = nullptr;
 };
@@ -637,9 +682,9 @@ constexpr const char *kNames = "one block with two ports and two wires a complex
 
 // clang-format off
 const ComplexUnrollRow kRows[] = {
-    {&A_ADD_BLOCK, defaultHandler, kParts},
+    {&A_ADD_BLOCK, handler<SumComplexUnroller<false>>, kParts},
     {&A_MONSTER_ADD_BLOCK, defaultHandler, kParts},
-    {&A_SUB_BLOCK, defaultHandler, kParts},
+    {&A_SUB_BLOCK, handler<SumComplexUnroller<true>>, kParts},
     {&A_MULT_BLOCK, multiplyHandler, "real multipliers, and a difference and a sum of their products"},
     {&A_MONSTER_MULT_BLOCK, multiplyHandler, "real multipliers, and a difference and a sum of their products"},
     {&A_ADD_REDUCE_BLOCK, defaultHandler, kParts},
@@ -899,7 +944,7 @@ const ComplexUnrollRow kRows[] = {
     {&A_VTWIDDLE_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
     {&A_XOR_BITS_BLOCK, nullptr, "its signals are counts, addresses and bits of them, which are real"},
     {&A_XSWITCH_BLOCK, nullptr, "a part of a transform: what it is built from comes apart in its place"},
-    {&U_ADD_BLOCK, defaultHandler, kParts},
+    {&U_ADD_BLOCK, handler<SumComplexUnroller<false>>, kParts},
     {&U_AND_BLOCK, defaultHandler, kParts},
     {&U_AND_REDUCE_BLOCK, defaultHandler, kParts},
     {&U_BIT_JOIN_BLOCK, defaultHandler, kParts},
@@ -920,7 +965,7 @@ const ComplexUnrollRow kRows[] = {
     {&U_OR_BLOCK, defaultHandler, kParts},
     {&U_OR_REDUCE_BLOCK, defaultHandler, kParts},
     {&U_REGISTER_BLOCK, handler<RegisterUnroller>, kValues},
-    {&U_SUB_BLOCK, defaultHandler, kParts},
+    {&U_SUB_BLOCK, handler<SumComplexUnroller<true>>, kParts},
     {&U_XNOR_BLOCK, defaultHandler, kParts},
     {&U_XNOR_REDUCE_BLOCK, defaultHandler, kParts},
     {&U_XOR_BLOCK, defaultHandler, kParts},

@@ -4,6 +4,8 @@
 #include "orvo/vectorunrollparts.h"
 
 #include <orvo/block.h>
+#include <orvo/complexunroller.h>
+#include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
 #include <orvo/types.h>
 
@@ -29,6 +31,13 @@ bool hasLanesOfTheirOwn(const ValueRef &value) {
 class LaneTupleVectorUnroller : public DefaultVectorUnroller {
   public:
     using DefaultVectorUnroller::DefaultVectorUnroller;
+    VectorUnrollKind originalWire(Wire &wire, const VectorDecorSpec &vectors) override {
+        if (isOneOf(wire.getName(),
+                    {&A_PRIM_WIRE_OUT, &A_SYNC_REGISTER_WIRE_ICLK_DATA, &A_SYNC_REGISTER_WIRE_OCLK_DATA})) {
+            mDepth = vectors.vectorDepth();
+        }
+        return DefaultVectorUnroller::originalWire(wire, vectors);
+    }
 
   protected:
     ValueRef laneValue(const PureValueRef &key, const ValueRef &value, const VectorDecorSpec &merged,
@@ -37,8 +46,8 @@ class LaneTupleVectorUnroller : public DefaultVectorUnroller {
         if (!tuple || tuple->size() == 0 || isTagged(tuple, A_VECTOR_ROLL_TAG)) {
             return DefaultVectorUnroller::laneValue(key, value, merged, indices);
         }
-        if (isOneOf(key, {&A_COUNTER_LIMIT, &A_COUNTER_INITIAL, &A_COUNTER_STEP, &A_FIFO_DEPTH, &A_FIFO_LOW_THRESHOLD,
-                          &A_FIFO_HIGH_THRESHOLD})) {
+        if (isOneOf(key, {&A_COUNTER_LIMIT, &A_COUNTER_INITIAL, &A_COUNTER_STEP, &A_DELAY_LENGTH, &A_FIFO_DEPTH,
+                          &A_FIFO_LOW_THRESHOLD, &A_FIFO_HIGH_THRESHOLD})) {
             return tuple->at(merged.elementIndex(indices) % tuple->size());
         }
         if (isOneOf(key, {&A_REGISTER_INIT_VALUE, &A_SYNC_REGISTER_INIT_VALUE})) {
@@ -48,17 +57,24 @@ class LaneTupleVectorUnroller : public DefaultVectorUnroller {
     }
 
   private:
-    /// A tuple a dimension, the outermost one outside.
-    static ValueRef nested(ValueRef value, const std::vector<int> &indices) {
-        for (std::size_t k = indices.size(); k-- > 0;) {
+    /// A tuple a dimension of what is held, the outermost one outside. A condition may have more dimensions, further
+    /// out.
+    ValueRef nested(ValueRef value, const std::vector<int> &indices) const {
+        for (std::size_t k = std::min(mDepth, indices.size()); k-- > 0;) {
             const TupleValueRef tuple = tupleVR(value);
             if (!tuple || isTagged(tuple, A_COMPLEX_ROLL_TAG)) {
                 break;
+            }
+            if (isTagged(tuple, A_VECTOR_ROLL_TAG)) {
+                return elementOfLane(value, {indices.begin(), indices.begin() + static_cast<std::ptrdiff_t>(k + 1)});
             }
             value = tuple->maybeAt(static_cast<std::size_t>(indices[k]));
         }
         return value;
     }
+
+    /// The dimensions of what a register holds.
+    std::size_t mDepth = 0;
 };
 
 /// Knows the type of the result's elements; null without one.
@@ -255,6 +271,7 @@ class WideningVectorUnroller : public LaneTupleVectorUnroller {
         const PureValueRef name =
             PureTupleValue::get(lane.getName(), StringValue::get("cast", lane.getContext()), lane.getContext());
         Wire &wide = widened(lane, name, *lane.getWire(wire.getName()), mTypes[&wire]);
+        OrvoUtils::copyParams(wide, wire);
         connectReaders(readers, wide);
         return &wide;
     }
@@ -328,9 +345,15 @@ class ConstMultVectorUnroller final : public ResultVectorUnroller {
     }
 
   protected:
-    /// The type stands behind a tag.
+    /// The type stands behind a tag. One complex number makes the products of all lanes complex.
     ValueRef laneValue(const PureValueRef &key, const ValueRef &value, const VectorDecorSpec &merged,
                        const std::vector<int> &indices) const override {
+        if (key == A_CONST_VALUE) {
+            const ValueRef own = ResultVectorUnroller::laneValue(key, value, merged, indices);
+            return numberVR(own) && hasComplexPart(value)
+                       ? PureTupleValue::get(A_COMPLEX_ROLL_TAG, PureValueRef(own), numberOf(0), block().getContext())
+                       : own;
+        }
         const PureTupleValueRef precision = pureTupleVR(value);
         if (!(key == A_OUTPUT_PRECISION) || !precision || precision->size() != 2) {
             return ResultVectorUnroller::laneValue(key, value, merged, indices);

@@ -99,6 +99,9 @@ std::string MultiplyComplexUnroller::reason() const {
 
 /// Whether the result is of the type that the multipliers of the parts give by themselves.
 bool MultiplyComplexUnroller::isExactIn(const RefChain &instance) const {
+    if (mFactors.size() != 2 || mBlock.getWire(A_PRIM_WIRE_OUT) == nullptr) {
+        return false;
+    }
     Context *context = mBlock.getContext();
     const auto partOf = [&](const PureValueRef &type) {
         NumTypeSpec part(type, context);
@@ -113,24 +116,21 @@ bool MultiplyComplexUnroller::isExactIn(const RefChain &instance) const {
            partOf(typeOf(*mBlock.getWire(A_PRIM_WIRE_OUT), instance));
 }
 
-bool MultiplyComplexUnroller::writesTypes() const {
-    const auto isComplex = [](const auto &of) { return of.second.isComplex(); };
-    if (mBlock.getParam(A_MULT_TYPE) || mFactors.size() != 2 ||
-        std::all_of(mFactors.begin(), mFactors.end(), isComplex)) {
-        return true;
-    }
-    return !std::all_of(instances().begin(), instances().end(),
-                        [this](const RefChain &instance) { return isExactIn(instance); });
-}
+bool MultiplyComplexUnroller::writesTypes() const { return !mIsExact; }
 
 ComplexWireKind MultiplyComplexUnroller::originalWire(Wire &wire, const ComplexDecorSpec &decor) {
     mOutputType = NumTypeSpec(typeOf(wire), wire.getContext());
     mOutputType.setComplex(false);
+    mDiffers = mDiffers || !isOfOneType(wire);
     return ComplexUnroller::originalWire(wire, decor);
 }
 
 ComplexPortKind MultiplyComplexUnroller::originalPort(Port &port, const ComplexDecorSpec &) {
     mFactors.emplace(port.getName(), ComplexFactor(NumTypeSpec(typeOf(port), mBlock.getContext())));
+    mDiffers = mDiffers || !isOfOneType(port);
+    mIsExact =
+        !mBlock.getParam(A_MULT_TYPE) && std::all_of(instances().begin(), instances().end(),
+                                                     [this](const RefChain &instance) { return isExactIn(instance); });
     return ComplexPortKind::Split;
 }
 
@@ -200,10 +200,14 @@ Block &MultiplyComplexUnroller::multiplier(const char *word, const Step &step, C
 Wire &MultiplyComplexUnroller::combined(const char *word, const Step &step, const StaticString &type,
                                         const NumTypeSpec &sum, Wire &first, Wire &second) const {
     Block &made = make(nameOf(word, step), type);
-    NumTypeSpec scalar = sum;
-    scalar.stripVectors();
-    made.setParam(A_ADD_TYPE, scalar.toValue(mBlock.getContext()));
-    const bool noGrowth = mBlock.findParam(A_ADD_NO_GROWTH) == A_TRUE.get_ptr();
+    // The exact products are of the type of the result, which the sum keeps in each instance if it does not grow.
+    const bool isOpen = mIsExact && mDiffers;
+    if (!isOpen) {
+        NumTypeSpec scalar = sum;
+        scalar.stripVectors();
+        made.setParam(A_ADD_TYPE, scalar.toValue(mBlock.getContext()));
+    }
+    const bool noGrowth = isOpen || mBlock.findParam(A_ADD_NO_GROWTH) == A_TRUE.get_ptr();
     made.setParam(A_ADD_NO_GROWTH, noGrowth ? A_TRUE : A_FALSE);
     in(made, 0).setWire(first);
     in(made, 1).setWire(second);
@@ -271,6 +275,10 @@ ComplexPortKind MultiplyKaratsubaComplexUnroller::originalPort(Port &port, const
     mPorts.push_back(port.getName());
     mAllComplex = mAllComplex && decor.isComplex();
     return MultiplyComplexUnroller::originalPort(port, decor);
+}
+
+bool MultiplyKaratsubaComplexUnroller::writesTypes() const {
+    return (mAllComplex && isAskedFor()) || MultiplyComplexUnroller::writesTypes();
 }
 
 bool MultiplyKaratsubaComplexUnroller::isAskedFor() const {

@@ -84,6 +84,10 @@ class ORVO_API MultiplyComplexUnroller : public ComplexUnroller {
     Block &mBlock;
     std::map<PureValueRef, ComplexFactor, DeepValueCmp> mFactors;
     NumTypeSpec mOutputType;
+    /// Whether a signal differs in type between the instances.
+    bool mDiffers = false;
+    /// Whether multipliers without a type have that of the result, in all instances.
+    bool mIsExact = false;
     Wire *mReal = nullptr;
     Wire *mImaginary = nullptr;
 };
@@ -92,6 +96,7 @@ class ORVO_API MultiplyComplexUnroller : public ComplexUnroller {
 class ORVO_API MultiplyKaratsubaComplexUnroller : public MultiplyComplexUnroller {
   public:
     using MultiplyComplexUnroller::MultiplyComplexUnroller;
+    bool writesTypes() const override;
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override;
     void preAttach() override;
 

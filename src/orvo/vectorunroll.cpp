@@ -1,6 +1,7 @@
 // The engine of vector unrolling.
 #include "orvo/vectorunroll.h"
 
+#include "orvo/typedifference.h"
 #include "orvo/unrollpasses.h"
 
 #include <orvo/block.h>
@@ -117,17 +118,23 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
         failToExpand("its records come apart before its vectors");
     } else if (hasWork() && !mUnroller->canUnroll()) {
         failToExpand(mUnroller->reason());
-    } else if (hasWork() && fitsOneInstance()) {
-        failToExpand("its signals differ in type between the instances of the model");
+    } else if (const std::string detail = hasWork() ? difference(types) : std::string(); !detail.empty()) {
+        failToExpand(detail);
     }
 }
 
-bool BlockUnrollerImpl::fitsOneInstance() const {
-    return std::any_of(mWires.begin(), mWires.end(),
-                       [&](const WireInfo &info) { return !info.isUnique && mUnroller->writesTypeOf(*info.wire); }) ||
-           std::any_of(mPorts.begin(), mPorts.end(), [&](const PortInfo &info) {
-               return !info.isUnique && mUnroller->writesTypeOf(*info.port.getPort());
-           });
+std::string BlockUnrollerImpl::difference(GlobalTypePass &types) const {
+    for (const WireInfo &info : mWires) {
+        if (!info.isUnique && mUnroller->writesTypeOf(*info.wire)) {
+            return internal::typeDifference(*info.wire, mInstances, types);
+        }
+    }
+    for (const PortInfo &info : mPorts) {
+        if (!info.isUnique && mUnroller->writesTypeOf(*info.port.getPort())) {
+            return internal::typeDifference(*info.port.getPort(), mInstances, types);
+        }
+    }
+    return {};
 }
 
 bool BlockUnrollerImpl::losesRecords(GlobalTypePass &types) const {

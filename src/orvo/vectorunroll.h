@@ -87,8 +87,8 @@ class BlockUnrollerImpl {
     void note(const VectorDecorSpec &vectors, VectorUnrollKind kind);
     /// Whether a record comes out that has its lanes in its members: of those of the block it would get the first only.
     bool losesRecords(GlobalTypePass &types) const;
-    /// Whether what takes the block's place would be made for the types of one instance alone.
-    bool fitsOneInstance() const;
+    /// Which types what takes the block's place would have to be made for, if it would fit one instance alone.
+    std::string difference(GlobalTypePass &types) const;
     VectorDecorSpec lanesOf(VectorUnrollKind kind, const VectorDecorSpec &own) const;
     PureValueRef packerName(const PureValueRef &key) const;
     void unrollPort(const PortInfo &info);

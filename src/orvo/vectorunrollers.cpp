@@ -62,7 +62,7 @@ const VectorUnrollRow kRows[] = {
     {&A_BIT_JOIN_REDUCE_BLOCK, primReduceVectorHandler, kOne},
     {&A_NOT_BLOCK, defaultHandler, kLane},
     {&A_REVERSE_BLOCK, defaultHandler, kLane},
-    {&A_DELAY_BLOCK, defaultHandler, kLane},
+    {&A_DELAY_BLOCK, laneTupleVectorHandler, kLane},
     {&A_RECIPROCAL_BLOCK, defaultHandler, kLane},
     {&A_RECIP_SQRT_BLOCK, defaultHandler, kLane},
     {&A_SQRT_BLOCK, defaultHandler, kLane},

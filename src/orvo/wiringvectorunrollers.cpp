@@ -6,6 +6,7 @@
 
 #include <orvo/block.h>
 #include <orvo/logging.h>
+#include <orvo/orvoutils.h>
 #include <orvo/staticstrings.h>
 #include <orvo/types.h>
 
@@ -48,6 +49,7 @@ class WiringVectorUnroller : public VectorUnroller {
         return made;
     }
     void replaceWire(Wire &wire, Wire &by) const {
+        OrvoUtils::copyParams(by, wire);
         wire.replace(by);
         notifyUnrollWire(mBlock, wire.getName(), by.getBlock(), by.getName());
     }

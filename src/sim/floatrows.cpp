@@ -125,10 +125,24 @@ void writeProductOf(BlockWriter &writer, const std::vector<Signal> &in) {
 
 void writeMult(BlockWriter &writer) { writeProductOf(writer, inputsOf(writer, 1)); }
 
+/// A rolled value with as many elements as the innermost dimensions of a type have; one of more layers as it is.
+ValueRef fitted(const ValueRef &value, const SignalType &type, Context *context) {
+    const std::size_t layers = rolledLayers(value);
+    if (layers == 0 || layers > type.dims.size()) {
+        return value;
+    }
+    std::vector<ValueRef> elements{A_VECTOR_ROLL_TAG};
+    for (std::uint32_t i = 0; i < type.dims[type.dims.size() - layers]; ++i) {
+        elements.push_back(fitted(rolledElement(value, i), type, context));
+    }
+    return TupleValue::get(elements, context);
+}
+
 void writeConstMult(BlockWriter &writer) {
     std::vector<Signal> in = inputsOf(writer, 1);
     in.resize(1);
-    in.push_back(floatConstant(writer, writer.param(A_CONST_VALUE), in[0].type->scalar));
+    const ValueRef factors = fitted(writer.param(A_CONST_VALUE), *in[0].type, writer.context());
+    in.push_back(floatConstant(writer, factors, in[0].type->scalar));
     writeProductOf(writer, in);
 }
 

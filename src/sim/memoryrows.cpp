@@ -203,7 +203,7 @@ void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
         }
     }
     for (const StaticString *key : {&A_FIFO_DEPTH, &A_FIFO_LOW_THRESHOLD, &A_FIFO_HIGH_THRESHOLD}) {
-        if (tupleVR(writer.param(*key)) && !data.type->isRecord()) {
+        if (tupleVR(writer.param(*key)) && (!data.type->isRecord() || !data.type->dims.empty())) {
             widen(data.type);
         }
     }

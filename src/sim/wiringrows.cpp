@@ -88,11 +88,24 @@ void writeFanout(BlockWriter &writer) {
     }
 }
 
-/// Each port to the wire of its name, and the first one to the main output.
+/// Each port to the wire of its name, and the first one to the main output. A pin tells a type of what it has, and
+/// makes nothing of another shape from it.
 void writeTypePin(BlockWriter &writer) {
-    writeByName(writer);
-    if (const Signal out = writer.out(); out.known() && writer.block().port_size() != 0) {
-        convertSignal(writer, out, writer.in(writer.block().ports().begin()->getName()));
+    const auto write = [&writer](const Signal &out, const Port &port) {
+        const Signal in = writer.in(port.getName());
+        if (out.known() && in.known() &&
+            (out.type->dims != in.type->dims || out.type->isComplex != in.type->isComplex)) {
+            writer.fail("its type has other dimensions than the input, or only one of the two is complex");
+        }
+        if (out.known()) {
+            convertSignal(writer, out, in);
+        }
+    };
+    for (const Port &port : writer.block().ports()) {
+        write(writer.out(port.getName()), port);
+    }
+    if (writer.block().port_size() != 0) {
+        write(writer.out(), *writer.block().ports().begin());
     }
 }
 

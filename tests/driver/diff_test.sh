@@ -106,3 +106,10 @@ big_design big1.xml 20000
 big_design big2.xml 20001
 run 1 diff big1.xml big2.xml
 has out '+ block b20000 (addBlock)'
+
+# A wire outside the model is named with its own.
+write_pair "$(param probe '[/top/in/x]')" '' delayBlock 1 "$(param 0 '[/m/i/w]')$(param 1 '[/top/in/x]')" '<model name="m"><block name="i"><param name="blockType">inputBlock</param><wire name="w"/></block></model>' >a.xml
+write_pair '' '' delayBlock 1 "$(param 0 '[/top/in/x]')$(param 1 '[/top/in/x]')" '<model name="m"><block name="i"><param name="blockType">inputBlock</param><wire name="w"/></block></model>' >b.xml
+run 1 diff a.xml b.xml
+has out '- param probe: top/in/x'
+has out '    ~ port 0: m/i/w -> in/x'

@@ -94,4 +94,8 @@ has err "did you mean 'below'?"
 run 2 domains d.xml --instance top/three
 run 2 domains d.xml --top tip
 has err "did you mean 'top'?"
+for option in --top --model --instance; do
+    run 2 domains d.xml $option ''
+    has err 'the name is empty'
+done
 run 2 domains

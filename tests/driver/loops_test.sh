@@ -81,6 +81,8 @@ run 0 loops mutual.xml --json
 json out "sorted(m for r, m in $places) == ['aside', 'top']"
 run 2 loops mutual.xml --top tip
 has err "no model 'tip'"
+run 2 loops mutual.xml --top ''
+has err 'the name is empty'
 
 # A block that carries signals by their names is on the loop.
 {

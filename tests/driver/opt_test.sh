@@ -141,7 +141,7 @@ run 2 opt d.xml --feature LUT4S_WEIGHT
 run 2 opt d.xml --feature =1
 
 # No name is no name of a file; and a number that no pass has leaves none out.
-for option in -o --replay --dump-dir; do
+for option in -o -p --replay --dump-dir; do
     run 2 opt d.xml -p DeadBlockPass $option ''
     has err 'the name is empty'
 done

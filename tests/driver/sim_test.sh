@@ -65,6 +65,14 @@ has err '[DRIVER_BAD_STIMULUS]'
 run 2 sim fir16.xml --stimulus no-such-file.csv
 has err '[DRIVER_UNREADABLE_FILE]'
 run 2 sim fir16.xml --stimulus noise:seed=x
+for option in --top --stimulus --vcd --probe -o; do
+    run 2 sim fir16.xml $option ''
+    has err 'the name is empty'
+done
+run 2 equiv fir16.xml fir16.xml --top ''
+has err 'the name is empty'
+run 2 gen -o ''
+has err 'the name is empty'
 run 2 sim
 write_design d.xml
 run 1 sim d.xml

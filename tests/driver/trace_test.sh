@@ -445,3 +445,12 @@ nested "$small" "$(block r multBlock "$(param 0 '[/top/q/primWireOut]')$(param 1
     $(unpack u v pack/vpackWireOut '0 1')" "$(param x '[/top/u/0]')$(param y '[/top/u/1]')"
 is u.0 '((u 0) unpackCast).primWireOut: at 0, beside it (unpackCast)'
 is u.1 'q.primWireOut'
+
+# What stands in place of an output may have no wire in a design that someone changed.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block '((u 0) unpackCast)' castBlock ''
+    printf '</model></design></kelmar>\n'
+} >w.xml
+run 1 trace v.xml w.xml --signal top/u.0
+has out '  gone'

@@ -48,4 +48,8 @@ has out 'types of wires: 0 changed, 3 unchanged, 0 gone, 0 new'
 run 2 types "$ORVO_SRC/examples/fir16.xml" --model fir17
 has err "did you mean 'fir16'?"
 run 2 types "$ORVO_SRC/examples/fir16.xml" --instance nowhere/at/all
+for option in --model --instance; do
+    run 2 types "$ORVO_SRC/examples/fir16.xml" $option ''
+    has err 'the name is empty'
+done
 run 2 types
