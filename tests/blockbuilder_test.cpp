@@ -90,6 +90,16 @@ TEST_F(BlockBuilderTest, convertsOnlyWhatHasAnotherType) {
               value("(old wide 2)"));
 }
 
+TEST_F(BlockBuilderTest, saysATypeByAPin) {
+    const PureValueRef type = value("(typeSFixed 8 0)");
+    const Wire &held = builder.pinned("typePin", source, type, {4});
+    EXPECT_EQ(held.getBlock().getName(), value("(old typePin 4)"));
+    EXPECT_EQ(held.getBlock().type(), A_TYPE_PIN_BLOCK.get_ptr());
+    EXPECT_EQ(param("(old typePin 4)", A_TYPE_PIN_TYPE), "(typeSFixed 8 0)");
+    EXPECT_EQ(held.getBlock().getPort(value("0"))->peekWire(), &source);
+    EXPECT_EQ(held.getName(), value("0"));
+}
+
 TEST_F(BlockBuilderTest, asksForPortsThatAreThere) { EXPECT_DEATH(builder.input(1), "reads nothing"); }
 
 TEST(BlockBuilderTypes, takeTheScalarAndTheShapeApart) {

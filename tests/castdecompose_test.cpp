@@ -6,6 +6,7 @@
 #include "support/heardmessages.h"
 #include "support/invariants.h"
 #include "support/oneblock.h"
+#include "support/printedmessages.h"
 #include "support/samebehaviour.h"
 #include "support/typetable.h"
 
@@ -238,6 +239,25 @@ TEST_F(UntypedCast, endsTheRun) {
     EXPECT_EXIT(decompose(design), ::testing::ExitedWithCode(1), "reads a signal without a type");
 }
 
+TEST_F(UntypedCast, endsTheRunWithoutAnInputToo) {
+    (*design.begin()).getBlock(StringValue::get("block--", mgr.context()))->setParam(value("0"), ValueRef());
+    EXPECT_EXIT(decompose(design), ::testing::ExitedWithCode(1), "reads a signal without a type");
+}
+
+TEST_F(UntypedCast, isToldOfBefore) {
+    const test::PrintedMessages printed(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("DecomposeCompositePass");
+    EXPECT_EXIT(scheduler.apply(design), ::testing::ExitedWithCode(1),
+                "0 UNABLE_TO_INFER_TYPE block=\"block--\" model=top port=data port 0 side=input");
+}
+
+TEST_F(UntypedCast, staysWhereNobodyReadsIt) {
+    delete (*design.begin()).getBlock(StringValue::get("block--", mgr.context()))->getWire(A_PRIM_WIRE_OUT);
+    decompose(design);
+    EXPECT_NE((*design.begin()).getBlock(StringValue::get("block--", mgr.context())), nullptr);
+}
+
 TEST_F(UntypedCast, isWrittenToAFileWhereTheFeatureAsksForIt) {
     const std::filesystem::path folder = std::filesystem::path(::testing::TempDir()) / "orvo_untyped_cast";
     std::filesystem::create_directories(folder);
@@ -277,6 +297,10 @@ std::vector<Format> formats() {
             all.push_back({width, fraction, false});
             all.push_back({width, fraction, true});
         }
+    }
+    // Values of 4 and more apart, and values below a quarter of what their bits could count.
+    for (const Format &far : {Format{3, -2, true}, Format{4, -2, false}, Format{2, 4, false}, Format{4, 6, true}}) {
+        all.push_back(far);
     }
     return all;
 }

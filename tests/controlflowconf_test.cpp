@@ -108,6 +108,14 @@ TEST_F(ControlFlowConfTest, refusesPulseWidthsThatAreNoCyclesOrNone) {
     EXPECT_EXIT(conf(), ::testing::ExitedWithCode(1), "less than a cycle");
 }
 
+TEST_F(ControlFlowConfTest, doesNotLookAtAPulseWidthThatTheFeatureOverrides) {
+    model.setParam(A_MIN_RESET_PULSE_WIDTH, A_TRUE);
+    util::SetFeatureInteger("minResetPulseWidth", 12);
+    EXPECT_EQ(conf().minResetPulseWidth, 12);
+    util::SetFeatureString("minResetPulseWidth", "long");
+    EXPECT_EXIT(conf(), ::testing::ExitedWithCode(1), "is not an integer");
+}
+
 // The features are in the list that users see, and each changes the field of its name and no other.
 TEST_F(ControlFlowConfTest, yieldsToTheFeatureOfEachField) {
     struct Field {

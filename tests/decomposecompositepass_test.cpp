@@ -4,6 +4,7 @@
 #include "support/cataloguefindings.h"
 #include "support/heardmessages.h"
 #include "support/invariants.h"
+#include "support/porttypes.h"
 #include "support/printedmessages.h"
 #include "support/randomdesigns.h"
 #include "support/samebehaviour.h"
@@ -302,33 +303,11 @@ TEST_F(DecomposeCompositeTest, tellsOfABlockWithAnObjectWithoutATypeAndEnds) {
 
 // Designs by chance.
 
-/// Types of the ports of all blocks that are still there, by model, block and port, in the model's own types.
-std::map<std::string, std::string> portTypes(Design &design) {
-    PassScheduler scheduler;
-    scheduler.requirePass("GlobalTypePass");
-    scheduler.requirePass("ModelTreePass");
-    const PassResults results = scheduler.apply(design);
-    std::map<std::string, std::string> types;
-    for (Model &model : design) {
-        RefChain chain;
-        if (!results.getPass<ModelTreePass>()->getRefChain(model, chain)) {
-            continue;
-        }
-        for (const Block &block : model) {
-            for (const Port &port : block.ports()) {
-                types[block.value()->getPath() + " " + port.getName()->toString()] =
-                    readableType(results.getPass<GlobalTypePass>()->getType(port, chain).get_ptr());
-            }
-        }
-    }
-    return types;
-}
-
 ::testing::AssertionResult computesTheSame(gen::DesignGenerator &generator, const std::vector<gen::Recipe> &recipes,
                                            std::map<std::string, std::size_t> *replaced) {
     const auto before = generator.make(recipes);
     const auto design = generator.make(recipes);
-    const auto types = portTypes(*before);
+    const auto types = test::portTypes(*before);
     test::HeardMessages heard(design->getContext());
     PassScheduler scheduler;
     scheduler.addPass("DecomposeCompositePass");
@@ -351,7 +330,7 @@ std::map<std::string, std::string> portTypes(Design &design) {
             }
         }
     }
-    const auto after = portTypes(*design);
+    const auto after = test::portTypes(*design);
     for (const auto &[port, type] : types) {
         const auto now = after.find(port);
         if (now != after.end() && now->second != type) {

@@ -166,17 +166,17 @@ TEST_F(SynthesisOptionsTest, handDownEachOptionButHowTheModelIsWrittenOut) {
     }
 }
 
-TEST_F(SynthesisOptionsTest, leaveAModelItsOwnWordOnHowItIsBuilt) {
+TEST_F(SynthesisOptionsTest, replaceWhatAModelBelowSaysButHowItIsWrittenOut) {
     Model &below = makeModel("below");
     instantiate(model, below);
-    const StaticString *keys[] = {&A_SYNTH_CIRCUIT_TIMED, &A_SYNTH_OPTIMIZE, &A_SYNTH_COMBINATORIAL};
-    for (const StaticString *key : keys) {
-        model.setParam(*key, A_FALSE);
-        below.setParam(*key, A_TRUE);
+    for (const Options::Option &option : Options::options()) {
+        model.setParam(*option.key, number(1));
+        below.setParam(*option.key, number(2));
     }
     Options::propogateSynthesisOptions(design);
-    for (const StaticString *key : keys) {
-        EXPECT_TRUE(below[*key] == A_TRUE) << key->text();
+    for (const Options::Option &option : Options::options()) {
+        const bool isOwn = option.key == &A_SYNTH_OUTPUT_MODE;
+        EXPECT_TRUE(below[*option.key] == number(isOwn ? 2 : 1)) << option.key->text();
     }
 }
 
@@ -250,6 +250,11 @@ TEST_F(SynthesisOptionsTest, switchOffOptimisationsByName) {
     util::SetFeatureString("DISABLED_OPTIMISATIONS", "addBlock2,subBlock");
     EXPECT_FALSE(IsOptimisationDisabled(A_ADD_BLOCK));
     EXPECT_TRUE(IsOptimisationDisabled(A_SUB_BLOCK));
+    util::SetFeatureString("DISABLED_OPTIMISATIONS", " x, subBlock ,\taddBlock, ,");
+    EXPECT_TRUE(IsOptimisationDisabled(A_ADD_BLOCK));
+    EXPECT_TRUE(IsOptimisationDisabled(A_SUB_BLOCK));
+    util::SetFeatureString("DISABLED_OPTIMISATIONS", "add Block");
+    EXPECT_FALSE(IsOptimisationDisabled(A_ADD_BLOCK));
 }
 
 } // namespace

@@ -75,6 +75,24 @@ TEST_F(TypeCache, followsPortsAndComesBack) {
     EXPECT_DEATH(static_cast<void>(cache.getFollowedFanout()), "no wire was followed");
 }
 
+TEST_F(TypeCache, keepsWhatCameInAtAPortThatAsksForAnotherType) {
+    Block &reg = *Block::create(model, "reg", A_SYNC_REGISTER_BLOCK);
+    reg.setParam(A_SYNC_REGISTER_DATA_TYPE, ValueRef(value("(typeSFixed 8 0)")));
+    reg.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, constantOut);
+    cache.setBlock(reg, {});
+    cache.allPorts();
+    EXPECT_EQ(readableType(cache.getTypeDriver(A_SYNC_REGISTER_PORT_ICLK_DATA).get_ptr()), "float(23,8)");
+    EXPECT_FALSE(cache.getTypeDriver(A_SYNC_REGISTER_PORT_ICLK_ENABLE));
+    cache.freeze();
+    reg.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, firstOut);
+    const CachedTypeQuery query(cache);
+    const Port *port = reg.getPort(A_SYNC_REGISTER_PORT_ICLK_DATA);
+    EXPECT_EQ(readableType(query.getDriverType(port, {}).get_ptr()), "float(23,8)");
+    EXPECT_EQ(readableType(query.getType(port, {}).get_ptr()), "s8.0");
+    EXPECT_FALSE(query.getDriverType(nullptr, {}));
+    EXPECT_DEATH(cache.getTypeDriver(value("0")), "has not seen");
+}
+
 TEST_F(TypeCache, reservesBlocksOnItsWay) {
     cache.setBlock(second, {});
     cache.followPort(value("0"));

@@ -49,7 +49,7 @@ TABLES = [
     ]),
     Table("lowering", ROOT / "src/orvo", "liborvo.so", [
         "CastDecompose*:DecomposeCompositeTest*:BlockBuilder*:DecomposeHandlers*",
-        "*SmallCast*:*Drawn*:*Decomposition*",
+        "*SmallCast*:*Drawn*:*Decomposition*:CastsInLoops*:SyncRegistersInPlace*:*OddComposite*:RelaxedDemux*",
     ]),
 ]
 

@@ -19,9 +19,9 @@ class ORVO_API SynthesisOptions {
     enum class Inheritance {
         /// The value of the model around it.
         Handed,
-        /// The same, unless it has one of its own: such an option says how that one model is built.
-        HandedWhereUnset,
-        /// Nothing: a model that is only a part of another is not written out by itself.
+        /// Nothing. That is so for `A_SYNTH_OUTPUT_MODE` alone, which tells the models that are written out from those
+        /// that are only parts of them: handed down, it would make a top model of every part, and each would be
+        /// written, kept and checked by itself.
         Own,
     };
     /// An option as data.
@@ -58,7 +58,7 @@ ORVO_API const Node *nodeOfDesignOption(const Design &design, const StaticString
 /// Its value there, null if it is not set.
 ORVO_API ValueRef designOption(const Design &design, const StaticString &key);
 
-/// Whether the feature `DISABLED_OPTIMISATIONS`, names with commas between them, has this name.
+/// Whether the feature `DISABLED_OPTIMISATIONS`, names with commas and any blanks between them, has this name.
 ORVO_API bool IsOptimisationDisabled(const StaticString &name);
 
 } // namespace orvo

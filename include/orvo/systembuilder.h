@@ -67,6 +67,7 @@ class ORVO_API FuncInfo {
     /// The same for outputs.
     virtual void UpdateOutputs() = 0;
 
+    /// Here and below, a null block is an assertion.
     void addInputPortInfo(const PureValueRef &name, const PureValueRef &port, const NumTypeSpec &type, Block *block);
     /// A wire that the block does not have is made.
     void addOutputPortInfo(const PureValueRef &name, const PureValueRef &wire, const NumTypeSpec &type, Block *block);

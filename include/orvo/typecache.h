@@ -35,6 +35,9 @@ class ORVO_API GlobalTypeCache final : public FreezableTypes {
     /// Null if the type is unknown or the block has no such wire or port.
     PureValueRef getTypeWire(const PureValueRef &name);
     PureValueRef getTypePort(const PureValueRef &name);
+    /// The type of the wire that drives a port, which the port's own may differ from: a block may ask for a type at its
+    /// port, whatever comes in. Kept with the port, so that it can be read once another wire drives that.
+    PureValueRef getTypeDriver(const PureValueRef &name);
     /// Whether a port's type is kept together with that of the wire that drives it.
     void alwaysCacheDriverWire(bool on) { mCacheDriverWire = on; }
     /// Asks for the types of all wires or ports of the cursor's block.
@@ -72,13 +75,15 @@ class ORVO_API GlobalTypeCache final : public FreezableTypes {
         const Block *block = nullptr;
         RefChain refChain;
     };
-    /// An instance, whether it is a wire, and its name.
-    using Key = std::tuple<RefChain, bool, PureValueRef>;
+    enum class End { Wire, Port, Driver };
+    /// An instance, which end of the block it is, and its name.
+    using Key = std::tuple<RefChain, End, PureValueRef>;
     void hook(Design *design);
     /// A block made later may stand where this one stood: nothing of it must be left.
     void onBlockDying(Block &block);
     void onDesignDying(Design &) { mDesign = nullptr; }
-    PureValueRef cached(const Block &block, bool isWire, const PureValueRef &name);
+    PureValueRef cached(const Block &block, End end, const PureValueRef &name);
+    PureValueRef ask(const Block &block, End end, const PureValueRef &name);
 
     GlobalTypePass &mTypes;
     bool mFrozen = false;
@@ -103,6 +108,8 @@ class ORVO_API CachedTypeQuery {
     PureValueRef getType(const Wire *wire, const RefChain &refChain) const;
     PureValueRef getType(const Port &port, const RefChain &refChain) const;
     PureValueRef getType(const Port *port, const RefChain &refChain) const;
+    /// Of the wire that drove the port when the types were asked for.
+    PureValueRef getDriverType(const Port *port, const RefChain &refChain) const;
 
   private:
     GlobalTypeCache &mCache;

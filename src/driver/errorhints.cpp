@@ -25,9 +25,9 @@ namespace orvo::driver {
 
 namespace {
 
-constexpr const char *kMissingTypes[] = {"UNAGG_INVALID_PORT_TYPE",     "UNAGG_INVALID_WIRE_TYPE",
-                                         "UNCOMPLEX_INVALID_PORT_TYPE", "UNCOMPLEX_INVALID_WIRE_TYPE",
-                                         "UNVEC_INVALID_PORT_TYPE",     "UNVEC_INVALID_WIRE_TYPE"};
+constexpr const char *kMissingTypes[] = {
+    "UNAGG_INVALID_PORT_TYPE", "UNAGG_INVALID_WIRE_TYPE", "UNCOMPLEX_INVALID_PORT_TYPE", "UNCOMPLEX_INVALID_WIRE_TYPE",
+    "UNVEC_INVALID_PORT_TYPE", "UNVEC_INVALID_WIRE_TYPE", "UNABLE_TO_INFER_TYPE"};
 constexpr const char *kBrokenRoutes[] = {"FROM_NO_REFCHAIN", "GOTO_NO_REFCHAIN", "FROM_GOTO_NO_ROUTE"};
 /// More would hide the errors themselves.
 constexpr std::size_t kLargestCount = 3;

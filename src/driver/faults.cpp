@@ -134,11 +134,16 @@ std::string preparedMessage(const FaultContext &context, bool reproducer) {
     return line;
 }
 
-/// Ends the process at an assertion. The state of the library cannot be trusted then, so nothing is cleaned up.
+/// Ends the process at an assertion. The state of the library cannot be trusted then, so nothing is cleaned up. Where a
+/// pass that cannot go on without a type has told which one is missing, the fault is the design's, and only the run
+/// ends.
 class AssertionHandler final : public UnreachableHandler {
   public:
     void operator()(const char *expression, const char *file, unsigned int line, const char *function,
                     const char *message) override {
+        if (gSlots[gCurrent.load()].context.number != 0 && gConsole->hasTold("UNABLE_TO_INFER_TYPE")) {
+            throw DesignAtFault();
+        }
         if (gInFault.exchange(true)) {
             ::_exit(kInternalFault);
         }

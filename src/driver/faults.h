@@ -4,6 +4,7 @@
 
 #include "driver/console.h"
 
+#include <stdexcept>
 #include <string>
 
 namespace orvo {
@@ -11,6 +12,11 @@ class Design;
 }
 
 namespace orvo::driver {
+
+/// Thrown where a pass gives up for a mistake in the design that it has told.
+struct DesignAtFault final : std::runtime_error {
+    DesignAtFault() : std::runtime_error("the design lacks what the pass needs") {}
+};
 
 /// What is being done, for the message and the reproducer of a fault that comes now.
 struct FaultContext {

@@ -15,8 +15,10 @@ namespace orvo {
 
 ORVO_DEFINE_PASS(AnalyseDesignPass,
                  "Where the design leaves open what is to be wrapped around it (A_LIB_WRAPPER_TYPE is "
-                 "A_LIB_WRAPPER_TYPE_AUTOMATIC), says so: \"libWrapperTypeFull\" if any block of the design keeps "
-                 "state or takes its time, else \"libWrapperTypeCombinatorial\". Changes nothing else.")
+                 "A_LIB_WRAPPER_TYPE_AUTOMATIC), says so: \"libWrapperTypeFull\" if the design has a delay, a memory, "
+                 "a counter, a filter, an oscillator, a transform or another block of those that need clock, reset and "
+                 "schedule around them, else \"libWrapperTypeCombinatorial\". Registers alone do not count. Changes "
+                 "nothing else.")
 
 namespace {
 

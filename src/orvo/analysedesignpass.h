@@ -6,8 +6,9 @@
 namespace orvo {
 
 /// Where a design leaves it open (`A_LIB_WRAPPER_TYPE` is `A_LIB_WRAPPER_TYPE_AUTOMATIC`), says whether a wrapper with
-/// clock, reset and schedule is needed, which is so as soon as any block keeps state or takes its time, or one for
-/// logic alone will do.
+/// clock, reset and schedule is needed, or one for logic alone will do. The first is so as soon as there is a delay, a
+/// memory, a counter, a filter, an oscillator, a transform or another block of a fixed list; registers, synchronising
+/// registers, loadable counters and delaying FIFOs are not in it.
 ///     design (wrapper: automatic) with an adder -> design (wrapper: combinatorial)
 class AnalyseDesignPass final : public Pass {
     ORVO_PASS(AnalyseDesignPass)

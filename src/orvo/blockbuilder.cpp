@@ -115,6 +115,13 @@ Wire &BlockBuilder::converted(const char *word, Wire &wire, const NumTypeSpec &h
     return made;
 }
 
+Wire &BlockBuilder::pinned(const char *word, Wire &wire, const PureValueRef &type,
+                           std::initializer_list<int> numbers) const {
+    const MadeBlock made = make(A_TYPE_PIN_BLOCK, word, numbers);
+    made.set(A_TYPE_PIN_TYPE, ValueRef(type)).in(0, wire);
+    return made.out(NumberValue::get(0, mBlock.getContext()));
+}
+
 void BlockBuilder::replaceOutput(const PureValueRef &key, Wire &wire, const NumTypeSpec &has, const NumTypeSpec &wanted,
                                  Keep keep) const {
     Wire *old = mBlock.getWire(key);

@@ -55,6 +55,10 @@ class ORVO_API BlockBuilder {
     Wire &converted(const char *word, Wire &wire, const NumTypeSpec &has, const NumTypeSpec &wanted,
                     Keep keep = Keep::Value, std::initializer_list<int> numbers = {}) const;
 
+    /// The wire behind a pin that says its type, named (name, word, numbers): what a loop leads back to knows its type
+    /// only so.
+    Wire &pinned(const char *word, Wire &wire, const PureValueRef &type, std::initializer_list<int> numbers = {}) const;
+
     /// Moves the readers of one of the block's wires, if it is there, to another wire, which has the type `has`. They
     /// go on to read the type `wanted`, the one that they read before.
     void replaceOutput(const PureValueRef &key, Wire &wire, const NumTypeSpec &has, const NumTypeSpec &wanted,

@@ -49,10 +49,18 @@ void dumpDesign(const Block &block, const char *end) {
     file << xml;
 }
 
+/// Tells of a signal without a type, which is most often a mistake of the design, before the assertion.
+void tellOfMissingType(const Block &block, const char *port, const char *side) {
+    log::msg(msg::error::UNABLE_TO_INFER_TYPE, log::p("port", port) % log::p("block", block.getName()) %
+                                                   log::p("model", block.getModel().getName()) % log::p("side", side));
+}
+
 void requireTypes(const Block &block, const NumTypeSpec &in, const NumTypeSpec &out) {
     if (!in.valid()) {
+        tellOfMissingType(block, "data port 0", "input");
         dumpDesign(block, "On block input: {}");
     } else if (!out.valid()) {
+        tellOfMissingType(block, "port primWireOut", "output");
         dumpDesign(block, "On block output: {}");
     }
     ORVO_ASSERT(in.valid(), "a cast reads a signal without a type");
@@ -88,6 +96,7 @@ class CastDecomposition {
     void replaceByConstants();
     Wire &flag(const char *comparison, const char *negation, Wire &larger, Wire &smaller) const;
     MadeBlock clip(Wire &rounded, const NumTypeSpec &type, Wire &selected) const;
+    void finishClipped(const MadeBlock &mux);
     void finish(Wire &wire, Wire *clipped);
 
     BlockBuilder mBuilder;
@@ -224,6 +233,19 @@ MadeBlock CastDecomposition::clip(Wire &rounded, const NumTypeSpec &type, Wire &
     return mux;
 }
 
+/// A cast has its types whatever comes in, a selector has not: in a loop, pins say them.
+void CastDecomposition::finishClipped(const MadeBlock &mux) {
+    const bool isTyped = isTypedWithout(mBuilder.input(0), mBuilder.block());
+    const auto typed = [&](const char *word, Wire &wire, const NumTypeSpec &type) -> Wire & {
+        return isTyped ? wire : mBuilder.pinned(word, wire, type.toValue(mContext));
+    };
+    Wire *clipped = nullptr;
+    if (mBuilder.block().getWire(A_CAST_WIRE_CLIP) != nullptr) {
+        clipped = &typed("clipPin", mux.out(A_SELECT_WIRE_VALID), likeScalar(mOut, NumTypeSpec::boolean()));
+    }
+    finish(typed("typePin", mux, mOut), clipped);
+}
+
 void CastDecomposition::convert() {
     const int dropped = droppedBits();
     if (dropped > mIn.fixedBits() || roundedWidth() < 1) {
@@ -242,8 +264,7 @@ void CastDecomposition::convert() {
     const bool carries = dropped >= 1 && !(rounding == A_TRUNCATE_BLOCK);
     const int width = mIn.fixedBits() - dropped + (carries ? 1 : 0);
     const NumTypeSpec type = NumTypeSpec::fixed(mIn.isSigned(), width - mOut.fracBits(), mOut.fracBits());
-    const MadeBlock mux = clip(rounded, type, selected);
-    finish(mux, mBuilder.block().getWire(A_CAST_WIRE_CLIP) == nullptr ? nullptr : &mux.out(A_SELECT_WIRE_VALID));
+    finishClipped(clip(rounded, type, selected));
 }
 
 } // namespace
@@ -253,16 +274,18 @@ bool CastDecomposeHandler::applicable(GlobalTypeCache &cache) const {
     if (block.getWire(A_PRIM_WIRE_OUT) == nullptr) {
         return false;
     }
-    const PureValueRef value = cache.getTypePort(NumberValue::get(0, block.getContext()));
-    if (!value) {
+    const PureValueRef given = cache.getTypePort(NumberValue::get(0, block.getContext()));
+    const PureValueRef wanted = cache.getTypeWire(A_PRIM_WIRE_OUT);
+    if (!given || !wanted) {
         return true; // To be told of.
     }
-    const NumTypeSpec type(value, block.getContext());
-    if (!reinterprets(block) && type.isFloat()) {
+    const NumTypeSpec in(given, block.getContext());
+    const NumTypeSpec out(wanted, block.getContext());
+    if (!reinterprets(block) && (in.isFloat() || out.isFloat())) {
         return false;
     }
-    const NumTypeSpec out(cache.getTypeWire(A_PRIM_WIRE_OUT), block.getContext());
-    return (reinterprets(block) || !out.isFloat()) && hasRealNumbers(cache);
+    // Lanes are converted one by one.
+    return hasRealNumbers(cache) && likeScalar(in, out) == out;
 }
 
 void CastDecomposeHandler::decompose(Block &block, const CachedTypeQuery &query, const RefChain &refChain) const {

@@ -10,6 +10,8 @@
 
 #include <util/features.h>
 
+#include <optional>
+
 namespace orvo {
 
 namespace {
@@ -49,8 +51,9 @@ void ControlFlowConf::setFromModel(const Model &model) {
     delayMemResetFree = GetFeatureBooleanWithDefault("delayMemResetFree", minimises);
     submodelFloatIsDataFlow =
         GetFeatureBooleanWithDefault("submodelFloatIsDataFlow", floats != nullptr ? floats == yes : fabricRegisters);
-    minResetPulseWidth =
-        util::GetFeatureIntegerWithDefault("minResetPulseWidth", pulseWidth(model, minimises, fabricRegisters));
+    // What the feature overrides need not be right.
+    const std::optional<int> pulse = util::parseInteger(util::GetFeatureStringWithDefault("minResetPulseWidth", ""));
+    minResetPulseWidth = pulse ? *pulse : pulseWidth(model, minimises, fabricRegisters);
     controlFlowPhasing = GetFeatureBooleanWithDefault("controlFlowPhasing", true);
     controlFlowRegPhasing = GetFeatureBooleanWithDefault("controlFlowRegPhasing", true);
     controlFlowFIR = GetFeatureBooleanWithDefault("controlFlowFIR", minimises);

@@ -47,6 +47,8 @@ class BlockTypes {
     NumTypeSpec port(const PureValueRef &key) const;
     NumTypeSpec port(int number) const;
     NumTypeSpec wire(const PureValueRef &key) const;
+    /// Of what drives a port, where the block asks for another type at the port than comes in.
+    PureValueRef driver(const PureValueRef &key) const;
 
   private:
     const Block &mBlock;
@@ -58,6 +60,11 @@ class BlockTypes {
 /// numbers and records, parts are compared and chosen one by one, which has to wait until they came apart.
 bool hasRealNumbers(GlobalTypeCache &cache);
 bool isFixedPort(GlobalTypeCache &cache, int number);
+
+/// Whether a wire gets its type from blocks before it that tell theirs by themselves, none of which is `block`. Where
+/// it does not, as in a loop, a block whose outputs had types beforehand has to leave behind signals that have, too, or
+/// the loop never gets any. False as well where a model's edge is in the way, or where finding out would take long.
+bool isTypedWithout(const Wire &wire, const Block &block);
 
 /// A handler of blocks of real numbers.
 class RealDecomposeHandler : public DecomposeCompositeHandler {

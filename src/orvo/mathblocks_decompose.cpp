@@ -68,7 +68,7 @@ class MultPow2DecomposeHandler final : public RealDecomposeHandler {
         Context *context = cache.getBlock().getContext();
         const NumTypeSpec exponent(cache.getTypePort(NumberValue::get(1, context)), context);
         return hasRealNumbers(cache) && isFixedPort(cache, 0) && exponent.isFixed() && exponent.fracBits() == 0 &&
-               exponent.fixedBits() <= kMostExponentBits;
+               exponent.fixedBits() <= kMostExponentBits && hasShapeOfItsInputs(cache);
     }
     void decompose(Block &block, const CachedTypeQuery &query, const RefChain &refChain) const override {
         const BlockBuilder builder(block);
@@ -94,6 +94,15 @@ class MultPow2DecomposeHandler final : public RealDecomposeHandler {
 
   private:
     static constexpr int kMostExponentBits = 13;
+
+    /// The shifter has the lanes of both inputs, the block those of its data.
+    static bool hasShapeOfItsInputs(GlobalTypeCache &cache) {
+        Context *context = cache.getBlock().getContext();
+        const NumTypeSpec out(cache.getTypeWire(A_PRIM_WIRE_OUT), context);
+        NumTypeSpec type = likeScalar(NumTypeSpec(cache.getTypePort(NumberValue::get(0, context)), context), out);
+        type.mergeDecors(NumTypeSpec(cache.getTypePort(NumberValue::get(1, context)), context));
+        return type.valid() && type == out;
+    }
 
     /// The exponent plus half its range.
     static Wire &raised(const BlockBuilder &builder, Wire &places, const NumTypeSpec &exponent, int low) {

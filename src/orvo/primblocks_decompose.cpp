@@ -240,14 +240,19 @@ class SaturateDecomposeHandler final : public NumberedDecomposeHandler {
 /// Each chosen bit by itself, joined if there are several, the first lowest.
 class ChooseBitsDecomposeHandler final : public RealDecomposeHandler {
   public:
+    /// Unlike a selection of bits, the block knows no places from the top, and none outside.
     bool applicable(GlobalTypeCache &cache) const override {
         const Block &block = cache.getBlock();
         const TupleValueRef offsets = tupleVR(block.getParam(A_CHOOSE_BITS_BIT_OFFSETS));
-        return hasRealNumbers(cache) && block.getPortCount() == 1 && offsets && offsets->size() != 0 &&
-               std::all_of(offsets->begin(), offsets->end(), [](const ValueRef &offset) {
-                   const NumberValueRef number = numberVR(offset);
-                   return number && number->isInt();
-               });
+        if (!hasRealNumbers(cache) || block.getPortCount() != 1 || !offsets || offsets->size() == 0) {
+            return false;
+        }
+        const NumTypeSpec type(cache.getTypePort(block.port_begin()->getName()), block.getContext());
+        const int width = type.isFloat() ? type.floatBits() : type.fixedBits();
+        return std::all_of(offsets->begin(), offsets->end(), [width](const ValueRef &offset) {
+            const NumberValueRef number = numberVR(offset);
+            return number && number->isInt() && number->toInt() >= 0 && number->toInt() < width;
+        });
     }
     void decompose(Block &block, const CachedTypeQuery &query, const RefChain &refChain) const override {
         const BlockBuilder builder(block);

@@ -11,6 +11,7 @@
 #include <util/strings.h>
 
 #include <algorithm>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -122,10 +123,7 @@ std::vector<Level> fromTheTop(Design &design) {
 
 void handDown(const Model &from, Model &to) {
     for (const SynthesisOptions::Option &option : SynthesisOptions::options()) {
-        const bool takes =
-            option.inheritance == SynthesisOptions::Inheritance::Handed ||
-            (option.inheritance == SynthesisOptions::Inheritance::HandedWhereUnset && !to.findParam(*option.key));
-        if (takes) {
+        if (option.inheritance == SynthesisOptions::Inheritance::Handed) {
             SynthesisOptions::conditionallySetOption(to, *option.key, pureVR(from[*option.key]));
         }
     }
@@ -160,7 +158,12 @@ ValueRef designOption(const Design &design, const StaticString &key) {
 
 bool IsOptimisationDisabled(const StaticString &name) {
     const std::vector<std::string> disabled = util::split(util::GetFeature(Features::DISABLED_OPTIMISATIONS), ",");
-    return std::find(disabled.begin(), disabled.end(), name.text()) != disabled.end();
+    return std::any_of(disabled.begin(), disabled.end(), [&name](std::string_view one) {
+        // People write blanks behind commas.
+        const std::size_t first = one.find_first_not_of(" \t");
+        one.remove_prefix(std::min(first, one.size()));
+        return one.substr(0, one.find_last_not_of(" \t") + 1) == name.text();
+    });
 }
 
 } // namespace orvo

@@ -25,15 +25,18 @@ FuncInfo::~FuncInfo() = default;
 
 void FuncInfo::addInputPortInfo(const PureValueRef &name, const PureValueRef &port, const NumTypeSpec &type,
                                 Block *block) {
+    ORVO_ASSERT(block != nullptr, "a port of a function belongs to no block");
     mInputs.emplace_back(name, port, type, block);
 }
 
 void FuncInfo::addOutputPortInfo(const PureValueRef &name, const PureValueRef &wire, const NumTypeSpec &type,
                                  Block *block) {
+    ORVO_ASSERT(block != nullptr, "a port of a function belongs to no block");
     mOutputs.emplace_back(name, wire, type, block);
 }
 
 void FuncInfo::addParamPairToBlock(Block *block, const PureValueRef &key, const PureValueRef &value) {
+    ORVO_ASSERT(block != nullptr, "a parameter of a function belongs to no block");
     mParams.push_back({block, key, value});
 }
 

@@ -61,29 +61,41 @@ const Block &GlobalTypeCache::getBlock() const {
     return *mBlock;
 }
 
-PureValueRef GlobalTypeCache::cached(const Block &block, bool isWire, const PureValueRef &name) {
+PureValueRef GlobalTypeCache::ask(const Block &block, End end, const PureValueRef &name) {
+    if (end == End::Wire) {
+        return mTypes.getType(block.getWire(name), mRefChain);
+    }
+    const Port *port = block.getPort(name);
+    if (end == End::Port) {
+        return mTypes.getType(port, mRefChain);
+    }
+    return port == nullptr ? PureValueRef() : mTypes.getType(port->peekWire(), mRefChain);
+}
+
+PureValueRef GlobalTypeCache::cached(const Block &block, End end, const PureValueRef &name) {
     std::map<Key, PureValueRef> &ofBlock = mCache[&block];
-    Key key(mRefChain, isWire, name);
+    Key key(mRefChain, end, name);
     if (mFrozen) {
         const auto hit = ofBlock.find(key);
         ORVO_ASSERT(hit != ofBlock.end(), "a frozen type cache is asked for a type that it has not seen");
         return hit->second;
     }
-    PureValueRef type =
-        isWire ? mTypes.getType(block.getWire(name), mRefChain) : mTypes.getType(block.getPort(name), mRefChain);
+    PureValueRef type = ask(block, end, name);
     ofBlock[std::move(key)] = type;
     return type;
 }
 
-PureValueRef GlobalTypeCache::getTypeWire(const PureValueRef &name) { return cached(getBlock(), true, name); }
+PureValueRef GlobalTypeCache::getTypeWire(const PureValueRef &name) { return cached(getBlock(), End::Wire, name); }
 
 PureValueRef GlobalTypeCache::getTypePort(const PureValueRef &name) {
     const Port *port = mCacheDriverWire && !mFrozen ? getBlock().getPort(name) : nullptr;
     if (port != nullptr && port->peekWire() != nullptr) {
-        cached(port->peekWire()->getBlock(), true, port->peekWire()->getName());
+        cached(port->peekWire()->getBlock(), End::Wire, port->peekWire()->getName());
     }
-    return cached(getBlock(), false, name);
+    return cached(getBlock(), End::Port, name);
 }
+
+PureValueRef GlobalTypeCache::getTypeDriver(const PureValueRef &name) { return cached(getBlock(), End::Driver, name); }
 
 void GlobalTypeCache::allWires() {
     for (const Wire &wire : getBlock()) {
@@ -178,6 +190,14 @@ PureValueRef CachedTypeQuery::getType(const Port &port, const RefChain &refChain
 
 PureValueRef CachedTypeQuery::getType(const Port *port, const RefChain &refChain) const {
     return port != nullptr ? getType(*port, refChain) : PureValueRef();
+}
+
+PureValueRef CachedTypeQuery::getDriverType(const Port *port, const RefChain &refChain) const {
+    if (port == nullptr) {
+        return {};
+    }
+    mCache.setBlock(port->getBlock(), refChain);
+    return mCache.getTypeDriver(port->getName());
 }
 
 } // namespace orvo

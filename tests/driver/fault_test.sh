@@ -156,3 +156,21 @@ done
 # Features are set in their order, in a replay too.
 run 3 opt bad.xml --crash-dir twice --feature USE_NETLIST_VERIFICATION_PASS=false --feature $feature -p NetlistVerificationPass
 run 3 opt --replay twice/*.orvo
+
+# A pass that cannot go on without a type tells which one is missing: that is the design's fault, and leaves no reproducer.
+rm -f ./*.orvo
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block in inputBlock '<wire name="0"/>'
+    block c castBlock "$(param castOutputType '(typeSFixed 4 0)')$(param 0 '[/top/in/0]')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param 0 '[/top/c/primWireOut]')"
+    printf '</model></design></kelmar>\n'
+} >untyped.xml
+run 1 opt untyped.xml -o never.xml -p 'DecomposeCompositePass, DeadBlockPass'
+has err "cannot infer the type of input data port 0 of block 'c' in model 'top' [UNABLE_TO_INFER_TYPE]"
+has err "orvo: 'orvo check untyped.xml' tells what lacks a type, and why"
+lacks err DRIVER_INTERNAL_FAULT
+[ ! -e never.xml ] || die "a faulty design was written"
+[ -z "$(ls ./*.orvo 2>/dev/null)" ] || die "an error of the design left a reproducer"
+run 1 opt untyped.xml --json -p DecomposeCompositePass
+json_lines err '[m["tag"] for m in d] == ["UNABLE_TO_INFER_TYPE"]'
