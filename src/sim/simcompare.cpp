@@ -245,6 +245,7 @@ class SideBySide {
         return false;
     }
     void compareOutputs(std::uint64_t cycle) {
+        std::vector<Doubt> doubts;
         for (const auto &[a, b] : mOutputs) {
             Mismatch pair{mStream,
                           cycle,
@@ -255,47 +256,77 @@ class SideBySide {
                           mSecond.unknownOutput(b),
                           mFirst.outputs()[a]};
             const bool isFaithful = mFirst.outputs()[a].isFaithful || mSecond.outputs()[b].isFaithful;
-            if (differs(pair, mExcused[a]) && !areNeighbours(pair, isFaithful) &&
-                !(mFirst.outputMayBeUnknown(a) && isExcused(a, b, pair))) {
+            if (!differs(pair, mExcused[a]) || areNeighbours(pair, isFaithful)) {
+                continue;
+            }
+            if (mFirst.outputMayBeUnknown(a)) {
+                doubts.push_back({a, b, std::move(pair), {}});
+            } else {
                 result.mismatches.push_back(std::move(pair));
             }
         }
+        if (!doubts.empty()) {
+            settle(doubts, cycle);
+        }
     }
+    /// A pair of outputs that differ where the first may be unknown, and in how many runs each bit of the second was
+    /// another one.
+    struct Doubt {
+        std::size_t a;
+        std::size_t b;
+        Mismatch pair;
+        std::vector<unsigned> differing;
+    };
     /// A bit of the first side may be unknown and yet have shown one value in all runs. Before it is called known, the
-    /// stream up to here is run again with unknown bits filled in otherwise. The second side must then have differed
-    /// so often that the first, were it free in the same way, could not have hidden it. What is found counts for the
-    /// rest of the stream.
-    bool isExcused(std::size_t a, std::size_t b, const Mismatch &pair) {
-        Words &excused = mExcused[a];
-        excused.resize(pair.first.size());
-        std::vector<unsigned> differing(pair.first.size() * 64);
+    /// stream up to here is run again with unknown bits filled in otherwise, once for all outputs in doubt. The second
+    /// side must then have differed so often that the first, were it free in the same way, could not have hidden it.
+    /// What is found counts for the rest of the stream.
+    void settle(std::vector<Doubt> &doubts, std::uint64_t cycle) {
+        for (Doubt &doubt : doubts) {
+            mExcused[doubt.a].resize(doubt.pair.first.size());
+            doubt.differing.resize(doubt.pair.first.size() * 64);
+        }
         const std::size_t each = std::min(mFirst.runs(), mSecond.tracksUnknown() ? mSecond.runs() : mFirst.runs());
         std::size_t tried = 0;
-        for (std::uint64_t attempt = 1; tried < kTries; ++attempt, tried += each) {
+        for (std::uint64_t attempt = 1; tried < kTries && !doubts.empty(); ++attempt, tried += each) {
             mFirst.reseed(mOptions.seed + attempt);
             mSecond.reseed(mOptions.seed + attempt);
-            begin(pair.stream);
-            for (std::uint64_t cycle = 0; cycle <= pair.cycle; ++cycle) {
+            begin(mStream);
+            for (std::uint64_t at = 0; at <= cycle; ++at) {
                 step();
             }
-            const Words unknown = mFirst.unknownOutput(a);
-            for (std::size_t i = 0; i < excused.size(); ++i) {
-                excused[i] |= unknown[i];
-            }
-            for (std::size_t run = 0; run < mSecond.runs(); ++run) {
-                const Words value = mSecond.outputInRun(b, run);
-                for (std::size_t bit = 0; bit < differing.size(); ++bit) {
-                    const bool isOther = ((value[bit / 64] ^ pair.first[bit / 64]) >> (bit % 64) & 1U) != 0;
-                    differing[bit] += isOther ? 1 : 0;
+            // What is known to be free by now needs no further run.
+            std::erase_if(doubts, [&](Doubt &doubt) {
+                note(doubt);
+                return !differs(doubt.pair, mExcused[doubt.a]);
+            });
+        }
+        for (Doubt &doubt : doubts) {
+            Words &excused = mExcused[doubt.a];
+            for (std::size_t bit = 0; bit < doubt.differing.size(); ++bit) {
+                if (mSecond.tracksUnknown() && doubt.differing[bit] < kOften) {
+                    excused[bit / 64] |= std::uint64_t{1} << (bit % 64);
                 }
             }
-        }
-        for (std::size_t bit = 0; bit < differing.size(); ++bit) {
-            if (mSecond.tracksUnknown() && differing[bit] < kOften) {
-                excused[bit / 64] |= std::uint64_t{1} << (bit % 64);
+            if (differs(doubt.pair, excused)) {
+                result.mismatches.push_back(std::move(doubt.pair));
             }
         }
-        return !differs(pair, excused);
+    }
+    /// What the runs that were just made tell of a doubt.
+    void note(Doubt &doubt) {
+        const Words unknown = mFirst.unknownOutput(doubt.a);
+        Words &excused = mExcused[doubt.a];
+        for (std::size_t i = 0; i < excused.size(); ++i) {
+            excused[i] |= unknown[i];
+        }
+        for (std::size_t run = 0; run < mSecond.runs(); ++run) {
+            const Words value = mSecond.outputInRun(doubt.b, run);
+            for (std::size_t bit = 0; bit < doubt.differing.size(); ++bit) {
+                const bool isOther = ((value[bit / 64] ^ doubt.pair.first[bit / 64]) >> (bit % 64) & 1U) != 0;
+                doubt.differing[bit] += isOther ? 1 : 0;
+            }
+        }
     }
 
     /// Runs of each side, and how many of them must differ. A first side that is as free hides it in all of its runs
