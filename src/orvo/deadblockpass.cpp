@@ -2,6 +2,7 @@
 #include "orvo/deadblockpass.h"
 
 #include "orvo/deadblockhandlers.h"
+#include "orvo/domainedgetree.h"
 
 #include <orvo/block.h>
 #include <orvo/model.h>
@@ -66,6 +67,7 @@ bool AggressiveDeadBlockLatePass::isLate() const { return true; }
 void DeadBlockPass::apply(ModelPassContext &context) {
     Immortality &isImmortal = *mImmortality;
     std::vector<Wire *> read;
+    internal::DomainEdgeList edges(context.getModel());
     WorkQueue queue(context.getModel());
     while (queue.next()) {
         Block &block = *queue.block();
@@ -77,6 +79,7 @@ void DeadBlockPass::apply(ModelPassContext &context) {
         for (const Port &port : block.ports()) {
             read.push_back(port.getWire());
         }
+        internal::leaveDomainsToDrivers(edges, block);
         queue.deleteBlock();
         // Most drivers have other readers: only those that have lost their last deserve another look.
         for (const Wire *wire : read) {
@@ -107,9 +110,11 @@ void AggressiveDeadBlockPass::apply(ModelPassContext &context) {
             }
         }
     }
+    internal::DomainEdgeList edges(context.getModel());
     WorkQueue queue(context.getModel());
     while (queue.next()) {
         if (live.count(queue.block()) == 0) {
+            internal::leaveDomainsToDrivers(edges, *queue.block());
             queue.deleteBlock();
         }
     }

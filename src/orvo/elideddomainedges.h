@@ -18,7 +18,8 @@ namespace orvo::internal {
 /// A tag with edges keeps apart what it did: its readers on the one side, its driver and what else reads that on the
 /// other. A begin at a From goes to the ports that read it. An end at a Goto goes to the wire, which it then cuts off
 /// from its readers, so that those that are not behind the Goto get begins. Of several edges on the way to a reader
-/// the nearest counts, and an edge of its own before all.
+/// the nearest counts, and an edge of its own before all. What would have to stand at an input or output of a model
+/// stands at all blocks that instantiate it.
 class ElidedDomainEdges {
   public:
     /// To be told while they are there. `wire` is what the Goto reads.
@@ -28,8 +29,8 @@ class ElidedDomainEdges {
     void addFrom(const Block &from, const PureValueRef &sender, const Wire &source);
     /// A port that leads the signal of a Goto out of its model.
     void addRoute(Block &reader, const PureValueRef &key, const PureValueRef &sender);
-    /// When all of the model's tags are wires.
-    void move(Model &model) const;
+    /// When all tags are wires.
+    void move(Design &design) const;
 
     /// A Goto or From that is gone.
     struct Gone {
