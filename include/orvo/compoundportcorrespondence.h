@@ -155,6 +155,9 @@ class ORVO_API ReferenceNameMapping final : public UnrollerNotifier {
     /// The points where what first stood at this one stands now, each once, in the order in which they were told; empty
     /// for a point that was not replaced.
     std::vector<PureTupleValueRef> latestPoints(const PureTupleValueRef &point, bool isPort) const;
+    /// Whether a point of the block was told to take the place of another: should the block be replaced in turn, that
+    /// must be told, too.
+    bool isSuccessor(const Block &block) const;
 
   private:
     friend class NetlistReferencePointsUpdater;
@@ -181,6 +184,8 @@ class ORVO_API NetlistReferencePointsUpdater {
     /// Has the unroller report to this updater, which must outlive its work.
     void setupUnrollerNotifier(Unroller *unroller) { unroller->setUnrollerNotifier(&mMapping); }
     const ReferenceNameMapping &mapping() const { return mMapping; }
+    /// Has it not touch the edges of domains, for one who moves them himself.
+    void leaveDomainEdges() { mMovesDomainEdges = false; }
 
   private:
     using MovedEntries = std::map<Block *, std::vector<ValueRef>, Model::ByName>;
@@ -201,6 +206,7 @@ class ORVO_API NetlistReferencePointsUpdater {
     /// The chains of `mInstances` as entries write them, made when the first entry of one instance is met.
     mutable std::set<PureValueRef, DeepValueCmp> mChains;
     ReferenceNameMapping mMapping;
+    bool mMovesDomainEdges = true;
 };
 
 } // namespace orvo

@@ -273,6 +273,10 @@ std::vector<PureTupleValueRef> ReferenceNameMapping::latestPoints(const PureTupl
     return points(isPort).latest(point);
 }
 
+bool ReferenceNameMapping::isSuccessor(const Block &block) const {
+    return mPorts->isSuccessor(block.getName()) || mWires->isSuccessor(block.getName());
+}
+
 NetlistReferencePointsUpdater::NetlistReferencePointsUpdater(const PassContext &context, Model &model,
                                                              RefChain refChain)
     : mModel(model), mRefChain(std::move(refChain)) {
@@ -285,7 +289,7 @@ NetlistReferencePointsUpdater::~NetlistReferencePointsUpdater() {
 }
 
 void NetlistReferencePointsUpdater::unrollDomainEdges() {
-    if (mMapping.empty() || mModel.findParam(A_SYNTH_SCHEDULE_DOMAINS) == nullptr) {
+    if (!mMovesDomainEdges || mMapping.empty() || mModel.findParam(A_SYNTH_SCHEDULE_DOMAINS) == nullptr) {
         return;
     }
     internal::moveDomainEdges(mModel, [this](const internal::DomainEdgePlace &place) {

@@ -2,7 +2,7 @@
 #include "orvo/deadblockpass.h"
 
 #include "orvo/deadblockhandlers.h"
-#include "orvo/domainedges.h"
+#include "orvo/domainedgetree.h"
 
 #include <orvo/block.h>
 #include <orvo/model.h>
@@ -79,7 +79,7 @@ void DeadBlockPass::apply(ModelPassContext &context) {
         for (const Port &port : block.ports()) {
             read.push_back(port.getWire());
         }
-        edges.remove(block);
+        internal::leaveDomainsToDrivers(edges, block);
         queue.deleteBlock();
         // Most drivers have other readers: only those that have lost their last deserve another look.
         for (const Wire *wire : read) {
@@ -114,7 +114,7 @@ void AggressiveDeadBlockPass::apply(ModelPassContext &context) {
     WorkQueue queue(context.getModel());
     while (queue.next()) {
         if (live.count(queue.block()) == 0) {
-            edges.remove(*queue.block());
+            internal::leaveDomainsToDrivers(edges, *queue.block());
             queue.deleteBlock();
         }
     }

@@ -130,9 +130,12 @@ void DecomposeCompositePass::Run::apply(ModelPassContext &context, bool movesMet
         return;
     }
     const internal::DomainEdgeBlocks edged(model);
-    const auto hasPoints = [&](const Block &block) { return internal::hasReferencePoints(block) || edged.has(block); };
     std::vector<RefChain> withPoints;
     std::optional<internal::RewrittenPoints> points;
+    // What moves may come to stand at a block that is replaced later.
+    const auto hasPoints = [&](const Block &block) {
+        return points ? points->concerns(block) : internal::hasReferencePoints(block) || edged.has(block);
+    };
     const RefChain refChain = mInstances.at(&model).front();
     mCurrent = &context;
     while (Block *block = mChosen.dequeue(model)) {

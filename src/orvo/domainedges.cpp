@@ -8,6 +8,7 @@
 #include <orvo/staticstrings.h>
 #include <orvo/wire.h>
 
+#include <algorithm>
 #include <tuple>
 #include <utility>
 
@@ -85,57 +86,110 @@ void moveDomainEdges(Model &model,
             }
         }
     }
-    model.setParam(A_SYNTH_SCHEDULE_DOMAINS, TupleValue::get(std::move(moved), model.getContext()));
+    model.setParam(A_SYNTH_SCHEDULE_DOMAINS,
+                   moved.empty() ? ValueRef() : ValueRef(TupleValue::get(std::move(moved), model.getContext())));
 }
 
-DomainEdgeList::DomainEdgeList(Model &model)
-    : mModel(model), mEdges(elementsOf(model.findParam(A_SYNTH_SCHEDULE_DOMAINS))) {
-    for (std::size_t i = 0; i < mEdges.size(); ++i) {
-        if (const DomainEdgePlace place = placeOfDomainEdge(mEdges[i]); place.block) {
-            mAt.emplace(place, i);
+bool isDomainEdge(const ValueRef &value) {
+    if (!placeOfDomainEdge(value).block) {
+        return false;
+    }
+    const TupleValue &parts = *asTuple(value.get_ptr());
+    return parts.at(1) && (parts.at(0) == A_SCHEDULE_DOMAIN_BEGIN || parts.at(0) == A_SCHEDULE_DOMAIN_END);
+}
+
+bool beginsDomain(const ValueRef &edge) { return asTuple(edge.get_ptr())->at(0) == A_SCHEDULE_DOMAIN_BEGIN; }
+
+DomainEdgeList::DomainEdgeList(Model &model) : mModel(model) {
+    for (const ValueRef &edge : elementsOf(model.findParam(A_SYNTH_SCHEDULE_DOMAINS))) {
+        mEntries.push_back({edge, mEntries.size()});
+        if (isDomainEdge(edge)) {
+            enter(placeOfDomainEdge(edge), mEntries.size() - 1);
         }
     }
 }
 
 DomainEdgeList::~DomainEdgeList() {
     if (mIsChanged) {
-        std::erase_if(mEdges, [](const ValueRef &edge) { return !edge; });
-        mModel.setParam(A_SYNTH_SCHEDULE_DOMAINS,
-                        mEdges.empty() ? ValueRef() : ValueRef(TupleValue::get(mEdges, mModel.getContext())));
+        write();
     }
+}
+
+void DomainEdgeList::write() {
+    std::stable_sort(mEntries.begin(), mEntries.end(),
+                     [](const Entry &a, const Entry &b) { return a.origin < b.origin; });
+    std::vector<ValueRef> edges;
+    for (const Entry &entry : mEntries) {
+        if (entry.edge) {
+            edges.push_back(entry.edge);
+        }
+    }
+    mModel.setParam(A_SYNTH_SCHEDULE_DOMAINS,
+                    edges.empty() ? ValueRef() : ValueRef(TupleValue::get(std::move(edges), mModel.getContext())));
+}
+
+void DomainEdgeList::enter(const DomainEdgePlace &place, std::size_t entry) {
+    std::vector<std::size_t> &there = mAt[place];
+    const bool counts =
+        !there.empty() && beginsDomain(mEntries[entry].edge) && !beginsDomain(mEntries[there.front()].edge);
+    there.insert(counts ? there.begin() : there.end(), entry);
+    mOfBlocks[place.block].insert(place);
+}
+
+bool DomainEdgeList::has(const Block &block) const {
+    return !mOfBlocks.empty() && mOfBlocks.count(block.getName()) != 0;
 }
 
 ValueRef DomainEdgeList::find(const DomainEdgePlace &place) const {
     const auto found = mAt.find(place);
-    return found == mAt.end() ? ValueRef() : mEdges[found->second];
+    return found == mAt.end() ? ValueRef() : mEntries[found->second.front()].edge;
 }
 
-void DomainEdgeList::copy(const ValueRef &edge, const DomainEdgePlace &to) {
-    if (mAt.emplace(to, mEdges.size()).second) {
-        const TupleValue &parts = *asTuple(edge.get_ptr());
-        mEdges.push_back(domainEdge(parts.at(0), parts.at(1), to, mModel.getContext()));
-        mIsChanged = true;
+bool DomainEdgeList::put(const ValueRef &edge, bool begins, const DomainEdgePlace &to) {
+    if (mAt.count(to) != 0) {
+        return false;
     }
+    const auto from = mAt.find(placeOfDomainEdge(edge));
+    const std::size_t origin = from == mAt.end() ? mEntries.size() : mEntries[from->second.front()].origin;
+    const PureValueRef kind(begins ? A_SCHEDULE_DOMAIN_BEGIN : A_SCHEDULE_DOMAIN_END);
+    mEntries.push_back({domainEdge(kind, asTuple(edge.get_ptr())->at(1), to, mModel.getContext()), origin});
+    enter(to, mEntries.size() - 1);
+    mIsChanged = true;
+    return true;
+}
+
+void DomainEdgeList::remove(const DomainEdgePlace &place) {
+    const auto found = mAt.find(place);
+    if (found == mAt.end()) {
+        return;
+    }
+    for (const std::size_t entry : found->second) {
+        mEntries[entry].edge = ValueRef();
+    }
+    mAt.erase(found);
+    const auto ofBlock = mOfBlocks.find(place.block);
+    ofBlock->second.erase(place);
+    if (ofBlock->second.empty()) {
+        mOfBlocks.erase(ofBlock);
+    }
+    mIsChanged = true;
 }
 
 void DomainEdgeList::remove(const Block &block) {
-    const auto forget = [&](bool isPort, const PureValueRef &key) {
-        const auto found = mAt.find({block.getName(), isPort, key});
-        if (found != mAt.end()) {
-            mEdges[found->second] = ValueRef();
-            mAt.erase(found);
-            mIsChanged = true;
+    if (has(block)) {
+        const std::set<DomainEdgePlace> places = mOfBlocks.at(block.getName());
+        for (const DomainEdgePlace &place : places) {
+            remove(place);
         }
-    };
-    if (empty()) {
-        return;
     }
-    for (const Port &port : block.ports()) {
-        forget(true, port.getName());
+}
+
+DomainEdgeList &DomainEdgeLists::of(Model &model) {
+    const auto [at, isNew] = mNumbers.try_emplace(&model, mLists.size());
+    if (isNew) {
+        mLists.push_back(std::make_unique<DomainEdgeList>(model));
     }
-    for (const Wire &wire : block) {
-        forget(false, wire.getName());
-    }
+    return *mLists[at->second];
 }
 
 } // namespace orvo::internal

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <vector>
 
@@ -43,7 +44,13 @@ class DomainEdgeBlocks {
 void moveDomainEdges(Model &model,
                      const std::function<std::vector<DomainEdgePlace>(const DomainEdgePlace &)> &replaced);
 
-/// The edges of a model while its blocks go one by one. Costs nothing for a model without.
+/// Whether the value is an edge by its form: what others are to report is left alone.
+bool isDomainEdge(const ValueRef &value);
+/// Whether a domain begins at an edge; else one ends there.
+bool beginsDomain(const ValueRef &edge);
+
+/// The edges of a model while its blocks go one by one. Costs nothing for a model without. Of several edges at one end
+/// a begin counts, then the first.
 class DomainEdgeList {
   public:
     explicit DomainEdgeList(Model &model);
@@ -52,20 +59,45 @@ class DomainEdgeList {
     DomainEdgeList(const DomainEdgeList &) = delete;
     DomainEdgeList &operator=(const DomainEdgeList &) = delete;
 
+    Model &model() const { return mModel; }
     bool empty() const { return mAt.empty(); }
+    /// Whether one stands at any end of the block.
+    bool has(const Block &block) const;
     /// Null if there is none.
     ValueRef find(const DomainEdgePlace &place) const;
-    /// The same edge at another end, unless that has one.
-    void copy(const ValueRef &edge, const DomainEdgePlace &to);
+    /// The domain of an edge at another end, unless that has one; false if so. It stands in the list behind those that
+    /// the edge has given before.
+    bool put(const ValueRef &edge, bool begins, const DomainEdgePlace &to);
+    void copy(const ValueRef &edge, const DomainEdgePlace &to) { put(edge, beginsDomain(edge), to); }
+    void remove(const DomainEdgePlace &place);
     /// Forgets those of a block that goes.
     void remove(const Block &block);
 
   private:
+    struct Entry {
+        ValueRef edge;
+        /// The number of the one that it comes from.
+        std::size_t origin;
+    };
+    void enter(const DomainEdgePlace &place, std::size_t entry);
+    void write();
+
     Model &mModel;
-    /// Null for those that are gone.
-    std::vector<ValueRef> mEdges;
-    std::map<DomainEdgePlace, std::size_t> mAt;
+    std::vector<Entry> mEntries;
+    /// The one that counts comes first.
+    std::map<DomainEdgePlace, std::vector<std::size_t>> mAt;
+    std::map<PureValueRef, std::set<DomainEdgePlace>> mOfBlocks;
     bool mIsChanged = false;
+};
+
+/// The lists of the models that are changed together.
+class DomainEdgeLists {
+  public:
+    DomainEdgeList &of(Model &model);
+
+  private:
+    std::map<const Model *, std::size_t> mNumbers;
+    std::vector<std::unique_ptr<DomainEdgeList>> mLists;
 };
 
 } // namespace orvo::internal

@@ -20,7 +20,8 @@ namespace orvo::internal {
 /// A tag with edges keeps apart what it did: its readers on the one side, its driver and what else reads that on the
 /// other. A begin at a From goes to the ports that read it. An end at a Goto goes to the wire, which it then cuts off
 /// from its readers, so that those that are not behind the Goto get begins. Of several edges on the way to a reader
-/// the nearest counts, and an edge of its own before all.
+/// the nearest counts, and an edge of its own before all. What would have to stand at an input or output of a model
+/// stands at all blocks that instantiate it.
 class ElidedDomainEdges {
   public:
     /// To be told while they are there. `wire` is what the Goto reads.
@@ -33,7 +34,9 @@ class ElidedDomainEdges {
     /// A block that gives on what it reads at this port. All that go are to be told of before the first one does, but
     /// those that feed themselves alone. `goes` tells them.
     void addPassage(const Port &port, const std::function<bool(const Block &)> &goes);
-    /// When all of the model's tags are wires.
+    /// When all tags are wires.
+    void move(Design &design) const;
+    /// When all that was told of stood in this model.
     void move(Model &model) const;
 
     /// An end that is gone with its Goto or From.

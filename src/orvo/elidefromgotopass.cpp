@@ -38,8 +38,8 @@ namespace {
 struct TagInfo {
     /// The model of the Goto that was met last.
     Model *model = nullptr;
-    /// Its name there.
-    PureValueRef sender;
+    /// The names of the Gotos whose signals are read, each in its model.
+    std::unordered_map<const Model *, PureValueRef> senders;
     /// The model up to which its signal was led from there; null if nowhere yet.
     Model *reached = nullptr;
     /// What carries the tag's signal in each model that it has reached. These wires live as long as the table.
@@ -118,10 +118,10 @@ Block &onlyInstance(Model &model, ModelTreePass &tree) {
 
 using Edges = internal::ElidedDomainEdges;
 
-/// The signal leaves the model of its Goto by that port.
+/// The signal leaves the model of a Goto by that port.
 void noteWayOut(Block &block, const PureValueRef &port, const TagInfo &info, Edges &edges) {
-    if (&block.getModel() == info.model) {
-        edges.addRoute(block, port, info.sender);
+    if (const auto sender = info.senders.find(&block.getModel()); sender != info.senders.end()) {
+        edges.addRoute(block, port, sender->second);
     }
 }
 
@@ -214,7 +214,7 @@ class TagTable {
     /// Takes the marks of the tags off their scope root.
     void clearMarks(Model &root);
     /// Makes the edges of domains at Gotos and Froms that are gone stand where they last; when all tags are resolved.
-    void moveEdges(Model &model) const { mEdges.move(model); }
+    void moveEdges(Design &design) const { mEdges.move(design); }
 
   private:
     using Tags = std::map<TagKey, TagInfo>;
@@ -283,7 +283,7 @@ void TagTable::take(Block &sender) {
     }
     TagInfo &info = mTags[mReach.enter(sender, tag)];
     info.model = &sender.getModel();
-    info.sender = sender.getName();
+    info.senders[info.model] = sender.getName();
     info.wires[info.model] = wire;
     if (isOfType(wire->getBlock(), A_FROM_BLOCK)) {
         mFedBy[&wire->getBlock()].push_back(&info);
@@ -417,7 +417,8 @@ void TagTable::resolve(Block *first) {
 void TagTable::replace(Block &from, const TagInfo &tag, Wire &source) {
     ORVO_ASSERT(&source.getBlock() != &from, "a From that feeds itself closes a ring");
     const MetadataEntries behind = handOnMetadata(from, tag, source);
-    mEdges.addFrom(from, tag.model == &from.getModel() ? tag.sender : PureValueRef(), source);
+    const auto sender = tag.senders.find(&from.getModel());
+    mEdges.addFrom(from, sender == tag.senders.end() ? PureValueRef() : sender->second, source);
     from.getWire(A_FROM_WIRE_OUT)->replace(source);
     follow(from, source, behind);
     delete &from;
@@ -473,9 +474,7 @@ void ElideFromGotoPass::apply(PassContext &context) {
         }
         tags.clearMarks(model);
     }
-    for (Model &model : design) {
-        tags.moveEdges(model);
-    }
+    tags.moveEdges(design);
 }
 
 } // namespace orvo

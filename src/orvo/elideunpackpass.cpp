@@ -1,7 +1,7 @@
 // Pairs of a pack and an unpack of one kind dissolve into the wires that go through them.
 #include "orvo/elideunpackpass.h"
 
-#include "orvo/domainedges.h"
+#include "orvo/domainedgetree.h"
 #include "orvo/unrollpasses.h"
 #include "orvo/vectorunrollparts.h"
 
@@ -111,24 +111,45 @@ std::vector<Block *> unpacksOf(const Block &pack, const Kind &kind) {
     return unpacks;
 }
 
-/// What drives the readers of a wire of the unpack once the pair is gone: an element may go through it several times
+/// What drives the readers of the wires of an unpack once the pair is gone: an element may go through it several times
 /// before it leaves. Null for one that only feeds itself.
-const Wire *sourceBehind(const Block &pack, const Wire &wire) {
-    const Block *unpack = &wire.getBlock();
-    const Wire *source = &wire;
-    for (std::size_t steps = 0; source != nullptr && &source->getBlock() == unpack; ++steps) {
-        const Port *port = steps <= pack.port_size() ? portFor(pack, *source) : nullptr;
-        source = port == nullptr ? nullptr : port->peekWire();
+class Sources {
+  public:
+    Sources(const Block &pack, const Block &unpack) : mPack(pack), mUnpack(unpack) {}
+
+    const Wire *behind(const Wire &wire) {
+        std::vector<const Wire *> way;
+        const Wire *at = &wire;
+        while (at != nullptr && &at->getBlock() == &mUnpack) {
+            // Null as long as it is on the way.
+            const auto [known, isNew] = mKnown.try_emplace(at, nullptr);
+            if (!isNew) {
+                at = known->second;
+                break;
+            }
+            way.push_back(at);
+            const Port *port = portFor(mPack, *at);
+            at = port == nullptr ? nullptr : port->peekWire();
+        }
+        for (const Wire *passed : way) {
+            mKnown[passed] = at;
+        }
+        return at;
     }
-    return source;
-}
+
+  private:
+    const Block &mPack;
+    const Block &mUnpack;
+    std::unordered_map<const Wire *, const Wire *> mKnown;
+};
 
 /// The blocks that drive the readers of an unpack once it is gone.
-std::vector<Block *> driversBehind(const Block &pack, const Block &unpack) {
+std::vector<Block *> driversBehind(const Block &unpack, Sources &sources) {
     std::vector<Block *> drivers;
+    std::unordered_set<const Block *> known;
     for (const Wire &wire : unpack) {
-        const Wire *source = wire.port_size() == 0 ? nullptr : sourceBehind(pack, wire);
-        if (source != nullptr && std::find(drivers.begin(), drivers.end(), &source->getBlock()) == drivers.end()) {
+        const Wire *source = wire.port_size() == 0 ? nullptr : sources.behind(wire);
+        if (source != nullptr && known.insert(&source->getBlock()).second) {
             drivers.push_back(&source->getBlock());
         }
     }
@@ -196,6 +217,109 @@ bool canConvert(const PureValueRef &from, const PureValueRef &to) {
     return true;
 }
 
+/// The edges of domains at a pair. The pack, what it drives and the unpack lie in one domain each, and in the same as
+/// far as no edge keeps them apart: what an edge says of one lane holds for the others, too.
+class PairDomains {
+  public:
+    PairDomains(internal::DomainEdgeList &edges, const Kind &kind, const Block &pack, const Block &unpack)
+        : mEdges(edges), mPack(pack), mUnpack(unpack) {
+        if (!edges.has(pack) && !edges.has(unpack)) {
+            return;
+        }
+        mIsNeeded = true;
+        const ValueRef out = edges.find({pack.getName(), false, PureValueRef(*kind.packOut)});
+        const ValueRef in = edges.find({unpack.getName(), true, PureValueRef(*kind.unpackIn)});
+        const ValueRef begun = beginningAt(pack);
+        const ValueRef ended = endingAt(unpack);
+        // What follows the pack and what the unpack lies in, unless edges part them.
+        const ValueRef behind = in ? (begins(in) ? ValueRef() : in) : ended;
+        const ValueRef before = out ? (begins(out) ? out : ValueRef()) : begun;
+        mBefore = begun ? begun : out ? (begins(out) ? ValueRef() : out) : behind;
+        mBehind = ended ? ended : in ? (begins(in) ? in : ValueRef()) : before;
+    }
+
+    /// The lanes that nobody reads: what the edges say of their drivers stays.
+    void leaveUnread() {
+        if (!mIsNeeded) {
+            return;
+        }
+        std::unordered_set<const Port *> read;
+        for (const Wire &wire : mUnpack) {
+            if (const Port *port = portFor(mPack, wire)) {
+                read.insert(port);
+            }
+        }
+        for (const Port &port : mPack.ports()) {
+            if (read.count(&port) == 0) {
+                settle(port, nullptr);
+            }
+        }
+    }
+    void move(const Wire &wire) {
+        if (mIsNeeded) {
+            settle(*portFor(mPack, wire), &wire);
+        }
+    }
+
+  private:
+    using Tree = internal::DomainEdgeTree;
+    static bool begins(const ValueRef &edge) { return internal::beginsDomain(edge); }
+
+    ValueRef beginningAt(const Block &pack) const {
+        for (const Port &port : pack.ports()) {
+            if (const ValueRef edge = mEdges.find(internal::placeOf(MaybePort(port))); edge && begins(edge)) {
+                return edge;
+            }
+        }
+        return {};
+    }
+    ValueRef endingAt(const Block &unpack) const {
+        for (const Wire &wire : unpack) {
+            if (const ValueRef edge = mEdges.find(internal::placeOf(wire)); edge && !begins(edge)) {
+                return edge;
+            }
+        }
+        return {};
+    }
+
+    void settle(const Port &port, const Wire *wire) {
+        const ValueRef first = mEdges.find(internal::placeOf(MaybePort(port)));
+        const ValueRef last = wire == nullptr ? ValueRef() : mEdges.find(internal::placeOf(*wire));
+        const ValueRef ends = !first ? mBefore : begins(first) ? ValueRef() : first;
+        const ValueRef goesOn = !last ? mBehind : begins(last) ? last : ValueRef();
+        const Wire &root = *port.peekWire();
+        Tree tree(mEdges);
+        Tree::Point point = Tree::kNone;
+        if (ends) {
+            point = tree.add(ends, false, Tree::Sort::Port);
+            tree.setRoot(point, root);
+        }
+        if (goesOn) {
+            const Tree::Point behind = tree.add(goesOn, true, Tree::Sort::Wire);
+            if (point == Tree::kNone) {
+                tree.setRoot(behind, root);
+            } else {
+                tree.setAbove(behind, point);
+            }
+            point = behind;
+        }
+        if (wire != nullptr && point != Tree::kNone) {
+            for (const Port &reader : wire->ports()) {
+                tree.addReader(MaybePort(reader), point);
+            }
+        }
+        tree.settle();
+    }
+
+    internal::DomainEdgeList &mEdges;
+    const Block &mPack;
+    const Block &mUnpack;
+    bool mIsNeeded = false;
+    /// What the pack and the unpack lie in, by an edge; null if none tells.
+    ValueRef mBefore;
+    ValueRef mBehind;
+};
+
 /// By instance; null where a type is unknown.
 using Types = std::vector<PureValueRef>;
 
@@ -255,13 +379,12 @@ class Elision {
     };
 
     void elide(const Kind &kind);
-    std::optional<std::vector<Way>> waysThrough(const Block &pack, Block &unpack) const;
+    std::optional<std::vector<Way>> waysThrough(const Block &pack, Block &unpack, Sources &sources) const;
     Types typesOf(const Wire &wire) const;
     std::optional<PureValueRef> conversion(const Types &from, const Types &to) const;
     Wire &converted(const Block &beside, std::vector<PureValueRef> &name, Wire &wire, const Types &from,
                     const PureValueRef &to);
     Wire &takeThrough(const Block &pack, const Way &way);
-    void moveEdges(const Kind &kind, const Block &pack, const Wire &wire);
 
     WorkQueue mQueue;
     const std::vector<RefChain> &mInstances;
@@ -304,7 +427,8 @@ std::optional<PureValueRef> Elision::conversion(const Types &from, const Types &
 }
 
 /// All that readers read; nothing if the pair has to stay.
-std::optional<std::vector<Elision::Way>> Elision::waysThrough(const Block &pack, Block &unpack) const {
+std::optional<std::vector<Elision::Way>> Elision::waysThrough(const Block &pack, Block &unpack,
+                                                              Sources &sources) const {
     std::vector<Way> ways;
     const bool packStays = hasReaderThat(pack, [&](const Block &reader) { return &reader != &unpack; });
     for (Wire &wire : unpack) {
@@ -314,7 +438,7 @@ std::optional<std::vector<Elision::Way>> Elision::waysThrough(const Block &pack,
             port != nullptr && isRead ? conversion(typesOf(*port->peekWire()), typesOf(wire)) : PureValueRef();
         const bool isMissed = packStays || std::any_of(wire.ports().begin(), wire.ports().end(),
                                                        [&](const Port &reader) { return &reader.getBlock() != &pack; });
-        if (isRead && (port == nullptr || !type || (isMissed && sourceBehind(pack, wire) == nullptr))) {
+        if (isRead && (port == nullptr || !type || (isMissed && sources.behind(wire) == nullptr))) {
             return std::nullopt;
         }
         if (port != nullptr) {
@@ -391,26 +515,6 @@ Wire &Elision::takeThrough(const Block &pack, const Way &way) {
     return converted(unpack, name, source, typesOf(source), way.type);
 }
 
-/// Of the edges of domains between what went into the pack and the readers of an unpack these keep the nearest.
-void Elision::moveEdges(const Kind &kind, const Block &pack, const Wire &wire) {
-    if (mEdges.empty()) {
-        return;
-    }
-    const Block &unpack = wire.getBlock();
-    const internal::DomainEdgePlace way[] = {{unpack.getName(), false, wire.getName()},
-                                             {unpack.getName(), true, PureValueRef(*kind.unpackIn)},
-                                             {pack.getName(), false, PureValueRef(*kind.packOut)},
-                                             {pack.getName(), true, portFor(pack, wire)->getName()}};
-    for (const internal::DomainEdgePlace &place : way) {
-        if (const ValueRef edge = mEdges.find(place)) {
-            for (const Port &reader : wire.ports()) {
-                mEdges.copy(edge, {reader.getBlock().getName(), true, reader.getName()});
-            }
-            return;
-        }
-    }
-}
-
 /// Takes out the unpacks behind a pack, and the pack if nothing reads it then. Packs that another look may now take out
 /// are enqueued.
 void Elision::elide(const Kind &kind) {
@@ -419,13 +523,16 @@ void Elision::elide(const Kind &kind) {
     for (Block *unpack : unpacksOf(pack, kind)) {
         const bool metadataAgree =
             mIgnoreMetadata || MetadataManipulator(pack).getTuple() == MetadataManipulator(*unpack).getTuple();
-        const auto ways = metadataAgree ? waysThrough(pack, *unpack) : std::nullopt;
+        Sources sources(pack, *unpack);
+        const auto ways = metadataAgree ? waysThrough(pack, *unpack, sources) : std::nullopt;
         if (!ways) {
             continue;
         }
-        const std::vector<Block *> drivers = driversBehind(pack, *unpack);
+        const std::vector<Block *> drivers = driversBehind(*unpack, sources);
+        PairDomains domains(mEdges, kind, pack, *unpack);
+        domains.leaveUnread();
         for (const Way &way : *ways) {
-            moveEdges(kind, pack, *way.wire);
+            domains.move(*way.wire);
             way.wire->replace(takeThrough(pack, way));
         }
         // What an unpack carried that nobody reads, the pack hands on, should it go as well.

@@ -30,27 +30,6 @@ bool isPointTable(const PureValueRef &key) {
     return key == A_SCHEDULE_CONSTRAINT_PORTS || key == A_SCHEDULE_CONSTRAINT_WIRES;
 }
 
-/// The element of an edge of a domain that tells its place: (block, `A_PORT_TAG` or `A_WIRE_TAG`, port or wire).
-const TupleValue *placeOf(const ValueRef &signpost) {
-    const TupleValue *parts = asTuple(signpost.get_ptr());
-    const TupleValue *place = parts == nullptr || parts->size() != 3 ? nullptr : asTuple(parts->at(2).get_ptr());
-    return place == nullptr || place->size() != 3 ? nullptr : place;
-}
-
-Block *blockAt(const ValueRef &signpost, const Model &model) {
-    const TupleValue *place = placeOf(signpost);
-    const PureValueRef name(place == nullptr ? ValueRef() : place->at(0));
-    return name ? model.getBlock(name) : nullptr;
-}
-
-/// Whether there is something at the place. A port that nothing drives is none.
-bool stands(const ValueRef &signpost, const Model &model) {
-    const Block *block = blockAt(signpost, model);
-    const PureValueRef key(block == nullptr ? ValueRef() : placeOf(signpost)->at(2));
-    return key &&
-           (placeOf(signpost)->at(1) == A_PORT_TAG ? block->getPort(key) != nullptr : block->getWire(key) != nullptr);
-}
-
 /// Whether the sink reads a source of error correction that nothing else reads.
 bool isPair(const Block &sink) {
     if (sink.port_size() != 1) {
@@ -174,6 +153,7 @@ void Flattener::readHierarchy() {
     for (Model *model : models) {
         std::unordered_set<const Model *> below;
         mConstraints.note(*model);
+        mSignposts.note(*model);
         for (Block &block : *model) {
             mTags.note(block);
             mConstraints.note(block);
@@ -211,7 +191,7 @@ const Flattener::Source &Flattener::sourceOf(const Model &model) {
 
 void Flattener::flatten(Model &model) {
     mModel = &model;
-    readSignposts();
+    mSignposts.open(model);
     mTags.open(model);
     for (Block &block : model) {
         if (block.type() == A_MODEL_BLOCK.get_ptr()) {
@@ -230,19 +210,19 @@ void Flattener::flatten(Model &model) {
         }
     }
     mTags.close();
+    if (!mDissolvedBlocks.empty()) {
+        mSignposts.gather(mDissolvedBlocks, [this](const Wire &wire) { return mReplacements.at(&wire).by; });
+    }
     moveReaders();
     for (const Model *changed : mConstraints.close(model)) {
         forget(*changed);
     }
     if (!mDissolvedBlocks.empty()) {
         deleteDissolved();
+        mSignposts.close();
         cancelErrorCorrection();
-        writeSignposts();
         forget(model);
     }
-    mSignposts.clear();
-    mOwnSignposts.clear();
-    mSignposted.clear();
 }
 
 /// What a model that stays holds is never asked.
@@ -257,8 +237,7 @@ void Flattener::finish() { mConstraints.finish(mDissolved); }
 
 void Flattener::dissolve(const Pending &pending, Model &source, const Source &plan) {
     Block &block = *pending.block;
-    const bool isSignposted = !mSignposted.empty() && mSignposted.erase(&block) != 0;
-    if (isSignposted || mConstraints.endsAt(block)) {
+    if (mConstraints.endsAt(block)) {
         log::msg(msg::error::DISALLOWED_SIGNPOST_ON_MODEL_BLOCK, log::p("refBlk", block.value()));
     }
     if (plan.tags != nullptr) {
@@ -272,7 +251,7 @@ void Flattener::dissolve(const Pending &pending, Model &source, const Source &pl
     const FlattenedConstraints::Instance instance =
         mConstraints.open(pending.above, *pending.drawnIn, pending.drawnAs, source);
     copyBlocks(plan);
-    connect(plan, instance);
+    connect(block, plan, instance);
     carryMetadata(block);
     queueCopies(plan, source, instance);
     replaceOutputs(block, plan);
@@ -298,7 +277,7 @@ void Flattener::copyBlocks(const Source &plan) {
     }
 }
 
-void Flattener::connect(const Source &plan, FlattenedConstraints::Instance instance) {
+void Flattener::connect(const Block &block, const Source &plan, FlattenedConstraints::Instance instance) {
     std::uint32_t at = 0;
     for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
         Block &copy = *mCopies[i];
@@ -309,6 +288,9 @@ void Flattener::connect(const Source &plan, FlattenedConstraints::Instance insta
                 copy.setParam(param.key, isPoints ? mConstraints.carried(copy, param.value, instance) : param.value);
             } else if (param.wire != kNoWire && mWires[param.wire] != nullptr) {
                 copy.setParam(param.key, *mWires[param.wire]);
+                if (mSignposts.any() && param.wire >= plan.firstInput) {
+                    mSignposts.addWayIn(copy, param.key, block, plan.wireNames[param.wire]);
+                }
             }
         }
     }
@@ -337,22 +319,13 @@ void Flattener::replaceOutputs(Block &block, const Source &plan) {
         const bool driven = output != plan.outputs.end() && output->second != kNoWire;
         mReplacements[&wire].by = driven ? mWires[output->second] : nullptr;
         mReplacedWires.push_back(&wire);
-    }
-}
-
-void Flattener::readSignposts() {
-    mSignposts = elementsOf(mModel->findParam(A_SYNTH_SCHEDULE_DOMAINS));
-    for (const ValueRef &signpost : mSignposts) {
-        mOwnSignposts.push_back(stands(signpost, *mModel));
-        const Block *block = blockAt(signpost, *mModel);
-        if (block != nullptr && block->type() == A_MODEL_BLOCK.get_ptr()) {
-            mSignposted.insert(block);
+        if (driven && mSignposts.any() && output->second >= plan.firstInput) {
+            mSignposts.addWayThrough(wire, plan.wireNames[output->second]);
         }
     }
 }
 
 void Flattener::takeSignposts(const Model &source, const Source &plan) {
-    Context *context = mDesign.getContext();
     const DomainInference::ParsedDomains parsed = DomainInference::parseScheduledDomainsParameter(source);
     for (const auto *list : {&parsed.begins, &parsed.ends}) {
         for (const DomainInference::SignpostInfo &info : *list) {
@@ -366,16 +339,11 @@ void Flattener::takeSignposts(const Model &source, const Source &plan) {
                 continue;
             }
             const Block &copy = *mCopies[number->second];
-            if (plan.blocks[number->second].isModelBlock) {
-                mSignposted.insert(&copy);
-            }
             const bool ends = info.kind == DomainInference::SIGNPOST_END;
             const Port *port = info.point.port();
             const PureValueRef key = port != nullptr ? port->getName() : info.point.wire()->getName();
-            mSignposts.push_back(TupleValue::get(
-                PureValueRef(ends ? A_SCHEDULE_DOMAIN_END : A_SCHEDULE_DOMAIN_BEGIN), info.domain,
-                TupleValue::get(copy.getName(), PureValueRef(port != nullptr ? A_PORT_TAG : A_WIRE_TAG), key, context),
-                context));
+            mSignposts.add(domainEdge(PureValueRef(ends ? A_SCHEDULE_DOMAIN_END : A_SCHEDULE_DOMAIN_BEGIN), info.domain,
+                                      {copy.getName(), port != nullptr, key}, mDesign.getContext()));
         }
     }
 }
@@ -419,28 +387,17 @@ void Flattener::moveReaders() {
     }
 }
 
-/// An edge at a block that dissolved, or at a port that nothing drives any more, marks nothing.
-void Flattener::writeSignposts() {
-    std::vector<ValueRef> entries;
-    for (std::size_t i = 0; i < mSignposts.size(); ++i) {
-        // What was wrong before is for others to report.
-        const bool wasWrong = i < mOwnSignposts.size() && !mOwnSignposts[i];
-        if (wasWrong || stands(mSignposts[i], *mModel)) {
-            entries.push_back(mSignposts[i]);
-        }
-    }
-    if (mSignposts.size() != mOwnSignposts.size() || entries.size() != mSignposts.size()) {
-        mModel->setParam(A_SYNTH_SCHEDULE_DOMAINS,
-                         entries.empty() ? ValueRef()
-                                         : ValueRef(TupleValue::get(std::move(entries), mDesign.getContext())));
-    }
-}
-
 /// Both blocks of a pair only carry a signal across an edge that is gone.
 void Flattener::cancelErrorCorrection() {
+    if (mErrorCorrection.empty()) {
+        return;
+    }
+    DomainEdgeList edges(*mModel);
     for (Block *sink : mErrorCorrection) {
         if (isPair(*sink)) {
             Block &source = sink->port_begin()->peekWire()->getBlock();
+            edges.remove(*sink);
+            edges.remove(source);
             delete sink;
             delete &source;
         }

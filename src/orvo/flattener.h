@@ -2,6 +2,7 @@
 #pragma once
 
 #include "orvo/flattenconstraints.h"
+#include "orvo/flattensignposts.h"
 #include "orvo/flattentags.h"
 
 #include <orvo/model.h>
@@ -54,16 +55,14 @@ class Flattener {
     void forget(const Model &model);
     void dissolve(const Pending &pending, Model &source, const Source &plan);
     void copyBlocks(const Source &plan);
-    void connect(const Source &plan, FlattenedConstraints::Instance instance);
+    void connect(const Block &block, const Source &plan, FlattenedConstraints::Instance instance);
     void carryMetadata(Block &block);
     void queueCopies(const Source &plan, const Model &source, FlattenedConstraints::Instance instance);
     void replaceOutputs(Block &block, const Source &plan);
-    void readSignposts();
     void takeSignposts(const Model &source, const Source &plan);
 
     Wire *lastingWire(Wire *wire);
     void moveReaders();
-    void writeSignposts();
     void cancelErrorCorrection();
     void deleteDissolved();
 
@@ -74,6 +73,7 @@ class Flattener {
     std::unordered_map<const Model *, std::unique_ptr<Source>> mSources;
     FlattenedConstraints mConstraints;
     FlattenedTags mTags;
+    FlattenedSignposts mSignposts;
 
     /// While one model is flattened.
     Model *mModel = nullptr;
@@ -81,13 +81,6 @@ class Flattener {
     std::vector<Block *> mDissolvedBlocks;
     std::unordered_map<const Wire *, Replacement> mReplacements;
     std::vector<Wire *> mReplacedWires;
-    /// The edges of domains, as the model's parameter is to have them. Blocks are named there, and may be gone before
-    /// the parameter is written.
-    std::vector<ValueRef> mSignposts;
-    /// Which of the model's own edges stood at a block when it was still as drawn.
-    std::vector<bool> mOwnSignposts;
-    /// The model blocks at which edges stand.
-    std::unordered_set<const Block *> mSignposted;
     /// The error-correction sinks that read wires which dissolved.
     std::vector<Block *> mErrorCorrection;
 

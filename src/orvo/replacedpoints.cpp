@@ -33,6 +33,7 @@ void ReplacedPoints::tell(const Block &oldBlock, const PureValueRef &oldName, co
     mContext = oldBlock.getContext();
     hold(oldBlock, param);
     noteSubstitute(oldBlock.getName(), newBlock.getName());
+    mSuccessors.insert(newBlock.getName());
     replace(pointOf(oldBlock.getName(), oldName), pointOf(newBlock.getName(), newName));
 }
 

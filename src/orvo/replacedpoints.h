@@ -32,6 +32,8 @@ class ReplacedPoints {
     void tell(const Block &oldBlock, const PureValueRef &oldName, const Block &newBlock, const PureValueRef &newName,
               const StaticString &param);
     bool empty() const { return mOldPoints.empty(); }
+    /// Whether a point of the block of that name was told to take the place of another.
+    bool isSuccessor(const PureValueRef &block) const { return mSuccessors.count(block) != 0; }
     /// Where what first stood at the point stands now, each once, in the order of the reports.
     std::vector<PureTupleValueRef> latest(const PureTupleValueRef &point) const;
     /// The entries that the replaced points had when their blocks were first told of, in the order of the reports.
@@ -76,6 +78,7 @@ class ReplacedPoints {
     /// Each once, in the order of the reports.
     std::vector<PureTupleValueRef> mOldPoints;
     std::map<PureValueRef, OldBlock> mOldBlocks;
+    std::set<PureValueRef> mSuccessors;
     /// From a substitute to what it stands for.
     std::map<PureValueRef, std::vector<PureValueRef>> mSubstitutes;
 };

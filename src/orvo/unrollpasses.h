@@ -130,7 +130,8 @@ template <class Impl, class Handler, class... Shared> class ModelUnrolling {
         updater.setInstances(withPoints);
         const DomainEdgeBlocks edged(context.getModel());
         for (Impl &block : blocks) {
-            if (hasReferencePoints(block.block()) || edged.has(block.block())) {
+            if (hasReferencePoints(block.block()) || edged.has(block.block()) ||
+                updater.mapping().isSuccessor(block.block())) {
                 updater.setupUnrollerNotifier(&block.unroller());
             }
             block.unroll(unrolledTypes(context));
