@@ -48,8 +48,10 @@ TABLES = [
         "EveryHalf*:EveryTiny*:*Floats*",
     ]),
     Table("lowering", ROOT / "src/orvo", "liborvo.so", [
-        "CastDecompose*:DecomposeCompositeTest*:BlockBuilder*:DecomposeHandlers*",
-        "*SmallCast*:*Drawn*:*Decomposition*:CastsInLoops*:SyncRegistersInPlace*:*OddComposite*:RelaxedDemux*",
+        "CastDecompose*:DecomposeCompositeTest*:BlockBuilder*:DecomposeHandlers*:ConstCastTest*:ElideConstShiftsTest*:"
+        "PropagateConstants.takes*:PropagateConstants.keeps*:PropagateConstants.peels*",
+        "*SmallCast*:*Drawn*:*Decomposition*:CastsInLoops*:SyncRegistersInPlace*:*OddComposite*:RelaxedDemux*:"
+        "*SmallConstantCast*:PropagateConstants*:EverySmallMultiplier*",
     ]),
 ]
 
