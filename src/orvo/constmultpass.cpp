@@ -3,10 +3,9 @@
 #include "orvo/constmultpass.h"
 
 #include "orvo/blockbuilder.h"
-#include "orvo/domainedges.h"
 #include "orvo/fixedconstant.h"
+#include "orvo/keptpoints.h"
 #include "orvo/metadatasection.h"
-#include "orvo/rewrittenpoints.h"
 #include "orvo/unrollpasses.h"
 
 #include <orvo/basedevice.h>
@@ -273,9 +272,7 @@ class ConstMultPass::Run {
     std::map<PureValueRef, Costs> mCosts;
     /// Of the model at work.
     bool mMovesMetadata = false;
-    std::optional<internal::DomainEdgeBlocks> mEdged;
-    std::vector<RefChain> mWithPoints;
-    std::optional<internal::RewrittenPoints> mPoints;
+    std::optional<internal::KeptPoints> mPoints;
 };
 
 ProductTypes ConstMultPass::Run::typesOf(const Block &block, const RefChain &instance) {
@@ -314,23 +311,11 @@ void ConstMultPass::Run::analyze(Model &model) {
 
 /// Replaces a block, and moves along what hangs on it.
 template <class Rewrite> void ConstMultPass::Run::rewrite(Block &block, Rewrite rewrite) {
-    Model &model = block.getModel();
-    const bool moves = internal::hasReferencePoints(block) || mEdged->has(block);
-    if (moves && !mPoints) {
-        mWithPoints = internal::instancesOf(model, internal::unrolledTree(mContext));
-        mPoints.emplace(mContext, model, mWithPoints);
-    }
-    if (moves) {
-        mPoints->begin(block);
-    }
-    {
+    mPoints->around(block, [&] {
         const internal::MetadataSection section(mMovesMetadata ? mContext.getDesign().getMetadataTransferListener()
                                                                : nullptr);
         rewrite();
-    }
-    if (moves) {
-        mPoints->end();
-    }
+    });
 }
 
 bool ConstMultPass::Run::convertFloat(const Candidate &candidate, bool isForced) {
@@ -447,7 +432,7 @@ void ConstMultPass::Run::apply(Model &model, bool movesMetadata) {
         return;
     }
     mMovesMetadata = movesMetadata;
-    mEdged.emplace(model);
+    mPoints.emplace(mContext, model);
     for (const Candidate &candidate : candidates->second) {
         const Value *architecture = candidate.block->findParam(A_MULT_ARCHITECTURE);
         const bool keepsMultiplier = architecture == A_MULT_ARCH_CONST_DSP.get_ptr();
@@ -462,7 +447,6 @@ void ConstMultPass::Run::apply(Model &model, bool movesMetadata) {
         }
     }
     mPoints.reset();
-    mEdged.reset();
     mCandidates.erase(candidates);
 }
 

@@ -1,9 +1,8 @@
 // Composite blocks become primitives, in rounds: blocks that handlers make are looked at in the next one.
 #include "orvo/decomposecompositepass.h"
 
-#include "orvo/domainedges.h"
+#include "orvo/keptpoints.h"
 #include "orvo/metadatasection.h"
-#include "orvo/rewrittenpoints.h"
 #include "orvo/unrollpasses.h"
 
 #include <orvo/block.h>
@@ -129,28 +128,11 @@ void DecomposeCompositePass::Run::apply(ModelPassContext &context, bool movesMet
     if (mChosen.of(model).empty()) {
         return;
     }
-    const internal::DomainEdgeBlocks edged(model);
-    std::vector<RefChain> withPoints;
-    std::optional<internal::RewrittenPoints> points;
-    // What moves may come to stand at a block that is replaced later.
-    const auto hasPoints = [&](const Block &block) {
-        return points ? points->concerns(block) : internal::hasReferencePoints(block) || edged.has(block);
-    };
+    internal::KeptPoints points(mContext, model);
     const RefChain refChain = mInstances.at(&model).front();
     mCurrent = &context;
     while (Block *block = mChosen.dequeue(model)) {
-        const bool moves = hasPoints(*block);
-        if (moves && !points) {
-            withPoints = internal::instancesOf(model, internal::unrolledTree(mContext));
-            points.emplace(mContext, model, withPoints);
-        }
-        if (moves) {
-            points->begin(*block);
-        }
-        decompose(*block, refChain, movesMetadata);
-        if (moves) {
-            points->end();
-        }
+        points.around(*block, [&] { decompose(*block, refChain, movesMetadata); });
         mHasRewritten = true;
     }
     mCurrent = nullptr;

@@ -102,7 +102,7 @@ bool beginsDomain(const ValueRef &edge) { return asTuple(edge.get_ptr())->at(0) 
 
 DomainEdgeList::DomainEdgeList(Model &model) : mModel(model) {
     for (const ValueRef &edge : elementsOf(model.findParam(A_SYNTH_SCHEDULE_DOMAINS))) {
-        mEntries.push_back({edge, mEntries.size()});
+        mEntries.push_back({edge, mEntries.size(), false});
         if (isDomainEdge(edge)) {
             enter(placeOfDomainEdge(edge), mEntries.size() - 1);
         }
@@ -120,7 +120,7 @@ void DomainEdgeList::write() {
                      [](const Entry &a, const Entry &b) { return a.origin < b.origin; });
     std::vector<ValueRef> edges;
     for (const Entry &entry : mEntries) {
-        if (entry.edge) {
+        if (entry.edge && (!entry.isPut || placeOfDomainEdge(entry.edge).stands(mModel))) {
             edges.push_back(entry.edge);
         }
     }
@@ -152,7 +152,7 @@ bool DomainEdgeList::put(const ValueRef &edge, bool begins, const DomainEdgePlac
     const auto from = mAt.find(placeOfDomainEdge(edge));
     const std::size_t origin = from == mAt.end() ? mEntries.size() : mEntries[from->second.front()].origin;
     const PureValueRef kind(begins ? A_SCHEDULE_DOMAIN_BEGIN : A_SCHEDULE_DOMAIN_END);
-    mEntries.push_back({domainEdge(kind, asTuple(edge.get_ptr())->at(1), to, mModel.getContext()), origin});
+    mEntries.push_back({domainEdge(kind, asTuple(edge.get_ptr())->at(1), to, mModel.getContext()), origin, true});
     enter(to, mEntries.size() - 1);
     mIsChanged = true;
     return true;

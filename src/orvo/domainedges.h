@@ -78,6 +78,8 @@ class DomainEdgeList {
         ValueRef edge;
         /// The number of the one that it comes from.
         std::size_t origin;
+        /// Whether it was put here, and goes with its end.
+        bool isPut = false;
     };
     void enter(const DomainEdgePlace &place, std::size_t entry);
     void write();

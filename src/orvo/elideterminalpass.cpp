@@ -59,7 +59,7 @@ class Elision {
                         [](const Block *block) { return internal::hasReferencePoints(*block); })) {
             ModelTreePass tree;
             mInstances = internal::instancesOf(mModel, tree);
-            mPoints.emplace(context, mModel, mInstances);
+            mPoints.emplace(context, mModel, mInstances, false);
         }
     }
 

@@ -5,7 +5,9 @@
 
 namespace orvo::internal {
 
-bool KeptPoints::isNeededFor(const Block &block) const { return hasReferencePoints(block) || mEdged.has(block); }
+bool KeptPoints::isNeededFor(const Block &block) const {
+    return mPoints ? mPoints->concerns(block) : hasReferencePoints(block) || mEdged.has(block);
+}
 
 void KeptPoints::begin(Block &block) {
     if (!mPoints) {

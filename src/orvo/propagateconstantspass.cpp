@@ -1,8 +1,7 @@
 // All blocks are looked at before the first one changes: what is known of their operands stays true meanwhile.
 #include "orvo/propagateconstantspass.h"
 
-#include "orvo/domainedges.h"
-#include "orvo/rewrittenpoints.h"
+#include "orvo/keptpoints.h"
 #include "orvo/unrollpasses.h"
 
 #include <orvo/block.h>
@@ -107,25 +106,14 @@ void PropagateConstantsPass::Run::apply(Model &model) {
     if (mChosen.of(model).empty()) {
         return;
     }
-    const internal::DomainEdgeBlocks edged(model);
-    std::vector<RefChain> withPoints;
-    std::optional<internal::RewrittenPoints> points;
+    internal::KeptPoints points(mContext, model);
     const RefChain &refChain = mFirst.at(&model);
     const CachedTypeQuery query(mCache);
     while (Block *block = mChosen.dequeue(model)) {
-        const bool moves = internal::hasReferencePoints(*block) || edged.has(*block);
-        if (moves && !points) {
-            withPoints = internal::instancesOf(model, internal::unrolledTree(mContext));
-            points.emplace(mContext, model, withPoints);
-        }
-        if (moves) {
-            points->begin(*block);
-        }
         const Known &known = mKnown.at(block);
-        handlerOf(*block)->propagate(*block, query, refChain, known.high.data(), known.low.data());
-        if (moves) {
-            points->end();
-        }
+        points.around(*block, [&] {
+            handlerOf(*block)->propagate(*block, query, refChain, known.high.data(), known.low.data());
+        });
     }
 }
 

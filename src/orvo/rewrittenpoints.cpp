@@ -21,8 +21,9 @@ const std::string &RewrittenPoints::Notifier::getSuffix() const {
     return none;
 }
 
-RewrittenPoints::RewrittenPoints(const PassContext &context, Model &model, const std::vector<RefChain> &instances)
-    : mModel(model), mUpdater(context, model, instances.front()), mEdges(model) {
+RewrittenPoints::RewrittenPoints(const PassContext &context, Model &model, const std::vector<RefChain> &instances,
+                                 bool movesDomainEdges)
+    : mModel(model), mUpdater(context, model, instances.front()), mEdges(model), mMovesDomainEdges(movesDomainEdges) {
     mUpdater.setInstances(instances);
     mUpdater.leaveDomainEdges();
     mUpdater.setupUnrollerNotifier(&mNotifier);
@@ -264,7 +265,7 @@ void RewrittenPoints::tell() {
             mNotifier.notifyUnrollWire(*mBlock, output.name, wire->getBlock(), wire->getName());
         }
     }
-    if (mEdges.has(*mBlock)) {
+    if (mMovesDomainEdges && mEdges.has(*mBlock)) {
         Domains(*this).move();
     }
 }

@@ -25,8 +25,9 @@ namespace internal {
 /// may have stood before and have others, which the edges must leave alone.
 class RewrittenPoints {
   public:
-    /// The model's instances must outlive this.
-    RewrittenPoints(const PassContext &context, Model &model, const std::vector<RefChain> &instances);
+    /// The model's instances must outlive this. Who sees to the edges of domains itself has them left alone.
+    RewrittenPoints(const PassContext &context, Model &model, const std::vector<RefChain> &instances,
+                    bool movesDomainEdges = true);
     ~RewrittenPoints();
     RewrittenPoints(const RewrittenPoints &) = delete;
     RewrittenPoints &operator=(const RewrittenPoints &) = delete;
@@ -75,6 +76,7 @@ class RewrittenPoints {
     Notifier mNotifier;
     Block *mBlock = nullptr;
     DomainEdgeList mEdges;
+    const bool mMovesDomainEdges;
     std::vector<Input> mInputs;
     std::vector<Output> mOutputs;
     /// All of the outputs.
