@@ -23,7 +23,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -926,85 +925,22 @@ TEST_F(AllChecks, letOddBlocksStand) {
     EXPECT_EQ(validate(), Lines());
 }
 
-// Designs by chance have their types and can be simulated, but nobody kept complex numbers away from blocks that
-// compute part by part, nor chose addresses that fit the memories.
-
-/// All ways from the top down to a model.
-std::vector<RefChain> waysTo(const Model &model) {
-    if (model.getParentBlocks().empty()) {
-        return {RefChain()};
-    }
-    std::vector<RefChain> ways;
-    for (const Block *block : model.getParentBlocks()) {
-        for (RefChain way : waysTo(block->getModel())) {
-            way.push_back(block);
-            ways.push_back(std::move(way));
-        }
-    }
-    return ways;
-}
-
-/// Whether a complex number stands at a port that is listed for real ones.
-bool isComplexAtRealOnly(const Design &design, const std::string &model, const std::string &name,
-                         const std::string &portName) {
-    Context *context = design.getContext();
-    const auto read = [&](const std::string &text) { return PureValueRef(Value::parse(text, context)); };
-    const Block &block = *design.getModel(read(model))->getBlock(read(name));
-    const Port *port = block.getPort(read(portName));
-    if (port == nullptr) {
-        return false;
-    }
-    const auto isOf = [&](const StaticString &type) { return block.type() == type.get_ptr(); };
-    const bool isListed = std::any_of(std::begin(kRealOnlyBlocks), std::end(kRealOnlyBlocks),
-                                      [&](const StaticString *type) { return isOf(*type); });
-    const bool isShift = isOf(A_BARREL_LEFT_BLOCK) || isOf(A_BARREL_RIGHT_BLOCK);
-    if (!isListed && !(isShift && port->getName() == A_BARREL_PORT_SHIFT) &&
-        !(isOf(A_CORDIC_BLOCK) && port->getName() == A_CORDIC_PORT_MODE)) {
-        return false;
-    }
-    GlobalTypePass types;
-    const std::vector<RefChain> ways = waysTo(block.getModel());
-    return std::any_of(ways.begin(), ways.end(), [&](const RefChain &way) {
-        return NumTypeSpec(types.getType(*port->peekWire(), way), context).isComplex();
-    });
-}
-
-/// Whether a message on a design that is well made says what nothing in its making ruled out.
-bool isExplained(const Design &design, const std::string &line) {
-    if (line.rfind("warning DUALMEM_ADDRESS_", 0) == 0 ||
-        line.rfind("warning LUT_INIT_EXCEEDS_ADDRESS_SPACE ", 0) == 0) {
-        return true;
-    }
-    static const std::regex complex("error REAL_ONLY_PORT_IS_COMPLEX block=/([^/ ]+)/([^/ ]+) port=(.+)");
-    std::smatch match;
-    return std::regex_match(line, match, complex) &&
-           isComplexAtRealOnly(design, match[1].str(), match[2].str(), match[3].str());
-}
-
 TEST(ValidateModelByChance, findsNothingWrongInDesignsThatAreWellMade) {
-    constexpr std::uint64_t kDesigns = 900;
+    constexpr std::uint64_t kDesigns = 500;
     ContextMgr mgr;
-    gen::DesignGenerator generator(mgr.context());
-    int withoutErrors = 0;
+    gen::DesignGenerator generator(mgr.context(), gen::Draws::Schedulable);
     std::size_t blocks = 0;
     for (std::uint64_t seed = 0; seed < kDesigns; ++seed) {
-        // Small ones often hold no complex number where none may be.
         const auto design = generator.make(gen::recipesOf(seed, seed % 2 == 0 ? 40 : 6));
         Ear ear(mgr.context());
         PassScheduler scheduler;
         scheduler.addPass("ValidateModelPass");
         scheduler.apply(*design);
-        bool isClean = true;
-        for (const std::string &line : ear.lines) {
-            EXPECT_TRUE(isExplained(*design, line)) << "seed " << seed << ": " << line;
-            isClean = isClean && line.rfind("error ", 0) != 0;
-        }
-        withoutErrors += isClean ? 1 : 0;
+        EXPECT_EQ(ear.lines, Lines()) << "seed " << seed;
         for (const Model &model : *design) {
             blocks += model.size();
         }
     }
-    EXPECT_GE(withoutErrors, 200);
     EXPECT_GE(blocks, 10000U);
 }
 

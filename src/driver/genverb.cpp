@@ -33,8 +33,8 @@ int generate(const Arguments &arguments, Console &console) {
     ContextMgr guard;
     guard.context()->setListener(&console);
     progress.phase("making the design");
-    const std::unique_ptr<Design> design =
-        gen::DesignGenerator(guard.context()).make(gen::recipesOf(arguments.seed, arguments.size));
+    const std::unique_ptr<Design> design = gen::DesignGenerator(guard.context(), gen::Draws::Schedulable)
+                                               .make(gen::recipesOf(arguments.seed, arguments.size));
     progress.phase("writing");
     writeDesign(*design, arguments.output, console);
     progress.hide();

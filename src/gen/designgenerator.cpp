@@ -9,6 +9,7 @@
 #include <orvo/design.h>
 #include <orvo/logging.h>
 #include <orvo/model.h>
+#include <orvo/pass.h>
 #include <orvo/simulator.h>
 #include <orvo/staticstrings.h>
 #include <orvo/typeinferpass.h>
@@ -523,6 +524,11 @@ class DesignBuilder {
             }
         }
         types.unbindEvents();
+        if (trial.refusal.empty() && mGenerator.mDraws == Draws::Schedulable) {
+            PassScheduler scheduler;
+            scheduler.addPass("ValidateModelPass");
+            scheduler.apply(design);
+        }
         if (trial.refusal.empty()) {
             try {
                 const sim::Simulator simulator(design, model);
@@ -941,7 +947,8 @@ class DesignBuilder {
     bool mHasBus = false;
 };
 
-DesignGenerator::DesignGenerator(Context *context) : mContext(context), mShapes(blockShapes(context)) {
+DesignGenerator::DesignGenerator(Context *context, Draws draws)
+    : mContext(context), mDraws(draws), mShapes(blockShapes(context)) {
     for (const BlockShape &shape : mShapes) {
         bool isOrdinary = shape.reason.empty();
         for (const ToldBlock &told : toldBlocks()) {

@@ -32,9 +32,13 @@ struct Tally {
     std::map<std::string, std::size_t> refused;
 };
 
+/// Which blocks are drawn: all that compute something, or those alone of which the gate in front of the scheduler,
+/// `ValidateModelPass`, has nothing to tell. Passes meet the others, too.
+enum class Draws { Computable, Schedulable };
+
 class DesignGenerator {
   public:
-    explicit DesignGenerator(Context *context);
+    explicit DesignGenerator(Context *context, Draws draws = Draws::Computable);
     ~DesignGenerator();
 
     /// The same recipes give the same design. Its top model is named "top".
@@ -48,6 +52,7 @@ class DesignGenerator {
     friend class DesignBuilder;
 
     Context *mContext;
+    Draws mDraws;
     std::vector<BlockShape> mShapes;
     /// Shapes that blocks are made by, and for each the classes that it takes, once they were asked for.
     std::vector<const BlockShape *> mOrdinary;
