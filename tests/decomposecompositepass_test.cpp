@@ -230,6 +230,31 @@ TEST_F(InstancesTest, keepABlockWhoseTypesDifferAmongThem) {
     EXPECT_EQ(namesIn(below).count("abs"), 1U);
 }
 
+TEST_F(InstancesTest, keepABlockWithTypesOfItsOwnWhoseDriversDifferAmongThem) {
+    for (const char *second : {"u1.0", "u3.0"}) {
+        SCOPED_TRACE(second);
+        const std::string number = std::to_string(model.size());
+        Model &shared = *Model::create(design, "shared" + number);
+        Block &in = *Block::create(shared, "in", A_INPUT_BLOCK);
+        Block &sync = block(shared, "sync", "syncRegisterBlock", {{"syncRegisterClocksSame", "true"}});
+        sync.setParam(A_SYNC_REGISTER_DATA_TYPE, NumTypeSpec::sfixed(4, 0).toValue(mgr.context()));
+        sync.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, *Wire::create(in, value("x")));
+        sync.setParam(A_SYNC_REGISTER_PORT_ICLK_ENABLE, *Wire::create(in, value("e")));
+        Block::create(shared, "out", A_OUTPUT_BLOCK)
+            ->setParam(value("y"), *Wire::create(sync, A_SYNC_REGISTER_WIRE_OCLK_DATA));
+        for (const std::string &type : {std::string("u1.0"), std::string(second)}) {
+            const std::string name = std::to_string(model.size());
+            Block &instance = *Block::create(model, "i" + name, A_MODEL_BLOCK);
+            instance.setParam(A_MODEL_NODE, shared);
+            instance.setParam(value("x"), input(model, "a" + name, "s4.0"));
+            instance.setParam(value("e"), input(model, "e" + name, type));
+            output(model, "o" + name, *Wire::create(instance, value("y")));
+        }
+        run();
+        EXPECT_EQ(namesIn(shared).count("sync"), std::string(second) == "u1.0" ? 0U : 1U);
+    }
+}
+
 TEST_F(DecomposeCompositeTest, handsMetadataToWhatTakesThePlace) {
     Block &abs = unary(model, "abs", "absBlock", input(model, "a", "s6.0"));
     abs.setParam(A_METADATA, value("((comment here))"));

@@ -66,6 +66,15 @@ TEST_F(ModelGeneratorTest, leavesOutWhatNobodyReads) {
     EXPECT_EQ(generator::estimateModel(model, false, false, true).luts, 9);
 }
 
+TEST_F(ModelGeneratorTest, doesNotCountACastWithoutTypes) {
+    Block &in = block(model, "in", "inputBlock");
+    output(model, "o",
+           out(unary(model, "c", "castBlock", *Wire::create(in, value("x")), {{"castMode", "castModeConvert"}})));
+    const generator::DesignEstimate estimate = generator::estimateDesign(design);
+    EXPECT_EQ(estimate.uncounted, 1);
+    EXPECT_EQ(estimate.total, ResourceUsageAndLatencyHelper());
+}
+
 TEST_F(ModelGeneratorTest, leavesTheDesignAndTheListenerAsTheyAre) {
     test::HeardMessages heard(mgr.context());
     // A complex signal on a block for real numbers alone is told by the pass that meets it.

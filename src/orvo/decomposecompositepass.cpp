@@ -95,9 +95,11 @@ bool DecomposeCompositePass::Run::instancesAgree(const Block &block, const std::
         return std::all_of(instances.begin() + 1, instances.end(),
                            [&](const RefChain &instance) { return mTypes.getType(end, instance) == type; });
     };
+    // The type of a port may be told by the block alone, whatever drives it.
+    const auto agreesBefore = [&](const Port &port) { return agree(port) && agree(*port.peekWire()); };
     const BlockPorts ports = block.ports();
     return instances.size() == 1 ||
-           (std::all_of(ports.begin(), ports.end(), agree) && std::all_of(block.begin(), block.end(), agree));
+           (std::all_of(ports.begin(), ports.end(), agreesBefore) && std::all_of(block.begin(), block.end(), agree));
 }
 
 void DecomposeCompositePass::Run::analyze(ModelPassContext &context) {
