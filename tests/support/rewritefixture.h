@@ -89,7 +89,8 @@ inline ::testing::AssertionResult computesTheSame(gen::DesignGenerator &generato
         }
     }
     sim::CompareOptions options;
-    options.cycles = 40;
+    options.cycles = 24;
+    options.streams = 1;
     return sameBehaviour(*before, *design, "top", options);
 }
 
