@@ -134,6 +134,8 @@ class Workshop:
         """Makes the library with this text for the source; an error of the compiler as text, if there is one."""
         source = folder / file
         source.write_text(text)
+        # The library looks for the catalogue where it stands itself.
+        (folder / "include").symlink_to(self.build / "include")
         compilation = list(self.compilations[self.table.sources / file])
         original_object = compilation[compilation.index("-o") + 1]
         mutated_object = str(folder / "mutant.o")
