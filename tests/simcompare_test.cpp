@@ -17,6 +17,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 namespace orvo {
 namespace {
@@ -210,6 +211,46 @@ TEST_F(CompareTest, findsThatEveryPassLeavesTheExamplesAsTheyCompute) {
         SCOPED_TRACE(name);
         test::expectSameBehaviour(*before, *after, top);
     }
+}
+
+TEST_F(CompareTest, countsAControlThatIsNeverKnownAsOneThatMayNeverEnable) {
+    // With such a control a queue of zeros may stay empty for ever, and what an empty one shows is any number. The
+    // delay lets nothing of the first cycles be seen, in which that is likely.
+    const std::string text = R"(<kelmar xmlns="http://orvo.example/ns/2011/kelmar">
+      <design version="1.2"><model name="top">
+      <param name="synthOutputMode">true</param>
+      <block name="in"><param name="blockType">inputBlock</param><wire name="x"/></block>
+      <block name="pin"><param name="blockType">typePinBlock</param><param name="0">[/top/in/x]</param>
+        <param name="typePinType">(typeSFloatIEEE 10 5)</param><wire name="0"/></block>
+      <block name="flag"><param name="blockType">castBlock</param><param name="0">[/top/pin/0]</param>
+        <param name="castMode">castModeReinterp</param>
+        <wire name="castWireClip"/><wire name="primWireOut"/></block>
+      <block name="never"><param name="blockType">constBlock</param><param name="constType">(typeUFixed 1 0)</param>
+        <param name="constValue">0</param><wire name="primWireOut"/></block>
+      <block name="zero"><param name="blockType">constBlock</param><param name="constType">(typeUFixed 3 0)</param>
+        <param name="constValue">0</param><wire name="primWireOut"/></block>
+      <block name="queue"><param name="blockType">sharedFifoBlock</param><param name="fifoDepth">2</param>
+        <param name="portValid">[ENABLE]</param><param name="portReady">[ENABLE]</param>
+        <param name="0">[/top/zero/primWireOut]</param><wire name="0"/></block>
+      <block name="ones"><param name="blockType">constBlock</param><param name="constType">(typeUFixed 3 0)</param>
+        <param name="constValue">7</param><wire name="primWireOut"/></block>
+      <block name="late"><param name="blockType">delayBlock</param><param name="delayLength">30</param>
+        <param name="0">[/top/ones/primWireOut]</param><wire name="primWireOut"/></block>
+      <block name="shown"><param name="blockType">andBlock</param><param name="0">[/top/queue/0]</param>
+        <param name="1">[/top/late/primWireOut]</param><wire name="primWireOut"/></block>
+      <block name="out"><param name="blockType">outputBlock</param><param name="y">[/top/shown/primWireOut]</param></block>
+    </model></design></kelmar>)";
+    const auto with = [&](const std::string &enable) {
+        std::string design = text;
+        for (std::size_t at = design.find("ENABLE"); at != std::string::npos; at = design.find("ENABLE")) {
+            design.replace(at, 6, enable);
+        }
+        std::istringstream in(design);
+        auto read = std::make_unique<Design>(mgr.context());
+        EXPECT_TRUE(XMLServices().fromXML(in, *read, XMLServices::defaultErrorFunc));
+        return read;
+    };
+    test::expectSameBehaviour(*with("/top/flag/castWireClip"), *with("/top/never/primWireOut"));
 }
 
 TEST_F(CompareTest, runsTheSameStimulusForTheSameSeed) {

@@ -84,15 +84,20 @@ struct Simulator::Impl {
     std::vector<Scalar> probes;
     std::vector<std::string> idleInputs;
     /// The words of each run. In the first, unknown bits are zero, in the second one; of the others, each two have
-    /// opposite bits by chance. A single run does not track them. Only the first has all words, the others those of the
-    /// cone.
+    /// opposite bits by chance: drawn anew in each cycle, or, as often, once. A control that is never known may enable
+    /// nothing at all, and what follows from that would go unseen if it changed all the time. A single run does not
+    /// track unknown bits. Only the first has all words, the others those of the cone.
     std::vector<std::vector<std::uint64_t>> worlds;
     UnknownCone cone;
     std::uint64_t seed = 1;
     util::SplitMix random{1};
+    /// For each unknown value of the program, a bit for each two runs that keep it.
+    std::vector<std::uint64_t> kept;
+    bool isBegun = false;
 
     bool isReached(const Operand &operand) const { return worlds.size() > 1 && cone.reached[operand.at]; }
-    void fill(const Operand &operand, bool isState);
+    void fill(const Operand &operand, bool isState, std::uint64_t keptPairs = 0);
+    void fillUnknowns();
     std::vector<std::uint64_t> bits(const Operand &operand, std::size_t run = 0) const;
     std::vector<std::uint64_t> unknownBits(const Operand &operand) const;
 };
@@ -120,7 +125,7 @@ void fillUp(std::uint64_t *words, const Operand &operand) {
 
 } // namespace
 
-void Simulator::Impl::fill(const Operand &operand, bool isState) {
+void Simulator::Impl::fill(const Operand &operand, bool isState, std::uint64_t keptPairs) {
     const std::uint32_t first = isState ? static_cast<std::uint32_t>(operand.shift) : 0;
     const std::uint32_t end = first + operand.width;
     for (std::uint32_t word = 0; word < wordsFor(end); ++word) {
@@ -129,6 +134,9 @@ void Simulator::Impl::fill(const Operand &operand, bool isState) {
         const std::uint64_t high =
             isState && end < 64 * (word + 1) ? (std::uint64_t{1} << (end % 64)) - 1 : ~std::uint64_t{0};
         for (std::size_t pair = 0; pair * 2 < worlds.size(); ++pair) {
+            if ((keptPairs >> pair & 1U) != 0) {
+                continue;
+            }
             const std::uint64_t bits = pair == 0 ? 0 : random.next();
             for (std::size_t one = 0; one < 2; ++one) {
                 std::uint64_t &to = worlds[2 * pair + one][operand.at + word];
@@ -141,6 +149,13 @@ void Simulator::Impl::fill(const Operand &operand, bool isState) {
             fillUp(words.data() + operand.at, operand);
         }
     }
+}
+
+void Simulator::Impl::fillUnknowns() {
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        fill(program.unknowns[i], false, isBegun ? kept[i] : 0);
+    }
+    isBegun = true;
 }
 
 std::vector<std::uint64_t> Simulator::Impl::bits(const Operand &operand, std::size_t run) const {
@@ -226,9 +241,7 @@ void Simulator::setInput(std::size_t input, std::int64_t value) {
 
 void Simulator::step() {
     if (tracksUnknown()) {
-        for (const Operand &operand : mImpl->program.unknowns) {
-            mImpl->fill(operand, false);
-        }
+        mImpl->fillUnknowns();
     }
     const auto run = [](std::uint64_t *words, const std::vector<Op> &ops) {
         for (const Op &op : ops) {
@@ -264,6 +277,9 @@ void Simulator::reset() {
         for (const Operand &operand : mImpl->program.unknownState) {
             mImpl->fill(operand, true);
         }
+        mImpl->kept.resize(mImpl->program.unknowns.size());
+        std::generate(mImpl->kept.begin(), mImpl->kept.end(), [this] { return mImpl->random.next(); });
+        mImpl->isBegun = false;
     }
 }
 
