@@ -12,9 +12,12 @@
 #include <orvo/logging.h>
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
+#include <orvo/typeinferpass.h>
 #include <orvo/wire.h>
 
 #include <gtest/gtest.h>
+
+#include <map>
 
 namespace orvo {
 namespace {
@@ -96,6 +99,124 @@ TEST_F(DeadLogicTest, keepsATypePinThatReadsSomethingOnlyInLatePasses) {
     block("free", A_TYPE_PIN_BLOCK);
     run("AggressiveDeadBlockLatePass");
     EXPECT_EQ(left(), "in");
+}
+
+/// Signals whose types come from behind, from blocks that nobody reads.
+class ReaderTypesTest : public DeadLogicTest {
+  protected:
+    Block *pin(const std::string &name, const std::string &type, Block *driver) {
+        Block *made = block(name, A_TYPE_PIN_BLOCK, {driver});
+        made->setParam(A_TYPE_PIN_TYPE, ValueRef(value(type)));
+        return made;
+    }
+    /// The types of all wires that are read, "?" for none.
+    std::map<std::string, std::string> types() {
+        PassScheduler scheduler;
+        scheduler.requirePass("GlobalTypePass");
+        const PassResults results = scheduler.apply(design);
+        std::map<std::string, std::string> all;
+        for (const Block &one : model) {
+            for (const Wire &wire : one) {
+                const PureValueRef type = results.getPass<GlobalTypePass>()->getType(wire, RefChain());
+                if (wire.port_size() != 0) {
+                    all[one.getName()->toString() + " " + wire.getName()->toString()] = type ? type->toString() : "?";
+                }
+            }
+        }
+        return all;
+    }
+    /// Nothing that is still there has lost its type, and a second run finds nothing to do.
+    void runAndKeep(const std::string &pass) {
+        const auto before = types();
+        run(pass);
+        for (const auto &[wire, type] : types()) {
+            const auto was = before.find(wire);
+            EXPECT_TRUE(was == before.end() || was->second == type) << wire << " is " << type;
+        }
+        const std::string once = left();
+        run(pass);
+        EXPECT_EQ(left(), once);
+    }
+    /// What the ports of a block read.
+    std::string read(const std::string &name) {
+        std::string wires;
+        for (const Port &port : model.getBlock(value(name))->ports()) {
+            wires += (wires.empty() ? "" : " ") + port.getWire()->getBlock().getName()->toString();
+        }
+        return wires;
+    }
+};
+
+TEST_F(ReaderTypesTest, putsAPinInTheLineWhereAHangingOneToldTheType) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    pin("p", "(typeSFixed 8 0)", in);
+    Block *product = block("mu", A_MULT_BLOCK, {in, in});
+    block("out", A_OUTPUT_BLOCK, {product});
+    runAndKeep("DeadBlockPass");
+    EXPECT_EQ(left(), "in mu out (in typePin primWireOut)");
+    EXPECT_EQ(read("mu"), "(in typePin primWireOut) (in typePin primWireOut)");
+}
+
+TEST_F(ReaderTypesTest, keepsTheTypeOfALoopThatAHangingPinTold) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    Block *typed = pin("p", "(typeSFixed 8 0)", in);
+    Block *delay = block("d", A_DELAY_BLOCK);
+    Block *most = block("mx", A_MAX_BLOCK, {delay, typed});
+    delay->setParam(number(0), *most->begin());
+    pin("p2", "(typeSFixed 8 0)", delay);
+    block("out", A_OUTPUT_BLOCK, {most});
+    runAndKeep("AggressiveDeadBlockPass");
+    EXPECT_EQ(types().at("mx primWireOut"), "(typeSFixed 8 0)");
+    EXPECT_EQ(left(), "d in mx out p (d typePin primWireOut)");
+}
+
+TEST_F(ReaderTypesTest, keepsATypeThatCameThroughDelaysRegistersAndTerminals) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    Block *delay = block("d", A_DELAY_BLOCK, {in});
+    Block *held = block("r", A_REGISTER_BLOCK, {delay});
+    pin("p", "(typeSFixed 8 0)", held);
+    Block *sum = block("ad", A_ADD_BLOCK, {in, in});
+    block("out", A_OUTPUT_BLOCK, {sum});
+    for (const char *pass : {"DeadBlockPass", "AggressiveDeadBlockPass"}) {
+        runAndKeep(pass);
+        EXPECT_EQ(left(), "ad in out (in typePin primWireOut)") << pass;
+    }
+    EXPECT_EQ(types().at("in primWireOut"), "(typeSFixed 8 0)");
+}
+
+TEST_F(ReaderTypesTest, keepsTheTypeOfAVectorThatItsElementsTogetherTold) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    Block *unpack = Block::create(model, "u");
+    unpack->setParam(A_BLOCK_TYPE, A_VUNPACK_BLOCK);
+    unpack->setParam(A_VUNPACK_PORT_IN, *in->begin());
+    for (int element = 0; element < 2; ++element) {
+        Block *made = block("p" + std::to_string(element), A_TYPE_PIN_BLOCK);
+        made->setParam(A_TYPE_PIN_TYPE, ValueRef(value("(typeSFixed 8 0)")));
+        made->setParam(number(0), *Wire::create(*unpack, number(element)));
+    }
+    block("out", A_OUTPUT_BLOCK, {model.getBlock(value("p0"))});
+    EXPECT_EQ(types().at("in primWireOut"), "(typeVector 2 (typeSFixed 8 0))");
+    runAndKeep("DeadBlockPass");
+    EXPECT_EQ(types().at("in primWireOut"), "(typeVector 2 (typeSFixed 8 0))");
+    EXPECT_EQ(left(), "in out p0 u (in typePin primWireOut)");
+}
+
+TEST_F(ReaderTypesTest, addsNoPinWhereTheTypeIsKnownFromAhead) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    Block *typed = pin("p", "(typeSFixed 8 0)", in);
+    Block *sum = block("ad", A_ADD_BLOCK, {typed, typed});
+    pin("p2", "(typeSFixed 9 0)", sum);
+    block("out", A_OUTPUT_BLOCK, {sum});
+    runAndKeep("DeadBlockPass");
+    EXPECT_EQ(left(), "ad in out p");
+}
+
+TEST_F(ReaderTypesTest, addsNoPinToASignalThatNobodyReadsAnyMore) {
+    Block *in = block("in", A_INPUT_BLOCK);
+    pin("p", "(typeSFixed 8 0)", in);
+    block("out", A_OUTPUT_BLOCK, {block("c", A_COUNTER_BLOCK)});
+    runAndKeep("DeadBlockPass");
+    EXPECT_EQ(left(), "c in out");
 }
 
 TEST_F(DeadLogicTest, deletesAChainOfManyBlocksWithoutNesting) {

@@ -131,6 +131,7 @@ const std::map<std::string, int> &floors() {
         {"domainedgetree", 5},
         {"blockbuilder", 5},
         {"decomposecompositepass", 5},
+        {"readertypes", 5},
         {"rewrittenpoints", 5},
         {"keptpoints", 5},
         {"checkconstantspass", 5},

@@ -71,6 +71,7 @@ const std::map<std::string, std::string> &coveredBy() {
         {"profilingwriter", "profiling"},
         {"propagatehandlers", "propagateconstantspass"},
         {"replacedpoints", "compoundportcorrespondence"},
+        {"readertypes", "deadblockpass"},
         {"rewrittenpoints", "decomposecompositepass"},
         {"root", "utilsmall"},
         {"scalarproductcomplexunroller", "complexunrollers"},

@@ -3,27 +3,40 @@
 
 #include "orvo/deadblockhandlers.h"
 #include "orvo/domainedgetree.h"
+#include "orvo/readertypes.h"
 
 #include <orvo/block.h>
+#include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/wire.h>
-#include <orvo/workqueue.h>
 
 #include <deque>
+#include <numeric>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace orvo {
 
 ORVO_DEFINE_PASS(DeadBlockPass, "Deletes each block whose wires nobody reads, then those that only it read, up the "
-                                "chain. Blocks that a host, a pin or another model needs stay.")
+                                "chain. Blocks that a host, a pin or another model needs stay. Where what stays had "
+                                "its type from a block that goes, a type pin keeps it.")
 ORVO_DEFINE_PASS(DeadBlockLatePass, "As DeadBlockPass, near the end of a pipeline: terminals, boundaries and the like "
                                     "may go, too, and type pins that still read something stay.")
 ORVO_DEFINE_PASS(AggressiveDeadBlockPass, "Keeps what blocks that must live depend on and deletes all else, loops that "
                                           "feed nothing included.")
 ORVO_DEFINE_PASS(AggressiveDeadBlockLatePass,
                  "As AggressiveDeadBlockPass, with the late pass's view of what must live.")
+
+namespace {
+
+std::size_t readersOf(const Block &block) {
+    return std::accumulate(block.begin(), block.end(), std::size_t{0},
+                           [](std::size_t sum, const Wire &wire) { return sum + wire.port_size(); });
+}
+
+} // namespace
 
 /// Asks the handlers of blocks, looking each class up once. What lives is never deleted and what does not never comes
 /// to life, so that an answer holds for the whole run.
@@ -48,12 +61,36 @@ DeadBlockPass::DeadBlockPass() = default;
 
 DeadBlockPass::~DeadBlockPass() = default;
 
+void DeadBlockPass::declare(PassDeclarations &declarations) { internal::ReaderTypes::declare(declarations); }
+
 void DeadBlockPass::before(PassContext &context) {
     ModelPass::before(context);
     mImmortality = std::make_unique<Immortality>(isLate());
+    mTypes = std::make_unique<internal::ReaderTypes>(context);
+    for (Model &model : context.getDesign()) {
+        if (std::vector<Block *> dead = deadBlocks(model); !dead.empty()) {
+            mTypes->note(model, dead);
+            mDead.emplace(&model, std::move(dead));
+        }
+    }
+}
+
+void DeadBlockPass::apply(ModelPassContext &context) {
+    const auto dead = mDead.find(&context.getModel());
+    if (dead == mDead.end()) {
+        return;
+    }
+    internal::DomainEdgeList edges(context.getModel());
+    for (Block *block : dead->second) {
+        internal::leaveDomainsToDrivers(edges, *block);
+        delete block;
+    }
 }
 
 void DeadBlockPass::after(PassContext &context) {
+    mTypes->restore();
+    mTypes.reset();
+    mDead.clear();
     mImmortality.reset();
     ModelPass::after(context);
 }
@@ -64,37 +101,37 @@ bool DeadBlockLatePass::isLate() const { return true; }
 
 bool AggressiveDeadBlockLatePass::isLate() const { return true; }
 
-void DeadBlockPass::apply(ModelPassContext &context) {
+std::vector<Block *> DeadBlockPass::deadBlocks(Model &model) {
     Immortality &isImmortal = *mImmortality;
-    std::vector<Wire *> read;
-    internal::DomainEdgeList edges(context.getModel());
-    WorkQueue queue(context.getModel());
-    while (queue.next()) {
-        Block &block = *queue.block();
-        if (block.hasReader() || isImmortal(block)) {
-            continue;
+    std::vector<Block *> dead;
+    // Readers that are left to blocks that lost some.
+    std::unordered_map<const Block *, std::size_t> left;
+    for (Block &block : model) {
+        if (!block.hasReader() && !isImmortal(block)) {
+            dead.push_back(&block);
         }
-        // Nobody reads the block, so none of these wires is its own.
-        read.clear();
-        for (const Port &port : block.ports()) {
-            read.push_back(port.getWire());
-        }
-        internal::leaveDomainsToDrivers(edges, block);
-        queue.deleteBlock();
-        // Most drivers have other readers: only those that have lost their last deserve another look.
-        for (const Wire *wire : read) {
-            if (wire->port_size() == 0 && !wire->getBlock().hasReader()) {
-                queue.enqueue(wire->getBlock());
+    }
+    for (std::size_t at = 0; at < dead.size(); ++at) {
+        for (const Port &port : dead[at]->ports()) {
+            Block &driver = port.getWire()->getBlock();
+            const auto [of, isNew] = left.try_emplace(&driver, 0);
+            if (isNew) {
+                of->second = readersOf(driver);
+            }
+            // Most drivers have other readers.
+            if (--of->second == 0 && &driver.getModel() == &model && !isImmortal(driver)) {
+                dead.push_back(&driver);
             }
         }
     }
+    return dead;
 }
 
-void AggressiveDeadBlockPass::apply(ModelPassContext &context) {
+std::vector<Block *> AggressiveDeadBlockPass::deadBlocks(Model &model) {
     Immortality &isImmortal = immortality();
     std::deque<const Block *> pending;
     std::unordered_set<const Block *> live;
-    for (const Block &block : context.getModel()) {
+    for (const Block &block : model) {
         if (isImmortal(block)) {
             pending.push_back(&block);
             live.insert(&block);
@@ -110,14 +147,13 @@ void AggressiveDeadBlockPass::apply(ModelPassContext &context) {
             }
         }
     }
-    internal::DomainEdgeList edges(context.getModel());
-    WorkQueue queue(context.getModel());
-    while (queue.next()) {
-        if (live.count(queue.block()) == 0) {
-            internal::leaveDomainsToDrivers(edges, *queue.block());
-            queue.deleteBlock();
+    std::vector<Block *> dead;
+    for (Block &block : model) {
+        if (live.count(&block) == 0) {
+            dead.push_back(&block);
         }
     }
+    return dead;
 }
 
 } // namespace orvo

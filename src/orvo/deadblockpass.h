@@ -4,11 +4,17 @@
 #include <orvo/pass.h>
 
 #include <memory>
+#include <unordered_map>
+#include <vector>
 
 namespace orvo {
 
+namespace internal {
+class ReaderTypes;
+}
+
 /// Deletes each block whose wires nobody reads, then those that only it read, up the chain. Blocks that a host, a pin
-/// or another model needs stay.
+/// or another model needs stay. Where what stays had its type from a block that goes, a type pin in the line keeps it.
 ///     a -> b -> c,  a -> out        c is read by nobody
 ///     a -> out                      b and c are gone
 class DeadBlockPass : public ModelPass {
@@ -16,6 +22,7 @@ class DeadBlockPass : public ModelPass {
     DeadBlockPass();
     ~DeadBlockPass() override;
     using ModelPass::apply;
+    void declare(PassDeclarations &declarations) override;
     void before(PassContext &context) override;
     void apply(ModelPassContext &context) override;
     void after(PassContext &context) override;
@@ -25,9 +32,13 @@ class DeadBlockPass : public ModelPass {
     Immortality &immortality() { return *mImmortality; }
     /// Whether blocks that only an early pass must keep may go.
     virtual bool isLate() const;
+    /// The blocks that go, each behind those that read it where that can be.
+    virtual std::vector<Block *> deadBlocks(Model &model);
 
   private:
     std::unique_ptr<Immortality> mImmortality;
+    std::unordered_map<const Model *, std::vector<Block *>> mDead;
+    std::unique_ptr<internal::ReaderTypes> mTypes;
 };
 
 /// As DeadBlockPass, near the end of a pipeline: terminals, boundaries and the like may go, too, and type pins that
@@ -44,8 +55,9 @@ class DeadBlockLatePass final : public DeadBlockPass {
 ///     a -> out                      the loop is gone
 class AggressiveDeadBlockPass : public DeadBlockPass {
     ORVO_PASS(AggressiveDeadBlockPass)
-    using ModelPass::apply;
-    void apply(ModelPassContext &context) override;
+
+  protected:
+    std::vector<Block *> deadBlocks(Model &model) override;
 };
 
 /// As AggressiveDeadBlockPass, with the late pass's view of what must live.
