@@ -231,6 +231,44 @@ TEST_F(ConstCastTest, movesLatencyConstraints) {
     EXPECT_EQ(model.size(), 3U);
 }
 
+TEST_F(ConstCastTest, hasLatencyConstraintsOfAConstantHoldForAllThatItBecomes) {
+    for (const bool stays : {false, true}) {
+        SCOPED_TRACE(stays);
+        while (model.begin() != model.end()) {
+            delete &*model.begin();
+        }
+        Wire &c = constant("c", "s8.0", "100");
+        c.getBlock().setParam(A_SCHEDULE_CONSTRAINT_WIRES, Value::parse("((primWireOut true () (4)))", mgr.context()));
+        Block &first = cast("first", c, "s7.0");
+        Block &second = cast("second", c, "s4.0");
+        output(model, "o1", out(cast("deeper", out(first), "s5.0")));
+        output(model, "o2", out(second));
+        output(model, "o3", *Wire::create(second, A_CAST_WIRE_CLIP));
+        if (stays) {
+            output(model, "o4", c);
+        }
+        rewrite();
+        for (const char *name : {"((c first) deeper)", "(c second)", "(c second clip)"}) {
+            EXPECT_EQ(text(name, A_SCHEDULE_CONSTRAINT_WIRES), "((primWireOut true () (4)))") << name;
+        }
+        EXPECT_EQ(find("c") != nullptr, stays);
+        if (stays) {
+            EXPECT_EQ(text("c", A_SCHEDULE_CONSTRAINT_WIRES), "((primWireOut true () (4)))");
+        }
+    }
+}
+
+TEST_F(ConstCastTest, foldsLongChains) {
+    constexpr int kCasts = 3000;
+    Wire *last = &constant("c", "s8.0", "5");
+    for (int i = 0; i < kCasts; ++i) {
+        last = &out(cast("k" + std::to_string(i), *last, "s8.0"));
+    }
+    output(model, "o", *last);
+    rewrite();
+    EXPECT_EQ(model.size(), 2U);
+}
+
 TEST_F(ConstCastTest, movesEdgesOfDomains) {
     output(model, "o", out(cast("cast", constant("c", "s8.0", "100"), "s4.0")));
     const auto edge = [&](const std::string &block) {

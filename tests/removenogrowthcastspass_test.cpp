@@ -167,6 +167,21 @@ TEST_F(RemoveNoGrowthCastsTest, takesACastBehindACast) {
     EXPECT_EQ(drawn(), (Lines{"a addBlock true"}));
 }
 
+TEST_F(RemoveNoGrowthCastsTest, takesARunOfCastsUpToOneThatDoesMore) {
+    constexpr int kCasts = 1000;
+    for (const auto &[name, type] : {std::pair<std::string, const char *>{"a", "s7.0"}, {"b", "s9.0"}}) {
+        Wire *last = &out(sum(name, "addBlock", "s8.0", "s8.0"));
+        for (int i = 0; i < kCasts; ++i) {
+            last = &out(cast(name + "run" + std::to_string(i), *last, "s8.0"));
+        }
+        output(model, name + "o", out(cast(name + "back", out(cast(name + "other", *last, type)), "s8.0")));
+    }
+    run();
+    EXPECT_EQ(drawn(),
+              (Lines{"a addBlock true", "aback castBlock (typeSFixed 8 0)", "aother castBlock (typeSFixed 7 0)",
+                     "b addBlock true", "bback castBlock (typeSFixed 8 0)", "bother castBlock (typeSFixed 9 0)"}));
+}
+
 TEST_F(RemoveNoGrowthCastsTest, takesTheCastOfASumThatDoesNotGrowAlready) {
     summed("a", "s8.0", "s8.0");
     model.getBlock(value("a"))->setParam(A_ADD_NO_GROWTH, A_TRUE);

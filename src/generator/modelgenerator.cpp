@@ -1,6 +1,7 @@
 // Copies a design, lowers the copy and estimates it.
 #include "generator/modelgenerator.h"
 
+#include "orvo/silence.h"
 #include "orvo/unrollpasses.h"
 
 #include <orvo/context.h>
@@ -18,22 +19,6 @@
 namespace orvo::generator {
 
 namespace {
-
-/// What there is to say of the design, its own passes say.
-class Silence final : public ContextListener {
-  public:
-    explicit Silence(Context *context) : mContext(context), mListener(context->getListener()) {
-        context->setListener(this);
-    }
-    ~Silence() override { mContext->setListener(mListener); }
-    Silence(const Silence &) = delete;
-    Silence &operator=(const Silence &) = delete;
-    void onMessage(int, const char *, const log::LogParams &) override {}
-
-  private:
-    Context *mContext;
-    ContextListener *mListener;
-};
 
 /// The file form is a plain image of all that a design holds.
 std::unique_ptr<Design> copyOf(const Design &design) {
@@ -112,7 +97,7 @@ void lower(Design &design) {
 
 DesignEstimate estimateDesign(const Design &design) {
     ContextMgr guard(design.getContext());
-    const Silence silence(design.getContext());
+    const internal::Silence silence(design.getContext());
     const std::unique_ptr<Design> copy = copyOf(design);
     lower(*copy);
     return estimateLowered(*copy, topModels(design));

@@ -165,37 +165,51 @@ bool isTypeOf(const NumTypeSpec &type, const ValueRef &value) {
 
 } // namespace
 
+/// What a wire always carries: a constant's, or a cast's of one.
+struct ConstCastPass::Known {
+    const Wire *wire;
+    NumTypeSpec type;
+    ValueRef value;
+};
+
 /// One cast of a constant, and what takes the place of its wires.
 struct ConstCastPass::WorkItem {
-    struct Output {
-        NumTypeSpec type;
-        ValueRef value;
-    };
-    Block *constant;
     Block *cast;
-    Output main;
-    std::optional<Output> clip;
+    Known main;
+    std::optional<Known> clip;
+};
+
+/// The casts of one constant. Those of the constants that take the place of these casts come behind, in the same order.
+struct ConstCastPass::Casts {
+    /// Null for one that is still to be made.
+    Block *constant;
+    std::vector<WorkItem> items;
 };
 
 /// What one run of the pass knows.
 class ConstCastPass::Run {
   public:
-    explicit Run(PassContext &context) : mContext(context), mTypes(internal::unrolledTypes(context)) {}
+    explicit Run(PassContext &context) : mContext(context), mTypes(internal::unrolledTypes(context)), mHeld(context) {}
 
     void beginAnalysis() { mDistinct.emplace(internal::unrolledTree(mContext), mTypes); }
     void analyze(ModelPassContext &context);
-    void apply(ModelPassContext &context);
+    void apply(Model &model);
+    void settle() { mHeld.settle(); }
 
   private:
     using Instances = std::vector<RefChain>;
     PureValueRef typeOf(const Wire &wire, const Instances &instances) const;
-    std::optional<WorkItem> itemOf(Block &constant, Block &cast, const Instances &instances) const;
-    static Wire &fold(const WorkItem &item, ModelPassContext &context);
+    std::optional<WorkItem> itemOf(const Known &constant, Block &cast, const Instances &instances) const;
+    void follow(Block &constant, const Known &known, Model &model, Instances &instances);
+    static Wire &make(const PureValueRef &name, const Known &known, const Block &constant);
+    static std::vector<const Wire *> fold(const WorkItem &item, Block &constant);
+    static std::vector<const Wire *> foldAll(const Casts &casts, Block &constant, internal::KeptPoints &points);
 
     PassContext &mContext;
     GlobalTypePass &mTypes;
+    internal::HeldDomains mHeld;
     std::optional<internal::DistinctInstances> mDistinct;
-    std::unordered_map<const Model *, std::deque<WorkItem>> mItems;
+    std::unordered_map<const Model *, std::vector<Casts>> mCasts;
 };
 
 /// Null if the instances do not agree, for one constant serves them all.
@@ -206,33 +220,63 @@ PureValueRef ConstCastPass::Run::typeOf(const Wire &wire, const Instances &insta
     return agree ? type : PureValueRef();
 }
 
-std::optional<ConstCastPass::WorkItem> ConstCastPass::Run::itemOf(Block &constant, Block &cast,
+std::optional<ConstCastPass::WorkItem> ConstCastPass::Run::itemOf(const Known &constant, Block &cast,
                                                                   const Instances &instances) const {
-    const NumTypeSpec from = constantType(typeOf(*constant.getWire(A_PRIM_WIRE_OUT), instances));
-    const NumTypeSpec to = constantType(typeOf(*cast.getWire(A_PRIM_WIRE_OUT), instances));
+    const Wire &out = *cast.getWire(A_PRIM_WIRE_OUT);
+    const NumTypeSpec &from = constant.type;
+    const NumTypeSpec to = constantType(typeOf(out, instances));
     const Fold fold(cast, from, to);
-    if (!from.valid() || !to.valid() || !fold.isDefined()) {
+    if (!to.valid() || !fold.isDefined()) {
         return std::nullopt;
     }
-    Context *context = constant.getContext();
-    const ValueRef value = constant.getParam(A_CONST_VALUE);
+    Context *context = cast.getContext();
     const auto stepsOf = [&](const NumberValue &number) {
         return saturated(internal::stepsOf(number, from.fracBits()), from);
     };
-    WorkItem item{&constant, &cast, {to, {}}, std::nullopt};
-    item.main.value = folded(value, [&](const NumberValue &number) {
+    WorkItem item{&cast, {&out, to, {}}, std::nullopt};
+    item.main.value = folded(constant.value, [&](const NumberValue &number) {
         return internal::numberOfSteps(fold.value(stepsOf(number)), to.fracBits(), context);
     });
     bool isSound = isTypeOf(to, item.main.value);
     const Wire *clip = cast.getWire(A_CAST_WIRE_CLIP);
     if (clip != nullptr && clip->port_size() != 0) {
         item.clip =
-            WorkItem::Output{constantType(typeOf(*clip, instances)), folded(value, [&](const NumberValue &number) {
-                                 return NumberValue::get(fold.clips(stepsOf(number)) ? 1 : 0, context);
-                             })};
+            Known{clip, constantType(typeOf(*clip, instances)), folded(constant.value, [&](const NumberValue &number) {
+                      return NumberValue::get(fold.clips(stepsOf(number)) ? 1 : 0, context);
+                  })};
         isSound = isSound && item.clip->type.valid() && isTypeOf(item.clip->type, item.clip->value);
     }
     return isSound ? std::optional(std::move(item)) : std::nullopt;
+}
+
+/// The casts of a constant, those of what they come to, and so on: what a cast gives keeps its type when a constant
+/// comes in the cast's place.
+void ConstCastPass::Run::follow(Block &constant, const Known &known, Model &model, Instances &instances) {
+    std::vector<Casts> &all = mCasts[&model];
+    const std::size_t first = all.size();
+    std::vector<Known> sources{known};
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+        const Known source = sources[i];
+        Casts casts{i == 0 ? &constant : nullptr, {}};
+        for (Port &reader : source.wire->ports()) {
+            if (!isPlainCast(reader, model)) {
+                continue;
+            }
+            std::optional<WorkItem> item = itemOf(source, reader.getBlock(), instances);
+            if (item) {
+                mHeld.hold(*item->cast);
+                sources.push_back(item->main);
+                if (item->clip) {
+                    sources.push_back(*item->clip);
+                }
+                casts.items.push_back(std::move(*item));
+            }
+        }
+        all.push_back(std::move(casts));
+    }
+    if (sources.size() == 1) {
+        all.resize(first);
+    }
 }
 
 void ConstCastPass::Run::analyze(ModelPassContext &context) {
@@ -241,72 +285,98 @@ void ConstCastPass::Run::analyze(ModelPassContext &context) {
     while (context.moreApplicable()) {
         Block &constant = *context.dequeueApplicable();
         const Wire *wire = constant.getWire(A_PRIM_WIRE_OUT);
-        if (wire == nullptr || wire->port_size() == 0 || !isFoldable(constant.getParam(A_CONST_VALUE))) {
+        const ValueRef value = constant.getParam(A_CONST_VALUE);
+        if (wire == nullptr || !isFoldable(value) ||
+            std::none_of(wire->port_begin(), wire->port_end(),
+                         [&](const Port &reader) { return isPlainCast(reader, model); })) {
             continue;
         }
-        for (Port &reader : wire->ports()) {
-            if (!isPlainCast(reader, model)) {
-                continue;
-            }
-            if (instances.empty()) {
-                instances = mDistinct->of(model);
-            }
-            if (std::optional<WorkItem> item = itemOf(constant, reader.getBlock(), instances)) {
-                mItems[&model].push_back(std::move(*item));
-            }
+        if (instances.empty()) {
+            instances = mDistinct->of(model);
+        }
+        const NumTypeSpec type = constantType(typeOf(*wire, instances));
+        if (type.valid()) {
+            follow(constant, {wire, type, value}, model, instances);
         }
     }
 }
 
-/// Gives the wire of the constant that took the place of the cast.
-Wire &ConstCastPass::Run::fold(const WorkItem &item, ModelPassContext &context) {
-    Model &model = context.getModel();
-    const auto make = [&](const PureValueRef &name, const WorkItem::Output &output) -> Wire & {
-        Block &made = *Block::create(model, name);
-        made.setParam(A_BLOCK_TYPE, A_CONST_BLOCK);
-        made.setParam(A_CONST_TYPE, ValueRef(output.type.toValue(model.getContext())));
-        made.setParam(A_CONST_VALUE, output.value);
-        return *Wire::create(made, A_PRIM_WIRE_OUT);
-    };
-    Context *values = model.getContext();
-    const PureValueRef of = item.constant->getName();
+Wire &ConstCastPass::Run::make(const PureValueRef &name, const Known &known, const Block &constant) {
+    Block &made = *Block::create(constant.getModel(), name);
+    made.setParam(A_BLOCK_TYPE, A_CONST_BLOCK);
+    made.setParam(A_CONST_TYPE, ValueRef(known.type.toValue(constant.getContext())));
+    made.setParam(A_CONST_VALUE, known.value);
+    return *Wire::create(made, A_PRIM_WIRE_OUT);
+}
+
+/// Gives what takes the place of the cast's wires.
+std::vector<const Wire *> ConstCastPass::Run::fold(const WorkItem &item, Block &constant) {
+    Context *values = constant.getContext();
+    const PureValueRef of = constant.getName();
     const PureValueRef by = item.cast->getName();
-    Wire &main = make(PureTupleValue::get(of, by, values), item.main);
-    if (const ValueRef warns = item.constant->getParam(A_CONST_WARN_SATURATION)) {
+    Wire &main = make(PureTupleValue::get(of, by, values), item.main, constant);
+    if (const ValueRef warns = constant.getParam(A_CONST_WARN_SATURATION)) {
         main.getBlock().setParam(A_CONST_WARN_SATURATION, warns);
     }
     item.cast->getWire(A_PRIM_WIRE_OUT)->replace(main);
-    context.enqueueApplicable(&main.getBlock());
+    std::vector<const Wire *> made{&main};
     if (item.clip) {
-        Wire &clip = make(PureTupleValue::get(of, by, StringValue::get("clip", values), values), *item.clip);
+        Wire &clip = make(PureTupleValue::get(of, by, StringValue::get("clip", values), values), *item.clip, constant);
         item.cast->getWire(A_CAST_WIRE_CLIP)->replace(clip);
-        context.enqueueApplicable(&clip.getBlock());
+        made.push_back(&clip);
     }
     delete item.cast;
-    return main;
+    return made;
 }
 
-void ConstCastPass::Run::apply(ModelPassContext &context) {
-    const auto found = mItems.find(&context.getModel());
-    if (found == mItems.end()) {
+/// Gives what takes the place of the casts' wires.
+std::vector<const Wire *> ConstCastPass::Run::foldAll(const Casts &casts, Block &constant,
+                                                      internal::KeptPoints &points) {
+    Wire &wire = *constant.getWire(A_PRIM_WIRE_OUT);
+    std::vector<const Wire *> all;
+    Block *last = nullptr;
+    for (const WorkItem &item : casts.items) {
+        const bool isInDomain = !points.hasEdge(*item.cast->port_begin());
+        std::vector<const Wire *> made;
+        points.around(*item.cast, [&] { made = fold(item, constant); });
+        for (const Wire *one : made) {
+            if (isInDomain) {
+                points.copyBegin(wire, *one);
+            }
+        }
+        last = &made.front()->getBlock();
+        all.insert(all.end(), made.begin(), made.end());
+    }
+    const bool stays = constant.hasReader();
+    points.spread(wire, all, stays);
+    if (!stays) {
+        // What else is told of the constant goes to the last that took its place.
+        wire.replace(*last->getWire(A_PRIM_WIRE_OUT));
+        delete &constant;
+    }
+    return all;
+}
+
+void ConstCastPass::Run::apply(Model &model) {
+    const auto found = mCasts.find(&model);
+    if (found == mCasts.end()) {
         return;
     }
-    internal::KeptPoints points(mContext, context.getModel());
-    std::deque<WorkItem> &items = found->second;
-    for (; !items.empty(); items.pop_front()) {
-        const WorkItem &item = items.front();
-        Block &constant = *item.constant;
-        Wire *made = nullptr;
-        points.around(*item.cast, [&] { made = &fold(item, context); });
-        if (!constant.hasReader()) {
-            // What stands at the constant's wire goes to the last that took its place.
-            points.around(constant, [&] {
-                constant.getWire(A_PRIM_WIRE_OUT)->replace(*made);
-                delete &constant;
-            });
+    internal::KeptPoints points(mContext, model, &mHeld);
+    std::deque<Block *> made;
+    for (const Casts &casts : found->second) {
+        Block *constant = casts.constant;
+        if (constant == nullptr) {
+            constant = made.front();
+            made.pop_front();
+        }
+        if (!casts.items.empty()) {
+            for (const Wire *wire : foldAll(casts, *constant, points)) {
+                made.push_back(&wire->getBlock());
+            }
         }
     }
-    mItems.erase(found);
+    mCasts.erase(found);
 }
 
 ConstCastPass::ConstCastPass() = default;
@@ -317,7 +387,10 @@ void ConstCastPass::declare(PassDeclarations &declarations) { internal::declareF
 
 void ConstCastPass::before(PassContext &context) { mRun = std::make_unique<Run>(context); }
 
-void ConstCastPass::after(PassContext &) { mRun.reset(); }
+void ConstCastPass::after(PassContext &) {
+    mRun->settle();
+    mRun.reset();
+}
 
 void ConstCastPass::setup(ModelPassContext &context) {
     for (Block &block : context.getModel()) {
@@ -329,7 +402,7 @@ void ConstCastPass::setup(ModelPassContext &context) {
 
 void ConstCastPass::analyze(ModelPassContext &context) { mRun->analyze(context); }
 
-void ConstCastPass::apply(ModelPassContext &context) { mRun->apply(context); }
+void ConstCastPass::apply(ModelPassContext &context) { mRun->apply(context.getModel()); }
 
 unsigned int ConstCastPass::lookupActionFor(PassContext &context, unsigned int iteration) {
     const unsigned int action = TwoPhaseModelPass::lookupActionFor(context, iteration);

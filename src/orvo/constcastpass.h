@@ -24,7 +24,9 @@ class ConstCastPass final : public TwoPhaseModelPass {
     unsigned int lookupActionFor(PassContext &context, unsigned int iteration) override;
 
   private:
+    struct Known;
     struct WorkItem;
+    struct Casts;
     class Run;
     std::unique_ptr<Run> mRun;
 };

@@ -248,11 +248,12 @@ class ConstMultPass::Run {
   public:
     Run(const Pass &pass, PassContext &context)
         : mContext(context), mTypes(internal::unrolledTypes(context)),
-          mDistinct(internal::unrolledTree(context), mTypes),
+          mDistinct(internal::unrolledTree(context), mTypes), mHeld(context),
           mHelper(context.getRunModelGenerationHelperPointer(&pass)) {}
 
     void analyze(Model &model);
     void apply(Model &model, bool movesMetadata);
+    void settle() { mHeld.settle(); }
 
   private:
     ProductTypes typesOf(const Block &block, const RefChain &instance);
@@ -266,6 +267,7 @@ class ConstMultPass::Run {
     PassContext &mContext;
     GlobalTypePass &mTypes;
     internal::DistinctInstances mDistinct;
+    internal::HeldDomains mHeld;
     ModelGenerationHelper mHelper;
     std::unordered_map<const Model *, std::vector<Candidate>> mCandidates;
     std::unordered_map<const Model *, ModelFacts> mFacts;
@@ -304,6 +306,7 @@ void ConstMultPass::Run::analyze(Model &model) {
             candidate.types.push_back(typesOf(block, instance));
         }
         if (std::all_of(candidate.types.begin(), candidate.types.end(), isAccepted)) {
+            mHeld.hold(block);
             mCandidates[&model].push_back(std::move(candidate));
         }
     }
@@ -432,7 +435,7 @@ void ConstMultPass::Run::apply(Model &model, bool movesMetadata) {
         return;
     }
     mMovesMetadata = movesMetadata;
-    mPoints.emplace(mContext, model);
+    mPoints.emplace(mContext, model, &mHeld);
     for (const Candidate &candidate : candidates->second) {
         const Value *architecture = candidate.block->findParam(A_MULT_ARCHITECTURE);
         const bool keepsMultiplier = architecture == A_MULT_ARCH_CONST_DSP.get_ptr();
@@ -474,6 +477,9 @@ void ConstMultPass::analyze(ModelPassContext &context) { mRun->analyze(context.g
 
 void ConstMultPass::apply(ModelPassContext &context) { mRun->apply(context.getModel(), useMetadataTransferListener()); }
 
-void ConstMultPass::after(PassContext &) { mRun.reset(); }
+void ConstMultPass::after(PassContext &) {
+    mRun->settle();
+    mRun.reset();
+}
 
 } // namespace orvo

@@ -99,10 +99,11 @@ class ElideConstShiftsPass::Plans {
   public:
     explicit Plans(PassContext &context)
         : mContext(context), mTypes(internal::unrolledTypes(context)),
-          mDistinct(internal::unrolledTree(context), mTypes) {}
+          mDistinct(internal::unrolledTree(context), mTypes), mHeld(context) {}
 
     void add(Model &model);
     void carryOut(Model &model);
+    void settle() { mHeld.settle(); }
 
   private:
     struct Plan {
@@ -128,6 +129,7 @@ class ElideConstShiftsPass::Plans {
     PassContext &mContext;
     GlobalTypePass &mTypes;
     internal::DistinctInstances mDistinct;
+    internal::HeldDomains mHeld;
     std::unordered_map<const Model *, std::vector<Plan>> mOf;
 };
 
@@ -236,6 +238,7 @@ void ElideConstShiftsPass::Plans::add(Model &model) {
             instances = mDistinct.of(model);
         }
         if (std::optional<Plan> plan = planFor(block, instances)) {
+            mHeld.hold(block);
             mOf[&model].push_back(std::move(*plan));
         }
     }
@@ -267,7 +270,7 @@ void ElideConstShiftsPass::Plans::carryOut(Model &model) {
     if (found == mOf.end()) {
         return;
     }
-    internal::KeptPoints points(mContext, model);
+    internal::KeptPoints points(mContext, model, &mHeld);
     for (const Plan &plan : found->second) {
         const auto replace = isBarrel(*plan.block) ? &Plans::replaceBarrel : &Plans::replaceRawShift;
         points.around(*plan.block, [&] { replace(plan); });
@@ -290,6 +293,9 @@ void ElideConstShiftsPass::before(PassContext &context) {
 
 void ElideConstShiftsPass::apply(ModelPassContext &context) { mPlans->carryOut(context.getModel()); }
 
-void ElideConstShiftsPass::after(PassContext &) { mPlans.reset(); }
+void ElideConstShiftsPass::after(PassContext &) {
+    mPlans->settle();
+    mPlans.reset();
+}
 
 } // namespace orvo

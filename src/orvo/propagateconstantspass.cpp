@@ -30,11 +30,12 @@ class PropagateConstantsPass::Run {
   public:
     explicit Run(PassContext &context)
         : mContext(context), mTypes(internal::unrolledTypes(context)), mCache(mTypes),
-          mDistinct(internal::unrolledTree(context), mTypes), mChosen(context.getDesign()) {}
+          mDistinct(internal::unrolledTree(context), mTypes), mHeld(context), mChosen(context.getDesign()) {}
 
     GlobalTypeCache &cache() { return mCache; }
     void analyze(Model &model);
     void apply(Model &model);
+    void settle() { mHeld.settle(); }
 
   private:
     struct Known {
@@ -54,6 +55,7 @@ class PropagateConstantsPass::Run {
     GlobalTypePass &mTypes;
     GlobalTypeCache mCache;
     internal::DistinctInstances mDistinct;
+    internal::HeldDomains mHeld;
     std::unordered_map<const Model *, RefChain> mFirst;
     ApplicableQueues mChosen;
     std::unordered_map<const Block *, Known> mKnown;
@@ -98,6 +100,7 @@ void PropagateConstantsPass::Run::analyze(Model &model) {
         if (known && instancesAgree(block, *known, instances)) {
             mChosen.enqueue(model, const_cast<Block *>(&block));
             mKnown.emplace(&block, *known);
+            mHeld.hold(block);
         }
     }
 }
@@ -106,7 +109,7 @@ void PropagateConstantsPass::Run::apply(Model &model) {
     if (mChosen.of(model).empty()) {
         return;
     }
-    internal::KeptPoints points(mContext, model);
+    internal::KeptPoints points(mContext, model, &mHeld);
     const RefChain &refChain = mFirst.at(&model);
     const CachedTypeQuery query(mCache);
     while (Block *block = mChosen.dequeue(model)) {
@@ -138,6 +141,7 @@ void PropagateConstantsPass::before(PassContext &context) {
 }
 
 void PropagateConstantsPass::after(PassContext &) {
+    mRun->settle();
     mTypeCache = nullptr;
     mRun.reset();
 }

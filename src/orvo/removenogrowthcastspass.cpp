@@ -45,24 +45,30 @@ bool isReadBeside(const Block &block, const Wire &but) {
                        [&](const Wire &wire) { return &wire != &but && wire.port_size() != 0; });
 }
 
-/// The cast that alone reads the sum and cuts off high bits at most; null if there is none. A type of its own is what
-/// the sum has, growing or not.
-Block *cuttingCast(const Block &sum) {
-    const Wire *wire = sum.getWire(A_PRIM_WIRE_OUT);
-    if (wire == nullptr || wire->port_size() != 1 || isReadBeside(sum, *wire) ||
-        NumTypeSpec(sum.getParam(A_ADD_TYPE), sum.getContext()).valid()) {
+/// The cast that alone reads the wire and cuts off high bits at most; null if there is none.
+Block *cuttingCast(const Wire &wire) {
+    if (wire.port_size() != 1) {
         return nullptr;
     }
-    Block &cast = wire->port_begin()->getBlock();
+    Block &cast = wire.port_begin()->getBlock();
     const Wire *out = cast.getWire(A_PRIM_WIRE_OUT);
-    if (cast.type() != A_CAST_BLOCK.get_ptr() || &cast.getModel() != &sum.getModel() || cast.getPortCount() != 1 ||
-        cast.getPort(NumberValue::get(0, cast.getContext())) == nullptr || out == nullptr || isReadBeside(cast, *out)) {
+    if (cast.type() != A_CAST_BLOCK.get_ptr() || &cast.getModel() != &wire.getBlock().getModel() ||
+        cast.getPortCount() != 1 || cast.getPort(NumberValue::get(0, cast.getContext())) == nullptr || out == nullptr ||
+        isReadBeside(cast, *out)) {
         return nullptr;
     }
     const bool wraps = isSet(cast, A_CAST_MODE, A_CAST_MODE_CONVERT) &&
                        isSet(cast, A_CAST_ROUNDING_MODE, A_ROUNDING_TRUNC) &&
                        isSet(cast, A_CAST_SATURATE_MODE, A_SATURATE_NONE);
     return wraps ? &cast : nullptr;
+}
+
+/// The first such cast behind the sum. A type of its own is what the sum has, growing or not.
+Block *cuttingCastOf(const Block &sum) {
+    const Wire *wire = sum.getWire(A_PRIM_WIRE_OUT);
+    const bool isPlain = wire != nullptr && !isReadBeside(sum, *wire) &&
+                         !NumTypeSpec(sum.getParam(A_ADD_TYPE), sum.getContext()).valid();
+    return isPlain ? cuttingCast(*wire) : nullptr;
 }
 
 } // namespace
@@ -77,10 +83,11 @@ class RemoveNoGrowthCastsPass::Run {
     void apply(ModelPassContext &context);
 
   private:
-    /// A sum that its reader cuts off, or, without the cast, one that was and now lacks its type.
+    /// A sum that its reader cuts off, with this cast and those behind it to the same type, or, without casts, one that
+    /// was and now lacks its type.
     struct Candidate {
         Block *sum;
-        Block *cast;
+        std::vector<Block *> casts;
         PureValueRef type;
     };
     struct Done {
@@ -88,7 +95,8 @@ class RemoveNoGrowthCastsPass::Run {
         PureValueRef type;
     };
     PureValueRef typeBehind(const Block &sum, const Block &cast, const Instances &instances) const;
-    bool isTypeKept(const Block &sum, const Done &done) const;
+    bool isTypeKept(const Wire &wire, const Done &done) const;
+    std::vector<Block *> castsFrom(Block &first, const Done &done) const;
     static void pin(const Candidate &candidate);
 
     PassContext &mContext;
@@ -123,10 +131,23 @@ PureValueRef RemoveNoGrowthCastsPass::Run::typeBehind(const Block &sum, const Bl
     return common;
 }
 
-bool RemoveNoGrowthCastsPass::Run::isTypeKept(const Block &sum, const Done &done) const {
-    const Wire &wire = *sum.getWire(A_PRIM_WIRE_OUT);
+bool RemoveNoGrowthCastsPass::Run::isTypeKept(const Wire &wire, const Done &done) const {
     return std::all_of(done.instances.begin(), done.instances.end(),
                        [&](const RefChain &instance) { return mTypes.getType(wire, instance) == done.type; });
+}
+
+/// The cast and all behind it that change nothing any more.
+std::vector<Block *> RemoveNoGrowthCastsPass::Run::castsFrom(Block &first, const Done &done) const {
+    std::vector<Block *> casts{&first};
+    for (Block *next = &first; next != nullptr;) {
+        next = cuttingCast(*next->getWire(A_PRIM_WIRE_OUT));
+        if (next != nullptr && isTypeKept(*next->getWire(A_PRIM_WIRE_OUT), done)) {
+            casts.push_back(next);
+        } else {
+            next = nullptr;
+        }
+    }
+    return casts;
 }
 
 void RemoveNoGrowthCastsPass::Run::analyze(ModelPassContext &context) {
@@ -136,15 +157,15 @@ void RemoveNoGrowthCastsPass::Run::analyze(ModelPassContext &context) {
     while (context.moreApplicable()) {
         Block &sum = *context.dequeueApplicable();
         if (const auto done = mDone.find(&sum); done != mDone.end()) {
-            const bool isKept = isTypeKept(sum, done->second);
+            const bool isKept = isTypeKept(*sum.getWire(A_PRIM_WIRE_OUT), done->second);
             const PureValueRef type = done->second.type;
             mDone.erase(done);
             if (!isKept) {
-                stack.push_back({&sum, nullptr, type});
+                stack.push_back({&sum, {}, type});
                 continue;
             }
         }
-        Block *cast = cuttingCast(sum);
+        Block *cast = cuttingCastOf(sum);
         if (cast == nullptr) {
             continue;
         }
@@ -152,8 +173,8 @@ void RemoveNoGrowthCastsPass::Run::analyze(ModelPassContext &context) {
             instances = mDistinct->of(model);
         }
         if (const PureValueRef type = typeBehind(sum, *cast, instances)) {
-            stack.push_back({&sum, cast, type});
-            mDone[&sum] = {instances, type};
+            const Done &done = mDone[&sum] = {instances, type};
+            stack.push_back({&sum, castsFrom(*cast, done), type});
         }
     }
 }
@@ -180,14 +201,16 @@ void RemoveNoGrowthCastsPass::Run::apply(ModelPassContext &context) {
     internal::KeptPoints points(mContext, context.getModel());
     for (std::vector<Candidate> &stack = found->second; !stack.empty(); stack.pop_back()) {
         const Candidate &candidate = stack.back();
-        if (candidate.cast == nullptr) {
+        if (candidate.casts.empty()) {
             pin(candidate);
             continue;
         }
-        points.around(*candidate.cast, [&] {
-            candidate.cast->getWire(A_PRIM_WIRE_OUT)->replace(*candidate.sum->getWire(A_PRIM_WIRE_OUT));
-            delete candidate.cast;
-        });
+        for (Block *cast : candidate.casts) {
+            points.around(*cast, [&] {
+                cast->getWire(A_PRIM_WIRE_OUT)->replace(*candidate.sum->getWire(A_PRIM_WIRE_OUT));
+                delete cast;
+            });
+        }
         candidate.sum->setParam(A_ADD_NO_GROWTH, A_TRUE);
         context.enqueueApplicable(candidate.sum);
     }

@@ -91,6 +91,28 @@ void RewrittenPoints::end() {
     mProbes.clear();
 }
 
+bool RewrittenPoints::hasEdge(const Port &port) const {
+    return static_cast<bool>(mEdges.find(placeOf(MaybePort(port))));
+}
+
+void RewrittenPoints::copyBegin(const Wire &from, const Wire &to) {
+    if (const ValueRef edge = mEdges.find(placeOf(from)); edge && beginsDomain(edge)) {
+        mEdges.copy(edge, placeOf(to));
+    }
+}
+
+void RewrittenPoints::spread(const Wire &from, const std::vector<const Wire *> &to, bool stays) {
+    const Block &block = from.getBlock();
+    for (const Wire *wire : to) {
+        mNotifier.notifyUnrollWire(block, from.getName(), wire->getBlock(), wire->getName());
+    }
+    if (stays) {
+        mNotifier.notifyUnrollWire(block, from.getName(), block, from.getName());
+    } else {
+        mEdges.remove(block);
+    }
+}
+
 void RewrittenPoints::onBlockDying(Block &block) {
     if (&block == mBlock) {
         tell();

@@ -37,6 +37,13 @@ class RewrittenPoints {
     /// Around the replacement of one block.
     void begin(Block &block);
     void end();
+    /// Whether an edge of a domain stands at the port.
+    bool hasEdge(const Port &port) const;
+    /// Has the domain that begins at a wire begin at another, too, where no edge stands.
+    void copyBegin(const Wire &from, const Wire &to);
+    /// Has the constraints at a wire stand at all others, and at itself if it stays. If not, its block is to go, and
+    /// the edges of domains there do.
+    void spread(const Wire &from, const std::vector<const Wire *> &to, bool stays);
 
   private:
     class Notifier final : public Unroller {
