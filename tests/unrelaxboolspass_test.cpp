@@ -394,17 +394,64 @@ TEST_F(UnrelaxBoolsTest, leavesBlocksThatDoNotRelax) {
     }
 }
 
+// What the catalogue does not know may have conditions.
 TEST_F(UnrelaxBoolsTest, warnsOnceOfATypeOfBlocksWithoutAHandler) {
     Model &top = *Model::create(design, "top");
     for (const char *name : {"a", "b"}) {
-        Block &made = block(top, name, "addBlock", {{"primRelaxBools", "true"}});
+        Block &made = block(top, name, "homeMade", {{"primRelaxBools", "true"}});
         made.setParam(value("0"), input(top, name, "u3.0"));
     }
-    block(top, "c", "subBlock", {{"primRelaxBools", "true"}});
-    block(top, "d", "multBlock", {{"primRelaxBools", "false"}});
+    block(top, "c", "otherHomeMade", {{"primRelaxBools", "true"}});
+    block(top, "d", "thirdHomeMade", {{"primRelaxBools", "false"}});
     const std::string before = written(design);
     EXPECT_EQ(run(design), (Lines{"MISSING_UNRELAX_BOOLS_HANDLER", "MISSING_UNRELAX_BOOLS_HANDLER"}));
     EXPECT_EQ(written(design), before);
+}
+
+TEST_F(UnrelaxBoolsTest, clearsTheParameterWhereThereAreNoConditions) {
+    Model &top = *Model::create(design, "top");
+    for (const auto &[name, type] : {std::pair("a", "addBlock"), std::pair("b", U_ADD_BLOCK.text().c_str())}) {
+        Block &made = block(top, name, type, {{"primRelaxBools", "true"}});
+        made.setParam(value("0"), input(top, std::string("x") + name, "u3.0"));
+        output(top, std::string("y") + name, *Wire::create(made, A_PRIM_WIRE_OUT));
+    }
+    runAndCompare(design);
+    EXPECT_FALSE(relaxes(*top.getBlock(value("a"))));
+    EXPECT_FALSE(relaxes(*top.getBlock(value("b"))));
+}
+
+TEST_F(UnrelaxBoolsTest, leavesABlockWithoutAType) {
+    Block &made = *Block::create(*Model::create(design, "top"), "a", PureValueRef());
+    made.setParam(A_PRIM_RELAX_BOOLS, A_TRUE);
+    EXPECT_EQ(run(design), Lines{});
+    EXPECT_TRUE(relaxes(made));
+}
+
+TEST_F(UnrelaxBoolsTest, hasOneBitServeAllThatReadASignal) {
+    Model &top = *Model::create(design, "top");
+    Wire &wide = input(top, "e", "s4.0");
+    Wire &other = input(top, "f", "u4.0");
+    for (const auto &[name, enable] : {std::pair("a", &wide), std::pair("b", &wide), std::pair("c", &other)}) {
+        Block &made = block(top, name, "registerBlock", {{"primRelaxBools", "true"}});
+        made.setParam(value("0"), input(top, std::string("x") + name, "s4.0"));
+        made.setParam(A_REGISTER_PORT_ENABLE, *enable);
+        output(top, std::string("y") + name, *Wire::create(made, A_PRIM_WIRE_OUT));
+    }
+    // Another model has signals of its own.
+    Model &below = *Model::create(design, "below");
+    Block &counter = block(below, "n", "counterBlock", {{"counterLimit", "5"}, {"primRelaxBools", "true"}});
+    counter.setParam(A_PORT_ENABLE, *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), "x"));
+    Block::create(below, "out", A_OUTPUT_BLOCK)->setParam(value("y"), *Wire::create(counter, A_PRIM_WIRE_OUT));
+    use(top, below, "u", {{"x", "u3.0"}});
+    runAndCompare(design);
+    EXPECT_EQ(countOf(top, A_OR_REDUCE_BLOCK), 2U);
+    EXPECT_EQ(countOf(top, A_CAST_BLOCK), 2U);
+    EXPECT_EQ(countOf(below, A_CAST_BLOCK), 1U);
+    const auto driver = [&](const char *name) {
+        return top.getBlock(value(name))->getPort(A_REGISTER_PORT_ENABLE)->peekWire();
+    };
+    EXPECT_EQ(driver("a"), driver("b"));
+    EXPECT_NE(driver("a"), driver("c"));
 }
 
 TEST_F(UnrelaxBoolsTest, namesWhatItMakesByThePort) {
