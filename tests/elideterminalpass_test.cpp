@@ -126,6 +126,33 @@ TEST_F(ElideDelayTest, leavesADelayThatReadsNothing) {
     EXPECT_TRUE(isThere("d"));
 }
 
+TEST_F(ElideDelayTest, takesOutATerminalWhateverTheNameOfItsInput) {
+    for (const auto &[port, wire] : {std::pair("0", "0"), std::pair("sig", "sig"), std::pair("3", "primWireOut")}) {
+        Wire &x = input(top, "x", "s5.1");
+        Block &made = block(top, "t", "terminalBlock");
+        made.setParam(value(port), x);
+        output(top, "y", *Wire::create(made, value(wire)));
+        runAndCompare();
+        EXPECT_FALSE(isThere("t")) << port;
+        EXPECT_EQ(top.getOutputBlock()->port_begin()->peekWire(), &x);
+        while (top.begin() != top.end()) {
+            delete &*top.begin();
+        }
+    }
+}
+
+TEST_F(ElideDelayTest, leavesATerminalOfSeveralInputsOrNone) {
+    Wire &x = input(top, "x", "s5.1");
+    Block &made = block(top, "t", "terminalBlock");
+    output(top, "y", *Wire::create(made, value("0")));
+    elide(design);
+    EXPECT_TRUE(isThere("t"));
+    made.setParam(value("0"), x);
+    made.setParam(value("1"), x);
+    elide(design);
+    EXPECT_TRUE(isThere("t"));
+}
+
 TEST_F(ElideDelayTest, keepsALoopOfDelaysToBeToldOf) {
     Block &first = block(top, "d1", "delayBlock", {{"delayLength", "0"}});
     Wire &second = delay(top, "d2", *Wire::create(first, A_PRIM_WIRE_OUT), "0");
@@ -227,6 +254,12 @@ class ElidedTerminalEdges : public test::DomainRig {
         block.setParam(value("0"), from);
         return wire(block, "0");
     }
+    /// Gives the signal on, but no domain.
+    Wire &apartTerminal(const std::string &name, Wire &from, const char *wireName = "w") {
+        Block &block = make(top, name, A_TERMINAL_BLOCK);
+        block.setParam(value("0"), from);
+        return wire(block, wireName);
+    }
     Wire &noDelay(const std::string &name, Wire &from) {
         Wire &made = delay(name, from);
         made.getBlock().setParam(A_DELAY_LENGTH, value("0"));
@@ -314,6 +347,35 @@ TEST_F(ElidedTerminalEdges, anEndAtTheOutputHoldsForTheSource) {
     EXPECT_EQ(domains().at("near wire w"), "blue");
 }
 
+TEST_F(ElidedTerminalEdges, reachNoFurtherPastATerminalWhoseEndsHaveDifferentNames) {
+    const std::string beginIn = begin("red", portAt("t"));
+    const std::string beginOut = begin("red", wireAt("t"));
+    const std::string endIn = end("blue", portAt("t"));
+    const std::string endOut = end("blue", wireAt("t"));
+    for (const std::string &specs :
+         {beginIn, beginOut, endIn, endOut, beginIn + beginOut, beginIn + endOut, endIn + beginOut, endIn + endOut,
+          endIn + begin("red", portAt("d1")), begin("red", portAt("d1")) + end("blue", portAt("near"))}) {
+        SCOPED_TRACE(specs);
+        delay("near", driver);
+        delay("d1", apartTerminal("t", driver));
+        mark(top, "(" + specs + ")");
+        expectKept();
+        EXPECT_EQ(top.getBlock(value("t")), nullptr);
+        delete top.getBlock(value("d1"));
+        delete top.getBlock(value("near"));
+    }
+}
+
+TEST_F(ElidedTerminalEdges, ofATerminalReachTheOutputThatHasTheNameOfTheInput) {
+    apartTerminal("t", driver);
+    delay("d1", *top.getBlock(value("t"))->getWire(value("w")));
+    delay("d2", wire(*top.getBlock(value("t")), "0"));
+    mark(top, "(" + begin("red", portAt("t")) + ")");
+    expectKept();
+    EXPECT_EQ(domains().at("d2 wire w"), "red");
+    EXPECT_EQ(domains().at("d1 wire w"), "-");
+}
+
 TEST_F(ElidedTerminalEdges, edgesOnBothSidesStayApart) {
     delay("near", driver);
     delay("d1", terminal("t", driver));
@@ -383,7 +445,7 @@ RC_GTEST_FIXTURE_PROP(ElidedTerminalEdges, keepTheDomainsOfNetsByChance, ()) {
         gen::Chooser chooser(recipe, 0);
         const std::string name = std::to_string(number++);
         Wire &from = *wires[chooser.below(wires.size())];
-        switch (recipe.kind % 4) {
+        switch (recipe.kind % 5) {
         case 0:
             wires.push_back(&delay("d" + name, from));
             break;
@@ -392,6 +454,9 @@ RC_GTEST_FIXTURE_PROP(ElidedTerminalEdges, keepTheDomainsOfNetsByChance, ()) {
             break;
         case 2:
             wires.push_back(&noDelay("n" + name, from));
+            break;
+        case 3:
+            wires.push_back(&apartTerminal("a" + name, from));
             break;
         default:
             specs += begin(chooser.chance(1, 2) ? "red" : "blue",
