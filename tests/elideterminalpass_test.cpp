@@ -2,19 +2,16 @@
 #include "orvo/elideterminalpass.h"
 
 #include "support/domainrig.h"
-#include "support/heardmessages.h"
 #include "support/invariants.h"
+#include "support/onepass.h"
 #include "support/randomdesigns.h"
-#include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
 
 #include <orvo/pass.h>
-#include <orvo/xmlservices.h>
 
 #include <rapidcheck/gtest.h>
 
 #include <map>
-#include <sstream>
 
 namespace orvo {
 namespace {
@@ -46,22 +43,7 @@ class ElideDelayTest : public test::SimulatorFixture {
         made.setParam(value("0"), wire);
         return *Wire::create(made, A_PRIM_WIRE_OUT);
     }
-    std::string written() {
-        std::stringstream text;
-        XMLServices().toXML(text, design);
-        return text.str();
-    }
-    void runAndCompare() {
-        std::istringstream text(written());
-        Design before(mgr.context());
-        ASSERT_TRUE(XMLServices().fromXML(text, before, XMLServices::defaultErrorFunc));
-        test::HeardMessages heard(mgr.context());
-        elide(design);
-        EXPECT_EQ(heard.take(), Lines{});
-        sim::CompareOptions options;
-        options.cycles = 50;
-        test::expectSameBehaviour(before, design, "top", options);
-    }
+    void runAndCompare() { test::runAndCompare(design, "ElideTerminalPass", 50); }
     bool isThere(const std::string &name) { return top.getBlock(value(name)) != nullptr; }
     static std::string text(const Node &node, const StaticString &key) {
         const ValueRef found = node.getParam(key);
@@ -95,9 +77,9 @@ TEST_F(ElideDelayTest, leavesDelaysOfAnyOtherLength) {
     Wire &x = input(top, "x", "s5.1");
     for (const char *length : {"1", "-1", "0x8p-4", "nothing", "", "(vectorRollTag)", "(0 1)"}) {
         output(top, "y", delay(top, "d", x, length));
-        const std::string before = written();
+        const std::string before = test::xmlOf(design);
         elide(design);
-        EXPECT_EQ(written(), before) << length;
+        EXPECT_EQ(test::xmlOf(design), before) << length;
         delete top.getBlock(value("d"));
     }
 }
@@ -114,9 +96,9 @@ TEST_F(ElideDelayTest, takesOutADelayWhoseLanesAllHaveNoLength) {
 // The lengths of a group change together, and need not end at zero.
 TEST_F(ElideDelayTest, leavesADelayWhoseLengthMayChange) {
     output(top, "y", delay(top, "d", input(top, "x", "s5.1"), "0", {{"delayEquivGroup", "group"}}));
-    const std::string before = written();
+    const std::string before = test::xmlOf(design);
     elide(design);
-    EXPECT_EQ(written(), before);
+    EXPECT_EQ(test::xmlOf(design), before);
 }
 
 TEST_F(ElideDelayTest, leavesADelayThatReadsNothing) {
