@@ -124,7 +124,9 @@ TEST_F(CheckConstantsTest, warnsOfAValueOfAnotherShape) {
     EXPECT_EQ(saidOf("s4.0", "(vectorRollTag 1 2)"), mismatch("vector", "scalar"));
     EXPECT_EQ(saidOf("s4.0", "(complexRollTag 1 2)"), mismatch("complex number", "scalar"));
     EXPECT_EQ(saidOf("s4.0", "word"), mismatch("text", "scalar"));
-    EXPECT_EQ(saidOf("s4.0", "+nan"), mismatch("+nan", "scalar"));
+    EXPECT_EQ(saidOf("s4.0", "+nan"), mismatch("number that is not finite (+nan)", "finite number"));
+    EXPECT_EQ(saidOf("s4.0", "-inf"), mismatch("number that is not finite (-inf)", "finite number"));
+    EXPECT_EQ(saidOf("[2] s4.0", "-inf"), mismatch("scalar", "vector"));
 }
 
 TEST_F(CheckConstantsTest, warnsOfShapesBeforeRangesAndOnce) {

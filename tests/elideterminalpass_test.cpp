@@ -2,19 +2,16 @@
 #include "orvo/elideterminalpass.h"
 
 #include "support/domainrig.h"
-#include "support/heardmessages.h"
 #include "support/invariants.h"
+#include "support/onepass.h"
 #include "support/randomdesigns.h"
-#include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
 
 #include <orvo/pass.h>
-#include <orvo/xmlservices.h>
 
 #include <rapidcheck/gtest.h>
 
 #include <map>
-#include <sstream>
 
 namespace orvo {
 namespace {
@@ -46,22 +43,7 @@ class ElideDelayTest : public test::SimulatorFixture {
         made.setParam(value("0"), wire);
         return *Wire::create(made, A_PRIM_WIRE_OUT);
     }
-    std::string written() {
-        std::stringstream text;
-        XMLServices().toXML(text, design);
-        return text.str();
-    }
-    void runAndCompare() {
-        std::istringstream text(written());
-        Design before(mgr.context());
-        ASSERT_TRUE(XMLServices().fromXML(text, before, XMLServices::defaultErrorFunc));
-        test::HeardMessages heard(mgr.context());
-        elide(design);
-        EXPECT_EQ(heard.take(), Lines{});
-        sim::CompareOptions options;
-        options.cycles = 50;
-        test::expectSameBehaviour(before, design, "top", options);
-    }
+    void runAndCompare() { test::runAndCompare(design, "ElideTerminalPass", 50); }
     bool isThere(const std::string &name) { return top.getBlock(value(name)) != nullptr; }
     static std::string text(const Node &node, const StaticString &key) {
         const ValueRef found = node.getParam(key);
@@ -95,9 +77,9 @@ TEST_F(ElideDelayTest, leavesDelaysOfAnyOtherLength) {
     Wire &x = input(top, "x", "s5.1");
     for (const char *length : {"1", "-1", "0x8p-4", "nothing", "", "(vectorRollTag)", "(0 1)"}) {
         output(top, "y", delay(top, "d", x, length));
-        const std::string before = written();
+        const std::string before = test::xmlOf(design);
         elide(design);
-        EXPECT_EQ(written(), before) << length;
+        EXPECT_EQ(test::xmlOf(design), before) << length;
         delete top.getBlock(value("d"));
     }
 }
@@ -114,9 +96,9 @@ TEST_F(ElideDelayTest, takesOutADelayWhoseLanesAllHaveNoLength) {
 // The lengths of a group change together, and need not end at zero.
 TEST_F(ElideDelayTest, leavesADelayWhoseLengthMayChange) {
     output(top, "y", delay(top, "d", input(top, "x", "s5.1"), "0", {{"delayEquivGroup", "group"}}));
-    const std::string before = written();
+    const std::string before = test::xmlOf(design);
     elide(design);
-    EXPECT_EQ(written(), before);
+    EXPECT_EQ(test::xmlOf(design), before);
 }
 
 TEST_F(ElideDelayTest, leavesADelayThatReadsNothing) {
@@ -124,6 +106,33 @@ TEST_F(ElideDelayTest, leavesADelayThatReadsNothing) {
     output(top, "y", *Wire::create(made, A_PRIM_WIRE_OUT));
     elide(design);
     EXPECT_TRUE(isThere("d"));
+}
+
+TEST_F(ElideDelayTest, takesOutATerminalWhateverTheNameOfItsInput) {
+    for (const auto &[port, wire] : {std::pair("0", "0"), std::pair("sig", "sig"), std::pair("3", "primWireOut")}) {
+        Wire &x = input(top, "x", "s5.1");
+        Block &made = block(top, "t", "terminalBlock");
+        made.setParam(value(port), x);
+        output(top, "y", *Wire::create(made, value(wire)));
+        runAndCompare();
+        EXPECT_FALSE(isThere("t")) << port;
+        EXPECT_EQ(top.getOutputBlock()->port_begin()->peekWire(), &x);
+        while (top.begin() != top.end()) {
+            delete &*top.begin();
+        }
+    }
+}
+
+TEST_F(ElideDelayTest, leavesATerminalOfSeveralInputsOrNone) {
+    Wire &x = input(top, "x", "s5.1");
+    Block &made = block(top, "t", "terminalBlock");
+    output(top, "y", *Wire::create(made, value("0")));
+    elide(design);
+    EXPECT_TRUE(isThere("t"));
+    made.setParam(value("0"), x);
+    made.setParam(value("1"), x);
+    elide(design);
+    EXPECT_TRUE(isThere("t"));
 }
 
 TEST_F(ElideDelayTest, keepsALoopOfDelaysToBeToldOf) {
@@ -227,6 +236,12 @@ class ElidedTerminalEdges : public test::DomainRig {
         block.setParam(value("0"), from);
         return wire(block, "0");
     }
+    /// Gives the signal on, but no domain.
+    Wire &apartTerminal(const std::string &name, Wire &from, const char *wireName = "w") {
+        Block &block = make(top, name, A_TERMINAL_BLOCK);
+        block.setParam(value("0"), from);
+        return wire(block, wireName);
+    }
     Wire &noDelay(const std::string &name, Wire &from) {
         Wire &made = delay(name, from);
         made.getBlock().setParam(A_DELAY_LENGTH, value("0"));
@@ -314,6 +329,35 @@ TEST_F(ElidedTerminalEdges, anEndAtTheOutputHoldsForTheSource) {
     EXPECT_EQ(domains().at("near wire w"), "blue");
 }
 
+TEST_F(ElidedTerminalEdges, reachNoFurtherPastATerminalWhoseEndsHaveDifferentNames) {
+    const std::string beginIn = begin("red", portAt("t"));
+    const std::string beginOut = begin("red", wireAt("t"));
+    const std::string endIn = end("blue", portAt("t"));
+    const std::string endOut = end("blue", wireAt("t"));
+    for (const std::string &specs :
+         {beginIn, beginOut, endIn, endOut, beginIn + beginOut, beginIn + endOut, endIn + beginOut, endIn + endOut,
+          endIn + begin("red", portAt("d1")), begin("red", portAt("d1")) + end("blue", portAt("near"))}) {
+        SCOPED_TRACE(specs);
+        delay("near", driver);
+        delay("d1", apartTerminal("t", driver));
+        mark(top, "(" + specs + ")");
+        expectKept();
+        EXPECT_EQ(top.getBlock(value("t")), nullptr);
+        delete top.getBlock(value("d1"));
+        delete top.getBlock(value("near"));
+    }
+}
+
+TEST_F(ElidedTerminalEdges, ofATerminalReachTheOutputThatHasTheNameOfTheInput) {
+    apartTerminal("t", driver);
+    delay("d1", *top.getBlock(value("t"))->getWire(value("w")));
+    delay("d2", wire(*top.getBlock(value("t")), "0"));
+    mark(top, "(" + begin("red", portAt("t")) + ")");
+    expectKept();
+    EXPECT_EQ(domains().at("d2 wire w"), "red");
+    EXPECT_EQ(domains().at("d1 wire w"), "-");
+}
+
 TEST_F(ElidedTerminalEdges, edgesOnBothSidesStayApart) {
     delay("near", driver);
     delay("d1", terminal("t", driver));
@@ -383,7 +427,7 @@ RC_GTEST_FIXTURE_PROP(ElidedTerminalEdges, keepTheDomainsOfNetsByChance, ()) {
         gen::Chooser chooser(recipe, 0);
         const std::string name = std::to_string(number++);
         Wire &from = *wires[chooser.below(wires.size())];
-        switch (recipe.kind % 4) {
+        switch (recipe.kind % 5) {
         case 0:
             wires.push_back(&delay("d" + name, from));
             break;
@@ -392,6 +436,9 @@ RC_GTEST_FIXTURE_PROP(ElidedTerminalEdges, keepTheDomainsOfNetsByChance, ()) {
             break;
         case 2:
             wires.push_back(&noDelay("n" + name, from));
+            break;
+        case 3:
+            wires.push_back(&apartTerminal("a" + name, from));
             break;
         default:
             specs += begin(chooser.chance(1, 2) ? "red" : "blue",

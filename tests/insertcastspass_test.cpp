@@ -2,19 +2,14 @@
 #include "orvo/insertcastspass.h"
 
 #include "support/exhaustive.h"
-#include "support/heardmessages.h"
-#include "support/invariants.h"
-#include "support/samebehaviour.h"
+#include "support/onepass.h"
 #include "support/simulatorfixture.h"
 #include "support/typetable.h"
 
 #include <orvo/typeinferpass.h>
 #include <orvo/types.h>
-#include <orvo/xmlservices.h>
 
 #include <algorithm>
-#include <memory>
-#include <sstream>
 
 namespace orvo {
 namespace {
@@ -23,35 +18,9 @@ using Lines = std::vector<std::string>;
 
 class InsertCastsTest : public test::SimulatorFixture {
   protected:
-    void run(Design &in) {
-        test::HeardMessages heard(mgr.context());
-        PassScheduler scheduler;
-        scheduler.addPass("InsertCastsPass");
-        scheduler.apply(in);
-        EXPECT_TRUE(test::checkInvariants(in));
-        EXPECT_EQ(heard.take(), Lines{});
-    }
-    std::string written(const Design &of) {
-        std::stringstream text;
-        XMLServices().toXML(text, of);
-        return text.str();
-    }
-    std::unique_ptr<Design> copyOf(const Design &of) {
-        std::istringstream text(written(of));
-        auto made = std::make_unique<Design>(mgr.context());
-        EXPECT_TRUE(XMLServices().fromXML(text, *made, XMLServices::defaultErrorFunc));
-        return made;
-    }
-    /// The design must compute what it did, and a second run must find nothing to do.
-    void runAndCompare(Design &in, std::uint64_t cycles = 300) {
-        const auto before = copyOf(in);
-        run(in);
-        sim::CompareOptions options;
-        options.cycles = cycles;
-        test::expectSameBehaviour(*before, in, "top", options);
-        const std::string once = written(in);
-        run(in);
-        EXPECT_EQ(written(in), once);
+    static void run(Design &in) { test::runPass(in, "InsertCastsPass"); }
+    static void runAndCompare(Design &in, std::uint64_t cycles = 300) {
+        test::runAndCompare(in, "InsertCastsPass", cycles);
     }
     /// A shifter of these types; null text for no output type.
     Model &shifter(Design &in, const char *block, const std::string &data, const std::string &shift,
@@ -104,9 +73,9 @@ TEST_F(InsertCastsTest, leavesAShifterWhoseTypeHoldsItsData) {
     for (const char *given : {"s8.2", "s9.2", "s8.4"}) {
         Design one(mgr.context());
         shifter(one, "barrelLeftBlock", "s8.2", "u2.0", given);
-        const std::string before = written(one);
+        const std::string before = test::xmlOf(one);
         run(one);
-        EXPECT_EQ(written(one), before) << given;
+        EXPECT_EQ(test::xmlOf(one), before) << given;
     }
 }
 
@@ -117,17 +86,17 @@ TEST_F(InsertCastsTest, leavesAShifterWithoutAType) {
         if (*given != 0) {
             made(top).setParam(A_BARREL_OUTPUT_TYPE, ValueRef(value(given)));
         }
-        const std::string before = written(one);
+        const std::string before = test::xmlOf(one);
         run(one);
-        EXPECT_EQ(written(one), before) << given;
+        EXPECT_EQ(test::xmlOf(one), before) << given;
     }
 }
 
 TEST_F(InsertCastsTest, leavesOtherBlocksThatCarryTheParameter) {
     shifter(design, "barrelRightLzcBlock", "s8.2", "u2.0", "u4.3");
-    const std::string before = written(design);
+    const std::string before = test::xmlOf(design);
     run(design);
-    EXPECT_EQ(written(design), before);
+    EXPECT_EQ(test::xmlOf(design), before);
 }
 
 TEST_F(InsertCastsTest, leavesFloats) {
@@ -136,9 +105,9 @@ TEST_F(InsertCastsTest, leavesFloats) {
                                       {"{s8.0,s8.0}", "s4.0"}}) {
         Design one(mgr.context());
         shifter(one, "barrelLeftBlock", data, "u2.0", given);
-        const std::string before = written(one);
+        const std::string before = test::xmlOf(one);
         run(one);
-        EXPECT_EQ(written(one), before) << data;
+        EXPECT_EQ(test::xmlOf(one), before) << data;
     }
 }
 
@@ -156,9 +125,9 @@ TEST_F(InsertCastsTest, leavesAShifterThatReadsNothingOrThatNobodyReads) {
         } else {
             made(top).setParam(A_BARREL_PORT_SHIFT, nullptr);
         }
-        const std::string before = written(one);
+        const std::string before = test::xmlOf(one);
         run(one);
-        EXPECT_EQ(written(one), before) << what;
+        EXPECT_EQ(test::xmlOf(one), before) << what;
     }
 }
 
@@ -226,9 +195,9 @@ TEST_F(InsertCastsTest, leavesAShifterThatHasLanesInOneInstanceOnly) {
         use.setParam(value("by"), input(top, std::string("by") + name, "u2.0"));
         output(top, std::string("y") + name, *Wire::create(use, value("y")));
     }
-    const std::string before = written(design);
+    const std::string before = test::xmlOf(design);
     run(design);
-    EXPECT_EQ(written(design), before);
+    EXPECT_EQ(test::xmlOf(design), before);
 }
 
 /// Fixed-point types of up to `most` bits.

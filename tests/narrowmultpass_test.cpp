@@ -3,8 +3,8 @@
 #include "orvo/narrowmultpass.h"
 
 #include "support/exhaustive.h"
-#include "support/heardmessages.h"
 #include "support/invariants.h"
+#include "support/onepass.h"
 #include "support/randomdesigns.h"
 #include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
@@ -39,14 +39,7 @@ class NarrowMult : public test::SimulatorFixture {
         draw(*Model::create(*design, "top"));
         return design;
     }
-    static void run(Design &design) {
-        test::HeardMessages heard(design.getContext());
-        PassScheduler scheduler;
-        scheduler.addPass("NarrowMultPass");
-        scheduler.apply(design);
-        EXPECT_TRUE(test::checkInvariants(design));
-        EXPECT_EQ(heard.take(), Lines{});
-    }
+    static void run(Design &design) { test::runPass(design, "NarrowMultPass"); }
     /// What the multiplier "m" of the design reads behind the pass, which must compute what it did, and its product.
     std::string narrowed(const Draw &draw) {
         const auto before = make(draw);

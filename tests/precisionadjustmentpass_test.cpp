@@ -2,18 +2,12 @@
 #include "orvo/precisionadjustmentpass.h"
 
 #include "support/exhaustive.h"
-#include "support/heardmessages.h"
-#include "support/invariants.h"
-#include "support/samebehaviour.h"
+#include "support/onepass.h"
 #include "support/simulatorfixture.h"
 #include "support/typetable.h"
 
 #include <orvo/typeinferpass.h>
 #include <orvo/types.h>
-#include <orvo/xmlservices.h>
-
-#include <memory>
-#include <sstream>
 
 namespace orvo {
 namespace {
@@ -22,35 +16,9 @@ using Lines = std::vector<std::string>;
 
 class PrecisionAdjustmentTest : public test::SimulatorFixture {
   protected:
-    void run(Design &in) {
-        test::HeardMessages heard(mgr.context());
-        PassScheduler scheduler;
-        scheduler.addPass("PrecisionAdjustmentPass");
-        scheduler.apply(in);
-        EXPECT_TRUE(test::checkInvariants(in));
-        EXPECT_EQ(heard.take(), Lines{});
-    }
-    std::string written(const Design &of) {
-        std::stringstream text;
-        XMLServices().toXML(text, of);
-        return text.str();
-    }
-    std::unique_ptr<Design> copyOf(const Design &of) {
-        std::istringstream text(written(of));
-        auto made = std::make_unique<Design>(mgr.context());
-        EXPECT_TRUE(XMLServices().fromXML(text, *made, XMLServices::defaultErrorFunc));
-        return made;
-    }
-    /// The design must compute what it did, and a second run must find nothing to do.
-    void runAndCompare(Design &in, std::uint64_t cycles = 300) {
-        const auto before = copyOf(in);
-        run(in);
-        sim::CompareOptions options;
-        options.cycles = cycles;
-        test::expectSameBehaviour(*before, in, "top", options);
-        const std::string once = written(in);
-        run(in);
-        EXPECT_EQ(written(in), once);
+    static void run(Design &in) { test::runPass(in, "PrecisionAdjustmentPass"); }
+    static void runAndCompare(Design &in, std::uint64_t cycles = 300) {
+        test::runAndCompare(in, "PrecisionAdjustmentPass", cycles);
     }
     Model &multiplier(Design &in, const std::string &data, const char *constant, const std::string &precision) {
         return oneBlock(in, "constmultBlock", {{"0", data.c_str()}}, {{"primWireOut", ""}},
@@ -150,9 +118,9 @@ TEST_F(PrecisionAdjustmentTest, leavesPrecisionsThatTellNoFixedPointType) {
                                        "(nonsense " + testing::typeText("s6.1") + ")"}) {
         Design one(mgr.context());
         Model &top = multiplier(one, "s8.2", "3", written);
-        const std::string before = this->written(one);
+        const std::string before = test::xmlOf(one);
         run(one);
-        EXPECT_EQ(this->written(one), before) << written;
+        EXPECT_EQ(test::xmlOf(one), before) << written;
         EXPECT_EQ(precision(made(top)), written);
     }
 }

@@ -2,18 +2,14 @@
 #include "orvo/preparetierpass.h"
 
 #include "support/domainrig.h"
-#include "support/heardmessages.h"
 #include "support/invariants.h"
-#include "support/samebehaviour.h"
+#include "support/onepass.h"
 #include "support/simulatorfixture.h"
 #include "support/typetable.h"
 
 #include <orvo/typeinferpass.h>
-#include <orvo/xmlservices.h>
 
 #include <map>
-#include <memory>
-#include <sstream>
 
 namespace orvo {
 namespace {
@@ -30,26 +26,7 @@ void prepare(Design &design) {
 class PrepareTierTest : public test::SimulatorFixture {
   protected:
     PrepareTierTest() { tier.setParam(A_SYNTH_SCHEDULE_TIER, A_TRUE); }
-    std::string written(const Design &of) {
-        std::stringstream text;
-        XMLServices().toXML(text, of);
-        return text.str();
-    }
-    /// What is computed stays, nothing is said, and a second run finds nothing to do.
-    void runAndCompare(const std::string &top = "tier") {
-        std::istringstream text(written(design));
-        Design before(mgr.context());
-        ASSERT_TRUE(XMLServices().fromXML(text, before, XMLServices::defaultErrorFunc));
-        test::HeardMessages heard(mgr.context());
-        prepare(design);
-        EXPECT_EQ(heard.take(), Lines{});
-        sim::CompareOptions options;
-        options.cycles = 100;
-        test::expectSameBehaviour(before, design, top, options);
-        const std::string once = written(design);
-        prepare(design);
-        EXPECT_EQ(written(design), once);
-    }
+    void runAndCompare(const std::string &top = "tier") { test::runAndCompare(design, "PrepareTierPass", 100, top); }
     Lines namesOf(const Model &in, const StaticString &type) {
         Lines names;
         for (const Block &one : in) {
@@ -130,9 +107,9 @@ TEST_F(PrepareTierTest, leavesModelsThatAreNoTiers) {
         tier.setParam(A_SYNTH_SCHEDULE_TIER, setting);
         Wire *x = tier.getInputBlock() == nullptr ? &source(tier, "x") : &*tier.getInputBlock()->begin();
         output(tier, "y", *x);
-        const std::string before = written(design);
+        const std::string before = test::xmlOf(design);
         prepare(design);
-        EXPECT_EQ(written(design), before);
+        EXPECT_EQ(test::xmlOf(design), before);
     }
 }
 
@@ -141,9 +118,9 @@ TEST_F(PrepareTierTest, leavesATierThatIsComplete) {
     Wire &valid = through(tier, "cIn", A_CHANNEL_IN_BLOCK, source(tier, "v"), "3");
     output(tier, "y", through(tier, "sOut", A_SIGNAL_OUT_BLOCK, data, "y"));
     output(tier, "w", through(tier, "cOut", A_CHANNEL_OUT_BLOCK, valid, "3"));
-    const std::string before = written(design);
+    const std::string before = test::xmlOf(design);
     prepare(design);
-    EXPECT_EQ(written(design), before);
+    EXPECT_EQ(test::xmlOf(design), before);
 }
 
 TEST_F(PrepareTierTest, leadsTheOtherReadersOfAnInputThroughABlockToo) {
@@ -174,9 +151,9 @@ TEST_F(PrepareTierTest, givesAnInputThatNobodyReadsABlock) {
     prepare(design);
     EXPECT_EQ(namesOf(tier, A_SIGNAL_IN_BLOCK), Lines{"tierIn"});
     EXPECT_EQ(&driverOf(*blockIn(tier, "tierIn"), "x"), tier.getInputBlock());
-    const std::string once = written(design);
+    const std::string once = test::xmlOf(design);
     prepare(design);
-    EXPECT_EQ(written(design), once);
+    EXPECT_EQ(test::xmlOf(design), once);
 }
 
 TEST_F(PrepareTierTest, takesAllInputAndOutputBlocks) {
@@ -193,9 +170,9 @@ TEST_F(PrepareTierTest, takesAllInputAndOutputBlocks) {
 TEST_F(PrepareTierTest, leavesEmptyTiersAndPortsThatAreNotConnected) {
     Block &out = *Block::create(tier, "out", A_OUTPUT_BLOCK);
     Block::create(tier, "in", A_INPUT_BLOCK);
-    const std::string before = written(design);
+    const std::string before = test::xmlOf(design);
     prepare(design);
-    EXPECT_EQ(written(design), before);
+    EXPECT_EQ(test::xmlOf(design), before);
     EXPECT_EQ(out.port_size(), 0U);
 }
 

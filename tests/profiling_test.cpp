@@ -60,6 +60,40 @@ TEST_F(ProfilingTest, sumsUpSectionsBeyondItsBound) {
     EXPECT_EQ(root->children.back()->count, 501);
 }
 
+TEST_F(ProfilingTest, sumsUpWithinASectionWhatIsToBe) {
+    ProfilingLog::enable();
+    const auto ask = [](const char *label, const char *detail) {
+        ProfilingLog::begin({label, detail, true});
+        ProfilingLog::end();
+    };
+    for (const char *outer : {"first", "second"}) {
+        ProfilingSection section(outer, "");
+        for (int i = 0; i < 3; ++i) {
+            ask("a", "question");
+            ask("b", "question");
+            ask("a", "other");
+            ProfilingSection single("a", "question");
+        }
+    }
+    ask("a", "question");
+    ask("a", "question");
+    const auto root = ProfilingLog::take();
+    ASSERT_EQ(root->children.size(), 3U);
+    EXPECT_EQ(root->children[2]->count, 2);
+    for (std::size_t i = 0; i < 2; ++i) {
+        const auto &asked = root->children[i]->children;
+        ASSERT_EQ(asked.size(), 6U);
+        EXPECT_EQ(asked[0]->label + asked[0]->detail, "aquestion");
+        EXPECT_EQ(asked[1]->label + asked[1]->detail, "bquestion");
+        EXPECT_EQ(asked[2]->label + asked[2]->detail, "aother");
+        EXPECT_EQ(asked[0]->count, 3);
+        EXPECT_EQ(asked[1]->count, 3);
+        EXPECT_EQ(asked[2]->count, 3);
+        EXPECT_EQ(asked[3]->count, 1);
+        EXPECT_GE(root->children[i]->wallNs, asked[0]->wallNs + asked[1]->wallNs);
+    }
+}
+
 TEST_F(ProfilingTest, writesTextJsonAndTraceEvents) {
     ProfilingNode root;
     root.children.push_back(std::make_unique<ProfilingNode>());

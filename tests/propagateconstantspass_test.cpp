@@ -6,8 +6,8 @@
 
 #include "support/cataloguefindings.h"
 #include "support/exhaustive.h"
-#include "support/heardmessages.h"
 #include "support/invariants.h"
+#include "support/onepass.h"
 #include "support/randomdesigns.h"
 #include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
@@ -46,14 +46,7 @@ class PropagateConstants : public test::SimulatorFixture {
         draw(*Model::create(*design, "top"));
         return design;
     }
-    static void run(Design &design) {
-        test::HeardMessages heard(design.getContext());
-        PassScheduler scheduler;
-        scheduler.addPass("PropagateConstantsPass");
-        scheduler.apply(design);
-        EXPECT_TRUE(test::checkInvariants(design));
-        EXPECT_EQ(heard.take(), Lines{});
-    }
+    static void run(Design &design) { test::runPass(design, "PropagateConstantsPass"); }
     /// The design behind the pass, which must compute what it did. Readers must read the types that they did.
     Design &propagated(const Draw &draw) {
         const auto before = make(draw);

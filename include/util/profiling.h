@@ -15,6 +15,8 @@ namespace util {
 struct ProfilingInfo {
     std::string label;
     std::string detail;
+    /// For what happens often and takes little: all of one label and detail within a section are summed up in one.
+    bool isSummed = false;
 };
 
 /// One section of the finished tree.
@@ -28,7 +30,8 @@ struct ProfilingNode {
     std::int64_t cpuNs = 0;
     /// The process's peak of resident memory when the section ended.
     std::int64_t peakMemoryKiB = 0;
-    /// How many sections this one stands for: beyond a bound on the tree's size, sections of one label are summed up.
+    /// How many sections this one stands for: those that are summed up as they come, and, beyond a bound on the tree's
+    /// size, all of one label.
     std::int64_t count = 1;
     std::vector<std::unique_ptr<ProfilingNode>> children;
 };
@@ -58,9 +61,10 @@ class ORVO_API ProfilingLog {
 /// A section for a scope.
 class ProfilingSection {
   public:
-    ProfilingSection(const char *label, const std::string &detail) : mOn(ProfilingLog::enabled()) {
+    ProfilingSection(const char *label, const std::string &detail) : ProfilingSection(ProfilingInfo{label, detail}) {}
+    explicit ProfilingSection(const ProfilingInfo &info) : mOn(ProfilingLog::enabled()) {
         if (mOn) {
-            ProfilingLog::begin({label, detail});
+            ProfilingLog::begin(info);
         }
     }
     ~ProfilingSection() {

@@ -16,6 +16,7 @@
 #include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/staticstrings.h>
+#include <orvo/typeinferpass.h>
 #include <util/features.h>
 #include <util/io.h>
 #include <util/profiling.h>
@@ -28,10 +29,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <sstream>
+#include <utility>
 
 namespace orvo::driver {
 
@@ -40,25 +44,38 @@ namespace {
 /// No run has so many passes; larger numbers could not be told from overflow.
 constexpr int kLargestNumber = 1000000000;
 
-/// Sums the sections of one label, so that the text of a design with many models stays short.
+/// Has a section of one model carry the name of what is done in all of them. Questions about types bear the name of
+/// their model.
+void nameForAllModels(util::ProfilingNode &node) {
+    if (node.detail == GlobalTypePass::sName) {
+        node.label = std::exchange(node.detail, "");
+    } else if (!node.label.empty() && node.label.front() == '[') {
+        node.detail.clear();
+    }
+}
+
+/// Sums the sections of one name, so that the text of a design with many models stays short.
 void fold(util::ProfilingNode &node) {
     std::vector<std::unique_ptr<util::ProfilingNode>> kept;
+    std::map<std::pair<std::string, std::string>, util::ProfilingNode *> known;
     for (auto &child : node.children) {
-        fold(*child);
-        const bool perModel = !child->label.empty() && child->label.front() == '[';
-        const auto same = std::find_if(kept.begin(), kept.end(),
-                                       [&](const auto &other) { return perModel && other->label == child->label; });
-        if (same == kept.end()) {
-            child->detail = perModel ? "" : child->detail;
+        nameForAllModels(*child);
+        const auto [same, isFirst] = known.try_emplace({child->label, child->detail}, child.get());
+        if (isFirst) {
             kept.push_back(std::move(child));
             continue;
         }
-        (*same)->wallNs += child->wallNs;
-        (*same)->cpuNs += child->cpuNs;
-        (*same)->peakMemoryKiB = std::max((*same)->peakMemoryKiB, child->peakMemoryKiB);
-        (*same)->count += child->count;
+        util::ProfilingNode &sum = *same->second;
+        sum.wallNs += child->wallNs;
+        sum.cpuNs += child->cpuNs;
+        sum.peakMemoryKiB = std::max(sum.peakMemoryKiB, child->peakMemoryKiB);
+        sum.count += child->count;
+        std::move(child->children.begin(), child->children.end(), std::back_inserter(sum.children));
     }
     node.children = std::move(kept);
+    for (auto &child : node.children) {
+        fold(*child);
+    }
 }
 
 Json toJson(const PassRecord &record, bool stats, bool resources) {

@@ -92,8 +92,8 @@ Shape shapeOf(const ValueRef &value) {
     if (!value) {
         return "missing value";
     }
-    if (const NumberValueRef number = numberVR(value)) {
-        return number->isSpecial() ? number->toString() : "scalar";
+    if (numberVR(value)) {
+        return "scalar";
     }
     const TupleValueRef tuple = tupleVR(value);
     if (!tuple) {
@@ -157,8 +157,11 @@ bool Check::collectParts(const ValueRef &value, const std::string &index) {
 bool Check::collectNumber(const ValueRef &value, const char *component, const std::string &index) {
     const NumberValueRef number = numberVR(value);
     // Minus zero is zero here; the others that are special have no bits.
-    if (!number || (number->isSpecial() && number->toDouble() != 0)) {
+    if (!number) {
         return mismatch(shapeOf(value), "scalar");
+    }
+    if (number->isSpecial() && number->toDouble() != 0) {
+        return mismatch("number that is not finite (" + number->toString() + ")", "finite number");
     }
     if (!number->isSpecial()) {
         mElements.push_back({number, component, index});

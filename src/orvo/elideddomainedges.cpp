@@ -28,6 +28,9 @@ class EdgeMover {
 
     void move() {
         readEdges();
+        for (const DomainEdgePlace &end : mIdle) {
+            mEdges.remove(end);
+        }
         if (mEdged.empty()) {
             return;
         }
@@ -66,12 +69,22 @@ class EdgeMover {
                 continue;
             }
             const ValueRef edge = mEdges.find(place);
+            if (gone->isApart && !beginsDomain(edge)) {
+                mIdle.push_back(place);
+                continue;
+            }
             mEdged.emplace(gone, mTree.add(edge, beginsDomain(edge),
                                            isGoto(*gone) ? DomainEdgeTree::Sort::Port : DomainEdgeTree::Sort::Loose));
         }
     }
 
-    /// The nearest block with an edge on the way to the root, itself included; null if there is none.
+    /// What tells the domain behind an end whose own way leads up to `nearest`.
+    const Gone *reaching(const Gone &gone, const Gone *nearest) const {
+        const bool stops = gone.isApart && nearest != nullptr && beginsDomain(mEdges.find(nearest->end));
+        return stops ? nullptr : nearest;
+    }
+    /// The nearest end with an edge on the way to the root, itself included; null if there is none, or if its domain
+    /// begins before an end that it does not reach.
     const Gone *nearestEdge(const Gone *gone) {
         std::vector<const Gone *> way;
         const Gone *found = nullptr;
@@ -86,8 +99,9 @@ class EdgeMover {
             }
             way.push_back(gone);
         }
-        for (const Gone *passed : way) {
-            mNearest.emplace(passed, found);
+        for (auto passed = way.rbegin(); passed != way.rend(); ++passed) {
+            found = reaching(**passed, found);
+            mNearest.emplace(*passed, found);
         }
         return found;
     }
@@ -115,6 +129,8 @@ class EdgeMover {
     DomainEdgeList &mEdges;
     DomainEdgeTree mTree;
     std::unordered_map<const Gone *, DomainEdgeTree::Point> mEdged;
+    /// Those that tell nothing of any other end.
+    std::vector<DomainEdgePlace> mIdle;
     std::unordered_map<const Gone *, const Gone *> mNearest;
     std::unordered_map<const Gone *, const Wire *> mRoots;
 };
@@ -194,7 +210,8 @@ void ElidedDomainEdges::addPassage(const Port &port, const std::function<bool(co
     in->gone[entry] = {entry, placeOf(source), &source};
     for (const Wire &wire : block) {
         const DomainEdgePlace exit = placeOf(wire);
-        in->gone[exit] = {exit, entry, &source};
+        const bool isApart = isOfType(block, A_TERMINAL_BLOCK) && wire.getName() != port.getName();
+        in->gone[exit] = {exit, entry, &source, isApart};
         for (const Port &reader : wire.ports()) {
             if (!goes(reader.getBlock())) {
                 addReader(*in, MaybePort(reader), exit);

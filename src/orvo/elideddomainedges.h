@@ -32,7 +32,7 @@ class ElidedDomainEdges {
     /// A port that leads the signal of a Goto out of its model.
     void addRoute(Block &reader, const PureValueRef &key, const PureValueRef &sender);
     /// A block that gives on what it reads at this port. All that go are to be told of before the first one does, but
-    /// those that feed themselves alone. `goes` tells them.
+    /// those that feed themselves alone. `goes` tells them. Domains pass a terminal between ends of one name only.
     void addPassage(const Port &port, const std::function<bool(const Block &)> &goes);
     /// When all tags are wires.
     void move(Design &design) const;
@@ -47,6 +47,8 @@ class ElidedDomainEdges {
         DomainEdgePlace above;
         /// What it got its signal from, if there is none above.
         const Wire *wire;
+        /// Whether the block handed on the signal from the end above, but no domain either way.
+        bool isApart = false;
     };
     struct Reader {
         MaybePort port;

@@ -45,9 +45,16 @@ bool isWire(const Block &block) {
             isZero(block.getParam(A_DELAY_LENGTH)));
 }
 
-/// What it reads; null for a block that stays, whatever it does.
+/// What it reads; null for a block that stays, whatever it does. A terminal reads its one port, whatever the key: of
+/// several nobody could tell which one it gives on.
 Port *inputOf(const Block &block) {
-    return isWire(block) ? block.getPort(NumberValue::get(0, block.getContext())) : nullptr;
+    if (!isWire(block)) {
+        return nullptr;
+    }
+    if (block.type() == A_TERMINAL_BLOCK.get_ptr()) {
+        return block.port_size() == 1 ? &*block.port_begin() : nullptr;
+    }
+    return block.getPort(NumberValue::get(0, block.getContext()));
 }
 
 /// The blocks of one model that go.

@@ -29,18 +29,6 @@ NumTypeSpec givenType(const Block &block) {
     return internal::scalarOf(NumTypeSpec(block.getParam(A_BARREL_OUTPUT_TYPE), block.getContext()));
 }
 
-/// The type of the wire in all instances; invalid if they differ in it or it is unknown in one. A cast tells the
-/// vectors and parts of its output, too, so that one serves no others.
-NumTypeSpec commonType(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
-    const PureValueRef first = types.getType(wire, instances.front());
-    for (const RefChain &instance : instances) {
-        if (!(types.getType(wire, instance) == first)) {
-            return {};
-        }
-    }
-    return NumTypeSpec(first, wire.getBlock().getContext());
-}
-
 /// The wire of a barrel shifter's data, null if there is none, if nobody reads the result, or if no type is given.
 const Wire *dataOf(const Block &block) {
     const Port *port = isBarrel(block) ? block.getPort(NumberValue::get(0, block.getContext())) : nullptr;
@@ -73,7 +61,7 @@ void InsertCastsPass::before(PassContext &context) {
                     wide.applyOp(internal::scalarOf(held), TYPE_OP_UNION);
                 }
             }
-            const NumTypeSpec read = commonType(*block.getWire(A_PRIM_WIRE_OUT), instances, types);
+            const NumTypeSpec read = internal::commonType(*block.getWire(A_PRIM_WIRE_OUT), instances, types);
             if (wide.isFixed() && !wide.scalarEquals(given) && read.scalarEquals(given)) {
                 mWork[&model].push_back({&block, wide, read});
             }

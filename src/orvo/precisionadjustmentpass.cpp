@@ -71,18 +71,6 @@ class ResultTypes {
     NumTypeSpec mReadAs;
 };
 
-/// The type of the wire in all instances; invalid if they differ in it or it is unknown in one. A cast tells the
-/// vectors and parts of its output, too, so that one serves no others.
-NumTypeSpec commonType(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
-    const PureValueRef first = types.getType(wire, instances.front());
-    for (const RefChain &instance : instances) {
-        if (!(types.getType(wire, instance) == first)) {
-            return {};
-        }
-    }
-    return NumTypeSpec(first, wire.getBlock().getContext());
-}
-
 /// A precision of a mode and a type; null for none.
 TupleValueRef precisionOf(const Block &block) {
     const TupleValueRef precision = tupleVR(block.getParam(A_OUTPUT_PRECISION));
@@ -138,7 +126,7 @@ void PrecisionAdjustmentPass::apply(PassContext &context) {
                 const ResultTypes result = resultTypes(block, *precision, instances, types);
                 const Wire *out = block.getWire(A_PRIM_WIRE_OUT);
                 const bool needsCast = result.moves() && out != nullptr && out->port_size() != 0;
-                readAs = needsCast ? commonType(*out, instances, types) : NumTypeSpec();
+                readAs = needsCast ? internal::commonType(*out, instances, types) : NumTypeSpec();
                 if (!result.keepValues() || (needsCast && !readAs.valid())) {
                     continue;
                 }

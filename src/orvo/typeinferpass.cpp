@@ -255,7 +255,7 @@ template <class End> PureValueRef query(internal::GlobalTypeImpl &impl, const En
     const Block &block = end.getBlock();
     std::optional<util::ProfilingSection> section;
     if (util::ProfilingLog::enabled()) {
-        section.emplace(block.getModel().getName()->toString().c_str(), GlobalTypePass::sName);
+        section.emplace(util::ProfilingInfo{block.getModel().getName()->toString(), GlobalTypePass::sName, true});
     }
     return impl.evaluateType(end, block, refChain);
 }

@@ -8,6 +8,7 @@
 
 #include <orvo/block.h>
 #include <orvo/blockclass.h>
+#include <orvo/blocksinfo.h>
 #include <orvo/design.h>
 #include <orvo/logging.h>
 #include <orvo/model.h>
@@ -27,11 +28,15 @@ ORVO_DEFINE_PASS(UnrelaxBoolsPass,
                  "Has blocks that take conditions of any width (A_PRIM_RELAX_BOOLS) take them as one bit: a condition "
                  "that is wider is brought to a bit that tells whether it is not zero. A block with a wide condition "
                  "that is a vector, or whose type is not known, stays as it is, and so does one whose type of block "
-                 "has no rule for that, which is reported.")
+                 "has no rule for that, which is reported. Blocks that read one signal share its bit. Where the "
+                 "catalogue knows of no conditions, the parameter says nothing and goes.")
 
 namespace {
 
-bool relaxesBools(const Block &block) { return block.findParam(A_PRIM_RELAX_BOOLS) == A_TRUE.get_ptr(); }
+/// Of a block without a type nobody knows what it would take.
+bool relaxesBools(const Block &block) {
+    return block.type() != nullptr && block.findParam(A_PRIM_RELAX_BOOLS) == A_TRUE.get_ptr();
+}
 
 bool isOneBit(const NumTypeSpec &type) { return type.intBits() == 1 && type.fracBits() == 0; }
 
@@ -44,7 +49,19 @@ std::vector<PureValueRef> typesOf(const Wire &wire, const std::vector<RefChain> 
     return all;
 }
 
-/// A bit that is one where any bit of the signal is, whatever its type.
+/// Whether a block like this may have conditions, as those may that the catalogue does not know.
+bool mayHaveConditions(const Block &block) {
+    const BlocksInfo &catalogue = getBlocksInfo();
+    const std::string *name = catalogue.findReversedMapping(block.type()->toString());
+    if (name == nullptr || !catalogue.blockExists(*name)) {
+        return true;
+    }
+    const std::vector<BlockConnection> &connections = catalogue.getBlockInfo(*name).connections;
+    return std::any_of(connections.begin(), connections.end(),
+                       [](const BlockConnection &one) { return one.name == "A_PRIM_RELAX_BOOLS"; });
+}
+
+/// A bit that is one where any bit of the signal is, whatever its type. Named by the end that asks for it.
 Wire &anyBit(const Block &block, const PureValueRef &port, Wire &wire) {
     Context *context = block.getContext();
     const PureValueRef end = PureTupleValue::get(block.getName(), port, context);
@@ -108,9 +125,12 @@ void UnrelaxBoolsPass::before(PassContext &context) {
             if (!relaxesBools(block)) {
                 continue;
             }
-            const auto *handler = block.getClass()->get<UnrelaxBoolsHandler>();
+            const BlockClass *of = block.getClass();
+            const auto *handler = of == nullptr ? nullptr : of->get<UnrelaxBoolsHandler>();
             if (handler == nullptr) {
-                if (missing.insert(block.getClass()).second) {
+                if (!mayHaveConditions(block)) {
+                    mWork[&model].push_back({&block, {}, {}});
+                } else if (missing.insert(of).second) {
                     log::msg(msg::warning::MISSING_UNRELAX_BOOLS_HANDLER);
                 }
                 continue;
@@ -131,10 +151,17 @@ void UnrelaxBoolsPass::apply(ModelPassContext &context) {
     if (work == mWork.end()) {
         return;
     }
+    // What blocks read says alike to all of them.
+    std::unordered_map<const Wire *, Wire *> bits;
     for (const Strict &strict : work->second) {
         Block &block = *strict.block;
         for (const PureValueRef &key : strict.wide) {
-            block.setParam(key, anyBit(block, key, *block.getPort(key)->getWire()));
+            Wire &wide = *block.getPort(key)->getWire();
+            const auto [bit, isNew] = bits.try_emplace(&wide, nullptr);
+            if (isNew) {
+                bit->second = &anyBit(block, key, wide);
+            }
+            block.setParam(key, *bit->second);
         }
         if (strict.outputType) {
             const NumTypeSpec read(strict.outputType, block.getContext());

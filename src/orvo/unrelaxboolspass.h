@@ -24,7 +24,7 @@ class UnrelaxBoolsPass final : public ModelPass {
     void after(PassContext &context) override;
 
   private:
-    /// A block that need not relax its conditions any longer.
+    /// A block that need not relax its conditions any longer, or never had any.
     struct Strict {
         Block *block;
         /// The ports to be narrowed.

@@ -171,6 +171,16 @@ std::vector<const Value *> DistinctInstances::typesAt(const Block &reference, co
     return types;
 }
 
+NumTypeSpec commonType(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
+    const PureValueRef first = types.getType(wire, instances.front());
+    for (const RefChain &instance : instances) {
+        if (!(types.getType(wire, instance) == first)) {
+            return {};
+        }
+    }
+    return NumTypeSpec(first, wire.getBlock().getContext());
+}
+
 const std::vector<RefChain> &tellingInstances(const Wire &wire, const std::vector<RefChain> &instances,
                                               GlobalTypePass &types, std::vector<RefChain> &some) {
     if (wire.port_size() != 0 || wire.getBlock().type() != A_INPUT_BLOCK.get_ptr()) {

@@ -12,6 +12,7 @@
 #include <orvo/pass.h>
 #include <orvo/staticstrings.h>
 #include <orvo/typeinferpass.h>
+#include <orvo/types.h>
 #include <orvo/unrollmappings.h>
 
 #include <algorithm>
@@ -58,6 +59,10 @@ class ORVO_API DistinctInstances {
     GlobalTypePass &mTypes;
     std::unordered_map<const Model *, Instances> mKnown;
 };
+
+/// The type of the wire in all instances; invalid if they differ in it or it is unknown in one. A cast tells the
+/// vectors and parts of its output, too, so that one serves no others.
+NumTypeSpec commonType(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types);
 
 /// The instances that tell what a wire carries: all of them, but of an input that nobody reads those in which it has a
 /// type, for others may leave it unconnected. None for one that has none: there is nothing to take apart, and nothing

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <ctime>
+#include <map>
+#include <utility>
 
 namespace util {
 
@@ -26,15 +28,32 @@ struct OpenSection {
     ProfilingNode *node;
     std::int64_t wallStart;
     std::int64_t cpuStart;
+    /// Those within it that are summed up, by label and detail.
+    std::map<std::pair<std::string, std::string>, ProfilingNode *> summed = {};
 };
 
 struct Log {
     std::unique_ptr<ProfilingNode> root = std::make_unique<ProfilingNode>();
-    std::vector<OpenSection> open;
+    /// The root is the first, and stays.
+    std::vector<OpenSection> open{{root.get(), 0, 0}};
     std::int64_t origin = clockNs(CLOCK_MONOTONIC);
     std::size_t nodes = 0;
 
-    ProfilingNode *child(ProfilingNode &parent, const ProfilingInfo &info) {
+    ProfilingNode *child(const ProfilingInfo &info) {
+        OpenSection &around = open.back();
+        if (!info.isSummed) {
+            return newChild(*around.node, info);
+        }
+        const auto [known, isNew] = around.summed.try_emplace({info.label, info.detail}, nullptr);
+        if (isNew) {
+            known->second = newChild(*around.node, info);
+        } else {
+            ++known->second->count;
+        }
+        return known->second;
+    }
+
+    ProfilingNode *newChild(ProfilingNode &parent, const ProfilingInfo &info) {
         if (nodes >= ProfilingLog::kMaxNodes) {
             auto same = std::find_if(parent.children.rbegin(), parent.children.rend(),
                                      [&](const auto &node) { return node->label == info.label; });
@@ -51,6 +70,8 @@ struct Log {
         node->startNs = clockNs(CLOCK_MONOTONIC) - origin;
         return node;
     }
+
+    std::size_t depth() const { return open.size() - 1; }
 
     void close() {
         const OpenSection &section = open.back();
@@ -75,21 +96,20 @@ void ProfilingLog::begin(const ProfilingInfo &info) {
     if (!tl_log) {
         return;
     }
-    ProfilingNode &parent = tl_log->open.empty() ? *tl_log->root : *tl_log->open.back().node;
-    ProfilingNode *node = tl_log->child(parent, info);
+    ProfilingNode *node = tl_log->child(info);
     tl_log->open.push_back({node, clockNs(CLOCK_MONOTONIC), clockNs(CLOCK_THREAD_CPUTIME_ID)});
 }
 
 void ProfilingLog::end() {
-    if (tl_log && !tl_log->open.empty()) {
+    if (depth() != 0) {
         tl_log->close();
     }
 }
 
-std::size_t ProfilingLog::depth() { return tl_log ? tl_log->open.size() : 0; }
+std::size_t ProfilingLog::depth() { return tl_log ? tl_log->depth() : 0; }
 
 void ProfilingLog::unwindTo(std::size_t depth) {
-    while (tl_log && tl_log->open.size() > depth) {
+    while (ProfilingLog::depth() > depth) {
         tl_log->close();
     }
 }
@@ -98,9 +118,7 @@ std::unique_ptr<ProfilingNode> ProfilingLog::take() {
     if (!tl_log) {
         return nullptr;
     }
-    while (!tl_log->open.empty()) {
-        tl_log->close();
-    }
+    unwindTo(0);
     std::unique_ptr<ProfilingNode> root = std::move(tl_log->root);
     for (const auto &section : root->children) {
         root->wallNs += section->wallNs;

@@ -4,6 +4,18 @@
 
 write_design d.xml
 
+# relaxed_design FILE COUNT: counters that take any width at their enable.
+relaxed_design() {
+    {
+        printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+        block in inputBlock '<wire name="0"/>'
+        for i in $(seq "$2"); do
+            block "n$i" counterBlock "$(param portEnable '[/top/in/0]')$(param primRelaxBools true)"
+        done
+        printf '</model></design></kelmar>\n'
+    } >"$1"
+}
+
 # Without passes a design is read and written; writing what was written gives the same bytes.
 run 0 opt d.xml -o plain.xml
 empty out
@@ -70,6 +82,13 @@ same out one.xml
 has err 'growth'
 run 0 opt d.xml -o one.xml --time -p DeadBlockPass
 for phase in 'read d.xml' DeadBlockPass 'write one.xml' 'peak KiB'; do has out "$phase"; done
+
+# Questions about types that a pass asks, one for each end of a block in it, are one line below it.
+relaxed_design relaxed.xml 20
+run 0 opt relaxed.xml --time -p UnrelaxBoolsPass
+has out 'GlobalTypePass (20 times)'
+[ "$(grep -c GlobalTypePass out)" = 3 ] || die "$(cat out)"
+
 run 0 opt d.xml --time-json time.json --time-trace trace.json -p DeadBlockPass
 empty out
 json time.json '[c["label"] for c in d["children"]] == ["read", "passes"]'

@@ -1,6 +1,6 @@
 // Lowering by chance, in the frame of RapidCheck.
 #include "support/loweringbychance.h"
-
+#include "support/onepass.h"
 #include "support/randomdesigns.h"
 #include "support/samebehaviour.h"
 
@@ -8,7 +8,6 @@
 #include <orvo/design.h>
 #include <orvo/model.h>
 #include <orvo/pass.h>
-#include <orvo/xmlservices.h>
 
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
@@ -23,12 +22,6 @@ namespace orvo::test {
 namespace {
 
 constexpr int kTimes = 20;
-
-std::string textOf(const Design &design) {
-    std::ostringstream out;
-    XMLServices().toXML(out, design);
-    return out.str();
-}
 
 void computesTheSame(gen::DesignGenerator &generator, const std::vector<Route> &routes, Tried &tried) {
     const Route &route = routes[*rc::gen::inRange<std::size_t>(0, routes.size()).as("route")];
@@ -61,7 +54,7 @@ void computesTheSame(gen::DesignGenerator &generator, const std::vector<Route> &
         holds = sameBehaviour(*before, *lowered, "top", options);
     }
     if (!holds) {
-        RC_LOG() << holds.message() << "\n" << textOf(*before);
+        RC_LOG() << holds.message() << "\n" << xmlOf(*before);
     }
     RC_ASSERT(static_cast<bool>(holds));
 }

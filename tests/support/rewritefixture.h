@@ -2,8 +2,8 @@
 // the outputs have changed.
 #pragma once
 
-#include "support/heardmessages.h"
-#include "support/invariants.h"
+#include "support/onepass.h"
+#include "support/porttypes.h"
 #include "support/samebehaviour.h"
 #include "support/simulatorfixture.h"
 #include "support/typetable.h"
@@ -14,48 +14,13 @@
 #include <orvo/nameorigin.h>
 #include <orvo/pass.h>
 #include <orvo/typeinferpass.h>
-#include <orvo/xmlservices.h>
 
 #include <algorithm>
-#include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 namespace orvo::test {
-
-/// Without a message, and to a sound design.
-inline void runPass(Design &design, const char *pass) {
-    HeardMessages heard(design.getContext());
-    PassScheduler scheduler;
-    scheduler.addPass(pass);
-    scheduler.apply(design);
-    EXPECT_TRUE(checkInvariants(design));
-    EXPECT_EQ(heard.take(), std::vector<std::string>{});
-}
-
-/// Types of all ports, in each model's own types.
-inline std::map<std::string, std::string> portTypes(Design &design) {
-    PassScheduler scheduler;
-    scheduler.requirePass("GlobalTypePass");
-    scheduler.requirePass("ModelTreePass");
-    const PassResults results = scheduler.apply(design);
-    std::map<std::string, std::string> types;
-    for (Model &model : design) {
-        RefChain chain;
-        if (!results.getPass<ModelTreePass>()->getRefChain(model, chain)) {
-            continue;
-        }
-        for (const Block &block : model) {
-            for (const Port &port : block.ports()) {
-                const PureValueRef type = results.getPass<GlobalTypePass>()->getType(port, chain);
-                types[block.value()->getPath() + " " + port.getName()->toString()] = type ? type->toString() : "?";
-            }
-        }
-    }
-    return types;
-}
 
 /// Whether a design by chance computes the same after the pass, with the same types at what is still there. Counts the
 /// blocks that went.
@@ -130,18 +95,11 @@ class RewriteFixture : public SimulatorFixture {
     void rewrite() { runPass(design, mPass); }
     /// The same for a design that can be simulated.
     void run() {
-        const std::unique_ptr<Design> before = copy();
+        const std::unique_ptr<Design> before = copyOf(design);
         const Lines types = typesAtOutputs(*before);
         rewrite();
         EXPECT_EQ(typesAtOutputs(design), types);
         expectSameBehaviour(*before, design);
-    }
-    std::unique_ptr<Design> copy() {
-        std::stringstream text;
-        XMLServices().toXML(text, design);
-        auto made = std::make_unique<Design>(mgr.context());
-        EXPECT_TRUE(XMLServices().fromXML(text, *made, XMLServices::defaultErrorFunc));
-        return made;
     }
     static Lines typesAtOutputs(Design &of) {
         PassScheduler scheduler;
