@@ -40,7 +40,7 @@ TEST_F(PrimitiveLoweringTest, foldsTheCastOfAProductOfConstants) {
     Block &inner = reading("inner", "multBlock", {&constant("c", "s4.0", "3"), &constant("d", "u4.0", "5")});
     Wire &x = input(model, "x", "s8.0");
     output(model, "o", out(reading("outer", "multBlock", {&x, &out(cast("cast", out(inner), "s5.0"))})));
-    const std::unique_ptr<Design> before = copy();
+    const std::unique_ptr<Design> before = test::copyOf(design);
     lower();
     test::expectSameBehaviour(*before, design);
     std::size_t products = 0;

@@ -45,7 +45,7 @@ bool mayTellTypes(const Block &block) {
 }
 
 /// The type in all instances; null if they differ.
-PureValueRef commonType(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
+PureValueRef typeInAll(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
     const PureValueRef first = types.getType(wire, instances.front());
     const bool isCommon = std::all_of(instances.begin(), instances.end(),
                                       [&](const RefChain &instance) { return types.getType(wire, instance) == first; });
@@ -83,7 +83,7 @@ void ReaderTypes::noteWire(Wire &wire, const std::shared_ptr<const std::vector<R
     if (!mSeen.insert(&wire).second) {
         return;
     }
-    if (const PureValueRef type = commonType(wire, *instances, mAsked->types)) {
+    if (const PureValueRef type = typeInAll(wire, *instances, mAsked->types)) {
         mNoted.push_back({&wire, type, instances});
     }
 }
