@@ -19,7 +19,7 @@ namespace orvo::generator {
 
 namespace {
 
-/// What there is to say of the design, its own passes say.
+/// What there is to say of the design, its own passes say; here, errors only mean that figures lack something.
 class Silence final : public ContextListener {
   public:
     explicit Silence(Context *context) : mContext(context), mListener(context->getListener()) {
@@ -28,11 +28,17 @@ class Silence final : public ContextListener {
     ~Silence() override { mContext->setListener(mListener); }
     Silence(const Silence &) = delete;
     Silence &operator=(const Silence &) = delete;
-    void onMessage(int, const char *, const log::LogParams &) override {}
+    void onMessage(int severity, const char *tag, const log::LogParams &) override {
+        if (severity == static_cast<int>(Severity::Error)) {
+            mErrors.insert(tag);
+        }
+    }
+    const std::set<std::string> &errors() const { return mErrors; }
 
   private:
     Context *mContext;
     ContextListener *mListener;
+    std::set<std::string> mErrors;
 };
 
 /// The file form is a plain image of all that a design holds.
@@ -115,7 +121,9 @@ DesignEstimate estimateDesign(const Design &design) {
     const Silence silence(design.getContext());
     const std::unique_ptr<Design> copy = copyOf(design);
     lower(*copy);
-    return estimateLowered(*copy, topModels(design));
+    DesignEstimate estimate = estimateLowered(*copy, topModels(design));
+    estimate.errors = silence.errors();
+    return estimate;
 }
 
 ResourceUsageAndLatencyHelper estimateModel(Model &model, bool, bool, bool) {
