@@ -117,6 +117,26 @@ TEST_F(DesignEstimateTest, sumsModelsThatNothingInstantiates) {
     EXPECT_EQ(all.total.latency, 2);
 }
 
+TEST_F(DesignEstimateTest, tellsModelsWithoutEndThatNoTopLeadsTo) {
+    // Two that contain each other, a third below them, and one that contains itself below the top.
+    std::vector<Model *> ring;
+    for (const char *name : {"a", "b", "below", "self"}) {
+        ring.push_back(Model::create(design, name));
+    }
+    const auto place = [](Model &in, const char *name, Model &of) {
+        Block::create(in, name, A_MODEL_BLOCK)->setParam(A_MODEL_NODE, of);
+    };
+    place(*ring[0], "i", *ring[1]);
+    place(*ring[1], "i", *ring[0]);
+    place(*ring[1], "j", *ring[2]);
+    place(*ring[3], "i", *ring[3]);
+    place(model, "i", *ring[3]);
+    const DesignEstimate all = estimateLowered(design, topModels(design));
+    // The top counts what is below it as one.
+    EXPECT_EQ(of(all, "top").uncounted, 1);
+    EXPECT_EQ(all.uncounted, 1 + 3);
+}
+
 TEST_F(DesignEstimateTest, tellsHowManyBlocksItDidNotCount) {
     output(model, "o", *Wire::create(block(model, "what", "unsupportedBlock"), value("y")));
     Wire &unknown = *Wire::create(block(model, "open", "addBlock"), A_PRIM_WIRE_OUT);

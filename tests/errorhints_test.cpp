@@ -45,8 +45,8 @@ TEST_F(ErrorHintsTest, oneBlockOfEachUnknownTypeWhereTypesAreMissing) {
     const std::vector<std::string> all = hints();
     ASSERT_EQ(all.size(), 2u);
     EXPECT_EQ(all[0], "block 'odd' in model 'top' has no type that the block catalogue knows: addBlok");
-    EXPECT_EQ(all[1], "'orvo check d.xml' tells what lacks a type, and why");
-    EXPECT_EQ(hints("-").back(), "'orvo check IN' tells what lacks a type, and why");
+    EXPECT_EQ(all[1], "'orvo check d.xml' tells which types are missing or do not fit");
+    EXPECT_EQ(hints("-").back(), "'orvo check IN' tells which types are missing or do not fit");
 }
 
 TEST_F(ErrorHintsTest, namesOfFilesAsAShellTakesThem) {

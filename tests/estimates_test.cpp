@@ -121,6 +121,33 @@ TEST_F(EstimatesTest, countProductsBySignalsAndConstants) {
               "0 1 0 0 3");
 }
 
+TEST_F(EstimatesTest, countTheDigitsOfTheSignificandThatTheFormatHas) {
+    const auto by = [&](const char *constant) {
+        return figures(
+            estimate("constmultBlock", {{"0", "float(23,8)"}}, {{"primWireOut", ""}}, {{"constValue", constant}}));
+    };
+    // A tenth has 53 bits as it is read, of which the format keeps 24, rounded up.
+    EXPECT_EQ(by("0x1999999999999ap-56"), by("0xcccccdp-27"));
+    // What is rounded away costs nothing, and neither does a sign.
+    EXPECT_EQ(by("0x10000000001p-40"), by("1"));
+    EXPECT_EQ(by("-3"), by("3"));
+    // Half of the last place goes to the even neighbour.
+    EXPECT_EQ(by("0x1000001p+0"), by("1"));
+    EXPECT_EQ(by("0x1000003p+0"), by("0x1000004p+0"));
+    EXPECT_NE(by("3"), by("1"));
+}
+
+TEST_F(EstimatesTest, giveAConstantABitWhereTheOutputIsNoWider) {
+    const auto product = [&](const char *type) {
+        const std::string precision = std::string("(typeSpecified (typeSFixed ") + type + "))";
+        return figures(
+            estimate("constmultBlock", {{"0", "[2] s8.0"}}, {{"primWireOut", ""}},
+                     {{"constValue", "(1 2)"}, {"multLogic", "true"}, {"outputPrecision", precision.c_str()}}));
+    };
+    EXPECT_EQ(product("12 0"), "64 0 0 0 2");
+    EXPECT_EQ(product("4 0"), "16 0 0 0 1");
+}
+
 TEST_F(EstimatesTest, exploitAConstantBeforeTilingWhereTheyAreTold) {
     for (const bool isFirst : {false, true}) {
         for (const bool optimises : {false, true}) {

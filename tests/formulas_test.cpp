@@ -161,6 +161,8 @@ TEST(Formulas, tileProductsWithTheMultipliersOfTheFamily) {
 TEST(Formulas, buildProductsOfRowsOfLogic) {
     EXPECT_EQ(logicProduct(8, 4), logic(32, 2));
     EXPECT_EQ(logicProduct(8, 1), logic(8, 1));
+    EXPECT_EQ(logicProduct(8, 0), Usage());
+    EXPECT_EQ(logicProduct(8, -3), Usage());
 }
 
 TEST(Formulas, leaveOutPiecesOfConstantsThatNeedNoMultiplier) {
@@ -205,17 +207,59 @@ TEST(Formulas, addOnceForEachDigitButOne) {
     EXPECT_EQ(additionsFor(64), 0);
     // x + 4x: the two low bits of x pass.
     EXPECT_EQ(additionsFor(5), 9);
-    // 8x - x.
-    EXPECT_EQ(additionsFor(7), 9);
-    // -x, and x - 8x, which needs no more than 8x - x.
+    // -x, and x - 8x: the three low bits of x pass, and the difference has a sign.
     EXPECT_EQ(additionsFor(-1), 9);
     EXPECT_EQ(additionsFor(-7), 9);
     // -(x + 4x): nothing to subtract from.
     EXPECT_EQ(additionsFor(-5), 9 + 12);
+    // x - 4x - 16x: a difference of 11 bits with its sign, then -19x of 14.
+    EXPECT_EQ(additionsFor(-19), 9 + 10);
     // x + 4x + 16x: a sum of 11 bits, of which the lower 4 pass.
     EXPECT_EQ(additionsFor(21), 9 + 9);
     const mpz_class number(21);
     EXPECT_EQ(shiftAddProductBy(8, number.get_mpz_t()).latency, 2);
+}
+
+TEST(Formulas, subtractAlsoTheBitsBelowTheFirstPositiveDigit) {
+    // 4x - x to 32x - x: no bit of -x passes, and no sum reaches above the highest digit.
+    EXPECT_EQ(additionsFor(3), 8 + 2);
+    EXPECT_EQ(additionsFor(7), 8 + 3);
+    EXPECT_EQ(additionsFor(15), 8 + 4);
+    EXPECT_EQ(additionsFor(31), 8 + 5);
+    // 65536x - x: the eight bits of -x, its sign, and what the borrow goes through; 65536x + x takes the upper half.
+    EXPECT_EQ(additionsFor(65535), 8 + 1 + 8);
+    EXPECT_EQ(additionsFor(65537), 9);
+    // 64x - (x + 4x): six bits are below the digit.
+    EXPECT_EQ(additionsFor(59), 9 + 8 + 6);
+    // 64x + (x - 8x): the sum so far is negative, but as it stands, and its low bits pass.
+    EXPECT_EQ(additionsFor(57), 9 + 8);
+    // 8x - x, then 64x less of that.
+    EXPECT_EQ(additionsFor(-57), 11 + 9);
+}
+
+/// Bits of an unsigned operand times a number, with a sign where there is one.
+Count bitsOfProduct(Count width, const mpz_class &number) {
+    const mpz_class most = abs(number) * ((mpz_class(1) << static_cast<mp_bitcnt_t>(width)) - 1);
+    return static_cast<Count>(mpz_sizeinbase(most.get_mpz_t(), 2)) + (number < 0 ? 1 : 0);
+}
+
+TEST(Formulas, giveEachSumTheBitsThatItHas) {
+    constexpr Count kWidth = 8;
+    for (long number = -3000; number <= 3000; ++number) {
+        const mpz_class exact(number);
+        const std::vector<SignedDigit> digits = canonicalDigits(exact.get_mpz_t());
+        if (digits.size() != 2) {
+            continue;
+        }
+        const Count shift = digits[1].position - digits[0].position;
+        const mpz_class odd = exact >> static_cast<mp_bitcnt_t>(digits[0].position);
+        if (!digits[0].isNegative && shift < kWidth) {
+            // The bits of the operand below the second digit pass. Further up, a sign goes through all of the sum.
+            ASSERT_EQ(additionsFor(number), bitsOfProduct(kWidth, odd) - shift) << number;
+        } else if (digits[0].isNegative && !digits[1].isNegative && shift <= kWidth + 1) {
+            ASSERT_EQ(additionsFor(number), bitsOfProduct(kWidth, odd)) << number;
+        }
+    }
 }
 
 TEST(Formulas, buildFloatsOfShiftersAndAdders) {

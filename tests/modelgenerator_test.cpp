@@ -75,6 +75,17 @@ TEST_F(ModelGeneratorTest, doesNotCountACastWithoutTypes) {
     EXPECT_EQ(estimate.total, ResourceUsageAndLatencyHelper());
 }
 
+TEST_F(ModelGeneratorTest, tellsThatItCouldNotLowerAll) {
+    output(model, "o", out(unary(model, "neg", "negBlock", input(model, "a", "s8.0"))));
+    EXPECT_TRUE(generator::estimateDesign(design).isComplete());
+    // A reader of a tag without an output.
+    block(model, "f", "fromBlock", {{"fromTag", "t"}});
+    const generator::DesignEstimate estimate = generator::estimateDesign(design);
+    EXPECT_FALSE(estimate.isComplete());
+    EXPECT_EQ(estimate.errors.count("FROM_MISSING_WIRE"), 1U);
+    EXPECT_EQ(estimate.total.luts, 9);
+}
+
 TEST_F(ModelGeneratorTest, leavesTheDesignAndTheListenerAsTheyAre) {
     test::HeardMessages heard(mgr.context());
     // A complex signal on a block for real numbers alone is told by the pass that meets it.

@@ -261,6 +261,47 @@ TEST_F(PortDimensions, mayDifferAtBlocksThatStandForWholeModels) {
     EXPECT_EQ(validate(), Lines());
 }
 
+TEST_F(PortDimensions, mayDifferAtBlocksWhosePortsHaveNothingInCommon) {
+    int number = 0;
+    for (const StaticString *type :
+         {&A_HIDDEN_IFACE_BLOCK, &A_BOUNDARY_BLOCK, &A_UNSCHED_BLOCK, &A_AXI4_STREAM_RECEIVER_BLOCK,
+          &A_AXI4_STREAM_TRANSMITTER_BLOCK, &A_SHARED_FIFO_BLOCK, &A_BUS_OUT_BLOCK, &A_BUS_SIGNALS_BLOCK,
+          &A_SARNET_MM_MASTER_OUT_BLOCK, &A_SARNET_MM_SLAVE_OUT_BLOCK}) {
+        Block &block = make("b" + std::to_string(number++), *type);
+        block.setParam(key(0), source("[4] s8.0"));
+        block.setParam(key(1), source("[2] s8.0"));
+    }
+    EXPECT_EQ(validate(), Lines());
+    // A queue of one stream has one kind of data.
+    Block &queue = make("queue", A_FIFO_BLOCK);
+    queue.setParam(key(0), source("[4] s8.0"));
+    queue.setParam(key(1), source("[2] s8.0"));
+    EXPECT_EQ(validate(), (Lines{"error UNEQUAL_PORT_VECTOR_WIDTHS block=/top/queue port=1 width=2"}));
+}
+
+TEST_F(PortDimensions, areThoseThatTheBlockTakes) {
+    const std::string data = A_SYNC_REGISTER_PORT_ICLK_DATA.get_ptr()->toString();
+    const std::string enable = A_SYNC_REGISTER_PORT_ICLK_ENABLE.get_ptr()->toString();
+    const auto told = [&](const std::string &dataIn, const std::string &enableIn, const std::string &type) {
+        Block &block = make("r", A_SYNC_REGISTER_BLOCK);
+        block.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, source(dataIn));
+        block.setParam(A_SYNC_REGISTER_PORT_ICLK_ENABLE, source(enableIn));
+        block.setParam(A_SYNC_REGISTER_DATA_TYPE, value(testing::typeText(type)));
+        Lines lines = validate();
+        delete &block;
+        return lines;
+    };
+    const auto unfit = [](int width, const std::string &port) {
+        return Lines{"error UNEQUAL_PORT_VECTOR_WIDTHS block=/top/r port=" + port + " width=" + std::to_string(width)};
+    };
+    EXPECT_EQ(told("[2] s8.0", "u1.0", "[2] s4.0"), Lines());
+    EXPECT_EQ(told("[1] s8.0", "u1.0", "s4.0"), Lines());
+    EXPECT_EQ(told("[2] s8.0", "[2] u1.0", "[2] s8.0"), unfit(2, enable));
+    EXPECT_EQ(told("[2] s8.0", "u1.0", "s8.0"), unfit(2, data));
+    EXPECT_EQ(told("s8.0", "u1.0", "[2] s8.0"), unfit(1, data));
+    EXPECT_EQ(told("[3][2] s8.0", "u1.0", "[4][2] s8.0"), unfit(3, data));
+}
+
 TEST_F(PortDimensions, mayDifferAtTheKernelOfAFold) {
     Block &block = sum({"[4] s8.0", "[2] s8.0"});
     block.setParam(A_FOLDING_KERNEL_TAG, value("kernel"));

@@ -187,6 +187,29 @@ TEST_F(XmlTest, goesOnWhereTheErrorFunctionLetsAnErrorPass) {
     EXPECT_NE(model("m"), nullptr);
 }
 
+TEST_F(XmlTest, tellsOfTextBehindTheValueOfAParameter) {
+    const std::string longText(100, 'x');
+    const std::string texts[] = {"3/4",    "a/b",       "(1 2) 5", "3x",           "1 2",
+                                 "\"a\"b", "[/m] [/m]", "0x8p-4.", longText + "/b"};
+    for (const std::string &text : texts) {
+        const std::string params = "<param name=\"k\">" + text + "</param><param name=\"j\">" + text + "</param>";
+        EXPECT_EQ(errorsOf(document(params + "<model name=\"m\"/>")),
+                  (Errors{"ERR_BAD_PARAM_VALUE", "ERR_BAD_PARAM_VALUE"}))
+            << text;
+        EXPECT_TRUE(failed) << text;
+    }
+    // Where the error is let pass, the first value stands.
+    EXPECT_EQ(errorsOf(document("<param name=\"k\">3/4</param>"), false), Errors{"ERR_BAD_PARAM_VALUE"});
+    EXPECT_FALSE(failed);
+    EXPECT_EQ(design->getParam(name("k")), ValueRef(name("3")));
+}
+
+TEST_F(XmlTest, takesWhiteSpaceAroundTheValueOfAParameter) {
+    for (const std::string text : {" 3 ", "\n\ta\n", "(1 2)\n ", " \"a\" ", " [/m]\n", "0x8p-4 "}) {
+        EXPECT_EQ(errorsOf(document("<param name=\"k\">" + text + "</param><model name=\"m\"/>")), Errors{}) << text;
+    }
+}
+
 TEST_F(XmlTest, skipsElementsOfOtherNamesAndNamespaces) {
     EXPECT_EQ(errorsOf(document("<note><model name=\"a\"/></note><x:model xmlns:x=\"u\" name=\"b\"/>"
                                 "<model name=\"c\"><!-- comment --><?pi?></model>")),

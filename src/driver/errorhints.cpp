@@ -92,7 +92,7 @@ std::vector<std::string> hintsAfter(const Console &console, const Design &design
     const std::string file = input.empty() || input == "-" ? "IN" : asWord(input);
     if (hasToldOneOf(console, kMissingTypes)) {
         addUnknownTypes(design, hints);
-        hints.push_back(fmt::format("'orvo check {}' tells what lacks a type, and why", file));
+        hints.push_back(fmt::format("'orvo check {}' tells which types are missing or do not fit", file));
     }
     if (hasToldOneOf(console, kBrokenRoutes) && hasSpareModels(design)) {
         hints.push_back(fmt::format("models that none to be written out needs may be in the way; 'orvo opt {} -p "

@@ -236,12 +236,12 @@ void DriverInstrumentation::compareWithBefore(const PassRecord &record, const De
 }
 
 /// Lists of passes run none, and so have nothing to compare.
-generator::Usage DriverInstrumentation::estimate(const Design &design) {
+DesignCost DriverInstrumentation::estimate(const Design &design) {
     if (mOptions.list) {
         return {};
     }
     util::ProfilingSection section("estimate", "what the design costs");
-    return generator::estimateDesign(design).total;
+    return costOf(generator::estimateDesign(design));
 }
 
 void DriverInstrumentation::dump(PassRecord &record, const Design &design) {

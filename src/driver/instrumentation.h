@@ -9,8 +9,8 @@
 #include "driver/passtext.h"
 #include "driver/progress.h"
 #include "driver/reproducer.h"
+#include "driver/resources.h"
 #include "driver/statistics.h"
-#include "generator/formulas.h"
 
 #include <orvo/pass.h>
 #include <orvo/simulator.h>
@@ -67,8 +67,8 @@ struct PassRecord {
     NodeCounts before;
     NodeCounts after;
     /// Only with estimates.
-    generator::Usage costBefore;
-    generator::Usage costAfter;
+    DesignCost costBefore;
+    DesignCost costAfter;
 };
 
 class DriverInstrumentation final : public PassInstrumentation {
@@ -91,7 +91,7 @@ class DriverInstrumentation final : public PassInstrumentation {
     bool wasSoBefore(const Finding &finding) const;
     void simulateBefore(const Design &design);
     void compareWithBefore(const PassRecord &record, const Design &design);
-    generator::Usage estimate(const Design &design);
+    DesignCost estimate(const Design &design);
     void dump(PassRecord &record, const Design &design);
 
     RunOptions mOptions;

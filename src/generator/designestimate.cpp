@@ -10,7 +10,9 @@
 #include <orvo/pass.h>
 #include <orvo/wire.h>
 
+#include <algorithm>
 #include <map>
+#include <span>
 #include <unordered_map>
 #include <utility>
 
@@ -77,10 +79,18 @@ class DesignEstimator {
             graph.closeNode();
         }
         const internal::StrongComponents order = internal::stronglyConnectedComponents(graph);
-        const std::vector<bool> endless = endlessModels(graph, order);
+        using Component = std::span<const std::uint32_t>;
+        // Of models that contain themselves, and those below them, there are instances without end.
+        const std::vector<bool> endless =
+            withAllBelow(graph, order, [&](Component component) { return internal::isCyclic(graph, component); });
+        const std::vector<bool> covered = withAllBelow(graph, order, [&](Component component) {
+            return std::any_of(component.begin(), component.end(),
+                               [&](std::uint32_t number) { return isTop(mModels[number]); });
+        });
         for (const std::uint32_t number : order.nodes) {
             if (endless[number]) {
                 mModels[number].estimate.uncounted = 1;
+                mUncovered += covered[number] ? 0 : 1;
             } else {
                 estimate(mModels[number]);
             }
@@ -99,19 +109,25 @@ class DesignEstimator {
     /// A model and the types at the block that stands for it: what tells instances apart.
     using Key = std::pair<const Model *, std::vector<const Value *>>;
 
-    /// Models that contain themselves, and those below them, of which there are instances without end.
-    static std::vector<bool> endlessModels(const internal::Digraph &graph, const internal::StrongComponents &order) {
-        std::vector<bool> endless(graph.size(), false);
+    /// The models of the components that are chosen, and all below them.
+    template <class Chosen>
+    static std::vector<bool> withAllBelow(const internal::Digraph &graph, const internal::StrongComponents &order,
+                                          Chosen isChosen) {
+        std::vector<bool> reached(graph.size(), false);
         for (std::size_t i = order.size(); i-- > 0;) {
-            const bool isCycle = internal::isCyclic(graph, order[i]);
-            for (const std::uint32_t number : order[i]) {
-                endless[number] = endless[number] || isCycle;
+            const auto component = order[i];
+            // Whoever reaches one model of a component reaches all.
+            const bool isReached =
+                isChosen(component) ||
+                std::any_of(component.begin(), component.end(), [&](std::uint32_t number) { return reached[number]; });
+            for (const std::uint32_t number : component) {
+                reached[number] = isReached;
                 for (const std::uint32_t below : graph.edgesOf(number)) {
-                    endless[below] = endless[below] || endless[number];
+                    reached[below] = reached[below] || isReached;
                 }
             }
         }
-        return endless;
+        return reached;
     }
 
     static PassResults inferred(Design &design) {
@@ -200,6 +216,7 @@ class DesignEstimator {
 
     DesignEstimate result() {
         DesignEstimate result;
+        result.uncounted = mUncovered;
         for (Entry &entry : mModels) {
             if (isTop(entry)) {
                 result.total = beside(result.total, entry.estimate.usage);
@@ -218,6 +235,8 @@ class DesignEstimator {
     std::vector<Entry> mModels;
     std::unordered_map<const Model *, std::uint32_t> mNumbers;
     std::map<Key, Cost> mCosts;
+    /// Models without end that no top leads to.
+    Count mUncovered = 0;
 };
 
 } // namespace

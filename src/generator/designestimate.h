@@ -6,6 +6,7 @@
 #include <orvo/value.h>
 
 #include <set>
+#include <string>
 #include <vector>
 
 namespace orvo {
@@ -31,7 +32,12 @@ struct DesignEstimate {
     std::vector<ModelEstimate> models;
     /// Of all models that nothing instantiates, however dead logic has gone.
     Usage total;
+    /// In these models; each model that contains itself and that none of them leads to counts as one.
     Count uncounted = 0;
+    /// Tags of the errors told while the design was lowered, if it was for this estimate: where there is one, the
+    /// figures are of a design that lacks whatever could not be lowered.
+    std::set<std::string> errors;
+    bool isComplete() const { return errors.empty(); }
 };
 
 /// Infers the types of the design, which it does not change otherwise. Works on each instance of a model whose types

@@ -141,15 +141,32 @@ mpz_class exactUnits(const ValueRef &value) {
     return units;
 }
 
+/// The significand of a format for a number: of its bits only the highest, to which it is rounded.
+mpz_class significandOf(const mpz_class &number, Count bits) {
+    const mpz_class magnitude = abs(number);
+    const Count dropped = static_cast<Count>(mpz_sizeinbase(magnitude.get_mpz_t(), 2)) - bits;
+    if (dropped <= 0) {
+        return magnitude;
+    }
+    const auto shift = static_cast<mp_bitcnt_t>(dropped);
+    mpz_class kept = magnitude >> shift;
+    const mpz_class rest = magnitude - (kept << shift);
+    const int aboveHalf = cmp(rest, mpz_class(1) << (shift - 1));
+    if (aboveHalf > 0 || (aboveHalf == 0 && mpz_odd_p(kept.get_mpz_t()) != 0)) {
+        ++kept;
+    }
+    return kept;
+}
+
 Usage productByConstant(const Primitive &block) {
     const NumTypeSpec in = block.port(0);
     const NumTypeSpec out = block.out();
     const ValueRef value = block.block().getParam(A_CONST_VALUE);
     if (!numberVR(value)) {
-        // Lanes and parts with constants of their own: as many products of signals as an upper bound.
-        const Usage one =
-            out.isFloat() ? floatProduct(block, out) : fixedProduct(block, bitsOf(in), bitsOf(out) - bitsOf(in));
-        return perScalar(out, one);
+        // Lanes and parts with constants of their own: as many products of signals as an upper bound. A constant has a
+        // bit, also where the output is no wider than the input.
+        const Count constantBits = std::max<Count>(bitsOf(out) - bitsOf(in), 1);
+        return perScalar(out, out.isFloat() ? floatProduct(block, out) : fixedProduct(block, bitsOf(in), constantBits));
     }
     const mpz_class constant = exactUnits(value);
     if (!out.isFloat()) {
@@ -159,10 +176,11 @@ Usage productByConstant(const Primitive &block) {
                                   : shiftAddProductBy(bitsOf(in), constant.get_mpz_t()));
     }
     const FloatFormat format = formatOf(out);
-    const Usage significand = shiftAddProductBy(format.significand, constant.get_mpz_t());
+    const mpz_class significand = significandOf(constant, format.significand);
+    const Usage product = shiftAddProductBy(format.significand, significand.get_mpz_t());
     const Usage rest = logic(2 * format.exponent, 1);
-    const bool isPower = mpz_popcount(mpz_class(abs(constant)).get_mpz_t()) <= 1;
-    return perScalar(out, isPower ? rest : behind(behind(significand, rest), logic(format.significand, 1)));
+    const bool isPower = mpz_popcount(significand.get_mpz_t()) <= 1;
+    return perScalar(out, isPower ? rest : behind(behind(product, rest), logic(format.significand, 1)));
 }
 
 Usage scalarProduct(const Primitive &block) {

@@ -2,6 +2,7 @@
 #include "generator/formulas.h"
 
 #include <device/devicetable.h>
+#include <orvo/logging.h>
 
 #include <algorithm>
 #include <limits>
@@ -187,6 +188,7 @@ template <class Cover> Tiling bestTiling(const device::Family &family, Cover cov
         take(mode.widthA, mode.widthB, mode.perBlock);
         take(mode.widthB, mode.widthA, mode.perBlock);
     }
+    ORVO_ASSERT(best.multipliers >= 0, "a family has multipliers");
     return best;
 }
 
@@ -227,7 +229,10 @@ Usage hardProduct(const device::Family &family, Count widthA, Count widthB) {
 }
 
 Usage logicProduct(Count widthA, Count widthB) {
-    return logic(times(widthA, widthB), std::max<Count>(log2Ceil(std::min(widthA, widthB)), widthA > 0 ? 1 : 0));
+    if (widthA <= 0 || widthB <= 0) {
+        return {};
+    }
+    return logic(times(widthA, widthB), std::max(log2Ceil(std::min(widthA, widthB)), 1));
 }
 
 Usage hardProductBy(const device::Family &family, Count width, mpz_srcptr constant) {
@@ -275,17 +280,26 @@ Usage shiftAddProductBy(Count width, mpz_srcptr constant) {
         return {};
     }
     Usage usage;
-    // The bits of the sum so far, above the lowest digit.
+    // Of the sum so far, from the lowest digit up. It begins with the operand itself: as long as all digits are
+    // negative, the sum is held negated.
     Count sum = width;
+    bool isHeldNegated = digits.front().isNegative;
     for (std::size_t i = 1; i < digits.size(); ++i) {
         const Count shift = digits[i].position - digits.front().position;
-        // Bits of the sum below the digit pass by the adder.
-        const Count added = std::max(sum - shift, width) + 1;
-        usage = behind(usage, adder(added));
-        sum = shift + added;
+        const bool isTurned = isHeldNegated && !digits[i].isNegative;
+        isHeldNegated = isHeldNegated && !isTurned;
+        // Between digits are zeros, so that the sum has the sign of its highest digit and hardly reaches above it: not
+        // at all where it is a difference.
+        const bool isSum = digits[i].isNegative == digits[i - 1].isNegative;
+        const bool hasSign = digits[i].isNegative && !isHeldNegated;
+        const Count above = width + (isSum ? 1 : 0) + (hasSign ? 1 : 0);
+        // Bits of the sum below the digit pass by the adder, unless it subtracts them: then it takes all of them and
+        // the sign, of which those between are copies.
+        const Count below = isTurned ? std::min(shift, sum + 1) : 0;
+        usage = behind(usage, adder(below + above));
+        sum = shift + above;
     }
-    const bool allNegative = std::all_of(digits.begin(), digits.end(), [](const auto &one) { return one.isNegative; });
-    return allNegative ? behind(usage, adder(sum + 1)) : usage;
+    return isHeldNegated ? behind(usage, adder(sum + 1)) : usage;
 }
 
 Usage softFloatAdder(const FloatFormat &format) {

@@ -100,7 +100,9 @@ DesignEstimate estimateDesign(const Design &design) {
     const internal::Silence silence(design.getContext());
     const std::unique_ptr<Design> copy = copyOf(design);
     lower(*copy);
-    return estimateLowered(*copy, topModels(design));
+    DesignEstimate estimate = estimateLowered(*copy, topModels(design));
+    estimate.errors = silence.errors();
+    return estimate;
 }
 
 ResourceUsageAndLatencyHelper estimateModel(Model &model, bool, bool, bool) {

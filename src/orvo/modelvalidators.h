@@ -28,7 +28,8 @@ class ShuffleDelayBlocksValidator final : public Validator {
     void validate(ModelPassContext &context) override;
 };
 
-/// The data ports of a block have the same vector widths, level by level; a width of 1 agrees with any.
+/// The data ports of a block have the same vector widths, level by level; a width of 1 agrees with any. What drives a
+/// port has the widths that the block takes there.
 class PortDimensionsValidator final : public FactsValidator {
   public:
     using FactsValidator::FactsValidator;

@@ -43,6 +43,18 @@ constexpr const StaticString *kFreeDimensions[] = {
     // What stands for a whole model or for logic from outside has the ports of that.
     &A_SCHEDULED_MODEL_BLOCK,
     &A_EXT_IFACE_BLOCK,
+    &A_HIDDEN_IFACE_BLOCK,
+    // What marks or hands on several signals at once computes none from another.
+    &A_BOUNDARY_BLOCK,
+    &A_UNSCHED_BLOCK,
+    &A_SHARED_FIFO_BLOCK,
+    // The signals of a bus or stream have the lengths that its protocol gives each.
+    &A_BUS_OUT_BLOCK,
+    &A_BUS_SIGNALS_BLOCK,
+    &A_SARNET_MM_MASTER_OUT_BLOCK,
+    &A_SARNET_MM_SLAVE_OUT_BLOCK,
+    &A_AXI4_STREAM_RECEIVER_BLOCK,
+    &A_AXI4_STREAM_TRANSMITTER_BLOCK,
 };
 
 /// A port of a block type.
@@ -194,14 +206,42 @@ class WidestVectors {
     std::vector<Level> mLevels;
 };
 
+log::LogParams placeOf(const Port &port) {
+    return log::p("block", port.getBlock().value()) % log::p("port", port.getName());
+}
+
+void tellUnequal(const Port &port, int length) {
+    log::msg(msg::error::UNEQUAL_PORT_VECTOR_WIDTHS, log::p("width", length) % placeOf(port));
+}
+
 void tellClash(const Port &port, const WidestVectors::Level &widest, int length) {
-    const log::LogParams place = log::p("block", port.getBlock().value()) % log::p("port", port.getName());
     if (widest.kind == kindOf(port)) {
-        log::msg(msg::error::UNEQUAL_PORT_VECTOR_WIDTHS, log::p("width", length) % place);
+        tellUnequal(port, length);
     } else {
         log::msg(msg::error::UNEQUAL_PORT_VECTOR_WIDTHS_MIXING,
-                 log::p("expected", widest.length) % log::p("actual", length) % place);
+                 log::p("expected", widest.length) % log::p("actual", length) % placeOf(port));
     }
+}
+
+/// The length of what drives a port at the innermost level where it does not fit the port's own, as the block's type
+/// may tell that beforehand; null if all fit.
+std::optional<int> unfitLength(const Port &port, const VectorDecorSpec &own, const TypesOfModel &types,
+                               const RefChain &instance) {
+    const Wire *wire = port.peekWire();
+    const VectorDecorSpec driver(wire == nullptr ? PureValueRef() : types.at(*wire, instance),
+                                 port.getBlock().getContext());
+    if (!own.valid() || !driver.valid() || driver == own) {
+        return std::nullopt;
+    }
+    const std::vector<int> &asked = own.vectorLengths();
+    const std::vector<int> &given = driver.vectorLengths();
+    const auto at = [](const std::vector<int> &lengths, std::size_t i) { return i < lengths.size() ? lengths[i] : 1; };
+    for (std::size_t i = 0; i < std::max(asked.size(), given.size()); ++i) {
+        if (at(asked, i) != at(given, i)) {
+            return at(given, i);
+        }
+    }
+    return std::nullopt;
 }
 
 void checkDimensions(const Block &block, const TypesOfModel &types) {
@@ -214,8 +254,9 @@ void checkDimensions(const Block &block, const TypesOfModel &types) {
             }
             const VectorDecorSpec vectors(types.at(port, instance), block.getContext());
             const auto clash = vectors.isVector() ? widest.take(vectors.vectorLengths(), kindOf(port)) : std::nullopt;
-            if (clash && told.insert(&port).second) {
-                tellClash(port, clash->first, clash->second);
+            const auto unfit = unfitLength(port, vectors, types, instance);
+            if ((clash || unfit) && told.insert(&port).second) {
+                clash ? tellClash(port, clash->first, clash->second) : tellUnequal(port, *unfit);
             }
         }
     }
@@ -247,8 +288,7 @@ template <class End> void checkHasType(const End &end, const char *side, const T
 void PortDimensionsValidator::validate(ModelPassContext &context) {
     const TypesOfModel types = facts().typesOf(context);
     for (const Block &block : context.getModel()) {
-        // One port cannot disagree.
-        if (block.port_size() > 1 && !hasFreeDimensions(block)) {
+        if (!hasFreeDimensions(block)) {
             checkDimensions(block, types);
         }
     }

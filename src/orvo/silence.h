@@ -4,9 +4,12 @@
 #include <orvo/context.h>
 #include <orvo/logging.h>
 
+#include <set>
+#include <string>
+
 namespace orvo::internal {
 
-/// Nobody hears the context's messages while this lives.
+/// Nobody hears the context's messages while this lives. The tags of errors are kept, for what they say of the outcome.
 class Silence final : public ContextListener {
   public:
     explicit Silence(Context *context) : mContext(context), mListener(context->getListener()) {
@@ -15,11 +18,17 @@ class Silence final : public ContextListener {
     ~Silence() override { mContext->setListener(mListener); }
     Silence(const Silence &) = delete;
     Silence &operator=(const Silence &) = delete;
-    void onMessage(int, const char *, const log::LogParams &) override {}
+    void onMessage(int severity, const char *tag, const log::LogParams &) override {
+        if (severity == static_cast<int>(Severity::Error)) {
+            mErrors.insert(tag);
+        }
+    }
+    const std::set<std::string> &errors() const { return mErrors; }
 
   private:
     Context *mContext;
     ContextListener *mListener;
+    std::set<std::string> mErrors;
 };
 
 } // namespace orvo::internal

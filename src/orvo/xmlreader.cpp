@@ -2,6 +2,7 @@
 // document is ever held. Node paths in values are bound at the end, when all nodes are there.
 #include "orvo/xmlreader.h"
 
+#include "orvo/valuetext.h"
 #include "orvo/xmlform.h"
 
 #include <orvo/block.h>
@@ -175,25 +176,30 @@ class Utf8Appender {
     std::uint32_t mHigh = 0xd800;
 };
 
+/// A value, and whether anything but white space stands behind it.
+struct ReadValue {
+    ValueRef value;
+    bool hasRest = false;
+};
+
 /// Reads values, and remembers those of short texts that come again and again: keys, block types, flags.
 class CachedValueReader {
   public:
-    explicit CachedValueReader(Context *context) : mReader(context), mSlots(kSlots) {}
-    ValueRef parse(const std::string &text) {
+    explicit CachedValueReader(Context *context) : mReader(context), mContext(context), mIn(&mBuffer), mSlots(kSlots) {}
+    ReadValue parse(const std::string &text) {
         // Node paths and names hardly ever repeat.
         if (text.size() > kLongest || text.empty() || text.front() == '[') {
-            return mReader.parse(text);
+            return read(text);
         }
         Slot &slot = mSlots[std::hash<std::string_view>()(text) % kSlots];
         if (slot.text != text) {
-            ValueRef value = mReader.parse(text);
-            if (!value) {
-                return value;
+            ReadValue read = this->read(text);
+            if (!read.value) {
+                return read;
             }
-            slot.text = text;
-            slot.value = std::move(value);
+            slot = {text, std::move(read)};
         }
-        return slot.value;
+        return slot.read;
     }
     ValueRef parseOnce(const std::string &text) { return mReader.parse(text); }
     std::size_t repeatedElements() const { return mReader.repeatedElements(); }
@@ -203,9 +209,25 @@ class CachedValueReader {
     static constexpr std::size_t kLongest = 40;
     struct Slot {
         std::string text;
-        ValueRef value;
+        ReadValue read;
     };
+
+    ReadValue read(const std::string &text) {
+        // The most frequent text needs no stream.
+        if (isNakedWord(text)) {
+            return {mReader.parse(text)};
+        }
+        mBuffer.reset(text);
+        mIn.clear();
+        ValueRef value = Value::parse(mIn, mContext);
+        const bool hasRest = value && skipSpace(mBuffer) != TextViewBuffer::traits_type::eof();
+        return {std::move(value), hasRest};
+    }
+
     ValueTextReader mReader;
+    Context *mContext;
+    TextViewBuffer mBuffer;
+    std::istream mIn;
     std::vector<Slot> mSlots;
 };
 
@@ -479,7 +501,7 @@ void DesignHandler::startChild(Node &node, const xercesc::Attributes &attributes
     PureValueRef name;
     if (readAttribute(attributes, "name", mText)) {
         // Blocks have names of their own; wires share a handful.
-        name = PureValueRef(Child::kKind == NodeKind::Wire ? mReader.parse(mText) : mReader.parseOnce(mText));
+        name = PureValueRef(Child::kKind == NodeKind::Wire ? mReader.parse(mText).value : mReader.parseOnce(mText));
     }
     if (tooManyRepeats()) {
         reportHere(badName);
@@ -493,7 +515,7 @@ void DesignHandler::startChild(Node &node, const xercesc::Attributes &attributes
 }
 
 void DesignHandler::startParam(Node &node, const xercesc::Attributes &attributes) {
-    mKey = readAttribute(attributes, "name", mText) ? PureValueRef(mReader.parse(mText)) : PureValueRef();
+    mKey = readAttribute(attributes, "name", mText) ? PureValueRef(mReader.parse(mText).value) : PureValueRef();
     if (tooManyRepeats()) {
         reportHere(XMLServices::ERR_BAD_PARAM_NAME);
         throw StopReading();
@@ -512,13 +534,17 @@ void DesignHandler::startParam(Node &node, const xercesc::Attributes &attributes
 }
 
 void DesignHandler::endParam() {
-    ValueRef value = mTextTooLong ? ValueRef() : mReader.parse(mText);
+    const auto [value, hasRest] = mTextTooLong ? ReadValue() : mReader.parse(mText);
     if (!value || tooManyRepeats()) {
         reportHere(XMLServices::ERR_BAD_PARAM_VALUE);
         if (value) {
             throw StopReading();
         }
         return;
+    }
+    // The first value counts, but nobody writes more than one by intent.
+    if (hasRest) {
+        reportHere(XMLServices::ERR_BAD_PARAM_VALUE);
     }
     Node &node = *mFrames.back().node;
     node.setParam(mKey, value);

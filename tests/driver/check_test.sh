@@ -197,3 +197,71 @@ run 0 check disagreeing.xml
 [ "$(wc -l <err)" = 1 ] || die "not one line"
 has err 'disagreeing.xml: warning: '
 has err MODIFYING_WIRE_TYPE
+
+# Latencies: an interface that has two inputs or none, and a schedule that leans on another that does not allow it.
+interface() {
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    param synthLConstraintPair synthLConstraintGpIo
+    pin a '(typeSFixed 4 0)'
+    for input in $1; do
+        block "$input" signalInBlock "$(param 0 '[/top/a/0]')<wire name=\"0\"/>"
+    done
+    block o signalOutBlock "$(param 0 '[/top/a/0]')<wire name=\"0\"/>"
+    block out outputBlock "$(param y '[/top/o/0]')"
+    printf '</model></design></kelmar>\n'
+}
+interface i >one.xml
+run 0 check one.xml
+empty err
+interface 'i j' >two.xml
+run 1 check two.xml
+[ "$(wc -l <err)" = 1 ] || die "not one line"
+has err CONSTRAINT_AMBIGUOUS_START_BLOCK
+interface '' >none.xml
+run 1 check none.xml
+has err CONSTRAINT_MISSING_START_BLOCK
+leaning() {
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="leaning">\n' "$namespace"
+    param synthCircuitTimed true
+    param synthLDependsOnSimulinkPath '"a/b"'
+    printf '</model><model name="other">\n'
+    param synthCircuitTimed true
+    param simulinkPath '"a/b"'
+    printf '%s</model><model name="top">\n' "$1"
+    block i modelBlock "$(param modelNode '[/leaning]')"
+    block j modelBlock "$(param modelNode '[/other]')"
+    printf '</model></design></kelmar>\n'
+}
+leaning "$(param synthLCanBeDependedUpon true)" >allowed.xml
+run 0 check allowed.xml
+empty err
+leaning '' >forbidden.xml
+run 1 check forbidden.xml
+[ "$(wc -l <err)" = 1 ] || die "not one line"
+has err BAD_MODEL_DEPENDS_UPON
+# A path that is not quoted does not become another, shorter one.
+sed -e 's,"a/b",a/b,' allowed.xml >unquoted.xml
+run 1 check unquoted.xml
+[ "$(grep -c ERR_BAD_PARAM_VALUE err)" = 2 ] || die "each parameter once"
+grep -q '^unquoted.xml:[0-9]*:[0-9]*: error: ' err || die "no place"
+
+# Vectors that do not fit what a block takes, where its type tells that beforehand, and ports that have nothing to do with
+# each other.
+wide() {
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    pin data '(typeVector 2 (typeSFixed 4 0))'
+    pin enable "$1"
+    block r syncRegisterBlock "$(param syncRegisterPortIclkData '[/top/data/0]')$(param syncRegisterPortIclkEnable \
+        '[/top/enable/0]')$(param syncRegisterDataType '(typeVector 2 (typeSFixed 4 0))')<wire name=\"syncRegisterWireIclkData\"/>"
+    pin others '(typeVector 3 (typeSFixed 4 0))'
+    block b boundaryBlock "$(param x '[/top/data/0]')$(param y '[/top/others/0]')<wire name=\"x\"/>"
+    block out outputBlock "$(param y '[/top/r/syncRegisterWireIclkData]')$(param x '[/top/b/x]')"
+    printf '</model></design></kelmar>\n'
+}
+wide '(typeUFixed 1 0)' >fitting.xml
+run 0 check fitting.xml
+empty err
+wide '(typeVector 2 (typeUFixed 1 0))' >unfit.xml
+run 1 check unfit.xml
+[ "$(wc -l <err)" = 1 ] || die "not one line"
+has err "port 'syncRegisterPortIclkEnable' of block '/top/r' has vector width 2"

@@ -168,7 +168,7 @@ rm -f ./*.orvo
 } >untyped.xml
 run 1 opt untyped.xml -o never.xml -p 'DecomposeCompositePass, DeadBlockPass'
 has err "cannot infer the type of input data port 0 of block 'c' in model 'top' [UNABLE_TO_INFER_TYPE]"
-has err "orvo: 'orvo check untyped.xml' tells what lacks a type, and why"
+has err "orvo: 'orvo check untyped.xml' tells which types are missing or do not fit"
 lacks err DRIVER_INTERNAL_FAULT
 [ ! -e never.xml ] || die "a faulty design was written"
 [ -z "$(ls ./*.orvo 2>/dev/null)" ] || die "an error of the design left a reproducer"

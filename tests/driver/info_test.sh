@@ -59,16 +59,40 @@ json out 'd["depth"] == 3 and d["recursive"] and d["top_models"] == ["top"] and 
 run 0 stat deep.xml --json --resources
 json out '[(m["name"], m["instances"]) for m in d["resources"]["models"]] == [("leaf", 0), ("mid", 0), ("self", 0), ("top", 1)]'
 json out 'd["resources"]["total"]["luts"] == 0 and d["resources"]["total"]["uncounted"] == 0'
+# A model without end that is not dead has no cost, and no top to tell so.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="self">' "$namespace"
+    block in inputBlock '<wire name="x"/>'
+    block pin typePinBlock "$(param typePinType '(typeSFixed 8 0)')$(param 0 '[/self/in/x]')<wire name=\"0\"/>"
+    block i modelBlock "$(param modelNode '[/self]')$(param x '[/self/pin/0]')<wire name=\"y\"/>"
+    block out outputBlock "$(param y '[/self/i/y]')"
+    printf '</model></design></kelmar>'
+} >endless.xml
+run 0 stat endless.xml --json --resources
+json out 'd["resources"]["total"]["luts"] == 0 and d["resources"]["total"]["uncounted"] == 1'
 
 # What a design would cost.
 run 0 stat "$typed" --resources --json
 json out 'd["resources"]["total"]["multipliers"] > 0 and d["resources"]["total"]["latency"] > 0'
-json out 'set(d["resources"]["total"]) == {"luts", "multipliers", "memory_blocks", "memory_bits", "latency", "uncounted"}'
+json out 'set(d["resources"]["total"]) == {"luts", "multipliers", "memory_blocks", "memory_bits", "latency", "uncounted", "complete"}'
+json out 'd["resources"]["total"]["complete"] and d["resources"]["errors"] == []'
 run 0 stat "$typed" --resources
 has out 'resources                       instances         LUTs  multipliers  mem blocks      mem bits  latency  uncounted'
 has out 'total  '
 run 0 stat "$typed"
 lacks out 'mem blocks'
+# What could not be lowered makes the figures incomplete, and no message.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">' "$namespace"
+    block f fromBlock "$(param fromTag t)"
+    printf '</model></design></kelmar>'
+} >tagless.xml
+run 0 stat tagless.xml --resources
+empty err
+has out 'incomplete: lowering the design told FROM_MISSING_WIRE'
+grep -q '^total .* 0  incomplete$' out || die "a total that looks sound"
+run 0 stat tagless.xml --resources --json
+json out 'not d["resources"]["total"]["complete"] and d["resources"]["errors"] == ["FROM_MISSING_WIRE"]'
 # Both adders of what is read; the others feed nothing, and nothing has a type.
 run 0 stat d.xml --resources --json
 json out 'd["resources"]["total"]["luts"] == 0 and d["resources"]["total"]["uncounted"] == 1'

@@ -182,13 +182,30 @@ json out 'd["schema"] == "orvo.lower/1" and d["written"] and [(p["name"], p["blo
 } >costs.xml
 printf '[costs]\nDecomposeCompositePass\nDeadBlockPass\n' >costing
 run 0 lower costs.xml -o costed.xml --pipeline costing --preset costs --resources
-[ "$(cat out)" = '       resources                                LUTs  multipliers  mem blocks      mem bits  latency
-       reading                                    18            0           0             0        2
-    3  DecomposeCompositePass                     +0           +0          +0            +0       +0
-    4  DeadBlockPass                              +0           +0          +0            +0       +0
-       all                                        18            0           0             0        2' ] || die "other costs"
+[ "$(cat out)" = '       resources                                LUTs  multipliers  mem blocks      mem bits  latency  uncounted
+       reading                                    18            0           0             0        2          0
+    3  DecomposeCompositePass                     +0           +0          +0            +0       +0         +0
+    4  DeadBlockPass                              +0           +0          +0            +0       +0         +0
+       all                                        18            0           0             0        2          0' ] || die "other costs"
 run 0 lower costs.xml -o costed.xml --pipeline costing --preset costs --resources --json
 json out '[(p["resources_before"]["luts"], p["resources_after"]["latency"]) for p in d["passes"]] == [(18, 2)] * 4'
+json out 'all(p[at]["uncounted"] == 0 and p[at]["complete"] for p in d["passes"] for at in ("resources_before", "resources_after"))'
+# A block that no figure counts does not vanish from the sums.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block in inputBlock '<wire name="0"/>'
+    block odd unsupportedBlock "$(param 0 '[/top/in/0]')<wire name=\"0\"/>"
+    block pin typePinBlock "$(param typePinType '(typeSFixed 8 0)')$(param 0 '[/top/odd/0]')<wire name=\"0\"/>"
+    block neg negBlock "$(param 0 '[/top/pin/0]')<wire name=\"primWireOut\"/>"
+    block dead negBlock "$(param 0 '[/top/neg/primWireOut]')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param 0 '[/top/neg/primWireOut]')"
+    printf '</model></design></kelmar>\n'
+} >unknown.xml
+run 0 lower unknown.xml -o costed.xml --pipeline costing --preset costs --resources
+grep -q '^       reading  *9  .* 1  incomplete$' out || die "a sum that looks sound"
+grep -q '^ .* DeadBlockPass  *+0 .* +0  incomplete$' out || die "a change that looks sound"
+run 0 lower unknown.xml -o costed.xml --pipeline costing --preset costs --resources --json
+json out 'all(p["resources_after"]["uncounted"] == 1 and not p["resources_after"]["complete"] for p in d["passes"])'
 run 0 lower costs.xml --pipeline costing --preset costs --resources --list
 lacks out LUTs
 run 0 lower costs.xml --pipeline costing --preset costs --json
@@ -291,7 +308,7 @@ design "top=$pinned_input$(pin_of top)$(block w addBlok "$(param 0 '[/top/p/0]')
 run 1 lower odd.xml -o low2.xml
 has err "port 'y' of block '/top/out' has no type, so that its signal cannot be split [UNAGG_INVALID_PORT_TYPE]"
 has err "orvo: block 'w' in model 'top' has no type that the block catalogue knows: addBlok"
-has err "orvo: 'orvo check odd.xml' tells what lacks a type, and why"
+has err "orvo: 'orvo check odd.xml' tells which types are missing or do not fit"
 run 1 lower odd.xml --json
 json_lines err '[m["tag"] for m in d] == ["UNAGG_INVALID_PORT_TYPE"]'
 
