@@ -27,6 +27,20 @@ class HeldDomainsTest : public test::KeptDomainsRig {
         made.setParam(A_CAST_OUTPUT_TYPE, any(type));
         return made;
     }
+    /// A model whose input goes through a product by 0 and a delay.
+    Model &productByZero() {
+        Model &low = *Model::create(design, value("low"));
+        Block &in = make(low, "in", A_INPUT_BLOCK);
+        Block &product = make(low, "m", A_MULT_BLOCK);
+        product.setParam(value("0"), *Wire::create(in, value("x")));
+        Block &zero = make(low, "c", A_CONST_BLOCK);
+        zero.setParam(A_CONST_TYPE, any("(typeUFixed 2 0)"));
+        zero.setParam(A_CONST_VALUE, any("0"));
+        product.setParam(value("1"), *Wire::create(zero, A_PRIM_WIRE_OUT));
+        Wire::create(product, A_PRIM_WIRE_OUT);
+        draw(low, "r delay m\ny out r");
+        return low;
+    }
     void clear() {
         while (top.begin() != top.end()) {
             delete &*top.begin();
@@ -193,16 +207,7 @@ TEST_F(HeldDomainsTest, goesThroughChainsOfCastsAndClipFlags) {
 }
 
 TEST_F(HeldDomainsTest, comesFromTheModelAround) {
-    Model &low = *Model::create(design, value("low"));
-    Block &in = make(low, "in", A_INPUT_BLOCK);
-    Block &product = make(low, "m", A_MULT_BLOCK);
-    product.setParam(value("0"), *Wire::create(in, value("x")));
-    Block &zero = make(low, "c", A_CONST_BLOCK);
-    zero.setParam(A_CONST_TYPE, any("(typeUFixed 2 0)"));
-    zero.setParam(A_CONST_VALUE, any("0"));
-    product.setParam(value("1"), *Wire::create(zero, A_PRIM_WIRE_OUT));
-    Wire::create(product, A_PRIM_WIRE_OUT);
-    draw(low, "r delay m\ny out r");
+    Model &low = productByZero();
     const auto drawTop = [&](const std::string &second) {
         clear();
         draw(top, "d0 delay in/x\nd1 delay in/x\ncall1 call low x=d0\ncall2 call low x=" + second +
@@ -218,16 +223,7 @@ TEST_F(HeldDomainsTest, comesFromTheModelAround) {
 }
 
 TEST_F(HeldDomainsTest, comesFromTheModelAroundIntoAllItsInstances) {
-    Model &low = *Model::create(design, value("low"));
-    Block &in = make(low, "in", A_INPUT_BLOCK);
-    Block &product = make(low, "m", A_MULT_BLOCK);
-    product.setParam(value("0"), *Wire::create(in, value("x")));
-    Block &zero = make(low, "c", A_CONST_BLOCK);
-    zero.setParam(A_CONST_TYPE, any("(typeUFixed 2 0)"));
-    zero.setParam(A_CONST_VALUE, any("0"));
-    product.setParam(value("1"), *Wire::create(zero, A_PRIM_WIRE_OUT));
-    Wire::create(product, A_PRIM_WIRE_OUT);
-    draw(low, "r delay m\ny out r");
+    Model &low = productByZero();
     draw(top, "d0 delay in/x\ncall1 call low x=d0\ncall2 call low x=d0\ny out call1/y\nz out call2/y");
     expectSame("ConstMultPass", begin("red", atWire("d0")));
     EXPECT_EQ(edges(low), "(" + begin("red", atWire("(m const)")) + ")");
