@@ -206,6 +206,34 @@ TEST_F(HeldDomainsTest, goesThroughChainsOfCastsAndClipFlags) {
     }
 }
 
+TEST_F(HeldDomainsTest, doesNotReachReadersThatAnEndKeptOut) {
+    for (const char *pass : {"ConstCastPass", "ConstMultPass"}) {
+        SCOPED_TRACE(pass);
+        for (const bool isAlone : {true, false}) {
+            clear();
+            if (pass == std::string("ConstCastPass")) {
+                cast("k", constant("c", "(typeSFixed 8 0)", "100"));
+            } else {
+                draw(top, "d0 delay in/x");
+                reading("k", A_MULT_BLOCK, {&driver(top, "d0"), &constant("c", "(typeUFixed 2 0)", "0")});
+            }
+            draw(top, "r delay k\ny out r");
+            if (!isAlone) {
+                draw(top, "s delay k\nz out s");
+            }
+            expectSame(pass, begin("blue", portAt("k")) + " " + end("blue", portAt("r")));
+            EXPECT_EQ(top.getBlock(value("k")), nullptr);
+        }
+    }
+}
+
+TEST_F(HeldDomainsTest, reachesTheModelAroundThroughAnInputThatNobodyReadsAnyMore) {
+    Model &low = productByZero();
+    draw(top, "d0 delay in/x\ncall1 call low x=d0\nr delay call1/y\ny out r");
+    expectSame("ConstMultPass", end("red", portAt("r")));
+    EXPECT_EQ(low.getBlock(value("m")), nullptr);
+}
+
 TEST_F(HeldDomainsTest, comesFromTheModelAround) {
     Model &low = productByZero();
     const auto drawTop = [&](const std::string &second) {

@@ -272,6 +272,22 @@ TEST_F(KeptDomainsTest, aDeadReaderLeavesItsDriverTheDomain) {
     }
 }
 
+TEST_F(KeptDomainsTest, aPinThatKeepsATypeLetsDomainsPass) {
+    for (const std::string &specs : {begin("red", atWire("d0")), end("red", portAt("r")), begin("red", portAt("d0"))}) {
+        SCOPED_TRACE(specs);
+        clear();
+        Wire::create(make(top, "raw", A_INPUT_BLOCK), value("x"));
+        draw(top, "d0 delay raw/x\nr delay d0\ny out r");
+        Block &hanging = make(top, "hanging", A_TYPE_PIN_BLOCK);
+        hanging.setParam(A_TYPE_PIN_TYPE, any("(typeSFixed 8 0)"));
+        hanging.setParam(value("0"), driver(top, "d0"));
+        mark(top, "(" + specs + ")");
+        expectKept("DeadBlockPass");
+        EXPECT_EQ(top.getBlock(value("hanging")), nullptr);
+        EXPECT_NE(top.getBlock(value("(d0 typePin primWireOut)")), nullptr);
+    }
+}
+
 TEST_F(KeptDomainsTest, anEdgeOfAnUnknownKindStays) {
     draw(top, "d0 delay in/x\ng goto t Local d0\nf from t\nr delay f\ny out r");
     const std::string wrong = "((scheduleDomainBegn red " + atGoto("g") + "))";

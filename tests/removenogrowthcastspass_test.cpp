@@ -196,7 +196,8 @@ TEST_F(RemoveNoGrowthCastsTest, keepsTheTypesOfALoopByAPin) {
     delay.setParam(value("0"), out(casting));
     output(model, "o", out(casting));
     run();
-    EXPECT_EQ(drawn(), (Lines{"(sum typePin) typePinBlock (typeSFixed 8 0)", "delay delayBlock", "sum addBlock true"}));
+    EXPECT_EQ(drawn(), (Lines{"(sum typePin primWireOut) typePinBlock (typeSFixed 8 0)", "delay delayBlock",
+                              "sum addBlock true"}));
     const Lines once = drawn();
     run();
     EXPECT_EQ(drawn(), once);
@@ -226,7 +227,7 @@ TEST_F(RemoveNoGrowthCastsTest, keepsTheTypesOfALoopThroughAnotherModel) {
     instance.setParam(value("back"), out(delay));
     run();
     EXPECT_EQ(below.getBlock(value("cast")), nullptr);
-    EXPECT_NE(below.getBlock(value("(sum typePin)")), nullptr);
+    EXPECT_NE(below.getBlock(value("(sum typePin primWireOut)")), nullptr);
 }
 
 /// A model that adds a constant of s8.0 to its input and casts to s8.0.

@@ -14,7 +14,7 @@ class ReaderTypes;
 }
 
 /// Deletes each block whose wires nobody reads, then those that only it read, up the chain. Blocks that a host, a pin
-/// or another model needs stay. Where what stays had its type from a block that goes, a type pin in the line keeps it.
+/// or another model needs stay. Where what stays had its type from a block that goes, a type pin keeps it.
 ///     a -> b -> c,  a -> out        c is read by nobody
 ///     a -> out                      b and c are gone
 class DeadBlockPass : public ModelPass {

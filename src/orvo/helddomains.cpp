@@ -61,11 +61,11 @@ const HeldDomains::Facts &HeldDomains::factsOf(Model &model) {
 }
 
 /// Null if the instances do not agree: one edge would serve them all.
-PureValueRef HeldDomains::commonDomain(const Wire &wire) {
+template <class End> PureValueRef HeldDomains::commonDomain(const End &end) {
     infer();
     PureValueRef common;
-    for (const RefChain &instance : factsOf(wire.getBlock().getModel()).instances) {
-        const PureValueRef domain = mInfo->getDomain(wire, mInfo->getRefChainCollection().getOrCreateId(instance));
+    for (const RefChain &instance : factsOf(end.getBlock().getModel()).instances) {
+        const PureValueRef domain = mInfo->getDomain(end, mInfo->getRefChainCollection().getOrCreateId(instance));
         if (!domain || (common && !(domain == common))) {
             return {};
         }
@@ -88,21 +88,40 @@ void HeldDomains::hold(const Block &block) {
     }
     for (const Wire &wire : block) {
         // Behind an edge, the readers may lie in another than the wire, and get what they need from the edge.
-        const bool isWanted = wire.port_size() != 0 && factsOf(block.getModel()).edges.count(placeOf(wire)) == 0;
-        const PureValueRef domain = isWanted ? commonDomain(wire) : PureValueRef();
-        if (domain) {
-            held.outputs.emplace_back(wire.getName(), domain);
+        if (wire.port_size() != 0 && factsOf(block.getModel()).edges.count(placeOf(wire)) == 0) {
+            holdReaders(wire, held);
         }
     }
-    if (!held.drivers.empty() || !held.outputs.empty()) {
+    if (!held.drivers.empty() || !held.outputs.empty() || !held.ends.empty()) {
         mHeld.insert_or_assign(&block, std::move(held));
+    }
+}
+
+/// A reader where the domain ends stays out of it: its edge is kept, even where the domain no longer came to it.
+void HeldDomains::holdReaders(const Wire &wire, Held &held) {
+    const PureValueRef domain = commonDomain(wire);
+    if (!domain) {
+        return;
+    }
+    bool reachesAny = false;
+    for (Port &reader : wire.ports()) {
+        Model &model = reader.getBlock().getModel();
+        const DomainEdgePlace place = placeOf(MaybePort(reader));
+        const bool isEdged = factsOf(model).edges.count(place) != 0;
+        if (isEdged && commonDomain(reader) == domain) {
+            held.ends.push_back({&model, place, domain});
+        }
+        reachesAny = reachesAny || !isEdged;
+    }
+    if (reachesAny) {
+        held.outputs.emplace_back(wire.getName(), domain);
     }
 }
 
 HeldDomains::Rewriting HeldDomains::before(const Block &block) {
     Rewriting rewriting;
     // The address may come to be another block's.
-    const auto known = mHeld.extract(&block);
+    auto known = mHeld.extract(&block);
     if (known.empty()) {
         return rewriting;
     }
@@ -111,6 +130,7 @@ HeldDomains::Rewriting HeldDomains::before(const Block &block) {
             mDrivers.push_back({&block.getModel(), placeOf(*port->peekWire()), domain});
         }
     }
+    std::move(known.mapped().ends.begin(), known.mapped().ends.end(), std::back_inserter(mEnds));
     for (const auto &[name, domain] : known.mapped().outputs) {
         const Wire *wire = block.getWire(name);
         if (wire == nullptr) {
@@ -134,11 +154,15 @@ void HeldDomains::after(const Rewriting &rewriting) {
     }
 }
 
-/// Null for one that has gone, or that nothing leads to or away from.
+/// Null for one that has gone, or that nothing leads to or away from, in other models neither.
 const Wire *HeldDomains::wireAt(const Place &place) {
     const Block *block = place.model->getBlock(place.at.block);
     const Wire *wire = block == nullptr ? nullptr : block->getWire(place.at.key);
-    return wire == nullptr || (wire->port_size() == 0 && block->getPortCount() == 0) ? nullptr : wire;
+    if (wire == nullptr || wire->port_size() != 0 || block->getPortCount() != 0) {
+        return wire;
+    }
+    const bool leadsOn = block->type() == A_INPUT_BLOCK.get_ptr() || block->type() == A_MODEL_BLOCK.get_ptr();
+    return leadsOn ? wire : nullptr;
 }
 
 template <class End> bool HeldDomains::isWithout(const End &end) {
@@ -170,9 +194,22 @@ std::vector<HeldDomains::Place> HeldDomains::lostOutputs() {
     return lost;
 }
 
+/// What has an edge now keeps that.
+void HeldDomains::endAtReaders() {
+    DomainEdgeLists lists;
+    for (const Place &place : mEnds) {
+        if (place.at.stands(*place.model)) {
+            Context *context = place.model->getContext();
+            lists.of(*place.model)
+                .put(domainEdge(A_SCHEDULE_DOMAIN_END, place.domain, place.at, context), false, place.at);
+        }
+    }
+}
+
 void HeldDomains::settle() {
     mInfo.reset();
     mHeld.clear();
+    endAtReaders();
     if (const std::vector<Place> drivers = lostDrivers(); !drivers.empty()) {
         DomainEdgeLists lists;
         for (const Place &place : drivers) {
@@ -193,6 +230,7 @@ void HeldDomains::settle() {
     }
     mDrivers.clear();
     mOutputs.clear();
+    mEnds.clear();
     mInfo.reset();
 }
 

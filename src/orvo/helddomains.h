@@ -41,16 +41,18 @@ class HeldDomains {
     void settle();
 
   private:
-    /// By the name of the port or wire.
-    struct Held {
-        std::vector<std::pair<PureValueRef, PureValueRef>> drivers;
-        std::vector<std::pair<PureValueRef, PureValueRef>> outputs;
-    };
-    /// A wire, and the domain that it was in.
+    /// A wire or port, and the domain that it was in.
     struct Place {
         Model *model;
         DomainEdgePlace at;
         PureValueRef domain;
+    };
+    /// Drivers and outputs by the name of the port or wire.
+    struct Held {
+        std::vector<std::pair<PureValueRef, PureValueRef>> drivers;
+        std::vector<std::pair<PureValueRef, PureValueRef>> outputs;
+        /// The readers of outputs where these domains end.
+        std::vector<Place> ends;
     };
     struct Facts {
         std::vector<RefChain> instances;
@@ -59,11 +61,13 @@ class HeldDomains {
     };
     void infer();
     const Facts &factsOf(Model &model);
-    PureValueRef commonDomain(const Wire &wire);
+    template <class End> PureValueRef commonDomain(const End &end);
+    void holdReaders(const Wire &wire, Held &held);
     static const Wire *wireAt(const Place &place);
     template <class End> bool isWithout(const End &end);
     std::vector<Place> lostDrivers();
     std::vector<Place> lostOutputs();
+    void endAtReaders();
 
     const PassContext &mContext;
     bool mHasEdges;
@@ -73,6 +77,7 @@ class HeldDomains {
     std::unordered_map<const Block *, Held> mHeld;
     std::vector<Place> mDrivers;
     std::vector<Place> mOutputs;
+    std::vector<Place> mEnds;
 };
 
 class HeldDomains::Rewriting {

@@ -15,35 +15,6 @@ namespace orvo::internal {
 
 namespace {
 
-/// Whether the block may tell its drivers a type that it has from nowhere behind it. Those of the most common types do
-/// not: they pass on what they hear from behind at best.
-bool mayTellTypes(const Block &block) {
-    static const std::unordered_set<const Value *> silent = [] {
-        std::unordered_set<const Value *> types;
-        for (const StaticString *type : {&A_ABS_BLOCK,          &A_ADDSUB_BLOCK,     &A_ADD_BLOCK,
-                                         &A_ADD_REDUCE_BLOCK,   &A_AND_BLOCK,        &A_AND_REDUCE_BLOCK,
-                                         &A_APACK_BLOCK,        &A_AUNPACK_BLOCK,    &A_BARREL_LEFT_BLOCK,
-                                         &A_BARREL_RIGHT_BLOCK, &A_BIT_SELECT_BLOCK, &A_CAST_BLOCK,
-                                         &A_CMP_EQ_BLOCK,       &A_CMP_GE_BLOCK,     &A_CMP_LT_BLOCK,
-                                         &A_CMP_NE_BLOCK,       &A_CONSTMULT_BLOCK,  &A_CONST_BLOCK,
-                                         &A_COUNTER_BLOCK,      &A_CPACK_BLOCK,      &A_CUNPACK_BLOCK,
-                                         &A_DELAY_BLOCK,        &A_DIVIDE_BLOCK,     &A_LUT_BLOCK,
-                                         &A_MAX_BLOCK,          &A_MIN_BLOCK,        &A_MULT_BLOCK,
-                                         &A_MUX_BLOCK,          &A_NAND_BLOCK,       &A_NAND_REDUCE_BLOCK,
-                                         &A_NEG_BLOCK,          &A_NOR_BLOCK,        &A_NOR_REDUCE_BLOCK,
-                                         &A_NOT_BLOCK,          &A_OR_BLOCK,         &A_OR_REDUCE_BLOCK,
-                                         &A_RAW_SHIFT_BLOCK,    &A_REGISTER_BLOCK,   &A_SCALAR_PRODUCT_BLOCK,
-                                         &A_SELECT_BLOCK,       &A_SIGNAL_IN_BLOCK,  &A_SIGNAL_OUT_BLOCK,
-                                         &A_SUB_BLOCK,          &A_TERMINAL_BLOCK,   &A_VPACK_BLOCK,
-                                         &A_VUNPACK_BLOCK,      &A_XNOR_BLOCK,       &A_XNOR_REDUCE_BLOCK,
-                                         &A_XOR_BLOCK,          &A_XOR_REDUCE_BLOCK}) {
-            types.insert(type->get_ptr());
-        }
-        return types;
-    }();
-    return block.port_size() != 0 && silent.count(block.type()) == 0;
-}
-
 /// The type in all instances; null if they differ.
 PureValueRef typeInAll(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
     const PureValueRef first = types.getType(wire, instances.front());
@@ -52,8 +23,53 @@ PureValueRef typeInAll(const Wire &wire, const std::vector<RefChain> &instances,
     return isCommon ? first : PureValueRef();
 }
 
-/// Has all readers of the wire read a pin of the type.
-void pin(Wire &wire, const PureValueRef &type) {
+/// Whether it matters to anybody what the wire carries. An input of the whole design that nobody reads tells something
+/// to those outside, if it is to be written out.
+bool tellsAnybody(const Wire &wire) {
+    const Block &driver = wire.getBlock();
+    const Model &model = driver.getModel();
+    return wire.port_size() != 0 || driver.type() != A_INPUT_BLOCK.get_ptr() || !model.getParentBlocks().empty() ||
+           model.findParam(A_SYNTH_OUTPUT_MODE) != nullptr;
+}
+
+} // namespace
+
+bool mayTellTypes(const Block &block) {
+    static const std::unordered_set<const Value *> silent = [] {
+        std::unordered_set<const Value *> types;
+        for (const StaticString *type : {&A_ABS_BLOCK,         &A_ADDSUB_BLOCK,
+                                         &A_ADD_BLOCK,         &A_ADD_REDUCE_BLOCK,
+                                         &A_AND_BLOCK,         &A_AND_REDUCE_BLOCK,
+                                         &A_APACK_BLOCK,       &A_AUNPACK_BLOCK,
+                                         &A_BARREL_LEFT_BLOCK, &A_BARREL_RIGHT_BLOCK,
+                                         &A_BIT_SELECT_BLOCK,  &A_CAST_BLOCK,
+                                         &A_CMP_EQ_BLOCK,      &A_CMP_GE_BLOCK,
+                                         &A_CMP_LT_BLOCK,      &A_CMP_NE_BLOCK,
+                                         &A_CONSTMULT_BLOCK,   &A_CONST_BLOCK,
+                                         &A_COUNTER_BLOCK,     &A_CPACK_BLOCK,
+                                         &A_CUNPACK_BLOCK,     &A_DELAY_BLOCK,
+                                         &A_DIVIDE_BLOCK,      &A_MAX_BLOCK,
+                                         &A_MIN_BLOCK,         &A_MULT_BLOCK,
+                                         &A_MUX_BLOCK,         &A_NAND_BLOCK,
+                                         &A_NAND_REDUCE_BLOCK, &A_NEG_BLOCK,
+                                         &A_NOR_BLOCK,         &A_NOR_REDUCE_BLOCK,
+                                         &A_NOT_BLOCK,         &A_OR_BLOCK,
+                                         &A_OR_REDUCE_BLOCK,   &A_RAW_SHIFT_BLOCK,
+                                         &A_REGISTER_BLOCK,    &A_SCALAR_PRODUCT_BLOCK,
+                                         &A_SELECT_BLOCK,      &A_SIGNAL_IN_BLOCK,
+                                         &A_SIGNAL_OUT_BLOCK,  &A_SUB_BLOCK,
+                                         &A_TERMINAL_BLOCK,    &A_VPACK_BLOCK,
+                                         &A_VUNPACK_BLOCK,     &A_XNOR_BLOCK,
+                                         &A_XNOR_REDUCE_BLOCK, &A_XOR_BLOCK,
+                                         &A_XOR_REDUCE_BLOCK}) {
+            types.insert(type->get_ptr());
+        }
+        return types;
+    }();
+    return block.port_size() != 0 && silent.count(block.type()) == 0;
+}
+
+void hangTypePin(Wire &wire, const PureValueRef &type) {
     Block &driver = wire.getBlock();
     Context *context = driver.getContext();
     const PureValueRef key = NumberValue::get(0, context);
@@ -62,11 +78,9 @@ void pin(Wire &wire, const PureValueRef &type) {
     Block &made = *Block::create(driver.getModel(), name);
     made.setParam(A_BLOCK_TYPE, A_TYPE_PIN_BLOCK);
     made.setParam(A_TYPE_PIN_TYPE, ValueRef(type));
-    wire.replace(*Wire::create(made, key));
     made.setParam(key, wire);
+    Wire::create(made, key);
 }
-
-} // namespace
 
 struct ReaderTypes::Asked {
     GlobalTypePass &types;
@@ -79,15 +93,6 @@ ReaderTypes::~ReaderTypes() = default;
 
 void ReaderTypes::declare(PassDeclarations &declarations) { declareForUnrolling(declarations); }
 
-void ReaderTypes::noteWire(Wire &wire, const std::shared_ptr<const std::vector<RefChain>> &instances) {
-    if (!mSeen.insert(&wire).second) {
-        return;
-    }
-    if (const PureValueRef type = typeInAll(wire, *instances, mAsked->types)) {
-        mNoted.push_back({&wire, type, instances});
-    }
-}
-
 void ReaderTypes::note(Model &model, const std::vector<Block *> &going) {
     if (std::none_of(going.begin(), going.end(), [](const Block *block) { return mayTellTypes(*block); })) {
         return;
@@ -97,32 +102,16 @@ void ReaderTypes::note(Model &model, const std::vector<Block *> &going) {
         mAsked.reset(new Asked{types, DistinctInstances(unrolledTree(mContext), types)});
     }
     const std::unordered_set<const Block *> gone(going.begin(), going.end());
-    const auto stays = [&](const Wire &wire) {
-        return &wire.getBlock().getModel() == &model && gone.count(&wire.getBlock()) == 0;
-    };
     const auto instances = std::make_shared<const std::vector<RefChain>>(mAsked->distinct.of(model));
     for (const Block *block : going) {
         for (const Port &port : block->ports()) {
             Wire &wire = *port.getWire();
-            if (!stays(wire) || mSeen.count(&wire) != 0) {
+            const bool stays = &wire.getBlock().getModel() == &model && gone.count(&wire.getBlock()) == 0;
+            if (!stays || !mSeen.insert(&wire).second) {
                 continue;
             }
-            noteWire(wire, instances);
-            const WirePorts readers = wire.ports();
-            if (!std::all_of(readers.begin(), readers.end(),
-                             [&](const Port &reader) { return gone.count(&reader.getBlock()) != 0; })) {
-                continue;
-            }
-            // A pin behind a wire that nobody reads any more would go like this one. What its type told the other ends
-            // of its driver is pinned there.
-            Block &driver = wire.getBlock();
-            for (Wire &beside : driver) {
-                noteWire(beside, instances);
-            }
-            for (const Port &input : driver.ports()) {
-                if (stays(*input.getWire())) {
-                    noteWire(*input.getWire(), instances);
-                }
+            if (const PureValueRef type = typeInAll(wire, *instances, mAsked->types)) {
+                mNoted.push_back({&wire, type, instances});
             }
         }
     }
@@ -130,12 +119,12 @@ void ReaderTypes::note(Model &model, const std::vector<Block *> &going) {
 
 void ReaderTypes::restore() {
     std::erase_if(mNoted, [&](const Noted &noted) {
-        return noted.wire->port_size() == 0 ||
+        return !tellsAnybody(*noted.wire) ||
                std::all_of(noted.instances->begin(), noted.instances->end(),
                            [&](const RefChain &instance) { return mAsked->types.getType(*noted.wire, instance); });
     });
     for (const Noted &noted : mNoted) {
-        pin(*noted.wire, noted.type);
+        hangTypePin(*noted.wire, noted.type);
     }
     mNoted.clear();
 }

@@ -1,6 +1,7 @@
 // Types that signals have from behind, from blocks that read them and are about to go.
 #pragma once
 
+#include <orvo/api.h>
 #include <orvo/modeltreepass.h>
 #include <orvo/pass.h>
 #include <orvo/value.h>
@@ -17,10 +18,20 @@ class Wire;
 
 namespace orvo::internal {
 
-/// Keeps the types of what stays. A pin that nobody reads may be all that tells what the wire carries that it reads;
-/// when it has gone, a pin in the line takes its place. Types are asked for only where a block goes that may tell them.
-///     x -> pin s8.0,  x -> mult -> out        x is s8.0
-///     x -> pin s8.0 -> mult -> out            the same, without the block that nobody read
+/// Whether the block may tell its drivers a type that it has from nowhere behind it. Those of the most common types do
+/// not: they pass on what they hear from behind at best.
+ORVO_API bool mayTellTypes(const Block &block);
+
+/// Has a new pin read the wire and tell its type, beside all that read it: in the line, it would keep domains apart.
+/// Named by the wire's block and the wire.
+void hangTypePin(Wire &wire, const PureValueRef &type);
+
+/// Keeps the types of what stays. A pin that nobody reads may be all that tells what the wire carries that it reads, or
+/// that a delay reads which leads to it; when these have gone, a pin of its own keeps the type. Types are asked for
+/// only where a block goes that may tell them.
+///     x -> delay -> pin s8.0,  x -> mult -> out       x is s8.0
+///     x -> pin s8.0,  x -> mult -> out                the same, without the delay
+/// What instances of a model have in different types is not kept.
 class ReaderTypes {
   public:
     explicit ReaderTypes(PassContext &context);
@@ -38,7 +49,6 @@ class ReaderTypes {
         std::shared_ptr<const std::vector<RefChain>> instances;
     };
     struct Asked;
-    void noteWire(Wire &wire, const std::shared_ptr<const std::vector<RefChain>> &instances);
 
     PassContext &mContext;
     std::unique_ptr<Asked> mAsked;

@@ -3,6 +3,7 @@
 #include "orvo/removenogrowthcastspass.h"
 
 #include "orvo/keptpoints.h"
+#include "orvo/readertypes.h"
 #include "orvo/unrollpasses.h"
 
 #include <orvo/block.h>
@@ -97,7 +98,6 @@ class RemoveNoGrowthCastsPass::Run {
     PureValueRef typeBehind(const Block &sum, const Block &cast, const Instances &instances) const;
     bool isTypeKept(const Wire &wire, const Done &done) const;
     std::vector<Block *> castsFrom(Block &first, const Done &done) const;
-    static void pin(const Candidate &candidate);
 
     PassContext &mContext;
     GlobalTypePass &mTypes;
@@ -179,20 +179,6 @@ void RemoveNoGrowthCastsPass::Run::analyze(ModelPassContext &context) {
     }
 }
 
-/// Keeps the type where nothing else tells it.
-void RemoveNoGrowthCastsPass::Run::pin(const Candidate &candidate) {
-    Block &sum = *candidate.sum;
-    Context *context = sum.getContext();
-    const PureValueRef key = NumberValue::get(0, context);
-    Block &made = *Block::create(sum.getModel(),
-                                 PureTupleValue::get(sum.getName(), StringValue::get("typePin", context), context));
-    made.setParam(A_BLOCK_TYPE, A_TYPE_PIN_BLOCK);
-    made.setParam(A_TYPE_PIN_TYPE, ValueRef(candidate.type));
-    Wire &wire = *sum.getWire(A_PRIM_WIRE_OUT);
-    wire.replace(*Wire::create(made, key));
-    made.setParam(key, wire);
-}
-
 void RemoveNoGrowthCastsPass::Run::apply(ModelPassContext &context) {
     const auto found = mStacks.find(&context.getModel());
     if (found == mStacks.end()) {
@@ -202,7 +188,8 @@ void RemoveNoGrowthCastsPass::Run::apply(ModelPassContext &context) {
     for (std::vector<Candidate> &stack = found->second; !stack.empty(); stack.pop_back()) {
         const Candidate &candidate = stack.back();
         if (candidate.casts.empty()) {
-            pin(candidate);
+            // Nothing else tells the type any more.
+            internal::hangTypePin(*candidate.sum->getWire(A_PRIM_WIRE_OUT), candidate.type);
             continue;
         }
         for (Block *cast : candidate.casts) {
