@@ -115,5 +115,36 @@ TEST_F(ProfilingTest, writesTextJsonAndTraceEvents) {
               std::string::npos);
 }
 
+TEST_F(ProfilingTest, drawsSummedSectionsOneBehindTheOtherInRowsOfTheirOwn) {
+    const auto add = [](ProfilingNode &to, const char *label, std::int64_t start, std::int64_t wall,
+                        std::int64_t count) -> ProfilingNode & {
+        ProfilingNode &made = *to.children.emplace_back(std::make_unique<ProfilingNode>());
+        made.label = label;
+        made.startNs = start * 1000;
+        made.wallNs = wall * 1000;
+        made.count = count;
+        return made;
+    };
+    ProfilingNode root;
+    ProfilingNode &pass = add(root, "pass", 100, 50, 1);
+    add(pass, "a", 110, 20, 3);
+    ProfilingNode &inner = add(pass, "inner", 115, 10, 1);
+    add(inner, "b", 120, 5, 2);
+    ProfilingNode &summed = add(pass, "c", 120, 15, 2);
+    add(summed, "d", 125, 4, 1);
+    const std::string trace = profilingChromeTrace(root);
+    const auto drawn = [&](const std::string &label, const std::string &at) {
+        const std::size_t from = trace.find("\"name\":\"" + label + "\"");
+        return trace.substr(from, trace.find('\n', from) - from).find(at) != std::string::npos;
+    };
+    EXPECT_TRUE(drawn("pass", "\"tid\":1,\"ts\":100.000,\"dur\":50.000")) << trace;
+    EXPECT_TRUE(drawn("a", "\"tid\":2,\"ts\":100.000,\"dur\":20.000")) << trace;
+    EXPECT_TRUE(drawn("a", "\"count\":3")) << trace;
+    EXPECT_TRUE(drawn("inner", "\"tid\":1,\"ts\":115.000,\"dur\":10.000")) << trace;
+    EXPECT_TRUE(drawn("b", "\"tid\":3,\"ts\":115.000,\"dur\":5.000")) << trace;
+    EXPECT_TRUE(drawn("c", "\"tid\":2,\"ts\":120.000,\"dur\":15.000")) << trace;
+    EXPECT_TRUE(drawn("d", "\"tid\":2,\"ts\":120.000,\"dur\":4.000")) << trace;
+}
+
 } // namespace
 } // namespace util

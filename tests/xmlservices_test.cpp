@@ -187,6 +187,16 @@ TEST_F(XmlTest, goesOnWhereTheErrorFunctionLetsAnErrorPass) {
     EXPECT_NE(model("m"), nullptr);
 }
 
+TEST_F(XmlTest, tellsOfTextBehindANameOrAKey) {
+    EXPECT_EQ(errorsOf(document("<model name=\"top q\"><block name=\"b/c\"><wire name=\"0 zz\"/></block></model>")),
+              (Errors{"ERR_BAD_MODEL_NAME", "ERR_BAD_BLOCK_NAME", "ERR_BAD_WIRE_NAME"}));
+    EXPECT_TRUE(failed);
+    // The rest of a key may be what makes it another one.
+    EXPECT_EQ(errorsOf(document("<param name=\"typePinType z\">1</param>"), false), Errors{"ERR_BAD_PARAM_NAME"});
+    EXPECT_EQ(design->findParam(A_TYPE_PIN_TYPE), nullptr);
+    EXPECT_EQ(errorsOf(document("<model name=\" (top  q) \"><block name=\"&quot;b c&quot;\"/></model>")), Errors{});
+}
+
 TEST_F(XmlTest, tellsOfTextBehindTheValueOfAParameter) {
     const std::string longText(100, 'x');
     const std::string texts[] = {"3/4",    "a/b",       "(1 2) 5", "3x",           "1 2",

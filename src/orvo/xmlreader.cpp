@@ -201,7 +201,7 @@ class CachedValueReader {
         }
         return slot.read;
     }
-    ValueRef parseOnce(const std::string &text) { return mReader.parse(text); }
+    ReadValue parseOnce(const std::string &text) { return read(text); }
     std::size_t repeatedElements() const { return mReader.repeatedElements(); }
 
   private:
@@ -498,24 +498,27 @@ void DesignHandler::startChild(Node &node, const xercesc::Attributes &attributes
         skip();
         return;
     }
-    PureValueRef name;
+    ReadValue read;
     if (readAttribute(attributes, "name", mText)) {
         // Blocks have names of their own; wires share a handful.
-        name = PureValueRef(Child::kKind == NodeKind::Wire ? mReader.parse(mText).value : mReader.parseOnce(mText));
+        read = Child::kKind == NodeKind::Wire ? mReader.parse(mText) : mReader.parseOnce(mText);
     }
+    const PureValueRef name(read.value);
     if (tooManyRepeats()) {
         reportHere(badName);
         throw StopReading();
     }
     Node *child = Child::create(static_cast<Parent &>(node), name);
-    if (!(child->getName() == name)) {
+    if (!(child->getName() == name) || read.hasRest) {
         reportHere(badName);
     }
     mFrames.push_back({State::Node, child});
 }
 
 void DesignHandler::startParam(Node &node, const xercesc::Attributes &attributes) {
-    mKey = readAttribute(attributes, "name", mText) ? PureValueRef(mReader.parse(mText).value) : PureValueRef();
+    const ReadValue read = readAttribute(attributes, "name", mText) ? mReader.parse(mText) : ReadValue();
+    // A key that was meant to be longer is not the one that its beginning names.
+    mKey = read.hasRest ? PureValueRef() : PureValueRef(read.value);
     if (tooManyRepeats()) {
         reportHere(XMLServices::ERR_BAD_PARAM_NAME);
         throw StopReading();

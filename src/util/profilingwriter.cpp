@@ -61,15 +61,32 @@ void appendJson(std::string &out, const ProfilingNode &node) {
     out += "]}";
 }
 
-void appendTrace(std::string &out, const ProfilingNode &node, const char *&between) {
+/// Where a section is drawn in a trace: from when on, and in which row. Sections in a row lie one within the other.
+struct TracePlace {
+    std::int64_t startNs;
+    int row;
+    int depth;
+};
+
+/// What a section sums up lay here and there among the others within its parent. It is drawn in a row of its depth,
+/// laid one behind the other from where the parent begins.
+void appendTrace(std::string &out, const ProfilingNode &node, const TracePlace &place, const char *&between) {
     out += between;
     out += "\n{\"name\":" + escaped(node.label) +
-           ",\"cat\":\"orvo\",\"ph\":\"X\",\"pid\":1,\"tid\":1,\"ts\":" + thousandths(node.startNs, 3) +
-           ",\"dur\":" + thousandths(node.wallNs, 3) + ",\"args\":{\"detail\":" + escaped(node.detail) +
-           ",\"cpu_us\":" + thousandths(node.cpuNs, 3) + ",\"peak_kib\":" + std::to_string(node.peakMemoryKiB) + "}}";
+           ",\"cat\":\"orvo\",\"ph\":\"X\",\"pid\":1,\"tid\":" + std::to_string(place.row) +
+           ",\"ts\":" + thousandths(place.startNs, 3) + ",\"dur\":" + thousandths(node.wallNs, 3) +
+           ",\"args\":{\"detail\":" + escaped(node.detail) + ",\"cpu_us\":" + thousandths(node.cpuNs, 3) +
+           ",\"peak_kib\":" + std::to_string(node.peakMemoryKiB) + ",\"count\":" + std::to_string(node.count) + "}}";
     between = ",";
+    std::int64_t laid = place.startNs;
     for (const auto &child : node.children) {
-        appendTrace(out, *child, between);
+        TracePlace at{child->startNs, place.row, place.depth + 1};
+        if (node.count > 1 || child->count > 1) {
+            at.startNs = laid;
+            at.row = node.count > 1 ? place.row : at.depth;
+            laid += child->wallNs;
+        }
+        appendTrace(out, *child, at, between);
     }
 }
 
@@ -93,7 +110,7 @@ std::string profilingChromeTrace(const ProfilingNode &root) {
     std::string out = "{\"traceEvents\":[";
     const char *between = "";
     for (const auto &child : root.children) {
-        appendTrace(out, *child, between);
+        appendTrace(out, *child, {child->startNs, 1, 1}, between);
     }
     return out + "\n],\"displayTimeUnit\":\"ms\"}\n";
 }
