@@ -298,8 +298,88 @@ TEST_F(PortDimensions, areThoseThatTheBlockTakes) {
     EXPECT_EQ(told("[1] s8.0", "u1.0", "s4.0"), Lines());
     EXPECT_EQ(told("[2] s8.0", "[2] u1.0", "[2] s8.0"), unfit(2, enable));
     EXPECT_EQ(told("[2] s8.0", "u1.0", "s8.0"), unfit(2, data));
-    EXPECT_EQ(told("s8.0", "u1.0", "[2] s8.0"), unfit(1, data));
+    EXPECT_EQ(told("[4] s8.0", "u1.0", "[1] s8.0"), unfit(4, data));
     EXPECT_EQ(told("[3][2] s8.0", "u1.0", "[4][2] s8.0"), unfit(3, data));
+    EXPECT_EQ(told("[3][4] s8.0", "u1.0", "[4] s8.0"), unfit(3, data));
+    // What has fewer dimensions serves all lanes.
+    EXPECT_EQ(told("s8.0", "u1.0", "[2] s8.0"), Lines());
+    EXPECT_EQ(told("s8.0", "u1.0", "[3][2] s8.0"), Lines());
+    EXPECT_EQ(told("[1] s8.0", "[1] u1.0", "[2] s8.0"), Lines());
+    EXPECT_EQ(told("[2] s8.0", "u1.0", "[3][2] s8.0"), Lines());
+    EXPECT_EQ(told("[1][2] s8.0", "u1.0", "[3][2] s8.0"), Lines());
+}
+
+TEST_F(PortDimensions, areThoseThatAPinTells) {
+    const auto told = [&](const std::string &in, const char *key, const std::string &type) {
+        Block &pin = make("pin", A_TYPE_PIN_BLOCK);
+        pin.setParam(this->key(0), source(in));
+        pin.setParam(value(key), value(type));
+        Lines lines = validate();
+        delete &pin;
+        return lines;
+    };
+    const auto unfit = [](int width) {
+        return Lines{"error UNEQUAL_PORT_VECTOR_WIDTHS block=/top/pin port=0 width=" + std::to_string(width)};
+    };
+    const std::string type = testing::typeText("[2] s8.0");
+    for (const auto &[key, pinned] : {std::pair(A_TYPE_PIN_TYPE.get_ptr()->toString(), type),
+                                      std::pair(A_TYPE_PIN_PORT_TYPES.get_ptr()->toString(), "(" + type + ")")}) {
+        EXPECT_EQ(told("[2] s8.0", key.c_str(), pinned), Lines()) << key;
+        EXPECT_EQ(told("[4] s8.0", key.c_str(), pinned), unfit(4)) << key;
+        // It makes no vector of a number.
+        EXPECT_EQ(told("s8.0", key.c_str(), pinned), unfit(1)) << key;
+    }
+    EXPECT_EQ(told("s8.0", A_TYPE_PIN_TYPE.get_ptr()->toString().c_str(), testing::typeText("[1] s8.0")), unfit(1));
+}
+
+TEST_F(PortDimensions, ofWhatIsTakenApartAreThoseOfItsParts) {
+    const auto pinned = [&](const char *name, Wire &wire, const std::string &type) -> Block & {
+        Block &pin = make(name, A_TYPE_PIN_BLOCK);
+        pin.setParam(key(0), wire);
+        pin.setParam(A_TYPE_PIN_TYPE, value(testing::typeText(type)));
+        return pin;
+    };
+    Block &in = make("i", A_INPUT_BLOCK);
+    Block &pin = pinned("p", *Wire::create(in, value("x")), "[2] s8.0");
+    Block &signal = make("d", A_SIGNAL_IN_BLOCK);
+    signal.setParam(key(0), *Wire::create(pin, key(0)));
+    // The parts tell what is taken apart before the signal has a type of its own.
+    Block &unpack = make("u", A_VUNPACK_BLOCK);
+    unpack.setParam(A_VUNPACK_PORT_IN, *Wire::create(signal, key(0)));
+    Block &first = pinned("p2", *Wire::create(unpack, key(0)), "s8.0");
+    Block &second = pinned("p3", *Wire::create(unpack, key(1)), "s8.0");
+    Block &out = make("o", A_OUTPUT_BLOCK);
+    out.setParam(value("y"), *Wire::create(first, key(0)));
+    out.setParam(value("z"), *Wire::create(second, key(0)));
+    EXPECT_EQ(validate(), Lines());
+    pin.setParam(A_TYPE_PIN_TYPE, value(testing::typeText("s8.0")));
+    EXPECT_EQ(validate(), (Lines{"error UNEQUAL_PORT_VECTOR_WIDTHS block=/top/u port=vunpackPortIn width=1"}));
+}
+
+TEST_F(PortDimensions, ofTheConditionsOfALoopAreNone) {
+    const std::string go = A_LOOP_PORT_GO.get_ptr()->toString();
+    Block &loop = make("loop", A_LOOP_BLOCK);
+    loop.setParam(A_LOOP_PORT_LIMIT, source("[3] u2.0"));
+    loop.setParam(A_LOOP_PORT_ENABLE, source("u1.0"));
+    loop.setParam(A_LOOP_PORT_GO, source("[2] u1.0"));
+    EXPECT_EQ(validate(), (Lines{"error UNEQUAL_PORT_VECTOR_WIDTHS block=/top/loop port=" + go + " width=2"}));
+    loop.setParam(A_LOOP_PORT_GO, source("[1] u1.0"));
+    EXPECT_EQ(validate(), Lines());
+}
+
+TEST_F(PortDimensions, ofTheValidOfAChannelAreNone) {
+    for (const StaticString *type : {&A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK, &A_SHARED_FIFO_BLOCK}) {
+        Block &block = make("channel", *type);
+        block.setParam(value("portValid"), source("[4] u1.0"));
+        block.setParam(value("portChannel"), source("u8.0"));
+        block.setParam(key(0), source("[3] s8.0"));
+        block.setParam(key(1), source("[2] s8.0"));
+        EXPECT_EQ(validate(), (Lines{"error UNEQUAL_PORT_VECTOR_WIDTHS block=/top/channel port=portValid width=4"}))
+            << type->text();
+        block.setParam(value("portValid"), source("u1.0"));
+        EXPECT_EQ(validate(), Lines()) << type->text();
+        delete &block;
+    }
 }
 
 TEST_F(PortDimensions, mayDifferAtTheKernelOfAFold) {

@@ -150,6 +150,70 @@ TEST_F(VectorUnrollersTest, givesEachLaneABlock) {
     EXPECT_EQ(madeOf("addBlock", {{"0", "[1] s4.0"}}, {{"primWireOut", ""}}), (Made{"(block 0)"}));
 }
 
+TEST_F(VectorUnrollersTest, attachesADriverOfFewerDimensionsToAllLanes) {
+    const auto made = [&](const char *data, const char *enable, const char *type) {
+        const std::string taken = testing::typeText(type);
+        return madeOf("syncRegisterBlock", {{"syncRegisterPortIclkData", data}, {"syncRegisterPortIclkEnable", enable}},
+                      {{"syncRegisterWireIclkData", ""}}, {{"syncRegisterDataType", taken.c_str()}});
+    };
+    const Made row{"(block 0)", "(block 1)", "(block 2)"};
+    EXPECT_EQ(made("s4.4", "u1.0", "[3] s4.4"), row);
+    EXPECT_EQ(made("[1] s4.4", "u1.0", "[3] s4.4"), row);
+    EXPECT_EQ(made("[3] s4.4", "[1] u1.0", "[3] s4.4"), row);
+    EXPECT_EQ(made("s4.4", "u1.0", "[1] s4.4"), Made{"(block 0)"});
+    EXPECT_EQ(made("s4.4", "u1.0", "[2][3] s4.4").size(), 6U);
+    EXPECT_EQ(made("[3] s4.4", "u1.0", "[2][3] s4.4").size(), 6U);
+    EXPECT_EQ(made("[1][3] s4.4", "u1.0", "[2][3] s4.4").size(), 6U);
+    // One element is a number for what takes numbers only.
+    EXPECT_EQ(made("[1] s4.4", "[1][1] u1.0", "s4.4"), Made{});
+    EXPECT_EQ(madeOf("loopBlock",
+                     {{"loopPortGo", "[1] u1.0"}, {"loopPortEnable", "u1.0"}, {"loopPortLimit", "[3] u2.0"}},
+                     {{"loopWireValid", ""}}),
+              Made{"(block vunroll)"});
+}
+
+TEST_F(VectorUnrollersTest, attachesAScalarToAllLanesWithoutAnUnpack) {
+    Design design(mgr.context());
+    const Model &model = unrolled(
+        design, "syncRegisterBlock", {{"syncRegisterPortIclkData", "s4.4"}, {"syncRegisterPortIclkEnable", "u1.0"}},
+        {{"syncRegisterWireIclkData", ""}}, {{"syncRegisterDataType", "(typeVector 2 (typeSFixed 4 4))"}});
+    const Block *first = model.getBlock(value("(block 0)"));
+    const Block *second = model.getBlock(value("(block 1)"));
+    ASSERT_TRUE(first != nullptr && second != nullptr);
+    const PureValueRef data = value("syncRegisterPortIclkData");
+    EXPECT_EQ(first->getPort(data)->peekWire(), second->getPort(data)->peekWire());
+    for (const Block &block : model) {
+        EXPECT_NE(block.type(), A_VUNPACK_BLOCK.get_ptr());
+    }
+}
+
+TEST_F(VectorUnrollersTest, attachesAScalarToAllLanesOfAPlaceholder) {
+    Design design(mgr.context());
+    const Model &model = oneBlock(design, "latencyPlaceholderBlock", {{"0", "s4.4"}}, {{"0", ""}},
+                                  {{"latencyPlaceholderTypemap", "((0 (typeVector 2 (typeSFixed 4 4))))"}});
+    unrollVectors(design);
+    const Block &block = *model.getBlock(value("block"));
+    EXPECT_EQ(portsOf(block), (std::vector<std::string>{"(0 0)", "(0 1)"}));
+    EXPECT_EQ(block.getPort(value("(0 0)"))->peekWire(), block.getPort(value("(0 1)"))->peekWire());
+}
+
+TEST_F(VectorUnrollersTest, leavesWhatItsDriverDoesNotServe) {
+    const auto told = [&](const char *data, const char *type) {
+        const std::string taken = testing::typeText(type);
+        return toldOf("syncRegisterBlock", {{"syncRegisterPortIclkData", data}}, {{"syncRegisterWireIclkData", ""}},
+                      {{"syncRegisterDataType", taken.c_str()}});
+    };
+    const std::vector<std::string> line{"UNVEC_INVALID_PORT_TYPE block=/top/block port=syncRegisterPortIclkData"};
+    EXPECT_EQ(told("[4] s4.4", "s4.4"), line);
+    EXPECT_EQ(told("[4] s4.4", "[1] s4.4"), line);
+    EXPECT_EQ(told("[2] s4.4", "[4] s4.4"), line);
+    EXPECT_EQ(told("[2][4] s4.4", "[4] s4.4"), line);
+    EXPECT_EQ(told("[2] s4.4", "[2][4] s4.4"), line);
+    EXPECT_EQ(
+        toldOf("typePinBlock", {{"0", "s4.4"}}, {{"0", ""}}, {{"typePinType", "(typeVector 2 (typeSFixed 4 4))"}}),
+        std::vector<std::string>{"UNVEC_INVALID_PORT_TYPE block=/top/block port=0"});
+}
+
 TEST_F(VectorUnrollersTest, leavesScalarsAlone) {
     EXPECT_EQ(madeOf("addBlock", {{"0", "s4.0"}, {"1", "s4.0"}}, {{"primWireOut", ""}}), Made{});
     EXPECT_EQ(madeOf("scalarProductBlock", {{"0", "s4.0"}, {"1", "s4.0"}}, {{"primWireOut", ""}}), Made{});

@@ -1,6 +1,8 @@
 // The checks of what the types of a block's ports are: vector widths, real numbers, and whether there is a type at all.
 #include "orvo/modelvalidators.h"
 
+#include "orvo/vectorunroll.h"
+
 #include <orvo/block.h>
 #include <orvo/logging.h>
 #include <orvo/staticstrings.h>
@@ -8,6 +10,7 @@
 #include <orvo/wire.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -55,6 +58,11 @@ constexpr const StaticString *kFreeDimensions[] = {
     &A_SARNET_MM_SLAVE_OUT_BLOCK,
     &A_AXI4_STREAM_RECEIVER_BLOCK,
     &A_AXI4_STREAM_TRANSMITTER_BLOCK,
+};
+
+/// Those of them that say themselves what their ports take.
+constexpr const StaticString *kOwnTypes[] = {
+    &A_TYPE_PIN_BLOCK, &A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK, &A_SHARED_FIFO_BLOCK, &A_LOOP_BLOCK,
 };
 
 /// A port of a block type.
@@ -168,6 +176,15 @@ bool hasFreeDimensions(const Block &block) {
     return types.count(block.type()) != 0 || block.findParam(A_FOLDING_KERNEL_TAG) != nullptr;
 }
 
+bool hasOwnTypes(const Block &block) {
+    if (block.type() == A_TYPE_PIN_BLOCK.get_ptr() && !block.getParam(A_TYPE_PIN_TYPE) &&
+        !block.getParam(A_TYPE_PIN_PORT_TYPES)) {
+        return false;
+    }
+    return std::any_of(std::begin(kOwnTypes), std::end(kOwnTypes),
+                       [&](const StaticString *type) { return block.type() == type->get_ptr(); });
+}
+
 bool isFreePort(const Port &port) {
     static const PortTable table = tableOf(kFreePorts);
     const auto row = table.find(port.getBlock().type());
@@ -230,7 +247,7 @@ std::optional<int> unfitLength(const Port &port, const VectorDecorSpec &own, con
     const Wire *wire = port.peekWire();
     const VectorDecorSpec driver(wire == nullptr ? PureValueRef() : types.at(*wire, instance),
                                  port.getBlock().getContext());
-    if (!own.valid() || !driver.valid() || driver == own) {
+    if (!own.valid() || !driver.valid() || internal_vector::takesDriver(port, own, driver)) {
         return std::nullopt;
     }
     const std::vector<int> &asked = own.vectorLengths();
@@ -241,10 +258,11 @@ std::optional<int> unfitLength(const Port &port, const VectorDecorSpec &own, con
             return at(given, i);
         }
     }
-    return std::nullopt;
+    return 1;
 }
 
 void checkDimensions(const Block &block, const TypesOfModel &types) {
+    const bool isFree = hasFreeDimensions(block);
     std::unordered_set<const Port *> told;
     for (const RefChain &instance : types.instances()) {
         WidestVectors widest;
@@ -253,7 +271,8 @@ void checkDimensions(const Block &block, const TypesOfModel &types) {
                 continue;
             }
             const VectorDecorSpec vectors(types.at(port, instance), block.getContext());
-            const auto clash = vectors.isVector() ? widest.take(vectors.vectorLengths(), kindOf(port)) : std::nullopt;
+            const auto clash =
+                !isFree && vectors.isVector() ? widest.take(vectors.vectorLengths(), kindOf(port)) : std::nullopt;
             const auto unfit = unfitLength(port, vectors, types, instance);
             if ((clash || unfit) && told.insert(&port).second) {
                 clash ? tellClash(port, clash->first, clash->second) : tellUnequal(port, *unfit);
@@ -288,7 +307,7 @@ template <class End> void checkHasType(const End &end, const char *side, const T
 void PortDimensionsValidator::validate(ModelPassContext &context) {
     const TypesOfModel types = facts().typesOf(context);
     for (const Block &block : context.getModel()) {
-        if (!hasFreeDimensions(block)) {
+        if (!hasFreeDimensions(block) || hasOwnTypes(block)) {
             checkDimensions(block, types);
         }
     }

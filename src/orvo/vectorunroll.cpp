@@ -44,7 +44,32 @@ bool holdsVectors(const PureValueRef &type, Context *context) {
     return false;
 }
 
+/// Pins say what a signal is, packs and unpacks join and part what is there: none makes a vector of a number.
+bool handsOnAsIs(const Block &block) {
+    const Value *type = block.type();
+    return type == A_TYPE_PIN_BLOCK.get_ptr() || type == A_VPACK_BLOCK.get_ptr() || type == A_VUNPACK_BLOCK.get_ptr();
+}
+
+/// The element of a signal that serves a lane.
+std::vector<int> elementFor(const VectorDecorSpec &signal, std::vector<int> lane) {
+    lane.resize(signal.vectorDepth(), 0);
+    for (std::size_t k = 0; k < lane.size(); ++k) {
+        lane[k] = signal.vectorLength(k) == 1 ? 0 : lane[k];
+    }
+    return lane;
+}
+
 } // namespace
+
+bool takesDriver(const Port &port, const VectorDecorSpec &own, const VectorDecorSpec &driver) {
+    if (driver == own || !own.valid() || !driver.valid() || handsOnAsIs(port.getBlock())) {
+        return driver == own;
+    }
+    const std::vector<int> &given = driver.vectorLengths();
+    const std::vector<int> &asked = own.vectorLengths();
+    const auto beyond = std::mismatch(given.begin(), given.end(), asked.begin(), asked.end()).first;
+    return std::all_of(beyond, given.end(), [](int length) { return length == 1; });
+}
 
 VectorPackManager::VectorPackManager(const VectorDecorSpec &lanes, const VectorDecorSpec &signal, Model &model,
                                      const PureValueRef &name)
@@ -103,22 +128,23 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     mPorts.reserve(block.getPortCount());
     for (Port &port : block.ports()) {
         const auto [vectors, isUnique] = typeOf(port, mInstances, types);
-        if (!vectors.valid() || !isDriverLike(port, vectors, types)) {
+        const VectorUnrollKind kind = mUnroller->originalPort(port, vectors);
+        mPorts.push_back({MaybePort(port), vectors, driverOf(port, vectors, types), kind, isUnique});
+        if (!vectors.valid() || !canServe(mPorts.back())) {
             log::msg(msg::error::UNVEC_INVALID_PORT_TYPE,
                      log::p("port", port.getName()->toString()) % log::p("block", block.value()));
             mFailed = true;
         }
-        const VectorUnrollKind kind = mUnroller->originalPort(port, vectors);
         note(vectors, kind);
-        mPorts.push_back({MaybePort(port), vectors, kind, isUnique});
+        mNarrows = mNarrows || isNarrowed(mPorts.back());
     }
     if (!mFailed && !mMerged.valid()) {
         failToExpand("its vectors have different lengths");
     } else if (!mFailed && losesRecords(types)) {
         failToExpand("its records come apart before its vectors");
-    } else if (hasWork() && !mUnroller->canUnroll()) {
+    } else if (comesApart() && !mUnroller->canUnroll()) {
         failToExpand(mUnroller->reason());
-    } else if (const std::string detail = hasWork() ? difference(types) : std::string(); !detail.empty()) {
+    } else if (const std::string detail = comesApart() ? difference(types) : std::string(); !detail.empty()) {
         failToExpand(detail);
     }
 }
@@ -185,12 +211,25 @@ BlockUnrollerImpl::SignalType BlockUnrollerImpl::typeOf(const End &end, const st
     return signal;
 }
 
-bool BlockUnrollerImpl::isDriverLike(const Port &port, const VectorDecorSpec &vectors, GlobalTypePass &types) const {
+VectorDecorSpec BlockUnrollerImpl::driverOf(const Port &port, const VectorDecorSpec &own, GlobalTypePass &types) const {
     const Wire *wire = port.peekWire();
-    return wire == nullptr || std::all_of(mInstances.begin(), mInstances.end(), [&](const RefChain &instance) {
-               const PureValueRef driver = types.getType(*wire, instance);
-               return !driver || VectorDecorSpec(driver, mBlock.getContext()) == vectors;
-           });
+    if (wire == nullptr) {
+        return own;
+    }
+    const auto in = [&](const RefChain &instance) {
+        const PureValueRef driver = types.getType(*wire, instance);
+        return driver ? VectorDecorSpec(driver, mBlock.getContext()) : own;
+    };
+    const VectorDecorSpec driver = in(mInstances.front());
+    const bool agree = std::all_of(mInstances.begin() + 1, mInstances.end(),
+                                   [&](const RefChain &instance) { return in(instance) == driver; });
+    return agree && driver.vectorDepth() <= limits::kTupleDepth ? driver : VectorDecorSpec();
+}
+
+bool BlockUnrollerImpl::canServe(const PortInfo &info) const {
+    const bool fallsApart = info.kind == VectorUnrollKind::Own || info.kind == VectorUnrollKind::Merged;
+    return info.given == info.vectors ||
+           ((fallsApart || isNarrowed(info)) && takesDriver(*info.port.getPort(), info.vectors, info.given));
 }
 
 void BlockUnrollerImpl::note(const VectorDecorSpec &vectors, VectorUnrollKind kind) {
@@ -214,6 +253,15 @@ void BlockUnrollerImpl::unroll(GlobalTypePass &types) {
     if (!hasWork()) {
         return;
     }
+    for (PortInfo &info : mPorts) {
+        if (isNarrowed(info)) {
+            narrowPort(info);
+        }
+    }
+    mNarrows = false;
+    if (!comesApart()) {
+        return;
+    }
     mExpand = false;
     mUnroller->preAttachExtended(mMerged, types, mInstances.front());
     for (const PortInfo &info : mPorts) {
@@ -229,16 +277,27 @@ void BlockUnrollerImpl::unroll(GlobalTypePass &types) {
     mUnroller->postAttach();
 }
 
+void BlockUnrollerImpl::narrowPort(PortInfo &info) {
+    Port *port = info.port.getPort();
+    ORVO_ASSERT(port != nullptr, "a neighbour went without handing over its readers");
+    VectorPackManager packs(info.given, info.given, mBlock.getModel(), packerName(info.port.getKey()));
+    packs.doUnpack(*port->peekWire());
+    info.port.setWire(packs.getUnpackedWire(elementFor(info.given, {})));
+    info.given = info.vectors;
+}
+
 void BlockUnrollerImpl::unrollPort(const PortInfo &info) {
     const VectorDecorSpec lanes = lanesOf(info.kind, info.vectors);
     // Neighbours that were taken apart before have connected the port anew.
     Port *port = info.port.getPort();
     ORVO_ASSERT(port != nullptr, "a neighbour went without handing over its readers");
-    VectorPackManager packs(lanes, info.vectors, mBlock.getModel(), packerName(info.port.getKey()));
+    VectorPackManager packs(lanes.isVector() ? info.given : lanes, info.given, mBlock.getModel(),
+                            packerName(info.port.getKey()));
     packs.doUnpack(*port->peekWire());
     for (LaneCounter lane(lanes); !lane.atEnd(); lane.next()) {
         mUnroller->clearAttachedPorts();
-        mUnroller->attachPort(*port, lanes, lane.indices(), packs.getUnpackedWire(lane.indices()));
+        const std::vector<int> element = lanes.isVector() ? elementFor(info.given, lane.indices()) : std::vector<int>();
+        mUnroller->attachPort(*port, lanes, lane.indices(), packs.getUnpackedWire(element));
         mUnroller->notifyUnrollAttachedPorts(mBlock, info.port.getKey());
     }
 }

@@ -17,6 +17,8 @@ namespace internal_vector {
 struct PortInfo {
     MaybePort port;
     VectorDecorSpec vectors;
+    /// What drives it, which may be less than it takes.
+    VectorDecorSpec given;
     VectorUnrollKind kind;
     /// Of one type in all instances.
     bool isUnique;
@@ -29,6 +31,10 @@ struct WireInfo {
     /// Of one type in all instances.
     bool isUnique;
 };
+
+/// Whether a port takes what drives it where a rule says what the port is. A driver of fewer dimensions serves the
+/// lanes of the others, too, for which it may also have dimensions of one element.
+ORVO_API bool takesDriver(const Port &port, const VectorDecorSpec &own, const VectorDecorSpec &driver);
 
 /// A signal of some dimensions as the lanes of an unroller see it. Lanes of no dimensions take it whole; others have at
 /// least its dimensions, and those beyond take the same elements again.
@@ -69,11 +75,12 @@ class BlockUnrollerImpl {
     void fail() { mFailed = true; }
     /// Reports that both sides of a boundary do not fit together, and gives up on the block.
     void failOnBoundary();
-    bool hasWork() const { return !mFailed && (mExpand || mUnroller->mandatoryUnrolling()); }
+    bool hasWork() const { return comesApart() || (!mFailed && mNarrows); }
     /// Takes the block apart if there is anything to do. The block is gone afterwards if its unroller deletes it.
     void unroll(GlobalTypePass &types);
 
   private:
+    bool comesApart() const { return !mFailed && (mExpand || mUnroller->mandatoryUnrolling()); }
     void failToExpand(const std::string &detail);
     /// What a signal is in all instances.
     struct SignalType {
@@ -82,8 +89,11 @@ class BlockUnrollerImpl {
     };
     template <class End>
     SignalType typeOf(const End &end, const std::vector<RefChain> &instances, GlobalTypePass &types) const;
-    /// Whether a port has the dimensions of its wire, which may not be so where a rule says what a port is.
-    bool isDriverLike(const Port &port, const VectorDecorSpec &vectors, GlobalTypePass &types) const;
+    /// The dimensions of a port's wire; those of the port if nothing tells, none if instances differ or
+    /// there are too many.
+    VectorDecorSpec driverOf(const Port &port, const VectorDecorSpec &own, GlobalTypePass &types) const;
+    /// Whether the lanes of a port can be had from what drives it.
+    bool canServe(const PortInfo &info) const;
     void note(const VectorDecorSpec &vectors, VectorUnrollKind kind);
     /// Whether a record comes out that has its lanes in its members: of those of the block it would get the first only.
     bool losesRecords(GlobalTypePass &types) const;
@@ -91,6 +101,9 @@ class BlockUnrollerImpl {
     std::string difference(GlobalTypePass &types) const;
     VectorDecorSpec lanesOf(VectorUnrollKind kind, const VectorDecorSpec &own) const;
     PureValueRef packerName(const PureValueRef &key) const;
+    /// Whether a scalar is driven by the only element of a vector.
+    static bool isNarrowed(const PortInfo &info) { return info.given.isVector() && !info.vectors.isVector(); }
+    void narrowPort(PortInfo &info);
     void unrollPort(const PortInfo &info);
     void unrollWire(const WireInfo &info);
 
@@ -98,6 +111,7 @@ class BlockUnrollerImpl {
     const std::vector<RefChain> &mInstances;
     std::shared_ptr<VectorUnroller> mUnroller;
     bool mExpand = false;
+    bool mNarrows = false;
     bool mFailed = false;
     VectorDecorSpec mMerged;
     std::vector<PortInfo> mPorts;
