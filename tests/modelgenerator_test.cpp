@@ -38,7 +38,7 @@ class ModelGeneratorTest : public test::EstimateFixture {
         ADD_FAILURE() << "no row of " << name;
         return {};
     }
-    /// One level of hierarchy, with two kinds of instances, and the same without it.
+    /// A level of hierarchy with three kinds of instances costs what the same does without it.
     void expectAsFlat(const std::string &type, const Texts &params);
 };
 
