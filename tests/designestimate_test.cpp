@@ -1,8 +1,7 @@
 // Sums of models: hierarchy, instances, and the longest way of a signal.
 #include "generator/designestimate.h"
 
-#include "support/simulatorfixture.h"
-#include "support/typetable.h"
+#include "support/estimatefixture.h"
 
 #include <orvo/context.h>
 #include <orvo/wire.h>
@@ -12,29 +11,8 @@
 namespace orvo::generator {
 namespace {
 
-class DesignEstimateTest : public orvo::test::SimulatorFixture {
+class DesignEstimateTest : public orvo::test::EstimateFixture {
   protected:
-    Block &unary(Model &in, const std::string &name, const std::string &type, Wire &wire, const Texts &params = {}) {
-        Block &made = block(in, name, type, params);
-        made.setParam(value("0"), wire);
-        Wire::create(made, A_PRIM_WIRE_OUT);
-        return made;
-    }
-    static Wire &out(Block &of) { return *of.getWire(A_PRIM_WIRE_OUT); }
-    /// A model that negates its input x.
-    Model &negator(const std::string &name) {
-        Model &made = *Model::create(design, name);
-        Block &in = *Block::create(made, "in", A_INPUT_BLOCK);
-        Block::create(made, "out", A_OUTPUT_BLOCK)
-            ->setParam(value("y"), out(unary(made, "neg", "negBlock", *Wire::create(in, value("x")))));
-        return made;
-    }
-    Wire &instance(Model &in, const std::string &name, Model &of, Wire &wire) {
-        Block &made = *Block::create(in, name, A_MODEL_BLOCK);
-        made.setParam(A_MODEL_NODE, of);
-        made.setParam(value("x"), wire);
-        return *Wire::create(made, value("y"));
-    }
     ModelEstimate of(const DesignEstimate &all, const std::string &name) {
         for (const ModelEstimate &one : all.models) {
             if (one.name == value(name)) {
@@ -44,9 +22,6 @@ class DesignEstimateTest : public orvo::test::SimulatorFixture {
         ADD_FAILURE() << "no model " << name;
         return {};
     }
-
-    Design design{mgr.context()};
-    Model &model = *Model::create(design, "top");
 };
 
 TEST_F(DesignEstimateTest, hasNothingForAnEmptyDesign) {
@@ -135,6 +110,25 @@ TEST_F(DesignEstimateTest, tellsModelsWithoutEndThatNoTopLeadsTo) {
     // The top counts what is below it as one.
     EXPECT_EQ(of(all, "top").uncounted, 1);
     EXPECT_EQ(all.uncounted, 1 + 3);
+}
+
+TEST_F(DesignEstimateTest, takesRingsThatNothingElseLeadsToAsTops) {
+    Model &u = negator("u");
+    Model &v = wrapper("v", u);
+    Block &again = *Block::create(u, "again", A_MODEL_BLOCK);
+    again.setParam(A_MODEL_NODE, v);
+    Model &self = negator("self");
+    Block::create(self, "again", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, self);
+    Block::create(model, "i", A_MODEL_BLOCK)->setParam(A_MODEL_NODE, self);
+    const std::set<PureValueRef> tops = topModels(design);
+    EXPECT_EQ(tops, (std::set<PureValueRef>{value("top"), value("u"), value("v")}));
+    // A ring that lasts has no top; one that is cut has.
+    EXPECT_EQ(of(estimateLowered(design, tops), "v").instances, 0);
+    delete &again;
+    const DesignEstimate cut = estimateLowered(design, tops);
+    EXPECT_EQ(of(cut, "v").instances, 1);
+    EXPECT_EQ(of(cut, "u").instances, 1);
+    EXPECT_EQ(of(cut, "self").uncounted, 1);
 }
 
 TEST_F(DesignEstimateTest, tellsHowManyBlocksItDidNotCount) {

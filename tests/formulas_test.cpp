@@ -67,6 +67,7 @@ TEST(Formulas, addCostsAndTakeTheLongerOrBothLatencies) {
     const Usage a = usage(1, 2, 3, 4, 5);
     const Usage b = usage(10, 20, 30, 40, 2);
     EXPECT_EQ(beside(a, b), usage(11, 22, 33, 44, 5));
+    EXPECT_EQ(largest(a, usage(0, 9, 0, 9, 0)), usage(1, 9, 3, 9, 5));
     EXPECT_EQ(behind(a, b), usage(11, 22, 33, 44, 7));
     EXPECT_EQ(copies(a, 3), usage(3, 6, 9, 12, 5));
 }

@@ -1,10 +1,9 @@
 // The generator that comes with the library: what it answers, and that it leaves everything as it is.
 #include "generator/modelgenerator.h"
 
+#include "support/estimatefixture.h"
 #include "support/heardmessages.h"
 #include "support/randomdesigns.h"
-#include "support/simulatorfixture.h"
-#include "support/typetable.h"
 
 #include <orvo/context.h>
 #include <orvo/pass.h>
@@ -15,6 +14,8 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 
 namespace orvo {
@@ -26,18 +27,19 @@ std::string textOf(const Design &design) {
     return text.str();
 }
 
-class ModelGeneratorTest : public test::SimulatorFixture {
+class ModelGeneratorTest : public test::EstimateFixture {
   protected:
-    Block &unary(Model &in, const std::string &name, const std::string &type, Wire &wire, const Texts &params = {}) {
-        Block &made = block(in, name, type, params);
-        made.setParam(value("0"), wire);
-        Wire::create(made, A_PRIM_WIRE_OUT);
-        return made;
+    generator::ModelEstimate rowOf(const generator::DesignEstimate &estimate, const std::string &name) {
+        for (const generator::ModelEstimate &row : estimate.models) {
+            if (row.name == value(name)) {
+                return row;
+            }
+        }
+        ADD_FAILURE() << "no row of " << name;
+        return {};
     }
-    static Wire &out(Block &of) { return *of.getWire(A_PRIM_WIRE_OUT); }
-
-    Design design{mgr.context()};
-    Model &model = *Model::create(design, "top");
+    /// A level of hierarchy with three kinds of instances costs what the same does without it.
+    void expectAsFlat(const std::string &type, const Texts &params);
 };
 
 TEST_F(ModelGeneratorTest, lowersWhatItEstimates) {
@@ -107,26 +109,120 @@ TEST_F(ModelGeneratorTest, doesNotCountAModelOfWhichNothingIsLeft) {
     Block &in = *Block::create(below, "in", A_INPUT_BLOCK);
     Block::create(below, "out", A_OUTPUT_BLOCK)
         ->setParam(value("y"), out(unary(below, "neg", "negBlock", pinned(*Wire::create(in, value("x")), "s8.0"))));
-    Block &instance = *Block::create(model, "i", A_MODEL_BLOCK);
-    instance.setParam(A_MODEL_NODE, below);
-    instance.setParam(value("x"), input(model, "a", "s8.0"));
     // Nobody reads the instance.
-    Wire::create(instance, value("y"));
+    instance(model, "i", below, input(model, "a", "s8.0"));
     const generator::DesignEstimate all = generator::estimateDesign(design);
     EXPECT_EQ(all.total, generator::Usage());
     EXPECT_EQ(all.models.front().instances + all.models.back().instances, 1);
 }
 
 TEST_F(ModelGeneratorTest, answersForAModelBelowAnother) {
-    Model &below = *Model::create(design, "below");
+    Model &below = negator("below");
+    output(model, "o", instance(model, "i", below, input(model, "a", "s8.0")));
+    EXPECT_EQ(generator::estimateModel(below, false, false, true).luts, 9);
+}
+
+void ModelGeneratorTest::expectAsFlat(const std::string &type, const Texts &params) {
+    Design hierarchical(mgr.context());
+    Model &top = *Model::create(hierarchical, "top");
+    Model &below = *Model::create(hierarchical, "below");
     Block &in = *Block::create(below, "in", A_INPUT_BLOCK);
     Block::create(below, "out", A_OUTPUT_BLOCK)
-        ->setParam(value("y"), out(unary(below, "neg", "negBlock", *Wire::create(in, value("x")))));
-    Block &instance = *Block::create(model, "i", A_MODEL_BLOCK);
-    instance.setParam(A_MODEL_NODE, below);
-    instance.setParam(value("x"), input(model, "a", "s8.0"));
-    output(model, "o", *Wire::create(instance, value("y")));
-    EXPECT_EQ(generator::estimateModel(below, false, false, true).luts, 9);
+        ->setParam(value("y"), out(unary(below, "own", type, *Wire::create(in, value("x")), params)));
+    Design flat(mgr.context());
+    Model &flatTop = *Model::create(flat, "top");
+    for (const auto &[name, shape] : {std::pair("a", "[4] s8.0"), std::pair("b", "s8.0"), std::pair("c", "c s8.0")}) {
+        output(top, name + std::string("o"), instance(top, name + std::string("i"), below, input(top, name, shape)));
+        output(flatTop, name + std::string("o"),
+               out(unary(flatTop, name + std::string("own"), type, input(flatTop, name, shape), params)));
+    }
+    const generator::DesignEstimate estimate = generator::estimateDesign(hierarchical);
+    EXPECT_EQ(estimate.errors, std::set<std::string>()) << type;
+    EXPECT_EQ(estimate.total, generator::estimateDesign(flat).total) << type;
+    EXPECT_EQ(estimate.uncounted, 0) << type;
+    ASSERT_EQ(estimate.models.size(), 2U) << type;
+    EXPECT_EQ(rowOf(estimate, "below").instances, 3) << type;
+}
+
+TEST_F(ModelGeneratorTest, lowersInstancesOfDifferentTypesAsIfTheyWereFlat) {
+    expectAsFlat("negBlock", {});
+    expectAsFlat("castBlock", {{"castOutputType", "(typeSFixed 4 0)"},
+                               {"castRoundingMode", "roundingUnbiased"},
+                               {"castSaturateMode", "saturateAsymmetric"}});
+    expectAsFlat("delayBlock", {{"delayLength", "40"}});
+}
+
+TEST_F(ModelGeneratorTest, givesAModelOfSeveralKindsTheLargestOfThem) {
+    Model &below = negator("below");
+    Model &middle = wrapper("middle", below);
+    output(model, "o", instance(model, "i", middle, input(model, "a", "s16.0")));
+    output(model, "p", instance(model, "j", middle, input(model, "b", "[3] s8.0")));
+    const generator::DesignEstimate estimate = generator::estimateDesign(design);
+    EXPECT_TRUE(estimate.isComplete());
+    EXPECT_EQ(estimate.models.size(), 3U);
+    EXPECT_EQ(rowOf(estimate, "below").usage.luts, 3 * 9);
+    EXPECT_EQ(rowOf(estimate, "below").instances, 2);
+    EXPECT_EQ(rowOf(estimate, "middle").usage.luts, 3 * 9);
+    EXPECT_EQ(estimate.total.luts, 17 + 3 * 9);
+}
+
+TEST_F(ModelGeneratorTest, tellsNothingOfModelsThatNoOutputModelNeeds) {
+    output(model, "o", instance(model, "i", negator("below"), input(model, "a", "s8.0")));
+    Model &spare = negator("spare");
+    EXPECT_EQ(generator::estimateDesign(design).uncounted, 1);
+    EXPECT_FALSE(generator::estimateDesign(design).isComplete());
+    model.setParam(A_SYNTH_OUTPUT_MODE, A_TRUE);
+    const generator::DesignEstimate estimate = generator::estimateDesign(design);
+    EXPECT_EQ(estimate.errors, std::set<std::string>());
+    EXPECT_EQ(estimate.uncounted, 0);
+    EXPECT_EQ(estimate.total.luts, 9);
+    EXPECT_EQ(estimate.models.size(), 2U);
+    // Who asks gets an answer.
+    Block &neg = *spare.getBlock(value("own"));
+    neg.setParam(value("0"), pinned(*spare.getInputBlock()->begin(), "s4.0"));
+    EXPECT_EQ(generator::estimateModel(spare, false, false, true).luts, 5);
+}
+
+TEST_F(ModelGeneratorTest, isCompleteWithoutTypesOfDeadLogic) {
+    Model &below = negator("below");
+    Wire &untyped = *Wire::create(block(model, "open", "inputBlock"), value("x"));
+    instance(model, "dead", below, out(unary(model, "neg", "negBlock", untyped)));
+    output(model, "o", out(unary(model, "live", "negBlock", input(model, "a", "s8.0"))));
+    const generator::DesignEstimate estimate = generator::estimateDesign(design);
+    EXPECT_EQ(estimate.errors, std::set<std::string>());
+    EXPECT_EQ(estimate.total.luts, 9);
+    EXPECT_EQ(rowOf(estimate, "below").instances, 0);
+}
+
+TEST_F(ModelGeneratorTest, countsModelsThatContainEachOtherWithoutReadingEachOther) {
+    Model &u = *Model::create(design, "u");
+    Model &v = *Model::create(design, "v");
+    for (const auto &[own, other] : {std::pair(&u, &v), std::pair(&v, &u)}) {
+        Wire &a = input(*own, "a", "s8.0");
+        instance(*own, "i", *other, a);
+        output(*own, "o", out(unary(*own, "neg", "negBlock", a)));
+    }
+    const generator::DesignEstimate estimate = generator::estimateDesign(design);
+    EXPECT_TRUE(estimate.isComplete());
+    EXPECT_EQ(estimate.total.luts, 2 * 9);
+    EXPECT_EQ(estimate.uncounted, 0);
+}
+
+TEST_F(ModelGeneratorTest, lowersEachExampleWhole) {
+    int examples = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(std::string(ORVO_TEST_SOURCE_DIR) + "/examples")) {
+        if (entry.path().extension() != ".xml") {
+            continue;
+        }
+        ++examples;
+        std::ifstream in(entry.path());
+        Design example(mgr.context());
+        XMLServices().fromXML(in, example, &XMLServices::silentErrorFunc);
+        const generator::DesignEstimate estimate = generator::estimateDesign(example);
+        EXPECT_EQ(estimate.errors, std::set<std::string>()) << entry.path();
+        EXPECT_EQ(estimate.uncounted, 0) << entry.path();
+    }
+    EXPECT_GE(examples, 9);
 }
 
 /// A pass that asks what its generator says of the first model.

@@ -96,7 +96,7 @@ std::string resourcesChange(const std::string &number, const std::string &name, 
         text += fmt::format(" {:>+{}}", after.usage.*figure.field - before.usage.*figure.field, figure.width);
     }
     return text + fmt::format(" {:>+{}}{}\n", after.uncounted - before.uncounted, kUncountedWidth,
-                              after.isComplete ? "" : "  incomplete");
+                              before.isComplete && after.isComplete ? "" : "  incomplete");
 }
 
 } // namespace orvo::driver

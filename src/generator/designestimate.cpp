@@ -2,6 +2,8 @@
 #include "generator/designestimate.h"
 
 #include "generator/estimates.h"
+#include "generator/specialise.h"
+#include "orvo/scheduleconstraints.h"
 #include "orvo/strongcomponents.h"
 #include "orvo/unrollpasses.h"
 
@@ -25,15 +27,26 @@ struct Cost {
     Count uncounted = 0;
 };
 
-Usage largest(const Usage &a, const Usage &b) {
-    Usage most;
-    most.luts = std::max(a.luts, b.luts);
-    most.multipliers = std::max(a.multipliers, b.multipliers);
-    most.memoryBlocks = std::max(a.memoryBlocks, b.memoryBlocks);
-    most.memoryBits = std::max(a.memoryBits, b.memoryBits);
-    most.latency = std::max(a.latency, b.latency);
-    return most;
-}
+/// The models of a design, numbered in its order, and an edge for each block that stands for one.
+struct Hierarchy {
+    explicit Hierarchy(const Design &design) {
+        for (Model &model : design) {
+            numbers.emplace(&model, static_cast<std::uint32_t>(models.size()));
+            models.push_back(&model);
+        }
+        for (const Model *model : models) {
+            for (const Block &block : *model) {
+                if (const Model *below = internal::instantiatedModel(block); below != nullptr) {
+                    graph.addEdge(numbers.at(below));
+                }
+            }
+            graph.closeNode();
+        }
+    }
+    std::vector<Model *> models;
+    std::unordered_map<const Model *, std::uint32_t> numbers;
+    internal::Digraph graph;
+};
 
 /// The longest way through nodes of these latencies. A cycle counts as all of its nodes one behind the other: no way
 /// visits one of them twice.
@@ -63,21 +76,14 @@ class DesignEstimator {
   public:
     DesignEstimator(Design &design, const std::set<PureValueRef> &tops)
         : mTops(tops), mResults(inferred(design)), mTypes(*mResults.getPass<GlobalTypePass>()),
-          mTree(*mResults.getPass<ModelTreePass>()), mDistinct(mTree, mTypes) {
-        for (Model &model : design) {
-            mNumbers.emplace(&model, static_cast<std::uint32_t>(mModels.size()));
-            mModels.push_back({&model, {model.getName(), {}, 0, 0}});
+          mDistinct(*mResults.getPass<ModelTreePass>(), mTypes), mHierarchy(design) {
+        for (Model *model : mHierarchy.models) {
+            mModels.push_back({model, {model->getName(), {}, 0, 0}});
         }
     }
 
     DesignEstimate run() {
-        internal::Digraph graph;
-        for (const Entry &entry : mModels) {
-            for (const Model *below : mTree.getReferredModels(*entry.model)) {
-                graph.addEdge(mNumbers.at(below));
-            }
-            graph.closeNode();
-        }
+        const internal::Digraph &graph = mHierarchy.graph;
         const internal::StrongComponents order = internal::stronglyConnectedComponents(graph);
         using Component = std::span<const std::uint32_t>;
         // Of models that contain themselves, and those below them, there are instances without end.
@@ -96,7 +102,7 @@ class DesignEstimator {
             }
         }
         for (auto number = order.nodes.rbegin(); number != order.nodes.rend(); ++number) {
-            countInstances(mModels[*number], graph, *number);
+            countInstances(mModels[*number], *number);
         }
         return result();
     }
@@ -107,7 +113,7 @@ class DesignEstimator {
         ModelEstimate estimate;
     };
     /// A model and the types at the block that stands for it: what tells instances apart.
-    using Key = std::pair<const Model *, std::vector<const Value *>>;
+    using Key = std::pair<const Model *, BoundaryTypes>;
 
     /// The models of the components that are chosen, and all below them.
     template <class Chosen>
@@ -138,16 +144,7 @@ class DesignEstimator {
     }
 
     Key keyOf(const Model &model, const Block *reference, const RefChain &above) {
-        Key key{&model, {}};
-        if (reference != nullptr) {
-            for (const Port &port : reference->ports()) {
-                key.second.push_back(mTypes.getType(port, above).get_ptr());
-            }
-            for (const Wire &wire : *reference) {
-                key.second.push_back(mTypes.getType(wire, above).get_ptr());
-            }
-        }
-        return key;
+        return {&model, reference == nullptr ? BoundaryTypes() : boundaryTypes(*reference, above, mTypes)};
     }
 
     void estimate(Entry &entry) {
@@ -199,14 +196,17 @@ class DesignEstimator {
         return usage ? Cost{*usage, 0} : Cost{{}, 1};
     }
 
-    bool isTop(const Entry &entry) const { return mTops.count(entry.estimate.name) != 0; }
+    /// Of the models of a ring, those are that have lost the blocks that stood for them.
+    bool isTop(const Entry &entry) const {
+        return mTops.count(entry.estimate.name) != 0 && entry.model->getParentBlocks().empty();
+    }
 
     /// Behind all models that instantiate it.
-    void countInstances(Entry &entry, const internal::Digraph &graph, std::uint32_t number) {
+    void countInstances(Entry &entry, std::uint32_t number) {
         if (isTop(entry)) {
             entry.estimate.instances = 1;
         }
-        for (const std::uint32_t below : graph.edgesOf(number)) {
+        for (const std::uint32_t below : mHierarchy.graph.edgesOf(number)) {
             if (below != number) {
                 Count &instances = mModels[below].estimate.instances;
                 instances = plus(instances, entry.estimate.instances);
@@ -230,10 +230,9 @@ class DesignEstimator {
     const std::set<PureValueRef> &mTops;
     PassResults mResults;
     GlobalTypePass &mTypes;
-    ModelTreePass &mTree;
     internal::DistinctInstances mDistinct;
+    Hierarchy mHierarchy;
     std::vector<Entry> mModels;
-    std::unordered_map<const Model *, std::uint32_t> mNumbers;
     std::map<Key, Cost> mCosts;
     /// Models without end that no top leads to.
     Count mUncovered = 0;
@@ -246,10 +245,26 @@ DesignEstimate estimateLowered(Design &lowered, const std::set<PureValueRef> &to
 }
 
 std::set<PureValueRef> topModels(const Design &design) {
+    const Hierarchy hierarchy(design);
+    const internal::StrongComponents components = internal::stronglyConnectedComponents(hierarchy.graph);
+    std::vector<std::size_t> componentOf(hierarchy.models.size());
+    for (std::size_t i = 0; i < components.size(); ++i) {
+        for (const std::uint32_t number : components[i]) {
+            componentOf[number] = i;
+        }
+    }
+    std::vector<bool> isBelow(components.size(), false);
+    for (std::uint32_t number = 0; number < hierarchy.models.size(); ++number) {
+        for (const std::uint32_t below : hierarchy.graph.edgesOf(number)) {
+            if (componentOf[below] != componentOf[number]) {
+                isBelow[componentOf[below]] = true;
+            }
+        }
+    }
     std::set<PureValueRef> tops;
-    for (const Model &model : design) {
-        if (model.getParentBlocks().empty()) {
-            tops.insert(model.getName());
+    for (std::uint32_t number = 0; number < hierarchy.models.size(); ++number) {
+        if (!isBelow[componentOf[number]]) {
+            tops.insert(hierarchy.models[number]->getName());
         }
     }
     return tops;

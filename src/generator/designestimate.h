@@ -28,9 +28,10 @@ struct ModelEstimate {
 };
 
 struct DesignEstimate {
-    /// In the design's order.
+    /// In the design's order. Where some of its models have an output mode, those alone that these need.
     std::vector<ModelEstimate> models;
-    /// Of all models that nothing instantiates, however dead logic has gone.
+    /// Of all models that nothing instantiates, however dead logic has gone, and of those of a ring that dead logic
+    /// held together.
     Usage total;
     /// In these models; each model that contains itself and that none of them leads to counts as one.
     Count uncounted = 0;
@@ -41,10 +42,11 @@ struct DesignEstimate {
 };
 
 /// Infers the types of the design, which it does not change otherwise. Works on each instance of a model whose types
-/// differ from those of the others once. `tops` are the models that count as used by themselves: lowering may have
-/// taken the last block that stood for another.
+/// differ from those of the others once. `tops` are the models that count as used by themselves where nothing
+/// instantiates them: lowering may have taken the last block that stood for another.
 ORVO_API DesignEstimate estimateLowered(Design &lowered, const std::set<PureValueRef> &tops);
-/// The models that nothing instantiates.
+/// The models that nothing instantiates but models that they contain: rings of models, or one that contains itself,
+/// are among them, for lowering may break a ring.
 ORVO_API std::set<PureValueRef> topModels(const Design &design);
 
 } // namespace orvo::generator

@@ -51,6 +51,16 @@ Usage beside(const Usage &a, const Usage &b) {
     return both;
 }
 
+Usage largest(const Usage &a, const Usage &b) {
+    Usage most;
+    most.luts = std::max(a.luts, b.luts);
+    most.multipliers = std::max(a.multipliers, b.multipliers);
+    most.memoryBlocks = std::max(a.memoryBlocks, b.memoryBlocks);
+    most.memoryBits = std::max(a.memoryBits, b.memoryBits);
+    most.latency = std::max(a.latency, b.latency);
+    return most;
+}
+
 Usage behind(const Usage &a, const Usage &b) {
     Usage both;
     both.luts = plus(a.luts, b.luts);

@@ -31,6 +31,8 @@ ORVO_API int log2Ceil(Count count);
 ORVO_API Usage beside(const Usage &a, const Usage &b);
 /// Both, one behind the other.
 ORVO_API Usage behind(const Usage &a, const Usage &b);
+/// Either of them: each figure of the one in which it is larger.
+ORVO_API Usage largest(const Usage &a, const Usage &b);
 /// So many of them, side by side.
 ORVO_API Usage copies(const Usage &usage, Count count);
 ORVO_API Usage logic(Count luts, Count latency);

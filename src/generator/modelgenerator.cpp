@@ -1,6 +1,8 @@
 // Copies a design, lowers the copy and estimates it.
 #include "generator/modelgenerator.h"
 
+#include "generator/specialise.h"
+#include "orvo/scheduleconstraints.h"
 #include "orvo/silence.h"
 #include "orvo/unrollpasses.h"
 
@@ -13,8 +15,10 @@
 #include <orvo/xmlservices.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <memory>
 #include <sstream>
+#include <unordered_set>
 
 namespace orvo::generator {
 
@@ -28,6 +32,46 @@ std::unique_ptr<Design> copyOf(const Design &design) {
     XMLServices().fromXML(text, *copy, &XMLServices::silentErrorFunc);
     ORVO_ASSERT(!text.fail(), "a design that was written cannot be read");
     return copy;
+}
+
+void run(Design &design, std::initializer_list<const char *> passes) {
+    PassScheduler scheduler;
+    for (const char *pass : passes) {
+        scheduler.addPass(pass);
+    }
+    scheduler.apply(design);
+}
+
+/// Deletes the models that none of these, or of those below them, is or instantiates.
+void keepBelow(Design &design, std::vector<Model *> kept) {
+    std::unordered_set<const Model *> needed(kept.begin(), kept.end());
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        for (const Block &block : *kept[i]) {
+            Model *below = internal::instantiatedModel(block);
+            if (below != nullptr && needed.insert(below).second) {
+                kept.push_back(below);
+            }
+        }
+    }
+    std::vector<Model *> rest;
+    for (Model &model : design) {
+        if (needed.count(&model) == 0) {
+            rest.push_back(&model);
+        }
+    }
+    for (Model *model : rest) {
+        delete model;
+    }
+}
+
+std::vector<Model *> modelsThat(const Design &design, const auto &predicate) {
+    std::vector<Model *> models;
+    for (Model &model : design) {
+        if (predicate(model)) {
+            models.push_back(&model);
+        }
+    }
+    return models;
 }
 
 /// Whether what a cast reads or gives has a type in each instance of its model.
@@ -72,7 +116,6 @@ void setUntypedCastsAside(Design &design) {
 void lower(Design &design) {
     const WithParam ignoringMetadata("P_IGNORE_METADATA", A_TRUE);
     PassScheduler scheduler;
-    scheduler.addPass("ElideFromGotoPass");
     scheduler.addPass("UnrollScheduledModelPass");
     scheduler.beginTurns();
     for (const char *pass :
@@ -86,29 +129,103 @@ void lower(Design &design) {
     scheduler.addPass("ElideUnpackPass", ignoringMetadata);
     scheduler.apply(design);
     setUntypedCastsAside(design);
-    PassScheduler last;
-    for (const char *pass : {"DecomposeCompositePass", "ElideTerminalPass", "DeadBlockPass"}) {
-        last.addPass(pass);
-    }
-    last.apply(design);
+    run(design, {"DecomposeCompositePass", "ElideTerminalPass", "DeadBlockPass"});
 }
 
-} // namespace
+auto rowOf(std::vector<ModelEstimate> &rows, const PureValueRef &name) {
+    return std::find_if(rows.begin(), rows.end(), [&](const ModelEstimate &row) { return row.name == name; });
+}
 
-DesignEstimate estimateDesign(const Design &design) {
-    ContextMgr guard(design.getContext());
+/// The row of a model tells of its copies, too.
+void gatherCopies(std::vector<ModelEstimate> &rows, const Origins &origins) {
+    if (origins.empty()) {
+        return;
+    }
+    std::map<PureValueRef, std::size_t> places;
+    std::vector<ModelEstimate> gathered;
+    // A copy stands behind its model.
+    for (ModelEstimate &row : rows) {
+        const auto origin = origins.find(row.name);
+        if (origin == origins.end()) {
+            places.emplace(row.name, gathered.size());
+            gathered.push_back(std::move(row));
+            continue;
+        }
+        ModelEstimate &whole = gathered[places.at(origin->second)];
+        whole.usage = largest(whole.usage, row.usage);
+        whole.uncounted = std::max(whole.uncounted, row.uncounted);
+        whole.instances = plus(whole.instances, row.instances);
+    }
+    rows = std::move(gathered);
+}
+
+/// Which models of a design count.
+enum class Counted { All, NeededByOutput };
+/// What is done before lowering.
+enum class Prepared { Hierarchy, ModelsOfOneKind };
+
+DesignEstimate estimateCopy(const Design &design, Counted counted, Prepared prepared) {
     const internal::Silence silence(design.getContext());
     const std::unique_ptr<Design> copy = copyOf(design);
+    // A tag may reach into models that are not needed.
+    run(*copy, {"ElideFromGotoPass"});
+    std::vector<Model *> outputs =
+        modelsThat(*copy, [](const Model &model) { return static_cast<bool>(model[A_SYNTH_OUTPUT_MODE]); });
+    if (counted == Counted::NeededByOutput && !outputs.empty()) {
+        keepBelow(*copy, std::move(outputs));
+    }
+    const std::set<PureValueRef> tops = topModels(*copy);
+    Origins origins;
+    if (prepared == Prepared::ModelsOfOneKind) {
+        run(*copy, {"DeadBlockPass"});
+        keepBelow(*copy, modelsThat(*copy, [&](const Model &model) { return tops.count(model.getName()) != 0; }));
+        origins = specialiseModels(*copy);
+    }
     lower(*copy);
-    DesignEstimate estimate = estimateLowered(*copy, topModels(design));
+    DesignEstimate estimate = estimateLowered(*copy, tops);
+    gatherCopies(estimate.models, origins);
     estimate.errors = silence.errors();
     return estimate;
 }
 
+/// Models whose instances differ in more than widths do not come apart, nor does dead logic without types. Flattening
+/// would mend that for the price of all rows but those of top models; it is enough, and costs only where there is an
+/// error, to take dead logic out first and to give each kind of instances a model of its own.
+DesignEstimate estimateCounted(const Design &design, Counted counted) {
+    ContextMgr guard(design.getContext());
+    DesignEstimate asDrawn = estimateCopy(design, counted, Prepared::Hierarchy);
+    if (asDrawn.isComplete()) {
+        return asDrawn;
+    }
+    DesignEstimate estimate = estimateCopy(design, counted, Prepared::ModelsOfOneKind);
+    // Of models whose instances are all dead, what the first estimate said is all there is to say.
+    std::map<PureValueRef, ModelEstimate> rows;
+    for (ModelEstimate &row : estimate.models) {
+        rows.emplace(row.name, std::move(row));
+    }
+    for (ModelEstimate &row : asDrawn.models) {
+        if (const auto known = rows.find(row.name); known != rows.end()) {
+            row = std::move(known->second);
+        } else {
+            row.instances = 0;
+        }
+    }
+    estimate.models = std::move(asDrawn.models);
+    return estimate;
+}
+
+} // namespace
+
+DesignEstimate estimateDesign(const Design &design) { return estimateCounted(design, Counted::NeededByOutput); }
+
 ResourceUsageAndLatencyHelper estimateModel(Model &model, bool, bool, bool) {
-    const DesignEstimate estimate = estimateDesign(model.getDesign());
-    const auto hit = std::find_if(estimate.models.begin(), estimate.models.end(),
-                                  [&](const ModelEstimate &one) { return one.name == model.getName(); });
+    DesignEstimate estimate = estimateDesign(model.getDesign());
+    auto hit = rowOf(estimate.models, model.getName());
+    if (hit == estimate.models.end()) {
+        // No output model needs it, but a pass asks.
+        estimate = estimateCounted(model.getDesign(), Counted::All);
+        hit = rowOf(estimate.models, model.getName());
+    }
     ORVO_ASSERT(hit != estimate.models.end(), "lowering has lost a model");
     return hit->usage;
 }

@@ -33,7 +33,9 @@ void FlattenEverythingPass::apply(PassContext &context) {
 
 bool FlattenEverythingPass::dstPredicate(const Model &, PassContext &) { return true; }
 
-bool FlattenEverythingPass::srcPredicate(const Model &model, PassContext &) {
+bool FlattenEverythingPass::srcPredicate(const Model &model, PassContext &) { return mayDissolve(model); }
+
+bool FlattenEverythingPass::mayDissolve(const Model &model) {
     return model.findParam(A_FOLDING_IS_FOLDING_KERNEL) != A_TRUE.get_ptr() &&
            std::none_of(model.begin(), model.end(), [](const Block &block) {
                return block.type() == A_BUS_IN_BLOCK.get_ptr() || block.type() == A_BUS_OUT_BLOCK.get_ptr();

@@ -23,7 +23,9 @@ class FlattenEverythingPass : public Pass {
 
     /// Whether blocks may come into the model.
     virtual bool dstPredicate(const Model &model, PassContext &context);
-    /// Whether the model may dissolve: it is no folding kernel and holds no block of a bus's edge.
+    /// Whether the model is no folding kernel and holds no block of a bus's edge.
+    static bool mayDissolve(const Model &model);
+    /// Whether the model is to dissolve: `mayDissolve`, for all that a subclass does not say.
     virtual bool srcPredicate(const Model &model, PassContext &context);
     /// Looks at what is left when all is flat.
     virtual void validateSubsystemNesting(const Design &design, PassContext &context);

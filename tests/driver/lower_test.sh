@@ -206,6 +206,20 @@ grep -q '^       reading  *9  .* 1  incomplete$' out || die "a sum that looks so
 grep -q '^ .* DeadBlockPass  *+0 .* +0  incomplete$' out || die "a change that looks sound"
 run 0 lower unknown.xml -o costed.xml --pipeline costing --preset costs --resources --json
 json out 'all(p["resources_after"]["uncounted"] == 1 and not p["resources_after"]["complete"] for p in d["passes"])'
+# What is mended was incomplete before, and the change is no change of what the whole costs.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">' "$namespace"
+    block f fromBlock "$(param fromTag t)"
+    printf '</model></design></kelmar>\n'
+} >tagless.xml
+printf '[dead]\nDeadBlockPass\n' >burying
+run 0 lower tagless.xml -o costed.xml --pipeline burying --preset dead --resources
+grep -q '^       reading .* 0  incomplete$' out || die "a sum that looks sound"
+grep -q '^ .* DeadBlockPass .* +0  incomplete$' out || die "a change that looks sound"
+grep -q '^       all .* 0$' out || die "an incomplete sum of a mended design"
+# A model with two kinds of instances stays behind where they are flat, until it is deleted.
+run 0 lower "$ORVO_SRC/examples/energy_pair.xml" -o costed.xml --resources
+lacks out incomplete
 run 0 lower costs.xml --pipeline costing --preset costs --resources --list
 lacks out LUTs
 run 0 lower costs.xml --pipeline costing --preset costs --json
