@@ -240,6 +240,26 @@ TEST_F(ReaderTypesTest, keepsTheTypesOfALoopInAModelWhoseOutputADeadPinRead) {
     EXPECT_EQ(types().at("i z"), "(typeSFixed 16 0)");
 }
 
+TEST_F(ReaderTypesTest, keepsTypesInAModelOfWhichAnInstanceGoesToo) {
+    Model &below = *Model::create(design, "below");
+    Block *in = block(below, "in", A_INPUT_BLOCK);
+    Block *hanging = block(below, "p", A_TYPE_PIN_BLOCK, {in});
+    hanging->setParam(A_TYPE_PIN_TYPE, ValueRef(value("(typeSFixed 8 0)")));
+    Block *ends = block(below, "out", A_OUTPUT_BLOCK);
+    ends->setParam(value("y"), *block(below, "d", A_DELAY_BLOCK, {in})->begin());
+    for (const char *name : {"dead", "live"}) {
+        Block *instance = Block::create(model, name);
+        instance->setParam(A_BLOCK_TYPE, A_MODEL_BLOCK);
+        instance->setParam(A_MODEL_NODE, below);
+        Wire::create(*instance, value("y"));
+    }
+    block("out", A_OUTPUT_BLOCK)->setParam(value("y"), *model.getBlock(value("live"))->getWire(value("y")));
+    runAndKeep("DeadBlockPass");
+    EXPECT_EQ(left(), "live out");
+    EXPECT_EQ(left(below), "d in out (in typePin primWireOut)");
+    EXPECT_EQ(types().at("live y"), "(typeSFixed 8 0)");
+}
+
 /// What each type of block tells a driver whose type nobody else knows, through each of its ports.
 TEST_F(ReaderTypesTest, asksForTypesWhereverABlockMayTellSome) {
     std::size_t silent = 0;

@@ -61,12 +61,10 @@ DeadBlockPass::DeadBlockPass() = default;
 
 DeadBlockPass::~DeadBlockPass() = default;
 
-void DeadBlockPass::declare(PassDeclarations &declarations) { internal::ReaderTypes::declare(declarations); }
-
 void DeadBlockPass::before(PassContext &context) {
     ModelPass::before(context);
     mImmortality = std::make_unique<Immortality>(isLate());
-    mTypes = std::make_unique<internal::ReaderTypes>(context);
+    mTypes = std::make_unique<internal::ReaderTypes>();
     for (Model &model : context.getDesign()) {
         if (std::vector<Block *> dead = deadBlocks(model); !dead.empty()) {
             mTypes->note(model, dead);

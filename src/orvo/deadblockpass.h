@@ -22,7 +22,6 @@ class DeadBlockPass : public ModelPass {
     DeadBlockPass();
     ~DeadBlockPass() override;
     using ModelPass::apply;
-    void declare(PassDeclarations &declarations) override;
     void before(PassContext &context) override;
     void apply(ModelPassContext &context) override;
     void after(PassContext &context) override;

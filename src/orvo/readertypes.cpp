@@ -82,27 +82,34 @@ void hangTypePin(Wire &wire, const PureValueRef &type) {
     Wire::create(made, key);
 }
 
-struct ReaderTypes::Asked {
-    GlobalTypePass &types;
-    DistinctInstances distinct;
+/// Of its own, and of the netlist as it is: passes that rarely ask are not to require others.
+struct ReaderTypes::Answers {
+    GlobalTypePass types;
+    ModelTreePass tree;
+    DistinctInstances distinct{tree, types};
+    std::unordered_map<const Model *, std::vector<RefChain>> instances;
+
+    const std::vector<RefChain> &instancesOf(Model &model) {
+        const auto [at, isNew] = instances.try_emplace(&model);
+        if (isNew) {
+            at->second = distinct.of(model);
+        }
+        return at->second;
+    }
 };
 
-ReaderTypes::ReaderTypes(PassContext &context) : mContext(context) {}
+ReaderTypes::ReaderTypes() = default;
 
 ReaderTypes::~ReaderTypes() = default;
-
-void ReaderTypes::declare(PassDeclarations &declarations) { declareForUnrolling(declarations); }
 
 void ReaderTypes::note(Model &model, const std::vector<Block *> &going) {
     if (std::none_of(going.begin(), going.end(), [](const Block *block) { return mayTellTypes(*block); })) {
         return;
     }
-    if (!mAsked) {
-        GlobalTypePass &types = unrolledTypes(mContext);
-        mAsked.reset(new Asked{types, DistinctInstances(unrolledTree(mContext), types)});
+    if (!mBefore) {
+        mBefore = std::make_unique<Answers>();
     }
     const std::unordered_set<const Block *> gone(going.begin(), going.end());
-    const auto instances = std::make_shared<const std::vector<RefChain>>(mAsked->distinct.of(model));
     for (const Block *block : going) {
         for (const Port &port : block->ports()) {
             Wire &wire = *port.getWire();
@@ -110,18 +117,23 @@ void ReaderTypes::note(Model &model, const std::vector<Block *> &going) {
             if (!stays || !mSeen.insert(&wire).second) {
                 continue;
             }
-            if (const PureValueRef type = typeInAll(wire, *instances, mAsked->types)) {
-                mNoted.push_back({&wire, type, instances});
+            if (const PureValueRef type = typeInAll(wire, mBefore->instancesOf(model), mBefore->types)) {
+                mNoted.push_back({&wire, type});
             }
         }
     }
 }
 
 void ReaderTypes::restore() {
+    // Instances may have gone, too.
+    mBefore.reset();
+    Answers after;
     std::erase_if(mNoted, [&](const Noted &noted) {
-        return !tellsAnybody(*noted.wire) ||
-               std::all_of(noted.instances->begin(), noted.instances->end(),
-                           [&](const RefChain &instance) { return mAsked->types.getType(*noted.wire, instance); });
+        const Wire &wire = *noted.wire;
+        const std::vector<RefChain> &instances = after.instancesOf(wire.getBlock().getModel());
+        return !tellsAnybody(wire) || std::all_of(instances.begin(), instances.end(), [&](const RefChain &instance) {
+            return after.types.getType(wire, instance);
+        });
     });
     for (const Noted &noted : mNoted) {
         hangTypePin(*noted.wire, noted.type);

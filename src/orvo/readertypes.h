@@ -2,8 +2,6 @@
 #pragma once
 
 #include <orvo/api.h>
-#include <orvo/modeltreepass.h>
-#include <orvo/pass.h>
 #include <orvo/value.h>
 
 #include <memory>
@@ -34,9 +32,8 @@ void hangTypePin(Wire &wire, const PureValueRef &type);
 /// What instances of a model have in different types is not kept.
 class ReaderTypes {
   public:
-    explicit ReaderTypes(PassContext &context);
+    ReaderTypes();
     ~ReaderTypes();
-    static void declare(PassDeclarations &declarations);
     /// To be called for all models before any changes.
     void note(Model &model, const std::vector<Block *> &going);
     /// To be called when all of the blocks have gone.
@@ -46,12 +43,10 @@ class ReaderTypes {
     struct Noted {
         Wire *wire;
         PureValueRef type;
-        std::shared_ptr<const std::vector<RefChain>> instances;
     };
-    struct Asked;
+    struct Answers;
 
-    PassContext &mContext;
-    std::unique_ptr<Asked> mAsked;
+    std::unique_ptr<Answers> mBefore;
     std::vector<Noted> mNoted;
     std::unordered_set<const Wire *> mSeen;
 };
