@@ -48,6 +48,24 @@ block() {
     printf '<block name="%s">%s%s</block>\n' "$name" "$(param blockType "$type")" "$*"
 }
 
+# A model with two instances, in which a dead pin alone tells the type of what is delayed, another one in each: a sweep
+# of dead blocks takes these types along.
+types_to_lose() {
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="sub">\n' "$namespace"
+    block delay delayBlock "$(param 0 '[/sub/in/x]')$(param delayLength 1)<wire name=\"primWireOut\"/>"
+    block in inputBlock '<wire name="a"/><wire name="x"/>'
+    block out outputBlock "$(param y '[/sub/delay/primWireOut]')"
+    block pin typePinBlock "$(param 0 '[/sub/in/a]')$(param 1 '[/sub/in/x]')"
+    printf '</model><model name="top">\n'
+    block in inputBlock '<wire name="a"/><wire name="b"/><wire name="x"/>'
+    block s4 typePinBlock "$(param 0 '[/top/in/a]')$(param typePinType '(typeSFixed 4 0)')<wire name=\"0\"/>"
+    block u5 typePinBlock "$(param 0 '[/top/in/b]')$(param typePinType '(typeUFixed 5 0)')<wire name=\"0\"/>"
+    block one modelBlock "$(param modelNode '[/sub]')$(param a '[/top/s4/0]')$(param x '[/top/in/x]')<wire name=\"y\"/>"
+    block two modelBlock "$(param modelNode '[/sub]')$(param a '[/top/u5/0]')<wire name=\"y\"/>"
+    block out outputBlock "$(param y '[/top/one/y]')$(param z '[/top/two/y]')"
+    printf '</model></design></kelmar>\n'
+}
+
 # A model "top" that adds its two inputs through a terminal, and in which two adders feed nothing.
 write_design() {
     {

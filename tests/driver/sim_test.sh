@@ -113,14 +113,7 @@ run 0 opt select_lut.xml --check=sim -p 'AggressiveDeadBlockPass, ElideTerminalP
 has out 'simulate AggressiveDeadBlockPass'
 empty err
 run 2 opt select_lut.xml --check=eyes -p DeadBlockPass
-{
-    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
-    block in inputBlock '<wire name="x"/>'
-    block delay delayBlock "$(param 0 '[/top/in/x]')$(param delayLength 1)<wire name=\"primWireOut\"/>"
-    block pin typePinBlock "$(param 0 '[/top/in/x]')$(param typePinType '(typeSFixed 8 4)')<wire name=\"0\"/>"
-    block out outputBlock "$(param y '[/top/delay/primWireOut]')"
-    printf '</model></design></kelmar>\n'
-} >pinned.xml
+types_to_lose >pinned.xml
 run 3 opt pinned.xml --check=sim -p 'ModelTreePass, AggressiveDeadBlockPass'
 has err 'internal fault in pass 2, AggressiveDeadBlockPass: the pass changed what the design computes'
 has err 'has no type; Likely failure cause: '
