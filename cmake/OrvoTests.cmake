@@ -27,10 +27,6 @@ file(GLOB ORVO_TEST_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/*_test
 file(GLOB ORVO_TEST_SUPPORT CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/support/*.cpp)
 if(ORVO_TEST_SOURCES)
     orvo_test_program(orvo_tests ${ORVO_TEST_SOURCES} ${ORVO_TEST_SUPPORT})
-    # Sanitized test code takes longer to optimise than to run; what it tests is optimised all the same.
-    if(ORVO_SANITIZE)
-        set_source_files_properties(${ORVO_TEST_SOURCES} PROPERTIES COMPILE_OPTIONS -O0)
-    endif()
     # A main() of our own stands in tests/support/main.cpp, if there is one.
     if(NOT EXISTS ${PROJECT_SOURCE_DIR}/tests/support/main.cpp)
         target_link_libraries(orvo_tests PRIVATE GTest::gmock_main)
