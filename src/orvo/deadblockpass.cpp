@@ -102,22 +102,21 @@ bool AggressiveDeadBlockLatePass::isLate() const { return true; }
 std::vector<Block *> DeadBlockPass::deadBlocks(Model &model) {
     Immortality &isImmortal = *mImmortality;
     std::vector<Block *> dead;
-    // Readers that are left to blocks that lost some.
+    // Readers that are left to blocks that lost some of several.
     std::unordered_map<const Block *, std::size_t> left;
     for (Block &block : model) {
         if (!block.hasReader() && !isImmortal(block)) {
             dead.push_back(&block);
         }
     }
+    const auto losesLast = [&left](const Block &driver) {
+        const std::size_t all = readersOf(driver);
+        return all == 1 || --left.try_emplace(&driver, all).first->second == 0;
+    };
     for (std::size_t at = 0; at < dead.size(); ++at) {
         for (const Port &port : dead[at]->ports()) {
             Block &driver = port.getWire()->getBlock();
-            const auto [of, isNew] = left.try_emplace(&driver, 0);
-            if (isNew) {
-                of->second = readersOf(driver);
-            }
-            // Most drivers have other readers.
-            if (--of->second == 0 && &driver.getModel() == &model && !isImmortal(driver)) {
+            if (&driver.getModel() == &model && losesLast(driver) && !isImmortal(driver)) {
                 dead.push_back(&driver);
             }
         }
