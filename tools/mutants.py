@@ -48,7 +48,8 @@ TABLES = [
         "EveryHalf*:EveryTiny*:*Floats*",
     ]),
     Table("lowering", ROOT / "src/orvo", "liborvo.so", [
-        "CastDecompose*:DecomposeCompositeTest*:BlockBuilder*:DecomposeHandlers*:ConstCastTest*:ElideConstShiftsTest*:"
+        "CastDecompose*:DecomposeCompositeTest*:BlockBuilder*:DecomposeHandlers*:HeldDomainsTest*:"
+        "ConstCastTest*:ElideConstShiftsTest*:"
         "PropagateConstants.takes*:PropagateConstants.keeps*:PropagateConstants.peels*",
         "*SmallCast*:*Drawn*:*Decomposition*:CastsInLoops*:SyncRegistersInPlace*:*OddComposite*:RelaxedDemux*:"
         "*SmallConstantCast*:PropagateConstants*:EverySmallMultiplier*",
