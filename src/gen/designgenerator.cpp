@@ -356,7 +356,7 @@ class DesignBuilder {
                 case PinShape::Role::Data:
                     break;
                 }
-                if (one.isUnequal && shape.type == A_TYPE_PIN_BLOCK) {
+                if (one.isUnequal && tellsTypes(shape)) {
                     return false;
                 }
                 if (first && isPack(shape) && one.type() != first->type() && (one.isLate || first->isLate)) {
@@ -546,6 +546,11 @@ class DesignBuilder {
     /// comes apart into.
     static bool isAddress(const PinShape &pin) {
         return pin.key == A_DUAL_MEM_PORT_ADDR1 || pin.key == A_DUAL_MEM_PORT_ADDR2;
+    }
+    /// Whether parameters of the block tell what it reads its type.
+    static bool tellsTypes(const BlockShape &shape) {
+        return shape.type == A_TYPE_PIN_BLOCK || shape.type == A_SYNC_REGISTER_BLOCK ||
+               shape.type == A_LATENCY_PLACEHOLDER_BLOCK;
     }
     static bool isPack(const BlockShape &shape) { return shape.type == A_CPACK_BLOCK || shape.type == A_VPACK_BLOCK; }
     static bool isUnequal(const Plan &plan) {
