@@ -125,7 +125,6 @@ class ConstMultTest : public test::SimulatorFixture {
         }
         return lines;
     }
-    static Wire &out(Block &of) { return *of.getWire(A_PRIM_WIRE_OUT); }
     static std::string text(const Node *node, const StaticString &key) {
         const Value *found = node == nullptr ? nullptr : node->findParam(key);
         return found == nullptr ? "" : found->toString();

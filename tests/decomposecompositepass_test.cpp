@@ -86,13 +86,6 @@ class DecomposeCompositeTest : public test::SimulatorFixture {
         }
         return names;
     }
-    Block &unary(Model &in, const std::string &name, const std::string &type, Wire &wire, const Texts &params = {}) {
-        Block &made = block(in, name, type, params);
-        made.setParam(value("0"), wire);
-        Wire::create(made, A_PRIM_WIRE_OUT);
-        return made;
-    }
-    static Wire &out(Block &of) { return *of.getWire(A_PRIM_WIRE_OUT); }
     static std::string text(const Node &node, const StaticString &key) {
         const Value *found = node.findParam(key);
         return found == nullptr ? "" : found->toString();

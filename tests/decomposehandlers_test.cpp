@@ -61,10 +61,6 @@ class CompositesInPlace : public test::SimulatorFixture {
         }
         return counts;
     }
-    static Wire &out(Block &of) {
-        Wire *wire = of.getWire(A_PRIM_WIRE_OUT);
-        return wire != nullptr ? *wire : *Wire::create(of, A_PRIM_WIRE_OUT);
-    }
     Block &binary(Model &in, const char *name, const char *type, Wire &a, Wire &b) {
         Block &made = block(in, name, type);
         made.setParam(value("0"), a);

@@ -59,10 +59,6 @@ class NarrowMult : public test::SimulatorFixture {
         types.unbindEvents();
         return text;
     }
-    static Wire &out(Block &block) {
-        Wire *wire = block.getWire(A_PRIM_WIRE_OUT);
-        return wire != nullptr ? *wire : *Wire::create(block, A_PRIM_WIRE_OUT);
-    }
     Wire &cast(Model &model, Wire &in, const std::string &type, const Texts &params = {}, const char *name = "c") {
         Block &made = block(model, name, "castBlock", params);
         if (!type.empty()) {

@@ -104,10 +104,6 @@ class PropagateConstants : public test::SimulatorFixture {
         types.unbindEvents();
         return type;
     }
-    static Wire &out(Block &block) {
-        Wire *wire = block.getWire(A_PRIM_WIRE_OUT);
-        return wire != nullptr ? *wire : *Wire::create(block, A_PRIM_WIRE_OUT);
-    }
     Wire &constant(Model &model, const std::string &number, const std::string &type) {
         Block &made = block(model, "c", "constBlock", {{"constValue", number.c_str()}});
         if (!type.empty()) {

@@ -410,10 +410,6 @@ class SumsByChance : public RemoveNoGrowthCastsTest {
             output(model, "o" + std::to_string(100 + i), *signals[i].wire);
         }
     }
-    static Wire &out(Block &of) {
-        Wire *wire = of.getWire(A_PRIM_WIRE_OUT);
-        return wire != nullptr ? *wire : *Wire::create(of, A_PRIM_WIRE_OUT);
-    }
 };
 
 TEST_F(SumsByChance, computeTheSame) {

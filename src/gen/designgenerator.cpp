@@ -3,6 +3,7 @@
 #include "gen/designgenerator.h"
 
 #include "gen/scheduledmodels.h"
+#include "orvo/silence.h"
 
 #include <orvo/block.h>
 #include <orvo/context.h>
@@ -460,25 +461,9 @@ class DesignBuilder {
         }
         return at->second;
     }
-    /// Counts messages in place of the context's own listener: what is worth one is no well-typed block.
-    class Ear final : public ContextListener {
-      public:
-        explicit Ear(Context *context) : mContext(context), mOther(context->getListener()) {
-            mContext->setListener(this);
-        }
-        ~Ear() override { mContext->setListener(mOther); }
-        Ear(const Ear &) = delete;
-        Ear &operator=(const Ear &) = delete;
-        void onMessage(int, const char *tag, const log::LogParams &) override { heard = tag; }
-        std::string heard;
-
-      private:
-        Context *mContext;
-        ContextListener *mOther;
-    };
-
     Trial tryAlone(const Plan &plan) const {
-        Ear ear(mContext);
+        // What is worth a message is no well-typed block.
+        const internal::Silence silence(mContext);
         Design design(mContext);
         Model &model = *Model::create(design, "trial");
         Block &in = *Block::create(model, "in", A_INPUT_BLOCK);
@@ -536,8 +521,8 @@ class DesignBuilder {
                 trial.refusal = error.what();
             }
         }
-        if (!ear.heard.empty()) {
-            trial.refusal = ear.heard;
+        if (!silence.last().empty()) {
+            trial.refusal = silence.last();
         }
         return trial;
     }

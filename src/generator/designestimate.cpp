@@ -2,7 +2,6 @@
 #include "generator/designestimate.h"
 
 #include "generator/estimates.h"
-#include "generator/specialise.h"
 #include "orvo/scheduleconstraints.h"
 #include "orvo/strongcomponents.h"
 #include "orvo/unrollpasses.h"
@@ -113,7 +112,7 @@ class DesignEstimator {
         ModelEstimate estimate;
     };
     /// A model and the types at the block that stands for it: what tells instances apart.
-    using Key = std::pair<const Model *, BoundaryTypes>;
+    using Key = std::pair<const Model *, internal::BoundaryTypes>;
 
     /// The models of the components that are chosen, and all below them.
     template <class Chosen>
@@ -144,7 +143,8 @@ class DesignEstimator {
     }
 
     Key keyOf(const Model &model, const Block *reference, const RefChain &above) {
-        return {&model, reference == nullptr ? BoundaryTypes() : boundaryTypes(*reference, above, mTypes)};
+        return {&model,
+                reference == nullptr ? internal::BoundaryTypes() : internal::boundaryTypes(*reference, above, mTypes)};
     }
 
     void estimate(Entry &entry) {

@@ -2,6 +2,7 @@
 #include "generator/modelgenerator.h"
 
 #include "generator/specialise.h"
+#include "orvo/deadmodelpass.h"
 #include "orvo/scheduleconstraints.h"
 #include "orvo/silence.h"
 #include "orvo/unrollpasses.h"
@@ -18,7 +19,6 @@
 #include <initializer_list>
 #include <memory>
 #include <sstream>
-#include <unordered_set>
 
 namespace orvo::generator {
 
@@ -40,28 +40,6 @@ void run(Design &design, std::initializer_list<const char *> passes) {
         scheduler.addPass(pass);
     }
     scheduler.apply(design);
-}
-
-/// Deletes the models that none of these, or of those below them, is or instantiates.
-void keepBelow(Design &design, std::vector<Model *> kept) {
-    std::unordered_set<const Model *> needed(kept.begin(), kept.end());
-    for (std::size_t i = 0; i < kept.size(); ++i) {
-        for (const Block &block : *kept[i]) {
-            Model *below = internal::instantiatedModel(block);
-            if (below != nullptr && needed.insert(below).second) {
-                kept.push_back(below);
-            }
-        }
-    }
-    std::vector<Model *> rest;
-    for (Model &model : design) {
-        if (needed.count(&model) == 0) {
-            rest.push_back(&model);
-        }
-    }
-    for (Model *model : rest) {
-        delete model;
-    }
 }
 
 std::vector<Model *> modelsThat(const Design &design, const auto &predicate) {
@@ -172,13 +150,15 @@ DesignEstimate estimateCopy(const Design &design, Counted counted, Prepared prep
     std::vector<Model *> outputs =
         modelsThat(*copy, [](const Model &model) { return static_cast<bool>(model[A_SYNTH_OUTPUT_MODE]); });
     if (counted == Counted::NeededByOutput && !outputs.empty()) {
-        keepBelow(*copy, std::move(outputs));
+        internal::keepModelsBelow(*copy, std::move(outputs), internal::instantiatedModel);
     }
     const std::set<PureValueRef> tops = topModels(*copy);
     Origins origins;
     if (prepared == Prepared::ModelsOfOneKind) {
         run(*copy, {"DeadBlockPass"});
-        keepBelow(*copy, modelsThat(*copy, [&](const Model &model) { return tops.count(model.getName()) != 0; }));
+        internal::keepModelsBelow(
+            *copy, modelsThat(*copy, [&](const Model &model) { return tops.count(model.getName()) != 0; }),
+            internal::instantiatedModel);
         origins = specialiseModels(*copy);
     }
     lower(*copy);

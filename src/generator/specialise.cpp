@@ -3,6 +3,7 @@
 
 #include "orvo/flatteneverythingpass.h"
 #include "orvo/scheduleconstraints.h"
+#include "orvo/unrollpasses.h"
 
 #include <orvo/block.h>
 #include <orvo/design.h>
@@ -24,7 +25,7 @@ struct Kinds {
     std::size_t waitsFor = 0;
     /// Whether each kind but the first gets a copy.
     bool isSplit = false;
-    std::map<BoundaryTypes, std::size_t> numbers;
+    std::map<internal::BoundaryTypes, std::size_t> numbers;
     /// One instance for each.
     std::vector<RefChain> chains;
 };
@@ -95,8 +96,8 @@ class Plan {
     void addUses(Block &block, const Kinds &kinds, Model &below) {
         Kinds &kindsBelow = mKinds[&below];
         for (std::size_t kind = 0; kind < kinds.chains.size(); ++kind) {
-            const auto [known, isNew] =
-                kindsBelow.numbers.emplace(boundaryTypes(block, kinds.chains[kind], *mTypes), kindsBelow.chains.size());
+            const auto [known, isNew] = kindsBelow.numbers.emplace(
+                internal::boundaryTypes(block, kinds.chains[kind], *mTypes), kindsBelow.chains.size());
             if (isNew) {
                 kindsBelow.chains.push_back(kinds.chains[kind]);
                 kindsBelow.chains.back().push_back(&block);
@@ -115,20 +116,6 @@ class Plan {
 };
 
 } // namespace
-
-BoundaryTypes boundaryTypes(const Block &reference, const RefChain &above, GlobalTypePass &types) {
-    BoundaryTypes boundary;
-    for (const Port &port : reference.ports()) {
-        boundary.push_back(port.getName().get_ptr());
-        boundary.push_back(types.getType(port, above).get_ptr());
-    }
-    boundary.push_back(nullptr);
-    for (const Wire &wire : reference) {
-        boundary.push_back(wire.getName().get_ptr());
-        boundary.push_back(types.getType(wire, above).get_ptr());
-    }
-    return boundary;
-}
 
 Origins specialiseModels(Design &design, std::size_t copiedBlocks) {
     const Plan plan(design, copiedBlocks);

@@ -1,20 +1,17 @@
 // Models of their own for instances with types of their own.
 #pragma once
 
-#include <orvo/model.h>
-#include <orvo/typeinferpass.h>
+#include <orvo/api.h>
 #include <orvo/value.h>
 
 #include <cstddef>
 #include <map>
-#include <vector>
+
+namespace orvo {
+class Design;
+} // namespace orvo
 
 namespace orvo::generator {
-
-/// The names and types of all ports, then of all wires, of a block that stands for a model. Instances that have the
-/// same are alike inside.
-using BoundaryTypes = std::vector<const Value *>;
-ORVO_API BoundaryTypes boundaryTypes(const Block &reference, const RefChain &above, GlobalTypePass &types);
 
 /// The name of each copy of a model, and that of its model.
 using Origins = std::map<PureValueRef, PureValueRef>;

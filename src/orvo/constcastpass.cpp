@@ -198,7 +198,10 @@ class ConstCastPass::Run {
 
   private:
     using Instances = std::vector<RefChain>;
-    PureValueRef typeOf(const Wire &wire, const Instances &instances) const;
+    /// One constant serves all instances.
+    NumTypeSpec typeOf(const Wire &wire, const Instances &instances) const {
+        return constantType(internal::typeInAll(wire, instances, mTypes));
+    }
     std::optional<WorkItem> itemOf(const Known &constant, Block &cast, const Instances &instances) const;
     void follow(Block &constant, const Known &known, Model &model, Instances &instances);
     static Wire &make(const PureValueRef &name, const Known &known, const Block &constant);
@@ -212,19 +215,11 @@ class ConstCastPass::Run {
     std::unordered_map<const Model *, std::vector<Casts>> mCasts;
 };
 
-/// Null if the instances do not agree, for one constant serves them all.
-PureValueRef ConstCastPass::Run::typeOf(const Wire &wire, const Instances &instances) const {
-    const PureValueRef type = mTypes.getType(wire, instances.front());
-    const bool agree = std::all_of(instances.begin() + 1, instances.end(),
-                                   [&](const RefChain &instance) { return mTypes.getType(wire, instance) == type; });
-    return agree ? type : PureValueRef();
-}
-
 std::optional<ConstCastPass::WorkItem> ConstCastPass::Run::itemOf(const Known &constant, Block &cast,
                                                                   const Instances &instances) const {
     const Wire &out = *cast.getWire(A_PRIM_WIRE_OUT);
     const NumTypeSpec &from = constant.type;
-    const NumTypeSpec to = constantType(typeOf(out, instances));
+    const NumTypeSpec to = typeOf(out, instances);
     const Fold fold(cast, from, to);
     if (!to.valid() || !fold.isDefined()) {
         return std::nullopt;
@@ -240,10 +235,9 @@ std::optional<ConstCastPass::WorkItem> ConstCastPass::Run::itemOf(const Known &c
     bool isSound = isTypeOf(to, item.main.value);
     const Wire *clip = cast.getWire(A_CAST_WIRE_CLIP);
     if (clip != nullptr && clip->port_size() != 0) {
-        item.clip =
-            Known{clip, constantType(typeOf(*clip, instances)), folded(constant.value, [&](const NumberValue &number) {
-                      return NumberValue::get(fold.clips(stepsOf(number)) ? 1 : 0, context);
-                  })};
+        item.clip = Known{clip, typeOf(*clip, instances), folded(constant.value, [&](const NumberValue &number) {
+                              return NumberValue::get(fold.clips(stepsOf(number)) ? 1 : 0, context);
+                          })};
         isSound = isSound && item.clip->type.valid() && isTypeOf(item.clip->type, item.clip->value);
     }
     return isSound ? std::optional(std::move(item)) : std::nullopt;
@@ -294,7 +288,7 @@ void ConstCastPass::Run::analyze(ModelPassContext &context) {
         if (instances.empty()) {
             instances = mDistinct->of(model);
         }
-        const NumTypeSpec type = constantType(typeOf(*wire, instances));
+        const NumTypeSpec type = typeOf(*wire, instances);
         if (type.valid()) {
             follow(constant, {wire, type, value}, model, instances);
         }

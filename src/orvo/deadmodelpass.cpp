@@ -8,6 +8,7 @@
 #include <orvo/staticstrings.h>
 
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace orvo {
@@ -30,24 +31,30 @@ Model *modelOf(Block &block) {
 } // namespace
 
 void DeadModelPass::apply(PassContext &context) {
-    std::vector<Model *> pending;
-    std::unordered_set<const Model *> live;
+    std::vector<Model *> outputs;
     for (Model &model : context.getDesign()) {
         if (model[A_SYNTH_OUTPUT_MODE]) {
-            pending.push_back(&model);
-            live.insert(&model);
+            outputs.push_back(&model);
         }
     }
-    for (std::size_t i = 0; i < pending.size(); ++i) {
-        for (Block &block : *pending[i]) {
-            Model *below = block.type() == A_MODEL_BLOCK.get_ptr() ? modelOf(block) : nullptr;
-            if (below != nullptr && live.insert(below).second) {
-                pending.push_back(below);
+    internal::keepModelsBelow(context.getDesign(), std::move(outputs), [](Block &block) {
+        return block.type() == A_MODEL_BLOCK.get_ptr() ? modelOf(block) : nullptr;
+    });
+}
+
+void internal::keepModelsBelow(Design &design, std::vector<Model *> kept,
+                               const std::function<Model *(Block &)> &below) {
+    std::unordered_set<const Model *> live(kept.begin(), kept.end());
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        for (Block &block : *kept[i]) {
+            Model *model = below(block);
+            if (model != nullptr && live.insert(model).second) {
+                kept.push_back(model);
             }
         }
     }
     std::vector<Model *> dead;
-    for (Model &model : context.getDesign()) {
+    for (Model &model : design) {
         if (live.count(&model) == 0) {
             dead.push_back(&model);
         }

@@ -261,8 +261,8 @@ std::optional<int> unfitLength(const Port &port, const VectorDecorSpec &own, con
     return 1;
 }
 
-void checkDimensions(const Block &block, const TypesOfModel &types) {
-    const bool isFree = hasFreeDimensions(block);
+/// With `isFree`, each port by itself.
+void checkDimensions(const Block &block, const TypesOfModel &types, bool isFree) {
     std::unordered_set<const Port *> told;
     for (const RefChain &instance : types.instances()) {
         WidestVectors widest;
@@ -307,8 +307,9 @@ template <class End> void checkHasType(const End &end, const char *side, const T
 void PortDimensionsValidator::validate(ModelPassContext &context) {
     const TypesOfModel types = facts().typesOf(context);
     for (const Block &block : context.getModel()) {
-        if (!hasFreeDimensions(block) || hasOwnTypes(block)) {
-            checkDimensions(block, types);
+        const bool isFree = hasFreeDimensions(block);
+        if (!isFree || hasOwnTypes(block)) {
+            checkDimensions(block, types, isFree);
         }
     }
 }

@@ -15,14 +15,6 @@ namespace orvo::internal {
 
 namespace {
 
-/// The type in all instances; null if they differ.
-PureValueRef typeInAll(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
-    const PureValueRef first = types.getType(wire, instances.front());
-    const bool isCommon = std::all_of(instances.begin(), instances.end(),
-                                      [&](const RefChain &instance) { return types.getType(wire, instance) == first; });
-    return isCommon ? first : PureValueRef();
-}
-
 /// Whether it matters to anybody what the wire carries. An input of the whole design that nobody reads tells something
 /// to those outside, if it is to be written out.
 bool tellsAnybody(const Wire &wire) {
@@ -125,6 +117,9 @@ void ReaderTypes::note(Model &model, const std::vector<Block *> &going) {
 }
 
 void ReaderTypes::restore() {
+    if (mNoted.empty()) {
+        return;
+    }
     // Instances may have gone, too.
     mBefore.reset();
     Answers after;

@@ -9,7 +9,7 @@
 
 namespace orvo::internal {
 
-/// Nobody hears the context's messages while this lives. The tags of errors are kept, for what they say of the outcome.
+/// Nobody hears the context's messages while this lives. Tags are kept, for what they say of the outcome.
 class Silence final : public ContextListener {
   public:
     explicit Silence(Context *context) : mContext(context), mListener(context->getListener()) {
@@ -19,16 +19,20 @@ class Silence final : public ContextListener {
     Silence(const Silence &) = delete;
     Silence &operator=(const Silence &) = delete;
     void onMessage(int severity, const char *tag, const log::LogParams &) override {
+        mLast = tag;
         if (severity == static_cast<int>(Severity::Error)) {
             mErrors.insert(tag);
         }
     }
     const std::set<std::string> &errors() const { return mErrors; }
+    /// Of whatever severity; empty if there was no message.
+    const std::string &last() const { return mLast; }
 
   private:
     Context *mContext;
     ContextListener *mListener;
     std::set<std::string> mErrors;
+    std::string mLast;
 };
 
 } // namespace orvo::internal

@@ -149,36 +149,37 @@ void DistinctInstances::settle(Model &model, const std::vector<Block *> &referen
     std::set<std::vector<const Value *>> met;
     for (const Block *reference : references) {
         for (const auto &above : mKnown.at(&reference->getModel())) {
-            if (made.size() < limits::kTypeInstances && met.insert(typesAt(*reference, chainTo(above.get()))).second) {
+            if (made.size() < limits::kTypeInstances &&
+                met.insert(boundaryTypes(*reference, chainTo(above.get()), mTypes)).second) {
                 made.push_back(std::make_unique<Instance>(Instance{reference, above.get()}));
             }
         }
     }
 }
 
-/// The names and types of all ports, then of all wires.
-std::vector<const Value *> DistinctInstances::typesAt(const Block &reference, const RefChain &chain) {
-    std::vector<const Value *> types;
+BoundaryTypes boundaryTypes(const Block &reference, const RefChain &above, GlobalTypePass &types) {
+    BoundaryTypes boundary;
     for (const Port &port : reference.ports()) {
-        types.push_back(port.getName().get_ptr());
-        types.push_back(mTypes.getType(port, chain).get_ptr());
+        boundary.push_back(port.getName().get_ptr());
+        boundary.push_back(types.getType(port, above).get_ptr());
     }
-    types.push_back(nullptr);
+    boundary.push_back(nullptr);
     for (const Wire &wire : reference) {
-        types.push_back(wire.getName().get_ptr());
-        types.push_back(mTypes.getType(wire, chain).get_ptr());
+        boundary.push_back(wire.getName().get_ptr());
+        boundary.push_back(types.getType(wire, above).get_ptr());
     }
-    return types;
+    return boundary;
+}
+
+PureValueRef typeInAll(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
+    const PureValueRef first = types.getType(wire, instances.front());
+    const bool agree = std::all_of(instances.begin() + 1, instances.end(),
+                                   [&](const RefChain &instance) { return types.getType(wire, instance) == first; });
+    return agree ? first : PureValueRef();
 }
 
 NumTypeSpec commonType(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types) {
-    const PureValueRef first = types.getType(wire, instances.front());
-    for (const RefChain &instance : instances) {
-        if (!(types.getType(wire, instance) == first)) {
-            return {};
-        }
-    }
-    return NumTypeSpec(first, wire.getBlock().getContext());
+    return NumTypeSpec(typeInAll(wire, instances, types), wire.getBlock().getContext());
 }
 
 const std::vector<RefChain> &tellingInstances(const Wire &wire, const std::vector<RefChain> &instances,

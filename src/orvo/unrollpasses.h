@@ -53,13 +53,19 @@ class ORVO_API DistinctInstances {
     static RefChain chainTo(const Instance *instance);
     bool settleAbove(Model &model);
     void settle(Model &model, const std::vector<Block *> &references);
-    std::vector<const Value *> typesAt(const Block &reference, const RefChain &chain);
 
     ModelTreePass &mTree;
     GlobalTypePass &mTypes;
     std::unordered_map<const Model *, Instances> mKnown;
 };
 
+/// The names and types of all ports, then of all wires, of a block that stands for a model. Instances that have the
+/// same are alike inside.
+using BoundaryTypes = std::vector<const Value *>;
+ORVO_API BoundaryTypes boundaryTypes(const Block &reference, const RefChain &above, GlobalTypePass &types);
+
+/// The type that the wire has in all instances; null if they differ in it.
+PureValueRef typeInAll(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types);
 /// The type of the wire in all instances; invalid if they differ in it or it is unknown in one. A cast tells the
 /// vectors and parts of its output, too, so that one serves no others.
 NumTypeSpec commonType(const Wire &wire, const std::vector<RefChain> &instances, GlobalTypePass &types);

@@ -8,13 +8,6 @@ namespace orvo::test {
 
 class EstimateFixture : public SimulatorFixture {
   protected:
-    Block &unary(Model &in, const std::string &name, const std::string &type, Wire &wire, const Texts &params = {}) {
-        Block &made = block(in, name, type, params);
-        made.setParam(value("0"), wire);
-        Wire::create(made, A_PRIM_WIRE_OUT);
-        return made;
-    }
-    static Wire &out(Block &of) { return *of.getWire(A_PRIM_WIRE_OUT); }
     /// A model whose input x, without a type of its own, goes through one block to its output y.
     Model &generic(const std::string &name, const std::string &type, const Texts &params = {}) {
         Model &made = *Model::create(design, name);

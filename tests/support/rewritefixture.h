@@ -74,7 +74,6 @@ class RewriteFixture : public SimulatorFixture {
         Wire::create(made, A_PRIM_WIRE_OUT);
         return made;
     }
-    static Wire &out(Block &of) { return *of.getWire(A_PRIM_WIRE_OUT); }
     /// A constant of a type in the short form; none for "".
     Wire &constant(const std::string &name, const std::string &type, const std::string &of) {
         Block &made = reading(name, "constBlock", {});

@@ -36,6 +36,19 @@ void SimulatorFixture::output(Model &model, const std::string &name, Wire &wire)
     out->setParam(value(name), wire);
 }
 
+Block &SimulatorFixture::unary(Model &model, const std::string &name, const std::string &type, Wire &wire,
+                               const Texts &params) {
+    Block &made = block(model, name, type, params);
+    made.setParam(value("0"), wire);
+    out(made);
+    return made;
+}
+
+Wire &SimulatorFixture::out(Block &block) {
+    Wire *wire = block.getWire(A_PRIM_WIRE_OUT);
+    return wire != nullptr ? *wire : *Wire::create(block, A_PRIM_WIRE_OUT);
+}
+
 Model &SimulatorFixture::oneBlock(Design &design, const std::string &type, const Texts &inputs, const Texts &outputs,
                                   const Texts &params) {
     Model &top = *Model::create(design, "top");

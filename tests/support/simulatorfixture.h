@@ -45,6 +45,10 @@ class SimulatorFixture : public ::testing::Test {
     /// A block of a type's text with its parameters.
     Block &block(Model &model, const std::string &name, const std::string &type, const Texts &params = {});
     void output(Model &model, const std::string &name, Wire &wire);
+    /// A block that reads the wire at its port 0, and its main output.
+    Block &unary(Model &model, const std::string &name, const std::string &type, Wire &wire, const Texts &params = {});
+    /// The main output of a block, made if it has none.
+    static Wire &out(Block &block);
     /// A model of one block: ports on inputs of their names, wires on outputs of theirs. Keys and types as texts; a
     /// type pin stands on a wire with a type.
     Model &oneBlock(Design &design, const std::string &type, const Texts &inputs, const Texts &outputs,
