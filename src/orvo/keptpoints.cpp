@@ -8,13 +8,13 @@
 namespace orvo::internal {
 
 bool KeptPoints::isNeededFor(const Block &block) const {
-    return mPoints ? mPoints->concerns(block) : hasReferencePoints(block) || mEdged.has(block);
+    return mPoints ? mPoints->concerns(block) : hasReferencePoints(block) || (mMovesDomainEdges && mEdged.has(block));
 }
 
 RewrittenPoints &KeptPoints::opened() {
     if (!mPoints) {
         mInstances = instancesOf(mModel, unrolledTree(mContext));
-        mPoints.emplace(mContext, mModel, mInstances);
+        mPoints.emplace(mContext, mModel, mInstances, mMovesDomainEdges);
     }
     return *mPoints;
 }

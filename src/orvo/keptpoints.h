@@ -13,9 +13,10 @@ namespace orvo::internal {
 /// Has constraints and edges move along while blocks of one model are replaced. Costs nothing for blocks without.
 class KeptPoints {
   public:
-    /// `held` has been asked to hold the blocks whose links may be cut, and must outlive this.
-    KeptPoints(const PassContext &context, Model &model, HeldDomains *held = nullptr)
-        : mContext(context), mModel(model), mHeld(held), mEdged(model) {}
+    /// `held` has been asked to hold the blocks whose links may be cut, and must outlive this. Who sees to the edges of
+    /// domains itself has them left alone.
+    KeptPoints(const PassContext &context, Model &model, HeldDomains *held = nullptr, bool movesDomainEdges = true)
+        : mContext(context), mModel(model), mHeld(held), mEdged(model), mMovesDomainEdges(movesDomainEdges) {}
 
     /// Calls `replace`, which is to put what it likes in place of the block and to delete that.
     template <class Replace> void around(Block &block, Replace replace) {
@@ -48,6 +49,7 @@ class KeptPoints {
     Model &mModel;
     HeldDomains *mHeld;
     DomainEdgeBlocks mEdged;
+    bool mMovesDomainEdges;
     std::vector<RefChain> mInstances;
     std::optional<RewrittenPoints> mPoints;
 };

@@ -63,7 +63,7 @@ class DualMemTypeHandler final : public TypeInferHandler2 {
                 type.mergeDecors(data);
             }
             if (const NumTypeSpec given = paramType(api, side.type); given.valid()) {
-                type = hasData ? onDecorsOf(data, given) : typeOn(content, given);
+                type = hasData ? onDecorsOf(type, given) : typeOn(content, given);
             }
             type.mergeVectors(shared);
             mergeAddressPort(api, side.address, type);

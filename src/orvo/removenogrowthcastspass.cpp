@@ -2,6 +2,7 @@
 // had its types from the cast.
 #include "orvo/removenogrowthcastspass.h"
 
+#include "orvo/elideddomainedges.h"
 #include "orvo/keptpoints.h"
 #include "orvo/readertypes.h"
 #include "orvo/unrollpasses.h"
@@ -98,6 +99,7 @@ class RemoveNoGrowthCastsPass::Run {
     PureValueRef typeBehind(const Block &sum, const Block &cast, const Instances &instances) const;
     bool isTypeKept(const Wire &wire, const Done &done) const;
     std::vector<Block *> castsFrom(Block &first, const Done &done) const;
+    static internal::ElidedDomainEdges edgesAt(const std::vector<Candidate> &stack);
 
     PassContext &mContext;
     GlobalTypePass &mTypes;
@@ -179,12 +181,25 @@ void RemoveNoGrowthCastsPass::Run::analyze(ModelPassContext &context) {
     }
 }
 
+/// Those at casts that go: the sum becomes the driver of all behind them.
+internal::ElidedDomainEdges RemoveNoGrowthCastsPass::Run::edgesAt(const std::vector<Candidate> &stack) {
+    internal::ElidedDomainEdges edges;
+    for (const Candidate &candidate : stack) {
+        const Block *last = candidate.casts.empty() ? nullptr : candidate.casts.back();
+        for (const Block *cast : candidate.casts) {
+            edges.addPassage(*cast->ports().begin(), [&](const Block &) { return cast != last; });
+        }
+    }
+    return edges;
+}
+
 void RemoveNoGrowthCastsPass::Run::apply(ModelPassContext &context) {
     const auto found = mStacks.find(&context.getModel());
     if (found == mStacks.end()) {
         return;
     }
-    internal::KeptPoints points(mContext, context.getModel());
+    const internal::ElidedDomainEdges edges = edgesAt(found->second);
+    internal::KeptPoints points(mContext, context.getModel(), nullptr, false);
     for (std::vector<Candidate> &stack = found->second; !stack.empty(); stack.pop_back()) {
         const Candidate &candidate = stack.back();
         if (candidate.casts.empty()) {
@@ -201,6 +216,7 @@ void RemoveNoGrowthCastsPass::Run::apply(ModelPassContext &context) {
         candidate.sum->setParam(A_ADD_NO_GROWTH, A_TRUE);
         context.enqueueApplicable(candidate.sum);
     }
+    edges.move(context.getModel());
 }
 
 RemoveNoGrowthCastsPass::RemoveNoGrowthCastsPass() = default;
