@@ -710,6 +710,21 @@ TEST_F(ComplexUnrollersTest, givesMemoriesOfAGivenTypeTheirParts) {
     }
 }
 
+TEST_F(ComplexUnrollersTest, givesPortsThatTakeComplexNumbersZerosBesideRealOnes) {
+    EXPECT_EQ(madeOf("dualMemBlock",
+                     {{"dualMemPortAddr1", "u2.0"}, {"dualMemPortData1", "s9.0"}, {"dualMemPortWrite1En", "u1.0"}},
+                     {{"dualMemWireData1", ""}},
+                     {{"dualMemData", "((complexRollTag 1 -20) 3 2)"}, {"dualMemTypeData1", "(typeSFixed 9 0)"}}),
+              (Made{"(block real)", "(block imag)", "(block dualMemPortData1 imagZero)"}));
+    EXPECT_EQ(madeOf("syncRegisterBlock",
+                     {{"syncRegisterPortIclkData", "s4.1"}, {"syncRegisterPortIclkEnable", "u1.0"}},
+                     {{"syncRegisterWireIclkData", ""}, {"syncRegisterWireOclkData", ""}},
+                     {{"syncRegisterDataType", "(typeComplex (typeSFixed 4 1))"}}),
+              (Made{"(block real)", "(block imag)", "(block syncRegisterPortIclkData imagZero)"}));
+    EXPECT_EQ(made("(block syncRegisterPortIclkData imagZero)").getParam(A_CONST_TYPE)->toString(), "(typeSFixed 4 1)");
+    EXPECT_EQ(count(A_CUNPACK_BLOCK), 0U);
+}
+
 struct SharedCase {
     const char *type;
     std::vector<std::pair<const char *, const char *>> inputs;

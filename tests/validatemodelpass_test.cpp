@@ -882,6 +882,15 @@ TEST_F(SeveralInstances, compareVectorsInsideAnInstanceOnly) {
     EXPECT_EQ(lines, (Lines{"error UNEQUAL_PORT_VECTOR_WIDTHS block=/below/sum port=2 width=4"}));
 }
 
+TEST_F(SeveralInstances, areComplexInOneOfThemWhereABlockTellsWhatItTakes) {
+    Block &held = make(below, "held", A_SYNC_REGISTER_BLOCK);
+    held.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, in);
+    held.setParam(A_SYNC_REGISTER_DATA_TYPE, Value::parse("(typeSFixed 8 0)", mgr.context()));
+    instance(below, "a", "s8.0");
+    instance(below, "b", "c s8.0");
+    EXPECT_EQ(validate(), (Lines{"error REAL_ONLY_PORT_IS_COMPLEX block=/below/held port=syncRegisterPortIclkData"}));
+}
+
 TEST_F(SeveralInstances, areComplexInOneOfThem) {
     make(below, "max", A_MAX_BLOCK).setParam(key(0), in);
     instance(below, "a", "s8.0");

@@ -187,6 +187,55 @@ TEST_F(VectorUnrollersTest, attachesAScalarToAllLanesWithoutAnUnpack) {
     }
 }
 
+TEST_F(VectorUnrollersTest, leavesWhatTakesOtherPartsThanItsDriverHas) {
+    const auto refusal = [&](const char *data, const char *type) {
+        const std::string taken = testing::typeText(type);
+        return refusalOf("syncRegisterBlock", {{"syncRegisterPortIclkData", data}}, {{"syncRegisterWireIclkData", ""}},
+                         {{"syncRegisterDataType", taken.c_str()}});
+    };
+    const std::string port = "port 'syncRegisterPortIclkData' takes ";
+    EXPECT_EQ(refusal("[4] s4.4", "[4] c s4.4"), port + "complex numbers, but real ones drive it");
+    EXPECT_EQ(refusal("s4.4", "[4] c s4.4"), port + "complex numbers, but real ones drive it");
+    EXPECT_EQ(refusal("[1] s4.4", "c s4.4"), port + "complex numbers, but real ones drive it");
+    EXPECT_EQ(refusal("[4] c s4.4", "[4] s4.4"), port + "real numbers, but complex ones drive it");
+}
+
+TEST_F(VectorUnrollersTest, leavesABoundaryWhosePackAReaderWouldGiveItsType) {
+    const auto draw = [&](Design &design) {
+        Model &below = *Model::create(design, value("below"));
+        Block &held =
+            block(below, "held", "syncRegisterBlock",
+                  {{"syncRegisterDataType", "(typeVector 3 (typeVector 2 (typeVector 4 (typeSFixed 8 0))))"}});
+        Wire &in = *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("i"));
+        held.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, in);
+        output(below, "o", *Wire::create(held, A_SYNC_REGISTER_WIRE_ICLK_DATA));
+        Model &top = *Model::create(design, value("top"));
+        Block &call = block(top, "call", "modelBlock");
+        call.setParam(A_MODEL_NODE, below);
+        call.setParam(value("i"), input(top, "x", "[2][4] s8.0"));
+        output(top, "y", *Wire::create(call, value("o")));
+    };
+    const auto lower = [&](const std::vector<const char *> &passes, const std::vector<std::string> &messages) {
+        Design before(mgr.context());
+        Design after(mgr.context());
+        draw(before);
+        draw(after);
+        test::HeardMessages heard(mgr.context());
+        PassScheduler scheduler;
+        for (const char *pass : passes) {
+            scheduler.addPass(pass);
+        }
+        scheduler.apply(after);
+        EXPECT_EQ(heard.take(), messages);
+        EXPECT_TRUE(test::checkInvariants(after));
+        test::expectSameBehaviour(before, after, "top");
+    };
+    const char *const across = "UnrollVectorCrossModelPass";
+    lower({across}, {"UNVEC_INVALID_EXPAND_TYPE block=/below/in detail=what reads 'i' takes other vectors, and has to "
+                     "come apart first"});
+    lower({"UnrollVectorPass", across}, {});
+}
+
 TEST_F(VectorUnrollersTest, attachesAScalarToAllLanesOfAPlaceholder) {
     Design design(mgr.context());
     const Model &model = oneBlock(design, "latencyPlaceholderBlock", {{"0", "s4.4"}}, {{"0", ""}},

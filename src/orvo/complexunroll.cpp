@@ -42,10 +42,13 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
             rejectPort(port.getName());
         }
         const ComplexPortKind kind = mUnroller->originalPort(port, signal.decor);
-        mPorts.push_back({MaybePort(port), signal.decor, kind, signal.type});
+        // Whole, it would take the real number for the complex one.
+        const bool isRealDriven =
+            kind != ComplexPortKind::Whole && signal.decor.isComplex() && driverOf(port, types).isReal();
+        mPorts.push_back({MaybePort(port), signal.decor, kind, signal.type, isRealDriven});
         mExpand = mExpand || signal.decor.isComplex();
         typesDiffer = typesDiffer || !signal.isUnique;
-        const bool getsZero = kind == ComplexPortKind::SplitOrZero && signal.decor.isReal();
+        const bool getsZero = isRealDriven || (kind == ComplexPortKind::SplitOrZero && signal.decor.isReal());
         zerosDiffer = zerosDiffer || (getsZero && !signal.isUnique);
     }
     if (!hasWork()) {
@@ -87,6 +90,12 @@ BlockUnrollerImpl::SignalType BlockUnrollerImpl::typeOf(const End &end, const st
         }
     }
     return signal;
+}
+
+/// Invalid if nothing is told or instances differ.
+ComplexDecorSpec BlockUnrollerImpl::driverOf(const Port &port, GlobalTypePass &types) const {
+    const Wire *wire = port.peekWire();
+    return wire == nullptr ? ComplexDecorSpec() : typeOf(*wire, mInstances, types).decor;
 }
 
 bool BlockUnrollerImpl::fits(const SignalType &signal) const {
@@ -149,7 +158,7 @@ void BlockUnrollerImpl::unrollPort(const PortInfo &info) {
     // Neighbours that were taken apart before have connected the port anew.
     ORVO_ASSERT(info.port.getPort() != nullptr, "a neighbour went without handing over its readers");
     Wire &wire = *info.port.getPort()->peekWire();
-    if (info.decor.isComplex() && info.kind != ComplexPortKind::Whole) {
+    if (info.decor.isComplex() && info.kind != ComplexPortKind::Whole && !info.isRealDriven) {
         Block &unpack = create(info.port.getKey(), "cunpack", A_CUNPACK_BLOCK);
         unpack.setParam(A_CUNPACK_PORT_IN, wire);
         Wire &real = *Wire::create(unpack, A_CUNPACK_WIRE_REAL);
@@ -161,11 +170,13 @@ void BlockUnrollerImpl::unrollPort(const PortInfo &info) {
     attachPort(info, false, wire);
     if (info.kind == ComplexPortKind::Share) {
         attachPort(info, true, wire);
-    } else if (info.kind == ComplexPortKind::SplitOrZero) {
+    } else if (info.kind == ComplexPortKind::SplitOrZero || info.isRealDriven) {
+        Context *context = mBlock.getContext();
+        NumTypeSpec type = mPlainZeros ? NumTypeSpec::boolean() : NumTypeSpec(info.type, context);
+        type.setComplex(false);
         Block &zero = create(info.port.getKey(), "imagZero", A_CONST_BLOCK);
-        zero.setParam(A_CONST_VALUE, NumberValue::get(0, mBlock.getContext()));
-        zero.setParam(A_CONST_TYPE,
-                      mPlainZeros ? PureValueRef(NumTypeSpec::boolean().toValue(mBlock.getContext())) : info.type);
+        zero.setParam(A_CONST_VALUE, NumberValue::get(0, context));
+        zero.setParam(A_CONST_TYPE, type.toValue(context));
         attachPort(info, true, *Wire::create(zero, A_PRIM_WIRE_OUT));
     }
 }

@@ -18,6 +18,8 @@ struct PortInfo {
     ComplexDecorSpec decor;
     ComplexPortKind kind;
     PureValueRef type;
+    /// Real numbers drive it, although it takes complex ones.
+    bool isRealDriven;
 };
 
 struct WireInfo {
@@ -58,6 +60,7 @@ class BlockUnrollerImpl {
     };
     template <class End>
     SignalType typeOf(const End &end, const std::vector<RefChain> &instances, GlobalTypePass &types) const;
+    ComplexDecorSpec driverOf(const Port &port, GlobalTypePass &types) const;
     bool fits(const SignalType &signal) const;
     void rejectPort(const PureValueRef &key);
     void rejectWire(const Wire &wire);

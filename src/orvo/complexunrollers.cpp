@@ -158,26 +158,30 @@ using ConstComplexUnroller = ValueComplexUnroller<A_CONST_VALUE, A_CONST_TYPE>;
 using LUTComplexUnroller = ValueComplexUnroller<A_LUT_DATA, A_LUT_TYPE>;
 
 /// Both sides keep their types, which may have come from the content. They hold the same numbers: bits of a complex
-/// one that a side reads as real are not in the memory of either part alone.
+/// one that a side reads as real are not in the memory of either part alone. Real ones are written with no imaginary
+/// part.
 class DualMemComplexUnroller final : public ControlledComplexUnroller {
   public:
     using ControlledComplexUnroller::ControlledComplexUnroller;
     std::string reason() const override {
-        return mHasRealData && mHasComplexData ? "some of its data are complex and some are real"
-                                               : ControlledComplexUnroller::reason();
+        return mReadsReal && mHasComplexData ? "some of its data are complex and some are real"
+                                             : ControlledComplexUnroller::reason();
     }
     bool writesTypes() const override { return true; }
     bool isNumericParam(const PureValueRef &key) const override {
         return isOneOf(key, {&A_DUAL_MEM_DATA, &A_DUAL_MEM_ALT_PORT_DATA});
     }
     ComplexPortKind originalPort(Port &port, const ComplexDecorSpec &decor) override {
-        if (!isControl(port.getName())) {
-            noteData(decor);
+        const ComplexPortKind kind = ControlledComplexUnroller::originalPort(port, decor);
+        if (isControl(port.getName())) {
+            return kind;
         }
-        return ControlledComplexUnroller::originalPort(port, decor);
+        mHasComplexData = mHasComplexData || decor.isComplex();
+        return ComplexPortKind::SplitOrZero;
     }
     ComplexWireKind originalWire(Wire &wire, const ComplexDecorSpec &decor) override {
-        noteData(decor);
+        mHasComplexData = mHasComplexData || decor.isComplex();
+        mReadsReal = mReadsReal || decor.isReal();
         mTypes.emplace_back(wire.getName() == A_DUAL_MEM_WIRE_DATA1 ? &A_DUAL_MEM_TYPE_DATA1 : &A_DUAL_MEM_TYPE_DATA2,
                             partType(typeOf(wire), wire.getContext()));
         return DefaultComplexUnroller::originalWire(wire, decor);
@@ -197,13 +201,8 @@ class DualMemComplexUnroller final : public ControlledComplexUnroller {
     }
 
   private:
-    void noteData(const ComplexDecorSpec &decor) {
-        mHasComplexData = mHasComplexData || decor.isComplex();
-        mHasRealData = mHasRealData || decor.isReal();
-    }
-
     bool mHasComplexData = false;
-    bool mHasRealData = false;
+    bool mReadsReal = false;
     std::vector<std::pair<const StaticString *, PureValueRef>> mTypes;
 };
 

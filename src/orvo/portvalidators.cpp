@@ -302,6 +302,17 @@ template <class End> void checkHasType(const End &end, const char *side, const T
     }
 }
 
+/// Whether complex numbers drive what the block itself tells to be real.
+bool isComplexDriven(const Port &port, const TypesOfModel &types) {
+    const Wire *wire = port.peekWire();
+    Context *context = port.getBlock().getContext();
+    return wire != nullptr &&
+           std::any_of(types.instances().begin(), types.instances().end(), [&](const auto &instance) {
+               return ComplexDecorSpec(types.at(port, instance), context).isReal() &&
+                      ComplexDecorSpec(types.at(*wire, instance), context).isComplex();
+           });
+}
+
 } // namespace
 
 void PortDimensionsValidator::validate(ModelPassContext &context) {
@@ -319,16 +330,12 @@ void RealOnlyPortsValidator::validate(ModelPassContext &context) {
     const TypesOfModel types = facts().typesOf(context);
     for (const Block &block : context.getModel()) {
         const auto row = table.find(block.type());
-        if (row == table.end()) {
-            continue;
-        }
+        const auto isComplex = [&](const PureValueRef &type) {
+            return ComplexDecorSpec(type, block.getContext()).isComplex();
+        };
         for (const Port &port : block.ports()) {
-            if (row->second != nullptr && !(port.getName() == *row->second)) {
-                continue;
-            }
-            if (types.any(port, [&](const PureValueRef &type) {
-                    return ComplexDecorSpec(type, block.getContext()).isComplex();
-                })) {
+            const bool isReal = row != table.end() && (row->second == nullptr || port.getName() == *row->second);
+            if ((isReal && types.any(port, isComplex)) || isComplexDriven(port, types)) {
                 log::msg(msg::error::REAL_ONLY_PORT_IS_COMPLEX,
                          log::p("block", block.value()) % log::p("port", port.getName()));
             }

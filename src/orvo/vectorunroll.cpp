@@ -10,6 +10,8 @@
 #include <orvo/staticstrings.h>
 #include <orvo/typeinferpass.h>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <iterator>
 #include <unordered_set>
@@ -48,6 +50,22 @@ bool holdsVectors(const PureValueRef &type, Context *context) {
 bool handsOnAsIs(const Block &block) {
     const Value *type = block.type();
     return type == A_TYPE_PIN_BLOCK.get_ptr() || type == A_VPACK_BLOCK.get_ptr() || type == A_VUNPACK_BLOCK.get_ptr();
+}
+
+/// Names a port that takes complex numbers although real ones drive it, or the other way round; empty for others. What
+/// takes the vector apart would get the reader's parts.
+std::string partsDifference(const Port &port, const std::vector<RefChain> &instances, GlobalTypePass &types) {
+    const Wire *wire = port.peekWire();
+    Context *context = port.getBlock().getContext();
+    for (const RefChain &instance : instances) {
+        const ComplexDecorSpec own(types.getType(port, instance), context);
+        const ComplexDecorSpec driver(wire == nullptr ? PureValueRef() : types.getType(*wire, instance), context);
+        if (own.valid() && driver.valid() && own.isComplex() != driver.isComplex()) {
+            return fmt::format("port '{}' takes {} numbers, but {} ones drive it", port.getName()->toString(),
+                               own.isComplex() ? "complex" : "real", driver.isComplex() ? "complex" : "real");
+        }
+    }
+    return {};
 }
 
 /// The element of a signal that serves a lane.
@@ -140,6 +158,8 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     }
     if (!mFailed && !mMerged.valid()) {
         failToExpand("its vectors have different lengths");
+    } else if (const std::string clashing = hasWork() ? clash(types) : std::string(); !clashing.empty()) {
+        failToExpand(clashing);
     } else if (!mFailed && losesRecords(types)) {
         failToExpand("its records come apart before its vectors");
     } else if (comesApart() && !mUnroller->canUnroll()) {
@@ -158,6 +178,31 @@ std::string BlockUnrollerImpl::difference(GlobalTypePass &types) const {
     for (const PortInfo &info : mPorts) {
         if (!info.isUnique && mUnroller->writesTypeOf(*info.port.getPort())) {
             return internal::typeDifference(*info.port.getPort(), mInstances, types);
+        }
+    }
+    return {};
+}
+
+std::string BlockUnrollerImpl::clash(GlobalTypePass &types) const {
+    for (const PortInfo &info : mPorts) {
+        if (!handsOnAsIs(mBlock) && (info.vectors.isVector() || info.given.isVector())) {
+            if (std::string detail = partsDifference(*info.port.getPort(), mInstances, types); !detail.empty()) {
+                return detail;
+            }
+        }
+    }
+    if (mBlock.type() != A_INPUT_BLOCK.get_ptr() && mBlock.type() != A_MODEL_BLOCK.get_ptr()) {
+        return {};
+    }
+    for (const WireInfo &info : mWires) {
+        const bool fits =
+            !info.vectors.isVector() || std::all_of(info.wire->port_begin(), info.wire->port_end(), [&](Port &reader) {
+                const VectorDecorSpec told = typeOf(reader, mInstances, types).vectors;
+                return !told.valid() || told == info.vectors;
+            });
+        if (!fits) {
+            return fmt::format("what reads '{}' takes other vectors, and has to come apart first",
+                               info.wire->getName()->toString());
         }
     }
     return {};

@@ -95,6 +95,9 @@ class BlockUnrollerImpl {
     /// Whether the lanes of a port can be had from what drives it.
     bool canServe(const PortInfo &info) const;
     void note(const VectorDecorSpec &vectors, VectorUnrollKind kind);
+    /// Names a port whose driver has other parts, or a signal at the boundary of a model the pack of which would get
+    /// its types from a reader that takes other vectors; empty if there is none.
+    std::string clash(GlobalTypePass &types) const;
     /// Whether a record comes out that has its lanes in its members: of those of the block it would get the first only.
     bool losesRecords(GlobalTypePass &types) const;
     /// Which types what takes the block's place would have to be made for, if it would fit one instance alone.
