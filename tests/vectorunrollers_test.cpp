@@ -238,9 +238,8 @@ TEST_F(VectorUnrollersTest, leavesABoundaryWhosePackAReaderWouldGiveItsType) {
 
 TEST_F(VectorUnrollersTest, attachesAScalarToAllLanesOfAPlaceholder) {
     Design design(mgr.context());
-    const Model &model = oneBlock(design, "latencyPlaceholderBlock", {{"0", "s4.4"}}, {{"0", ""}},
+    const Model &model = unrolled(design, "latencyPlaceholderBlock", {{"0", "s4.4"}}, {{"0", ""}},
                                   {{"latencyPlaceholderTypemap", "((0 (typeVector 2 (typeSFixed 4 4))))"}});
-    unrollVectors(design);
     const Block &block = *model.getBlock(value("block"));
     EXPECT_EQ(portsOf(block), (std::vector<std::string>{"(0 0)", "(0 1)"}));
     EXPECT_EQ(block.getPort(value("(0 0)"))->peekWire(), block.getPort(value("(0 1)"))->peekWire());

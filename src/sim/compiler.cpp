@@ -161,6 +161,10 @@ Signal BlockWriter::in(const PureValueRef &key) const {
     return wire == nullptr ? Signal() : mCompiler.signalOf(wire, mInstance);
 }
 
+const SignalType *BlockWriter::taken(const Port &port) const {
+    return mCompiler.mTypes.of(mCompiler.mTypesOfSignals.getType(port, mCompiler.mInstances[mInstance].chain));
+}
+
 Signal BlockWriter::in(int number) const { return in(NumberValue::get(number, context())); }
 
 std::vector<std::pair<int, Signal>> BlockWriter::numberedPorts() const {

@@ -55,6 +55,8 @@ class BlockWriter {
     /// The signal at a port, unknown if the port is not connected.
     Signal in(const PureValueRef &key) const;
     Signal in(int number) const;
+    /// The type that the block tells of a port, which may have more or less to it than what drives that; null if none.
+    const SignalType *taken(const Port &port) const;
     /// The signals at numbered ports, in the order of the numbers.
     std::vector<std::pair<int, Signal>> numberedPorts() const;
     std::vector<Signal> numbered() const;

@@ -304,7 +304,7 @@ void writeForeign(BlockWriter &writer, const Uninterpreted &what) {
     for (const Port &port : block.ports()) {
         const PureValueRef name =
             isThrough ? renamed(port.getName(), *outputs.begin(), writer.context()) : port.getName();
-        appendNamedLeaves(writer, name, writer.in(port.getName()), in);
+        appendTakenLeaves(writer, name, port, in);
     }
     std::map<std::string_view, Leaf> leaves;
     for (const NamedLeaf &one : in) {

@@ -1,6 +1,8 @@
 // Noise that is a function.
 #include "sim/uninterpreted.h"
 
+#include "sim/emit.h"
+#include "sim/lanes.h"
 #include "sim/statekernels.h"
 
 #include <orvo/elementname.h>
@@ -124,6 +126,22 @@ void appendNamedLeaves(const BlockWriter &writer, const PureValueRef &name, cons
     }
 }
 
+void appendTakenLeaves(BlockWriter &writer, const PureValueRef &name, const Port &port,
+                       std::vector<NamedLeaf> &leaves) {
+    const Signal signal = writer.in(port.getName());
+    const SignalType *taken = writer.taken(port);
+    if (!signal.known() || taken == nullptr || taken->isRecord() || signal.type->isRecord() ||
+        (taken->dims == signal.type->dims && taken->element == signal.type->element)) {
+        appendNamedLeaves(writer, name, signal, leaves);
+        return;
+    }
+    std::vector<std::string> names;
+    appendElementNames(*taken, 0, name, writer.context(), names);
+    forEachScalar({taken, 0}, [&](std::uint32_t lane, std::uint32_t part, Leaf at) {
+        leaves.push_back({std::move(names[at]), partOrZero(writer, signal, lane, part)});
+    });
+}
+
 void emitUninterpreted(BlockWriter &writer, std::string_view function, const std::vector<NamedLeaf> &in,
                        const std::vector<NamedLeaf> &out, bool remembers) {
     if (out.empty()) {
@@ -164,7 +182,7 @@ void writeUninterpreted(BlockWriter &writer, const Uninterpreted &what) {
     std::vector<NamedLeaf> in;
     std::vector<NamedLeaf> out;
     for (const Port &port : writer.block().ports()) {
-        appendNamedLeaves(writer, port.getName(), writer.in(port.getName()), in);
+        appendTakenLeaves(writer, port.getName(), port, in);
     }
     for (const Wire &wire : writer.block()) {
         appendNamedLeaves(writer, wire.getName(), writer.out(wire.getName()), out);

@@ -24,6 +24,9 @@ struct NamedLeaf {
 /// index, "real" or "imag" stands beside the name, and before the last part of a name that is a tuple.
 void appendNamedLeaves(const BlockWriter &writer, const PureValueRef &name, const Signal &signal,
                        std::vector<NamedLeaf> &leaves);
+/// The same for a port, with the elements that the block takes, which fewer may drive: these have ports of their own
+/// after unrolling.
+void appendTakenLeaves(BlockWriter &writer, const PureValueRef &name, const Port &port, std::vector<NamedLeaf> &leaves);
 /// The same for a type from one of its dimensions on, without leaves.
 ORVO_API void appendElementNames(const SignalType &type, std::size_t dim, const PureValueRef &name, Context *context,
                                  std::vector<std::string> &names);
