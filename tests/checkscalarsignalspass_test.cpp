@@ -70,6 +70,16 @@ TEST_F(CheckScalarSignals, eachKindIsTold) {
                      lineOf("/top/c/primWireOut", "{s8.4,u1.0}"), lineOf("/top/d/primWireOut", "[2] c s8.4")}));
 }
 
+TEST_F(CheckScalarSignals, anUnpackOfAPlainNumberIsTold) {
+    for (const auto &[name, type, key] : {std::tuple("v", &A_VUNPACK_BLOCK, &A_VUNPACK_PORT_IN),
+                                          {"c", &A_CUNPACK_BLOCK, &A_CUNPACK_PORT_IN},
+                                          {"a", &A_AUNPACK_BLOCK, &A_AUNPACK_PORT_IN}}) {
+        make(top, name, *type).setParam(*key, source(top, std::string("p") + name, "s8.4"));
+    }
+    EXPECT_EQ(check(), (Lines{"UNPACK_OF_PLAIN_NUMBER block=/top/a", "UNPACK_OF_PLAIN_NUMBER block=/top/c",
+                              "UNPACK_OF_PLAIN_NUMBER block=/top/v"}));
+}
+
 TEST_F(CheckScalarSignals, wiresWithoutATypeAreLeftToOthers) {
     Wire::create(make(top, "unknown", A_SCHEDULED_MODEL_BLOCK), value("w"));
     EXPECT_EQ(check(), Lines());

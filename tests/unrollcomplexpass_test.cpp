@@ -489,6 +489,22 @@ TEST_F(UnrollComplexPassTest, writesNoTypesThatDifferBetweenInstances) {
     EXPECT_NE(at(below, "sum"), nullptr);
 }
 
+TEST_F(UnrollComplexPassTest, leavesWhatRealNumbersDriveInOneInstanceAlone) {
+    Block &held = block(below, "sum", "syncRegisterBlock");
+    held.setParam(A_SYNC_REGISTER_DATA_TYPE, value("(typeComplex (typeSFixed 8 0))"));
+    Block &in = *Block::create(below, "in", A_INPUT_BLOCK);
+    held.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, *Wire::create(in, value("x")));
+    held.setParam(A_SYNC_REGISTER_PORT_ICLK_ENABLE, *Wire::create(in, value("y")));
+    output(below, "z", *Wire::create(held, A_SYNC_REGISTER_WIRE_ICLK_DATA));
+    Wire &enable = input(model, "y", "u1.0");
+    use("use", "z", input(model, "x", "s8.0"), enable);
+    use("again", "w", input(model, "wider", "c s8.0"), enable);
+    EXPECT_EQ(run("UnrollComplexPass"), kTypesDiffer);
+    EXPECT_EQ(mHeard, Names{kTypesDiffer[0] + ": wire 'x' is (typeSFixed 8 0) in one and (typeComplex (typeSFixed 8 "
+                                              "0)) in another"});
+    EXPECT_NE(at(below, "sum"), nullptr);
+}
+
 TEST_F(UnrollComplexPassTest, takesProductsOfComplexNumbersApartWhoseInstancesDifferInWidth) {
     const std::pair<const char *, const char *> widths[] = {
         {"c s4.0", "c s8.0"}, {"c s3.1", "c u5.2"}, {"[2] c s4.0", "[2] c s8.0"}, {"c float(10,5)", "c float(23,8)"}};

@@ -882,6 +882,18 @@ TEST_F(SeveralInstances, compareVectorsInsideAnInstanceOnly) {
     EXPECT_EQ(lines, (Lines{"error UNEQUAL_PORT_VECTOR_WIDTHS block=/below/sum port=2 width=4"}));
 }
 
+TEST_F(SeveralInstances, haveOtherMembersThanABlockTakesInOneOfThem) {
+    const std::string taken = value(testing::typeText("{c s8.0,[2] s8.0}"))->toString();
+    Block &held = make(below, "held", A_SYNC_REGISTER_BLOCK);
+    held.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, in);
+    held.setParam(A_SYNC_REGISTER_DATA_TYPE, Value::parse(taken, mgr.context()));
+    instance(below, "a", "{c s4.2,[2] u9.0}");
+    instance(below, "b", "{s8.0,[2] s8.0}");
+    EXPECT_EQ(validate(), (Lines{"error UNEQUAL_PORT_RECORDS block=/below/held driver=" +
+                                 value(testing::typeText("{s8.0,[2] s8.0}"))->toString() +
+                                 " port=syncRegisterPortIclkData type=" + taken}));
+}
+
 TEST_F(SeveralInstances, areComplexInOneOfThemWhereABlockTellsWhatItTakes) {
     Block &held = make(below, "held", A_SYNC_REGISTER_BLOCK);
     held.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, in);

@@ -194,10 +194,63 @@ TEST_F(VectorUnrollersTest, leavesWhatTakesOtherPartsThanItsDriverHas) {
                          {{"syncRegisterDataType", taken.c_str()}});
     };
     const std::string port = "port 'syncRegisterPortIclkData' takes ";
-    EXPECT_EQ(refusal("[4] s4.4", "[4] c s4.4"), port + "complex numbers, but real ones drive it");
-    EXPECT_EQ(refusal("s4.4", "[4] c s4.4"), port + "complex numbers, but real ones drive it");
-    EXPECT_EQ(refusal("[1] s4.4", "c s4.4"), port + "complex numbers, but real ones drive it");
     EXPECT_EQ(refusal("[4] c s4.4", "[4] s4.4"), port + "real numbers, but complex ones drive it");
+    EXPECT_EQ(refusal("[1] c s4.4", "s4.4"), port + "real numbers, but complex ones drive it");
+}
+
+TEST_F(VectorUnrollersTest, keepsLanesRealThatDriveComplexOnes) {
+    const auto made = [&](const char *data, const char *type) {
+        const std::string taken = testing::typeText(type);
+        return madeOf("syncRegisterBlock", {{"syncRegisterPortIclkData", data}, {"syncRegisterPortIclkEnable", "u1.0"}},
+                      {{"syncRegisterWireIclkData", ""}}, {{"syncRegisterDataType", taken.c_str()}});
+    };
+    const std::string pin = "((block syncRegisterPortIclkData) real ";
+    EXPECT_EQ(made("[2] s4.4", "[2] c s4.4"), (Made{"(block 0)", "(block 1)", pin + "0)", pin + "1)"}));
+    EXPECT_EQ(made("[1] s4.4", "c s4.4"), Made{pin + "0)"});
+    EXPECT_EQ(made("s4.4", "[2] c s4.4"), (Made{"(block 0)", "(block 1)"}));
+    Design before(mgr.context());
+    Design after(mgr.context());
+    for (Design *design : {&before, &after}) {
+        oneBlock(*design, "syncRegisterBlock", {{"syncRegisterPortIclkData", "[2] s4.4"}},
+                 {{"syncRegisterWireIclkData", ""}},
+                 {{"syncRegisterDataType", "(typeVector 2 (typeComplex (typeSFixed 4 4)))"}});
+    }
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    for (const char *pass : {"UnrollVectorPass", "UnrollVectorCrossModelPass", "ElideUnpackPass", "UnrollComplexPass",
+                             "UnrollComplexCrossModelPass", "ElideUnpackPass", "CheckScalarSignalsPass"}) {
+        scheduler.addPass(pass);
+    }
+    scheduler.apply(after);
+    EXPECT_EQ(heard.take(), std::vector<std::string>());
+    test::expectSameBehaviour(before, after, "top");
+}
+
+TEST_F(VectorUnrollersTest, leavesABoundaryThatIsOfTwoShapes) {
+    Design design(mgr.context());
+    Model &below = *Model::create(design, value("below"));
+    Block &held = block(below, "held", "delayBlock", {{"delayLength", "1"}});
+    held.setParam(value("0"), *Wire::create(*Block::create(below, "in", A_INPUT_BLOCK), value("i")));
+    output(below, "o", *Wire::create(held, A_PRIM_WIRE_OUT));
+    Model &top = *Model::create(design, value("top"));
+    Block &call = block(top, "call", "modelBlock");
+    call.setParam(A_MODEL_NODE, below);
+    call.setParam(value("i"), input(top, "x", "[2] s8.0"));
+    Block &reader = block(top, "reader", "syncRegisterBlock",
+                          {{"syncRegisterDataType", "(typeVector 3 (typeVector 2 (typeSFixed 8 0)))"}});
+    reader.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, *Wire::create(call, value("o")));
+    output(top, "y", *Wire::create(reader, A_SYNC_REGISTER_WIRE_ICLK_DATA));
+    test::HeardMessages heard(mgr.context());
+    PassScheduler scheduler;
+    scheduler.addPass("UnrollVectorCrossModelPass");
+    scheduler.apply(design);
+    EXPECT_EQ(heard.take(), std::vector<std::string>{"UNVEC_INVALID_PORT_TYPE block=/below/out port=o"});
+}
+
+TEST_F(VectorUnrollersTest, tellsMemoriesOfRealLanesThatOthersAreComplex) {
+    EXPECT_EQ(madeOf("dualMemBlock", {{"dualMemPortAddr1", "u1.0"}}, {{"dualMemWireData1", ""}},
+                     {{"dualMemData", "((vectorRollTag (complexRollTag 1 -20) 4) (vectorRollTag 3 2))"}}),
+              (Made{"(block 0)", "(block 1)"}));
 }
 
 TEST_F(VectorUnrollersTest, leavesABoundaryWhosePackAReaderWouldGiveItsType) {

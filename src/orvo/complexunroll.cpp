@@ -20,6 +20,7 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     mUnroller->setInstances(mInstances);
     bool typesDiffer = false;
     bool zerosDiffer = false;
+    std::string mixed;
     mWires.reserve(block.getWireCount());
     std::vector<RefChain> some;
     for (Wire &wire : block) {
@@ -43,8 +44,12 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
         }
         const ComplexPortKind kind = mUnroller->originalPort(port, signal.decor);
         // Whole, it would take the real number for the complex one.
-        const bool isRealDriven =
-            kind != ComplexPortKind::Whole && signal.decor.isComplex() && driverOf(port, types).isReal();
+        const std::size_t realDrivers =
+            kind != ComplexPortKind::Whole && signal.decor.isComplex() ? countRealDrivers(port, types) : 0;
+        const bool isRealDriven = realDrivers == mInstances.size();
+        if (realDrivers != 0 && !isRealDriven && mixed.empty()) {
+            mixed = internal::typeDifference(*port.peekWire(), mInstances, types);
+        }
         mPorts.push_back({MaybePort(port), signal.decor, kind, signal.type, isRealDriven});
         mExpand = mExpand || signal.decor.isComplex();
         typesDiffer = typesDiffer || !signal.isUnique;
@@ -56,6 +61,8 @@ BlockUnrollerImpl::BlockUnrollerImpl(Block &block, const std::vector<RefChain> &
     }
     if (const std::string reason = mUnroller->reason(); !reason.empty()) {
         failToExpand(reason);
+    } else if (!mixed.empty()) {
+        failToExpand(mixed);
     }
     mPlainZeros = zerosDiffer && mUnroller->takesPlainZeros();
     if (!mFailed && ((zerosDiffer && !mPlainZeros) || (typesDiffer && mUnroller->writesTypes()))) {
@@ -92,10 +99,12 @@ BlockUnrollerImpl::SignalType BlockUnrollerImpl::typeOf(const End &end, const st
     return signal;
 }
 
-/// Invalid if nothing is told or instances differ.
-ComplexDecorSpec BlockUnrollerImpl::driverOf(const Port &port, GlobalTypePass &types) const {
+std::size_t BlockUnrollerImpl::countRealDrivers(const Port &port, GlobalTypePass &types) const {
     const Wire *wire = port.peekWire();
-    return wire == nullptr ? ComplexDecorSpec() : typeOf(*wire, mInstances, types).decor;
+    const auto isReal = [&](const RefChain &instance) {
+        return ComplexDecorSpec(types.getType(*wire, instance), mBlock.getContext()).isReal();
+    };
+    return wire == nullptr ? 0 : static_cast<std::size_t>(std::count_if(mInstances.begin(), mInstances.end(), isReal));
 }
 
 bool BlockUnrollerImpl::fits(const SignalType &signal) const {

@@ -60,7 +60,8 @@ class BlockUnrollerImpl {
     };
     template <class End>
     SignalType typeOf(const End &end, const std::vector<RefChain> &instances, GlobalTypePass &types) const;
-    ComplexDecorSpec driverOf(const Port &port, GlobalTypePass &types) const;
+    /// In how many instances real numbers drive the port.
+    std::size_t countRealDrivers(const Port &port, GlobalTypePass &types) const;
     bool fits(const SignalType &signal) const;
     void rejectPort(const PureValueRef &key);
     void rejectWire(const Wire &wire);

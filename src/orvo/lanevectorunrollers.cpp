@@ -216,17 +216,34 @@ class DualMemVectorUnroller final : public DefaultVectorUnroller {
     ValueRef laneValue(const PureValueRef &key, const ValueRef &value, const VectorDecorSpec &merged,
                        const std::vector<int> &indices) const override {
         const TupleValueRef content = tupleVR(value);
-        if (!(key == A_DUAL_MEM_DATA) || !content || isTagged(content, A_VECTOR_ROLL_TAG)) {
+        if (!(key == A_DUAL_MEM_DATA) || !content) {
             return DefaultVectorUnroller::laneValue(key, value, merged, indices);
+        }
+        if (isTagged(content, A_VECTOR_ROLL_TAG)) {
+            return asLane(DefaultVectorUnroller::laneValue(key, value, merged, indices));
         }
         std::vector<ValueRef> entries;
         for (const ValueRef &entry : *content) {
             entries.push_back(elementOfLane(entry, indices));
         }
-        return TupleValue::get(entries, block().getContext());
+        return asLane(TupleValue::get(entries, block().getContext()));
     }
 
   private:
+    /// The first number of a content tells whether it is complex, as that of another lane may have been.
+    ValueRef asLane(const ValueRef &content) const {
+        const TupleValueRef entries = tupleVR(content);
+        Context *context = block().getContext();
+        const bool isComplex = std::any_of(mTypes.begin(), mTypes.end(), [&](const auto &type) {
+            return ComplexDecorSpec(type.second, context).isComplex();
+        });
+        if (!isComplex || !entries || entries->size() == 0 || !numberVR(entries->at(0))) {
+            return content;
+        }
+        std::vector<ValueRef> made(entries->begin(), entries->end());
+        made.front() = TupleValue::get(A_COMPLEX_ROLL_TAG, made.front(), NumberValue::get(0, context), context);
+        return TupleValue::get(made, context);
+    }
     bool hasContent() const { return block().findParam(A_DUAL_MEM_DATA) != nullptr; }
 
     std::vector<std::pair<const StaticString *, PureValueRef>> mTypes;

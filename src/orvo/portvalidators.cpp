@@ -62,7 +62,8 @@ constexpr const StaticString *kFreeDimensions[] = {
 
 /// Those of them that say themselves what their ports take.
 constexpr const StaticString *kOwnTypes[] = {
-    &A_TYPE_PIN_BLOCK, &A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK, &A_SHARED_FIFO_BLOCK, &A_LOOP_BLOCK,
+    &A_TYPE_PIN_BLOCK, &A_CHANNEL_IN_BLOCK, &A_CHANNEL_OUT_BLOCK, &A_SHARED_FIFO_BLOCK,
+    &A_LOOP_BLOCK,     &A_MODEL_BLOCK,      &A_OUTPUT_BLOCK,
 };
 
 /// A port of a block type.
@@ -281,6 +282,49 @@ void checkDimensions(const Block &block, const TypesOfModel &types, bool isFree)
     }
 }
 
+/// Whether two types have the same members in their records, and the same vectors and complex numbers in these. What
+/// is no type is like any.
+bool haveSameMembers(const PureValueRef &own, const PureValueRef &driver, Context *context) {
+    std::vector<std::pair<PureValueRef, PureValueRef>> open{{own, driver}};
+    for (bool isMember = false; !open.empty(); isMember = true) {
+        const auto [a, b] = open.back();
+        open.pop_back();
+        if (!a || !b || a == b) {
+            continue;
+        }
+        PureValueRef ofA;
+        PureValueRef ofB;
+        const bool sameVectors = VectorDecorSpec(a, ofA, context) == VectorDecorSpec(b, ofB, context);
+        const AggregateTypeSpec recordA(ofA);
+        const AggregateTypeSpec recordB(ofB);
+        if (!isMember && !recordA.isAggregate() && !recordB.isAggregate()) {
+            return true;
+        }
+        if ((isMember && !sameVectors) || recordA.size() != recordB.size() ||
+            ComplexDecorSpec(ofA, context).isComplex() != ComplexDecorSpec(ofB, context).isComplex()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < recordA.size(); ++i) {
+            open.emplace_back(recordA.at(i), recordB.at(i));
+        }
+    }
+    return true;
+}
+
+void checkMembers(const Block &block, const TypesOfModel &types) {
+    for (const Port &port : block.ports()) {
+        const Wire *wire = port.peekWire();
+        const auto unfit = std::find_if(types.instances().begin(), types.instances().end(), [&](const auto &instance) {
+            return wire != nullptr &&
+                   !haveSameMembers(types.at(port, instance), types.at(*wire, instance), block.getContext());
+        });
+        if (unfit != types.instances().end()) {
+            log::msg(msg::error::UNEQUAL_PORT_RECORDS, log::p("type", types.at(port, *unfit)) %
+                                                           log::p("driver", types.at(*wire, *unfit)) % placeOf(port));
+        }
+    }
+}
+
 /// A port or wire in words.
 std::string descriptiveName(const PureValueRef &name) {
     if (numberVR(name)) {
@@ -322,6 +366,7 @@ void PortDimensionsValidator::validate(ModelPassContext &context) {
         if (!isFree || hasOwnTypes(block)) {
             checkDimensions(block, types, isFree);
         }
+        checkMembers(block, types);
     }
 }
 

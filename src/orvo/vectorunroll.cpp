@@ -3,6 +3,7 @@
 
 #include "orvo/typedifference.h"
 #include "orvo/unrollpasses.h"
+#include "orvo/vectorunrollparts.h"
 
 #include <orvo/block.h>
 #include <orvo/limits.h>
@@ -46,10 +47,13 @@ bool holdsVectors(const PureValueRef &type, Context *context) {
     return false;
 }
 
-/// Pins say what a signal is, packs and unpacks join and part what is there: none makes a vector of a number.
+/// Pins say what a signal is, packs and unpacks join and part what is there, boundaries have the same signal on both
+/// sides: none makes a vector of a number.
 bool handsOnAsIs(const Block &block) {
-    const Value *type = block.type();
-    return type == A_TYPE_PIN_BLOCK.get_ptr() || type == A_VPACK_BLOCK.get_ptr() || type == A_VUNPACK_BLOCK.get_ptr();
+    const StaticString *const handing[] = {&A_TYPE_PIN_BLOCK, &A_VPACK_BLOCK, &A_VUNPACK_BLOCK, &A_OUTPUT_BLOCK,
+                                           &A_MODEL_BLOCK};
+    return std::any_of(std::begin(handing), std::end(handing),
+                       [&](const StaticString *type) { return block.type() == type->get_ptr(); });
 }
 
 /// Names a port that takes complex numbers although real ones drive it, or the other way round; empty for others. What
@@ -183,13 +187,22 @@ std::string BlockUnrollerImpl::difference(GlobalTypePass &types) const {
     return {};
 }
 
-std::string BlockUnrollerImpl::clash(GlobalTypePass &types) const {
-    for (const PortInfo &info : mPorts) {
-        if (!handsOnAsIs(mBlock) && (info.vectors.isVector() || info.given.isVector())) {
-            if (std::string detail = partsDifference(*info.port.getPort(), mInstances, types); !detail.empty()) {
-                return detail;
-            }
+std::string BlockUnrollerImpl::clash(GlobalTypePass &types) {
+    for (PortInfo &info : mPorts) {
+        if (handsOnAsIs(mBlock) || !(info.vectors.isVector() || info.given.isVector())) {
+            continue;
         }
+        const Port &port = *info.port.getPort();
+        std::string detail = partsDifference(port, mInstances, types);
+        if (detail.empty()) {
+            continue;
+        }
+        const PureValueRef driver = types.getType(*port.peekWire(), mInstances.front());
+        if (ComplexDecorSpec(driver, mBlock.getContext()).isComplex() ||
+            !internal::typeDifference(*port.peekWire(), mInstances, types).empty()) {
+            return detail;
+        }
+        info.realElement = internal::elementType(driver, mBlock.getContext());
     }
     if (mBlock.type() != A_INPUT_BLOCK.get_ptr() && mBlock.type() != A_MODEL_BLOCK.get_ptr()) {
         return {};
@@ -327,8 +340,20 @@ void BlockUnrollerImpl::narrowPort(PortInfo &info) {
     ORVO_ASSERT(port != nullptr, "a neighbour went without handing over its readers");
     VectorPackManager packs(info.given, info.given, mBlock.getModel(), packerName(info.port.getKey()));
     packs.doUnpack(*port->peekWire());
-    info.port.setWire(packs.getUnpackedWire(elementFor(info.given, {})));
+    info.port.setWire(elementOf(info, packs.getUnpackedWire(elementFor(info.given, {})), 0));
     info.given = info.vectors;
+}
+
+/// A reader of complex numbers would give the wire of an unpack its own type: a pin says that it is real.
+Wire &BlockUnrollerImpl::elementOf(const PortInfo &info, Wire &unpacked, std::size_t number) const {
+    if (!info.realElement || !info.given.isVector()) {
+        return unpacked;
+    }
+    Context *context = mBlock.getContext();
+    const PureValueRef name =
+        PureTupleValue::get(packerName(info.port.getKey()), PureValueRef(StringValue::get("real", context)),
+                            internal::numberOf(number), context);
+    return internal::rewritten(mBlock, name, unpacked, info.realElement);
 }
 
 void BlockUnrollerImpl::unrollPort(const PortInfo &info) {
@@ -339,10 +364,11 @@ void BlockUnrollerImpl::unrollPort(const PortInfo &info) {
     VectorPackManager packs(lanes.isVector() ? info.given : lanes, info.given, mBlock.getModel(),
                             packerName(info.port.getKey()));
     packs.doUnpack(*port->peekWire());
+    std::size_t number = 0;
     for (LaneCounter lane(lanes); !lane.atEnd(); lane.next()) {
         mUnroller->clearAttachedPorts();
         const std::vector<int> element = lanes.isVector() ? elementFor(info.given, lane.indices()) : std::vector<int>();
-        mUnroller->attachPort(*port, lanes, lane.indices(), packs.getUnpackedWire(element));
+        mUnroller->attachPort(*port, lanes, lane.indices(), elementOf(info, packs.getUnpackedWire(element), number++));
         mUnroller->notifyUnrollAttachedPorts(mBlock, info.port.getKey());
     }
 }

@@ -22,6 +22,8 @@ struct PortInfo {
     VectorUnrollKind kind;
     /// Of one type in all instances.
     bool isUnique;
+    /// The type of the driver's elements, where these are real and those of the port complex; else null.
+    PureValueRef realElement = {};
 };
 
 struct WireInfo {
@@ -95,9 +97,10 @@ class BlockUnrollerImpl {
     /// Whether the lanes of a port can be had from what drives it.
     bool canServe(const PortInfo &info) const;
     void note(const VectorDecorSpec &vectors, VectorUnrollKind kind);
-    /// Names a port whose driver has other parts, or a signal at the boundary of a model the pack of which would get
-    /// its types from a reader that takes other vectors; empty if there is none.
-    std::string clash(GlobalTypePass &types) const;
+    /// Names a port that does not take the parts that its driver has, or a signal at the boundary of a model the pack
+    /// of which would get its types from a reader that takes other vectors; empty if there is none. Notes where real
+    /// numbers drive lanes of complex ones.
+    std::string clash(GlobalTypePass &types);
     /// Whether a record comes out that has its lanes in its members: of those of the block it would get the first only.
     bool losesRecords(GlobalTypePass &types) const;
     /// Which types what takes the block's place would have to be made for, if it would fit one instance alone.
@@ -107,6 +110,7 @@ class BlockUnrollerImpl {
     /// Whether a scalar is driven by the only element of a vector.
     static bool isNarrowed(const PortInfo &info) { return info.given.isVector() && !info.vectors.isVector(); }
     void narrowPort(PortInfo &info);
+    Wire &elementOf(const PortInfo &info, Wire &unpacked, std::size_t number) const;
     void unrollPort(const PortInfo &info);
     void unrollWire(const WireInfo &info);
 
