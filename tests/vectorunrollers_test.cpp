@@ -298,6 +298,14 @@ TEST_F(VectorUnrollersTest, attachesAScalarToAllLanesOfAPlaceholder) {
     EXPECT_EQ(block.getPort(value("(0 0)"))->peekWire(), block.getPort(value("(0 1)"))->peekWire());
 }
 
+TEST_F(VectorUnrollersTest, attachesARecordToAllLanesOfAPlaceholder) {
+    const std::string taken = "((0 " + testing::typeText("[2] {s4.4,[3] u2.0}") + "))";
+    Design design(mgr.context());
+    const Model &model = unrolled(design, "latencyPlaceholderBlock", {{"0", "{s4.4,[3] u2.0}"}}, {{"0", ""}},
+                                  {{"latencyPlaceholderTypemap", taken.c_str()}});
+    EXPECT_EQ(portsOf(*model.getBlock(value("block"))), (std::vector<std::string>{"(0 0)", "(0 1)"}));
+}
+
 TEST_F(VectorUnrollersTest, leavesWhatItsDriverDoesNotServe) {
     const auto told = [&](const char *data, const char *type) {
         const std::string taken = testing::typeText(type);

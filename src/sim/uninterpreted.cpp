@@ -130,7 +130,10 @@ void appendTakenLeaves(BlockWriter &writer, const PureValueRef &name, const Port
                        std::vector<NamedLeaf> &leaves) {
     const Signal signal = writer.in(port.getName());
     const SignalType *taken = writer.taken(port);
-    if (!signal.known() || taken == nullptr || taken->isRecord() || signal.type->isRecord() ||
+    const auto isOfOtherMembers = [&] {
+        return taken->element != signal.type->element && (taken->isRecord() || signal.type->isRecord());
+    };
+    if (!signal.known() || taken == nullptr || isOfOtherMembers() ||
         (taken->dims == signal.type->dims && taken->element == signal.type->element)) {
         appendNamedLeaves(writer, name, signal, leaves);
         return;
