@@ -247,6 +247,16 @@ TEST_F(VectorUnrollersTest, leavesABoundaryThatIsOfTwoShapes) {
     EXPECT_EQ(heard.take(), std::vector<std::string>{"UNVEC_INVALID_PORT_TYPE block=/below/out port=o"});
 }
 
+TEST_F(VectorUnrollersTest, emptiesTheQueueOfEachLaneByItself) {
+    EXPECT_EQ(madeOf("fifoBlock",
+                     {{"fifoPortData", "[3] u4.0"},
+                      {"fifoPortWriteEn", "u1.0"},
+                      {"fifoPortReadAck", "u1.0"},
+                      {"fifoPortFlush", "[3] u1.0"}},
+                     {{"fifoWireData", ""}}, {{"fifoDepth", "5"}}),
+              (Made{"(block 0)", "(block 1)", "(block 2)"}));
+}
+
 TEST_F(VectorUnrollersTest, tellsMemoriesOfRealLanesThatOthersAreComplex) {
     EXPECT_EQ(madeOf("dualMemBlock", {{"dualMemPortAddr1", "u1.0"}}, {{"dualMemWireData1", ""}},
                      {{"dualMemData", "((vectorRollTag (complexRollTag 1 -20) 4) (vectorRollTag 3 2))"}}),

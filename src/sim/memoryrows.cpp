@@ -197,6 +197,9 @@ void writeQueueBlock(BlockWriter &writer, const QueuePorts &ports) {
     const SignalType *type = write.type;
     const auto widen = [&type](const SignalType *by) { type = by->lanes() > type->lanes() ? by : type; };
     widen(acknowledge.type);
+    if (flush.known()) {
+        widen(flush.type);
+    }
     for (const auto &[wire, kind] : flags) {
         if (const Signal flag = writer.out(*wire); flag.known()) {
             widen(flag.type);
