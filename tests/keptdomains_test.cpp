@@ -252,7 +252,7 @@ TEST_F(KeptAtPairTest, anEdgeOfOneLaneTellsTheDomainOfTheOthers) {
 TEST_F(KeptAtPairTest, allEdgesThatDoNotContradictEachOther) {
     const std::vector<std::string> all = places();
     std::size_t kept = 0;
-    for (std::size_t number = 0; number < 243; ++number) {
+    for (std::size_t number = 0; number < 729; ++number) {
         for (const std::size_t domains : {0U, 0x15U, 0x4cU}) {
             const std::string specs =
                 edgesAt(all, number, domains) + (number % 2 == 0 ? "" : begin("green", portAt("b0")));
