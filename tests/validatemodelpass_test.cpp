@@ -888,10 +888,15 @@ TEST_F(SeveralInstances, haveOtherMembersThanABlockTakesInOneOfThem) {
     held.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, in);
     held.setParam(A_SYNC_REGISTER_DATA_TYPE, Value::parse(taken, mgr.context()));
     instance(below, "a", "{c s4.2,[2] u9.0}");
-    instance(below, "b", "{s8.0,[2] s8.0}");
-    EXPECT_EQ(validate(), (Lines{"error UNEQUAL_PORT_RECORDS block=/below/held driver=" +
-                                 value(testing::typeText("{s8.0,[2] s8.0}"))->toString() +
-                                 " port=syncRegisterPortIclkData type=" + taken}));
+    EXPECT_EQ(validate(), Lines());
+    for (const char *driver : {"{s8.0,[2] s8.0}", "{c s8.0,s8.0}", "{c s8.0,[3] s8.0}", "{c s8.0,[2] s8.0,u1.0}",
+                               "{c s8.0,{s8.0,s8.0}}", "c s8.0"}) {
+        Block &other = instance(below, "b", driver);
+        EXPECT_EQ(validate(), (Lines{"error UNEQUAL_PORT_RECORDS block=/below/held driver=" +
+                                     value(testing::typeText(driver))->toString() +
+                                     " port=syncRegisterPortIclkData type=" + taken}));
+        delete &other;
+    }
 }
 
 TEST_F(SeveralInstances, areComplexInOneOfThemWhereABlockTellsWhatItTakes) {

@@ -3,9 +3,7 @@
 
 #include "gen/designgenerator.h"
 #include "orvo/vectorunroll.h"
-#include "support/heardmessages.h"
-#include "support/invariants.h"
-#include "support/samebehaviour.h"
+#include "support/onepass.h"
 #include "support/simulatorfixture.h"
 #include "support/typetable.h"
 
@@ -240,11 +238,8 @@ TEST_F(VectorUnrollersTest, leavesABoundaryThatIsOfTwoShapes) {
                           {{"syncRegisterDataType", "(typeVector 3 (typeVector 2 (typeSFixed 8 0)))"}});
     reader.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, *Wire::create(call, value("o")));
     output(top, "y", *Wire::create(reader, A_SYNC_REGISTER_WIRE_ICLK_DATA));
-    test::HeardMessages heard(mgr.context());
-    PassScheduler scheduler;
-    scheduler.addPass("UnrollVectorCrossModelPass");
-    scheduler.apply(design);
-    EXPECT_EQ(heard.take(), std::vector<std::string>{"UNVEC_INVALID_PORT_TYPE block=/below/out port=o"});
+    EXPECT_EQ(test::heardFrom(design, "UnrollVectorCrossModelPass"),
+              std::vector<std::string>{"UNVEC_INVALID_PORT_TYPE block=/below/out port=o"});
 }
 
 TEST_F(VectorUnrollersTest, emptiesTheQueueOfEachLaneByItself) {

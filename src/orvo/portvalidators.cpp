@@ -282,6 +282,24 @@ void checkDimensions(const Block &block, const TypesOfModel &types, bool isFree)
     }
 }
 
+/// The first instance in which a block tells another type of a port than what drives it has, if `isUnfit` says so of
+/// the two; null if there is none.
+template <class IsUnfit>
+const RefChain *unfitInstance(const Port &port, const TypesOfModel &types, const IsUnfit &isUnfit) {
+    const Wire *wire = port.peekWire();
+    if (wire == nullptr) {
+        return nullptr;
+    }
+    for (const RefChain &instance : types.instances()) {
+        const PureValueRef own = types.at(port, instance);
+        const PureValueRef driver = types.at(*wire, instance);
+        if (own && driver && !(own == driver) && isUnfit(own, driver)) {
+            return &instance;
+        }
+    }
+    return nullptr;
+}
+
 /// Whether two types have the same members in their records, and the same vectors and complex numbers in these. What
 /// is no type is like any.
 bool haveSameMembers(const PureValueRef &own, const PureValueRef &driver, Context *context) {
@@ -313,14 +331,13 @@ bool haveSameMembers(const PureValueRef &own, const PureValueRef &driver, Contex
 
 void checkMembers(const Block &block, const TypesOfModel &types) {
     for (const Port &port : block.ports()) {
-        const Wire *wire = port.peekWire();
-        const auto unfit = std::find_if(types.instances().begin(), types.instances().end(), [&](const auto &instance) {
-            return wire != nullptr &&
-                   !haveSameMembers(types.at(port, instance), types.at(*wire, instance), block.getContext());
+        const RefChain *unfit = unfitInstance(port, types, [&](const PureValueRef &own, const PureValueRef &driver) {
+            return !haveSameMembers(own, driver, block.getContext());
         });
-        if (unfit != types.instances().end()) {
+        if (unfit != nullptr) {
             log::msg(msg::error::UNEQUAL_PORT_RECORDS, log::p("type", types.at(port, *unfit)) %
-                                                           log::p("driver", types.at(*wire, *unfit)) % placeOf(port));
+                                                           log::p("driver", types.at(*port.peekWire(), *unfit)) %
+                                                           placeOf(port));
         }
     }
 }
@@ -348,13 +365,12 @@ template <class End> void checkHasType(const End &end, const char *side, const T
 
 /// Whether complex numbers drive what the block itself tells to be real.
 bool isComplexDriven(const Port &port, const TypesOfModel &types) {
-    const Wire *wire = port.peekWire();
     Context *context = port.getBlock().getContext();
-    return wire != nullptr &&
-           std::any_of(types.instances().begin(), types.instances().end(), [&](const auto &instance) {
-               return ComplexDecorSpec(types.at(port, instance), context).isReal() &&
-                      ComplexDecorSpec(types.at(*wire, instance), context).isComplex();
-           });
+    return unfitInstance(port, types, [&](const PureValueRef &own, const PureValueRef &driver) {
+               // Records are told of as such.
+               return ComplexDecorSpec(own, context).isReal() && ComplexDecorSpec(driver, context).isComplex() &&
+                      haveSameMembers(own, driver, context);
+           }) != nullptr;
 }
 
 } // namespace

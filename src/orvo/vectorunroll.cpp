@@ -188,8 +188,9 @@ std::string BlockUnrollerImpl::difference(GlobalTypePass &types) const {
 }
 
 std::string BlockUnrollerImpl::clash(GlobalTypePass &types) {
+    const bool judgesParts = !handsOnAsIs(mBlock);
     for (PortInfo &info : mPorts) {
-        if (handsOnAsIs(mBlock) || !(info.vectors.isVector() || info.given.isVector())) {
+        if (!judgesParts || !(info.vectors.isVector() || info.given.isVector())) {
             continue;
         }
         const Port &port = *info.port.getPort();
