@@ -24,7 +24,7 @@ endif()
 target_include_directories(orvo_bench_shared ${ORVO_BENCH_SCOPE} ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/bench
                            ${PROJECT_SOURCE_DIR}/tests)
 target_link_libraries(
-    orvo_bench_shared ${ORVO_BENCH_SCOPE} orvo::orvo orvo::orvo_sim XercesC::XercesC fmt::fmt-header-only Threads::Threads
+    orvo_bench_shared ${ORVO_BENCH_SCOPE} orvo::orvo orvo::orvo_sim XercesC::XercesC fmt::fmt Threads::Threads
 )
 
 if(ORVO_BENCH_SOURCES)
