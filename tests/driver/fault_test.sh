@@ -105,16 +105,23 @@ cp err err.json
 json_lines err.json 'd[-1]["tag"] == "DRIVER_INTERNAL_FAULT" and d[-1]["params"]["pass"] == "NetlistVerificationPass"'
 json_lines err.json 'd[-1]["params"]["reproducer"].startswith("deep/er/orvo-crash-")'
 
-# A crash in a pass: one that waits for the reader of a pipe gets the signal from outside.
+# A crash in a pass: one that waits for the reader of a pipe gets the signal from outside. The design is larger than what
+# a pipe holds, so that what has begun to write cannot end.
+sed "s/<model name=\"top\">/&<param name=\"note\">\"$(printf '%0100000d' 0)\"<\/param>/" d.xml >large.xml
+await_writer() {
+    read -r -n 1 -t 120 <&3 || die "nothing was written"
+}
 for signal in SEGV ABRT FPE BUS ILL; do
     rm -f fifo ./*.orvo
     mkfifo fifo
+    exec 3<>fifo
     code=0
-    "$orvo" opt d.xml -p 'DeadBlockPass, DumpXMLPass{P_FILENAME="fifo", P_CLOBBER=true}' >out 2>err &
+    "$orvo" opt large.xml -p 'DeadBlockPass, DumpXMLPass{P_FILENAME="fifo", P_CLOBBER=true}' >out 2>err &
     pid=$!
-    sleep 1
+    await_writer
     kill -$signal $pid
     wait $pid || code=$?
+    exec 3<&-
     [ "$code" -eq 3 ] || die "exit code $code after SIG$signal"
     has err "internal fault in pass 2, DumpXMLPass: signal SIG$signal"
     file=$(only_file)
@@ -131,18 +138,20 @@ rm -f ./*.orvo
 
 # A crash behind the passes: the input and all passes are there.
 mkfifo result
+exec 3<>result
 code=0
-"$orvo" opt d.xml -o result -p DeadBlockPass >out 2>err &
+"$orvo" opt large.xml -o result -p DeadBlockPass >out 2>err &
 pid=$!
-sleep 1
+await_writer
 kill -SEGV $pid
 wait $pid || code=$?
+exec 3<&-
 [ "$code" -eq 3 ] || die "exit code $code"
 file=$(only_file)
 has "$file" 'pass: 0 behind the last pass'
 has "$file" 'passes: DeadBlockPass'
 run 0 opt --replay "$file" -o replayed.xml
-run 0 opt d.xml -o plain.xml -p DeadBlockPass
+run 0 opt large.xml -o plain.xml -p DeadBlockPass
 same replayed.xml plain.xml
 rm -f result ./*.orvo
 
