@@ -105,26 +105,31 @@ cp err err.json
 json_lines err.json 'd[-1]["tag"] == "DRIVER_INTERNAL_FAULT" and d[-1]["params"]["pass"] == "NetlistVerificationPass"'
 json_lines err.json 'd[-1]["params"]["reproducer"].startswith("deep/er/orvo-crash-")'
 
-# A crash in a pass: one that waits for the reader of a pipe gets the signal from outside. The design is larger than what
-# a pipe holds, so that what has begun to write cannot end.
+# Crashes: a driver that waits for the reader of a pipe gets the signal from outside. The design is larger than what a
+# pipe holds, so that what has begun to write cannot end.
 sed "s/<model name=\"top\">/&<param name=\"note\">\"$(printf '%0100000d' 0)\"<\/param>/" d.xml >large.xml
-await_writer() {
-    read -r -n 1 -t 120 <&3 || die "nothing was written"
-}
-for signal in SEGV ABRT FPE BUS ILL; do
-    rm -f fifo ./*.orvo
-    mkfifo fifo
-    exec 3<>fifo
-    code=0
-    "$orvo" opt large.xml -p 'DeadBlockPass, DumpXMLPass{P_FILENAME="fifo", P_CLOBBER=true}' >out 2>err &
+
+# crash_writing SIGNAL PIPE ARGUMENTS...: sends the signal when writing into the pipe has begun; $file is the reproducer.
+crash_writing() {
+    local signal=$1 pipe=$2 code=0 pid
+    shift 2
+    rm -f "$pipe" ./*.orvo
+    mkfifo "$pipe"
+    exec 3<>"$pipe"
+    "$orvo" opt large.xml "$@" >out 2>err &
     pid=$!
-    await_writer
-    kill -$signal $pid
+    read -r -n 1 -t 120 <&3 || die "nothing was written into $pipe"
+    kill -"$signal" $pid
     wait $pid || code=$?
     exec 3<&-
     [ "$code" -eq 3 ] || die "exit code $code after SIG$signal"
-    has err "internal fault in pass 2, DumpXMLPass: signal SIG$signal"
     file=$(only_file)
+}
+
+# In a pass.
+for signal in SEGV ABRT FPE BUS ILL; do
+    crash_writing $signal fifo -p 'DeadBlockPass, DumpXMLPass{P_FILENAME="fifo", P_CLOBBER=true}'
+    has err "internal fault in pass 2, DumpXMLPass: signal SIG$signal"
     has err "reproducer in '$file'"
     has "$file" "reason: signal SIG$signal"
     has "$file" 'passes: DumpXMLPass{P_FILENAME=fifo, P_CLOBBER=true}'
@@ -136,18 +141,8 @@ run 0 opt --replay "$file" --no-reproducer
 has fifo '<kelmar'
 rm -f ./*.orvo
 
-# A crash behind the passes: the input and all passes are there.
-mkfifo result
-exec 3<>result
-code=0
-"$orvo" opt large.xml -o result -p DeadBlockPass >out 2>err &
-pid=$!
-await_writer
-kill -SEGV $pid
-wait $pid || code=$?
-exec 3<&-
-[ "$code" -eq 3 ] || die "exit code $code"
-file=$(only_file)
+# Behind the passes: the input and all passes are there.
+crash_writing SEGV result -o result -p DeadBlockPass
 has "$file" 'pass: 0 behind the last pass'
 has "$file" 'passes: DeadBlockPass'
 run 0 opt --replay "$file" -o replayed.xml
