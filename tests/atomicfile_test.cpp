@@ -125,6 +125,16 @@ TEST_P(AtomicFileTest, reportsFoldersThatDoNotTakeAFile) {
     EXPECT_FALSE(belowAFile.commit());
 }
 
+TEST_P(AtomicFileTest, reportsAFolderThatWentAwayMeanwhile) {
+    std::string error;
+    AtomicFile file(target, options());
+    file.stream() << "new";
+    fs::remove_all(folder);
+    EXPECT_FALSE(file.commit(&error));
+    EXPECT_NE(error.find("No such file or directory"), std::string::npos) << error;
+    EXPECT_FALSE(fs::exists(folder));
+}
+
 TEST_P(AtomicFileTest, leavesTheTargetWhenTheDiskIsFull) {
     put("old");
     const pid_t child = ::fork();

@@ -157,7 +157,9 @@ TEST_F(Types, readsNothingOutOfMalformedTuples) {
     for (const char *text :
          {"a", "7", "()", "(typeSFixed)", "(typeSFixed 8)", "(typeSFixed a 4)", "(typeNone 8 4)", "(typeVector 3)",
           "(typeVector a (typeSFixed 8 4))", "(typeComplex)", "(typeComplex (typeVector 2 (typeSFixed 8 4)))",
-          "(typeAggregate (typeSFixed 8 4))", "(typeSFixed 0x1p+40 0)", "(typeSFixed +nan 4)", "(typeSFixed 8 -inf)"}) {
+          "(typeVector 0 (typeSFixed 8 4))", "(typeVector -3 (typeSFixed 8 4))",
+          "(typeVector 2 (typeVector 0 (typeSFixed 8 4)))", "(typeAggregate (typeSFixed 8 4))",
+          "(typeSFixed 0x1p+40 0)", "(typeSFixed +nan 4)", "(typeSFixed 8 -inf)"}) {
         EXPECT_EQ(spec(text), NumTypeSpec()) << text;
     }
     EXPECT_FALSE(NumTypeSpec(PureValueRef(), ctx).valid());

@@ -294,7 +294,7 @@ TEST_F(PortDimensions, areThoseThatTheBlockTakes) {
     const auto unfit = [](int width, const std::string &port) {
         return Lines{"error UNEQUAL_PORT_VECTOR_WIDTHS block=/top/r port=" + port + " width=" + std::to_string(width)};
     };
-    EXPECT_EQ(told("[2] s8.0", "u1.0", "[2] s4.0"), Lines());
+    EXPECT_EQ(told("[2] s4.0", "u1.0", "[2] s4.0"), Lines());
     EXPECT_EQ(told("[1] s8.0", "u1.0", "s4.0"), Lines());
     EXPECT_EQ(told("[2] s8.0", "[2] u1.0", "[2] s8.0"), unfit(2, enable));
     EXPECT_EQ(told("[2] s8.0", "u1.0", "s8.0"), unfit(2, data));
@@ -827,6 +827,19 @@ TEST_F(TypeInference, tellsPortsInWords) {
 TEST_F(TypeInference, takesRecordsForTypes) {
     make("out", A_OUTPUT_BLOCK).setParam(key(0), source("{s8.0,[2] c u1.0}"));
     EXPECT_EQ(validate(), Lines());
+}
+
+TEST_F(TypeInference, tellsOfADriverOfAnotherTypeThanAPortHasByItself) {
+    // Whichever of the two names comes first.
+    for (const char *name : {"a", "z"}) {
+        Block &pin = make(name, A_TYPE_PIN_BLOCK);
+        pin.setParam(A_TYPE_PIN_TYPE, value("(typeSFixed 5 0)"));
+        pin.setParam(key(0), source("s8.0"));
+    }
+    make("as told", A_TYPE_PIN_BLOCK).setParam(key(0), source("s8.0"));
+    const std::string types = " newType=(typeSFixed 8 0) oldType=(typeSFixed 5 0) port=0";
+    EXPECT_EQ(validate(), (Lines{"warning MODIFYING_PORT_TYPE block=/top/a" + types,
+                                 "warning MODIFYING_PORT_TYPE block=/top/z" + types}));
 }
 
 TEST_F(TypeInference, asksForTheModelWhereItStands) {

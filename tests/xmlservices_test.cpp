@@ -125,6 +125,22 @@ TEST_F(XmlTest, reportsAPathToAMissingNodeWithItsPlace) {
     EXPECT_TRUE(failed);
 }
 
+TEST_F(XmlTest, reportsAPathToAMissingNodeWhereverItStandsInATuple) {
+    for (const char *value : {"([/m] [/nope])", "([/nope] [/m])", "(a [/nope])", "([/m] (1 ([/m] [/nope])))"}) {
+        EXPECT_EQ(errorsOf(document("<model name=\"m\"><param name=\"k\">" + std::string(value) + "</param></model>")),
+                  Errors{"ERR_VALUE_RESOLUTION_FAILED"})
+            << value;
+    }
+}
+
+TEST_F(XmlTest, looksForMissingNodesOnceInATupleThatRepeatsAtManyLevels) {
+    std::string value = "[/m]";
+    for (int level = 0; level < 14; ++level) {
+        value = "(" + value + " ^2)";
+    }
+    EXPECT_EQ(errorsOf(document("<model name=\"m\"><param name=\"k\">" + value + "</param></model>")), Errors{});
+}
+
 TEST_F(XmlTest, refusesToReadIntoADesignThatIsNotEmpty) {
     Design full(mgr.context());
     Model::create(full, "m");

@@ -8,8 +8,12 @@
 #include "driver/openeddesign.h"
 #include "driver/typefailures.h"
 
+#include <orvo/block.h>
 #include <orvo/blocksinfo.h>
+#include <orvo/design.h>
+#include <orvo/model.h>
 #include <orvo/pass.h>
+#include <orvo/staticstrings.h>
 #include <orvo/typeinferpass.h>
 
 #include <CLI/CLI.hpp>
@@ -28,10 +32,22 @@ struct Arguments {
     std::vector<std::string> traced;
 };
 
+/// Whether tags connect signals, across which no type goes before they are wires.
+bool hasTags(const Design &design) {
+    return std::any_of(design.begin(), design.end(), [](const Model &model) {
+        return std::any_of(model.begin(), model.end(), [](const Block &block) {
+            return block.type() == A_FROM_BLOCK.get_ptr() || block.type() == A_GOTO_BLOCK.get_ptr();
+        });
+    });
+}
+
 /// Runs the gate in front of the scheduler, and keeps the types that it asked for.
 PassResults validate(Design &design) {
     PassScheduler scheduler;
     scheduler.requirePass(GlobalTypePass::sName);
+    if (hasTags(design)) {
+        scheduler.addPass("ElideFromGotoPass");
+    }
     scheduler.addPass("ValidateModelPass");
     return scheduler.apply(design);
 }

@@ -48,12 +48,6 @@ int countNumberedPorts(const Block &block) {
     return count;
 }
 
-int countNumberedWires(const Block &block) {
-    int count = 0;
-    forNumberedWires(block, [&count](int, const Wire &) { ++count; });
-    return count;
-}
-
 /// Never infers: the model behind the block does.
 class ModelTypeHandler final : public TypeInferHandler2 {
   public:
@@ -169,21 +163,39 @@ class TypePinTypeHandler final : public TypeInferHandler {
     void inferTypes(TypeInferAPI &api) const override {
         const Block &block = api.getBlock();
         PureValueRef type = PureValueRef(api.getParam(A_TYPE_PIN_TYPE));
-        if (!type && block.port_size() != 0) {
+        const bool isFollower = !type && block.port_size() != 0;
+        if (isFollower) {
             type = api.getConnectedType(*block.port_begin());
         }
         const TupleValueRef ofPorts = tupleVR(api.getParam(A_TYPE_PIN_PORT_TYPES));
         for (const Port &port : block.ports()) {
-            const PureValueRef own = typeOfNumber(ofPorts, port.getName());
-            api.setType(port, own ? own : type);
+            give(api, port, typeOfNumber(ofPorts, port.getName()));
+        }
+        if (isFollower && !type) {
+            // The first port's type may be one of those just given, which wakes nobody.
+            type = api.getConnectedType(*block.port_begin());
+        }
+        for (const Port &port : block.ports()) {
+            if (!typeOfNumber(ofPorts, port.getName())) {
+                give(api, port, type);
+            }
         }
         for (const Wire &wire : block) {
             const PureValueRef own = typeOfNumber(ofPorts, wire.getName());
-            api.setType(wire, own && block.getPort(wire.getName()) != nullptr ? own : type);
+            give(api, wire, own && block.getPort(wire.getName()) != nullptr ? own : type);
         }
     }
 
   private:
+    /// Sets what is a type: any other value, such as a vector without lanes, would pass for a known type up to the
+    /// first block that computes with it.
+    template <class End> static void give(TypeInferAPI &api, const End &end, const PureValueRef &type) {
+        PureValueRef inner;
+        if (NumTypeSpec(type, contextOf(api)).valid() ||
+            (VectorDecorSpec(type, inner, contextOf(api)).valid() && AggregateTypeSpec(inner).isAggregate())) {
+            api.setType(end, type);
+        }
+    }
     static PureValueRef typeOfNumber(const TupleValueRef &types, const PureValueRef &name) {
         const NumberValueRef number = numberVR(name);
         if (!types || !number || !number->isInt() || number->toInt() < 0) {
@@ -212,17 +224,23 @@ class VecUnpackTypeHandler final : public TypeInferHandler {
         const Port *port = api.getPort(A_VUNPACK_PORT_IN);
         if (const PureValueRef type = api.getConnectedType(port)) {
             const OuterVector vector = peelOutermost(type);
-            forNumberedWires(api.getBlock(), [&](int, const Wire &wire) { api.setType(wire, vector.inner); });
+            forNumberedWires(api.getBlock(), [&](int number, const Wire &wire) {
+                if (number >= 0 && number < vector.length) {
+                    api.setType(wire, vector.inner);
+                }
+            });
             return;
         }
         PureValueRef element;
+        int next = 0;
         bool allKnown = true;
-        forNumberedWires(api.getBlock(), [&](int, const Wire &wire) {
+        forNumberedWires(api.getBlock(), [&](int number, const Wire &wire) {
             element = api.getConnectedType(wire);
-            allKnown = allKnown && element;
+            // Where elements are left out, nobody tells how many there are.
+            allKnown = allKnown && element && number == next++;
         });
         if (allKnown) {
-            api.setType(port, wrapVector(countNumberedWires(api.getBlock()), element, contextOf(api)));
+            api.setType(port, wrapVector(next, element, contextOf(api)));
         }
     }
 };

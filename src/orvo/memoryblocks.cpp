@@ -269,8 +269,10 @@ class LoopTypeHandler final : public TypeInferHandler {
   public:
     void inferTypes(TypeInferAPI &api) const override {
         const NumTypeSpec boolean = NumTypeSpec::boolean();
-        for (const StaticString *port : {&A_LOOP_PORT_GO, &A_LOOP_PORT_ENABLE}) {
-            setPort(api, *port, boolean);
+        // A port that is set here gives its type to all other readers of its wire, so not where a wider one will do.
+        if (!relaxesBools(api)) {
+            setPort(api, A_LOOP_PORT_GO, boolean);
+            setPort(api, A_LOOP_PORT_ENABLE, boolean);
         }
         setWire(api, A_LOOP_WIRE_VALID, boolean);
         inferVector(api);

@@ -373,6 +373,26 @@ bool isComplexDriven(const Port &port, const TypesOfModel &types) {
            }) != nullptr;
 }
 
+/// Whether two numbers differ in nothing but their scalars: other differences have validators of their own.
+bool differInScalar(const PureValueRef &own, const PureValueRef &driver, Context *context) {
+    const NumTypeSpec a(own, context);
+    const NumTypeSpec b(driver, context);
+    return a.valid() && b.valid() && !(a == b) && a.isComplex() == b.isComplex() &&
+           a.vectorLengths() == b.vectorLengths();
+}
+
+/// A block that tells the type of an input by itself may tell another than what drives it has. Inference then lets
+/// whichever it came to first stand for all readers of the wire, so the result hangs on the names of the blocks.
+void checkDriverType(const Port &port, const TypesOfModel &types) {
+    const RefChain *unfit = unfitInstance(port, types, [&](const PureValueRef &own, const PureValueRef &driver) {
+        return differInScalar(own, driver, port.getBlock().getContext());
+    });
+    if (unfit != nullptr) {
+        log::msg(msg::warning::MODIFYING_PORT_TYPE, log::p("newType", types.at(*port.peekWire(), *unfit)) %
+                                                        log::p("oldType", types.at(port, *unfit)) % placeOf(port));
+    }
+}
+
 } // namespace
 
 void PortDimensionsValidator::validate(ModelPassContext &context) {
@@ -412,6 +432,7 @@ void TypeInferenceValidator::validate(ModelPassContext &context) {
         }
         for (const Port &port : block.ports()) {
             checkHasType(port, "input", types);
+            checkDriverType(port, types);
         }
     }
 }

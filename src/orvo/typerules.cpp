@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstdlib>
 #include <unordered_map>
 
 namespace orvo {
@@ -55,6 +57,11 @@ void joinBits(NumTypeSpec &all, const NumTypeSpec &part, bool isHighest) {
         all.setFixedBits(all.intBits() + part.intBits(), all.fracBits() + part.fracBits());
     } else {
         all.setFixedBits(part.intBits(), all.fixedBits() + part.fracBits());
+    }
+    const std::int64_t widest = std::max(std::abs(std::int64_t{all.intBits()}), std::abs(std::int64_t{all.fracBits()}));
+    if (widest > NumTypeSpec::kMaxWidth) {
+        all.invalidate();
+        return;
     }
     if (isHighest) {
         all.setSigned(part.isSigned());

@@ -9,6 +9,8 @@
 #include <orvo/types.h>
 #include <orvo/wire.h>
 
+#include <algorithm>
+#include <limits>
 #include <span>
 
 namespace orvo::internal {
@@ -56,10 +58,17 @@ template <class Api> bool relaxesBools(const Api &api) { return isParamTrue(api,
 template <class Api> NumTypeSpec paramType(const Api &api, const StaticString &key) {
     return NumTypeSpec(api.getParam(key), contextOf(api));
 }
-/// The integer in a parameter, `fallback` where there is none.
+/// The number in a parameter without its fraction, `fallback` where there is none. What an `int` does not hold becomes
+/// the nearest that it does, and what is no number the least, so that the rules' own bounds see it.
 template <class Api> int paramInt(const Api &api, const StaticString &key, int fallback) {
     const NumberValueRef number = numberVR(api.getParam(key));
-    return number ? number->toInt() : fallback;
+    if (!number) {
+        return fallback;
+    }
+    constexpr double kLeast = std::numeric_limits<int>::min();
+    constexpr double kMost = std::numeric_limits<int>::max();
+    const double value = number->toDouble();
+    return value >= kLeast ? static_cast<int>(std::min(value, kMost)) : std::numeric_limits<int>::min();
 }
 
 /// Ends of the block as types. What is connected is taken over by the end itself when it is read, so that each end

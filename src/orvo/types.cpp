@@ -303,6 +303,9 @@ void NumTypeSpec::readValue(const Value *value) {
     while (const Value *inner = peelVector(value, lengths)) {
         value = inner;
     }
+    if (std::any_of(lengths.begin(), lengths.end(), [](int length) { return length < 1; })) {
+        return;
+    }
     const Value *part = peelComplex(value);
     const bool isComplex = part != nullptr;
     const TupleValue *tuple = asTuple(isComplex ? part : value);

@@ -33,6 +33,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace orvo::internal {
@@ -567,6 +568,29 @@ void DesignHandler::finish() {
     }
 }
 
+/// Whether a path somewhere in a tuple named nothing: behind one that did, it leaves a hole and not the whole null. A
+/// short text may repeat a tuple at many levels: each is looked at once.
+bool hasHole(const Value &value) {
+    if (value.kind() != CoreType::Tuple) {
+        return false;
+    }
+    std::unordered_set<const Value *> seen{&value};
+    std::vector<const TupleValue *> open{static_cast<const TupleValue *>(&value)};
+    while (!open.empty()) {
+        const TupleValue &tuple = *open.back();
+        open.pop_back();
+        for (const ValueRef &element : tuple) {
+            if (!element) {
+                return true;
+            }
+            if (element->kind() == CoreType::Tuple && seen.insert(element.get_ptr()).second) {
+                open.push_back(static_cast<const TupleValue *>(element.get_ptr()));
+            }
+        }
+    }
+    return false;
+}
+
 void DesignHandler::resolveNode(Node &node) {
     mKeys.clear();
     for (auto param : Params(node)) {
@@ -579,7 +603,7 @@ void DesignHandler::resolveNode(Node &node) {
         const ValueRef resolved = value->resolve(&mDesign);
         // The names in a path are read only now.
         const bool tooMany = tooManyRepeats();
-        if (!resolved || tooMany) {
+        if (!resolved || hasHole(*resolved) || tooMany) {
             const PendingPlaces::Place place = mPending.find(&node, key.get_ptr());
             report(XMLServices::ERR_VALUE_RESOLUTION_FAILED, place.row, place.column);
             if (tooMany) {

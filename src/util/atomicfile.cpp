@@ -253,7 +253,11 @@ bool AtomicFile::Impl::nameIt() {
 bool AtomicFile::Impl::copyToNamed() {
     const int from = buffer.fd();
     openNamed();
-    bool good = error.empty();
+    if (!error.empty()) {
+        // The buffer still has the file without a name, and closes it.
+        return false;
+    }
+    bool good = true;
     std::vector<char> bytes(kBufferBytes);
     for (off_t at = 0; good;) {
         const ssize_t count = ::pread(from, bytes.data(), bytes.size(), at);

@@ -265,3 +265,33 @@ wide '(typeVector 2 (typeUFixed 1 0))' >unfit.xml
 run 1 check unfit.xml
 [ "$(wc -l <err)" = 1 ] || die "not one line"
 has err "port 'syncRegisterPortIclkEnable' of block '/top/r' has vector width 2"
+
+# Tags carry types as wires do; what is missing behind one is told of the block that lacks it.
+tagged() {
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    block from fromBlock "$(param gotoTag t)<wire name=\"fromWireOut\"/>"
+    block neg negBlock "$(param 0 '[/top/from/fromWireOut]')<wire name=\"primWireOut\"/>"
+    block out outputBlock "$(param y '[/top/neg/primWireOut]')"
+    pin data "$1"
+    block goto gotoBlock "$(param gotoPortIn '[/top/data/0]')$(param gotoTag t)$(param gotoTagType gotoTagTypeLocal)"
+    printf '</model></design></kelmar>\n'
+}
+tagged '(typeSFixed 8 0)' >tagged.xml
+run 0 check tagged.xml
+empty out
+empty err
+tagged '(typeVector 0 (typeSFixed 8 0))' >untyped.xml
+run 1 check untyped.xml
+has out 'Likely failure cause: block "data", type typePinBlock'
+lacks out fromBlock
+
+# A block that tells the type of an input by itself, and what drives it: which stands hangs on names, so it is told.
+{
+    printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
+    pin data '(typeSFixed 8 0)'
+    block a typePinBlock "$(param 0 '[/top/data/0]')$(param typePinType '(typeSFixed 5 0)')<wire name=\"0\"/>"
+    block out outputBlock "$(param y '[/top/a/0]')$(param z '[/top/data/0]')"
+    printf '</model></design></kelmar>\n'
+} >two.xml
+run 0 check two.xml
+has err "warning: port '0' of block '/top/a' has type (typeSFixed 5 0) and is also given type (typeSFixed 8 0) [MODIFYING_PORT_TYPE]"
