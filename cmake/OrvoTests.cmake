@@ -14,10 +14,7 @@ function(orvo_test_program name)
         ${name} PRIVATE ORVO_TEST_SOURCE_DIR="${PROJECT_SOURCE_DIR}" ORVO_TEST_BINARY_DIR="${PROJECT_BINARY_DIR}"
                         ORVO_TEST_TMP_DIR="${ORVO_TEST_TMP}" ORVO_VERSION="${PROJECT_VERSION}"
     )
-    target_link_libraries(
-        ${name} PRIVATE orvo_driver_core orvo::orvo orvo::orvo_sim rapidcheck GTest::gmock GTest::gtest fmt::fmt
-                        XercesC::XercesC Threads::Threads ${CMAKE_DL_LIBS}
-    )
+    target_link_libraries(${name} PRIVATE orvo::orvo GTest::gmock GTest::gtest Threads::Threads)
     orvo_private_flags(${name})
 endfunction()
 
@@ -30,6 +27,9 @@ if(ORVO_TEST_SOURCES)
     # saves. The helpers stand first, so that the linker takes what both made of a template from them.
     set_source_files_properties(${ORVO_TEST_SOURCES} PROPERTIES COMPILE_OPTIONS -O0)
     orvo_test_program(orvo_tests ${ORVO_TEST_SUPPORT} ${ORVO_TEST_SOURCES})
+    target_link_libraries(
+        orvo_tests PRIVATE orvo_driver_core orvo::orvo_sim rapidcheck fmt::fmt XercesC::XercesC ${CMAKE_DL_LIBS}
+    )
     # A main() of our own stands in tests/support/main.cpp, if there is one.
     if(NOT EXISTS ${PROJECT_SOURCE_DIR}/tests/support/main.cpp)
         target_link_libraries(orvo_tests PRIVATE GTest::gmock_main)
@@ -53,6 +53,7 @@ if(ORVO_TEST_SOURCES)
 endif()
 
 # --- orvo_thread_tests: many contexts on many threads, for ThreadSanitizer ---------------------------------------------
+# It links the library alone, so that its build makes nothing else.
 
 file(GLOB ORVO_THREAD_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/thread/*.cpp)
 if(ORVO_THREAD_SOURCES)

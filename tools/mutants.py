@@ -153,8 +153,10 @@ class Workshop:
 
     def failures(self, folder, stage):
         """The tests of a stage that fail with the library in the folder."""
-        environment = dict(os.environ, LD_LIBRARY_PATH=str(folder), RC_PARAMS="seed=1")
-        command = [self.build / "bin/orvo_tests", "--gtest_brief=1", "--gtest_color=no", f"--gtest_filter={stage}"]
+        # The first test that fails has caught the mistake, with the case as it was drawn.
+        environment = dict(os.environ, LD_LIBRARY_PATH=str(folder), RC_PARAMS="seed=1 noshrink=1")
+        command = [self.build / "bin/orvo_tests", "--gtest_brief=1", "--gtest_color=no", "--gtest_fail_fast",
+                   f"--gtest_filter={stage}"]
         try:
             run = subprocess.run(command, env=environment, cwd=folder, text=True, errors="replace",
                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=SECONDS_FOR_TESTS)
@@ -166,6 +168,14 @@ class Workshop:
         if run.returncode != 0 and not failed:
             raise RuntimeError("the tests cannot be run:\n" + run.stdout)
         return list(dict.fromkeys(failed))
+
+    def unharmed(self, file):
+        """What fails without any mistake, as text; empty if nothing does."""
+        with tempfile.TemporaryDirectory() as name:
+            folder = pathlib.Path(name)
+            error = self.library(folder, file, (self.table.sources / file).read_text())
+            failed = [] if error else [test for stage in self.table.stages for test in self.failures(folder, stage)]
+        return error or shown(failed)
 
     def caught(self, mutant):
         with tempfile.TemporaryDirectory() as name:
@@ -192,17 +202,15 @@ def run(arguments, table, mutants):
         return []
     began = time.monotonic()
     workshop = Workshop(arguments.build, table)
-    # The sources as they are must pass, or a failing test would say nothing about a mutant.
-    with tempfile.TemporaryDirectory() as name:
-        folder = pathlib.Path(name)
-        file = chosen[0].file
-        error = workshop.library(folder, file, (table.sources / file).read_text())
-        failed = [] if error else [test for stage in table.stages for test in workshop.failures(folder, stage)]
-        if error or failed:
-            sys.exit(f"without any mistake: {error or shown(failed)}")
     survivors = []
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        for mutant, tests in zip(chosen, pool.map(workshop.caught, chosen)):
+        # The sources as they are must pass, or a failing test would say nothing about a mutant.
+        unharmed = pool.submit(workshop.unharmed, chosen[0].file)
+        caught = pool.map(workshop.caught, chosen)
+        if fault := unharmed.result():
+            pool.shutdown(wait=False, cancel_futures=True)
+            sys.exit(f"without any mistake: {fault}")
+        for mutant, tests in zip(chosen, caught):
             print(f"{mutant.file:24} {mutant.name:52} {shown(tests) or 'SURVIVES'}", flush=True)
             if not tests:
                 survivors.append(mutant)
