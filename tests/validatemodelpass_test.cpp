@@ -829,17 +829,53 @@ TEST_F(TypeInference, takesRecordsForTypes) {
     EXPECT_EQ(validate(), Lines());
 }
 
-TEST_F(TypeInference, tellsOfADriverOfAnotherTypeThanAPortHasByItself) {
+TEST_F(TypeInference, tellsOfADriverThatAPortsOwnTypeDoesNotHold) {
+    const auto pinned = [&](const std::string &name, const std::string &driver, const std::string &type) {
+        Block &pin = make(name, A_TYPE_PIN_BLOCK);
+        pin.setParam(A_TYPE_PIN_TYPE, value(testing::typeText(type)));
+        pin.setParam(key(0), source(driver));
+        Lines lines = validate();
+        delete &pin;
+        return lines;
+    };
+    const auto told = [](const std::string &block, const std::string &driver, const std::string &type) {
+        return Lines{"warning MODIFYING_PORT_TYPE block=" + block + " newType=" + testing::typeText(driver) +
+                     " oldType=" + testing::typeText(type) + " port=0"};
+    };
     // Whichever of the two names comes first.
     for (const char *name : {"a", "z"}) {
+        const std::string path = std::string("/top/") + name;
+        for (const auto &[driver, type] :
+             std::vector<std::pair<const char *, const char *>>{{"s8.0", "s5.0"},
+                                                                {"u8.0", "s8.0"},
+                                                                {"s8.0", "float(23,8)"},
+                                                                {"[2] s8.4", "[2] s8.3"},
+                                                                {"s8.0", "c s8.0"},
+                                                                {"{s8.0,u1.0}", "{s5.0,u1.0}"},
+                                                                {"[2] {u1.0,{u2.0}}", "[2] {u1.0,{u1.0}}"}}) {
+            EXPECT_EQ(pinned(name, driver, type), told(path, driver, type));
+        }
+        EXPECT_EQ(pinned(name, "s8.0", "s8.0"), Lines());
+        EXPECT_EQ(pinned(name, "u3.0", "u8.0"), Lines()) << "it holds all of them";
+        EXPECT_EQ(pinned(name, "{u3.0}", "{u8.0}"), Lines());
+    }
+}
+
+TEST_F(TypeInference, tellsOfAWireWhoseReadersAllTookTheTypeOfOne) {
+    Wire &data = source("s8.0");
+    make("out", A_OUTPUT_BLOCK).setParam(key(0), data);
+    const auto told = [&](const std::string &name) {
         Block &pin = make(name, A_TYPE_PIN_BLOCK);
         pin.setParam(A_TYPE_PIN_TYPE, value("(typeSFixed 5 0)"));
-        pin.setParam(key(0), source("s8.0"));
-    }
-    make("as told", A_TYPE_PIN_BLOCK).setParam(key(0), source("s8.0"));
-    const std::string types = " newType=(typeSFixed 8 0) oldType=(typeSFixed 5 0) port=0";
-    EXPECT_EQ(validate(), (Lines{"warning MODIFYING_PORT_TYPE block=/top/a" + types,
-                                 "warning MODIFYING_PORT_TYPE block=/top/z" + types}));
+        pin.setParam(key(0), data);
+        Lines lines = validate();
+        delete &pin;
+        return lines;
+    };
+    EXPECT_EQ(told("a"), Lines{"warning MODIFYING_WIRE_TYPE block=/top/pin0 newType=(typeSFixed 5 0) "
+                               "oldType=(typeSFixed 8 0) wire=0"});
+    EXPECT_EQ(told("z"), Lines{"warning MODIFYING_PORT_TYPE block=/top/z newType=(typeSFixed 8 0) "
+                               "oldType=(typeSFixed 5 0) port=0"});
 }
 
 TEST_F(TypeInference, asksForTheModelWhereItStands) {

@@ -133,14 +133,6 @@ TEST_F(XmlTest, reportsAPathToAMissingNodeWhereverItStandsInATuple) {
     }
 }
 
-TEST_F(XmlTest, looksForMissingNodesOnceInATupleThatRepeatsAtManyLevels) {
-    std::string value = "[/m]";
-    for (int level = 0; level < 14; ++level) {
-        value = "(" + value + " ^2)";
-    }
-    EXPECT_EQ(errorsOf(document("<model name=\"m\"><param name=\"k\">" + value + "</param></model>")), Errors{});
-}
-
 TEST_F(XmlTest, refusesToReadIntoADesignThatIsNotEmpty) {
     Design full(mgr.context());
     Model::create(full, "m");

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plants mistakes into the simulator and the passes, one at a time, and shows which tests catch each.
+"""Plants mistakes into the simulator and the passes, one at a time, and shows which test catches each first.
 
 usage: tools/mutants.py [BUILD] [--table NAME] [--only TEXT]    builds each mutant in a scratch folder and runs the
                                                                 tests against it
@@ -191,8 +191,7 @@ class Workshop:
 
 
 def shown(tests):
-    text = ", ".join(tests[:3])
-    return text + (f" and {len(tests) - 3} more" if len(tests) > 3 else "")
+    return ", ".join(tests)
 
 
 def run(arguments, table, mutants):
@@ -207,7 +206,11 @@ def run(arguments, table, mutants):
         # The sources as they are must pass, or a failing test would say nothing about a mutant.
         unharmed = pool.submit(workshop.unharmed, chosen[0].file)
         caught = pool.map(workshop.caught, chosen)
-        if fault := unharmed.result():
+        try:
+            fault = unharmed.result()
+        except RuntimeError as error:
+            fault = str(error)
+        if fault:
             pool.shutdown(wait=False, cancel_futures=True)
             sys.exit(f"without any mistake: {fault}")
         for mutant, tests in zip(chosen, caught):

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <unordered_set>
 #include <vector>
 
 namespace orvo::internal {
@@ -190,11 +191,36 @@ class TypePinTypeHandler final : public TypeInferHandler {
     /// Sets what is a type: any other value, such as a vector without lanes, would pass for a known type up to the
     /// first block that computes with it.
     template <class End> static void give(TypeInferAPI &api, const End &end, const PureValueRef &type) {
-        PureValueRef inner;
-        if (NumTypeSpec(type, contextOf(api)).valid() ||
-            (VectorDecorSpec(type, inner, contextOf(api)).valid() && AggregateTypeSpec(inner).isAggregate())) {
+        if (isType(type, contextOf(api))) {
             api.setType(end, type);
         }
+    }
+    /// A number, or a record of such, and vectors of them. A record may hold another in several places.
+    static bool isType(const PureValueRef &type, Context *context) {
+        if (NumTypeSpec(type, context).valid()) {
+            return true;
+        }
+        std::unordered_set<const Value *> seen;
+        std::vector<PureValueRef> open{type};
+        while (!open.empty()) {
+            const PureValueRef part = std::move(open.back());
+            open.pop_back();
+            if (!seen.insert(part.get_ptr()).second || NumTypeSpec(part, context).valid()) {
+                continue;
+            }
+            PureValueRef inner;
+            if (!VectorDecorSpec(part, inner, context).valid()) {
+                return false;
+            }
+            const AggregateTypeSpec record(inner);
+            if (!record.isAggregate()) {
+                return false;
+            }
+            for (std::size_t i = 0; i < record.size(); ++i) {
+                open.push_back(record.at(i));
+            }
+        }
+        return true;
     }
     static PureValueRef typeOfNumber(const TupleValueRef &types, const PureValueRef &name) {
         const NumberValueRef number = numberVR(name);

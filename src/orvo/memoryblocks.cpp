@@ -269,10 +269,10 @@ class LoopTypeHandler final : public TypeInferHandler {
   public:
     void inferTypes(TypeInferAPI &api) const override {
         const NumTypeSpec boolean = NumTypeSpec::boolean();
-        // A port that is set here gives its type to all other readers of its wire, so not where a wider one will do.
-        if (!relaxesBools(api)) {
-            setPort(api, A_LOOP_PORT_GO, boolean);
-            setPort(api, A_LOOP_PORT_ENABLE, boolean);
+        for (const StaticString *port : {&A_LOOP_PORT_GO, &A_LOOP_PORT_ENABLE}) {
+            if (!relaxesBools(api) || !isUnknownOrRelaxed(api, *port)) {
+                setPort(api, *port, boolean);
+            }
         }
         setWire(api, A_LOOP_WIRE_VALID, boolean);
         inferVector(api);
@@ -292,6 +292,15 @@ class LoopTypeHandler final : public TypeInferHandler {
     }
 
   private:
+    /// Whether a relaxed condition is left as it is. To set one that is still unknown would make it the type of all
+    /// readers of the wire. One that no condition can be is set, which tells of the conflict.
+    static bool isUnknownOrRelaxed(TypeInferAPI &api, const StaticString &name) {
+        const PureValueRef value = api.getConnectedType(api.getPort(name));
+        NumTypeSpec type(value, contextOf(api));
+        type.requireBool(true);
+        type.requireScalar();
+        return !value || type.valid();
+    }
     /// The limits of all levels in one vector.
     static void inferVector(TypeInferAPI &api) {
         if (!hasPort(api, A_LOOP_PORT_LIMIT)) {

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <iterator>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -373,23 +374,80 @@ bool isComplexDriven(const Port &port, const TypesOfModel &types) {
            }) != nullptr;
 }
 
-/// Whether two numbers differ in nothing but their scalars: other differences have validators of their own.
-bool differInScalar(const PureValueRef &own, const PureValueRef &driver, Context *context) {
-    const NumTypeSpec a(own, context);
-    const NumTypeSpec b(driver, context);
-    return a.valid() && b.valid() && !(a == b) && a.isComplex() == b.isComplex() &&
-           a.vectorLengths() == b.vectorLengths();
+/// Whether each number of a type, or in a record of it, can be one of the number at the same place of the other.
+bool holdsNumbersOf(const PureValueRef &own, const PureValueRef &driver, Context *context) {
+    std::vector<std::pair<PureValueRef, PureValueRef>> open{{own, driver}};
+    // Records may hold a record in several places.
+    std::set<std::pair<const Value *, const Value *>> seen;
+    while (!open.empty()) {
+        const auto [a, b] = open.back();
+        open.pop_back();
+        if (!a || !b || a == b || !seen.emplace(a.get_ptr(), b.get_ptr()).second) {
+            continue;
+        }
+        PureValueRef ofA;
+        PureValueRef ofB;
+        const VectorDecorSpec vectorsOfA(a, ofA, context);
+        const VectorDecorSpec vectorsOfB(b, ofB, context);
+        const NumTypeSpec numberA(ofA, context);
+        const NumTypeSpec numberB(ofB, context);
+        if (numberA.valid() && numberB.valid() &&
+            (numberA.isComplex() != numberB.isComplex() ||
+             !(NumTypeSpec::typeOp(numberA, numberB, TYPE_OP_UNION) == numberA))) {
+            return false;
+        }
+        const AggregateTypeSpec recordA(ofA);
+        const AggregateTypeSpec recordB(ofB);
+        for (std::size_t i = 0; i < std::min(recordA.size(), recordB.size()); ++i) {
+            open.emplace_back(recordA.at(i), recordB.at(i));
+        }
+    }
+    return true;
+}
+
+/// Whether a port has a type that does not hold what drives it, though vectors, records and complex numbers agree,
+/// which have validators of their own.
+bool losesNumbers(const PureValueRef &own, const PureValueRef &driver, Context *context) {
+    return own && driver && !(own == driver) && VectorDecorSpec(own, context) == VectorDecorSpec(driver, context) &&
+           !(ComplexDecorSpec(own, context).isReal() && ComplexDecorSpec(driver, context).isComplex()) &&
+           haveSameMembers(own, driver, context) && !holdsNumbersOf(own, driver, context);
 }
 
 /// A block that tells the type of an input by itself may tell another than what drives it has. Inference then lets
-/// whichever it came to first stand for all readers of the wire, so the result hangs on the names of the blocks.
-void checkDriverType(const Port &port, const TypesOfModel &types) {
-    const RefChain *unfit = unfitInstance(port, types, [&](const PureValueRef &own, const PureValueRef &driver) {
-        return differInScalar(own, driver, port.getBlock().getContext());
-    });
-    if (unfit != nullptr) {
-        log::msg(msg::warning::MODIFYING_PORT_TYPE, log::p("newType", types.at(*port.peekWire(), *unfit)) %
-                                                        log::p("oldType", types.at(port, *unfit)) % placeOf(port));
+/// whichever it came to first stand for all readers of the wire, so the result hangs on the names of the blocks. Where
+/// all readers have the same other type, it is theirs that stands, and which of them told it is not known any more.
+void checkReaders(const Wire &wire, const TypesOfModel &types) {
+    const Block &block = wire.getBlock();
+    for (const RefChain &instance : types.instances()) {
+        const PureValueRef driver = types.at(wire, instance);
+        std::vector<std::pair<const Port *, PureValueRef>> unfit;
+        std::size_t readers = 0;
+        for (const Port &port : wire.ports()) {
+            if (&port.getBlock().getModel() != &block.getModel()) {
+                continue;
+            }
+            ++readers;
+            PureValueRef own = types.at(port, instance);
+            if (losesNumbers(own, driver, block.getContext())) {
+                unfit.emplace_back(&port, std::move(own));
+            }
+        }
+        if (unfit.empty()) {
+            continue;
+        }
+        const PureValueRef &other = unfit.front().second;
+        if (readers > 1 && unfit.size() == readers &&
+            std::all_of(unfit.begin(), unfit.end(), [&](const auto &reader) { return reader.second == other; })) {
+            log::msg(msg::warning::MODIFYING_WIRE_TYPE, log::p("newType", other) % log::p("oldType", driver) %
+                                                            log::p("wire", wire.getName()) %
+                                                            log::p("block", block.value()));
+            return;
+        }
+        for (const auto &[port, own] : unfit) {
+            log::msg(msg::warning::MODIFYING_PORT_TYPE,
+                     log::p("newType", driver) % log::p("oldType", own) % placeOf(*port));
+        }
+        return;
     }
 }
 
@@ -429,10 +487,10 @@ void TypeInferenceValidator::validate(ModelPassContext &context) {
     for (const Block &block : context.getModel()) {
         for (const Wire &wire : block) {
             checkHasType(wire, "output", types);
+            checkReaders(wire, types);
         }
         for (const Port &port : block.ports()) {
             checkHasType(port, "input", types);
-            checkDriverType(port, types);
         }
     }
 }

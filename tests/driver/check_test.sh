@@ -286,12 +286,18 @@ has out 'Likely failure cause: block "data", type typePinBlock'
 lacks out fromBlock
 
 # A block that tells the type of an input by itself, and what drives it: which stands hangs on names, so it is told.
-{
+two() {
     printf '<kelmar xmlns="%s"><design version="1.2"><model name="top">\n' "$namespace"
     pin data '(typeSFixed 8 0)'
-    block a typePinBlock "$(param 0 '[/top/data/0]')$(param typePinType '(typeSFixed 5 0)')<wire name=\"0\"/>"
-    block out outputBlock "$(param y '[/top/a/0]')$(param z '[/top/data/0]')"
+    block "$1" typePinBlock "$(param 0 '[/top/data/0]')$(param typePinType '(typeSFixed 5 0)')<wire name=\"0\"/>"
+    block out outputBlock "$(param y "[/top/$1/0]")$(param z '[/top/data/0]')"
     printf '</model></design></kelmar>\n'
-} >two.xml
-run 0 check two.xml
-has err "warning: port '0' of block '/top/a' has type (typeSFixed 5 0) and is also given type (typeSFixed 8 0) [MODIFYING_PORT_TYPE]"
+}
+two a >first.xml
+run 0 check first.xml
+[ "$(wc -l <err)" = 1 ] || die "not one line"
+has err "warning: wire '0' of block '/top/data' has type (typeSFixed 8 0) and is also given type (typeSFixed 5 0) [MODIFYING_WIRE_TYPE]"
+two z >last.xml
+run 0 check last.xml
+[ "$(wc -l <err)" = 1 ] || die "not one line"
+has err "warning: port '0' of block '/top/z' has type (typeSFixed 5 0) and is also given type (typeSFixed 8 0) [MODIFYING_PORT_TYPE]"
