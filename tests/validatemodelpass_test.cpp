@@ -936,7 +936,7 @@ TEST_F(SeveralInstances, haveOtherMembersThanABlockTakesInOneOfThem) {
     Block &held = make(below, "held", A_SYNC_REGISTER_BLOCK);
     held.setParam(A_SYNC_REGISTER_PORT_ICLK_DATA, in);
     held.setParam(A_SYNC_REGISTER_DATA_TYPE, Value::parse(taken, mgr.context()));
-    instance(below, "a", "{c s4.2,[2] u9.0}");
+    instance(below, "a", "{c s4.0,[2] u7.0}");
     EXPECT_EQ(validate(), Lines());
     for (const char *driver : {"{s8.0,[2] s8.0}", "{c s8.0,s8.0}", "{c s8.0,[3] s8.0}", "{c s8.0,[2] s8.0,u1.0}",
                                "{c s8.0,{s8.0,s8.0}}", "c s8.0"}) {
