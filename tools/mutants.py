@@ -175,7 +175,7 @@ class Workshop:
             folder = pathlib.Path(name)
             error = self.library(folder, file, (self.table.sources / file).read_text())
             failed = [] if error else [test for stage in self.table.stages for test in self.failures(folder, stage)]
-        return error or shown(failed)
+        return error or ", ".join(failed)
 
     def caught(self, mutant):
         with tempfile.TemporaryDirectory() as name:
@@ -188,10 +188,6 @@ class Workshop:
                 if failed:
                     return failed
         return []
-
-
-def shown(tests):
-    return ", ".join(tests)
 
 
 def run(arguments, table, mutants):
@@ -214,7 +210,7 @@ def run(arguments, table, mutants):
             pool.shutdown(wait=False, cancel_futures=True)
             sys.exit(f"without any mistake: {fault}")
         for mutant, tests in zip(chosen, caught):
-            print(f"{mutant.file:24} {mutant.name:52} {shown(tests) or 'SURVIVES'}", flush=True)
+            print(f"{mutant.file:24} {mutant.name:52} {', '.join(tests) or 'SURVIVES'}", flush=True)
             if not tests:
                 survivors.append(mutant)
     print(f"{table.name}: {len(chosen) - len(survivors)} of {len(chosen)} mutants caught in "

@@ -164,36 +164,30 @@ class TypePinTypeHandler final : public TypeInferHandler {
     void inferTypes(TypeInferAPI &api) const override {
         const Block &block = api.getBlock();
         PureValueRef type = PureValueRef(api.getParam(A_TYPE_PIN_TYPE));
-        const bool isFollower = !type && block.port_size() != 0;
-        if (isFollower) {
-            type = api.getConnectedType(*block.port_begin());
-        }
         const TupleValueRef ofPorts = tupleVR(api.getParam(A_TYPE_PIN_PORT_TYPES));
-        for (const Port &port : block.ports()) {
-            give(api, port, typeOfNumber(ofPorts, port.getName()));
+        if (!type && block.port_size() != 0) {
+            const Port &first = *block.port_begin();
+            type = api.getConnectedType(first);
+            // What it is given below wakes nobody.
+            type = type ? type : typeOfNumber(ofPorts, first.getName());
         }
-        if (isFollower && !type) {
-            // The first port's type may be one of those just given, which wakes nobody.
-            type = api.getConnectedType(*block.port_begin());
-        }
+        Context *context = contextOf(api);
+        type = checked(type, context);
         for (const Port &port : block.ports()) {
-            if (!typeOfNumber(ofPorts, port.getName())) {
-                give(api, port, type);
-            }
+            const PureValueRef own = typeOfNumber(ofPorts, port.getName());
+            api.setType(port, own ? checked(own, context) : type);
         }
         for (const Wire &wire : block) {
             const PureValueRef own = typeOfNumber(ofPorts, wire.getName());
-            give(api, wire, own && block.getPort(wire.getName()) != nullptr ? own : type);
+            api.setType(wire, own && block.getPort(wire.getName()) != nullptr ? checked(own, context) : type);
         }
     }
 
   private:
-    /// Sets what is a type: any other value, such as a vector without lanes, would pass for a known type up to the
+    /// Null for what is no type: any other value, such as a vector without lanes, would pass for a known type up to the
     /// first block that computes with it.
-    template <class End> static void give(TypeInferAPI &api, const End &end, const PureValueRef &type) {
-        if (isType(type, contextOf(api))) {
-            api.setType(end, type);
-        }
+    static PureValueRef checked(const PureValueRef &type, Context *context) {
+        return isType(type, context) ? type : PureValueRef();
     }
     /// A number, or a record of such, and vectors of them. A record may hold another in several places.
     static bool isType(const PureValueRef &type, Context *context) {

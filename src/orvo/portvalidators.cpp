@@ -301,33 +301,48 @@ const RefChain *unfitInstance(const Port &port, const TypesOfModel &types, const
     return nullptr;
 }
 
-/// Whether two types have the same members in their records, and the same vectors and complex numbers in these. What
-/// is no type is like any.
-bool haveSameMembers(const PureValueRef &own, const PureValueRef &driver, Context *context) {
+/// A type, or a member of it, without its vectors.
+struct PartOfType {
+    PartOfType(const PureValueRef &type, Context *context) : vectors(type, inner, context), record(inner) {}
+    PureValueRef inner;
+    VectorDecorSpec vectors;
+    AggregateTypeSpec record;
+};
+
+/// Calls `agree` with two types that differ, then with the members at the same places of their records that do; true if
+/// that is all it gave. What is no type is like any.
+template <class Agree>
+bool agreeEverywhere(const PureValueRef &own, const PureValueRef &driver, Context *context, const Agree &agree) {
     std::vector<std::pair<PureValueRef, PureValueRef>> open{{own, driver}};
+    // Records may hold a record in several places.
+    std::set<std::pair<const Value *, const Value *>> seen;
     for (bool isMember = false; !open.empty(); isMember = true) {
-        const auto [a, b] = open.back();
+        const auto [typeA, typeB] = open.back();
         open.pop_back();
-        if (!a || !b || a == b) {
+        if (!typeA || !typeB || typeA == typeB || !seen.emplace(typeA.get_ptr(), typeB.get_ptr()).second) {
             continue;
         }
-        PureValueRef ofA;
-        PureValueRef ofB;
-        const bool sameVectors = VectorDecorSpec(a, ofA, context) == VectorDecorSpec(b, ofB, context);
-        const AggregateTypeSpec recordA(ofA);
-        const AggregateTypeSpec recordB(ofB);
-        if (!isMember && !recordA.isAggregate() && !recordB.isAggregate()) {
-            return true;
-        }
-        if ((isMember && !sameVectors) || recordA.size() != recordB.size() ||
-            ComplexDecorSpec(ofA, context).isComplex() != ComplexDecorSpec(ofB, context).isComplex()) {
+        const PartOfType a(typeA, context);
+        const PartOfType b(typeB, context);
+        if (!agree(a, b, isMember)) {
             return false;
         }
-        for (std::size_t i = 0; i < recordA.size(); ++i) {
-            open.emplace_back(recordA.at(i), recordB.at(i));
+        for (std::size_t i = 0; i < std::min(a.record.size(), b.record.size()); ++i) {
+            open.emplace_back(a.record.at(i), b.record.at(i));
         }
     }
     return true;
+}
+
+/// Whether two types have the same members in their records, and the same vectors and complex numbers in these.
+bool haveSameMembers(const PureValueRef &own, const PureValueRef &driver, Context *context) {
+    return agreeEverywhere(own, driver, context, [context](const PartOfType &a, const PartOfType &b, bool isMember) {
+        if (!isMember && !a.record.isAggregate() && !b.record.isAggregate()) {
+            return true;
+        }
+        return (!isMember || a.vectors == b.vectors) && a.record.size() == b.record.size() &&
+               ComplexDecorSpec(a.inner, context).isComplex() == ComplexDecorSpec(b.inner, context).isComplex();
+    });
 }
 
 void checkMembers(const Block &block, const TypesOfModel &types) {
@@ -374,35 +389,15 @@ bool isComplexDriven(const Port &port, const TypesOfModel &types) {
            }) != nullptr;
 }
 
-/// Whether each number of a type, or in a record of it, can be one of the number at the same place of the other.
+/// Whether each number of the driver's type, or in a record of it, is one of the port's own at the same place.
 bool holdsNumbersOf(const PureValueRef &own, const PureValueRef &driver, Context *context) {
-    std::vector<std::pair<PureValueRef, PureValueRef>> open{{own, driver}};
-    // Records may hold a record in several places.
-    std::set<std::pair<const Value *, const Value *>> seen;
-    while (!open.empty()) {
-        const auto [a, b] = open.back();
-        open.pop_back();
-        if (!a || !b || a == b || !seen.emplace(a.get_ptr(), b.get_ptr()).second) {
-            continue;
-        }
-        PureValueRef ofA;
-        PureValueRef ofB;
-        const VectorDecorSpec vectorsOfA(a, ofA, context);
-        const VectorDecorSpec vectorsOfB(b, ofB, context);
-        const NumTypeSpec numberA(ofA, context);
-        const NumTypeSpec numberB(ofB, context);
-        if (numberA.valid() && numberB.valid() &&
-            (numberA.isComplex() != numberB.isComplex() ||
-             !(NumTypeSpec::typeOp(numberA, numberB, TYPE_OP_UNION) == numberA))) {
-            return false;
-        }
-        const AggregateTypeSpec recordA(ofA);
-        const AggregateTypeSpec recordB(ofB);
-        for (std::size_t i = 0; i < std::min(recordA.size(), recordB.size()); ++i) {
-            open.emplace_back(recordA.at(i), recordB.at(i));
-        }
-    }
-    return true;
+    return agreeEverywhere(own, driver, context, [context](const PartOfType &a, const PartOfType &b, bool) {
+        const NumTypeSpec numberA(a.inner, context);
+        const NumTypeSpec numberB(b.inner, context);
+        return !numberA.valid() || !numberB.valid() ||
+               (numberA.isComplex() == numberB.isComplex() &&
+                NumTypeSpec::typeOp(numberA, numberB, TYPE_OP_UNION) == numberA);
+    });
 }
 
 /// Whether a port has a type that does not hold what drives it, though vectors, records and complex numbers agree,

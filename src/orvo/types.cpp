@@ -48,6 +48,11 @@ const Value *peelVector(const Value *value, std::vector<int> &lengths) {
     return tuple->at(2).get_ptr();
 }
 
+/// Whether one of the vectors is none, for want of lanes.
+bool hasEmptyVector(const std::vector<int> &lengths) {
+    return std::any_of(lengths.begin(), lengths.end(), [](int length) { return length < 1; });
+}
+
 const Value *peelComplex(const Value *value) {
     const TupleValue *tuple = asTuple(value);
     return tuple != nullptr && tuple->size() == 2 && tuple->at(0) == A_TYPE_COMPLEX ? tuple->at(1).get_ptr() : nullptr;
@@ -303,7 +308,7 @@ void NumTypeSpec::readValue(const Value *value) {
     while (const Value *inner = peelVector(value, lengths)) {
         value = inner;
     }
-    if (std::any_of(lengths.begin(), lengths.end(), [](int length) { return length < 1; })) {
+    if (hasEmptyVector(lengths)) {
         return;
     }
     const Value *part = peelComplex(value);
@@ -445,7 +450,7 @@ void VectorDecorSpec::readValue(const Value *value, PureValueRef *inner) {
         }
         value = below;
     }
-    if (std::any_of(lengths.begin(), lengths.end(), [](int length) { return length < 1; })) {
+    if (hasEmptyVector(lengths)) {
         invalidate();
         lengths.clear();
         value = nullptr;
